@@ -1,0 +1,33 @@
+// A player's barrier: where it waits for the supervisor's word.
+//
+// Each player has a barrier of its own, made by the supervisor right after the fork: the file
+// /var/tmp/barrier.PID below the appliance root and the System V message queue of ftok(file, 0). A player
+// announces that it has reached barrier N with EID_BARRIER and then waits on its queue for the release: a
+// message of type 7 whose text begins with the supervisor's pid and the barrier's number.
+#pragma once
+
+#include <cstdint>
+
+// The message queue of the barrier of that pid, or -1 when it has none. Any thread.
+int getBarrierIPC(int pid);
+
+namespace libcommon {
+
+struct BarrierRelease {
+    long type; // 7
+    std::int32_t supervisorPid;
+    std::int32_t barrierId;
+    std::int32_t unused[11];
+};
+
+// Announces this process at the barrier, again while the event queue is full. 0, or -1 with errno.
+int announceBarrier(int barrierId);
+
+// Waits for the release of this process from the barrier: 0; -1 with errno EINTR after a signal was handled (call
+// again), EIDRM or ENOENT when the barrier is gone, EPROTO after a release of another barrier.
+int awaitBarrierRelease(int barrierId);
+
+// The same without waiting: -1 with errno EAGAIN when no release is there yet.
+int pollBarrierRelease(int barrierId);
+
+} // namespace libcommon

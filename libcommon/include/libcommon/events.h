@@ -1,0 +1,60 @@
+// The appliance's events: who wants something of the supervisor sends it one of these.
+//
+// One System V message queue an appliance carries them all, from other processes (select, alarm, lock, ...)
+// and from the supervisor's own threads and signal handlers (timers, child exits, button). The supervisor alone
+// creates the queue, waits on it and removes it; its identifier stands in /run/decoder/events.id below the
+// appliance root, for senders. Access is the appliance's user and group (mode 0660), not the world.
+#pragma once
+
+#include <cstdint>
+
+enum EventId : std::int32_t {
+    EID_CHILD = 2,                    // value 1 pid, value 2 wait status
+    EID_BUTTON = 4,                   // value 2, low byte: 1 held, 0 a short press
+    EID_TIMEOUT = 6,                  // value 1 timer id
+    EID_BARRIER = 7,                  // value 1 pid of the player, value 2 barrier reached
+    EID_ALARM = 8,                    // value 1 source index, payload: text
+    EID_CONNECTPROPERTYCHANGED = 9,   // "Decoder.Connected" was written
+    EID_FLUSHCACHE = 10,              // forget what was detected
+    EID_SELECT = 11,                  // value 1 source index
+    EID_LOCK = 12,                    // stop playback for ten seconds
+    EID_RECONNECT = 13,               // end the lock now
+    EID_OTHER = 65535,                // never sent: "every other" in a selection
+};
+
+// Thirteen 32-bit words, copied whole.
+struct Event {
+    std::int32_t id;
+    std::int32_t value1;
+    std::int32_t value2;
+    std::int32_t payload[10]; // EID_ALARM: up to 39 bytes of UTF-8 and a NUL
+};
+static_assert(sizeof(Event) == 52);
+
+// Attaches this process to the appliance's queue as its owner, creating the queue where there is none.
+// 0, or -1 with a log line.
+int initEventQueue();
+
+// Blocks until the next event arrives and copies it into *event; goes on after signals. 0, or -1 with errno
+// when the queue is gone or was never attached. One thread of the owner calls it.
+int waitEvent(Event* event);
+
+// Sends a copy, never blocks. 0, or -1 with errno: ENOENT no appliance runs here, EAGAIN the queue is full.
+// A process other than the owner is refused once three quarters of the queue are taken, so that the
+// supervisor's own events always fit. For the owner it is one msgsnd. Any thread; safe in a signal handler.
+int sendEvent(const Event* event);
+
+// Drops what is queued.
+void clearEventQueue();
+
+// Removes the queue from the system; senders get ENOENT from then on.
+void removeEventQueue();
+
+namespace libcommon {
+
+inline constexpr int alarmTextBytes = 39;
+
+// Puts `text` into the payload, cut at a UTF-8 character's start to at most alarmTextBytes.
+void setEventText(Event& event, const char* text);
+
+} // namespace libcommon

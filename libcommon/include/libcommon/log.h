@@ -1,0 +1,11 @@
+// Logging: one line a call, from any thread.
+//
+// Lines go to the system log. Where the environment variable LIBCOMMON_LOG holds "stderr" or a file name,
+// they go there instead, each as "<time> <identifier>[<pid>] <level> <text>". A trailing newline in the text
+// is dropped, control characters other than ESC are replaced, so that a call is always exactly one line.
+// Callers never pass passwords.
+#pragma once
+
+// Logs printf-style. `level` is a syslog priority: 2 critical, 3 error, 6 information, 7 debug. Keeps errno.
+// Not safe in a signal handler that interrupts the log itself.
+void logmsg(int level, const char* format, ...) __attribute__((format(printf, 2, 3)));

@@ -1,0 +1,81 @@
+// Parameter files: what the user configures (file 0) and what the decoder tells about itself (file 1).
+//
+// File 0 is /etc/decoder/decoder.conf, file 1 /run/decoder/info.conf, both below the appliance root. They are INI
+// files: `[Decoder]` `SequenceMode = auto` is the parameter "Decoder.SequenceMode". What stands before the last
+// dot is the section, so "Decoder.Info.Connected" is `Connected` in `[Decoder.Info]`. Names ignore case, values
+// keep theirs. `#` and `;` begin comment lines. A section or key that comes twice: the later value holds.
+//
+// Reading: a file is parsed once and again only when it changed; a change by any process is seen at the next
+// access, and half a file never is. A line that can't be read is logged with file, line and reason and skipped.
+// Writing: comments, order and everything that the write does not change are kept; the file is replaced
+// atomically under a lock that other processes respect, file 0 durably (it survives a power cut). A file without
+// any write permission bit is an administrator's wish and refuses writes with a log line.
+//
+// Any thread; two threads don't share one ParamWrapper object.
+#pragma once
+
+#include <libcommon/istring.h>
+
+#include <map>
+#include <memory>
+#include <string>
+#include <vector>
+
+// The configuration of one source, name to value, exactly as the file has it.
+using SourceParams = std::map<istring, std::string>;
+
+struct ParameterSnapshot; // one parsed file
+
+// One parameter: a name in a file. Missing parameters read as "" and 0.
+class Param {
+public:
+    Param(int fileId, std::string name, std::shared_ptr<const ParameterSnapshot> snapshot);
+    Param(const Param&) = default;
+    Param& operator=(const Param&) = delete; // would copy the name, not the value
+    ~Param() = default;
+
+    // The value as a decimal integer from its first character; 0 without digits. Saturates at int's limits.
+    int toInt() const;
+    std::string toString() const;
+
+    // Exact, case-sensitive comparison with the value; missing is unequal to every non-empty text.
+    bool operator==(const char* text) const;
+    bool operator!=(const char* text) const;
+
+    // Writes the value to the file. A newline or other control character in the text is refused. A failed write
+    // is logged with file, errno and reason; the file then is as it was.
+    Param& operator=(const char* text);
+    Param& operator=(int value);
+
+private:
+    int fileId_;
+    std::string name_;
+    std::shared_ptr<const ParameterSnapshot> snapshot_; // null: read afresh at every access
+};
+
+// A handle on a parameter file.
+class ParamWrapper {
+public:
+    // `fileId` 0 or 1. `fresh` true: values are read afresh at every access, so that a handle held for a thread's
+    // life sees changes; false: values are those of the moment of construction. Never fails: a missing file
+    // reads as an empty one.
+    ParamWrapper(int fileId, bool fresh);
+    Param operator[](const char* name) const;
+
+private:
+    int fileId_;
+    std::shared_ptr<const ParameterSnapshot> snapshot_; // null: fresh
+};
+
+// One map for every section `[GROUP.NAME]` of the file, in file order; the section's NAME stands under "Name"
+// unless the section has that key itself. An index into this list is a source index.
+std::vector<SourceParams> getSubGroups(int fileId, const char* group);
+
+// Takes the file's lock, `exclusive` 1 for the exclusive one (0 shared); other processes' writes wait meanwhile,
+// this process's own go through. Calls nest within a process. 0, or -1 with a log line.
+int userOpenAndLockParamFile(int fileId, int exclusive);
+int userCloseAndUnlockParamFile(int fileId, int exclusive);
+
+// Brings the status store in line with file 0: drops the status values of source indices that no longer exist,
+// and of sources whose address, number or type changed since their values were written.
+void syncEncoderInfo();

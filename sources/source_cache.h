@@ -1,0 +1,27 @@
+// The source cache: one detected entry per distinct encoder input.
+//
+// Keyed by the source key, so that sources which are the same input of the same encoder share one detection.
+// The cache owns its entries. Every operation reads the source list afresh and takes a source index; an index
+// that names no source does nothing. Main thread only: no lock.
+#pragma once
+
+#include "sources/source_entry.h"
+
+#include <string>
+
+// The source's key; "" when the index names no source.
+std::string getSourceKey(int index);
+
+// Whether the source's key is cached with a usable entry.
+bool isSourceDetected(int index);
+
+// The entry to play the source from; detects the encoder first when it is not known, which may take seconds.
+// Null for an index that names no source and for an interrupted detection; otherwise look at detectedOK. The
+// pointer is valid until the next invalidateSource of the same key or flushSourceCache.
+SourceEntry* getSourceEntry(int index);
+
+// Forgets what is known about the source: the next getSourceEntry detects it again.
+void invalidateSource(int index);
+
+// Forgets everything and brings the encoder information in line with the parameter file.
+void flushSourceCache();
