@@ -1,0 +1,30 @@
+// Players for unit tests, linked in place of the player folder: nothing is started, everything is remembered.
+// Call fake::resetPlayer() after fake::reset().
+//
+// Recorded in fake::calls as
+//   launchPlayer(3)  launchPlayer(null)  gotoPtzPreset(3)  handleError(3,117,256)  blankscreen()
+// with source indices; handleError also with value 1 (pid) and value 2 (wait status) of its event.
+#pragma once
+
+#include "player/launch.h"
+#include "player/player_exit.h"
+#include "player/ptz.h"
+#include "tests/fakes/fake_libcommon.h"
+
+#include <functional>
+
+namespace fake {
+
+void resetPlayer();
+
+// The pid of the next player of the default launch, which counts up; resetPlayer sets 1000.
+extern int nextPlayerPid;
+
+// Default: -1 for a null or undetected entry, else nextPlayerPid++.
+extern std::function<int(SourceEntry*)> onLaunchPlayer;
+
+// Run after the call was recorded; default nothing.
+extern std::function<void(int sourceIndex)> onGotoPtzPreset;
+extern std::function<void(int sourceIndex, const Event* event)> onHandleError;
+
+} // namespace fake
