@@ -1,0 +1,71 @@
+// The states of the playback machine.
+//
+// Names and numbers are the product's vocabulary: they stand in the transition log, so neither ever changes. What
+// runs in each state is in state_table.cpp, what leads from one to another in transitions.cpp.
+#pragma once
+
+// clang-format off
+enum State : int {
+    STATE_NULL = 0,                 // before the machine runs; logged as "NULL", never dispatched
+
+    START_UL = 1,                   // decides whether to connect at start
+    CONNECT = 2,                    // reads mode and sources, picks the first source
+    DISCONNECTED = 3,               // no playback; waits to be connected
+    FLUSH_CACHE = 4,                // forgets what was detected, while disconnected
+    LOCKED = 5,                     // no playback for ten seconds after the last lock
+    REQUEST_ENCODER_TYPE = 6,       // makes sure that the pending source is detected
+    CURRENT_PLAYER_CRASHED_DURING_PLAYING = 7, // the current player exited while it played
+    SEND_ONLY_PTZ = 8,              // the same encoder input: only the camera turns
+    SELECT_SOURCE_ID = 9,           // a PTZ goto, or a new player?
+
+    REQUEST_ENCODER_FAILED = 10,    // the pending source could not be detected
+    SET_SLEEP_10_TIMER = 11,        // arms the long error sleep
+    SET_SLEEP_1_TIMER = 12,         // arms the short error sleep
+    SHUTDOWN_CURRENT_PLAYER_AFTER_REQUEST_FAILED = 13,      // stops the current player after a failed detection
+    WAIT_SHUTDOWN_CURRENT_PLAYER_AFTER_REQUEST_FAILED = 14, // waits for its exit
+    CURRENT_PLAYER_STOPPED_AFTER_REQUEST_FAILED = 15,       // it is gone
+
+    STOP_PLAYING = 16,              // told to stop
+    SHUTDOWN_CURRENT_PLAYER = 17,   // hangs the current player up and meets it at its barrier
+    WAIT_DISCONNECT_SHUTDOWN = 18,  // waits for its exit
+    PLAYING_STOPPED = 19,           // forgets players and sources
+
+    FLUSH_CACHE_CONNECTED = 20,     // forgets what was detected, then detects again
+
+    LAUNCH_PENDING_PLAYER = 21,     // starts the pending player behind the current one
+    LAUNCH_CURRENT_PLAYER_POS_WITH_NON_EXISTING = 22,        // starts a player where there is none
+    WAIT_LAUNCHED_CURRENT_PLAYER_POS_WITH_NON_EXISTING = 23, // waits for its first barrier
+    SINGLE_PLAYER_LAUNCHED = 24,    // waits for its second barrier
+    SINGLE_PLAYER_STARTED = 25,     // it becomes the current player
+    WAIT_LAUNCHED_PENDING_PLAYER = 26,     // waits for the pending player's first barrier
+    COULD_NOT_LAUNCH_PENDING_PLAYER = 27,  // the pending player never showed a picture
+    WAIT_SHUTDOWN_CURRENT_PLAYER = 28,     // both players meet
+    SWITCH_PLAYER = 29,             // waits for the current player's exit
+    DONE_SWITCHED_PLAYER = 30,      // the pending player becomes the current one
+    CURRENT_PLAYER_CRASHED_DURING_PENDING_LAUNCH = 31,      // the current player exited too early
+    CURRENT_PLAYER_CRASHED_DURING_SWITCH = 32,              // the current player exited at the meeting
+    PENDING_PLAYER_CRASHED_STOPPING_CURRENT = 33,           // the pending player exited at the meeting
+    WAIT_FOR_CURRENT_PLAYER_STOP_DURING_PENDING_CRASH = 34, // waits for the current player's exit
+    BOTH_PLAYERS_DOWN_AFTER_PENDING_CRASH = 35,             // no player is left
+
+    AUTO_START_TIMER = 36,          // arms the display time of the source shown
+    AUTO_WAIT_FOR_NEXT_SOURCE_TIMEOUT = 37,        // automatic mode's main waiting state
+    AUTO_DIRECT_SOURCE_SELECT = 38, // a source was selected
+    AUTO_GOTO_NEXT_SOURCE = 39,     // picks the next source of the sequence
+    AUTO_SLEEP_AFTER_ENCODER_REQUEST_FAILED = 40,  // waits after a failed detection
+    AUTO_WAIT_ERROR_SLEEP_EVENT = 41,              // waits for the error sleep's end
+    AUTO_CHECK_FOR_TIME_LEFT_RECONNECT = 42,       // the same source again, or the next?
+    AUTO_PAUSE = 43,                // the sequence is paused
+    CURRENT_PLAYER_CRASHED_DURING_PAUSE = 44,      // the current player exited during the pause
+    SLEEP_AFTER_CRASH_DURING_PAUSE = 45,           // waits after that
+    REQUEST_ENCODER_AFTER_CRASH_DURING_PAUSE = 46, // detects the paused source again
+
+    MANUAL_WAIT_FOR_NEW_SELECTION = 47, // manual mode's main waiting state
+    MANUAL_ALARM = 48,              // shows an alarm; its source comes next
+    MANUAL_DIRECT_SOURCE_SELECT = 49,   // a source was selected
+    MANUAL_GOTO_NEXT_SOURCE = 50,   // picks the next source
+    MANUAL_WAIT_ERROR_SLEEP_EVENT = 51, // waits for the error sleep's end
+};
+// clang-format on
+
+inline constexpr int stateCount = 52;
