@@ -1,0 +1,120 @@
+#include "sources/source_cache.h"
+
+#include "detect/detection.h"
+#include "sources/source_record.h"
+
+#include <libcommon/log.h>
+#include <libcommon/params.h>
+#include <libcommon/status.h>
+
+#include <algorithm>
+#include <array>
+#include <climits>
+#include <cstdlib>
+#include <map>
+#include <memory>
+#include <optional>
+
+namespace {
+
+using Cache = std::map<std::string, std::unique_ptr<SourceEntry>>;
+
+// All process-wide state of this file: one entry per source key, empty at start, used by the main thread
+// alone. Never destroyed: the shutdown handler ends the process in the middle of whatever the main thread
+// does.
+Cache& cache() {
+    static Cache& entries = *new Cache;
+    return entries;
+}
+
+// What a detection publishes, in the order in which it is cleared and copied. "ImageRotation" is deliberately
+// not among them: it is neither copied to a source that shares the entry nor cleared when the entry is
+// forgotten.
+constexpr std::array detectionKeys{
+    "NumberOfVideoSources", "VideoSourceType", "ConnectMode", "Audio",     "AudioFormat",
+    "APIVersion",           "Model",           "BitRate",     "FrameRate", "Resolution"};
+
+// The record of a source that exists; unlike an empty record, no value says that the index names no source.
+std::optional<SourceParams> findSource(int index) {
+    std::vector<SourceParams> sources = readSources();
+    if (index < 0 || static_cast<std::size_t>(index) >= sources.size())
+        return std::nullopt;
+    return std::move(sources[static_cast<std::size_t>(index)]);
+}
+
+int decimal(const std::string& text) {
+    return static_cast<int>(std::clamp<long>(std::strtol(text.c_str(), nullptr, 10), INT_MIN, INT_MAX));
+}
+
+void shareDetection(const SourceEntry& entry, int index) {
+    for (const char* key : detectionKeys)
+        copyStatus(entry.index, index, key);
+    status(index, "ErrorCode", 0);
+}
+
+// The other detection members keep what an earlier, failed detection left in them.
+void fill(SourceEntry& entry, SourceParams& params, int index) {
+    entry.index = index;
+    entry.address = params["Address"];
+    entry.userName = params["UserName"];
+    entry.password = params["Password"];
+    entry.sourceNumber = decimal(params["VideoSourceNumber"]);
+    entry.configuredType = getNumberByString(params["VideoSourceType"].c_str(), videoSourceTypeString);
+    entry.detectedOK = false;
+    entry.errorCode = 0;
+    entry.recoveryStep = 0;
+}
+
+} // namespace
+
+std::string getSourceKey(int index) {
+    std::optional<SourceParams> params = findSource(index);
+    return params ? sourceKey(*params) : "";
+}
+
+bool isSourceDetected(int index) {
+    std::optional<SourceParams> params = findSource(index);
+    if (!params)
+        return false;
+    const auto found = cache().find(sourceKey(*params));
+    return found != cache().end() && found->second->detectedOK;
+}
+
+SourceEntry* getSourceEntry(int index) {
+    std::optional<SourceParams> params = findSource(index);
+    if (!params)
+        return nullptr;
+    std::unique_ptr<SourceEntry>& slot = cache()[sourceKey(*params)];
+    if (!slot)
+        slot = std::make_unique<SourceEntry>();
+    if (slot->detectedOK) {
+        shareDetection(*slot, index);
+        return slot.get();
+    }
+    fill(*slot, *params, index);
+    if (!detectSource(*slot, index)) {
+        status(index, "ErrorCode", "");
+        invalidateSource(index);
+        return nullptr;
+    }
+    return slot.get();
+}
+
+void invalidateSource(int index) {
+    logmsg(7, "Invalidating source cache entry %d", index);
+    std::optional<SourceParams> params = findSource(index);
+    if (!params)
+        return;
+    for (const char* key : detectionKeys)
+        status(index, key, "");
+    cache().erase(sourceKey(*params));
+}
+
+void flushSourceCache() {
+    // The lock spans the emptying: no process may change a source between the forgetting of what was detected
+    // and the dropping of the status values that belonged to it.
+    userOpenAndLockParamFile(0, 1);
+    cache().clear();
+    syncEncoderInfo();
+    userCloseAndUnlockParamFile(0, 1);
+}
