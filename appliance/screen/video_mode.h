@@ -1,0 +1,28 @@
+// The two video modes of the monitor.
+#pragma once
+
+#include <cstdint>
+#include <optional>
+#include <string_view>
+
+namespace screen {
+
+enum class VideoMode : std::uint32_t { pal = 1, ntsc = 2 };
+
+// What a mode means for a picture. Pixels are taken as square: the monitor's own pixel shape is left to the
+// monitor, as it was with analogue ones.
+struct VideoFormat {
+    int width;         // pixels
+    int height;        // rows
+    int rateNumerator; // pictures per second, as a fraction
+    int rateDenominator;
+    const char* name; // "pal", "ntsc": also what programs take as an option
+};
+
+// pal: 720x576 at 25. ntsc: 720x480 at 30000/1001.
+const VideoFormat& formatOf(VideoMode mode);
+
+// The mode of that name, ignoring case; nothing for another text.
+std::optional<VideoMode> videoModeByName(std::string_view name);
+
+} // namespace screen
