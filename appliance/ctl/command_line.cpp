@@ -1,0 +1,110 @@
+#include "appliance/ctl/command_line.h"
+
+#include <CLI/CLI.hpp>
+
+#include <ostream>
+#include <vector>
+
+namespace {
+
+constexpr const char* sourceHelp = "A source: its number, its name, or the beginning of its name";
+
+// Adds the subcommands and lets them fill `request`; words of an alarm text are collected in `words`.
+class CommandLine {
+public:
+    CommandLine() : app_("Talks to the network video decoder of this machine.", "decoderctl") {
+        app_.footer("Exit status: 0 done, 1 refused or failed, 2 usage.\n"
+                    "The appliance is the one below the directory in APPLIANCE_ROOT, or below / without it.");
+        app_.set_version_flag("--version", HOUSE_VERSION);
+        app_.add_flag("--json", request.json, "Answer in JSON, for programs");
+        app_.add_option("--root", request.root, "The appliance's root directory, instead of APPLIANCE_ROOT")
+            ->type_name("DIR");
+        app_.require_subcommand(1);
+        app_.fallthrough();
+        addReports();
+        addEvents();
+        addParameters();
+    }
+
+    CLI::App& app() { return app_; }
+
+    Request request;
+    std::vector<std::string> words;
+
+private:
+    CLI::App* add(Command command, const char* name, const char* help) {
+        CLI::App* added = app_.add_subcommand(name, help);
+        added->callback([this, command] { request.command = command; });
+        return added;
+    }
+
+    void addReports() {
+        add(Command::Status, "status", "What the decoder shows now: mode, source, picture, texts, LED");
+        add(Command::Sources, "sources",
+            "The configured sources, one a line; the one that shows has an asterisk");
+        CLI::App* source =
+            add(Command::Source, "source", "Everything known about one source, as Key=value lines");
+        source->add_option("N", request.source, sourceHelp)->required();
+        CLI::App* snapshot =
+            add(Command::Snapshot, "snapshot", "Save what the monitor shows now as a PNG picture");
+        snapshot->add_option("FILE", request.file, "The file to write; \"-\" is standard output")->required();
+        CLI::App* watch =
+            add(Command::Watch, "watch",
+                "Print a line for each change of connection, source, texts, LED and frame rate");
+        watch->add_option("--seconds", request.seconds, "Stop after this time (default: until Ctrl-C)")
+            ->check(CLI::Range(0.0, 1e9))
+            ->type_name("S");
+    }
+
+    void addEvents() {
+        CLI::App* select = add(Command::Select, "select", "Show a source");
+        select->add_option("N", request.source, sourceHelp)->required();
+        CLI::App* alarm =
+            add(Command::Alarm, "alarm", "Raise an alarm: in manual mode its source shows, with the text");
+        alarm->add_option("N", request.source, sourceHelp)->required();
+        alarm->add_option("TEXT", words, "Up to 39 bytes of UTF-8; what is longer is cut")
+            ->take_all()
+            ->expected(0, -1);
+        add(Command::Lock, "lock", "Stop playing for ten seconds");
+        add(Command::Reconnect, "reconnect", "End a lock now");
+        add(Command::Flush, "flush", "Forget what was detected: every encoder is asked afresh");
+        add(Command::Connect, "connect", "Start playing");
+        add(Command::Disconnect, "disconnect", "Stop playing, until connect, select or the button");
+        CLI::App* button = add(Command::Button, "button", "Press the video-select button");
+        button->add_flag("--hold", request.hold, "Hold it instead: disconnects");
+    }
+
+    void addParameters() {
+        CLI::App* get = add(Command::Get, "get", "Print a parameter's value");
+        get->add_option("NAME", request.name,
+                        "Such as Decoder.SequenceMode or \"Encoder.Front door.Address\"")
+            ->required();
+        CLI::App* set =
+            add(Command::Set, "set", "Write a parameter; the decoder reads it when it next needs it");
+        set->add_option("NAME", request.name,
+                        "Such as Decoder.SequenceMode or \"Encoder.Front door.Address\"")
+            ->required();
+        set->add_option("VALUE", request.value,
+                        "The value; \"\" clears it, \"-\" reads it from standard input (for passwords)")
+            ->required();
+        set->add_flag("--force", request.force, "Write names and values that the decoder does not know, too");
+    }
+
+    CLI::App app_;
+};
+
+} // namespace
+
+std::variant<Request, int> parseCommandLine(int argc, const char* const* argv, std::ostream& out,
+                                            std::ostream& errors) {
+    CommandLine line;
+    try {
+        line.app().parse(argc, argv);
+    } catch (const CLI::ParseError& error) {
+        return line.app().exit(error, out, errors) == 0 ? 0 : usageStatus;
+    }
+    for (const std::string& word : line.words) {
+        line.request.text += (line.request.text.empty() ? "" : " ") + word;
+    }
+    return line.request;
+}

@@ -1,0 +1,113 @@
+#include "appliance/ctl/command_line.h"
+
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+#include <sstream>
+#include <vector>
+
+namespace {
+
+using testing::HasSubstr;
+
+struct Parsed {
+    std::variant<Request, int> result;
+    std::string out;
+    std::string errors;
+
+    const Request& request() const { return std::get<Request>(result); }
+    int status() const { return std::holds_alternative<int>(result) ? std::get<int>(result) : -1; }
+};
+
+Parsed parse(std::vector<const char*> words) {
+    words.insert(words.begin(), "decoderctl");
+    std::ostringstream out;
+    std::ostringstream errors;
+    auto result = parseCommandLine(static_cast<int>(words.size()), words.data(), out, errors);
+    return {std::move(result), out.str(), errors.str()};
+}
+
+TEST(CommandLine, EveryCommandIsKnown) {
+    const std::vector<std::pair<std::vector<const char*>, Command>> all{
+        {{"status"}, Command::Status},
+        {{"sources"}, Command::Sources},
+        {{"source", "0"}, Command::Source},
+        {{"get", "Decoder.Connected"}, Command::Get},
+        {{"set", "Decoder.Connected", "no"}, Command::Set},
+        {{"select", "1"}, Command::Select},
+        {{"alarm", "1"}, Command::Alarm},
+        {{"lock"}, Command::Lock},
+        {{"reconnect"}, Command::Reconnect},
+        {{"flush"}, Command::Flush},
+        {{"connect"}, Command::Connect},
+        {{"disconnect"}, Command::Disconnect},
+        {{"button"}, Command::Button},
+        {{"snapshot", "a.png"}, Command::Snapshot},
+        {{"watch"}, Command::Watch},
+    };
+    for (const auto& [words, command] : all) {
+        const Parsed parsed = parse(words);
+        ASSERT_EQ(parsed.status(), -1) << words[0] << ": " << parsed.errors;
+        EXPECT_EQ(parsed.request().command, command) << words[0];
+    }
+}
+
+TEST(CommandLine, NothingIsAUsageError) {
+    EXPECT_EQ(parse({}).status(), 2);
+}
+
+TEST(CommandLine, UnknownCommandIsAUsageError) {
+    const Parsed parsed = parse({"explode"});
+    EXPECT_EQ(parsed.status(), 2);
+    EXPECT_THAT(parsed.errors, HasSubstr("explode"));
+}
+
+TEST(CommandLine, MissingAndSurplusOperandsAreUsageErrors) {
+    EXPECT_EQ(parse({"select"}).status(), 2);
+    EXPECT_EQ(parse({"select", "1", "2"}).status(), 2);
+    EXPECT_EQ(parse({"set", "Decoder.Connected"}).status(), 2);
+    EXPECT_EQ(parse({"snapshot"}).status(), 2);
+    EXPECT_EQ(parse({"lock", "now"}).status(), 2);
+    EXPECT_EQ(parse({"watch", "--seconds", "-1"}).status(), 2);
+    EXPECT_EQ(parse({"watch", "--seconds", "soon"}).status(), 2);
+}
+
+TEST(CommandLine, HelpIsPrintedAndSucceeds) {
+    const Parsed parsed = parse({"--help"});
+    EXPECT_EQ(parsed.status(), 0);
+    for (const char* command : {"status", "sources", "select", "alarm", "snapshot", "watch", "button"}) {
+        EXPECT_THAT(parsed.out, HasSubstr(command));
+    }
+    const Parsed ofOne = parse({"select", "--help"});
+    EXPECT_EQ(ofOne.status(), 0);
+    EXPECT_THAT(ofOne.out, HasSubstr("its number, its name, or the beginning of its name"));
+}
+
+TEST(CommandLine, JsonMayStandBeforeAndAfterTheCommand) {
+    EXPECT_TRUE(parse({"--json", "status"}).request().json);
+    EXPECT_TRUE(parse({"status", "--json"}).request().json);
+    EXPECT_FALSE(parse({"status"}).request().json);
+}
+
+TEST(CommandLine, NamesWithBlanksArriveWhole) {
+    EXPECT_EQ(parse({"select", "Front door"}).request().source, "Front door");
+    EXPECT_EQ(parse({"get", "Encoder.Front door.Address"}).request().name, "Encoder.Front door.Address");
+}
+
+TEST(CommandLine, WordsOfAnAlarmAreJoined) {
+    EXPECT_EQ(parse({"alarm", "1", "Somebody", "at", "the door"}).request().text, "Somebody at the door");
+    EXPECT_EQ(parse({"alarm", "1"}).request().text, "");
+}
+
+TEST(CommandLine, ValuesMayBeEmptyOrADash) {
+    EXPECT_EQ(parse({"set", "Network.TLS.CAFile", ""}).request().value, "");
+    EXPECT_EQ(parse({"set", "Encoder.Yard.Password", "-"}).request().value, "-");
+}
+
+TEST(CommandLine, OptionsOfCommands) {
+    EXPECT_TRUE(parse({"button", "--hold"}).request().hold);
+    EXPECT_TRUE(parse({"set", "--force", "A.B", "c"}).request().force);
+    EXPECT_DOUBLE_EQ(parse({"watch", "--seconds", "2.5"}).request().seconds, 2.5);
+    EXPECT_EQ(parse({"--root", "/some/where", "status"}).request().root, "/some/where");
+}
+
+} // namespace

@@ -1,0 +1,35 @@
+// What the decoder is doing now, as one record: read from the appliance's files, shown as text or JSON.
+#pragma once
+
+#include "appliance/ctl/picture.h"
+
+#include <libcommon/display.h>
+
+#include <array>
+#include <nlohmann/json_fwd.hpp>
+#include <optional>
+#include <string>
+
+struct DecoderStatus {
+    bool connected = false;    // "Decoder.Info.Connected"
+    std::string mode;          // "Decoder.SequenceMode"
+    int currentSource = -1;    // "Decoder.Info.CurrentSource"; -1 none
+    std::string sourceName;    // "" when there is none
+    std::string sourceAddress; // as configured
+    std::string errorCode;     // status value "ErrorCode" of the current source
+    std::array<std::string, libcommon::osdLines> osd;
+    libcommon::LedState statusLed;  // LED 2
+    std::optional<Picture> picture; // the newest frame; none before the first
+};
+
+// Reads it all. Values come from several files, so they may be from either side of a change under way.
+DecoderStatus readDecoderStatus();
+
+// Several lines, for people.
+std::string statusText(const DecoderStatus& status);
+
+// {"connected", "mode", "currentSource", "sourceName", "playerPid", "osd", "leds", "frame"}
+nlohmann::json statusJson(const DecoderStatus& status);
+
+// "red, blinking"; "off" for a LED that was never set.
+std::string ledText(const libcommon::LedState& led);

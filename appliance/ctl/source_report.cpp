@@ -1,0 +1,139 @@
+#include "appliance/ctl/source_report.h"
+
+#include <libcommon/status.h>
+
+#include <algorithm>
+#include <array>
+#include <nlohmann/json.hpp>
+
+namespace {
+
+// The status values of a source, in the order in which they are printed.
+constexpr std::array statusKeys{
+    "ErrorCode", "VideoSourceType", "ConnectMode",          "Audio",   "AudioFormat", "APIVersion",
+    "Model",     "ImageRotation",   "NumberOfVideoSources", "BitRate", "FrameRate",   "Resolution",
+};
+
+std::string valueOf(const std::vector<std::pair<std::string, std::string>>& pairs, std::string_view key) {
+    const auto found = std::ranges::find(pairs, key, &std::pair<std::string, std::string>::first);
+    return found == pairs.end() ? "" : found->second;
+}
+
+SourceReport makeReport(int index, SourceParams& params) {
+    SourceReport report;
+    report.index = index;
+    report.name = params["Name"];
+    report.address = params["Address"];
+    for (const char* key : statusKeys) {
+        report.status.emplace_back(key, status(index, key));
+    }
+    for (const auto& [key, value] : params) {
+        if (key == "Name" || key == "Address") {
+            continue;
+        }
+        const bool secret = key == "Password" && !value.empty();
+        report.configured.emplace_back(std::string(key.c_str()), secret ? "***" : value);
+    }
+    return report;
+}
+
+// What a person wants to know of a source at a glance.
+std::string condition(const SourceReport& source) {
+    const std::string error = valueOf(source.status, "ErrorCode");
+    const std::string type = valueOf(source.status, "VideoSourceType");
+    if (!error.empty() && error != "0") {
+        return "error " + error;
+    }
+    if (type.empty()) {
+        return "not detected";
+    }
+    const std::string mode = valueOf(source.status, "ConnectMode");
+    return type + (mode.empty() ? "" : ", " + mode);
+}
+
+// Characters, not bytes: names are UTF-8.
+std::size_t characters(const std::string& text) {
+    return static_cast<std::size_t>(
+        std::ranges::count_if(text, [](char c) { return (static_cast<unsigned char>(c) & 0xc0) != 0x80; }));
+}
+
+std::string padded(const std::string& text, std::size_t width) {
+    const std::size_t length = characters(text);
+    return length < width ? text + std::string(width - length, ' ') : text;
+}
+
+nlohmann::json asObject(const std::vector<std::pair<std::string, std::string>>& pairs) {
+    nlohmann::json object = nlohmann::json::object();
+    for (const auto& [key, value] : pairs) {
+        object[key] = value;
+    }
+    return object;
+}
+
+} // namespace
+
+std::vector<SourceReport> readSourceReports() {
+    std::vector<SourceReport> reports;
+    for (SourceParams& params : getSubGroups(0, "Encoder")) {
+        reports.push_back(makeReport(static_cast<int>(reports.size()), params));
+    }
+    return reports;
+}
+
+std::vector<std::string> sourceNames(const std::vector<SourceReport>& sources) {
+    std::vector<std::string> names;
+    names.reserve(sources.size());
+    for (const SourceReport& source : sources) {
+        names.push_back(source.name);
+    }
+    return names;
+}
+
+std::string sourcesText(const std::vector<SourceReport>& sources, int current) {
+    if (sources.empty()) {
+        return "no sources are configured\n";
+    }
+    std::size_t nameWidth = 4;
+    std::size_t addressWidth = 7;
+    for (const SourceReport& source : sources) {
+        nameWidth = std::max(nameWidth, characters(source.name));
+        addressWidth = std::max(addressWidth, characters(source.address));
+    }
+    std::string text;
+    for (const SourceReport& source : sources) {
+        text += (source.index == current ? "* " : "  ") + padded(std::to_string(source.index), 4) +
+                padded(source.name, nameWidth + 2) + padded(source.address, addressWidth + 2) +
+                condition(source) + '\n';
+    }
+    return text;
+}
+
+nlohmann::json sourcesJson(const std::vector<SourceReport>& sources, int current) {
+    nlohmann::json list = nlohmann::json::array();
+    for (const SourceReport& source : sources) {
+        nlohmann::json entry = sourceJson(source);
+        entry["current"] = source.index == current;
+        list.push_back(std::move(entry));
+    }
+    return list;
+}
+
+std::string sourceText(const SourceReport& source) {
+    std::string text = "Index=" + std::to_string(source.index) + "\nName=" + source.name +
+                       "\nAddress=" + source.address + '\n';
+    for (const auto& [key, value] : source.status) {
+        text += key + '=' + value + '\n';
+    }
+    for (const auto& [key, value] : source.configured) {
+        text += "Configured." + key + '=' + value + '\n';
+    }
+    return text;
+}
+
+nlohmann::json sourceJson(const SourceReport& source) {
+    return {{"index", source.index},
+            {"name", source.name},
+            {"address", source.address},
+            {"status", asObject(source.status)},
+            {"configured", asObject(source.configured)}};
+}

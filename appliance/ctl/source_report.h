@@ -1,0 +1,31 @@
+// The configured sources and what is known about them.
+#pragma once
+
+#include <libcommon/params.h>
+
+#include <nlohmann/json_fwd.hpp>
+#include <string>
+#include <utility>
+#include <vector>
+
+struct SourceReport {
+    int index = 0;
+    std::string name;
+    std::string address;
+    std::vector<std::pair<std::string, std::string>> status;     // what detection and players found out
+    std::vector<std::pair<std::string, std::string>> configured; // the section's other keys
+};
+
+// All configured sources; a password's value is replaced by "***".
+std::vector<SourceReport> readSourceReports();
+
+// The names alone, in index order.
+std::vector<std::string> sourceNames(const std::vector<SourceReport>& sources);
+
+// A table with one line per source; `current` is marked with an asterisk.
+std::string sourcesText(const std::vector<SourceReport>& sources, int current);
+nlohmann::json sourcesJson(const std::vector<SourceReport>& sources, int current);
+
+// Key=value lines: Index, Name, Address, the status values, then each configured key as "Configured.KEY".
+std::string sourceText(const SourceReport& source);
+nlohmann::json sourceJson(const SourceReport& source);
