@@ -1,7 +1,7 @@
 // The states of the playback machine.
 //
-// Names and numbers are the product's vocabulary: they stand in the transition log, so neither ever changes. What
-// runs in each state is in state_table.cpp, what leads from one to another in transitions.cpp.
+// Names and numbers are the product's vocabulary: they stand in the transition log, so neither ever changes.
+// What runs in each state is in state_table.cpp, what leads from one to another in transitions.cpp.
 #pragma once
 
 // clang-format off

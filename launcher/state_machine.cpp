@@ -1,0 +1,42 @@
+#include "launcher/state_machine.h"
+
+#include "launcher/state_table.h"
+#include "process/process_state.h"
+
+#include <libcommon/clock.h>
+#include <libcommon/log.h>
+
+void setState(int newState) {
+    StateNumber& state = machine.currentState;
+    if (process.verbosity > 0)
+        logmsg(7, "\033[1;34mState transition: %s(%d) -> %s(%d)\033[0m", stateName(state), state.number_,
+               stateName(newState), newState);
+    state.number_ = newState;
+}
+
+void startMachine() {
+    machine = Machine{};
+    machine.configuration.emplace(0, true);
+    machine.information.emplace(1, true);
+    // One display time ago, so that the first alarm is shown at once.
+    machine.lastAlarmTime =
+        gettimeusec() - configuration("Alarm.DisplayTime").toInt() * std::int64_t{1000000};
+    setState(START_UL);
+    publishCurrentSource();
+}
+
+void runState() {
+    const StateHandler handler = stateHandler(machine.currentState);
+    if (handler == nullptr) {
+        // Kept: the state is not repaired, the machine goes on logging.
+        logmsg(2, "Illegal state");
+        return;
+    }
+    handler();
+}
+
+void stateMachine() {
+    startMachine();
+    for (;;)
+        runState();
+}
