@@ -1,0 +1,141 @@
+// From the start, or from a selection, to a source that is known: START_UL, CONNECT, REQUEST_ENCODER_TYPE,
+// SEND_ONLY_PTZ, SELECT_SOURCE_ID, FLUSH_CACHE_CONNECTED.
+
+#include "launcher/display.h"
+#include "launcher/handlers.h"
+#include "launcher/pending_source.h"
+#include "launcher/waiting.h"
+#include "player/ptz.h"
+#include "process/process_state.h"
+#include "process/signal_mask.h"
+#include "sources/source_cache.h"
+#include "sources/source_list.h"
+
+#include <libcommon/display.h>
+#include <libcommon/log.h>
+
+#include <utility>
+
+namespace {
+
+void readSources() {
+    SourceList list = buildSourceList();
+    machine.sources = std::move(list.configured);
+    machine.autoDetectTimeout = list.autoDetectTimeout;
+    machine.sourceSequence = std::move(list.enabled);
+}
+
+void forgetPlayersAndSources() {
+    machine.pendingSource = -1;
+    process.currentPID = -1;
+    machine.currentSource = -1;
+    publishCurrentSource();
+    process.pendingPID = -1;
+    machine.sequenceStart = -1;
+}
+
+// What woke a disconnected machine is honoured first. A select wins over an alarm that came with it: the
+// alarm is shown, the source is the user's.
+void takeWhatWokeUs() {
+    if (!inAutoMode()) {
+        if (const auto alarm = takeIfQueued(EID_ALARM)) {
+            takeAlarm(*alarm);
+            showAlarm();
+        }
+    }
+    if (const auto select = takeIfQueued(EID_SELECT))
+        machine.pendingSource = select->value1;
+}
+
+void giveUpConnecting() {
+    osdPrintf(0, 0, "No sources available in selected sequence mode");
+    logmsg(3, "No sources available in this mode.");
+    sleepSeconds(2);
+    configuration("Decoder.Connected") = "no";
+    flushEventQueue();
+    setState(DISCONNECTED);
+}
+
+// A flush of the cache, or a short press that pauses the sequence on what is being shown, comes before the
+// launch. True when the state has changed.
+bool turnedAwayWhileDetecting() {
+    const auto event = takeIfQueued(EID_FLUSHCACHE, EID_BUTTON);
+    if (!event)
+        return false;
+    if (event->id == EID_FLUSHCACHE) {
+        setState(FLUSH_CACHE_CONNECTED);
+        return true;
+    }
+    if (inAutoMode() && process.currentPID != -1 && isShortPress(*event)) {
+        chooseSourceBefore();
+        osdClear(0);
+        setState(AUTO_PAUSE);
+        return true;
+    }
+    pushEvent(*event); // a later state's
+    return false;
+}
+
+// An index that names no source has the empty key: it is nobody's twin.
+bool isSameInput(int source, int other) {
+    const std::string key = getSourceKey(source);
+    return !key.empty() && key == getSourceKey(other);
+}
+
+} // namespace
+
+void states::startUl() {
+    flushEventQueue();
+    const bool connectAtStart = configuration("Decoder.AutoConnect") == "yes";
+    configuration("Decoder.Connected") = connectAtStart ? "yes" : "no";
+    setState(connectAtStart ? CONNECT : DISCONNECTED);
+}
+
+void states::connect() {
+    machine.sequencePaused = false;
+    readSources();
+    information("Decoder.Info.Connected") = "yes";
+    forgetPlayersAndSources();
+    takeWhatWokeUs();
+    if (machine.pendingSource == -1) {
+        if (machine.sourceSequence.empty())
+            return giveUpConnecting();
+        machine.sequencePos = 0;
+        machine.pendingSource = machine.sourceSequence.front();
+    }
+    setState(REQUEST_ENCODER_TYPE);
+}
+
+void states::requestEncoderType() {
+    const SourceEntry* entry = detectPendingSource();
+    if (turnedAwayWhileDetecting())
+        return;
+    if (!isUsable(entry)) {
+        flushResolver();
+        return setState(REQUEST_ENCODER_FAILED);
+    }
+    setState(process.currentPID == -1 ? LAUNCH_CURRENT_PLAYER_POS_WITH_NON_EXISTING : LAUNCH_PENDING_PLAYER);
+}
+
+void states::sendOnlyPtz() {
+    gotoPtzPreset(machine.pendingSource);
+    machine.currentSource = machine.pendingSource;
+    publishCurrentSource();
+    setStateByMode(AUTO_START_TIMER, MANUAL_WAIT_FOR_NEW_SELECTION);
+}
+
+void states::selectSourceId() {
+    if (inAutoMode())
+        machine.sequenceStart = -1;
+    if (takeIfQueued(EID_FLUSHCACHE))
+        return setState(FLUSH_CACHE_CONNECTED);
+    if (process.currentPID == -1 || !isSameInput(machine.pendingSource, machine.currentSource))
+        return setState(REQUEST_ENCODER_TYPE);
+    getSourceEntry(machine.pendingSource); // refreshes the status values of this source
+    setState(SEND_ONLY_PTZ);
+}
+
+void states::flushCacheConnected() {
+    flushSourceCache();
+    setState(REQUEST_ENCODER_TYPE);
+}

@@ -1,0 +1,132 @@
+// Stopping, and what there is without playback: DISCONNECTED, FLUSH_CACHE, LOCKED, STOP_PLAYING,
+// SHUTDOWN_CURRENT_PLAYER, WAIT_DISCONNECT_SHUTDOWN, PLAYING_STOPPED.
+
+#include "events/timers.h"
+#include "launcher/display.h"
+#include "launcher/handlers.h"
+#include "launcher/waiting.h"
+#include "player/player_exit.h"
+#include "process/process_state.h"
+#include "sources/source_cache.h"
+
+#include <libcommon/display.h>
+#include <libcommon/log.h>
+#include <libcommon/semaphores.h>
+
+namespace {
+
+constexpr long lockMilliseconds = 10000;
+constexpr int lockSemaphore = 2003; // raised once per lock request
+
+void showDisconnected() {
+    if (configuration("Decoder.ShowDisconnectedMessage") == "yes")
+        osdPrintf(0, 0, "Disconnected. My IP address: %s",
+                  configuration("Network.eth0.IPAddress").toString().c_str());
+    else
+        osdClear(0);
+    osdBlank();
+    machine.sequencePaused = false;
+    information("Decoder.Info.Connected") = "no";
+    showFailureLed();
+    osdClear(1);
+    osdClear(2);
+    blankscreen();
+}
+
+// A lock goes before everything that was queued earlier.
+Event waitDisconnected() {
+    if (const auto lock = takeIfQueued(EID_LOCK))
+        return *lock;
+    return waitForEvent(EID_SELECT, EID_BUTTON, EID_CONNECTPROPERTYCHANGED, EID_ALARM, EID_FLUSHCACHE,
+                        EID_LOCK);
+}
+
+void connectAgain() {
+    configuration("Decoder.Connected") = "yes";
+    flushEventQueue();
+    setState(CONNECT);
+}
+
+// CONNECT takes the event from the queue and shows its source first.
+void connectFor(const Event& event) {
+    configuration("Decoder.Connected") = "yes";
+    flushEventQueue();
+    pushEvent(event);
+    setState(CONNECT);
+}
+
+void startLock() {
+    machine.lockTimerId = setTimeout(lockMilliseconds);
+    semaphoreIncrease(lockSemaphore);
+}
+
+} // namespace
+
+void states::disconnected() {
+    showDisconnected();
+    const Event event = waitDisconnected();
+    const bool manual = configuration("Decoder.SequenceMode") == "manual";
+    if (isShortPress(event)) {
+        connectAgain();
+    } else if (event.id == EID_SELECT || (event.id == EID_ALARM && manual)) {
+        connectFor(event);
+    } else if (event.id == EID_CONNECTPROPERTYCHANGED) {
+        if (configuration("Decoder.Connected") == "yes") {
+            flushEventQueue();
+            setState(CONNECT);
+        }
+    } else if (event.id == EID_FLUSHCACHE) {
+        setState(FLUSH_CACHE);
+    } else if (event.id == EID_LOCK) {
+        startLock();
+        setState(LOCKED);
+    }
+}
+
+void states::flushCache() {
+    flushSourceCache();
+    setState(DISCONNECTED);
+}
+
+void states::locked() {
+    const Event event = waitForEvent(EID_TIMEOUT, EID_RECONNECT, EID_LOCK);
+    if (event.id == EID_RECONNECT || isTimeout(event, machine.lockTimerId)) {
+        // Back in DISCONNECTED this connects again, if that is still wanted.
+        pushEvent(Event{.id = EID_CONNECTPROPERTYCHANGED, .value1 = 0, .value2 = 0, .payload = {}});
+        setState(FLUSH_CACHE);
+    } else if (event.id == EID_LOCK) {
+        startLock(); // renewed: the earlier timer is nobody's now
+    }
+}
+
+void states::stopPlaying() {
+    endPause();
+    setState(process.currentPID != -1 ? SHUTDOWN_CURRENT_PLAYER : PLAYING_STOPPED);
+}
+
+void states::shutdownCurrentPlayer() {
+    hangUpCurrentPlayer();
+    if (meetAtBarrier(1, process.currentPID))
+        return setState(WAIT_DISCONNECT_SHUTDOWN);
+    const Event event = waitForEvent(EID_CHILD);
+    if (currentPlayerEnded(event))
+        setState(PLAYING_STOPPED);
+    else if (event.id == EID_CHILD)
+        logmsg(7, "SIG_CHILD from PID %d\n", event.value1);
+}
+
+void states::waitDisconnectShutdown() {
+    const Event event = waitForEvent(EID_CHILD);
+    if (currentPlayerEnded(event))
+        setState(PLAYING_STOPPED);
+    else
+        logUnknownChild(event);
+}
+
+void states::playingStopped() {
+    forgetCurrentPlayer();
+    process.pendingPID = -1;
+    machine.pendingSource = -1;
+    machine.sequencePos = -1;
+    setState(DISCONNECTED);
+}

@@ -1,0 +1,69 @@
+// A source that could not be detected, and the error sleeps: REQUEST_ENCODER_FAILED, SET_SLEEP_10_TIMER,
+// SET_SLEEP_1_TIMER, SHUTDOWN_CURRENT_PLAYER_AFTER_REQUEST_FAILED,
+// WAIT_SHUTDOWN_CURRENT_PLAYER_AFTER_REQUEST_FAILED, CURRENT_PLAYER_STOPPED_AFTER_REQUEST_FAILED.
+
+#include "events/timers.h"
+#include "launcher/display.h"
+#include "launcher/handlers.h"
+#include "launcher/waiting.h"
+#include "player/player_exit.h"
+#include "process/process_state.h"
+
+#include <libcommon/log.h>
+
+namespace {
+
+constexpr long failedRequestMilliseconds = 4000;
+constexpr long longSleepMilliseconds = 10000;
+constexpr long shortSleepMilliseconds = 4000; // kept: four seconds, whatever the state's name says
+
+void startErrorSleep(long milliseconds) {
+    machine.sleepTimerId = setTimeout(milliseconds);
+    setStateByMode(AUTO_WAIT_ERROR_SLEEP_EVENT, MANUAL_WAIT_ERROR_SLEEP_EVENT);
+}
+
+} // namespace
+
+void states::requestEncoderFailed() {
+    if (process.currentPID != -1)
+        return setState(SHUTDOWN_CURRENT_PLAYER_AFTER_REQUEST_FAILED);
+    if (!inAutoMode())
+        return setState(SET_SLEEP_10_TIMER);
+    machine.sleepTimerId = setTimeout(failedRequestMilliseconds);
+    setState(AUTO_SLEEP_AFTER_ENCODER_REQUEST_FAILED);
+}
+
+void states::setSleep10Timer() {
+    startErrorSleep(longSleepMilliseconds);
+}
+
+void states::setSleep1Timer() {
+    startErrorSleep(shortSleepMilliseconds);
+}
+
+void states::shutdownCurrentPlayerAfterRequestFailed() {
+    hangUpCurrentPlayer();
+    if (meetAtBarrier(1, process.currentPID))
+        return setState(WAIT_SHUTDOWN_CURRENT_PLAYER_AFTER_REQUEST_FAILED);
+    const Event event = waitForEvent(EID_CHILD);
+    if (currentPlayerEnded(event))
+        setState(CURRENT_PLAYER_STOPPED_AFTER_REQUEST_FAILED);
+    else if (event.id == EID_CHILD)
+        logmsg(7, "SIG_CHILD from PID %d\n", event.value1);
+}
+
+void states::waitShutdownCurrentPlayerAfterRequestFailed() {
+    const Event event = waitForEvent(EID_CHILD);
+    if (currentPlayerEnded(event))
+        setState(CURRENT_PLAYER_STOPPED_AFTER_REQUEST_FAILED);
+    else
+        logUnknownChild(event);
+}
+
+void states::currentPlayerStoppedAfterRequestFailed() {
+    blankscreen();
+    showFailureLed();
+    printNoConnection();
+    forgetCurrentPlayer();
+    setState(REQUEST_ENCODER_FAILED);
+}
