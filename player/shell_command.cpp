@@ -1,0 +1,43 @@
+#include "player/shell_command.h"
+
+#include <cerrno>
+#include <csignal>
+#include <spawn.h>
+#include <sys/types.h>
+#include <sys/wait.h>
+
+extern char** environ;
+
+namespace {
+
+// Starts the shell with no signal blocked. 0 or an errno value.
+int spawnShell(const char* command, pid_t& pid) {
+    posix_spawnattr_t attributes;
+    if (const int error = posix_spawnattr_init(&attributes))
+        return error;
+    sigset_t none;
+    sigemptyset(&none);
+    posix_spawnattr_setsigmask(&attributes, &none);
+    posix_spawnattr_setflags(&attributes, POSIX_SPAWN_SETSIGMASK);
+    const char* const argv[] = {"sh", "-c", command, nullptr};
+    const int error =
+        posix_spawn(&pid, "/bin/sh", nullptr, &attributes, const_cast<char* const*>(argv), environ);
+    posix_spawnattr_destroy(&attributes);
+    return error;
+}
+
+} // namespace
+
+int runShellCommand(const char* command) {
+    pid_t pid = -1;
+    if (const int error = spawnShell(command, pid)) {
+        errno = error;
+        return -1;
+    }
+    int status = 0;
+    // A handler that runs meanwhile must not leave a zombie that nobody waits for.
+    while (waitpid(pid, &status, 0) == -1)
+        if (errno != EINTR)
+            return -1;
+    return status;
+}
