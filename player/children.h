@@ -1,7 +1,8 @@
 // The list of live players, and the handler that reaps them.
 //
-// The list is changed only on the main thread: by gaffel with SIGCHLD blocked, and by the SIGCHLD handler, which
-// runs only where the main thread waits. Children that are not in the list belong to whoever waits for them.
+// The list is changed only on the main thread: by gaffel with SIGCHLD blocked, and by the SIGCHLD handler,
+// which runs only where the main thread waits. Children that are not in the list belong to whoever waits for
+// them.
 #pragma once
 
 // Enters a child. Its exit will come as EID_CHILD.

@@ -1,0 +1,193 @@
+#include "player/command_line.h"
+
+#include "process/paths.h"
+#include "process/process_state.h"
+#include "sources/source_record.h"
+
+#include <libcommon/log.h>
+#include <libcommon/network.h>
+#include <libcommon/params.h>
+#include <libcommon/status.h>
+
+#include <cerrno>
+#include <csignal>
+#include <cstring>
+#include <unistd.h>
+#include <utility>
+
+namespace {
+
+constexpr int execFailedStatus = 13;
+
+// For the kinds of stream that no player shows the list has no program: the exec then fails.
+const char* playerProgram(int detectedType) {
+    switch (detectedType) {
+    case TYPE_MJPEG:
+        return "/bin/mjpeg_player";
+    case TYPE_MPEG2:
+        return "unicastplayer";
+    case TYPE_SDP:
+        return "multicastplayer";
+    case TYPE_RTSP_UNICAST:
+    case TYPE_RTSP_MULTICAST:
+    case TYPE_RTSP_TCP:
+    case TYPE_RTSP_HTTP:
+        return "/bin/mpeg4player";
+    }
+    return nullptr;
+}
+
+const char* tableText(const char* const* table, int size, int index) {
+    return index >= 0 && index < size ? table[index] : table[size - 1];
+}
+
+class Builder {
+public:
+    Builder(SourceEntry entry, std::uint16_t port)
+        : entry_(std::move(entry)), port_(port), record_(readSource(entry_.index)) {}
+
+    CommandLine build() {
+        if (const char* program = playerProgram(entry_.detectedType))
+            add(program);
+        addCredentials();
+        addCommonOptions();
+        switch (entry_.detectedType) {
+        case TYPE_MJPEG:
+            addMjpeg();
+            break;
+        case TYPE_MPEG2:
+            add("-P", std::to_string(entry_.rtspPort), entry_.rtspHost);
+            break;
+        case TYPE_SDP:
+            addMulticast();
+            break;
+        case TYPE_RTSP_UNICAST:
+        case TYPE_RTSP_MULTICAST:
+        case TYPE_RTSP_TCP:
+        case TYPE_RTSP_HTTP:
+            addMpeg4();
+            break;
+        }
+        return std::move(line_);
+    }
+
+private:
+    template<class... Texts>
+    void add(Texts&&... texts) {
+        (line_.arguments.emplace_back(std::forward<Texts>(texts)), ...);
+    }
+
+    void addCredentials() {
+        if (entry_.connectMode != CONNECT_HTTP_AUTH && entry_.connectMode != CONNECT_HTTPS)
+            return;
+        add("-u", entry_.userName, "-p");
+        line_.passwordIndex = line_.arguments.size();
+        add(entry_.password);
+    }
+
+    void addCommonOptions() {
+        if (entry_.detectedType == TYPE_MJPEG && entry_.connectMode == CONNECT_HTTPS)
+            add("-e");
+        const bool pal = ParamWrapper(0, true)["Decoder.VideoMode"] == "pal";
+        add("-m", pal ? "pal" : "ntsc", "-o", "tv", "-n", std::to_string(entry_.index));
+        if (process.verbosity > 1)
+            add("-v");
+        add("-r", "10000");
+    }
+
+    void addMjpeg() {
+        if (entry_.audioAvailable)
+            add("-a");
+        add("-P", std::to_string(entry_.rtspPort), entry_.rtspHost);
+        extendStreamOptions("Resolution", "&resolution=");
+        extendStreamOptions("Compression", "&compression=");
+        if (!entry_.streamOptions.empty())
+            add("-t", entry_.streamOptions);
+        std::string rotation = status(entry_.index, "ImageRotation");
+        if (rotation.empty())
+            rotation = "0";
+        if (rotation == "180")
+            add("-f");
+        add("-i", interlaceMode(rotation));
+    }
+
+    // kept: what meets an empty query becomes its "?" and is itself dropped.
+    void extendStreamOptions(const char* key, const char* option) {
+        const std::string& value = record_[key];
+        if (value == "default")
+            return;
+        if (entry_.streamOptions.empty())
+            entry_.streamOptions = "?";
+        else
+            entry_.streamOptions += option + value;
+    }
+
+    // Automatic becomes progressive where lines of two fields would not lie between each other: in a picture
+    // turned by a quarter, and in the quad view.
+    std::string interlaceMode(const std::string& rotation) {
+        std::string mode = record_["InterlaceMode"].substr(0, 1);
+        const bool quarterTurn = rotation == "90" || rotation == "270";
+        if (mode == "a" && (quarterTurn || entry_.sourceNumber == 0))
+            mode = "p";
+        return mode;
+    }
+
+    void addMulticast() {
+        add(entry_.rtspHost, std::to_string(entry_.rtspPort));
+        if (entry_.audioAvailable)
+            add(entry_.audioHost, std::to_string(entry_.audioPort));
+    }
+
+    void addMpeg4() {
+        add("-P", std::to_string(entry_.rtspPort));
+        if (entry_.detectedType == TYPE_RTSP_UNICAST)
+            add("-q", std::to_string(port_));
+        add("-c", std::to_string(entry_.sourceNumber));
+        add("-M", tableText(videoSourceTypeString, 9, entry_.detectedType));
+        add("-H", tableText(connectModeString, 5, entry_.connectMode));
+        add(entry_.rtspHost);
+    }
+
+    SourceEntry entry_;
+    std::uint16_t port_;
+    SourceParams record_;
+    CommandLine line_;
+};
+
+} // namespace
+
+std::string CommandLine::text() const {
+    std::string line;
+    for (std::size_t i = 0; i < arguments.size(); ++i) {
+        if (i > 0)
+            line += ' ';
+        // By position, not by the "-p" before it: a user may be called "-p".
+        line += i == passwordIndex ? "********" : arguments[i];
+    }
+    return line;
+}
+
+CommandLine buildCommandLine(SourceEntry entry, std::uint16_t port) {
+    return Builder(std::move(entry), port).build();
+}
+
+PlayerCommand::PlayerCommand(CommandLine commandLine)
+    : commandLine_(std::move(commandLine)), text_(commandLine_.text()),
+      file_(underApplianceRoot(commandLine_.arguments.front())) {
+    for (std::string& argument : commandLine_.arguments)
+        argv_.push_back(argument.data());
+    argv_.push_back(nullptr);
+}
+
+void PlayerCommand::execute() const {
+    // Searches PATH for a bare name only.
+    execvp(file_.c_str(), argv_.data());
+    const int error = errno;
+    // A thread of the supervisor may have held the log's lock at the fork: then the line is lost, not the
+    // child.
+    std::signal(SIGALRM, [](int) { _exit(execFailedStatus); });
+    alarm(2);
+    logmsg(3, "Failed to execvp() (%d, '%s') using cmdline '%s'", error, std::strerror(error), text_.c_str());
+    // Not exit(): what the supervisor had not yet flushed to standard output is not the child's to print.
+    _exit(execFailedStatus);
+}

@@ -1,0 +1,108 @@
+#include "player/launch.h"
+
+#include "barrier/barrier_table.h"
+#include "player/children.h"
+#include "player/command_line.h"
+#include "player/port_pairs.h"
+#include "process/process_state.h"
+#include "process/signal_mask.h"
+
+#include <libcommon/log.h>
+#include <libcommon/semaphores.h>
+
+#include <cerrno>
+#include <csignal>
+#include <cstdint>
+#include <cstdio>
+#include <cstring>
+#include <sys/prctl.h>
+#include <unistd.h>
+
+namespace {
+
+constexpr int playerStartSemaphore = 2001;
+constexpr int forkHandshakeSemaphore = 2002;
+
+// Keeps every handler from running between fork and registration: a child that took a SIGINT with the
+// supervisor's handler would shut the supervisor's players down. SIGSEGV is never blocked.
+sigset_t holdSignals() {
+    sigset_t held;
+    sigset_t saved;
+    sigfillset(&held);
+    sigdelset(&held, SIGSEGV);
+    pthread_sigmask(SIG_SETMASK, &held, &saved);
+    return saved;
+}
+
+// The child's half of gaffel.
+void becomeChild(int parent) {
+    // A child whose supervisor dies before it is released would wait for ever, and take the release that was
+    // meant for a child of the next supervisor. The signal stays set for the player: it dies with its
+    // supervisor.
+    prctl(PR_SET_PDEATHSIG, SIGTERM);
+    if (getppid() != parent)
+        _exit(1); // it died before the call above
+    for (int signo = 0; signo < 32; ++signo)
+        std::signal(signo, SIG_DFL);
+    unblockAllSignals();
+    semaphoreDecrease(forkHandshakeSemaphore);
+}
+
+// The parent's half.
+void registerChild(int pid) {
+    std::printf("Pushing back pid: %d\n", pid);
+    addChild(pid);
+    createBarrier(pid);
+    semaphoreIncrease(forkHandshakeSemaphore);
+}
+
+} // namespace
+
+int gaffel() {
+    const int parent = getpid();
+    const sigset_t saved = holdSignals();
+    const int pid = fork();
+    if (pid == 0) {
+        becomeChild(parent);
+        return 0;
+    }
+    const int error = errno;
+    if (pid > 0)
+        registerChild(pid);
+    pthread_sigmask(SIG_SETMASK, &saved, nullptr);
+    errno = error;
+    return pid;
+}
+
+int launchPlayer(SourceEntry* entry) {
+    if (entry == nullptr) {
+        logmsg(3, "launchPlayer called with NULL entry.");
+        return -1;
+    }
+    if (!entry->detectedOK) {
+        logmsg(3, "launchPlayer called with an invalid entry.");
+        return -1;
+    }
+    int port = -1;
+    if (entry->detectedType == TYPE_RTSP_UNICAST) {
+        port = allocatePlayerPortPair();
+        if (port == -1) {
+            logmsg(3, "launchPlayer failed to bind port.");
+            return -1;
+        }
+    }
+    semaphoreSet(playerStartSemaphore, 0);
+    const PlayerCommand command(buildCommandLine(*entry, static_cast<std::uint16_t>(port)));
+    if (process.verbosity > 1)
+        logmsg(7, "Using cmdline '%s'", command.text().c_str());
+    const int pid = gaffel();
+    if (pid == -1) {
+        const int error = errno;
+        logmsg(3, "Failed to gaffel() errno=%d (%s)", error, std::strerror(error));
+        return -1;
+    }
+    if (pid == 0)
+        command.execute();
+    std::printf("Launched pid: %d\n", pid);
+    return pid;
+}
