@@ -1,0 +1,57 @@
+// Events, timers and barriers for unit tests, linked in place of the events and barrier folders: a queue that
+// the test fills, nothing that waits. Call fake::resetEvents() after fake::reset().
+//
+// Recorded in fake::calls as
+//   getNextEvent(4,11,2)  peekNextEvent(12)   the identifiers taken; "skip 4", "discard 4" for the other
+//   actions and
+//                                             "others ..." for a list that does not end with skipping all
+//                                             others
+//   pushEvent(12,0,0)  flushEventQueue()  setQueueLimit(8,1)  setTimeout(10000)  masterBarrier(1,100,101)
+#pragma once
+
+#include "barrier/master_barrier.h"
+#include "events/event_queue.h"
+#include "events/timers.h"
+#include "tests/fakes/fake_libcommon.h"
+
+#include <deque>
+#include <functional>
+#include <map>
+#include <span>
+#include <stdexcept>
+#include <vector>
+
+namespace fake {
+
+// Thrown by a blocking take that would wait for ever.
+struct WouldBlock : std::logic_error {
+    using std::logic_error::logic_error;
+};
+
+void resetEvents();
+
+// The queue, oldest first. The takes honour take, skip and discard.
+extern std::deque<Event> queue;
+
+// Appends as the event handler thread does, within the identifier's limit. False when the event was dropped.
+bool deliver(const Event& event);
+extern std::map<int, int> queueLimits; // what setQueueLimit set
+
+// Run when a blocking take finds nothing; it delivers something and returns true, or false (the default) for
+// WouldBlock.
+extern std::function<bool()> onWait;
+
+extern std::vector<Event> taken; // every event that a take returned
+extern int takeResult;           // not 0: every take fails with it
+
+// Timers: ids count up from nextTimerId, which resetEvents sets to 65536. lastTimerId is the one armed last.
+extern int nextTimerId;
+extern int lastTimerId;
+
+// Barriers: the results of the next waits, 0 when there are no more; or the function, where there is one.
+extern std::deque<int> barrierResults;
+extern std::function<int(int barrierId, std::span<const int> pids)> onMasterBarrier;
+
+Event event(int id, int value1 = 0, int value2 = 0);
+
+} // namespace fake
