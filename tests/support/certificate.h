@@ -1,0 +1,31 @@
+// A self-signed certificate for tests, made at run time: nothing secret and nothing that expires is in the
+// tree.
+#pragma once
+
+#include <memory>
+#include <string>
+
+struct ssl_ctx_st;
+
+namespace scripted {
+
+class Certificate {
+public:
+    // For a comma-separated list of names in OpenSSL's form: "IP:127.0.0.1,DNS:localhost". Valid for a day.
+    explicit Certificate(const std::string& names = "IP:127.0.0.1,DNS:localhost");
+    ~Certificate();
+    Certificate(const Certificate&) = delete;
+    Certificate& operator=(const Certificate&) = delete;
+
+    // The certificate as PEM: what a client's CA file has to hold.
+    std::string pem() const;
+
+    // The server's side; owned by the object.
+    ssl_ctx_st* context() const;
+
+private:
+    struct Parts;
+    std::unique_ptr<Parts> parts_;
+};
+
+} // namespace scripted
