@@ -1,0 +1,67 @@
+// Waiting for the network: the one place where the library's network half blocks.
+//
+// A NetworkOperation lives as long as one public call (a download, a connect, a header, a write) and carries
+// what its waits share: the time by which the whole call has to be over, and the answer to signals.
+//
+// - SIGUSR1 with a handler installed ends the operation. The signal stays blocked for the operation's life,
+// so that
+//   it can't slip in between a test and a wait, and a signalfd in the poll set tells that it came. The
+//   signalfd is never read: the handler itself runs, inside the wait. Ignored or at its default, SIGUSR1 is
+//   left alone.
+// - On the main thread each wait lets SIGINT and SIGCHLD in, atomically; a handler that returns does not end
+// it.
+// - SIGPIPE never leaves the operation: a peer that closed is an errno.
+//
+// One thread; operations of one thread don't overlap. Errors come as errno.
+#pragma once
+
+#include <csignal>
+#include <cstdint>
+#include <poll.h>
+#include <span>
+
+namespace network {
+
+// `seconds` from now, as a time of gettimeusec(); 0 or less means 10 seconds.
+std::int64_t deadlineAfter(int seconds);
+
+enum class WaitEnd {
+    Ready,       // at least one descriptor has something to tell
+    TimeOver,    // errno ETIMEDOUT
+    Interrupted, // errno EINTR, isInterrupted() is true
+    Failed,      // errno tells
+};
+
+class NetworkOperation {
+public:
+    // `deadline`: a time of gettimeusec() at which every wait ends. Keeps errno.
+    explicit NetworkOperation(std::int64_t deadline);
+    ~NetworkOperation();
+    NetworkOperation(const NetworkOperation&) = delete;
+    NetworkOperation& operator=(const NetworkOperation&) = delete;
+
+    std::int64_t deadline() const { return deadline_; }
+
+    // Waits until one of `descriptors` is ready, at most until the earlier of `until` and the deadline. Past
+    // the deadline the answer is TimeOver even when something is ready, so that a peer that sends without end
+    // can't stretch the operation. The events found stand in `descriptors`.
+    WaitEnd wait(std::span<pollfd> descriptors, std::int64_t until);
+
+    // The same for one descriptor and the whole operation: true, or false with errno.
+    bool waitFor(int descriptor, short events);
+
+    // Without waiting: whether the operation has to end. An operation asks before it begins anything.
+    bool interrupted() { return wait({}, 0) == WaitEnd::Interrupted; }
+
+private:
+    WaitEnd takeInterruption();
+
+    std::int64_t deadline_;
+    sigset_t savedMask_;
+    int signalDescriptor_ = -1; // -1: SIGUSR1 is left alone
+    int setupError_ = 0;        // errno of a signalfd that could not be made; every wait fails with it
+    bool pipeSignalWasPending_;
+    bool onMainThread_;
+};
+
+} // namespace network

@@ -1,0 +1,42 @@
+// Host names to addresses, bounded in time and interruptible.
+//
+// A numeric address is taken as it stands. A name is looked up by a detached thread, because getaddrinfo can
+// neither be interrupted nor given a time limit; an abandoned look-up ends by itself later and touches
+// nothing of ours.
+#pragma once
+
+#include "libcommon/src/network_wait.h"
+
+#include <string>
+#include <string_view>
+#include <sys/socket.h>
+#include <vector>
+
+namespace network {
+
+struct Endpoint {
+    sockaddr_storage address;
+    socklen_t length;
+};
+
+struct Resolution {
+    std::vector<Endpoint> endpoints; // never empty on success, in the resolver's order of preference
+    int error = 0;        // errno: EINTR, ETIMEDOUT, EHOSTUNREACH (no such name), EAGAIN (too many look-ups)
+    std::string reason;   // the same for people
+    bool numeric = false; // the host was an address, nothing was looked up
+};
+
+Resolution resolve(const std::string& host, unsigned short port, NetworkOperation& operation);
+
+// Whether `host` is made of what names and addresses are made of: letters, digits, ".", "-", "_", and for
+// IPv6
+// ":" and a "%zone". Anything else never reaches a resolver or a URL.
+bool isHostText(std::string_view host);
+
+// Whether `text` is an IPv6 address, a "%zone" included.
+bool isIPv6Text(std::string_view text);
+
+// The endpoint's address without its port, as text.
+std::string addressText(const Endpoint& endpoint);
+
+} // namespace network
