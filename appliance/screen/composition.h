@@ -3,8 +3,8 @@
 // This is the one place where the picture is put together; the monitor window, the panel's picture and
 // snapshots all show what it makes. The frame is seen only when it was handed in after the screen was last
 // blanked (by osdBlank() or by the store's blank()); else the picture is black behind the texts. Texts are
-// white with a dark outline in the upper third: line 0 on top, each line in its own place, up to two rows of
-// text a line where there is room; what is still too long ends in an ellipsis.
+// white with a dark outline in the upper third: line 0 on top, each line in its own place. Long texts take
+// more rows, as long as all stays in the upper two fifths; what is still too long ends in an ellipsis.
 #pragma once
 
 #include "appliance/screen/frame_store.h"

@@ -128,6 +128,10 @@ bool FrameStore::openForWriting() {
     return file_ != nullptr;
 }
 
+bool FrameStore::present() {
+    return openForReading();
+}
+
 bool FrameStore::newest(Frame& out) {
     // A reader that is overtaken by three drawings while it copies one tries the newest again.
     for (int attempt = 0; attempt < 64; ++attempt) {

@@ -96,6 +96,8 @@ public:
 
     // ---- Reading. A store that can't be read is one without frames, in PAL.
 
+    bool present(); // there is a store that can be used
+
     // Copies the newest frame: true; false when none was drawn yet (`out` is then unchanged).
     bool newest(Frame& out);
 

@@ -63,6 +63,7 @@ protected:
 TEST_F(FrameStoreTest, MissingStoreHasNoFrame) {
     FrameStore store(path);
     Frame frame;
+    EXPECT_FALSE(store.present());
     EXPECT_FALSE(store.newest(frame));
     EXPECT_EQ(store.newestInfo(), FrameInfo{});
     EXPECT_TRUE(store.infosSince(0).empty());
@@ -84,6 +85,7 @@ TEST_F(FrameStoreTest, DrawnFrameIsReadBackWithItsRecord) {
     EXPECT_LE(info.time, gettimeusec());
     Frame frame;
     ASSERT_TRUE(reader.newest(frame));
+    EXPECT_TRUE(reader.present());
     EXPECT_EQ(frame.info, info);
     EXPECT_EQ(frame.width, 720);
     EXPECT_EQ(frame.height, 576);
@@ -426,7 +428,7 @@ TEST_F(FrameStoreTest, ModeChangesWhileOthersDrawAndRead) {
             if (!drawing)
                 continue;
             std::fill_n(reinterpret_cast<std::uint32_t*>(drawing.pixels()),
-                        static_cast<std::size_t>(drawing.width() * drawing.height()), 0x55U);
+                        std::size_t(1) * drawing.width() * drawing.height(), 0x55U);
             drawing.commit(1);
         }
     });

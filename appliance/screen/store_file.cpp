@@ -113,10 +113,16 @@ void carryOver(StoreFile& from, StoreFile& to, bool keepPicture) {
     std::memcpy(to.picture(newest) + indent, from.picture(newest) + skip, rows * row);
 }
 
+// Both files are for the appliance's user and group, whatever the umask; not for the world.
+constexpr mode_t accessMode = 0660;
+
 int openLockFile(const std::string& path) {
-    int fd = open(path.c_str(), O_RDWR | O_CREAT | O_CLOEXEC, 0660);
-    if (fd < 0 && errno == ENOENT && makeParentFolders(path))
-        fd = open(path.c_str(), O_RDWR | O_CREAT | O_CLOEXEC, 0660);
+    int fd = open(path.c_str(), O_RDWR | O_CLOEXEC);
+    if (fd >= 0 || errno != ENOENT || !makeParentFolders(path))
+        return fd;
+    fd = open(path.c_str(), O_RDWR | O_CREAT | O_CLOEXEC, accessMode);
+    if (fd >= 0)
+        fchmod(fd, accessMode);
     return fd;
 }
 
@@ -202,11 +208,12 @@ std::shared_ptr<StoreFile> StoreFile::create(const std::string& path, VideoMode 
     const std::string fresh = path + ".new";
     const std::uint64_t size = storeFileSize(mode);
     unlink(fresh.c_str());
-    const int fd = ::open(fresh.c_str(), O_RDWR | O_CREAT | O_EXCL | O_CLOEXEC, 0660);
+    const int fd = ::open(fresh.c_str(), O_RDWR | O_CREAT | O_EXCL | O_CLOEXEC, accessMode);
     if (fd < 0) {
         logmsg(3, "Can't make the frame store %s (errno=%d %s)", fresh.c_str(), errno, std::strerror(errno));
         return nullptr;
     }
+    fchmod(fd, accessMode);
     // The memory is taken now: a full file system would else end a drawing with SIGBUS.
     const int refused = posix_fallocate(fd, 0, static_cast<off_t>(size));
     StoreHeader* header = refused == 0 ? mapStore(fd, size, true) : nullptr;
