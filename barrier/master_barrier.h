@@ -5,9 +5,9 @@
 #include <span>
 
 // Waits until every one of `pids` has announced barrier `barrierId`, then releases them all in ascending pid
-// order: 0. Never waits by time: -1 as soon as any child exits (the exit and the arrivals so far are sent again,
-// for the state machine and for the next wait), a monitored player announces another barrier or the same twice,
-// or the release of any failed. Main thread; blocks in the event queue.
+// order: 0. Never waits by time: -1 as soon as any child exits (the exit and the arrivals so far are sent
+// again, for the state machine and for the next wait), a monitored player announces another barrier or the
+// same twice, or the release of any failed. Main thread; blocks in the event queue.
 int masterBarrierOf(int barrierId, std::span<const int> pids);
 
 // masterBarrier(1, 2, currentPID, pendingPID): `count` pids follow.
