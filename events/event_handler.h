@@ -1,7 +1,8 @@
 // The event handler thread: brings the appliance's events into the internal queue.
 //
-// It also decides when a busy main thread must be disturbed: what the user did, and the loss of the connection,
-// are announced with SIGUSR1 when nobody sleeps in a blocking take, so that a detection gives up early.
+// It also decides when a busy main thread must be disturbed: what the user did, and the loss of the
+// connection, are announced with SIGUSR1 when nobody sleeps in a blocking take, so that a detection gives up
+// early.
 #pragma once
 
 #include <libcommon/events.h>

@@ -1,8 +1,9 @@
 // The internal event queue: what happened and was not yet dealt with.
 //
-// The event handler thread puts events in, in arrival order; the main thread takes them out selectively: for each
-// identifier it says take, skip (stays for later) or discard. Each identifier may be queued only so many times;
-// beyond that the newer event is dropped, never a queued one. One mutex guards it all; the taker alone waits.
+// The event handler thread puts events in, in arrival order; the main thread takes them out selectively: for
+// each identifier it says take, skip (stays for later) or discard. Each identifier may be queued only so many
+// times; beyond that the newer event is dropped, never a queued one. One mutex guards it all; the taker alone
+// waits.
 #pragma once
 
 #include <libcommon/events.h>
@@ -37,15 +38,16 @@ void setQueueLimit(int id, int maximum);
 void pushEvent(const Event& event);
 
 // The event handler thread's append. Under the queue's lock, when the taker is not asleep in a blocking take,
-// `takerIsBusy` is called with the event, whether it was appended or dropped. Then wakes the taker if appended.
+// `takerIsBusy` is called with the event, whether it was appended or dropped. Then wakes the taker if
+// appended.
 void deliverEvent(const Event& event, void (*takerIsBusy)(const Event&));
 
 // Drops every queued event; the limits stay. Main thread.
 void flushEventQueue();
 
-// The selective take. Walks from the oldest event; 0 with the taken event in *out, -1 for a malformed list (no
-// EID_OTHER within 15 words) or, without `wait`, when nothing is to be taken; -2 when an event met has an unknown
-// action. With `wait` it sleeps, signals let in, until an event comes. Main thread.
+// The selective take. Walks from the oldest event; 0 with the taken event in *out, -1 for a malformed list
+// (no EID_OTHER within 15 words) or, without `wait`, when nothing is to be taken; -2 when an event met has an
+// unknown action. With `wait` it sleeps, signals let in, until an event comes. Main thread.
 int takeEvent(Event* out, const SelectionWord* words, std::size_t count, bool wait);
 
 // getNextEvent(&event, take(EID_CHILD), SKIP_OTHERS): the blocking form.

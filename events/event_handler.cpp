@@ -1,0 +1,80 @@
+#include "events/event_handler.h"
+
+#include "events/event_queue.h"
+#include "process/process_state.h"
+#include "process/signal_mask.h"
+
+#include <libcommon/log.h>
+#include <libcommon/params.h>
+
+#include <csignal>
+#include <pthread.h>
+
+namespace {
+
+// The only process-wide state of this file: the thread's handle on the decoder's parameters. Opened by the
+// thread, read afresh at each question, never destroyed, because the thread outlives the main thread's exit.
+const ParamWrapper& parameters() {
+    static const ParamWrapper& handle = *new ParamWrapper(0, true);
+    return handle;
+}
+
+constexpr int holdFlag = 0xff; // low byte of value 2
+
+// Why the main thread must give up what it is busy with; null: it need not.
+const char* reasonToDisturb(const Event& event) {
+    switch (event.id) {
+    case EID_CONNECTPROPERTYCHANGED:
+        return parameters()["Decoder.Connected"] == "no"
+                   ? "EID_CONNECTPROPERTYCHANGED && Decoder.Connected=no"
+                   : nullptr;
+    case EID_LOCK:
+        return "EID_LOCK";
+    case EID_BUTTON:
+        if ((event.value2 & holdFlag) != 0)
+            return "EID_BUTTON && button.hold";
+        return getMode() == MODE_MANUAL ? "EID_BUTTON && !button.hold && mode==MODE_MANUAL"
+                                        : "EID_BUTTON && !button.hold && mode==MODE_AUTO";
+    case EID_SELECT:
+        return "EID_SELECT";
+    }
+    return nullptr;
+}
+
+void disturb(const Event& event) {
+    const char* reason = reasonToDisturb(event);
+    if (reason == nullptr)
+        return;
+    logmsg(7, "eventHandler() Spotted %s. Sending SIGUSR1", reason);
+    kill(process.supervisorPid, SIGUSR1);
+}
+
+void* eventHandler(void*) {
+    blockAllSignals();
+    parameters();
+    logmsg(7, "eventHandler() started");
+    clearEventQueue();
+    Event event{};
+    while (waitEvent(&event) == 0)
+        handleIncomingEvent(event);
+    logmsg(3, "waitEvent() failed in eventHandler()");
+    logmsg(7, "eventHandler() stopped");
+    return nullptr;
+}
+
+} // namespace
+
+void handleIncomingEvent(const Event& event) {
+    if (event.id == EID_ALARM && parameters()["Alarm.Enabled"] != "yes")
+        return;
+    deliverEvent(event, disturb);
+}
+
+void startEventHandler() {
+    pthread_attr_t attributes;
+    pthread_attr_init(&attributes);
+    pthread_attr_setdetachstate(&attributes, PTHREAD_CREATE_DETACHED);
+    pthread_t thread{};
+    pthread_create(&thread, &attributes, eventHandler, nullptr);
+    pthread_attr_destroy(&attributes);
+}

@@ -1,0 +1,419 @@
+#include "events/event_queue.h"
+
+#include "events/taker_probe.h"
+#include "process/signal_mask.h"
+#include "tests/fakes/fake_barrier_table.h"
+#include "tests/support/child_run.h"
+
+#include <algorithm>
+#include <csignal>
+#include <cstdlib>
+#include <cstring>
+#include <gtest/gtest.h>
+#include <pthread.h>
+#include <thread>
+#include <vector>
+
+namespace {
+
+using Log = std::vector<fake::LogLine>;
+using Words = std::vector<SelectionWord>;
+
+struct EventQueue : testing::Test {
+    EventQueue() {
+        fake::reset();
+        flushEventQueue();
+        for (int id = -1; id < 14; ++id)
+            setQueueLimit(id, defaultQueueLimit);
+    }
+};
+
+Event event(int id, int value1 = 0, int value2 = 0) {
+    Event e{};
+    e.id = id;
+    e.value1 = value1;
+    e.value2 = value2;
+    return e;
+}
+
+int peek(const Words& words, Event* out) {
+    return takeEvent(out, words.data(), words.size(), false);
+}
+
+// What is queued, by value 1, oldest first; empties the queue.
+std::vector<int> drain() {
+    std::vector<int> values;
+    Event out{};
+    while (peekNextEvent(&out, selection(ACTION_TAKE, EID_OTHER)) == 0)
+        values.push_back(out.value1);
+    return values;
+}
+
+void push(std::initializer_list<Event> events) {
+    for (const Event& e : events)
+        pushEvent(e);
+    fake::log.clear();
+}
+
+void nobodyToDisturb(const Event&) {}
+
+} // namespace
+
+TEST_F(EventQueue, SelectionWordsCarryTheActionAboveTheIdentifier) {
+    EXPECT_EQ(selection(ACTION_SKIP, EID_BUTTON), 0x20004U);
+    EXPECT_EQ(SKIP_OTHERS, 0x2ffffU);
+    EXPECT_EQ(take(EID_TIMEOUT), 0x10006U);
+    EXPECT_EQ(discard(EID_BUTTON), 0x30004U);
+}
+
+TEST_F(EventQueue, ATakeCopiesTheWholeRecord) {
+    Event sent = event(EID_ALARM, 3, 4);
+    for (int i = 0; i < 10; ++i)
+        sent.payload[i] = 100 + i;
+    pushEvent(sent);
+    Event out{};
+    EXPECT_EQ(peekNextEvent(&out, take(EID_ALARM), SKIP_OTHERS), 0);
+    EXPECT_EQ(std::memcmp(&out, &sent, sizeof out), 0);
+}
+
+TEST_F(EventQueue, TheOldestEventThatIsWantedComesFirst) {
+    push({event(EID_SELECT, 1), event(EID_LOCK, 2), event(EID_SELECT, 3), event(EID_LOCK, 4)});
+    Event out{};
+    EXPECT_EQ(peekNextEvent(&out, take(EID_LOCK), SKIP_OTHERS), 0);
+    EXPECT_EQ(out.value1, 2);
+    EXPECT_EQ(drain(), (std::vector<int>{1, 3, 4}));
+}
+
+TEST_F(EventQueue, AHighHalfOfZeroMeansTake) {
+    push({event(EID_SELECT, 1), event(EID_LOCK, 2)});
+    Event out{};
+    EXPECT_EQ(peekNextEvent(&out, EID_LOCK, SKIP_OTHERS), 0);
+    EXPECT_EQ(out.value1, 2);
+    EXPECT_EQ(peekNextEvent(&out, EID_OTHER), 0);
+    EXPECT_EQ(out.value1, 1);
+}
+
+TEST_F(EventQueue, SkippingEverythingLeavesTheQueueAsItWas) {
+    push({event(EID_SELECT, 1), event(EID_LOCK, 2)});
+    Event out = event(77, 77, 77);
+    EXPECT_EQ(peekNextEvent(&out, SKIP_OTHERS), -1);
+    EXPECT_EQ(out.id, 77);
+    EXPECT_EQ(drain(), (std::vector<int>{1, 2}));
+}
+
+TEST_F(EventQueue, AnEmptyQueueGivesNothing) {
+    Event out{};
+    EXPECT_EQ(peekNextEvent(&out, selection(ACTION_TAKE, EID_OTHER)), -1);
+}
+
+TEST_F(EventQueue, ADiscardedButtonIsGoneWhenTheTimerBehindItIsTaken) {
+    setQueueLimit(EID_BUTTON, 1);
+    setQueueLimit(EID_TIMEOUT, 1);
+    push({event(EID_BUTTON, 1), event(EID_TIMEOUT, 65536)});
+    Event out{};
+    EXPECT_EQ(peek({0x30004, 0x10006, 0x2ffff}, &out), 0);
+    EXPECT_EQ(out.id, EID_TIMEOUT);
+    EXPECT_EQ(out.value1, 65536);
+    EXPECT_EQ(peekNextEvent(&out, selection(ACTION_TAKE, EID_OTHER)), -1);
+    // Both counts fell: there is room for one of each again.
+    push({event(EID_BUTTON, 5), event(EID_TIMEOUT, 6)});
+    EXPECT_EQ(drain(), (std::vector<int>{5, 6}));
+}
+
+TEST_F(EventQueue, DiscardingGoesOnToTheEndWhenNothingIsTaken) {
+    push({event(EID_BUTTON, 1), event(EID_LOCK, 2), event(EID_BUTTON, 3)});
+    Event out{};
+    EXPECT_EQ(peekNextEvent(&out, discard(EID_BUTTON), SKIP_OTHERS), -1);
+    EXPECT_EQ(drain(), (std::vector<int>{2}));
+}
+
+TEST_F(EventQueue, ThirdButtonIsDroppedWhileTwoAreQueued) {
+    setQueueLimit(EID_BUTTON, 2);
+    pushEvent(event(EID_BUTTON, 1));
+    pushEvent(event(EID_BUTTON, 2));
+    pushEvent(event(EID_BUTTON, 3));
+    EXPECT_EQ(fake::log,
+              (Log{{7, "eventHandler::pushEvent() pushing event to queue (id=4)"},
+                   {7, "eventHandler::pushEvent() pushing event to queue (id=4)"},
+                   {7, "eventHandler::pushEvent() discarding event (event queue full id=4 max=2)"}}));
+    Event out{};
+    EXPECT_EQ(peekNextEvent(&out, take(EID_BUTTON), SKIP_OTHERS), 0);
+    EXPECT_EQ(out.value1, 1);
+    pushEvent(event(EID_BUTTON, 4));
+    EXPECT_EQ(drain(), (std::vector<int>{2, 4}));
+}
+
+TEST_F(EventQueue, TheHandlersAppendHasLogTextsOfItsOwn) {
+    setQueueLimit(EID_ALARM, 1);
+    deliverEvent(event(EID_ALARM, 5, -6), nobodyToDisturb);
+    deliverEvent(event(EID_ALARM, 7, 8), nobodyToDisturb);
+    EXPECT_EQ(fake::log, (Log{{7, "eventHandler() adding event to queue (id=8, val=(5,-6))"},
+                              {7, "eventHandler() discarding event (event queue full id=8 max=1)"}}));
+    EXPECT_EQ(drain(), (std::vector<int>{5}));
+}
+
+TEST_F(EventQueue, TheDefaultLimitIs256OfEachIdentifier) {
+    for (int i = 0; i < 300; ++i)
+        pushEvent(event(EID_SELECT, i));
+    pushEvent(event(EID_LOCK, 1000));
+    const std::vector<int> queued = drain();
+    ASSERT_EQ(queued.size(), 257U);
+    EXPECT_EQ(queued[255], 255);
+    EXPECT_EQ(queued[256], 1000);
+}
+
+TEST_F(EventQueue, FlushDropsEventsAndCountsAndKeepsLimits) {
+    setQueueLimit(EID_BUTTON, 2);
+    push({event(EID_BUTTON, 1), event(EID_BUTTON, 2)});
+    flushEventQueue();
+    EXPECT_EQ(drain(), (std::vector<int>{}));
+    push({event(EID_BUTTON, 3), event(EID_BUTTON, 4), event(EID_BUTTON, 5)});
+    EXPECT_EQ(drain(), (std::vector<int>{3, 4}));
+}
+
+TEST_F(EventQueue, FourteenIdentifiersAndTheEndAreAccepted) {
+    Words words;
+    for (std::uint32_t id = 0; id < 14; ++id)
+        words.push_back(selection(ACTION_SKIP, id));
+    words.push_back(selection(ACTION_TAKE, EID_OTHER));
+    push({event(EID_LOCK, 1)});
+    Event out{};
+    EXPECT_EQ(peek(words, &out), -1);
+    EXPECT_TRUE(fake::log.empty());
+}
+
+TEST_F(EventQueue, FifteenIdentifiersAreRefused) {
+    Words words;
+    for (std::uint32_t i = 0; i < 15; ++i)
+        words.push_back(selection(ACTION_TAKE, i % 14));
+    words.push_back(SKIP_OTHERS);
+    push({event(EID_LOCK, 1)});
+    Event out = event(77);
+    EXPECT_EQ(peek(words, &out), -1);
+    EXPECT_EQ(fake::log, (Log{{3, "getNextEvent(): Seems to miss EID_OTHER"}}));
+    EXPECT_EQ(out.id, 77);
+    EXPECT_EQ(drain(), (std::vector<int>{1}));
+}
+
+TEST_F(EventQueue, AListThatEndsWithoutTheEndWordIsRefusedInBothForms) {
+    push({event(EID_LOCK, 1)});
+    Event out = event(77);
+    EXPECT_EQ(peekNextEvent(&out, take(EID_LOCK)), -1);
+    EXPECT_EQ(getNextEvent(&out, take(EID_LOCK)), -1);
+    EXPECT_EQ(takeEvent(&out, nullptr, 0, true), -1);
+    EXPECT_EQ(fake::log, Log(3, {3, "getNextEvent(): Seems to miss EID_OTHER"}));
+    EXPECT_EQ(out.id, 77);
+    EXPECT_EQ(drain(), (std::vector<int>{1}));
+}
+
+TEST_F(EventQueue, WordsBehindTheEndAreNotRead) {
+    push({event(EID_LOCK, 1)});
+    Event out{};
+    EXPECT_EQ(peekNextEvent(&out, SKIP_OTHERS, take(EID_LOCK)), -1);
+    EXPECT_EQ(drain(), (std::vector<int>{1}));
+}
+
+TEST_F(EventQueue, ALaterWordForTheSameIdentifierHolds) {
+    push({event(EID_LOCK, 1)});
+    Event out{};
+    EXPECT_EQ(peekNextEvent(&out, discard(EID_LOCK), selection(ACTION_SKIP, EID_LOCK), SKIP_OTHERS), -1);
+    EXPECT_EQ(drain(), (std::vector<int>{1}));
+}
+
+TEST_F(EventQueue, AnUnknownActionOfAnEventThatIsMetIsRefused) {
+    push({event(EID_BUTTON, 1), event(EID_SELECT, 2), event(EID_LOCK, 3), event(EID_BUTTON, 4)});
+    Event out = event(77);
+    const Words words{discard(EID_BUTTON), selection(4, EID_LOCK), SKIP_OTHERS};
+    EXPECT_EQ(peek(words, &out), -2);
+    EXPECT_EQ(fake::log, (Log{{3, "getNextEvent(): illegal action"}}));
+    EXPECT_EQ(out.id, 77);
+    EXPECT_EQ(takeEvent(&out, words.data(), words.size(), true), -2);
+    EXPECT_EQ(drain(), (std::vector<int>{2, 3, 4}));
+}
+
+TEST_F(EventQueue, AnUnknownActionOfAnEventThatIsNotMetDoesNoHarm) {
+    push({event(EID_SELECT, 2)});
+    Event out{};
+    EXPECT_EQ(peekNextEvent(&out, selection(0xffff, EID_LOCK), take(EID_SELECT), SKIP_OTHERS), 0);
+    EXPECT_EQ(peekNextEvent(&out, selection(4, EID_OTHER)), -1);
+}
+
+TEST_F(EventQueue, AnUnknownActionForAllOthersIsRefusedToo) {
+    push({event(EID_SELECT, 2)});
+    Event out{};
+    EXPECT_EQ(peekNextEvent(&out, selection(4, EID_OTHER)), -2);
+    EXPECT_EQ(drain(), (std::vector<int>{2}));
+}
+
+TEST_F(EventQueue, EventsOutsideTheIdentifiersAreTreatedAsOthers) {
+    push({event(14, 1), event(-1, 2), event(65535, 3), event(EID_LOCK, 4)});
+    Event out{};
+    EXPECT_EQ(peekNextEvent(&out, take(EID_LOCK), selection(ACTION_SKIP, EID_OTHER)), 0);
+    EXPECT_EQ(out.value1, 4);
+    EXPECT_EQ(drain(), (std::vector<int>{1, 2, 3}));
+}
+
+TEST_F(EventQueue, WordsOutsideTheIdentifiersNameNothing) {
+    push({event(14, 1), event(4000, 2), event(EID_LOCK, 3)});
+    Event out{};
+    EXPECT_EQ(peekNextEvent(&out, selection(ACTION_TAKE, 14), selection(ACTION_DISCARD, 4000), SKIP_OTHERS),
+              -1);
+    EXPECT_EQ(drain(), (std::vector<int>{1, 2, 3}));
+}
+
+TEST_F(EventQueue, EveryWalkLogsTheChildrenItMeetsAndDropsTheirBarriers) {
+    push({event(EID_CHILD, 117, 9), event(EID_LOCK, 1), event(EID_CHILD, 118, 0)});
+    Event out{};
+    EXPECT_EQ(peekNextEvent(&out, take(EID_LOCK), SKIP_OTHERS), 0);
+    EXPECT_EQ(fake::calls, (std::vector<std::string>{"dropBarrier(117)"}));
+    EXPECT_EQ(fake::log, (Log{{7, "Got EID_CHILD from pid:117\n"}}));
+    EXPECT_EQ(peekNextEvent(&out, SKIP_OTHERS), -1);
+    EXPECT_EQ(fake::calls,
+              (std::vector<std::string>{"dropBarrier(117)", "dropBarrier(117)", "dropBarrier(118)"}));
+    fake::calls.clear();
+    EXPECT_EQ(peekNextEvent(&out, take(EID_CHILD), SKIP_OTHERS), 0);
+    EXPECT_EQ(out.value2, 9);
+    EXPECT_EQ(peekNextEvent(&out, discard(EID_CHILD), SKIP_OTHERS), -1);
+    EXPECT_EQ(fake::calls, (std::vector<std::string>{"dropBarrier(117)", "dropBarrier(118)"}));
+}
+
+TEST_F(EventQueue, ABlockingTakeReturnsAtOnceWithWhatIsQueued) {
+    push({event(EID_LOCK, 1)});
+    Event out{};
+    EXPECT_EQ(getNextEvent(&out, take(EID_LOCK), SKIP_OTHERS), 0);
+    EXPECT_EQ(out.value1, 1);
+}
+
+TEST_F(EventQueue, ABlockingTakeSleepsUntilAnEventItWantsIsDelivered) {
+    std::thread handler([] {
+        untilTakerSleeps();
+        deliverEvent(event(EID_SELECT, 1), [](const Event&) { FAIL() << "the taker slept"; });
+        untilTakerSleeps();
+        deliverEvent(event(EID_LOCK, 2), [](const Event&) { FAIL() << "the taker slept"; });
+    });
+    Event out{};
+    EXPECT_EQ(getNextEvent(&out, take(EID_LOCK), SKIP_OTHERS), 0);
+    EXPECT_EQ(out.value1, 2);
+    handler.join();
+    EXPECT_EQ(drain(), (std::vector<int>{1}));
+}
+
+TEST_F(EventQueue, ABusyTakerIsReportedForAppendedAndForDroppedEvents) {
+    static std::vector<int> reported;
+    reported.clear();
+    setQueueLimit(EID_BUTTON, 1);
+    const auto report = [](const Event& e) { reported.push_back(e.value1); };
+    deliverEvent(event(EID_BUTTON, 1), report);
+    deliverEvent(event(EID_BUTTON, 2), report);
+    EXPECT_EQ(reported, (std::vector<int>{1, 2}));
+}
+
+TEST_F(EventQueue, ABlockingTakeThatSkipsEverythingSleeps) {
+    const ChildRun run = runInChild([] {
+        pushEvent(event(EID_LOCK, 1));
+        std::thread handler([] {
+            untilTakerSleeps();
+            deliverEvent(event(EID_SELECT, 1), nobodyToDisturb);
+            untilTakerSleeps();
+            _exit(7);
+        });
+        Event out{};
+        getNextEvent(&out, SKIP_OTHERS);
+    });
+    EXPECT_TRUE(run.exitedWith(7)) << run.waitStatus;
+}
+
+TEST_F(EventQueue, NoWakeUpIsLostBetweenTwoThreads) {
+    constexpr int rounds = 20000;
+    static std::atomic<int> taken;
+    taken = 0;
+    std::thread handler([] {
+        for (int i = 0; i < rounds; ++i) {
+            deliverEvent(event(EID_TIMEOUT, i), nobodyToDisturb);
+            while (i - taken > 200) // well below the queue's limit
+                std::this_thread::yield();
+        }
+    });
+    for (int i = 0; i < rounds; ++i) {
+        Event out{};
+        ASSERT_EQ(getNextEvent(&out, take(EID_TIMEOUT), SKIP_OTHERS), 0);
+        ASSERT_EQ(out.value1, i);
+        ++taken;
+    }
+    handler.join();
+}
+
+namespace {
+
+std::atomic<int> signalsHandled;
+
+void countSignal(int) {
+    ++signalsHandled;
+}
+
+bool isBlocked(int signo) {
+    sigset_t mask;
+    pthread_sigmask(SIG_SETMASK, nullptr, &mask);
+    return sigismember(&mask, signo) == 1;
+}
+
+} // namespace
+
+TEST_F(EventQueue, SignalsAreLetInOnlyWhileTheTakerSleeps) {
+    signalsHandled = 0;
+    blockSignalsWhileWorking();
+    std::signal(SIGCHLD, countSignal);
+    kill(getpid(), SIGCHLD); // pending since before the take
+    std::thread handler([] {
+        blockAllSignals();
+        while (signalsHandled < 1)
+            std::this_thread::yield();
+        untilTakerSleeps();
+        kill(getpid(), SIGCHLD); // in the middle of the sleep
+        while (signalsHandled < 2)
+            std::this_thread::yield();
+        deliverEvent(event(EID_LOCK, 1), nobodyToDisturb);
+    });
+    push({event(EID_SELECT, 1)});
+    Event out{};
+    EXPECT_EQ(peekNextEvent(&out, take(EID_LOCK), SKIP_OTHERS), -1);
+    EXPECT_EQ(getNextEvent(&out, take(EID_SELECT), SKIP_OTHERS), 0);
+    EXPECT_EQ(signalsHandled, 0); // neither of them slept
+    EXPECT_EQ(getNextEvent(&out, take(EID_LOCK), SKIP_OTHERS), 0);
+    EXPECT_EQ(signalsHandled, 2);
+    handler.join();
+    kill(getpid(), SIGCHLD);
+    EXPECT_EQ(signalsHandled, 2);
+    EXPECT_TRUE(isBlocked(SIGCHLD));
+    EXPECT_TRUE(isBlocked(SIGINT));
+    std::signal(SIGCHLD, SIG_DFL);
+    unblockAllSignals();
+}
+
+TEST_F(EventQueue, ASigintHandlerMayEndTheProcessOutOfTheSleepWhileEventsGoOnArriving) {
+    const ChildRun run = runInChild([] {
+        static std::atomic<bool> exiting;
+        static std::atomic<int> delivered;
+        blockSignalsWhileWorking();
+        // Holds the exit open until events arrived in the middle of it.
+        std::atexit([] {
+            exiting = true;
+            while (delivered < 100)
+                std::this_thread::yield();
+        });
+        std::signal(SIGINT, [](int) { std::exit(0); });
+        std::thread handler([] {
+            blockAllSignals();
+            untilTakerSleeps();
+            kill(getpid(), SIGINT);
+            while (!exiting)
+                std::this_thread::yield();
+            for (; delivered < 100; ++delivered)
+                deliverEvent(event(EID_SELECT, 1), nobodyToDisturb);
+        });
+        handler.detach();
+        Event out{};
+        getNextEvent(&out, take(EID_LOCK), SKIP_OTHERS);
+    });
+    EXPECT_TRUE(run.exitedWith(0)) << run.waitStatus;
+}

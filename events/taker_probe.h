@@ -1,0 +1,20 @@
+// For tests: how another thread learns that the taker sleeps in a blocking take.
+#pragma once
+
+#include "events/event_queue.h"
+
+#include <atomic>
+#include <thread>
+
+// Spins until the taker sleeps, without waking it: an event whose identifier has no room in the queue is
+// dropped, and whoever delivers it learns only whether the taker is busy.
+inline void untilTakerSleeps() {
+    static std::atomic<bool> busy;
+    constexpr int unusedId = 0;
+    setQueueLimit(unusedId, 0);
+    do {
+        busy = false;
+        deliverEvent(Event{}, [](const Event&) { busy = true; });
+        std::this_thread::yield();
+    } while (busy);
+}

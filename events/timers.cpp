@@ -1,0 +1,96 @@
+#include "events/timers.h"
+
+#include "process/signal_mask.h"
+
+#include <libcommon/events.h>
+#include <libcommon/log.h>
+
+#include <cerrno>
+#include <cstdio>
+#include <ctime>
+#include <memory>
+#include <pthread.h>
+#include <utility>
+
+namespace {
+
+using timers::TimerRequest;
+
+constexpr int firstId = 65536;
+constexpr long shortestSleep = 100000; // nanoseconds; a shorter rest is not slept at all
+constexpr std::size_t stackSize = std::size_t{256} * 1024;
+
+// All process-wide state of this file: the id of the next timer. Main thread.
+int nextId = firstId;
+
+// Hands out the next id. Past the largest int it goes on through the negative numbers; 0 is never handed out.
+int takeId() {
+    const int id = nextId;
+    nextId = static_cast<int>(static_cast<unsigned>(nextId) + 1U);
+    if (nextId == 0)
+        nextId = firstId;
+    return id;
+}
+
+// Sleeps the request's time: true at its end, false for a time that can't be slept.
+bool sleepFor(const TimerRequest& request) {
+    timespec rest{request.seconds, request.nanoseconds};
+    while (rest.tv_sec != 0 || rest.tv_nsec >= shortestSleep) {
+        std::printf(">>> Timer thread: nanosleep(); timeout=%lds %ldns\n", rest.tv_sec, rest.tv_nsec);
+        if (nanosleep(&rest, &rest) == 0)
+            return true;
+        if (errno != EINTR)
+            return false;
+    }
+    return true;
+}
+
+void* timerThread(void* argument) {
+    blockAllSignals();
+    const std::unique_ptr<TimerRequest> owned(static_cast<TimerRequest*>(argument));
+    const TimerRequest& request = *owned;
+    std::printf(">>> Timer thread: timeout=%lds %ldns\n", request.seconds, request.nanoseconds);
+    if (!sleepFor(request)) {
+        logmsg(3, "setTimeout() was called with an invalid timeout");
+        return nullptr;
+    }
+    std::printf(">>> Timer thread: timeout! sending event\n");
+    Event event{};
+    event.id = EID_TIMEOUT;
+    event.value1 = request.id;
+    sendEvent(&event);
+    std::printf(">>> Timer thread: sendEvent done\n");
+    return nullptr;
+}
+
+// Any number of timers may be in flight, most of them asleep: small stacks. A thread that can't be created is
+// not detected by the caller; the timer then never fires.
+void startThread(std::unique_ptr<TimerRequest> request) {
+    pthread_attr_t attributes;
+    pthread_attr_init(&attributes);
+    pthread_attr_setdetachstate(&attributes, PTHREAD_CREATE_DETACHED);
+    pthread_attr_setstacksize(&attributes, stackSize);
+    pthread_t thread{};
+    if (pthread_create(&thread, &attributes, timerThread, request.get()) == 0)
+        (void)request.release(); // the thread's from now on
+    pthread_attr_destroy(&attributes);
+}
+
+} // namespace
+
+timers::TimerRequest timers::makeRequest(long milliseconds, int id) {
+    // kept: the rest below a second is taken times 1000, not times 1000000.
+    return {milliseconds / 1000, (milliseconds % 1000) * 1000, id};
+}
+
+void timers::setNextId(int id) {
+    nextId = id;
+}
+
+int setTimeout(long milliseconds) {
+    const int id = takeId();
+    auto request = std::make_unique<TimerRequest>(timers::makeRequest(milliseconds, id));
+    std::printf(">>> setTimeout(%ld, %d)\n", milliseconds, id);
+    startThread(std::move(request));
+    return id;
+}
