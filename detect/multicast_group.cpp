@@ -1,0 +1,59 @@
+#include "detect/multicast_group.h"
+
+#include <cstdio>
+#include <cstring>
+#include <netdb.h>
+#include <sys/socket.h>
+#include <unistd.h>
+
+namespace detect {
+namespace {
+
+bool resolve(const std::string& name, in_addr& address) {
+    const hostent* host = gethostbyname(name.c_str()); // NOLINT(concurrency-mt-unsafe): one thread asks
+    if (host == nullptr || host->h_addrtype != AF_INET)
+        return false;
+    std::memcpy(&address, host->h_addr_list[0], sizeof address);
+    return true;
+}
+
+// kept: the reserved addresses from 240 on pass, too.
+bool isMulticast(in_addr address) {
+    return (ntohl(address.s_addr) >> 29) == 7;
+}
+
+} // namespace
+
+bool joinMulticast(int& socket, const std::string& group, std::uint16_t port, ip_mreq& membership) {
+    in_addr address{};
+    if (!resolve(group, address))
+        return false;
+    if (!isMulticast(address)) {
+        std::printf("IP-Address is not multicast");
+        return false;
+    }
+    membership.imr_multiaddr = address;
+    membership.imr_interface.s_addr = htonl(INADDR_ANY);
+    const int fd = ::socket(AF_INET, SOCK_DGRAM | SOCK_CLOEXEC, 0);
+    if (fd == -1)
+        return false;
+    sockaddr_in local{};
+    local.sin_family = AF_INET;
+    local.sin_addr.s_addr = htonl(INADDR_ANY);
+    local.sin_port = htons(port);
+    // Both may fail: then no packet comes, and the probe finds that out by waiting.
+    static_cast<void>(bind(fd, reinterpret_cast<const sockaddr*>(&local), sizeof local));
+    static_cast<void>(setsockopt(fd, IPPROTO_IP, IP_ADD_MEMBERSHIP, &membership, sizeof membership));
+    socket = fd;
+    return true;
+}
+
+void leaveMulticast(int& socket, const ip_mreq& membership) {
+    if (socket == -1)
+        return;
+    setsockopt(socket, IPPROTO_IP, IP_DROP_MEMBERSHIP, &membership, sizeof membership);
+    close(socket);
+    socket = -1;
+}
+
+} // namespace detect
