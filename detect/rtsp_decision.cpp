@@ -1,0 +1,65 @@
+#include "detect/descriptor.h"
+#include "detect/probes.h"
+#include "detect/rtsp_connection.h"
+#include "detect/trace.h"
+#include "detect/verdict.h"
+
+#include <libcommon/interrupt.h>
+
+#include <cstdio>
+#include <unistd.h>
+
+namespace detect {
+namespace {
+
+int tryOverHttp(SourceEntry& entry, int statusId) {
+    ConnectMode mode = CONNECT_AUTO;
+    if (rtspOverHttpProbe(entry, statusId, mode) != PROBE_ACCEPTED) {
+        std::printf("RTSP detect failed");
+        traceDecision("not RTSP: the stream is not described, and its path does not answer over HTTP");
+        return PROBE_NOT_THIS_KIND;
+    }
+    std::printf("RTSP over HTTP. ConnectMode: %s\n", connectModeText(mode));
+    // kept: there is no connection to close, and 0, which stands for it here, is closed as if it were one. So
+    // descriptor 0 may be any descriptor of this process afterwards; nothing here takes it for "none".
+    close(0);
+    return PROBE_ACCEPTED;
+}
+
+int tryTransports(SourceEntry& entry, int statusId, Descriptor connection, ConnectMode mode) {
+    std::printf("RTSP. ConnectMode: %s\n", connectModeText(mode));
+    int result = multicastProbe(entry, statusId, connection.get(), mode);
+    connection = Descriptor();
+    if (isInterrupted())
+        return PROBE_FAILED;
+    if (result == PROBE_ACCEPTED)
+        return result;
+
+    connection = connectRtsp(entry);
+    if (isInterrupted())
+        return PROBE_FAILED;
+    result = unicastProbe(entry, statusId, connection.get(), mode); // fails by itself without a connection
+    connection = Descriptor();
+    if (isInterrupted())
+        return PROBE_FAILED;
+    if (result == PROBE_ACCEPTED)
+        return result;
+
+    acceptRtsp(entry, statusId, TYPE_RTSP_TCP, mode,
+               "the stream is described, but packets come in neither way");
+    return PROBE_ACCEPTED;
+}
+
+} // namespace
+
+int rtspDecision(SourceEntry& entry, int statusId) {
+    ConnectMode mode = CONNECT_AUTO;
+    Descriptor connection = describeOverTcp(entry, mode);
+    if (isInterrupted())
+        return PROBE_FAILED;
+    if (!connection.isOpen())
+        return tryOverHttp(entry, statusId);
+    return tryTransports(entry, statusId, std::move(connection), mode);
+}
+
+} // namespace detect
