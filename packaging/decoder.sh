@@ -1,0 +1,2 @@
+# decoderctl finds the installed decoder.
+export APPLIANCE_ROOT=/var/lib/decoder

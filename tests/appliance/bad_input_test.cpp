@@ -1,0 +1,217 @@
+// Parameter files, addresses and encoders that no decoder should meet, and will.
+#include "tests/appliance/appliance.h"
+
+#include <csignal>
+#include <filesystem>
+#include <gtest/gtest.h>
+#include <unistd.h>
+
+namespace {
+
+using appliance::Appliance;
+using appliance::Oddity;
+using appliance::Seconds;
+using Clock = std::chrono::steady_clock;
+
+namespace fs = std::filesystem;
+
+// ---- The parameter file
+
+TEST(ParameterFile, GarbageLinesAreToldAndTheRestHolds) {
+    Appliance decoder;
+    decoder.addEncoder("Front door");
+    std::string garbage = "[broken\n= value without a key\nno equals sign\n\x01\xff\xfe\n[Decoder]\n";
+    garbage += std::string(100000, 'x') + '\n';
+    decoder.setParameterFile(garbage + decoder.parameterText());
+    decoder.start();
+    EXPECT_TRUE(decoder.showsMoving(0));
+    EXPECT_TRUE(decoder.waitForLog("decoder.conf:1:"));
+    EXPECT_TRUE(decoder.waitForLog("decoder.conf:3:"));
+}
+
+TEST(ParameterFile, MissingOneIsAnEmptyOne) {
+    Appliance decoder;
+    decoder.setParameterFile(std::nullopt);
+    decoder.start();
+    EXPECT_TRUE(decoder.waitForState("DISCONNECTED"));
+    EXPECT_EQ(decoder.status()["connected"], false);
+    EXPECT_EQ(decoder.stop(SIGINT), 0);
+}
+
+TEST(ParameterFile, ReadOnlyOneIsPlayedFromAndNeverWritten) {
+    Appliance decoder;
+    decoder.addEncoder("Front door");
+    decoder.set("Decoder.Connected", "no");
+    appliance::writeFile(decoder.parameterFile(), decoder.parameterText());
+    const std::string before = appliance::readFile(decoder.parameterFile());
+    fs::permissions(decoder.parameterFile(), fs::perms::owner_read);
+    decoder.keepParameterFile();
+    decoder.start();
+    EXPECT_TRUE(decoder.showsMoving(0));
+    EXPECT_EQ(appliance::readFile(decoder.parameterFile()), before);
+    EXPECT_TRUE(decoder.waitForLog("decoder.conf"));
+    EXPECT_EQ(decoder.ctl({"set", "Decoder.SequenceMode", "manual"}).status, 1);
+}
+
+TEST(ParameterFile, UnknownTypeIsToldAndOtherSourcesPlay) {
+    Appliance decoder;
+    decoder.addEncoder("Strange", {}, {{"VideoSourceType", "h265"}});
+    decoder.addEncoder("Sound");
+    decoder.setManual();
+    decoder.start();
+    EXPECT_TRUE(decoder.waitForText(0, "No connection to encoder Strange"));
+    EXPECT_TRUE(decoder.waitForLog("h265"));
+    decoder.ctl({"select", "Sound"});
+    EXPECT_TRUE(decoder.showsMoving(1));
+}
+
+TEST(ParameterFile, UnknownModeIsToldAndKept) {
+    Appliance decoder;
+    decoder.addEncoder("Front door");
+    decoder.set("Decoder.SequenceMode", "Auto");
+    decoder.start();
+    EXPECT_TRUE(decoder.showsMoving(0));
+    EXPECT_TRUE(decoder.waitForLog("Illegal mode 'Auto' in Decoder.SequenceMode!"));
+}
+
+// ---- Addresses and encoders
+
+struct Hostile {
+    const char* name;
+    std::string address;
+    std::function<void(int)> behaviour; // none: the address alone is what is wrong
+    const char* errorCode;
+    double requests; // how many timeouts the verdict may take
+};
+
+std::ostream& operator<<(std::ostream& out, const Hostile& hostile) {
+    return out << hostile.name;
+}
+
+void stayBusy(int fd) {
+    while (appliance::readRequest(fd)) {
+    }
+    ::pause();
+}
+
+void sendGarbage(int fd) {
+    appliance::readRequest(fd);
+    std::string noise;
+    for (unsigned i = 0, value = 12345; i < 4096; ++i) {
+        value = value * 1103515245 + 12345;
+        noise += static_cast<char>(value >> 16);
+    }
+    appliance::writeAll(fd, noise);
+}
+
+// A parameter of a hundred megabytes; no streams.
+void sendFlood(int fd) {
+    std::string request;
+    char byte = 0;
+    while (request.find("\r\n\r\n") == std::string::npos && read(fd, &byte, 1) == 1) {
+        request += byte;
+    }
+    if (request.find("param") == std::string::npos) {
+        appliance::writeAll(fd, "HTTP/1.0 404 Not Found\r\nContent-Length: 0\r\n\r\n");
+        return;
+    }
+    appliance::writeAll(fd,
+                        "HTTP/1.0 200 OK\r\nContent-Type: text/plain\r\nContent-Length: 104857600\r\n\r\n");
+    const std::string block(1 << 20, 'x');
+    for (int i = 0; i < 100 && appliance::writeAll(fd, block); ++i) {
+    }
+}
+
+void sendSlowly(int fd) {
+    appliance::readRequest(fd);
+    for (const char c : std::string("HTTP/1.0 200 OK\r\nContent-Type: text/plain\r\n\r\nProperties")) {
+        if (!appliance::writeAll(fd, std::string(1, c))) {
+            return;
+        }
+        appliance::pause(std::chrono::milliseconds(400));
+    }
+}
+
+void sendEndlessHeaders(int fd) {
+    appliance::readRequest(fd);
+    appliance::writeAll(fd, "HTTP/1.0 200 OK\r\n");
+    while (appliance::writeAll(fd, "X-More: and more and more and more\r\n")) {
+    }
+}
+
+class HostileEncoder : public testing::TestWithParam<Hostile> {};
+
+TEST_P(HostileEncoder, CostsAnErrorCodeInBoundedTimeAndNothingElse) {
+    constexpr double timeout = 2; // seconds: "Decoder.AutoDetectTimeout" of the harness
+    const Hostile& hostile = GetParam();
+    Appliance decoder;
+    std::unique_ptr<Oddity> oddity;
+    std::string address = hostile.address;
+    if (hostile.behaviour) {
+        oddity = std::make_unique<Oddity>(hostile.behaviour);
+        address = oddity->address();
+    }
+    decoder.addSource("Hostile", {{"Address", address}});
+    decoder.addEncoder("Sound");
+    decoder.setManual();
+    decoder.start();
+    ASSERT_TRUE(decoder.waitForState("REQUEST_ENCODER_TYPE"));
+    const auto begin = Clock::now();
+    ASSERT_TRUE(decoder.waitForState("MANUAL_WAIT_ERROR_SLEEP_EVENT"));
+    const Seconds took = Clock::now() - begin;
+    EXPECT_LE(took.count(), hostile.requests * timeout + 1.5);
+    EXPECT_EQ(decoder.sourceValue(0, "ErrorCode"), hostile.errorCode);
+    EXPECT_TRUE(decoder.waitForText(0, "No connection to encoder Hostile(" + address + ")"));
+    EXPECT_EQ(decoder.ctl({"select", "Sound"}).status, 0);
+    EXPECT_TRUE(decoder.showsMoving(1)) << "the supervisor goes on";
+}
+
+INSTANTIATE_TEST_SUITE_P(Of, HostileEncoder,
+                         testing::Values(Hostile{"NoSuchHost", "no..such..host", {}, "32", 1},
+                                         Hostile{"NobodyListens", "127.0.0.1:1", {}, "32", 1},
+                                         Hostile{"BadPort", "127.0.0.1:99999", {}, "32", 1},
+                                         Hostile{"Silent", "", stayBusy, "11", 3},
+                                         Hostile{"Garbage", "", sendGarbage, "11", 3},
+                                         Hostile{"Flood", "", sendFlood, "20", 4},
+                                         Hostile{"Slow", "", sendSlowly, "11", 3},
+                                         Hostile{"EndlessHeaders", "", sendEndlessHeaders, "11", 3}),
+                         [](const auto& value) { return std::string(value.param.name); });
+
+// ---- Interrupting a detection
+
+TEST(Interruption, SelectAbandonsADetectionAtOnce) {
+    Appliance decoder;
+    const Oddity silent(stayBusy);
+    decoder.addSource("Silent", {{"Address", silent.address()}});
+    decoder.addEncoder("Sound");
+    decoder.setManual();
+    decoder.set("Decoder.AutoDetectTimeout", "60");
+    decoder.start();
+    ASSERT_TRUE(decoder.waitForText(0, "Automatically detecting encoder and connection type for Silent"));
+    decoder.ctl({"select", "Sound"});
+    ASSERT_TRUE(decoder.waitForLog("Spotted EID_SELECT. Sending SIGUSR1"));
+    const auto begin = Clock::now();
+    ASSERT_TRUE(decoder.waitForLog("REQUEST_ENCODER_TYPE(6) -> REQUEST_ENCODER_FAILED(10)"));
+    const Seconds took = Clock::now() - begin;
+    EXPECT_LE(took.count(), 0.1);
+    EXPECT_TRUE(decoder.showsMoving(1));
+    EXPECT_EQ(decoder.sourceValue(0, "ErrorCode"), "") << "no verdict";
+    EXPECT_EQ(decoder.sourceValue(0, "VideoSourceType"), "");
+}
+
+TEST(Interruption, LockDuringADetectionStopsIt) {
+    Appliance decoder;
+    const Oddity silent(stayBusy);
+    decoder.addSource("Silent", {{"Address", silent.address()}});
+    decoder.setManual();
+    decoder.set("Decoder.AutoDetectTimeout", "60");
+    decoder.start();
+    ASSERT_TRUE(decoder.waitForText(0, "Automatically detecting"));
+    decoder.ctl({"lock"});
+    EXPECT_TRUE(decoder.waitForState("LOCKED"));
+    decoder.ctl({"disconnect"});
+    decoder.ctl({"reconnect"});
+    EXPECT_TRUE(decoder.waitForState("DISCONNECTED"));
+}
+
+} // namespace

@@ -1,0 +1,360 @@
+// decoderctl, the program, under a root of its own, where the test plays the decoder.
+#include "appliance/screen/frame_store.h"
+#include "tests/appliance/isolation.h"
+#include "tests/appliance/process.h"
+
+#include <libcommon/libcommon.h>
+
+#include <cstdlib>
+#include <fcntl.h>
+#include <filesystem>
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+#include <nlohmann/json.hpp>
+#include <sys/stat.h>
+#include <unistd.h>
+
+namespace {
+
+using appliance::Finished;
+using testing::AllOf;
+using testing::HasSubstr;
+using testing::StartsWith;
+
+namespace fs = std::filesystem;
+
+constexpr const char* configuration = "# The house.\n"
+                                      "[Decoder]\n"
+                                      "SequenceMode = manual # not a comment\n"
+                                      "AutoDetectTimeout=5\n"
+                                      "\n"
+                                      "[Encoder.Front door]\n"
+                                      "Address = 127.0.0.1:8081\n"
+                                      "Password = s3cret\n"
+                                      "[Encoder.Front yard]\n"
+                                      "Address = 127.0.0.1:8082\n"
+                                      "[Encoder.x3]\n"
+                                      "Name = Garage\n"
+                                      "Address = 127.0.0.1:8083\n";
+
+class Control : public testing::Test {
+protected:
+    Control() {
+        appliance::isolate();
+        char base[] = "/tmp/control test-XXXXXX";
+        root = mkdtemp(base);
+        for (const char* folder : {"etc/decoder", "run/decoder", "var/tmp", "proc/sys/dev"}) {
+            fs::create_directories(fs::path(root) / folder);
+        }
+        appliance::writeFile(root + "/etc/decoder/decoder.conf", configuration);
+        setenv("APPLIANCE_ROOT", root.c_str(), 1);
+        setenv("LIBCOMMON_LOG", (root + "/log").c_str(), 1);
+    }
+
+    ~Control() override {
+        if (running) {
+            removeEventQueue();
+        }
+        fs::remove_all(root);
+    }
+
+    void becomeTheDecoder() {
+        running = initEventQueue() == 0;
+        ASSERT_TRUE(running);
+    }
+
+    Finished ctl(std::vector<std::string> arguments, const std::string& input = "") const {
+        arguments.insert(arguments.begin(), HOUSE_PROGRAMS "/decoderctl");
+        std::map<std::string, std::string> environment{{"APPLIANCE_ROOT", root}, {"LIBCOMMON_LOG", "stderr"}};
+        if (!input.empty()) {
+            appliance::writeFile(root + "/input", input);
+            const std::string shell = "exec \"$0\" \"$@\" <\"$APPLIANCE_ROOT/input\"";
+            arguments.insert(arguments.begin(), {"/bin/sh", "-c", shell});
+        }
+        return appliance::runToEnd(arguments, environment);
+    }
+
+    // The command sends exactly this event.
+    void expectEvent(const std::vector<std::string>& arguments, int id, int value1 = 0,
+                     const std::string& text = "") {
+        const Finished finished = ctl(arguments);
+        ASSERT_EQ(finished.status, 0) << finished.errors;
+        Event event{};
+        ASSERT_EQ(waitEvent(&event), 0);
+        EXPECT_EQ(event.id, id);
+        EXPECT_EQ(event.value1, value1);
+        EXPECT_STREQ(reinterpret_cast<const char*>(event.payload), text.c_str());
+    }
+
+    std::string file() const { return appliance::readFile(root + "/etc/decoder/decoder.conf"); }
+
+    std::string root;
+    bool running = false;
+};
+
+// ---- Nobody there
+
+TEST_F(Control, WithoutADecoderEveryCommandThatNeedsOneSaysSo) {
+    const std::vector<std::vector<std::string>> commands{{"status"},     {"select", "0"},
+                                                         {"alarm", "0"}, {"lock"},
+                                                         {"reconnect"},  {"flush"},
+                                                         {"connect"},    {"disconnect"},
+                                                         {"button"},     {"snapshot", "a.png"},
+                                                         {"watch"},      {"set", "Decoder.Connected", "yes"}};
+    for (const std::vector<std::string>& command : commands) {
+        const Finished finished = ctl(command);
+        EXPECT_EQ(finished.status, 1) << command[0];
+        EXPECT_THAT(finished.errors, HasSubstr("no decoder is running under " + root)) << command[0];
+    }
+    EXPECT_EQ(file(), configuration) << "nothing was written";
+}
+
+TEST_F(Control, DecoderThatWasKilledIsNotRunning) {
+    const pid_t pid = fork();
+    if (pid == 0) {
+        _exit(initEventQueue() == 0 ? 0 : 1);
+    }
+    int status = -1;
+    waitpid(pid, &status, 0);
+    ASSERT_EQ(status, 0);
+    EXPECT_THAT(ctl({"select", "0"}).errors, HasSubstr("no decoder is running"));
+    EXPECT_THAT(ctl({"status"}).errors, HasSubstr("no decoder is running"));
+    appliance::removeQueues();
+}
+
+TEST_F(Control, WhatIsInFilesIsToldWithoutADecoder) {
+    EXPECT_THAT(ctl({"sources"}).output,
+                AllOf(HasSubstr("Front door"), HasSubstr("127.0.0.1:8083"), HasSubstr("Garage")));
+    EXPECT_EQ(ctl({"get", "Decoder.AutoDetectTimeout"}).output, "5\n");
+}
+
+TEST_F(Control, NoApplianceAtAllIsToldApart) {
+    fs::remove_all(root);
+    EXPECT_THAT(ctl({"sources"}).output, HasSubstr("no sources are configured"));
+    EXPECT_EQ(ctl({"get", "Decoder.SequenceMode"}).status, 1);
+}
+
+// ---- Events
+
+TEST_F(Control, EventsCarryWhatWasAsked) {
+    becomeTheDecoder();
+    expectEvent({"select", "1"}, EID_SELECT, 1);
+    expectEvent({"select", "front door"}, EID_SELECT, 0);
+    expectEvent({"select", "Gar"}, EID_SELECT, 2);
+    expectEvent({"lock"}, EID_LOCK);
+    expectEvent({"reconnect"}, EID_RECONNECT);
+    expectEvent({"flush"}, EID_FLUSHCACHE);
+    expectEvent({"alarm", "2", "Door", "is open"}, EID_ALARM, 2, "Door is open");
+    expectEvent({"alarm", "2"}, EID_ALARM, 2);
+    expectEvent({"connect"}, EID_CONNECTPROPERTYCHANGED);
+    EXPECT_EQ(ctl({"get", "Decoder.Connected"}).output, "yes\n");
+    expectEvent({"disconnect"}, EID_CONNECTPROPERTYCHANGED);
+    EXPECT_EQ(ctl({"get", "Decoder.Connected"}).output, "no\n");
+    expectEvent({"set", "Decoder.Connected", "yes"}, EID_CONNECTPROPERTYCHANGED);
+    EXPECT_EQ(ctl({"get", "Decoder.Connected"}).output, "yes\n");
+}
+
+TEST_F(Control, LongAlarmTextIsCutAtACharacterAndTold) {
+    becomeTheDecoder();
+    const std::string text = std::string(38, 'a') + "\xc3\xbc and more";
+    const Finished finished = ctl({"alarm", "0", text});
+    EXPECT_EQ(finished.status, 0);
+    EXPECT_THAT(finished.output, HasSubstr("the text was cut to \"" + std::string(38, 'a') + "\""));
+    Event event{};
+    ASSERT_EQ(waitEvent(&event), 0);
+    EXPECT_EQ(std::string(reinterpret_cast<const char*>(event.payload)), std::string(38, 'a'));
+}
+
+TEST_F(Control, SourcesThatAreNotThereAreRefused) {
+    becomeTheDecoder();
+    for (const char* wanted : {"3", "cellar", "Front", ""}) {
+        const Finished finished = ctl({"select", wanted});
+        EXPECT_EQ(finished.status, 1) << wanted;
+        EXPECT_THAT(finished.errors, StartsWith("decoderctl: ")) << wanted;
+    }
+    Event event{};
+    event.id = EID_LOCK;
+    sendEvent(&event);
+    ASSERT_EQ(waitEvent(&event), 0);
+    EXPECT_EQ(event.id, EID_LOCK) << "nothing was sent before it";
+}
+
+TEST_F(Control, FullQueueIsTold) {
+    becomeTheDecoder();
+    Finished finished;
+    for (int i = 0; i < 2000 && finished.status <= 0; ++i) {
+        Event event{};
+        event.id = EID_LOCK;
+        if (sendEvent(&event) != 0) {
+            finished = ctl({"lock"});
+        }
+    }
+    EXPECT_EQ(finished.status, 1);
+    EXPECT_THAT(finished.errors, HasSubstr("queue is full"));
+}
+
+// ---- The button
+
+TEST_F(Control, ButtonWritesIntoTheFifo) {
+    becomeTheDecoder();
+    const std::string button = root + "/proc/sys/dev/button_videoselect";
+    ASSERT_EQ(mkfifo(button.c_str(), 0600), 0);
+    EXPECT_THAT(ctl({"button"}).errors, HasSubstr("nobody reads the button"));
+    const int fd = open(button.c_str(), O_RDWR | O_CLOEXEC);
+    EXPECT_EQ(ctl({"button"}).status, 0);
+    EXPECT_EQ(ctl({"button", "--hold"}).status, 0);
+    char presses[3] = {};
+    EXPECT_EQ(read(fd, presses, 2), 2);
+    EXPECT_STREQ(presses, "12");
+    close(fd);
+}
+
+TEST_F(Control, ButtonThatIsAnOrdinaryFileIsNotPressed) {
+    becomeTheDecoder();
+    appliance::writeFile(root + "/proc/sys/dev/button_videoselect", "0");
+    EXPECT_THAT(ctl({"button"}).errors, HasSubstr("is not a FIFO"));
+    EXPECT_EQ(appliance::readFile(root + "/proc/sys/dev/button_videoselect"), "0");
+}
+
+// ---- Parameters
+
+TEST_F(Control, SetKeepsCommentsAndOrder) {
+    EXPECT_EQ(ctl({"set", "decoder.autodetecttimeout", "7"}).status, 0);
+    EXPECT_EQ(ctl({"get", "Decoder.AutoDetectTimeout"}).output, "7\n");
+    EXPECT_THAT(file(),
+                AllOf(StartsWith("# The house.\n[Decoder]\n"), HasSubstr("[Encoder.Front door]\nAddress")));
+}
+
+TEST_F(Control, SetReachesASourceByItsSection) {
+    EXPECT_EQ(ctl({"set", "Encoder.Front door.DisplayTime", "12"}).status, 0);
+    EXPECT_THAT(ctl({"source", "Front door"}).output, HasSubstr("Configured.DisplayTime=12\n"));
+}
+
+TEST_F(Control, SetAddsASource) {
+    EXPECT_EQ(ctl({"set", "Encoder.Cellar.Address", "127.0.0.1:9"}).status, 0);
+    EXPECT_THAT(ctl({"source", "3"}).output, HasSubstr("Name=Cellar\nAddress=127.0.0.1:9\n"));
+}
+
+TEST_F(Control, SetRefusesWhatTheDecoderDoesNotKnow) {
+    EXPECT_THAT(ctl({"set", "Decoder.Sequence", "auto"}).errors,
+                HasSubstr("is not a parameter of this decoder"));
+    EXPECT_THAT(ctl({"set", "Decoder.SequenceMode", "Auto"}).errors,
+                HasSubstr("takes auto or manual, not \"Auto\""));
+    EXPECT_THAT(ctl({"set", "Decoder.Info.CurrentSource", "1"}).errors,
+                HasSubstr("written by the decoder itself"));
+    EXPECT_EQ(file(), configuration);
+    EXPECT_EQ(ctl({"set", "--force", "Decoder.SequenceMode", "Auto"}).status, 0);
+    EXPECT_EQ(ctl({"get", "Decoder.SequenceMode"}).output, "Auto\n");
+}
+
+TEST_F(Control, PasswordsComeFromStandardInputAndAreNotShown) {
+    EXPECT_EQ(ctl({"set", "Encoder.Front yard.Password", "-"}, "new word\n").status, 0);
+    EXPECT_THAT(file(), HasSubstr("new word"));
+    const std::string shown = ctl({"source", "1"}).output + ctl({"sources", "--json"}).output;
+    EXPECT_THAT(shown, AllOf(HasSubstr("Configured.Password=***"), testing::Not(HasSubstr("s3cret")),
+                             testing::Not(HasSubstr("new word"))));
+}
+
+TEST_F(Control, WriteThatFailsIsTold) {
+    fs::permissions(root + "/etc/decoder/decoder.conf", fs::perms::owner_read);
+    const Finished finished = ctl({"set", "Decoder.AutoDetectTimeout", "7"});
+    EXPECT_EQ(finished.status, 1);
+    EXPECT_THAT(finished.errors, HasSubstr("could not be written"));
+    EXPECT_EQ(file(), configuration);
+}
+
+TEST_F(Control, ParameterThatIsNotSet) {
+    EXPECT_THAT(ctl({"get", "Alarm.Enabled"}).errors, HasSubstr("Alarm.Enabled is not set"));
+    EXPECT_THAT(ctl({"get", "Alarm.Enbled"}).errors, HasSubstr("is not a parameter"));
+}
+
+// ---- Reports
+
+TEST_F(Control, StatusTellsWhatTheStoresHold) {
+    becomeTheDecoder();
+    ParamWrapper information(1, true);
+    information["Decoder.Info.Connected"] = "yes";
+    information["Decoder.Info.CurrentSource"] = 2;
+    osdPrintf(1, 0, "ALARM: %s", "Garage");
+    set_led(2, 3, 3);
+    status(2, "ErrorCode", 29);
+    screen::FrameStore store(root + "/run/decoder/screen/frames");
+    const std::vector<std::uint32_t> grey(720 * 576, 0x808080);
+    ASSERT_TRUE(store.setMode(screen::VideoMode::pal));
+    ASSERT_EQ(store.draw(grey.data(), 720, 576, 720 * 4, 2).number, 1U);
+
+    const nlohmann::json json = nlohmann::json::parse(ctl({"status", "--json"}).output);
+    EXPECT_EQ(json["connected"], true);
+    EXPECT_EQ(json["mode"], "manual # not a comment");
+    EXPECT_EQ(json["currentSource"], 2);
+    EXPECT_EQ(json["playerPid"], getpid());
+    EXPECT_EQ(json["osd"], nlohmann::json({"", "ALARM: Garage", ""}));
+    EXPECT_EQ(json["leds"][0]["text"], "amber, blinking");
+    EXPECT_EQ(json["frame"]["number"], 1);
+    EXPECT_EQ(json["frame"]["source"], 2);
+    EXPECT_EQ(json["frame"]["blank"], false);
+    EXPECT_THAT(ctl({"status"}).output, AllOf(HasSubstr("2 \"Garage\" at 127.0.0.1:8083, error 29"),
+                                              HasSubstr("text 1      ALARM: Garage")));
+    osdBlank();
+    EXPECT_EQ(nlohmann::json::parse(ctl({"status", "--json"}).output)["frame"]["blank"], true);
+}
+
+TEST_F(Control, SourceTellsStatusValues) {
+    status(0, "VideoSourceType", "mjpeg");
+    status(0, "ErrorCode", 0);
+    EXPECT_THAT(ctl({"source", "0"}).output,
+                AllOf(HasSubstr("Index=0\nName=Front door\nAddress=127.0.0.1:8081\n"),
+                      HasSubstr("VideoSourceType=mjpeg\n"), HasSubstr("ErrorCode=0\n")));
+    EXPECT_EQ(nlohmann::json::parse(ctl({"--json", "source", "0"}).output)["status"]["VideoSourceType"],
+              "mjpeg");
+}
+
+TEST_F(Control, SnapshotIsAPng) {
+    becomeTheDecoder();
+    const std::string file = root + "/shot.png";
+    const Finished finished = ctl({"snapshot", file});
+    EXPECT_EQ(finished.status, 0) << finished.errors;
+    EXPECT_THAT(finished.output, HasSubstr("the screen is blank"));
+    EXPECT_THAT(appliance::readFile(file), StartsWith("\x89PNG"));
+    EXPECT_THAT(ctl({"snapshot", "-"}).output, StartsWith("\x89PNG"));
+    const Finished refused = ctl({"snapshot", root + "/no/such/folder/shot.png"});
+    EXPECT_EQ(refused.status, 1);
+    EXPECT_THAT(refused.errors, HasSubstr("No such file or directory"));
+}
+
+TEST_F(Control, WatchPrintsEachChangeAndEndsByItself) {
+    becomeTheDecoder();
+    appliance::Process watch({HOUSE_PROGRAMS "/decoderctl", "watch", "--seconds", "60"}, {},
+                             root + "/watched");
+    const auto watched = [this](const std::string& text) {
+        return appliance::eventually(
+            [&] { return appliance::readFile(root + "/watched").find(text) != std::string::npos; });
+    };
+    ASSERT_TRUE(watched("picture    none"));
+    osdPrintf(0, 0, "Sequence paused");
+    EXPECT_TRUE(watched("text 0     Sequence paused"));
+    ParamWrapper(1, true)["Decoder.Info.CurrentSource"] = 1;
+    EXPECT_TRUE(watched("source     1 \"Front yard\""));
+    watch.signal(SIGINT);
+    const std::optional<int> status = watch.waitForEnd();
+    ASSERT_TRUE(status.has_value());
+    EXPECT_EQ(WEXITSTATUS(*status), 0);
+    EXPECT_EQ(ctl({"watch", "--seconds", "0.2"}).status, 0);
+}
+
+TEST_F(Control, JsonErrorsAreObjects) {
+    const Finished finished = ctl({"--json", "lock"});
+    EXPECT_EQ(finished.status, 1);
+    EXPECT_THAT(nlohmann::json::parse(finished.output)["error"].get<std::string>(),
+                HasSubstr("no decoder is running"));
+}
+
+TEST_F(Control, UsageErrorsAreTwo) {
+    EXPECT_EQ(ctl({}).status, 2);
+    EXPECT_EQ(ctl({"explode"}).status, 2);
+    EXPECT_EQ(ctl({"select"}).status, 2);
+    EXPECT_EQ(ctl({"--help"}).status, 0);
+    EXPECT_EQ(ctl({"--version"}).status, 0);
+}
+
+} // namespace

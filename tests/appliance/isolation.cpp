@@ -1,0 +1,111 @@
+#include "tests/appliance/isolation.h"
+
+#include "tests/appliance/process.h"
+
+#include <algorithm>
+#include <filesystem>
+#include <net/if.h>
+#include <netinet/in.h>
+#include <sched.h>
+#include <sstream>
+#include <sys/ioctl.h>
+#include <sys/msg.h>
+#include <sys/sem.h>
+#include <sys/socket.h>
+#include <unistd.h>
+
+namespace appliance {
+
+namespace {
+
+bool raiseLoopback() {
+    const int fd = socket(AF_INET, SOCK_DGRAM | SOCK_CLOEXEC, 0);
+    ifreq request{};
+    std::string("lo").copy(request.ifr_name, IFNAMSIZ - 1);
+    request.ifr_flags = IFF_UP | IFF_RUNNING;
+    const bool up = ioctl(fd, SIOCSIFFLAGS, &request) == 0;
+    close(fd);
+    return up;
+}
+
+// The rows of a file of /proc/sysvipc, each as its numbers.
+std::vector<std::vector<long>> ipcTable(const std::string& name) {
+    std::istringstream file(readFile("/proc/sysvipc/" + name));
+    std::vector<std::vector<long>> rows;
+    std::string line;
+    std::getline(file, line); // the heading
+    while (std::getline(file, line)) {
+        std::istringstream columns(line);
+        std::vector<long> row;
+        for (long value = 0; columns >> value;) {
+            row.push_back(value);
+        }
+        rows.push_back(std::move(row));
+    }
+    return rows;
+}
+
+constexpr std::size_t idColumn = 1;
+constexpr std::size_t messageCountColumn = 4;
+
+std::vector<std::string> ids(const std::string& table, const std::string& what) {
+    std::vector<std::string> all;
+    for (const std::vector<long>& row : ipcTable(table)) {
+        all.push_back(what + ' ' + std::to_string(row.at(idColumn)));
+    }
+    return all;
+}
+
+} // namespace
+
+bool isolate() {
+    static const bool done = unshare(CLONE_NEWIPC | CLONE_NEWNET) == 0 && raiseLoopback();
+    return done;
+}
+
+std::vector<std::string> queues() {
+    return ids("msg", "queue");
+}
+
+std::vector<std::string> semaphoreSets() {
+    return ids("sem", "semaphores");
+}
+
+void removeQueues() {
+    for (const std::vector<long>& row : ipcTable("msg")) {
+        msgctl(static_cast<int>(row.at(idColumn)), IPC_RMID, nullptr);
+    }
+}
+
+void removeSemaphoreSets() {
+    for (const std::vector<long>& row : ipcTable("sem")) {
+        semctl(static_cast<int>(row.at(idColumn)), 0, IPC_RMID);
+    }
+}
+
+int queuedMessages() {
+    long count = 0;
+    for (const std::vector<long>& row : ipcTable("msg")) {
+        count += row.at(messageCountColumn);
+    }
+    return static_cast<int>(count);
+}
+
+std::vector<std::string> processesUnder(const std::string& root) {
+    std::vector<std::string> found;
+    const std::string wanted = "APPLIANCE_ROOT=" + root + '\0';
+    for (const auto& entry : std::filesystem::directory_iterator("/proc")) {
+        const std::string pid = entry.path().filename();
+        if (!std::ranges::all_of(pid, [](char c) { return c >= '0' && c <= '9'; }) ||
+            pid == std::to_string(getpid())) {
+            continue;
+        }
+        const std::string environment = '\0' + readFile(entry.path() / "environ");
+        if (environment.find('\0' + wanted) != std::string::npos) {
+            found.push_back(pid + ' ' + readFile(entry.path() / "comm"));
+        }
+    }
+    return found;
+}
+
+} // namespace appliance

@@ -1,0 +1,216 @@
+// From the start to the first picture, and what a person does with a decoder on a good day.
+#include "tests/appliance/appliance.h"
+
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+
+namespace {
+
+using appliance::Appliance;
+using appliance::Finished;
+using appliance::Keys;
+using testing::HasSubstr;
+
+TEST(Start, FirstSourceIsDetectedAndItsPictureMoves) {
+    Appliance decoder;
+    decoder.addEncoder("Front door");
+    decoder.start();
+    ASSERT_TRUE(decoder.showsMoving(0));
+    EXPECT_TRUE(decoder.waitForState("AUTO_WAIT_FOR_NEXT_SOURCE_TIMEOUT"));
+    EXPECT_EQ(decoder.currentSource(), 0);
+    EXPECT_EQ(decoder.sourceValue(0, "ErrorCode"), "0");
+    EXPECT_EQ(decoder.sourceValue(0, "VideoSourceType"), "mjpeg");
+    EXPECT_EQ(decoder.sourceValue(0, "ConnectMode"), "http");
+    EXPECT_NE(decoder.sourceValue(0, "Model"), "");
+    EXPECT_THAT(decoder.players(), testing::ElementsAre(decoder.playerPid()));
+    std::size_t at = 0;
+    for (const char* state :
+         {"START_UL(1)", "CONNECT(2)", "REQUEST_ENCODER_TYPE(6)",
+          "LAUNCH_CURRENT_PLAYER_POS_WITH_NON_EXISTING(22)",
+          "WAIT_LAUNCHED_CURRENT_PLAYER_POS_WITH_NON_EXISTING(23)", "SINGLE_PLAYER_LAUNCHED(24)",
+          "SINGLE_PLAYER_STARTED(25)", "AUTO_START_TIMER(36)", "AUTO_WAIT_FOR_NEXT_SOURCE_TIMEOUT(37)"}) {
+        at = decoder.log().find(std::string("-> ") + state, at);
+        ASSERT_NE(at, std::string::npos) << state;
+    }
+}
+
+TEST(Start, SequenceShowsEachSourceInTurn) {
+    Appliance decoder;
+    decoder.addEncoder("Front door", {}, {{"DisplayTime", "1"}});
+    decoder.addEncoder("Garage", {}, {{"DisplayTime", "1"}});
+    decoder.start();
+    EXPECT_TRUE(decoder.showsMoving(0));
+    EXPECT_TRUE(decoder.showsMoving(1));
+    EXPECT_TRUE(decoder.showsMoving(0));
+}
+
+TEST(Start, WithoutAutoConnectItStaysDisconnected) {
+    Appliance decoder;
+    decoder.addEncoder("Front door");
+    decoder.set("Decoder.AutoConnect", "no");
+    decoder.start();
+    EXPECT_TRUE(decoder.waitForText(0, "Disconnected. My IP address: 127.0.0.1"));
+    EXPECT_EQ(decoder.ctl({"get", "Decoder.Connected"}).output, "no\n");
+    EXPECT_TRUE(decoder.players().empty());
+    EXPECT_EQ(decoder.ctl({"connect"}).status, 0);
+    EXPECT_TRUE(decoder.showsMoving(0));
+    EXPECT_EQ(decoder.ctl({"get", "Decoder.Info.Connected"}).output, "yes\n");
+}
+
+TEST(Start, NoUsableSourceIsToldAndDisconnects) {
+    Appliance decoder;
+    decoder.addSource("Nowhere", {{"Address", ""}});
+    decoder.start();
+    EXPECT_TRUE(decoder.waitForLog("No sources available in this mode."));
+    EXPECT_TRUE(decoder.waitForText(0, "Disconnected. My IP address"));
+}
+
+TEST(Start, PlaysInNtsc) {
+    Appliance decoder;
+    decoder.addEncoder("Front door");
+    decoder.set("Decoder.VideoMode", "ntsc");
+    decoder.start();
+    ASSERT_TRUE(decoder.showsMoving(0));
+    screen::Frame frame;
+    ASSERT_TRUE(decoder.screen().newest(frame));
+    EXPECT_EQ(frame.width, 720);
+    EXPECT_EQ(frame.height, 480);
+}
+
+TEST(Select, BringsTheOtherSourceToTheScreen) {
+    Appliance decoder;
+    decoder.addEncoder("Front door");
+    decoder.addEncoder("Garage");
+    decoder.setManual();
+    decoder.start();
+    ASSERT_TRUE(decoder.showsMoving(0));
+    const int first = decoder.playerPid();
+    const Finished selected = decoder.ctl({"select", "garage"});
+    EXPECT_EQ(selected.status, 0) << selected.errors;
+    EXPECT_TRUE(decoder.showsMoving(1));
+    EXPECT_TRUE(decoder.waitForSource(1));
+    EXPECT_TRUE(appliance::eventually([&] { return decoder.players().size() == 1; }));
+    EXPECT_NE(decoder.playerPid(), first);
+    EXPECT_EQ(decoder.ctl({"select", "0"}).status, 0);
+    EXPECT_TRUE(decoder.showsMoving(0));
+}
+
+TEST(Select, ScreenNeverGoesDarkBetweenTwoSources) {
+    Appliance decoder;
+    decoder.addEncoder("Front door");
+    decoder.addEncoder("Garage");
+    decoder.setManual();
+    decoder.start();
+    ASSERT_TRUE(decoder.showsMoving(0));
+    const std::int64_t blankedBefore = decoder.screen().blankedAt();
+    decoder.ctl({"select", "1"});
+    ASSERT_TRUE(decoder.showsMoving(1));
+    EXPECT_EQ(decoder.screen().blankedAt(), blankedBefore);
+    // Numbers in the record follow each other: no frame of anybody else came between.
+    int changes = 0;
+    int source = 0;
+    for (const screen::FrameInfo& frame : decoder.screen().infosSince(0)) {
+        changes += frame.source != source ? 1 : 0;
+        source = frame.source;
+    }
+    EXPECT_EQ(changes, 1) << "once the new source shows, the old one does not come back";
+}
+
+TEST(Select, SameEncoderInputKeepsThePlayerAndTurnsTheCamera) {
+    Appliance decoder;
+    appliance::Encoder& encoder = decoder.addEncoder("Gate", {}, {{"PTZ", "gate"}});
+    decoder.addSource("Drive", {{"Address", encoder.address()}, {"PTZ", "drive"}});
+    decoder.setManual();
+    decoder.start();
+    ASSERT_TRUE(decoder.showsMoving(0));
+    const int player = decoder.playerPid();
+    EXPECT_EQ(decoder.ctl({"select", "Drive"}).status, 0);
+    EXPECT_TRUE(decoder.waitForSource(1));
+    EXPECT_TRUE(decoder.waitForLog("-> SEND_ONLY_PTZ(8)"));
+    EXPECT_TRUE(decoder.waitForState("MANUAL_WAIT_FOR_NEW_SELECTION"));
+    EXPECT_TRUE(decoder.showsMoving(0)) << "the mark is the encoder's";
+    EXPECT_EQ(decoder.playerPid(), player);
+    EXPECT_EQ(encoder.gotos(), (std::vector<std::string>{"gate", "drive"}));
+    EXPECT_EQ(decoder.sourceValue(1, "VideoSourceType"), "mjpeg");
+}
+
+TEST(Connect, DisconnectStopsAndConnectStartsAgain) {
+    Appliance decoder;
+    decoder.addEncoder("Front door");
+    decoder.start();
+    ASSERT_TRUE(decoder.showsMoving(0));
+    EXPECT_EQ(decoder.ctl({"disconnect"}).status, 0);
+    EXPECT_TRUE(decoder.waitForText(0, "Disconnected. My IP address: 127.0.0.1"));
+    EXPECT_TRUE(appliance::eventually([&] { return decoder.players().empty(); }));
+    EXPECT_EQ(decoder.currentSource(), -1);
+    const nlohmann::json status = decoder.status();
+    EXPECT_EQ(status["connected"], false);
+    EXPECT_EQ(status["frame"]["blank"], true);
+    EXPECT_EQ(status["leds"][0]["text"], "red, steady");
+    EXPECT_EQ(decoder.ctl({"connect"}).status, 0);
+    EXPECT_TRUE(decoder.showsMoving(0));
+    EXPECT_TRUE(appliance::eventually([&] { return decoder.text(0).empty(); }));
+}
+
+TEST(Connect, SelectWakesADisconnectedDecoder) {
+    Appliance decoder;
+    decoder.addEncoder("Front door");
+    decoder.addEncoder("Garage");
+    decoder.set("Decoder.AutoConnect", "no");
+    decoder.start();
+    ASSERT_TRUE(decoder.waitForText(0, "Disconnected"));
+    EXPECT_EQ(decoder.ctl({"select", "1"}).status, 0);
+    EXPECT_TRUE(decoder.showsMoving(1));
+}
+
+TEST(Button, PausesMovesOnDisconnectsAndConnects) {
+    Appliance decoder;
+    decoder.addEncoder("Front door");
+    decoder.addEncoder("Garage");
+    decoder.start();
+    ASSERT_TRUE(decoder.showsMoving(0));
+    ASSERT_TRUE(decoder.waitForState("AUTO_WAIT_FOR_NEXT_SOURCE_TIMEOUT"));
+    EXPECT_EQ(decoder.ctl({"button"}).status, 0);
+    EXPECT_TRUE(decoder.waitForText(1, "Sequence paused"));
+    EXPECT_TRUE(decoder.showsMoving(0)) << "the paused source goes on playing";
+    EXPECT_EQ(decoder.ctl({"button"}).status, 0);
+    EXPECT_TRUE(decoder.showsMoving(1));
+    EXPECT_EQ(decoder.text(1), "");
+    ASSERT_TRUE(decoder.waitForState("AUTO_WAIT_FOR_NEXT_SOURCE_TIMEOUT"));
+    EXPECT_EQ(decoder.ctl({"button", "--hold"}).status, 0);
+    EXPECT_TRUE(decoder.waitForText(0, "Disconnected"));
+    EXPECT_EQ(decoder.ctl({"button"}).status, 0);
+    EXPECT_TRUE(decoder.showsMoving(0));
+}
+
+TEST(Flush, ForgetsWhatWasDetected) {
+    Appliance decoder;
+    decoder.addEncoder("Front door");
+    decoder.set("Decoder.AutoConnect", "no");
+    decoder.start();
+    ASSERT_TRUE(decoder.waitForState("DISCONNECTED"));
+    EXPECT_EQ(decoder.ctl({"flush"}).status, 0);
+    EXPECT_TRUE(decoder.waitForLog("-> FLUSH_CACHE(4)"));
+    EXPECT_TRUE(decoder.waitForState("DISCONNECTED"));
+}
+
+TEST(SideBySide, TwoAppliancesDoNotMeet) {
+    Appliance one;
+    Appliance other;
+    one.addEncoder("One");
+    other.addSource("Nobody", {{"Address", ""}}); // so that the marks differ
+    other.addEncoder("Other");
+    one.start();
+    other.start();
+    EXPECT_TRUE(one.showsMoving(0));
+    EXPECT_TRUE(other.showsMoving(1));
+    one.ctl({"disconnect"});
+    EXPECT_TRUE(one.waitForText(0, "Disconnected"));
+    EXPECT_TRUE(other.showsMoving(1));
+    EXPECT_EQ(one.stop(SIGINT), 0);
+    EXPECT_TRUE(other.showsMoving(1));
+    EXPECT_EQ(one.ctl({"select", "0"}).status, 1);
+    EXPECT_EQ(other.stop(SIGINT), 0);
+}
+
+} // namespace
