@@ -1,0 +1,177 @@
+#include "launcher/shutdown.h"
+
+#include "barrier/barrier_table.h"
+#include "process/process_state.h"
+#include "tests/support/child_run.h"
+
+#include <libcommon/events.h>
+#include <libcommon/log.h>
+
+#include <cerrno>
+#include <csignal>
+#include <cstdarg>
+#include <cstdio>
+#include <cstdlib>
+#include <dlfcn.h>
+#include <gtest/gtest.h>
+#include <string>
+#include <sys/wait.h>
+#include <unistd.h>
+
+// Everything that the handler calls, each a line on standard error, in the order of the calls. Nothing is
+// sent, slept or waited for.
+namespace {
+
+bool tracing = false; // in the child that shuts down
+int sleepResult = 0;
+
+void trace(const std::string& line) {
+    std::fputs((line + "\n").c_str(), stderr);
+}
+
+std::string number(long value) {
+    return std::to_string(value);
+}
+
+} // namespace
+
+extern "C" int kill(pid_t pid, int signo) noexcept {
+    trace("kill(" + number(pid) + "," + number(signo) + ")");
+    return 0;
+}
+extern "C" int usleep(useconds_t time) {
+    trace("usleep(" + number(time) + ")");
+    errno = sleepResult == 0 ? 0 : EINTR;
+    return sleepResult;
+}
+extern "C" pid_t waitpid(pid_t pid, int* status, int options) {
+    if (!tracing) {
+        using Wait = pid_t(pid_t, int*, int);
+        return reinterpret_cast<Wait*>(dlsym(RTLD_NEXT, "waitpid"))(pid, status, options);
+    }
+    std::fflush(stdout);
+    trace("waitpid(" + number(pid) + "," + (status == nullptr ? "null" : "status") + "," + number(options) +
+          ")");
+    return pid;
+}
+extern "C" void closelog() {
+    trace("closelog()");
+}
+extern "C" void muntrace() noexcept {
+    trace("muntrace()");
+}
+void logmsg(int level, const char* format, ...) {
+    char text[200];
+    va_list args;
+    va_start(args, format);
+    std::vsnprintf(text, sizeof text, format, args);
+    va_end(args);
+    trace("log " + number(level) + " " + text);
+}
+int removeBarrier(int pid) {
+    trace("removeBarrier(" + number(pid) + ")");
+    return -1;
+}
+void removeEventQueue() {
+    trace("removeEventQueue()");
+}
+
+namespace {
+
+// Takes the signal in a process of its own, with these players.
+ChildRun take(int signo, int currentPID, int pendingPID) {
+    return runInChild([=] {
+        tracing = true;
+        process.currentPID = currentPID;
+        process.pendingPID = pendingPID;
+        // What the process knows when it ends.
+        std::atexit([] {
+            trace("exit with players " + number(process.currentPID) + " " + number(process.pendingPID));
+        });
+        installShutdownHandler();
+        std::raise(signo);
+    });
+}
+
+const std::string opening = "log 6 [SHUTDOWN] Skelmor shutdown started!!!\n"
+                            "log 6 [SHUTDOWN] Sending SIGINT to children...\n";
+const std::string closing = "log 6 [SHUTDOWN] Shutting down event queue...\n"
+                            "removeEventQueue()\n"
+                            "log 6 [SHUTDOWN] Closing log system...\n"
+                            "closelog()\n"
+                            "muntrace()\n"
+                            "exit with players -1 -1\n";
+
+std::string stopped(const std::string& pid) {
+    return "kill(" + pid + ",2)\nusleep(500000)\nkill(" + pid + ",15)\nwaitpid(" + pid + ",null,0)\n";
+}
+
+} // namespace
+
+TEST(Shutdown, SigintWithoutPlayersStopsNobody) {
+    const ChildRun run = take(SIGINT, -1, -1);
+    EXPECT_TRUE(run.exitedWith(0)) << run.waitStatus;
+    EXPECT_EQ(run.err, opening +
+                           "log 6 [SHUTDOWN] All children dead...\n"
+                           "log 6 [SHUTDOWN] Removing barriers...\n" +
+                           closing);
+    EXPECT_EQ(run.out, "");
+}
+
+TEST(Shutdown, SigsegvLogsTheCrashFirstAndExitsWithZeroToo) {
+    const ChildRun run = take(SIGSEGV, -1, -1);
+    EXPECT_TRUE(run.exitedWith(0)) << run.waitStatus;
+    EXPECT_EQ(run.err, "log 3 Skelmor received SIGSEGV. Shutting down and respawning!\n" + opening +
+                           "log 6 [SHUTDOWN] All children dead...\n"
+                           "log 6 [SHUTDOWN] Removing barriers...\n" +
+                           closing);
+}
+
+TEST(Shutdown, TheCurrentPlayerIsStoppedBeforeThePendingOne) {
+    const ChildRun run = take(SIGINT, 700002, 700001);
+    EXPECT_TRUE(run.exitedWith(0)) << run.waitStatus;
+    EXPECT_EQ(run.err, opening + stopped("700002") + stopped("700001") +
+                           "log 6 [SHUTDOWN] All children dead...\n"
+                           "log 6 [SHUTDOWN] Removing barriers...\n"
+                           "removeBarrier(700002)\n"
+                           "removeBarrier(700001)\n" +
+                           closing);
+    EXPECT_EQ(run.out, "uslret = 0 errno=0\nuslret = 0 errno=0\n");
+}
+
+TEST(Shutdown, APendingPlayerAloneIsStopped) {
+    const ChildRun run = take(SIGINT, -1, 700001);
+    EXPECT_EQ(run.err, opening + stopped("700001") +
+                           "log 6 [SHUTDOWN] All children dead...\n"
+                           "log 6 [SHUTDOWN] Removing barriers...\n"
+                           "removeBarrier(700001)\n" +
+                           closing);
+}
+
+TEST(Shutdown, ASleepThatAnEndingPlayerCutShortIsPrintedWithItsError) {
+    sleepResult = -1;
+    const ChildRun run = take(SIGINT, 700001, -1);
+    sleepResult = 0;
+    EXPECT_EQ(run.out, "uslret = -1 errno=4\n");
+    EXPECT_TRUE(run.exitedWith(0)) << run.waitStatus;
+}
+
+TEST(Shutdown, OtherSignalsDoNothing) {
+    const ChildRun run = runInChild([] {
+        tracing = true;
+        process.currentPID = 700001;
+        shutdownHandler(SIGTERM);
+        shutdownHandler(SIGHUP);
+        shutdownHandler(0);
+    });
+    EXPECT_TRUE(run.exitedWith(bodyReturned)) << run.waitStatus;
+    EXPECT_EQ(run.err, "");
+}
+
+TEST(Shutdown, Sigusr1IsIgnored) {
+    const ChildRun run = runInChild([] {
+        installShutdownHandler();
+        std::raise(SIGUSR1);
+    });
+    EXPECT_TRUE(run.exitedWith(bodyReturned)) << run.waitStatus;
+}
