@@ -1,0 +1,174 @@
+#include <libcommon/log.h>
+
+#include "libcommon/src/fork_safe_mutex.h"
+#include "libcommon/src/signals_held.h"
+#include "libcommon/src/utf8.h"
+
+#include <cerrno>
+#include <chrono>
+#include <cstdarg>
+#include <cstdio>
+#include <cstdlib>
+#include <cstring>
+#include <fcntl.h>
+#include <mutex>
+#include <string>
+#include <string_view>
+#include <sys/stat.h>
+#include <syslog.h>
+#include <unistd.h>
+
+namespace {
+
+// The most that a line has, its newline included; what is longer is cut.
+constexpr std::size_t maximumLine = 8192;
+
+enum class Destination { systemLog, standardError, file };
+
+// Where lines go. Read from the environment at the first line; nothing here is ever destroyed.
+struct Target {
+    Destination destination = Destination::systemLog;
+    std::string path; // absolute
+};
+
+// Guards the descriptor of the log file below and what syslog() keeps locked itself; its users hold back
+// signals.
+local::ForkSafeMutex& mutex = *new local::ForkSafeMutex;
+
+// The open log file, -1 while there is none, and what file it was when it was opened. Guarded by the mutex.
+int logFile = -1;
+dev_t logFileDevice = 0;
+ino_t logFileInode = 0;
+
+const Target& target() {
+    static const Target& chosen = *[] {
+        auto* result = new Target;
+        const char* value = std::getenv("LIBCOMMON_LOG");
+        if (value == nullptr || *value == '\0')
+            return result;
+        if (std::strcmp(value, "stderr") == 0) {
+            result->destination = Destination::standardError;
+            return result;
+        }
+        result->destination = Destination::file;
+        result->path = value;
+        char* here = *value == '/' ? nullptr : get_current_dir_name();
+        if (here != nullptr) // a later chdir must not move the log
+            result->path = std::string(here) + "/" + value;
+        std::free(here);
+        return result;
+    }();
+    return chosen;
+}
+
+// "2026-11-21T07:58:01.123456Z skelmor[4711] 6 ". Computed by hand: the C library's conversions take a lock
+// that a child between fork and exec might find taken.
+int writeHeading(char* line, std::size_t size, int level) {
+    using namespace std::chrono;
+    const auto now = time_point_cast<microseconds>(system_clock::now());
+    const auto today = floor<days>(now);
+    const year_month_day date{today};
+    const hh_mm_ss time{now - today};
+    return std::snprintf(line, size, "%04d-%02u-%02uT%02ld:%02ld:%02ld.%06ldZ %s[%d] %d ", int{date.year()},
+                         unsigned{date.month()}, unsigned{date.day()}, long{time.hours().count()},
+                         long{time.minutes().count()}, long{time.seconds().count()},
+                         long{time.subseconds().count()}, program_invocation_short_name, getpid(), level);
+}
+
+void replaceControlCharacters(char* text, std::size_t length) {
+    for (std::size_t i = 0; i < length; ++i) {
+        const auto byte = static_cast<unsigned char>(text[i]);
+        if ((byte < 0x20 && byte != 0x1b) || byte == 0x7f)
+            text[i] = ' ';
+        // U+0080 to U+009F, among them a line break.
+        if (byte == 0xc2 && i + 1 < length && (static_cast<unsigned char>(text[i + 1]) & 0xe0U) == 0x80U) {
+            text[i] = ' ';
+            text[i + 1] = ' ';
+        }
+    }
+}
+
+// Formats the text into `line` (`size` bytes) and returns its length, at most size - 1.
+std::size_t writeText(char* line, std::size_t size, const char* format, va_list arguments) {
+    const int wanted = std::vsnprintf(line, size, format, arguments);
+    if (wanted < 0) // an argument that can't be formatted; the format still tells what was meant
+        std::snprintf(line, size, "%s", format);
+    std::size_t length = wanted < 0 ? std::strlen(line) : static_cast<std::size_t>(wanted);
+    if (length >= size)
+        length =
+            local::cutLength({line, size - 1}, size - 4); // a byte of a cut character may stand at the end
+    if (length > 0 && line[length - 1] == '\n')
+        --length;
+    replaceControlCharacters(line, length);
+    return length;
+}
+
+bool isStillOurs(const struct stat& now) {
+    return now.st_dev == logFileDevice && now.st_ino == logFileInode;
+}
+
+// Opens the log file where it is not open, was renamed or removed, or where somebody closed our descriptor.
+void bringLogFile(const char* path) {
+    struct stat file {};
+    struct stat named {};
+    const bool ours = logFile >= 0 && fstat(logFile, &file) == 0 && isStillOurs(file);
+    if (ours && stat(path, &named) == 0 && isStillOurs(named))
+        return;
+    // Without waiting: a pipe that nobody reads must not hold up the appliance.
+    const int opened = open(path, O_WRONLY | O_APPEND | O_CREAT | O_CLOEXEC | O_NOCTTY | O_NONBLOCK, 0640);
+    if (opened < 0)
+        return;
+    // Not on the numbers 0 to 2: programs close and replace those.
+    const int moved = opened > 2 ? opened : fcntl(opened, F_DUPFD_CLOEXEC, 3);
+    if (moved != opened)
+        close(opened);
+    if (moved < 0 || fstat(moved, &file) != 0)
+        return;
+    if (ours) // a descriptor that is no longer ours is somebody else's to close
+        close(logFile);
+    logFile = moved;
+    logFileDevice = file.st_dev;
+    logFileInode = file.st_ino;
+}
+
+bool writeLine(int fd, const char* line, std::size_t length) {
+    ssize_t written = 0;
+    do {
+        written = write(fd, line, length);
+    } while (written < 0 && errno == EINTR);
+    return written >= 0;
+}
+
+bool writeToFile(const char* path, const char* line, std::size_t length) {
+    bringLogFile(path);
+    struct stat file {};
+    const bool usable = logFile >= 0 && fstat(logFile, &file) == 0 && isStillOurs(file);
+    return usable && writeLine(logFile, line, length);
+}
+
+} // namespace
+
+void logmsg(int level, const char* format, ...) {
+    const local::ErrnoKept errnoKept;
+    const int priority = level < LOG_EMERG || level > LOG_DEBUG ? LOG_ERR : level;
+    if (format == nullptr)
+        format = "";
+    char line[maximumLine];
+    const int heading = writeHeading(line, sizeof line - 4, priority);
+    const std::size_t start = heading < 0 ? 0 : std::min<std::size_t>(heading, sizeof line - 8);
+    errno = errnoKept.value(); // for %m
+    va_list arguments;
+    va_start(arguments, format);
+    std::size_t length = start + writeText(line + start, sizeof line - start, format, arguments);
+    va_end(arguments);
+    const Target& to = target();
+
+    const local::SignalsHeld signalsHeld;
+    const std::lock_guard guard(mutex);
+    line[length] = '\n';
+    if (to.destination == Destination::standardError && writeLine(STDERR_FILENO, line, length + 1))
+        return;
+    if (to.destination == Destination::file && writeToFile(to.path.c_str(), line, length + 1))
+        return;
+    syslog(priority, "%.*s", static_cast<int>(length - start), line + start);
+}
