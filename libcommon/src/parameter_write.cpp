@@ -1,0 +1,204 @@
+#include "libcommon/src/parameter_write.h"
+
+#include "libcommon/src/files.h"
+#include "libcommon/src/parameter_edit.h"
+#include "libcommon/src/parameter_files.h"
+#include "libcommon/src/parameter_lock.h"
+
+#include <libcommon/log.h>
+
+#include <cerrno>
+#include <cstdio>
+#include <cstdlib>
+#include <cstring>
+#include <ctime>
+#include <fcntl.h>
+#include <string>
+#include <sys/stat.h>
+#include <unistd.h>
+
+namespace local {
+
+namespace {
+
+constexpr int attempts = 5;
+
+enum class Outcome { done, failed, overtaken };
+
+// A write under way: which file, and what it was when it was read.
+struct Job {
+    int fileId;
+    std::string path; // what a link points to
+    bool exists = false;
+    struct stat before {};
+    std::string text;
+};
+
+bool fails(const Job& job, const char* what) {
+    const int error = errno;
+    logmsg(3, "Failed to write %s: %s. (errno=%d %s)", job.path.c_str(), what, error, std::strerror(error));
+    return false;
+}
+
+// A link stays where it is; the file behind it is replaced.
+bool resolve(Job& job) {
+    job.path = parameterFilePath(job.fileId);
+    struct stat file {};
+    if (lstat(job.path.c_str(), &file) != 0 || !S_ISLNK(file.st_mode))
+        return true;
+    char* target = realpath(job.path.c_str(), nullptr);
+    if (target == nullptr)
+        return fails(job, "it is a link to nothing that can be written");
+    job.path = target;
+    std::free(target);
+    return true;
+}
+
+bool readPresent(Job& job) {
+    job.text.clear();
+    job.exists = readSteadily(job.path.c_str(), job.text, job.before);
+    if (!job.exists && errno == ENOENT)
+        return true;
+    if (!job.exists)
+        return fails(job, "it can't be read");
+    // The administrator's wish holds for everybody, also for those whom the kernel would not stop.
+    errno = EACCES;
+    if ((job.before.st_mode & (S_IWUSR | S_IWGRP | S_IWOTH)) == 0 ||
+        faccessat(AT_FDCWD, job.path.c_str(), W_OK, AT_EACCESS) != 0)
+        return fails(job, "it is read-only");
+    return true;
+}
+
+// Gives the new version the mode and the owner of the old one. Where the owner can't be kept the group must
+// be: it is what lets the appliance's other processes read the file.
+bool keepRights(int fd, const struct stat& before) {
+    if (fchown(fd, before.st_uid, before.st_gid) != 0 &&
+        fchown(fd, static_cast<uid_t>(-1), before.st_gid) != 0)
+        return false;
+    return fchmod(fd, before.st_mode & 07777) == 0;
+}
+
+bool isLater(const timespec& a, const timespec& b) {
+    return a.tv_sec != b.tv_sec ? a.tv_sec > b.tv_sec : a.tv_nsec > b.tv_nsec;
+}
+
+// Two versions that are written within one tick of the kernel's clock would carry the same time, and a reader
+// would take the second for the first.
+bool makeLater(int fd, const timespec& before) {
+    struct stat file {};
+    timespec times[2] = {{.tv_sec = 0, .tv_nsec = UTIME_OMIT}, {}};
+    clock_gettime(CLOCK_REALTIME, &times[1]);
+    if (!isLater(times[1], before)) {
+        times[1] = before;
+        if (++times[1].tv_nsec == 1'000'000'000)
+            times[1] = {.tv_sec = before.tv_sec + 1, .tv_nsec = 0};
+    }
+    if (futimens(fd, times) != 0 || fstat(fd, &file) != 0)
+        return false;
+    if (isLater(file.st_mtim, before))
+        return true;
+    times[1] = {.tv_sec = before.tv_sec + 2, .tv_nsec = 0}; // a file system that keeps whole seconds
+    return futimens(fd, times) == 0;
+}
+
+void makeFolderDurable(const std::string& path) {
+    const std::string folder = path.substr(0, path.rfind('/') + 1);
+    const Descriptor fd(open(folder.c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC));
+    if (!fd || fsync(fd.get()) != 0)
+        logmsg(3, "A power cut may undo the last change of %s. (errno=%d %s)", path.c_str(), errno,
+               std::strerror(errno));
+}
+
+// The new version in a file of its own, ready to take the old one's place.
+bool prepare(const Job& job, const std::string& temporary, const std::string& text) {
+    unlink(temporary.c_str()); // of a writer that was killed; there is one writer at a time
+    // What the user configures includes passwords.
+    const mode_t mode = job.fileId == 0 ? 0640 : 0644;
+    const Descriptor fd(open(temporary.c_str(), O_WRONLY | O_CREAT | O_EXCL | O_CLOEXEC | O_NOFOLLOW, mode));
+    if (!fd)
+        return fails(job, "no new file can be made beside it");
+    if (!writeAll(fd.get(), text.data(), text.size()))
+        return fails(job, "its new contents could not be written");
+    if (job.exists && !keepRights(fd.get(), job.before))
+        return fails(job, "its group or mode can't be kept");
+    if (job.exists && !makeLater(fd.get(), job.before.st_mtim))
+        return fails(job, "its time can't be set");
+    if (job.fileId == 0 && fsync(fd.get()) != 0)
+        return fails(job, "its new contents could not be made durable");
+    return true;
+}
+
+bool isAsItWasRead(const Job& job) {
+    struct stat now {};
+    if (stat(job.path.c_str(), &now) != 0)
+        return !job.exists && errno == ENOENT;
+    return job.exists && stampOf(now) == stampOf(job.before);
+}
+
+Outcome replace(const Job& job, const std::string& text) {
+    const std::size_t slash = job.path.rfind('/') + 1;
+    const std::string temporary = job.path.substr(0, slash) + "." + job.path.substr(slash) + ".new";
+    Outcome outcome = Outcome::failed;
+    if (prepare(job, temporary, text)) {
+        // Somebody who does not know of the lock, a person with an editor, may have changed the file
+        // meanwhile.
+        if (!isAsItWasRead(job))
+            outcome = Outcome::overtaken;
+        else if (rename(temporary.c_str(), job.path.c_str()) == 0)
+            outcome = Outcome::done;
+        else
+            fails(job, "the new file can't take its place");
+    }
+    if (outcome != Outcome::done)
+        unlink(temporary.c_str());
+    else if (job.fileId == 0)
+        makeFolderDurable(job.path);
+    return outcome;
+}
+
+Outcome attempt(Job& job, std::string_view name, std::string_view value) {
+    if (!readPresent(job))
+        return Outcome::failed;
+    const std::string text = withParameter(job.text, name, value);
+    if (job.exists && text == job.text)
+        return Outcome::done; // spares the flash
+    ParameterSnapshot check;
+    parse(text, check);
+    if (text.size() > maximumParameterFile || check.value(name) != value) {
+        errno = EFBIG;
+        fails(job, "a line or the file would become too long to be read");
+        return Outcome::failed;
+    }
+    return replace(job, text);
+}
+
+} // namespace
+
+bool writeParameter(int fileId, std::string_view name, std::string_view value) {
+    const auto length = static_cast<int>(std::min<std::size_t>(name.size(), 200));
+    if (!isParameterFile(fileId)) {
+        logmsg(3, "Failed to write \"%.*s\": there is no parameter file %d.", length, name.data(), fileId);
+        return false;
+    }
+    if (const char* reason = whyNotWritable(name, value); reason != nullptr) {
+        logmsg(3, "Failed to write \"%.*s\" to %s: %s.", length, name.data(),
+               parameterFilePath(fileId).c_str(), reason);
+        return false;
+    }
+    const WriteTurn turn(fileId);
+    Job job{.fileId = fileId, .path = parameterFilePath(fileId), .before = {}, .text = {}};
+    if (!turn)
+        return fails(job, "its lock can't be taken");
+    if (!resolve(job))
+        return false;
+    Outcome outcome = Outcome::overtaken;
+    for (int i = 0; i < attempts && outcome == Outcome::overtaken; ++i)
+        outcome = attempt(job, name, value);
+    if (outcome == Outcome::overtaken) {
+        errno = EBUSY;
+        return fails(job, "somebody else keeps changing it");
+    }
+    return outcome == Outcome::done;
+}
+
+} // namespace local
