@@ -1,0 +1,123 @@
+#include <libcommon/status.h>
+
+#include "libcommon/src/status_folder.h"
+
+#include <libcommon/log.h>
+#include <libcommon/paths.h>
+
+#include <algorithm>
+#include <cerrno>
+#include <cstring>
+#include <unistd.h>
+
+namespace local {
+
+const std::string& statusStore() {
+    static const std::string& path = *new std::string(libcommon::appliancePath("/run/decoder/source/"));
+    return path;
+}
+
+std::string statusLockPath() {
+    return statusStore() + ".lock";
+}
+
+std::string statusFolder(int index) {
+    return statusStore() + std::to_string(index) + "/";
+}
+
+std::string statusOwnerPath(int index) {
+    return statusFolder(index) + ".source";
+}
+
+std::string configuredSource(const std::vector<SourceParams>& sources, std::size_t index) {
+    if (index >= sources.size())
+        return "";
+    std::string text;
+    for (const char* key : {"Address", "VideoSourceNumber", "VideoSourceType"}) {
+        const auto found = sources[index].find(key);
+        text += *key == 'A' ? "" : "#";
+        text += found == sources[index].end() ? "" : found->second;
+    }
+    return text;
+}
+
+namespace {
+
+constexpr std::size_t maximumKey = 64;
+constexpr std::size_t maximumValue = 65536;
+
+bool isKey(const std::string& key) {
+    return !key.empty() && key.size() <= maximumKey && std::all_of(key.begin(), key.end(), [](char c) {
+        return (c >= 'a' && c <= 'z') || (c >= 'A' && c <= 'Z') || (c >= '0' && c <= '9');
+    });
+}
+
+bool isValid(int index, const std::string& key) {
+    if (index >= 0 && isKey(key))
+        return true;
+    logmsg(3, "There is no status value \"%.100s\" of source %d.", key.c_str(), index);
+    return false;
+}
+
+void rememberOwner(int index) {
+    const std::string path = statusOwnerPath(index);
+    if (access(path.c_str(), F_OK) == 0)
+        return;
+    const std::string owner = configuredSource(getSubGroups(0, "Encoder"), static_cast<std::size_t>(index));
+    if (!replaceSmallFile(path, owner))
+        logmsg(3, "Failed to write %s. (errno=%d %s)", path.c_str(), errno, std::strerror(errno));
+}
+
+void write(int index, const std::string& key, const std::string& value) {
+    const std::string path = statusFolder(index) + key;
+    const LockedFile lock(statusLockPath().c_str());
+    bool done = static_cast<bool>(lock);
+    if (done && value.empty()) {
+        done = unlink(path.c_str()) == 0 || errno == ENOENT;
+    } else if (done) {
+        rememberOwner(index);
+        done = replaceSmallFile(path, value + "\n");
+    }
+    if (!done)
+        logmsg(3, "Failed to write %s. (errno=%d %s)", path.c_str(), errno, std::strerror(errno));
+}
+
+} // namespace
+
+} // namespace local
+
+void status(int index, const std::string& key, const char* value) {
+    if (!local::isValid(index, key))
+        return;
+    const std::string text = value == nullptr ? "" : value;
+    if (text.size() > local::maximumValue) {
+        logmsg(3, "Status value \"%s\" of source %d is too long: %zu bytes.", key.c_str(), index,
+               text.size());
+        return;
+    }
+    local::write(index, key, text);
+}
+
+void status(int index, const std::string& key, int value) {
+    status(index, key, std::to_string(value).c_str());
+}
+
+std::string status(int index, const std::string& key) {
+    if (!local::isValid(index, key))
+        return "";
+    const std::string path = local::statusFolder(index) + key;
+    std::string text;
+    if (!local::readSmallFile(path, local::maximumValue + 1, text)) {
+        if (errno != ENOENT)
+            logmsg(3, "Failed to read %s. (errno=%d %s)", path.c_str(), errno, std::strerror(errno));
+        return "";
+    }
+    if (text.ends_with('\n'))
+        text.pop_back();
+    return text;
+}
+
+void copyStatus(int fromIndex, int toIndex, const std::string& key) {
+    if (local::isValid(fromIndex, key))
+        status(toIndex, key, status(fromIndex, key).c_str());
+}
