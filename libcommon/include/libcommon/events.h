@@ -1,25 +1,25 @@
 // The appliance's events: who wants something of the supervisor sends it one of these.
 //
 // One System V message queue an appliance carries them all, from other processes (select, alarm, lock, ...)
-// and from the supervisor's own threads and signal handlers (timers, child exits, button). The supervisor alone
-// creates the queue, waits on it and removes it; its identifier stands in /run/decoder/events.id below the
-// appliance root, for senders. Access is the appliance's user and group (mode 0660), not the world.
+// and from the supervisor's own threads and signal handlers (timers, child exits, button). The supervisor
+// alone creates the queue, waits on it and removes it; its identifier stands in /run/decoder/events.id below
+// the appliance root, for senders. Access is the appliance's user and group (mode 0660), not the world.
 #pragma once
 
 #include <cstdint>
 
 enum EventId : std::int32_t {
-    EID_CHILD = 2,                    // value 1 pid, value 2 wait status
-    EID_BUTTON = 4,                   // value 2, low byte: 1 held, 0 a short press
-    EID_TIMEOUT = 6,                  // value 1 timer id
-    EID_BARRIER = 7,                  // value 1 pid of the player, value 2 barrier reached
-    EID_ALARM = 8,                    // value 1 source index, payload: text
-    EID_CONNECTPROPERTYCHANGED = 9,   // "Decoder.Connected" was written
-    EID_FLUSHCACHE = 10,              // forget what was detected
-    EID_SELECT = 11,                  // value 1 source index
-    EID_LOCK = 12,                    // stop playback for ten seconds
-    EID_RECONNECT = 13,               // end the lock now
-    EID_OTHER = 65535,                // never sent: "every other" in a selection
+    EID_CHILD = 2,                  // value 1 pid, value 2 wait status
+    EID_BUTTON = 4,                 // value 2, low byte: 1 held, 0 a short press
+    EID_TIMEOUT = 6,                // value 1 timer id
+    EID_BARRIER = 7,                // value 1 pid of the player, value 2 barrier reached
+    EID_ALARM = 8,                  // value 1 source index, payload: text
+    EID_CONNECTPROPERTYCHANGED = 9, // "Decoder.Connected" was written
+    EID_FLUSHCACHE = 10,            // forget what was detected
+    EID_SELECT = 11,                // value 1 source index
+    EID_LOCK = 12,                  // stop playback for ten seconds
+    EID_RECONNECT = 13,             // end the lock now
+    EID_OTHER = 65535,              // never sent: "every other" in a selection
 };
 
 // Thirteen 32-bit words, copied whole.
@@ -39,15 +39,16 @@ int initEventQueue();
 // when the queue is gone or was never attached. One thread of the owner calls it.
 int waitEvent(Event* event);
 
-// Sends a copy, never blocks. 0, or -1 with errno: ENOENT no appliance runs here, EAGAIN the queue is full.
-// A process other than the owner is refused once three quarters of the queue are taken, so that the
-// supervisor's own events always fit. For the owner it is one msgsnd. Any thread; safe in a signal handler.
+// Sends a copy, never blocks. 0, or -1 with errno: ENOENT no appliance runs here, EAGAIN the queue is full,
+// EACCES this user is not the appliance's. A process other than the owner is refused once three quarters of
+// the queue are taken, so that the supervisor's own events always fit. For the owner it is one msgsnd. Any
+// thread; safe in a signal handler.
 int sendEvent(const Event* event);
 
-// Drops what is queued.
+// Drops what is queued. The owner's.
 void clearEventQueue();
 
-// Removes the queue from the system; senders get ENOENT from then on.
+// Removes the queue from the system; senders get ENOENT from then on. The owner's; safe in a signal handler.
 void removeEventQueue();
 
 namespace libcommon {

@@ -1,0 +1,37 @@
+// Files in the run directory that tell every process the number of a System V object: "ID PID STAMP\n".
+//
+// The stamp tells whether the object of that number is still the one that was meant: numbers begin again when
+// the machine starts. Nothing here allocates or logs; all of it may be used in signal handlers and between
+// fork and exec.
+#pragma once
+
+#include <cstdint>
+
+namespace local {
+
+struct RunId {
+    int id = -1;
+    int pid = -1; // of the process that made or owns the object
+    std::int64_t stamp = 0;
+};
+
+// Opens the file /run/decoder/NAME.id below the appliance root for reading. -1 with errno.
+int openRunId(const char* name);
+
+// Reads it from the start of an open file. False with errno ENOENT for anything but a whole record.
+bool readRunId(int fd, RunId& record);
+
+// Both at once.
+bool readRunId(const char* name, RunId& record);
+
+// Replaces the file as a whole. Its folder is there. False with errno.
+bool writeRunId(const char* name, const RunId& record);
+
+void removeRunId(const char* name);
+
+// Waits for the exclusive lock that belongs to the file, making the run directory where it is missing; -1
+// with errno.
+int lockRunId(const char* name);
+void unlockRunId(int fd);
+
+} // namespace local
