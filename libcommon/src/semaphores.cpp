@@ -1,0 +1,219 @@
+#include <libcommon/semaphores.h>
+
+#include "libcommon/src/event_queue_id.h"
+#include "libcommon/src/files.h"
+#include "libcommon/src/run_id.h"
+#include "libcommon/src/signals_held.h"
+
+#include <libcommon/log.h>
+#include <libcommon/paths.h>
+
+#include <atomic>
+#include <cerrno>
+#include <cstring>
+#include <fcntl.h>
+#include <string_view>
+#include <sys/ipc.h>
+#include <sys/sem.h>
+#include <unistd.h>
+
+namespace {
+
+constexpr const char* setName = "semaphores";
+constexpr int firstSemaphore = 2000;
+constexpr int semaphoreCount = 32;
+constexpr int maximumValue = 32767;
+
+// The caller of semctl() has to declare it.
+union Argument {
+    int value;
+    semid_ds* state;
+    unsigned short* values;
+};
+
+// The appliance's set as far as this process knows, -1 for not yet. Any thread; children inherit it.
+std::atomic<int> knownSet{-1};
+
+// Differs from one start of the machine to the next.
+std::int64_t machineStart() {
+    char text[64];
+    const local::Descriptor fd(open("/proc/sys/kernel/random/boot_id", O_RDONLY | O_CLOEXEC));
+    const ssize_t length = fd ? read(fd.get(), text, sizeof text) : 0;
+    std::uint64_t hash = 0xcbf29ce484222325U;
+    for (ssize_t i = 0; i < length; ++i)
+        hash = (hash ^ static_cast<unsigned char>(text[i])) * 0x100000001b3U;
+    return static_cast<std::int64_t>(hash >> 1U);
+}
+
+// Whether the record names our set. False with errno EINVAL: it does not exist.
+bool isOurs(const local::RunId& record) {
+    semid_ds state{};
+    Argument argument{.state = &state};
+    if (semctl(record.id, 0, IPC_STAT, argument) != 0) {
+        if (errno == EIDRM)
+            errno = EINVAL;
+        return false;
+    }
+    const bool ours = record.stamp == machineStart() && state.sem_perm.__key == IPC_PRIVATE &&
+                      state.sem_nsems == semaphoreCount;
+    if (!ours)
+        errno = EINVAL;
+    return ours;
+}
+
+int makeSet() {
+    const int set = semget(IPC_PRIVATE, semaphoreCount, IPC_CREAT | 0660);
+    unsigned short zeros[semaphoreCount] = {};
+    Argument argument{.values = zeros};
+    if (set >= 0 && semctl(set, 0, SETALL, argument) == 0 &&
+        local::writeRunId(setName, {.id = set, .pid = getpid(), .stamp = machineStart()}))
+        return set;
+    const local::ErrnoKept errnoKept;
+    if (set >= 0)
+        semctl(set, 0, IPC_RMID);
+    return -1;
+}
+
+// The appliance's set, made by whoever comes first; the lock keeps it one. -1 with errno.
+int findSet() {
+    if (const int set = knownSet; set >= 0)
+        return set;
+    libcommon::applianceRoot();
+    const local::SignalsHeld signalsHeld;
+    const int lock = local::lockRunId(setName);
+    if (lock < 0)
+        return -1;
+    local::RunId record;
+    int set = -1;
+    if (local::readRunId(setName, record) && isOurs(record))
+        set = record.id;
+    else if (errno == ENOENT || errno == EINVAL)
+        set = makeSet();
+    local::unlockRunId(lock);
+    knownSet = set;
+    return set;
+}
+
+// Runs `act` on the set and the semaphore's place in it, once more with the set found anew when it was gone:
+// the appliance was taken down and is up again. 0, or -1 with a log line.
+template<class Act>
+int onSemaphore(const char* what, int id, Act act) {
+    if (id < firstSemaphore || id >= firstSemaphore + semaphoreCount) {
+        logmsg(3, "Failed to %s semaphore %d: there is none of that number.", what, id);
+        return -1;
+    }
+    int result = -1;
+    for (int i = 0; i < 2 && result == -1; ++i) {
+        const int set = findSet();
+        result = set < 0 ? -1 : act(set, static_cast<unsigned short>(id - firstSemaphore));
+        if (result == 0 || set < 0)
+            break;
+        if (errno == EINVAL || errno == EIDRM)
+            knownSet = -1;
+        if (errno != EINVAL)
+            break;
+    }
+    if (result != 0)
+        logmsg(3, "Failed to %s semaphore %d. (errno=%d %s)", what, id, errno, std::strerror(errno));
+    return result == 0 ? 0 : -1;
+}
+
+int setValue(int set, unsigned short number, int value) {
+    Argument argument{.value = value};
+    return semctl(set, number, SETVAL, argument);
+}
+
+int change(int set, unsigned short number, short by) {
+    sembuf operation{.sem_num = number, .sem_op = by, .sem_flg = 0};
+    int result = 0;
+    do {
+        result = semop(set, &operation, 1);
+    } while (result != 0 && errno == EINTR);
+    return result;
+}
+
+} // namespace
+
+int semaphoreInit(int id) {
+    return onSemaphore("make", id, [](int set, unsigned short number) { return setValue(set, number, 0); });
+}
+
+int semaphoreSet(int id, int value) {
+    if (value < 0 || value > maximumValue) {
+        logmsg(3, "Failed to set semaphore %d: it can't have the value %d.", id, value);
+        return -1;
+    }
+    return onSemaphore("set", id,
+                       [value](int set, unsigned short number) { return setValue(set, number, value); });
+}
+
+int semaphoreIncrease(int id) {
+    return onSemaphore("increase", id, [](int set, unsigned short number) { return change(set, number, 1); });
+}
+
+int semaphoreDecrease(int id) {
+    return onSemaphore("decrease", id,
+                       [](int set, unsigned short number) { return change(set, number, -1); });
+}
+
+namespace {
+
+int removeSet() {
+    local::RunId record;
+    if (!local::readRunId(setName, record))
+        return 0;
+    knownSet = -1;
+    const bool gone = isOurs(record) ? semctl(record.id, 0, IPC_RMID) == 0 : errno == EINVAL;
+    if (gone)
+        local::removeRunId(setName);
+    else
+        logmsg(3, "Failed to remove the semaphores. (errno=%d %s)", errno, std::strerror(errno));
+    return gone ? 0 : -1;
+}
+
+int removeLeftQueue() {
+    local::RunId record;
+    msqid_ds queue{};
+    if (!local::readRunId(local::eventQueueName, record))
+        return 0;
+    const bool there = local::lookAtEventQueue(record, queue);
+    const bool gone = there ? msgctl(record.id, IPC_RMID, nullptr) == 0 : errno == ENOENT;
+    if (gone)
+        local::removeRunId(local::eventQueueName);
+    else
+        logmsg(3, "Failed to remove the event queue. (errno=%d %s)", errno, std::strerror(errno));
+    return gone ? 0 : -1;
+}
+
+// Runs `remove` while nobody makes what it removes.
+int underLock(const char* name, int (*remove)()) {
+    const local::SignalsHeld signalsHeld;
+    const int lock = local::lockRunId(name);
+    if (lock < 0) {
+        logmsg(3, "Failed to lock the appliance's %s. (errno=%d %s)", name, errno, std::strerror(errno));
+        return -1;
+    }
+    const int result = remove();
+    local::unlockRunId(lock);
+    return result;
+}
+
+} // namespace
+
+namespace libcommon {
+
+int removeApplianceObjects() {
+    applianceRoot();
+    local::RunId record;
+    msqid_ds queue{};
+    if (local::readRunId(local::eventQueueName, record) && local::lookAtEventQueue(record, queue) &&
+        local::ownerLives(record) && record.pid != getpid()) {
+        logmsg(3, "The appliance still runs: process %d owns its event queue.", record.pid);
+        return -1;
+    }
+    const int semaphores = underLock(setName, removeSet);
+    const int events = underLock(local::eventQueueName, removeLeftQueue);
+    return semaphores == 0 && events == 0 ? 0 : -1;
+}
+
+} // namespace libcommon
