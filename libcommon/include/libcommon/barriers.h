@@ -20,11 +20,12 @@ struct BarrierRelease {
     std::int32_t unused[11];
 };
 
-// Announces this process at the barrier, again while the event queue is full. 0, or -1 with errno.
+// Announces this process at the barrier, again while the event queue is full. 0; -1 with errno: ENOENT no
+// supervisor runs, EINTR a signal was handled while the queue was full (call again).
 int announceBarrier(int barrierId);
 
-// Waits for the release of this process from the barrier: 0; -1 with errno EINTR after a signal was handled (call
-// again), EIDRM or ENOENT when the barrier is gone, EPROTO after a release of another barrier.
+// Waits for the release of this process from the barrier: 0; -1 with errno EINTR after a signal was handled
+// (call again), EIDRM or ENOENT when the barrier is gone, EPROTO after a release of another barrier.
 int awaitBarrierRelease(int barrierId);
 
 // The same without waiting: -1 with errno EAGAIN when no release is there yet.

@@ -1,0 +1,81 @@
+#include <libcommon/barriers.h>
+
+#include <libcommon/events.h>
+#include <libcommon/paths.h>
+
+#include <cerrno>
+#include <cstddef>
+#include <cstring>
+#include <ctime>
+#include <string>
+#include <sys/ipc.h>
+#include <sys/msg.h>
+#include <unistd.h>
+
+namespace {
+
+constexpr long releaseType = 7;
+
+// What a release must have: the supervisor's pid and the barrier's number.
+constexpr std::size_t releaseHead =
+    offsetof(libcommon::BarrierRelease, unused) - offsetof(libcommon::BarrierRelease, supervisorPid);
+constexpr std::size_t releaseText = releaseHead + sizeof libcommon::BarrierRelease::unused;
+static_assert(releaseText == 52);
+
+int receiveRelease(int barrierId, int flags) {
+    const int queue = getBarrierIPC(getpid());
+    if (queue < 0) {
+        errno = ENOENT;
+        return -1;
+    }
+    libcommon::BarrierRelease release{};
+    const ssize_t length = msgrcv(queue, &release, releaseText, releaseType, flags | MSG_NOERROR);
+    if (length < 0) {
+        if (errno == ENOMSG)
+            errno = EAGAIN;
+        else if (errno == EINVAL) // removed between finding and asking it
+            errno = EIDRM;
+        return -1;
+    }
+    if (static_cast<std::size_t>(length) >= releaseHead && release.barrierId == barrierId)
+        return 0;
+    errno = EPROTO;
+    return -1;
+}
+
+} // namespace
+
+int getBarrierIPC(int pid) {
+    const std::string file = libcommon::appliancePath("/var/tmp/barrier.") + std::to_string(pid);
+    const key_t key = ftok(file.c_str(), 0);
+    // Without the project number's bits a key may come out as the one that stands for a queue of its own each
+    // time.
+    if (key == -1 || key == IPC_PRIVATE)
+        return -1;
+    return msgget(key, 0);
+}
+
+namespace libcommon {
+
+int announceBarrier(int barrierId) {
+    Event event{};
+    event.id = EID_BARRIER;
+    event.value1 = getpid();
+    event.value2 = barrierId;
+    while (sendEvent(&event) != 0) {
+        const timespec pause{.tv_sec = 0, .tv_nsec = 10'000'000};
+        if (errno != EAGAIN || nanosleep(&pause, nullptr) != 0)
+            return -1;
+    }
+    return 0;
+}
+
+int awaitBarrierRelease(int barrierId) {
+    return receiveRelease(barrierId, 0);
+}
+
+int pollBarrierRelease(int barrierId) {
+    return receiveRelease(barrierId, IPC_NOWAIT);
+}
+
+} // namespace libcommon
