@@ -62,7 +62,13 @@ struct Timers : testing::Test {
         return lines;
     }
 
-    Lines untilSent() { return linesUntil(">>> Timer thread: sendEvent done\n"); }
+    // What the timer thread printed, all of it. Its other deeds may be looked at afterwards: asking the log
+    // takes the lock under which the event was sent.
+    Lines untilSent() {
+        Lines lines = linesUntil(">>> Timer thread: sendEvent done\n");
+        EXPECT_FALSE(fake::logged(3, "setTimeout() was called with an invalid timeout"));
+        return lines;
+    }
 
     void untilRefused() {
         while (!fake::logged(3, "setTimeout() was called with an invalid timeout"))

@@ -40,15 +40,13 @@ std::string number(int value) {
     return std::to_string(value);
 }
 
-// Who takes a signal now: "default", "ignored", "shutdown" or "other".
+// Who takes a signal now: "ignored", "shutdown", or "not ours" (the default, or a sanitizer).
 std::string disposition(int signo) {
     struct sigaction action {};
     sigaction(signo, nullptr, &action);
-    if (action.sa_handler == SIG_DFL)
-        return "default";
     if (action.sa_handler == SIG_IGN)
         return "ignored";
-    return action.sa_handler == shutdownHandler ? "shutdown" : "other";
+    return action.sa_handler == shutdownHandler ? "shutdown" : "not ours";
 }
 
 std::string signals() {
@@ -153,8 +151,8 @@ TEST(Startup, EverythingComesUpInOneFixedOrder) {
     const ChildRun supervisor = run({"-v", "-x", "-vv", "operand"});
     EXPECT_TRUE(supervisor.exitedWith(0)) << supervisor.waitStatus;
     EXPECT_EQ(supervisor.err,
-              "openlog(SkelMor,0,0) pid known verbosity 3 SIGINT default, SIGSEGV default, SIGUSR1 default, "
-              "blocked\n"
+              "openlog(SkelMor,0,0) pid known verbosity 3 SIGINT not ours, SIGSEGV not ours, SIGUSR1 not "
+              "ours, blocked\n"
               "log 6 Started\n"
               "syncEncoderInfo() SIGINT shutdown, SIGSEGV shutdown, SIGUSR1 ignored, blocked 2 17\n"
               "installChildReaper()\n"
