@@ -168,7 +168,7 @@ void syncEncoderInfo() {
 
 void status(int index, const std::string& key, const char* value) {
     fake::statusValues[{index, key}] = value;
-    fake::recordf("status(%d) %s=%s", index, key.c_str(), value);
+    fake::record("status(" + std::to_string(index) + ") " + key + "=" + value);
 }
 void status(int index, const std::string& key, int value) {
     status(index, key, std::to_string(value).c_str());
