@@ -236,6 +236,15 @@ bool FrameStore::setMode(VideoMode mode) {
     return file_->mode() == mode || renew(mode, true);
 }
 
+bool FrameStore::takeOver(VideoMode mode) {
+    wantedMode_ = mode;
+    const WriterLock lock(path_);
+    if (!lock.held() || !openForWriting() || (file_->mode() != mode && !renew(mode, true)))
+        return false;
+    turn_ = ++file_->header().turn;
+    return true;
+}
+
 bool FrameStore::reset(VideoMode mode) {
     wantedMode_ = mode;
     const WriterLock lock(path_);
@@ -245,6 +254,8 @@ bool FrameStore::reset(VideoMode mode) {
 Drawing FrameStore::draw() {
     auto lock = std::make_unique<WriterLock>(path_);
     if (!lock->held() || !openForWriting())
+        return {nullptr, nullptr};
+    if (turn_ != 0 && file_->header().turn > turn_)
         return {nullptr, nullptr};
     return {file_, std::move(lock)};
 }

@@ -16,6 +16,9 @@
 //   machine is never used: readers see no frame, writers make it anew. No access ends in a signal.
 // - Another video mode makes the store anew while others have it open; they follow at their next call.
 //
+// - Of two players that hand the screen over, the one that took it over last draws; drawings of the other are
+//   dropped, so that its last picture can't come after the first of the new one.
+//
 // Writers exclude each other with a file lock, which the kernel gives back when its holder dies. A lock that
 // can't be had within a second fails the call.
 //
@@ -64,7 +67,7 @@ public:
     Drawing& operator=(Drawing&&) = delete;
     ~Drawing();
 
-    explicit operator bool() const { return pixels_ != nullptr; } // false: it failed, with a log line
+    explicit operator bool() const { return pixels_ != nullptr; } // false: nothing to draw in
     std::uint8_t* pixels() const { return pixels_; }              // not cleared: fill all of it
     int width() const { return width_; }
     int height() const { return height_; }
@@ -123,6 +126,11 @@ public:
     // frame.
     bool setMode(VideoMode mode);
 
+    // As setMode(); from then on drawings of whoever took the screen over before are dropped (an empty
+    // Drawing, without a log line), until they take it over again. Objects that never took it over draw as
+    // they like.
+    bool takeOver(VideoMode mode);
+
     // Makes the store anew in this mode, black. Numbers and records stay.
     bool reset(VideoMode mode);
 
@@ -145,6 +153,7 @@ private:
 
     std::string path_;
     VideoMode wantedMode_ = VideoMode::pal;
+    std::uint64_t turn_ = 0;          // of this object's take-over; 0: none
     std::shared_ptr<StoreFile> file_; // null: not open
     std::string lastReason_;          // why the store was last refused, so that it is logged once
     Frame scratch_;                   // keeps the memory of the last copy

@@ -242,6 +242,26 @@ TEST_F(FrameStoreTest, ModeChangeKeepsNumbersRecordsAndPicture) {
     EXPECT_EQ(frame.pixels[720 * 528], 0U);
 }
 
+TEST_F(FrameStoreTest, WhoTookTheScreenOverLastDraws) {
+    FrameStore old(path);
+    FrameStore next(path);
+    FrameStore anybody(path);
+    ASSERT_TRUE(old.takeOver(VideoMode::pal));
+    EXPECT_EQ(drawPlain(old, 1).number, 1U);
+    EXPECT_EQ(drawPlain(next, 1).number, 2U);
+    ASSERT_TRUE(next.takeOver(VideoMode::ntsc));
+    EXPECT_EQ(next.mode(), VideoMode::ntsc);
+    EXPECT_FALSE(old.draw());
+    EXPECT_TRUE(next.draw());
+    EXPECT_EQ(drawPlain(anybody, 1, 0, VideoMode::ntsc).number, 3U);
+    ASSERT_TRUE(next.setMode(VideoMode::pal));
+    EXPECT_FALSE(old.draw()) << "the turn was lost with the mode";
+    ASSERT_EQ(truncate(path.c_str(), 0), 0);
+    EXPECT_TRUE(old.draw()) << "a store without a past refuses nobody";
+    ASSERT_TRUE(old.takeOver(VideoMode::pal));
+    EXPECT_TRUE(old.draw());
+}
+
 TEST_F(FrameStoreTest, SameModeAgainChangesNothing) {
     FrameStore store(path);
     drawPlain(store, 1);

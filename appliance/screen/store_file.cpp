@@ -85,6 +85,7 @@ void carryOver(StoreFile& from, StoreFile& to, bool keepPicture) {
     StoreHeader& fresh = to.header();
     const std::uint64_t newest = old.newest;
     fresh.newest = newest;
+    fresh.turn = old.turn.load();
     fresh.newestTime = old.newestTime.load();
     fresh.blankedAt = keepPicture ? old.blankedAt.load() : gettimeusec();
     for (std::size_t i = 0; i < recordCount; ++i) {

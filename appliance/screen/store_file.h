@@ -49,6 +49,7 @@ struct StoreHeader {
     std::atomic<std::uint64_t> newest;  // number; 0 none
     std::atomic<std::int64_t> newestTime;
     std::atomic<std::int64_t> blankedAt;
+    std::atomic<std::uint64_t> turn; // counts take-overs
     FrameSlot slot[slotCount];
     FrameRecord record[recordCount];
 };

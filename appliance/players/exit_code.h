@@ -1,0 +1,14 @@
+// How a player ends, told by its exit status to the supervisor.
+#pragma once
+
+namespace player {
+
+enum class ExitCode : int {
+    asked = 0,        // SIGHUP, SIGINT, SIGTERM, or the supervisor is gone
+    usage = 2,        // a mistake in the command line
+    noPicture = 11,   // no connection, or no first picture in time
+    endOfStream = 14, // the encoder ended the stream
+    stoodStill = 23,  // the stream was open and the picture did not change
+};
+
+} // namespace player

@@ -1,0 +1,91 @@
+#include "appliance/players/http_audio.h"
+
+#include "appliance/players/decoder_pipeline.h"
+#include "appliance/players/gst_start.h"
+#include "appliance/players/http_stream.h"
+#include "appliance/players/stream_request.h"
+
+#include <libcommon/log.h>
+
+#include <gst/app/gstappsrc.h>
+#include <strings.h>
+#include <thread>
+
+namespace player {
+namespace {
+
+bool isType(const std::string& contentType, const char* known) {
+    const std::string type = contentType.substr(0, contentType.find_first_of("; \t"));
+    return strcasecmp(type.c_str(), known) == 0;
+}
+
+// A pipeline of its own: its failure is not the picture's.
+GstElement* startSound(const AudioChain& chain) {
+    GstElement* pipeline =
+        makePipeline("appsrc name=source is-live=true max-bytes=65536 leaky-type=downstream ! " +
+                     chain.elements + " ! audioconvert ! audioresample ! " + soundSink);
+    if (pipeline == nullptr)
+        return nullptr;
+    GstElement* source = gst_bin_get_by_name(GST_BIN(pipeline), "source");
+    GstCaps* caps = gst_caps_from_string(chain.caps.c_str());
+    g_object_set(source, "caps", caps, "format", GST_FORMAT_TIME, "do-timestamp", TRUE, nullptr);
+    gst_caps_unref(caps);
+    if (gst_element_set_state(pipeline, GST_STATE_PLAYING) != GST_STATE_CHANGE_FAILURE)
+        return source;
+    logmsg(6, "Sound can't be played");
+    return nullptr;
+}
+
+void receiveSound(const PlayerOptions& options, const StreamSink& sink) {
+    if (!loadSoundPlugins())
+        return;
+    GstElement* source = nullptr;
+    const HttpTaker taker{
+        [&](const std::string& contentType) {
+            const AudioChain chain = audioChainOf(contentType);
+            if (chain.elements.empty())
+                logmsg(6, "Sound of the type \"%.100s\" can't be played", contentType.c_str());
+            else
+                source = startSound(chain);
+            return source != nullptr;
+        },
+        [&](const char* bytes, std::size_t count) {
+            if (sink.showing())
+                gst_app_src_push_buffer(GST_APP_SRC(source), gst_buffer_new_memdup(bytes, count));
+            return true;
+        }};
+    const std::string reason = receiveHttp(requestOf(options, "/vexo-cgi/audio/receive.cgi"), taker);
+    if (options.verbose)
+        logmsg(7, "Sound ended: %s", reason.c_str());
+}
+
+} // namespace
+
+const char* const soundSink = "autoaudiosink";
+
+bool loadSoundPlugins() {
+    return loadPlugins({"coreelements", "audioconvert", "audioresample", "autodetect", "alsa", "mulaw",
+                        "alaw", "audioparsers", "mpg123", "wavparse", "libav"});
+}
+
+AudioChain audioChainOf(const std::string& contentType) {
+    if (isType(contentType, "audio/basic") || isType(contentType, "audio/x-mulaw"))
+        return {"audio/x-mulaw,rate=8000,channels=1", "mulawdec"};
+    if (isType(contentType, "audio/x-alaw"))
+        return {"audio/x-alaw,rate=8000,channels=1", "alawdec"};
+    if (isType(contentType, "audio/32kadpcm") || isType(contentType, "audio/g726-32"))
+        return {"audio/x-adpcm,layout=(string)g726,bitrate=32000,rate=8000,channels=1", "avdec_g726"};
+    if (isType(contentType, "audio/mpeg"))
+        return {"audio/mpeg,mpegversion=1", "mpegaudioparse ! mpg123audiodec"};
+    if (isType(contentType, "audio/aac") || isType(contentType, "audio/aacp"))
+        return {"audio/mpeg,mpegversion=4,stream-format=adts", "aacparse ! avdec_aac"};
+    if (isType(contentType, "audio/wav") || isType(contentType, "audio/x-wav"))
+        return {"audio/x-wav", "wavparse"};
+    return {};
+}
+
+void playHttpAudio(const PlayerOptions& options, const StreamSink& sink) {
+    std::thread([&options, &sink] { receiveSound(options, sink); }).detach();
+}
+
+} // namespace player
