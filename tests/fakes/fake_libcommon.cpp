@@ -15,6 +15,7 @@ std::vector<LogLine> log;
 std::vector<SourceParams> sources;
 std::map<std::pair<int, std::string>, std::string> statusValues;
 std::int64_t now = 0;
+std::function<std::int64_t()> onGetTime;
 std::vector<Event> sentEvents;
 int sendEventResult = 0;
 std::deque<Event> waitingEvents;
@@ -83,6 +84,7 @@ void reset() {
     sources.clear();
     statusValues.clear();
     now = 0;
+    onGetTime = nullptr;
     sentEvents.clear();
     sendEventResult = 0;
     waitingEvents.clear();
@@ -206,7 +208,7 @@ void logmsg(int level, const char* format, ...) {
 }
 
 std::int64_t gettimeusec() {
-    return fake::now;
+    return fake::onGetTime ? fake::onGetTime() : fake::now;
 }
 
 bool isInterrupted() {

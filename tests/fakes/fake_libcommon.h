@@ -65,6 +65,7 @@ extern std::map<std::pair<int, std::string>, std::string> statusValues;
 
 // Clock: gettimeusec() returns this.
 extern std::int64_t now;
+extern std::function<std::int64_t()> onGetTime; // default: now
 
 // Events.
 extern std::vector<Event> sentEvents;
