@@ -18,8 +18,6 @@
 
 namespace detect {
 
-State state;
-
 namespace {
 
 void readTimeout() {

@@ -127,8 +127,7 @@ TEST_P(Detection, InterruptedNetworkWaitEndsItWithoutAVerdict) {
         EXPECT_EQ(run.entry.errorCode, 0) << "an interruption is no error";
         for (const std::string& value : published(run))
             EXPECT_TRUE(!value.starts_with("ErrorCode=") || value == "ErrorCode=0") << value;
-        EXPECT_LE(run.afterwards, 2U)
-            << "what is begun afterwards fails at once, but there should be little of it";
+        EXPECT_EQ(run.afterwards, 0U) << "nothing is asked afterwards";
         EXPECT_EQ(run.descriptorsLeaked, 0);
         EXPECT_FALSE(fake::interrupted) << "the flag is used up";
         EXPECT_TRUE(traceLines().back().ends_with(" interrupted")) << traceLines().back();

@@ -7,6 +7,8 @@
 
 #include <libcommon/interrupt.h>
 
+#include <utility>
+
 namespace detect {
 namespace {
 
@@ -97,7 +99,7 @@ Descriptor describeOverTcp(const SourceEntry& entry, ConnectMode& mode) {
         return Descriptor();
     skipDescription(connection.get(), answer.header);
     advanceCSeq();
-    return connection;
+    return isInterrupted() ? Descriptor() : std::move(connection); // by now the body may have been cut short
 }
 
 void acceptRtsp(SourceEntry& entry, int statusId, int type, ConnectMode mode, const std::string& reason) {
