@@ -6,7 +6,6 @@ struct Pause : MachineTest {
     Pause() {
         machine.sourceSequence = {1, 4, 7};
         playing(4);
-        machine.sequencePaused = true;
         enter(AUTO_PAUSE);
     }
 };
@@ -26,12 +25,13 @@ const char* const detecting = "osdPrintf(0,0) Automatically detecting encoder an
 } // namespace
 
 TEST_F(Pause, SaysSoEachTimeItRuns) {
-    machine.sequencePaused = false;
+    EXPECT_FALSE(machine.sequencePaused);
+    turnThatWaits();
+    EXPECT_EQ(calls, (Calls{pausedText, waitCall}));
+    EXPECT_TRUE(machine.sequencePaused);
     turn({childExit(555)});
     EXPECT_EQ(calls, (Calls{pausedText, waitCall}));
     EXPECT_TRUE(machine.sequencePaused);
-    turnThatWaits();
-    EXPECT_EQ(calls, (Calls{pausedText, waitCall}));
 }
 
 TEST_F(Pause, AShortPressResumesByMovingOn) {

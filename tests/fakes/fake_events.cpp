@@ -13,6 +13,7 @@ std::vector<Event> taken;
 int takeResult = 0;
 int nextTimerId = 65536;
 int lastTimerId = 0;
+long lastTimeout = 0;
 std::deque<int> barrierResults;
 std::function<int(int, std::span<const int>)> onMasterBarrier;
 
@@ -24,6 +25,7 @@ void resetEvents() {
     takeResult = 0;
     nextTimerId = 65536;
     lastTimerId = 0;
+    lastTimeout = 0;
     barrierResults.clear();
     onMasterBarrier = nullptr;
 }
@@ -147,6 +149,7 @@ void setQueueLimit(int id, int maximum) {
 
 int setTimeout(long milliseconds) {
     fake::calls.push_back("setTimeout(" + std::to_string(milliseconds) + ")");
+    fake::lastTimeout = milliseconds;
     return fake::lastTimerId = fake::nextTimerId++;
 }
 

@@ -44,9 +44,10 @@ extern std::function<bool()> onWait;
 extern std::vector<Event> taken; // every event that a take returned
 extern int takeResult;           // not 0: every take fails with it
 
-// Timers: ids count up from nextTimerId, which resetEvents sets to 65536. lastTimerId is the one armed last.
+// Timers: ids count up from nextTimerId, which resetEvents sets to 65536. The other two tell of the one armed last.
 extern int nextTimerId;
 extern int lastTimerId;
+extern long lastTimeout; // milliseconds
 
 // Barriers: the results of the next waits, 0 when there are no more; or the function, where there is one.
 extern std::deque<int> barrierResults;
