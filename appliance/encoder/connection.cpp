@@ -1,0 +1,214 @@
+#include "appliance/encoder/connection.h"
+
+#include <arpa/inet.h>
+#include <array>
+#include <cerrno>
+#include <netinet/in.h>
+#include <netinet/tcp.h>
+#include <openssl/err.h>
+#include <openssl/ssl.h>
+#include <poll.h>
+#include <sys/socket.h>
+#include <unistd.h>
+
+namespace {
+
+// What the kernel may hold back for a client that reads slowly. More would show such a client pictures that
+// are seconds old; less would make several trips of one large picture.
+constexpr int sendBufferBytes = 256 * 1024;
+
+int millisecondsUntil(Deadline deadline) {
+    const auto left =
+        std::chrono::ceil<std::chrono::milliseconds>(deadline - std::chrono::steady_clock::now());
+    if (left.count() <= 0)
+        return 0;
+    return static_cast<int>(std::min<long long>(left.count(), 3600 * 1000));
+}
+
+std::string numericAddress(const sockaddr_in& address) {
+    std::array<char, INET_ADDRSTRLEN> text{};
+    inet_ntop(AF_INET, &address.sin_addr, text.data(), text.size());
+    return text.data();
+}
+
+} // namespace
+
+Connection::Connection(int fd, ssl_ctx_st* tls) : fd_(fd) {
+    const int on = 1;
+    setsockopt(fd_, IPPROTO_TCP, TCP_NODELAY, &on, sizeof on);
+    setsockopt(fd_, SOL_SOCKET, SO_SNDBUF, &sendBufferBytes, sizeof sendBufferBytes);
+    if (tls != nullptr) {
+        tls_ = SSL_new(tls);
+        SSL_set_fd(tls_, fd_);
+        SSL_set_mode(tls_, SSL_MODE_ENABLE_PARTIAL_WRITE | SSL_MODE_ACCEPT_MOVING_WRITE_BUFFER);
+    }
+}
+
+Connection::~Connection() {
+    if (tls_ != nullptr) {
+        SSL_shutdown(tls_);
+        SSL_free(tls_);
+    }
+    close(fd_);
+}
+
+bool Connection::waitFor(short events, Deadline deadline) const {
+    pollfd poller{fd_, events, 0};
+    int result = 0;
+    do {
+        result = poll(&poller, 1, millisecondsUntil(deadline));
+    } while (result < 0 && errno == EINTR);
+    return result > 0;
+}
+
+// After a TLS call that gave `result`: true when it is worth trying again.
+bool Connection::waitForTls(int result, Deadline deadline) {
+    switch (SSL_get_error(tls_, result)) {
+    case SSL_ERROR_WANT_READ:
+        return waitFor(POLLIN, deadline);
+    case SSL_ERROR_WANT_WRITE:
+        return waitFor(POLLOUT, deadline);
+    default:
+        ERR_clear_error();
+        return false;
+    }
+}
+
+bool Connection::handshake(Deadline deadline) {
+    if (tls_ == nullptr)
+        return true;
+    while (true) {
+        const int result = SSL_accept(tls_);
+        if (result == 1)
+            return true;
+        if (!waitForTls(result, deadline))
+            return false;
+    }
+}
+
+long Connection::read(char* buffer, std::size_t size, Deadline deadline) {
+    while (true) {
+        if (tls_ != nullptr) {
+            // Shared with the writers: a TLS session has one state for both directions.
+            std::unique_lock lock(writeLock_);
+            const int count = SSL_read(tls_, buffer, static_cast<int>(size));
+            if (count > 0)
+                return count;
+            const int error = SSL_get_error(tls_, count);
+            ERR_clear_error();
+            lock.unlock();
+            if (error == SSL_ERROR_ZERO_RETURN)
+                return endOfStream;
+            if (error != SSL_ERROR_WANT_READ && error != SSL_ERROR_WANT_WRITE)
+                return failed;
+            if (!waitFor(error == SSL_ERROR_WANT_READ ? POLLIN : POLLOUT, deadline))
+                return timedOut;
+            continue;
+        }
+        const ssize_t count = recv(fd_, buffer, size, 0);
+        if (count >= 0)
+            return count;
+        if (errno == EINTR)
+            continue;
+        if (errno != EAGAIN && errno != EWOULDBLOCK)
+            return failed;
+        if (!waitFor(POLLIN, deadline))
+            return timedOut;
+    }
+}
+
+bool Connection::write(std::initializer_list<std::string_view> pieces, Deadline deadline) {
+    const std::lock_guard lock(writeLock_);
+    for (std::string_view piece : pieces) {
+        if (byteDelay_.count() == 0) {
+            if (!writeSome(piece, deadline))
+                return false;
+            continue;
+        }
+        for (std::size_t i = 0; i < piece.size(); ++i) {
+            // Waiting for the peer to speak is only a sleep that ends when the connection does.
+            waitFor(0, in(byteDelay_));
+            if (!writeSome(piece.substr(i, 1), in(std::chrono::seconds(5))))
+                return false;
+        }
+    }
+    return true;
+}
+
+bool Connection::writeSome(std::string_view bytes, Deadline deadline) {
+    return tls_ != nullptr ? writeTls(bytes, deadline) : writePlain(bytes, deadline);
+}
+
+bool Connection::writePlain(std::string_view bytes, Deadline deadline) {
+    while (!bytes.empty()) {
+        const ssize_t count = send(fd_, bytes.data(), bytes.size(), MSG_NOSIGNAL);
+        if (count >= 0) {
+            bytes.remove_prefix(static_cast<std::size_t>(count));
+            continue;
+        }
+        if (errno == EINTR)
+            continue;
+        if ((errno != EAGAIN && errno != EWOULDBLOCK) || !waitFor(POLLOUT, deadline))
+            return false;
+    }
+    return true;
+}
+
+bool Connection::writeTls(std::string_view bytes, Deadline deadline) {
+    while (!bytes.empty()) {
+        const int count = SSL_write(tls_, bytes.data(), static_cast<int>(bytes.size()));
+        if (count > 0)
+            bytes.remove_prefix(static_cast<std::size_t>(count));
+        else if (!waitForTls(count, deadline))
+            return false;
+    }
+    return true;
+}
+
+void Connection::waitForPeerToLeave(Deadline deadline) {
+    std::array<char, 4096> scrap{};
+    while (read(scrap.data(), scrap.size(), deadline) > 0) {
+    }
+}
+
+bool Connection::peerHasLeft() const {
+    pollfd poller{fd_, POLLIN | POLLRDHUP, 0};
+    if (poll(&poller, 1, 0) <= 0)
+        return false;
+    if ((poller.revents & (POLLERR | POLLHUP)) != 0)
+        return true;
+    char byte = 0;
+    return recv(fd_, &byte, 1, MSG_PEEK | MSG_DONTWAIT) == 0;
+}
+
+void Connection::shutdown() {
+    ::shutdown(fd_, SHUT_RDWR);
+}
+
+void Connection::abortOnClose() const {
+    const linger reset{1, 0};
+    setsockopt(fd_, SOL_SOCKET, SO_LINGER, &reset, sizeof reset);
+}
+
+bool Connection::peerIsLoopback() const {
+    sockaddr_in address{};
+    socklen_t size = sizeof address;
+    return getpeername(fd_, reinterpret_cast<sockaddr*>(&address), &size) == 0 &&
+           ntohl(address.sin_addr.s_addr) >> 24 == 127;
+}
+
+std::string Connection::peerAddress() const {
+    sockaddr_in address{};
+    socklen_t size = sizeof address;
+    if (getpeername(fd_, reinterpret_cast<sockaddr*>(&address), &size) != 0)
+        return "?";
+    return numericAddress(address);
+}
+
+std::string Connection::localAddress() const {
+    sockaddr_in address{};
+    socklen_t size = sizeof address;
+    if (getsockname(fd_, reinterpret_cast<sockaddr*>(&address), &size) != 0)
+        return "?";
+    return numericAddress(address);
+}

@@ -1,0 +1,197 @@
+#include "appliance/encoder/options.h"
+
+#include <array>
+#include <CLI/CLI.hpp>
+#include <utility>
+
+namespace {
+
+constexpr int usageMistake = 2;
+constexpr std::size_t maxInputs = 64;
+
+constexpr std::array<std::pair<const char*, Kind>, 7> kindNames{{
+    {"mjpeg", Kind::Mjpeg},
+    {"mpeg2", Kind::Mpeg2},
+    {"sdp", Kind::Sdp},
+    {"rtsp-unicast", Kind::RtspUnicast},
+    {"rtsp-multicast", Kind::RtspMulticast},
+    {"rtsp-tcp", Kind::RtspTcp},
+    {"rtsp-http", Kind::RtspHttp},
+}};
+
+// What CLI11 fills and what still has to be turned into Options.
+struct Raw {
+    std::vector<std::string> inputs;
+    std::size_t inputCount = 0;
+    std::vector<std::string> kinds;
+    std::vector<std::string> faults;
+    std::vector<std::string> https;
+};
+
+std::string kindList() {
+    std::string list;
+    for (const auto& [name, kind] : kindNames)
+        list += (list.empty() ? "" : ", ") + std::string(name);
+    return list;
+}
+
+std::string readKinds(const std::vector<std::string>& names, std::set<Kind>& kinds) {
+    kinds.clear();
+    for (const std::string& name : names) {
+        bool known = name == "none"; // an encoder that offers nothing at all
+        for (const auto& [text, kind] : kindNames) {
+            if (name == text) {
+                kinds.insert(kind);
+                known = true;
+            }
+        }
+        if (!known)
+            return "--kinds: no kind is named '" + name + "' (" + kindList() + " or none)";
+    }
+    return {};
+}
+
+std::string readHttps(const CLI::Option& option, const std::vector<std::string>& words, Options& options) {
+    if (option.count() == 0)
+        return {};
+    options.httpsPort = 0;
+    if (words.empty() || words.front().empty())
+        return {};
+    std::uint16_t port = 0;
+    if (!CLI::detail::lexical_cast(words.front(), port))
+        return "--https: '" + words.front() + "' is not a port";
+    options.httpsPort = port;
+    return {};
+}
+
+std::string readInputs(const Raw& raw, Options& options) {
+    options.inputs = raw.inputs;
+    const std::size_t count =
+        raw.inputCount == 0 ? std::max<std::size_t>(1, raw.inputs.size()) : raw.inputCount;
+    if (count < raw.inputs.size())
+        return "--inputs: there are more --input options than inputs";
+    if (count > maxInputs)
+        return "--input: more than " + std::to_string(maxInputs) + " inputs";
+    options.inputs.resize(count, "test");
+    return {};
+}
+
+// What no single option can check.
+std::string checkTogether(const Options& options) {
+    if (options.width % 2 != 0 || options.height % 2 != 0)
+        return "--width and --height must be even";
+    if (options.user.find(':') != std::string::npos)
+        return "--user: a user name cannot have a colon in it";
+    if (options.user.empty() && !options.password.empty())
+        return "--password needs --user";
+    if (options.digest && options.user.empty())
+        return "--digest needs --user";
+    if (options.certificateFile.empty() != options.keyFile.empty())
+        return "--certificate and --key go together";
+    return {};
+}
+
+void addNetworkOptions(CLI::App& app, Options& options, Raw& raw, CLI::Option*& https) {
+    app.add_option("--http", options.httpPort, "HTTP port; 0, the default, is any free one");
+    app.add_option("--rtsp", options.rtspPort, "RTSP port; 0, the default, is any free one");
+    https = app.add_option("--https", raw.https, "serve HTTP under TLS as well, on this port or any free one")
+                ->expected(0, 1);
+    app.add_option("--control", options.controlPort,
+                   "one more HTTP port for /faults and /requests alone, which no fault touches");
+    app.add_option("--address", options.address, "local address to listen on")->capture_default_str();
+    app.add_option("--max-connections", options.maxConnections, "connections at a time, over all ports")
+        ->check(CLI::Range(1, 4096))
+        ->capture_default_str();
+    app.add_option("--user", options.user, "ask for credentials: the user's name");
+    app.add_option("--password", options.password, "the user's password");
+    app.add_flag("--digest", options.digest, "ask for Digest instead of Basic credentials (HTTP)");
+    app.add_option("--certificate", options.certificateFile, "TLS certificate, PEM; default: made at start");
+    app.add_option("--key", options.keyFile, "the certificate's private key, PEM");
+}
+
+void addPictureOptions(CLI::App& app, Options& options, Raw& raw) {
+    app.add_option("--input", raw.inputs,
+                   "test, a file, /dev/videoN or a URL (rtsp, http, ...); repeat for several inputs")
+        ->allow_extra_args(false);
+    app.add_option("--inputs", raw.inputCount, "number of inputs; those without --input are test pictures")
+        ->check(CLI::Range(1, 64));
+    app.add_option("--name", options.name, "the encoder's name, written into test pictures")
+        ->capture_default_str();
+    app.add_option("--width", options.width, "of the picture")
+        ->check(CLI::Range(64, 1920))
+        ->capture_default_str();
+    app.add_option("--height", options.height, "of the picture")
+        ->check(CLI::Range(48, 1080))
+        ->capture_default_str();
+    app.add_option("--fps", options.fps, "pictures a second")
+        ->check(CLI::Range(1, 60))
+        ->capture_default_str();
+    app.add_option("--quality", options.quality, "of JPEG pictures")
+        ->check(CLI::Range(1, 100))
+        ->capture_default_str();
+    app.add_option("--mark", options.mark, "number of the first input in the machine-readable frame mark")
+        ->check(CLI::Range(0, 255))
+        ->capture_default_str();
+    app.add_flag("--mark-all", options.markEverything,
+                 "draw the frame mark over other than test pictures, too");
+    app.add_flag("--audio", options.audio, "offer sound: a test tone");
+}
+
+void addDeviceOptions(CLI::App& app, Options& options, Raw& raw) {
+    app.add_option("--kinds", raw.kinds, "what is offered, of: " + kindList() + "; default mjpeg")
+        ->delimiter(',')
+        ->allow_extra_args(false);
+    app.add_option("--api-version", options.apiVersion,
+                   "of the parameter CGIs; 1 is an old device without a viewer CGI")
+        ->check(CLI::Range(1, 9))
+        ->capture_default_str();
+    app.add_option("--model", options.model, "the product's full name")->capture_default_str();
+    app.add_option("--rotation", options.rotation, "image rotation to tell: 0, 90, 180 or 270")
+        ->check(CLI::IsMember(std::set<int>{0, 90, 180, 270}));
+    app.add_option("--fault", raw.faults, "misbehave; repeatable; see below")->allow_extra_args(false);
+    app.add_flag("-v", options.verbosity, "log requests to standard error; twice: connections, too");
+}
+
+std::string footer() {
+    return "Once it listens it prints \"http=PORT rtsp=PORT https=PORT\" (0: not served) on standard output, "
+           "and\n"
+           "with --control \" control=PORT\" as well. It ends with exit status 0 at SIGINT or SIGTERM.\n\n"
+           "Faults (also POST /faults with a list of them, from the same machine):\n" +
+           faultsHelp();
+}
+
+} // namespace
+
+CommandLine parseCommandLine(int argc, const char* const* argv) {
+    CLI::App app{"A network video encoder: hands out test pictures, a file, a webcam or another camera.",
+                 "video-encoder"};
+    Options options;
+    Raw raw;
+    CLI::Option* https = nullptr;
+    addNetworkOptions(app, options, raw, https);
+    addPictureOptions(app, options, raw);
+    addDeviceOptions(app, options, raw);
+    app.footer(footer());
+    try {
+        app.parse(argc, argv);
+    } catch (const CLI::CallForHelp&) {
+        return {std::nullopt, 0, app.help()};
+    } catch (const CLI::ParseError& mistake) {
+        return {std::nullopt, usageMistake, std::string("video-encoder: ") + mistake.what() + "\n"};
+    }
+
+    std::string mistake = readHttps(*https, raw.https, options);
+    if (mistake.empty())
+        mistake = readInputs(raw, options);
+    if (mistake.empty() && !raw.kinds.empty())
+        mistake = readKinds(raw.kinds, options.kinds);
+    for (const std::string& fault : raw.faults) {
+        if (mistake.empty())
+            mistake = options.faults.add(fault);
+    }
+    if (mistake.empty())
+        mistake = checkTogether(options);
+    if (!mistake.empty())
+        return {std::nullopt, usageMistake, "video-encoder: " + mistake + "\n"};
+    return {options, 0, {}};
+}
