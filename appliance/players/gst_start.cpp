@@ -71,4 +71,10 @@ bool loadPlugins(std::initializer_list<const char*> plugins) {
     return true;
 }
 
+void loadWhereInstalled(std::initializer_list<const char*> plugins) {
+    for (const char* plugin : plugins)
+        if (!fileOf(plugin).empty())
+            loadPlugins({plugin});
+}
+
 } // namespace player

@@ -16,4 +16,7 @@ bool startGStreamer(std::initializer_list<const char*> plugins);
 // Loads more of them. Any thread, after startGStreamer().
 bool loadPlugins(std::initializer_list<const char*> plugins);
 
+// Loads those of them that are installed.
+void loadWhereInstalled(std::initializer_list<const char*> plugins);
+
 } // namespace player

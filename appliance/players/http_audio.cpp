@@ -21,6 +21,9 @@ bool isType(const std::string& contentType, const char* known) {
 
 // A pipeline of its own: its failure is not the picture's.
 GstElement* startSound(const AudioChain& chain) {
+    // A big library, and seldom needed.
+    if (chain.elements.find("avdec") != std::string::npos && !loadPlugins({"libav"}))
+        return nullptr;
     GstElement* pipeline =
         makePipeline("appsrc name=source is-live=true max-bytes=65536 leaky-type=downstream ! " +
                      chain.elements + " ! audioconvert ! audioresample ! " + soundSink);
@@ -37,6 +40,8 @@ GstElement* startSound(const AudioChain& chain) {
 }
 
 void receiveSound(const PlayerOptions& options, const StreamSink& sink) {
+    // Not before the picture: loading what sound takes would hold it up.
+    sink.awaitShowing();
     if (!loadSoundPlugins())
         return;
     GstElement* source = nullptr;
@@ -50,9 +55,8 @@ void receiveSound(const PlayerOptions& options, const StreamSink& sink) {
             return source != nullptr;
         },
         [&](const char* bytes, std::size_t count) {
-            if (sink.showing())
-                gst_app_src_push_buffer(GST_APP_SRC(source), gst_buffer_new_memdup(bytes, count));
-            return true;
+            gst_app_src_push_buffer(GST_APP_SRC(source), gst_buffer_new_memdup(bytes, count));
+            return sink.showing();
         }};
     const std::string reason = receiveHttp(requestOf(options, "/vexo-cgi/audio/receive.cgi"), taker);
     if (options.verbose)
@@ -64,8 +68,9 @@ void receiveSound(const PlayerOptions& options, const StreamSink& sink) {
 const char* const soundSink = "autoaudiosink";
 
 bool loadSoundPlugins() {
-    return loadPlugins({"coreelements", "audioconvert", "audioresample", "autodetect", "alsa", "mulaw",
-                        "alaw", "audioparsers", "mpg123", "wavparse", "libav"});
+    loadWhereInstalled({"pulseaudio", "alsa"});
+    return loadPlugins({"coreelements", "audioconvert", "audioresample", "autodetect", "mulaw", "alaw",
+                        "audioparsers", "mpg123", "wavparse"});
 }
 
 AudioChain audioChainOf(const std::string& contentType) {

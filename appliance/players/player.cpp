@@ -142,7 +142,7 @@ LinkActions Player::linkActions() {
 void Player::run(const StartStream& startStream) {
     const StreamSink sink{[this](GstSample* sample) { presenter_.picture(sample); },
                           [this](const std::string& reason) { news_.tellEnd(reason); },
-                          [this] { return presenter_.showing(); }};
+                          [this] { return presenter_.showing(); }, [this] { presenter_.awaitShowing(); }};
     if (!startStream(options_, sink, part_))
         end(ExitCode::noPicture, "the stream can't be started");
     for (;;) {

@@ -22,6 +22,7 @@ struct StreamSink {
     std::function<void(GstSample*)> picture;       // a decoded picture; stays the caller's
     std::function<void(const std::string&)> ended; // the stream is over, and why, for the log
     std::function<bool()> showing;                 // the picture is on the screen, so sound may be heard
+    std::function<void()> awaitShowing;            // waits until it is
 };
 
 // A running stream: called when the player ends, to part from the encoder in an orderly way; may be empty. It

@@ -91,6 +91,7 @@ void Presenter::show() {
     showing_ = true;
     lastDrawing_ = gettimeusec();
     ready_ = {};
+    drawn_.notify_all();
 }
 
 void Presenter::stop() {
@@ -108,6 +109,11 @@ void Presenter::waitForDrawing(int freshMs, int patienceMs) {
 bool Presenter::showing() const {
     const std::lock_guard guard(lock_);
     return showing_ && !stopped_;
+}
+
+void Presenter::awaitShowing() {
+    std::unique_lock guard(lock_);
+    drawn_.wait(guard, [this] { return showing_; });
 }
 
 std::int64_t Presenter::lastChange() const {

@@ -44,6 +44,7 @@ public:
     void waitForDrawing(int freshMs, int patienceMs);
 
     bool showing() const;
+    void awaitShowing();
 
     // When the picture last changed, on gettimeusec()'s clock; 0: there was none yet. Any thread.
     std::int64_t lastChange() const;
@@ -56,8 +57,8 @@ private:
     const PlayerOptions& options_;
     const std::function<void()> firstPicture_;
 
-    mutable std::mutex lock_; // guards all that follows
-    std::condition_variable drawn_;
+    mutable std::mutex lock_;       // guards all that follows
+    std::condition_variable drawn_; // told of each drawing and of the take-over
     screen::FrameStore store_;
     PictureConverter converter_;
     GstCaps* caps_ = nullptr; // of the last sample
