@@ -21,9 +21,10 @@ sockaddr_in loopback(unsigned short port) {
     return address;
 }
 
+// A socket bound to `port`, or where that is 0 to a free one.
 int boundToLoopback(unsigned short& port) {
     const int fd = socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC, 0);
-    sockaddr_in address = loopback(0);
+    sockaddr_in address = loopback(port);
     socklen_t length = sizeof address;
     auto* generic = reinterpret_cast<sockaddr*>(&address);
     if (fd < 0 || bind(fd, generic, length) != 0 || getsockname(fd, generic, &length) != 0)
@@ -67,7 +68,7 @@ RefusedPort::~RefusedPort() {
     ::close(descriptor_);
 }
 
-FullBacklog::FullBacklog() {
+FullBacklog::FullBacklog(unsigned short port) : port_(port) {
     const int listener = boundToLoopback(port_);
     descriptors_.push_back(listener);
     if (listen(listener, 0) != 0)

@@ -17,8 +17,9 @@ std::size_t requestEnd(const std::string& text) {
 
 } // namespace
 
-Connection::Connection(int descriptor, ssl_ctx_st* context)
-    : descriptor_(descriptor), tls_(context == nullptr ? nullptr : SSL_new(context), &SSL_free) {
+Connection::Connection(int descriptor, ssl_ctx_st* context, bool alsoPlain)
+    : descriptor_(descriptor), alsoPlain_(alsoPlain),
+      tls_(context == nullptr ? nullptr : SSL_new(context), &SSL_free) {
     if (tls_)
         SSL_set_fd(tls_.get(), descriptor_);
 }
@@ -28,6 +29,10 @@ Connection::~Connection() {
 }
 
 bool Connection::shakeHands() {
+    constexpr char tlsHandshake = 0x16;
+    char first = 0;
+    if (alsoPlain_ && recv(descriptor_, &first, 1, MSG_PEEK) == 1 && first != tlsHandshake)
+        tls_.reset();
     return !tls_ || SSL_accept(tls_.get()) == 1;
 }
 

@@ -12,8 +12,8 @@ namespace scripted {
 
 class Connection {
 public:
-    // Takes over `descriptor`. `context` null: no TLS.
-    Connection(int descriptor, ssl_ctx_st* context);
+    // Takes over `descriptor`. `context` null: no TLS. `alsoPlain`: TLS only when the client begins it.
+    Connection(int descriptor, ssl_ctx_st* context, bool alsoPlain);
     ~Connection();
     Connection(const Connection&) = delete;
     Connection& operator=(const Connection&) = delete;
@@ -32,6 +32,7 @@ private:
     ssize_t receive(char* bytes, std::size_t size);
 
     const int descriptor_;
+    const bool alsoPlain_;
     std::unique_ptr<ssl_st, void (*)(ssl_st*)> tls_;
     std::string pending_; // received and not yet read
 };

@@ -38,12 +38,14 @@ sockaddr_storage addressOf(const char* text, unsigned short port, socklen_t& len
     return address;
 }
 
-// A socket bound to a free port of `text`.
+// A socket bound to `port` of `text`, or where that is 0 to a free one.
 int boundSocket(const char* text, unsigned short& port) {
     socklen_t length = 0;
-    sockaddr_storage address = addressOf(text, 0, length);
+    sockaddr_storage address = addressOf(text, port, length);
     const int fd = socket(address.ss_family, SOCK_STREAM | SOCK_CLOEXEC, 0);
     auto* generic = reinterpret_cast<sockaddr*>(&address);
+    const int on = 1; // a port asked for may have an earlier test's connections in TIME_WAIT
+    setsockopt(fd, SOL_SOCKET, SO_REUSEADDR, &on, sizeof on);
     if (fd < 0 || bind(fd, generic, length) != 0 || getsockname(fd, generic, &length) != 0)
         throw std::runtime_error("no port to listen on");
     port = ntohs(address.ss_family == AF_INET ? reinterpret_cast<sockaddr_in&>(address).sin_port
@@ -108,7 +110,7 @@ struct Server::State {
 
     const std::vector<Script> scripts;
     const Options options;
-    unsigned short port = 0;
+    unsigned short port;
     const int listener;
 
     std::mutex lock; // guards everything below
@@ -126,7 +128,8 @@ struct Server::State {
 };
 
 Server::State::State(std::vector<Script> allScripts, Options chosen)
-    : scripts(std::move(allScripts)), options(chosen), listener(boundSocket(chosen.address, port)) {
+    : scripts(std::move(allScripts)), options(chosen), port(chosen.port),
+      listener(boundSocket(chosen.address, port)) {
     constexpr int backlog = 64;
     if (listen(listener, backlog) != 0)
         throw std::runtime_error("can't listen");
@@ -164,7 +167,7 @@ void Server::State::acceptConnections() {
         }
         const auto index = std::min<std::size_t>(connectionCount++, scripts.size() - 1);
         ssl_ctx_st* context = options.certificate == nullptr ? nullptr : options.certificate->context();
-        connections.emplace_back(fd, context);
+        connections.emplace_back(fd, context, options.alsoPlain);
         const auto connection = std::prev(connections.end());
         servers.emplace_back([this, connection, index] {
             serve(*connection, scripts[index]);

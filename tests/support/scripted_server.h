@@ -62,7 +62,9 @@ std::string reply(const std::string& status, const std::string& body, const std:
 
 struct Options {
     const char* address = "127.0.0.1";        // or another loopback address, IPv4 or IPv6
+    unsigned short port = 0;                  // 0: a free one
     const Certificate* certificate = nullptr; // speak TLS with it
+    bool alsoPlain = false; // with a certificate: a client that does not begin TLS is served plain
 };
 
 class Server {
@@ -111,7 +113,7 @@ private:
 // A port of 127.0.0.1 that never answers a connection attempt: its backlog is full.
 class FullBacklog {
 public:
-    FullBacklog();
+    explicit FullBacklog(unsigned short port = 0); // 0: a free one
     ~FullBacklog();
     FullBacklog(const FullBacklog&) = delete;
     FullBacklog& operator=(const FullBacklog&) = delete;
