@@ -67,8 +67,8 @@ int connectFirst(const std::vector<Endpoint>& endpoints, NetworkOperation& opera
     return -1;
 }
 
-bool setSocketOptions(int fd, bool blocking, std::int64_t timeLimit) {
-    const timeval limit = {.tv_sec = timeLimit / 1'000'000, .tv_usec = timeLimit % 1'000'000};
+bool setSocketOptions(int fd, bool blocking, int timeout) {
+    const timeval limit = {.tv_sec = timeoutSeconds(timeout), .tv_usec = 0};
     const int flags = fcntl(fd, F_GETFL);
     return setsockopt(fd, SOL_SOCKET, SO_RCVTIMEO, &limit, sizeof limit) == 0 &&
            setsockopt(fd, SOL_SOCKET, SO_SNDTIMEO, &limit, sizeof limit) == 0 && flags >= 0 &&
@@ -125,7 +125,6 @@ bool isIPv6(const Endpoint& endpoint) {
 } // namespace network
 
 int connectTCP(const std::string& host, unsigned short port, bool blocking, int timeout) {
-    const std::int64_t start = gettimeusec();
     network::NetworkOperation operation(network::deadlineAfter(timeout));
     const auto endpoints = network::endpointsOf("connectTCP", host, port, operation);
     if (endpoints.empty())
@@ -136,7 +135,7 @@ int connectTCP(const std::string& host, unsigned short port, bool blocking, int 
             network::logFailure("connectTCP", host, port, "no connection");
         return -1;
     }
-    if (network::setSocketOptions(fd, blocking, operation.deadline() - start))
+    if (network::setSocketOptions(fd, blocking, timeout))
         return fd;
     network::closeQuietly(fd);
     return -1;

@@ -84,6 +84,7 @@ std::set<int> openDescriptors() {
         return descriptors;
     while (const dirent* entry = readdir(directory)) // NOLINT(concurrency-mt-unsafe)
         descriptors.insert(std::atoi(entry->d_name));
+    descriptors.erase(dirfd(directory)); // gone in a moment, and its number free for others
     closedir(directory);
     return descriptors;
 }

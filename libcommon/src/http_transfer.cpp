@@ -214,14 +214,19 @@ HttpOutcome Transfer::outcome(CURL* easy, CURLcode code) const {
     result.answeredChallenge = answeredChallenge_ && headerComplete_;
     result.connectTimeOver = !connected_ && code == CURLE_OPERATION_TIMEDOUT;
     // A refusal stands once its header is there, whatever becomes of its body.
-    const bool isVerdict = earlyEnd_ == EarlyEnd::BufferFull || (headerComplete_ && isRefusal());
-    if (code == CURLE_OK || (isVerdict && code != CURLE_ABORTED_BY_CALLBACK) ||
-        earlyEnd_ == EarlyEnd::RefusalKnown)
+    const bool isRefused = headerComplete_ && isRefusal() && code != CURLE_ABORTED_BY_CALLBACK;
+    const bool isComplete = headerComplete_ && code == CURLE_OK;
+    if (isComplete || isRefused || earlyEnd_ == EarlyEnd::BufferFull || earlyEnd_ == EarlyEnd::RefusalKnown)
         return result;
-    result.transport = earlyEnd_ == EarlyEnd::HeaderTooLong ? CURLE_WEIRD_SERVER_REPLY : code;
-    result.reason = earlyEnd_ == EarlyEnd::HeaderTooLong ? "the response header is too long"
-                    : error_[0] != '\0'                  ? error_.data()
-                                                         : curl_easy_strerror(code);
+    if (code == CURLE_OK ||
+        earlyEnd_ == EarlyEnd::HeaderTooLong) { // libcurl takes a header that breaks off for one
+        result.transport = CURLE_WEIRD_SERVER_REPLY;
+        result.reason =
+            code == CURLE_OK ? "the response header breaks off" : "the response header is too long";
+        return result;
+    }
+    result.transport = code;
+    result.reason = error_[0] != '\0' ? error_.data() : curl_easy_strerror(code);
     long systemError = 0;
     curl_easy_getinfo(easy, CURLINFO_OS_ERRNO, &systemError);
     result.systemError = static_cast<int>(systemError);

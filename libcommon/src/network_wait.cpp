@@ -66,8 +66,12 @@ void letPendingSignalsIn() {
 
 } // namespace
 
-std::int64_t deadlineAfter(int seconds) {
-    return gettimeusec() + (seconds > 0 ? seconds : defaultTimeoutSeconds) * microsecondsPerSecond;
+int timeoutSeconds(int timeout) {
+    return timeout > 0 ? timeout : defaultTimeoutSeconds;
+}
+
+std::int64_t deadlineAfter(int timeout) {
+    return gettimeusec() + timeoutSeconds(timeout) * microsecondsPerSecond;
 }
 
 NetworkOperation::NetworkOperation(std::int64_t deadline)
@@ -141,6 +145,10 @@ WaitEnd NetworkOperation::wait(std::span<pollfd> descriptors, std::int64_t until
 }
 
 bool NetworkOperation::waitFor(int descriptor, short events) {
+    if (descriptor < 0) { // poll would ignore it and wait for the whole time
+        errno = EBADF;
+        return false;
+    }
     pollfd descriptors[] = {{.fd = descriptor, .events = events, .revents = 0}};
     return wait(descriptors, deadline_) == WaitEnd::Ready;
 }

@@ -22,8 +22,11 @@
 
 namespace network {
 
-// `seconds` from now, as a time of gettimeusec(); 0 or less means 10 seconds.
-std::int64_t deadlineAfter(int seconds);
+// What a caller's timeout means: 0 or less is 10 seconds.
+int timeoutSeconds(int timeout);
+
+// That many seconds from now, as a time of gettimeusec().
+std::int64_t deadlineAfter(int timeout);
 
 enum class WaitEnd {
     Ready,       // at least one descriptor has something to tell
