@@ -156,7 +156,6 @@ void logmsg(int level, const char* format, ...) {
     char line[maximumLine];
     const int heading = writeHeading(line, sizeof line - 4, priority);
     const std::size_t start = heading < 0 ? 0 : std::min<std::size_t>(heading, sizeof line - 8);
-    errno = errnoKept.value(); // for %m
     va_list arguments;
     va_start(arguments, format);
     std::size_t length = start + writeText(line + start, sizeof line - start, format, arguments);

@@ -163,8 +163,8 @@ std::string withParameter(std::string_view text, std::string_view name, std::str
     // A last line without line end gets one, and the new last line has none: the file stays as its owner ends
     // it.
     if (at == text.size() && place.endsWithoutLineEnd) {
-        added.insert(0, place.lineEnd);
         added.erase(added.size() - place.lineEnd.size());
+        added.insert(0, text.ends_with('\r') ? "\n" : place.lineEnd); // half of one may be there
     }
     std::string result;
     result.reserve(text.size() + added.size());

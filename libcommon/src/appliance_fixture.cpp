@@ -1,0 +1,162 @@
+#include "libcommon/src/appliance_fixture.h"
+
+#include <libcommon/semaphores.h>
+
+#include <algorithm>
+#include <cstdlib>
+#include <filesystem>
+#include <fstream>
+#include <iterator>
+#include <poll.h>
+#include <sstream>
+#include <sys/wait.h>
+#include <unistd.h>
+
+namespace fs = std::filesystem;
+
+namespace {
+
+// The library reads where its root is once a process: all tests of one share it.
+const std::string& root() {
+    static const std::string& path = *[] {
+        std::string name = (fs::temp_directory_path() / "libcommon-test-XXXXXX").string();
+        if (mkdtemp(name.data()) == nullptr)
+            std::abort();
+        setenv("APPLIANCE_ROOT", name.c_str(), 1);
+        setenv("LIBCOMMON_LOG", (name + "/log").c_str(), 1);
+        return new std::string(name);
+    }();
+    return path;
+}
+
+} // namespace
+
+ApplianceTest::ApplianceTest() {
+    fs::create_directories(root());
+}
+
+ApplianceTest::~ApplianceTest() {
+    libcommon::removeApplianceObjects();
+    fs::remove_all(root());
+}
+
+std::string ApplianceTest::file(const std::string& path) {
+    return root() + path;
+}
+
+std::string ApplianceTest::parameterFile(int fileId) {
+    return file(fileId == 0 ? "/etc/decoder/decoder.conf" : "/run/decoder/info.conf");
+}
+
+void ApplianceTest::write(const std::string& path, std::string_view text) {
+    fs::create_directories(fs::path(path).parent_path());
+    std::ofstream(path, std::ios::binary) << text;
+}
+
+std::string ApplianceTest::read(const std::string& path) {
+    std::ifstream stream(path, std::ios::binary);
+    EXPECT_TRUE(stream) << path;
+    return {std::istreambuf_iterator<char>(stream), {}};
+}
+
+bool ApplianceTest::exists(const std::string& path) {
+    return fs::exists(fs::symlink_status(path));
+}
+
+std::vector<std::string> ApplianceTest::entries(const std::string& folder) {
+    std::vector<std::string> names;
+    for (const auto& entry : fs::directory_iterator(folder))
+        names.push_back(entry.path().filename().string());
+    std::sort(names.begin(), names.end());
+    return names;
+}
+
+std::string ApplianceTest::log() {
+    return exists(file("/log")) ? read(file("/log")) : "";
+}
+
+std::size_t ApplianceTest::logCount(const std::string& text) {
+    std::istringstream lines(log());
+    std::size_t count = 0;
+    for (std::string line; std::getline(lines, line);)
+        count += line.find(text) != std::string::npos ? 1 : 0;
+    return count;
+}
+
+void ApplianceTest::clearLog() {
+    fs::remove(file("/log"));
+}
+
+pid_t ApplianceTest::start(const std::function<int()>& act) {
+    const pid_t child = fork();
+    if (child == 0) {
+        alarm(30);
+        _exit(act());
+    }
+    return child;
+}
+
+int ApplianceTest::finish(pid_t child) {
+    int status = 0;
+    if (child < 0 || waitpid(child, &status, 0) != child)
+        return 255;
+    return WIFEXITED(status) ? WEXITSTATUS(status) : 100 + WTERMSIG(status);
+}
+
+int ApplianceTest::inChild(const std::function<int()>& act) {
+    return finish(start(act));
+}
+
+std::vector<int> ApplianceTest::inChildren(int count, const std::function<int(int)>& act) {
+    const Signpost begin;
+    std::vector<pid_t> children;
+    for (int i = 0; i < count; ++i)
+        children.push_back(start([&] {
+            begin.await();
+            return act(i);
+        }));
+    for (int i = 0; i < count; ++i)
+        begin.reach();
+    std::vector<int> results;
+    for (const pid_t child : children)
+        results.push_back(finish(child));
+    return results;
+}
+
+bool ApplianceTest::waitsForLock(pid_t child) {
+    const std::string waiting = " " + std::to_string(child) + " ";
+    for (int i = 0; i < 10000; ++i) {
+        std::ifstream locks("/proc/locks");
+        for (std::string line; std::getline(locks, line);)
+            if (line.find("-> FLOCK") != std::string::npos && line.find(waiting) != std::string::npos)
+                return true;
+        usleep(1000);
+    }
+    return false;
+}
+
+Signpost::Signpost() {
+    if (pipe(ends_) != 0)
+        std::abort();
+}
+
+Signpost::~Signpost() {
+    close(ends_[0]);
+    close(ends_[1]);
+}
+
+void Signpost::reach() const {
+    if (::write(ends_[1], "x", 1) != 1)
+        std::abort();
+}
+
+void Signpost::await() const {
+    char byte = 0;
+    if (::read(ends_[0], &byte, 1) != 1)
+        std::abort();
+}
+
+bool Signpost::isReached() const {
+    pollfd end{.fd = ends_[0], .events = POLLIN, .revents = 0};
+    return poll(&end, 1, 0) == 1;
+}

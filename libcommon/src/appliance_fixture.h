@@ -1,0 +1,57 @@
+// An appliance of its own for each test: a temporary root, a log file in it, and children to play other
+// processes.
+#pragma once
+
+#include <functional>
+#include <gtest/gtest.h>
+#include <string>
+#include <string_view>
+#include <sys/types.h>
+#include <vector>
+
+class ApplianceTest : public testing::Test {
+protected:
+    ApplianceTest();
+    ~ApplianceTest() override;
+
+    // `path` below the appliance root.
+    static std::string file(const std::string& path);
+    static std::string parameterFile(int fileId);
+
+    static void write(const std::string& path, std::string_view text); // with the folders above it
+    static std::string read(const std::string& path);                  // fails the test where there is none
+    static bool exists(const std::string& path);
+    static std::vector<std::string> entries(const std::string& folder); // sorted, hidden ones too
+
+    static std::string log();
+    static std::size_t logCount(const std::string& text); // lines that have it
+    static void clearLog();
+
+    // Runs `act` in a child process and returns what it returns (0 to 99), or 100 and above when it crashed
+    // or took longer than half a minute.
+    static int inChild(const std::function<int()>& act);
+
+    // The same for several at once; `act` gets the child's number from 0. They begin together.
+    static std::vector<int> inChildren(int count, const std::function<int(int)>& act);
+
+    static pid_t start(const std::function<int()>& act);
+    static int finish(pid_t child);
+
+    // Waits until the process sleeps in a flock that another one holds; false after ten seconds.
+    static bool waitsForLock(pid_t child);
+};
+
+// Tells one process that another one got somewhere.
+class Signpost {
+public:
+    Signpost();
+    ~Signpost();
+    Signpost(const Signpost&) = delete;
+    Signpost& operator=(const Signpost&) = delete;
+    void reach() const;
+    void await() const;
+    bool isReached() const; // takes nothing away
+
+private:
+    int ends_[2];
+};
