@@ -49,15 +49,10 @@ void writeParameter(const std::string& name, const std::string& value) {
     }
 }
 
-bool isRunning() {
-    struct stat info {};
-    return stat(libcommon::appliancePath("/run/decoder/events.id").c_str(), &info) == 0;
-}
-
 } // namespace
 
 void requireRunningAppliance() {
-    if (!isRunning()) {
+    if (libcommon::eventQueueOwner() < 0) {
         throw Refused("no decoder is running " + where());
     }
 }

@@ -19,7 +19,7 @@ public:
         app_.add_flag("--json", request.json, "Answer in JSON, for programs");
         app_.add_option("--root", request.root, "The appliance's root directory, instead of APPLIANCE_ROOT")
             ->type_name("DIR");
-        app_.require_subcommand(1);
+        app_.require_subcommand(0, 1);
         app_.fallthrough();
         addReports();
         addEvents();
@@ -102,6 +102,10 @@ std::variant<Request, int> parseCommandLine(int argc, const char* const* argv, s
         line.app().parse(argc, argv);
     } catch (const CLI::ParseError& error) {
         return line.app().exit(error, out, errors) == 0 ? 0 : usageStatus;
+    }
+    if (line.app().get_subcommands().empty()) {
+        errors << "A command is missing.\nRun with --help for the list.\n";
+        return usageStatus;
     }
     for (const std::string& word : line.words) {
         line.request.text += (line.request.text.empty() ? "" : " ") + word;

@@ -3,6 +3,7 @@
 #include "appliance/ctl/source_report.h"
 
 #include <libcommon/clock.h>
+#include <libcommon/events.h>
 #include <libcommon/params.h>
 #include <libcommon/status.h>
 
@@ -72,6 +73,7 @@ DecoderStatus readDecoderStatus() {
     DecoderStatus status;
     const ParamWrapper configuration(0, false);
     const ParamWrapper information(1, false);
+    status.supervisorPid = libcommon::eventQueueOwner();
     status.connected = information["Decoder.Info.Connected"] == "yes";
     status.mode = configuration["Decoder.SequenceMode"].toString();
     status.currentSource = sourceIndexOf(information["Decoder.Info.CurrentSource"].toString());
@@ -112,7 +114,8 @@ std::string statusText(const DecoderStatus& status) {
 }
 
 nlohmann::json statusJson(const DecoderStatus& status) {
-    nlohmann::json json{{"connected", status.connected},
+    nlohmann::json json{{"supervisorPid", status.supervisorPid},
+                        {"connected", status.connected},
                         {"mode", status.mode},
                         {"currentSource", status.currentSource},
                         {"sourceName", status.sourceName},

@@ -11,6 +11,7 @@
 #include <string>
 
 struct DecoderStatus {
+    int supervisorPid = -1;    // -1: none runs
     bool connected = false;    // "Decoder.Info.Connected"
     std::string mode;          // "Decoder.SequenceMode"
     int currentSource = -1;    // "Decoder.Info.CurrentSource"; -1 none

@@ -62,6 +62,13 @@ std::string padded(const std::string& text, std::size_t width) {
     return length < width ? text + std::string(width - length, ' ') : text;
 }
 
+void addLine(std::string& text, const std::string& key, const std::string& value) {
+    text += key;
+    text += '=';
+    text += value;
+    text += '\n';
+}
+
 nlohmann::json asObject(const std::vector<std::pair<std::string, std::string>>& pairs) {
     nlohmann::json object = nlohmann::json::object();
     for (const auto& [key, value] : pairs) {
@@ -122,10 +129,11 @@ std::string sourceText(const SourceReport& source) {
     std::string text = "Index=" + std::to_string(source.index) + "\nName=" + source.name +
                        "\nAddress=" + source.address + '\n';
     for (const auto& [key, value] : source.status) {
-        text += key + '=' + value + '\n';
+        addLine(text, key, value);
     }
     for (const auto& [key, value] : source.configured) {
-        text += "Configured." + key + '=' + value + '\n';
+        text += "Configured.";
+        addLine(text, key, value);
     }
     return text;
 }

@@ -64,10 +64,12 @@ void print(const Change& change, bool json, std::ostream& out) {
 } // namespace
 
 std::vector<Change> everything(const DecoderStatus& now) {
-    std::vector<Change> all{{"connected", now.connected ? "yes" : "no"},
-                            {"mode", now.mode},
-                            {"source", sourceValue(now)},
-                            {"error", now.errorCode}};
+    std::vector<Change> all{
+        {"decoder", now.supervisorPid < 0 ? "gone" : "pid " + std::to_string(now.supervisorPid)},
+        {"connected", now.connected ? "yes" : "no"},
+        {"mode", now.mode},
+        {"source", sourceValue(now)},
+        {"error", now.errorCode}};
     for (int line = 0; line < libcommon::osdLines; ++line) {
         all.push_back({"text " + std::to_string(line), now.osd[line]});
     }

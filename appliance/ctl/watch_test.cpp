@@ -12,6 +12,7 @@ constexpr std::int64_t second = 1'000'000;
 
 DecoderStatus playing() {
     DecoderStatus status;
+    status.supervisorPid = 4700;
     status.connected = true;
     status.mode = "auto";
     status.currentSource = 1;
@@ -23,6 +24,7 @@ DecoderStatus playing() {
 
 std::vector<std::string> texts(const std::vector<Change>& changes) {
     std::vector<std::string> all;
+    all.reserve(changes.size());
     for (const Change& change : changes) {
         all.push_back(change.what + " = " + change.value);
     }
@@ -37,6 +39,7 @@ TEST(Watch, NothingChanged) {
 
 TEST(Watch, EachValueIsNamedWhenItChanges) {
     DecoderStatus later = playing();
+    later.supervisorPid = -1;
     later.connected = false;
     later.mode = "manual";
     later.currentSource = -1;
@@ -45,8 +48,9 @@ TEST(Watch, EachValueIsNamedWhenItChanges) {
     later.statusLed = {2, 2};
     later.picture->blanked = true;
     EXPECT_THAT(texts(changesBetween(playing(), later)),
-                testing::ElementsAre("connected = no", "mode = manual", "source = none", "error = 29",
-                                     "text 1 = ALARM: Garage", "LED = red, steady", "picture = blank"));
+                testing::ElementsAre("decoder = gone", "connected = no", "mode = manual", "source = none",
+                                     "error = 29", "text 1 = ALARM: Garage", "LED = red, steady",
+                                     "picture = blank"));
 }
 
 TEST(Watch, SourceIsTheNumberAndTheName) {

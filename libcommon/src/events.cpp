@@ -233,6 +233,14 @@ void removeEventQueue() {
 
 namespace libcommon {
 
+int eventQueueOwner() {
+    local::RunId record;
+    msqid_ds queue{};
+    const bool there = local::readRunId(local::eventQueueName, record) &&
+                       local::lookAtEventQueue(record, queue) && local::ownerLives(record);
+    return there ? record.pid : -1;
+}
+
 void setEventText(Event& event, const char* text) {
     static_assert(sizeof event.payload == alarmTextBytes + 1);
     std::memset(event.payload, 0, sizeof event.payload);

@@ -141,7 +141,7 @@ std::string Appliance::parameterText() const {
     for (const auto& [section, keys] : sections_) {
         text += '[' + section + "]\n";
         for (const auto& [key, value] : keys) {
-            text += key + " = " + value + '\n';
+            text.append(key).append(" = ").append(value).append("\n");
         }
     }
     return text;

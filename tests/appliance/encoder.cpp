@@ -97,7 +97,7 @@ std::vector<std::string> Encoder::gotos() const {
     return {};
 }
 
-Oddity::Oddity(std::function<void(int)> behaviour) {
+Oddity::Oddity(const std::function<void(int)>& behaviour) {
     const int listener = socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC, 0);
     sockaddr_in address{};
     address.sin_family = AF_INET;

@@ -41,7 +41,7 @@ private:
 // process of its own. Ends with the test.
 class Oddity {
 public:
-    explicit Oddity(std::function<void(int fd)> behaviour);
+    explicit Oddity(const std::function<void(int fd)>& behaviour);
     ~Oddity();
     Oddity(const Oddity&) = delete;
     Oddity& operator=(const Oddity&) = delete;

@@ -48,7 +48,7 @@ std::vector<std::string> changedEnvironment(const std::map<std::string, std::str
         }
     }
     for (const auto& [name, value] : changes) {
-        all.push_back(name + '=' + value);
+        all.emplace_back(name).append("=").append(value);
     }
     return all;
 }
@@ -166,7 +166,9 @@ int freePort() {
     address.sin_family = AF_INET;
     address.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
     socklen_t length = sizeof address;
-    bind(fd, reinterpret_cast<sockaddr*>(&address), length);
+    if (bind(fd, reinterpret_cast<sockaddr*>(&address), length) != 0) {
+        throw std::runtime_error("no free port");
+    }
     getsockname(fd, reinterpret_cast<sockaddr*>(&address), &length);
     close(fd);
     return ntohs(address.sin_port);

@@ -9,7 +9,6 @@ namespace {
 using appliance::Appliance;
 using appliance::Finished;
 using appliance::Keys;
-using testing::HasSubstr;
 
 TEST(Start, FirstSourceIsDetectedAndItsPictureMoves) {
     Appliance decoder;

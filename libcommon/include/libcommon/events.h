@@ -55,6 +55,9 @@ namespace libcommon {
 
 inline constexpr int alarmTextBytes = 39;
 
+// The pid of the process that owns the appliance's queue, the supervisor; -1 when none lives.
+int eventQueueOwner();
+
 // Puts `text` into the payload, cut at a UTF-8 character's start to at most alarmTextBytes.
 void setEventText(Event& event, const char* text);
 
