@@ -1,7 +1,7 @@
 // Every case of the folder testdata, undisturbed and disturbed at every exchange.
 #include "detect/interruption.h"
-#include "detect/scripted_encoder.h"
 #include "detect/trace.h"
+#include "tests/fakes/scripted_encoder.h"
 
 #include <algorithm>
 #include <csignal>
@@ -81,10 +81,45 @@ void expectNoCredentialsInTrace(const Case& one) {
     EXPECT_LE(trace.size(), detect::traceLimit);
 }
 
+// Twelve values are cleared first, in this order; the trace is written last.
+void expectFrame(const CaseRun& run) {
+    const char* const keys[clearedKeys] = {
+        "NumberOfVideoSources", "ErrorCode", "VideoSourceType", "ConnectMode", "Audio",      "AudioFormat",
+        "APIVersion",           "Model",     "BitRate",         "FrameRate",   "Resolution", "ImageRotation"};
+    ASSERT_GT(run.calls.size(), clearedKeys);
+    for (std::size_t i = 0; i < clearedKeys; ++i)
+        EXPECT_EQ(run.calls[i], "status(7) " + std::string(keys[i]) + "=");
+    EXPECT_TRUE(run.calls.back().starts_with("status(7) DetectionTrace=detection of ")) << run.calls.back();
+    EXPECT_TRUE(traceLines().back().starts_with("end ")) << traceLines().back();
+}
+
+void expectInterrupted(const CaseRun& run) {
+    EXPECT_FALSE(run.returned);
+    EXPECT_EQ(run.descriptorsLeaked, 0);
+    EXPECT_TRUE(traceLines().back().ends_with(" interrupted")) << traceLines().back();
+    expectSignalAtRest();
+}
+
+// The exchange's wait was interrupted.
+void expectNoVerdict(const CaseRun& run) {
+    expectInterrupted(run);
+    EXPECT_EQ(run.entry.errorCode, 0) << "an interruption is no error";
+    for (const std::string& value : published(run))
+        EXPECT_TRUE(!value.starts_with("ErrorCode=") || value == "ErrorCode=0") << value;
+    EXPECT_EQ(run.afterwards, 0U) << "nothing is asked afterwards";
+    EXPECT_FALSE(fake::interrupted) << "the flag is used up";
+}
+
+// Whether the case is one of an interruption already.
+bool isInterruptedByItself(const Case& one) {
+    return !one.returns && one.entry.configuredType >= 0 && one.entry.configuredType <= 7;
+}
+
 TEST_P(Detection, GoesAsTheCaseTells) {
     const CaseRun run = detect_test::runCase(case_);
     EXPECT_EQ(run.exchanges, case_.exchanges.size()) << "every exchange of the case takes place";
     EXPECT_EQ(run.returned, case_.returns);
+    expectFrame(run);
     EXPECT_EQ(published(run), case_.status);
     expectSameEntry(run.entry, case_.expected);
     EXPECT_EQ(fake::log, case_.log);
@@ -99,52 +134,13 @@ TEST_P(Detection, GoesAsTheCaseTells) {
     expectSignalAtRest();
 }
 
-TEST_P(Detection, ClearsAllValuesFirstAndWritesItsTraceLast) {
-    const CaseRun run = detect_test::runCase(case_);
-    ASSERT_GT(run.calls.size(), clearedKeys);
-    const char* const keys[] = {
-        "NumberOfVideoSources", "ErrorCode", "VideoSourceType", "ConnectMode", "Audio",      "AudioFormat",
-        "APIVersion",           "Model",     "BitRate",         "FrameRate",   "Resolution", "ImageRotation"};
-    for (std::size_t i = 0; i < clearedKeys; ++i)
-        EXPECT_EQ(run.calls[i], "status(7) " + std::string(keys[i]) + "=");
-    EXPECT_TRUE(run.calls.back().starts_with("status(7) DetectionTrace=detection of ")) << run.calls.back();
-    EXPECT_TRUE(traceLines().back().starts_with("end "));
-}
-
-// Whether the case is one of an interruption already.
-bool isInterruptedByItself(const Case& one) {
-    return !one.returns && one.entry.configuredType >= 0 && one.entry.configuredType <= 7;
-}
-
-TEST_P(Detection, InterruptedNetworkWaitEndsItWithoutAVerdict) {
+TEST_P(Detection, EndsWithoutAVerdictWhereverItIsInterrupted) {
     if (isInterruptedByItself(case_))
         return;
     for (std::size_t where = 0; where < case_.exchanges.size(); ++where) {
-        SCOPED_TRACE("interrupted at exchange " + std::to_string(where) + ": " +
-                     case_.exchanges[where].request);
-        const CaseRun run = detect_test::runCase(case_, Disturbance::NetworkInterrupted, where);
-        EXPECT_FALSE(run.returned);
-        EXPECT_EQ(run.entry.errorCode, 0) << "an interruption is no error";
-        for (const std::string& value : published(run))
-            EXPECT_TRUE(!value.starts_with("ErrorCode=") || value == "ErrorCode=0") << value;
-        EXPECT_EQ(run.afterwards, 0U) << "nothing is asked afterwards";
-        EXPECT_EQ(run.descriptorsLeaked, 0);
-        EXPECT_FALSE(fake::interrupted) << "the flag is used up";
-        EXPECT_TRUE(traceLines().back().ends_with(" interrupted")) << traceLines().back();
-        expectSignalAtRest();
-    }
-}
-
-TEST_P(Detection, SignalThatFindsNoWaitStillEndsItAtTheNextTest) {
-    if (isInterruptedByItself(case_))
-        return;
-    for (std::size_t where = 0; where < case_.exchanges.size(); ++where) {
-        SCOPED_TRACE("signal at exchange " + std::to_string(where) + ": " + case_.exchanges[where].request);
-        const CaseRun run = detect_test::runCase(case_, Disturbance::SignalPending, where);
-        EXPECT_FALSE(run.returned);
-        EXPECT_EQ(run.descriptorsLeaked, 0);
-        EXPECT_TRUE(traceLines().back().ends_with(" interrupted")) << traceLines().back();
-        expectSignalAtRest();
+        SCOPED_TRACE("at exchange " + std::to_string(where) + ": " + case_.exchanges[where].request);
+        expectNoVerdict(detect_test::runCase(case_, Disturbance::NetworkInterrupted, where));
+        expectInterrupted(detect_test::runCase(case_, Disturbance::SignalPending, where));
     }
 }
 

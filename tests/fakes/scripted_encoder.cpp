@@ -1,4 +1,4 @@
-#include "detect/scripted_encoder.h"
+#include "tests/fakes/scripted_encoder.h"
 
 #include "detect/detection.h"
 #include "detect/multicast_group.h"

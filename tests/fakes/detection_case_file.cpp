@@ -1,4 +1,4 @@
-#include "detect/scripted_encoder.h"
+#include "tests/fakes/scripted_encoder.h"
 
 #include <algorithm>
 #include <fstream>
