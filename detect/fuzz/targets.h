@@ -1,0 +1,12 @@
+// What the fuzzers call: each feeds any bytes to one reader of what encoders send, and aborts when the result
+// is not what the reader promises. Always 0.
+#pragma once
+
+#include <cstddef>
+#include <cstdint>
+
+int fuzzSdp(const std::uint8_t* data, std::size_t size);
+int fuzzTransport(const std::uint8_t* data, std::size_t size);
+
+// The first byte tells how long the parameter's name is, the name follows, then the reply.
+int fuzzParameterReply(const std::uint8_t* data, std::size_t size);
