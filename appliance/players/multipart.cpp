@@ -115,6 +115,16 @@ bool MultipartReader::findBoundary() {
 }
 
 bool MultipartReader::readHeader() {
+    if (buffer_.empty())
+        return false;
+    // Without any header the empty line comes at once.
+    const std::size_t none = buffer_.starts_with("\r\n") ? 2 : buffer_.starts_with('\n') ? 1 : 0;
+    if (none != 0) {
+        length_ = npos;
+        drop(none);
+        place_ = Place::inBody;
+        return true;
+    }
     const std::size_t crlf = buffer_.find("\r\n\r\n");
     const std::size_t bare = buffer_.find("\n\n");
     const std::size_t end = std::min(crlf, bare);
@@ -163,7 +173,10 @@ std::size_t MultipartReader::boundaryAfter(std::size_t start) const {
 }
 
 bool MultipartReader::takeBody(std::size_t length, std::size_t consumed) {
-    part_(std::string_view(buffer_).substr(0, length));
+    if (length <= partLimit)
+        part_(std::string_view(buffer_).substr(0, length));
+    else
+        ++skipped_;
     drop(consumed);
     place_ = Place::beforePart;
     return true;

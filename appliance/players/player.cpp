@@ -29,7 +29,7 @@ namespace {
 
 // How long the old picture may be kept moving for the sake of leaving right after one of its pictures: the
 // new player then follows within a few milliseconds, instead of anywhere in the pause between two pictures.
-constexpr int freshDrawingMs = 10;
+constexpr int freshDrawingMs = 5;
 constexpr int drawingPatienceMs = 60;
 constexpr int partingTimeMs = 200;
 
