@@ -126,8 +126,7 @@ bool Connection::write(std::initializer_list<std::string_view> pieces, Deadline 
             continue;
         }
         for (std::size_t i = 0; i < piece.size(); ++i) {
-            // Waiting for the peer to speak is only a sleep that ends when the connection does.
-            waitFor(0, in(byteDelay_));
+            sleepUntil(in(byteDelay_));
             if (!writeSome(piece.substr(i, 1), in(std::chrono::seconds(5))))
                 return false;
         }
@@ -179,6 +178,18 @@ bool Connection::peerHasLeft() const {
         return true;
     char byte = 0;
     return recv(fd_, &byte, 1, MSG_PEEK | MSG_DONTWAIT) == 0;
+}
+
+// A poll for nothing: what a broken connection reports comes unasked.
+void Connection::sleepUntil(Deadline end) const {
+    waitFor(0, end);
+}
+
+void Connection::cut() {
+    if (spared_)
+        return;
+    abortOnClose();
+    shutdown();
 }
 
 void Connection::shutdown() {

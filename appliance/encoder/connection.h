@@ -5,6 +5,7 @@
 // destructor.
 #pragma once
 
+#include <atomic>
 #include <chrono>
 #include <cstddef>
 #include <initializer_list>
@@ -51,7 +52,14 @@ public:
     // True when the peer has closed its side and nothing is left to be read. Never waits.
     bool peerHasLeft() const;
 
+    // Sleeps; less long when the connection ends meanwhile.
+    void sleepUntil(Deadline end) const;
+
     void shutdown();
+    // From now on cut() leaves this connection alone.
+    void spare() { spared_ = true; }
+    // Ends the connection as if the machine had gone, unless it is spared. Any thread.
+    void cut();
     // Closing will be seen by the peer as a reset, as if the machine had gone.
     void abortOnClose() const;
 
@@ -72,4 +80,5 @@ private:
     ssl_st* tls_ = nullptr;
     std::mutex writeLock_;
     std::chrono::milliseconds byteDelay_{0};
+    std::atomic<bool> spared_ = false;
 };
