@@ -1,17 +1,10 @@
 #include "events/event_queue.h"
 
-#include "events/taker_probe.h"
-#include "process/signal_mask.h"
 #include "tests/fakes/fake_barrier_table.h"
-#include "tests/support/child_run.h"
 
 #include <algorithm>
-#include <csignal>
-#include <cstdlib>
 #include <cstring>
 #include <gtest/gtest.h>
-#include <pthread.h>
-#include <thread>
 #include <vector>
 
 namespace {
@@ -58,13 +51,6 @@ void push(std::initializer_list<Event> events) {
 void nobodyToDisturb(const Event&) {}
 
 } // namespace
-
-#if defined(__SANITIZE_THREAD__)
-// One test's handler ends the process, as the shutdown handler does.
-extern "C" const char* __tsan_default_options() {
-    return "report_signal_unsafe=0";
-}
-#endif
 
 TEST_F(EventQueue, SelectionWordsCarryTheActionAboveTheIdentifier) {
     EXPECT_EQ(selection(ACTION_SKIP, EID_BUTTON), 0x20004U);
@@ -282,145 +268,4 @@ TEST_F(EventQueue, EveryWalkLogsTheChildrenItMeetsAndDropsTheirBarriers) {
     EXPECT_EQ(out.value2, 9);
     EXPECT_EQ(peekNextEvent(&out, discard(EID_CHILD), SKIP_OTHERS), -1);
     EXPECT_EQ(fake::calls, (std::vector<std::string>{"dropBarrier(117)", "dropBarrier(118)"}));
-}
-
-TEST_F(EventQueue, ABlockingTakeReturnsAtOnceWithWhatIsQueued) {
-    push({event(EID_LOCK, 1)});
-    Event out{};
-    EXPECT_EQ(getNextEvent(&out, take(EID_LOCK), SKIP_OTHERS), 0);
-    EXPECT_EQ(out.value1, 1);
-}
-
-TEST_F(EventQueue, ABlockingTakeSleepsUntilAnEventItWantsIsDelivered) {
-    std::thread handler([] {
-        untilTakerSleeps();
-        deliverEvent(event(EID_SELECT, 1), [](const Event&) { FAIL() << "the taker slept"; });
-        untilTakerSleeps();
-        deliverEvent(event(EID_LOCK, 2), [](const Event&) { FAIL() << "the taker slept"; });
-    });
-    Event out{};
-    EXPECT_EQ(getNextEvent(&out, take(EID_LOCK), SKIP_OTHERS), 0);
-    EXPECT_EQ(out.value1, 2);
-    handler.join();
-    EXPECT_EQ(drain(), (std::vector<int>{1}));
-}
-
-TEST_F(EventQueue, ABusyTakerIsReportedForAppendedAndForDroppedEvents) {
-    static std::vector<int> reported;
-    reported.clear();
-    setQueueLimit(EID_BUTTON, 1);
-    const auto report = [](const Event& e) { reported.push_back(e.value1); };
-    deliverEvent(event(EID_BUTTON, 1), report);
-    deliverEvent(event(EID_BUTTON, 2), report);
-    EXPECT_EQ(reported, (std::vector<int>{1, 2}));
-}
-
-TEST_F(EventQueue, ABlockingTakeThatSkipsEverythingSleeps) {
-    const ChildRun run = runInChild([] {
-        pushEvent(event(EID_LOCK, 1));
-        std::thread handler([] {
-            untilTakerSleeps();
-            deliverEvent(event(EID_SELECT, 1), nobodyToDisturb);
-            untilTakerSleeps();
-            _exit(7);
-        });
-        Event out{};
-        getNextEvent(&out, SKIP_OTHERS);
-    });
-    EXPECT_TRUE(run.exitedWith(7)) << run.waitStatus;
-}
-
-TEST_F(EventQueue, NoWakeUpIsLostBetweenTwoThreads) {
-    constexpr int rounds = 20000;
-    static std::atomic<int> taken;
-    taken = 0;
-    std::thread handler([] {
-        for (int i = 0; i < rounds; ++i) {
-            deliverEvent(event(EID_TIMEOUT, i), nobodyToDisturb);
-            while (i - taken > 200) // well below the queue's limit
-                std::this_thread::yield();
-        }
-    });
-    for (int i = 0; i < rounds; ++i) {
-        Event out{};
-        ASSERT_EQ(getNextEvent(&out, take(EID_TIMEOUT), SKIP_OTHERS), 0);
-        ASSERT_EQ(out.value1, i);
-        ++taken;
-    }
-    handler.join();
-}
-
-namespace {
-
-std::atomic<int> signalsHandled;
-
-void countSignal(int) {
-    ++signalsHandled;
-}
-
-bool isBlocked(int signo) {
-    sigset_t mask;
-    pthread_sigmask(SIG_SETMASK, nullptr, &mask);
-    return sigismember(&mask, signo) == 1;
-}
-
-} // namespace
-
-TEST_F(EventQueue, SignalsAreLetInOnlyWhileTheTakerSleeps) {
-    signalsHandled = 0;
-    blockSignalsWhileWorking();
-    std::signal(SIGCHLD, countSignal);
-    kill(getpid(), SIGCHLD); // pending since before the take
-    std::thread handler([] {
-        blockAllSignals();
-        while (signalsHandled < 1)
-            std::this_thread::yield();
-        untilTakerSleeps();
-        kill(getpid(), SIGCHLD); // in the middle of the sleep
-        while (signalsHandled < 2)
-            std::this_thread::yield();
-        deliverEvent(event(EID_LOCK, 1), nobodyToDisturb);
-    });
-    push({event(EID_SELECT, 1)});
-    Event out{};
-    EXPECT_EQ(peekNextEvent(&out, take(EID_LOCK), SKIP_OTHERS), -1);
-    EXPECT_EQ(getNextEvent(&out, take(EID_SELECT), SKIP_OTHERS), 0);
-    EXPECT_EQ(signalsHandled, 0); // neither of them slept
-    EXPECT_EQ(getNextEvent(&out, take(EID_LOCK), SKIP_OTHERS), 0);
-    EXPECT_EQ(signalsHandled, 2);
-    handler.join();
-    kill(getpid(), SIGCHLD);
-    EXPECT_EQ(signalsHandled, 2);
-    EXPECT_TRUE(isBlocked(SIGCHLD));
-    EXPECT_TRUE(isBlocked(SIGINT));
-    std::signal(SIGCHLD, SIG_DFL);
-    unblockAllSignals();
-}
-
-TEST_F(EventQueue, ASigintHandlerMayEndTheProcessOutOfTheSleepWhileEventsGoOnArriving) {
-    const ChildRun run = runInChild([] {
-        static std::atomic<bool> exiting;
-        static std::atomic<int> delivered;
-        blockSignalsWhileWorking();
-        // Holds the exit open until events arrived in the middle of it.
-        std::atexit([] {
-            exiting = true;
-            while (delivered < 100)
-                std::this_thread::yield();
-        });
-        std::signal(SIGINT, [](int) { std::exit(0); });
-        std::thread handler([] {
-            blockAllSignals();
-            untilTakerSleeps();
-            kill(getpid(), SIGINT);
-            while (!exiting)
-                std::this_thread::yield();
-            for (; delivered < 100; ++delivered)
-                deliverEvent(event(EID_SELECT, 1), nobodyToDisturb);
-        });
-        handler.detach();
-        Event out{};
-        getNextEvent(&out, take(EID_LOCK), SKIP_OTHERS);
-    });
-    EXPECT_TRUE(run.exitedWith(0)) << run.waitStatus << run.err;
 }

@@ -1,8 +1,8 @@
 // The values of the process that several folders read.
 //
-// All of them are written by the main thread alone. The event handler thread reads the supervisor's pid and the
-// mode, the shutdown handler the two player pids (on the main thread, in the middle of anything); atomics that
-// are never locked serve both. Nothing here has behaviour.
+// All of them are written by the main thread alone. The event handler thread reads the supervisor's pid and
+// the mode, the shutdown handler the two player pids (on the main thread, in the middle of anything); atomics
+// that are never locked serve both. Nothing here has behaviour.
 #pragma once
 
 #include <atomic>

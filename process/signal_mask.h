@@ -1,9 +1,9 @@
 // Which signals may interrupt the main thread, and where.
 //
-// The main thread keeps SIGINT and SIGCHLD blocked while it works, and during a detection SIGUSR1 too, so that
-// no handler ever interrupts the allocator, stdio, the log or a half-changed table. They are let in only where
-// the thread waits: around the queue's condition variable, inside network waits, in fixed sleeps. Every other
-// thread blocks everything. SIGSEGV is never blocked on the main thread.
+// The main thread keeps SIGINT and SIGCHLD blocked while it works, and during a detection SIGUSR1 too, so
+// that no handler ever interrupts the allocator, stdio, the log or a half-changed table. They are let in only
+// where the thread waits: around the queue's condition variable, inside network waits, in fixed sleeps. Every
+// other thread blocks everything. SIGSEGV is never blocked on the main thread.
 #pragma once
 
 #include <csignal>

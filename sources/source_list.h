@@ -12,6 +12,6 @@ struct SourceList {
     std::int64_t autoDetectTimeout = 0;   // microseconds
 };
 
-// Reads "Decoder.SequenceMode" and sets the mode (an unknown text is logged and keeps it), then reads the source
-// list afresh. Main thread.
+// Reads "Decoder.SequenceMode" and sets the mode (an unknown text is logged and keeps it), then reads the
+// source list afresh. Main thread.
 SourceList buildSourceList();
