@@ -4,7 +4,10 @@
 
 #include <arpa/inet.h>
 #include <csignal>
+#include <filesystem>
 #include <netinet/in.h>
+#include <nlohmann/json.hpp>
+#include <sstream>
 #include <stdexcept>
 #include <sys/prctl.h>
 #include <sys/socket.h>
@@ -15,17 +18,17 @@ namespace appliance {
 
 namespace {
 
-constexpr int attempts = 5; // another program may take a free port before the encoder does
-
-bool answers(int port) {
+int connectTo(int port) {
     const int fd = socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC, 0);
     sockaddr_in address{};
     address.sin_family = AF_INET;
     address.sin_port = htons(static_cast<std::uint16_t>(port));
     address.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
-    const bool connected = connect(fd, reinterpret_cast<sockaddr*>(&address), sizeof address) == 0;
-    close(fd);
-    return connected;
+    if (connect(fd, reinterpret_cast<sockaddr*>(&address), sizeof address) != 0) {
+        close(fd);
+        throw std::runtime_error("no connection to port " + std::to_string(port));
+    }
+    return fd;
 }
 
 // Each connection in a process of its own, so that one that hangs holds up nobody.
@@ -55,31 +58,32 @@ bool answers(int port) {
 
 Encoder::Encoder(std::string name, int mark, std::vector<std::string> arguments, std::string logFile)
     : name_(std::move(name)), mark_(mark), arguments_(std::move(arguments)), logFile_(std::move(logFile)) {
-    for (int attempt = 0; attempt < attempts; ++attempt) {
-        const int rtspPort = freePort();
-        if (startOn(freePort(), rtspPort)) {
-            return;
-        }
-    }
-    throw std::runtime_error("video-encoder does not start; its log:\n" + readFile(logFile_));
+    startWith({"--http", "0", "--rtsp", "0", "--control", "0"});
 }
 
-bool Encoder::startOn(int httpPort, int rtspPort) {
-    httpPort_ = httpPort;
-    rtspPort_ = rtspPort;
-    std::vector<std::string> all{Appliance::program("video-encoder"),
-                                 "--http",
-                                 std::to_string(httpPort),
-                                 "--rtsp",
-                                 std::to_string(rtspPort),
-                                 "--name",
-                                 name_,
-                                 "--mark",
+std::string Encoder::address() const {
+    return "127.0.0.1:" + std::to_string(port("https") != 0 ? port("https") : port("http"));
+}
+
+void Encoder::startWith(const std::vector<std::string>& ports) {
+    std::vector<std::string> all{Appliance::program("video-encoder"), "--name", name_, "--mark",
                                  std::to_string(mark_)};
+    all.insert(all.end(), ports.begin(), ports.end());
     all.insert(all.end(), arguments_.begin(), arguments_.end());
+    std::filesystem::remove(logFile_);
     process_ = std::make_unique<Process>(all, std::map<std::string, std::string>{}, logFile_);
-    eventually([&] { return !process_->running() || answers(httpPort); });
-    return process_->running();
+    const auto listens = [this] { return readFile(logFile_).find("control=") != std::string::npos; };
+    eventually([&] { return listens() || !process_->running(); });
+    if (!process_->running()) {
+        throw std::runtime_error("video-encoder does not start; its log:\n" + readFile(logFile_));
+    }
+    std::istringstream words(readFile(logFile_));
+    for (std::string word; words >> word;) {
+        const std::size_t sign = word.find('=');
+        if (sign != std::string::npos) {
+            ports_[word.substr(0, sign)] = std::stoi(word.substr(sign + 1));
+        }
+    }
 }
 
 void Encoder::kill() {
@@ -88,13 +92,47 @@ void Encoder::kill() {
 }
 
 void Encoder::again() {
-    if (!eventually([&] { return startOn(httpPort_, rtspPort_); })) {
-        throw std::runtime_error("video-encoder does not start again; its log:\n" + readFile(logFile_));
+    std::vector<std::string> ports;
+    for (const auto& [name, number] : ports_) {
+        if (number != 0) {
+            ports.insert(ports.end(), {"--" + name, std::to_string(number)});
+        }
     }
+    startWith(ports);
+}
+
+std::string Encoder::ask(const std::string& method, const std::string& path, const std::string& body) const {
+    const int fd = connectTo(port("control"));
+    writeAll(fd, method + ' ' + path + " HTTP/1.0\r\nContent-Length: " + std::to_string(body.size()) +
+                     "\r\n\r\n" + body);
+    std::string reply;
+    char buffer[4096];
+    for (ssize_t got = 0; (got = read(fd, buffer, sizeof buffer)) > 0;) {
+        reply.append(buffer, static_cast<std::size_t>(got));
+    }
+    close(fd);
+    const std::size_t empty = reply.find("\r\n\r\n");
+    if (reply.find(" 200 ") > reply.find('\n') || empty == std::string::npos) {
+        throw std::runtime_error("video-encoder refused " + path + ": " + reply);
+    }
+    return reply.substr(empty + 4);
+}
+
+void Encoder::setFaults(const std::string& faults) const {
+    ask("POST", "/faults", faults);
 }
 
 std::vector<std::string> Encoder::gotos() const {
-    return {};
+    const std::string parameter = "gotoserverpresetname=";
+    std::vector<std::string> presets;
+    for (const auto& request : nlohmann::json::parse(ask("GET", "/requests", ""))) {
+        const std::string target = request["target"];
+        const std::size_t at = target.find(parameter);
+        if (at != std::string::npos) {
+            presets.push_back(target.substr(at + parameter.size()));
+        }
+    }
+    return presets;
 }
 
 Oddity::Oddity(const std::function<void(int)>& behaviour) {

@@ -4,6 +4,7 @@
 #include "tests/appliance/process.h"
 
 #include <functional>
+#include <map>
 #include <memory>
 #include <string>
 #include <vector>
@@ -12,28 +13,30 @@ namespace appliance {
 
 class Encoder {
 public:
-    // Starts it and waits until it answers. `mark` is the source number in its pictures.
+    // Starts it and waits until it listens. `mark` is the first input's number in its pictures.
     Encoder(std::string name, int mark, std::vector<std::string> arguments, std::string logFile);
 
-    std::string address() const { return "127.0.0.1:" + std::to_string(httpPort_); }
-    int httpPort() const { return httpPort_; }
+    // Where a source finds it: the HTTPS port if it has one, else the HTTP port.
+    std::string address() const;
     Process& process() { return *process_; }
 
-    void kill();  // kill -9
-    void again(); // started again with the same ports and arguments; waits until it answers
+    void kill();                                     // kill -9
+    void again();                                    // started again with the same ports and arguments
+    void setFaults(const std::string& faults) const; // while it runs: "stall=10 404-view"; "" none
 
     // Presets that cameras were turned to, in order.
     std::vector<std::string> gotos() const;
 
 private:
-    bool startOn(int httpPort, int rtspPort);
+    void startWith(const std::vector<std::string>& ports);
+    std::string ask(const std::string& method, const std::string& path, const std::string& body) const;
+    int port(const std::string& name) const { return ports_.at(name); }
 
     std::string name_;
     int mark_;
     std::vector<std::string> arguments_;
     std::string logFile_;
-    int httpPort_ = 0;
-    int rtspPort_ = 0;
+    std::map<std::string, int> ports_; // "http", "rtsp", "https", "control"; 0: none
     std::unique_ptr<Process> process_;
 };
 

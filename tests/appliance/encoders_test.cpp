@@ -53,7 +53,7 @@ TEST(Encoders, PasswordsAreInNoLog) {
 
 TEST(Encoders, Https) {
     Appliance decoder;
-    decoder.addEncoder("Bank", {"--https"});
+    decoder.addEncoder("Bank", {"--https", "0"});
     decoder.set("Network.TLS.Verify", "no");
     decoder.start();
     EXPECT_TRUE(decoder.showsMoving(0));
@@ -62,7 +62,7 @@ TEST(Encoders, Https) {
 
 TEST(Encoders, CertificateOfAStrangerIsRefusedAndLogged) {
     Appliance decoder;
-    decoder.addEncoder("Bank", {"--https"});
+    decoder.addEncoder("Bank", {"--https", "0"});
     decoder.setManual();
     decoder.start();
     EXPECT_TRUE(decoder.waitForText(0, "No connection to encoder Bank"));
@@ -80,7 +80,7 @@ TEST(Encoders, OldOnesWithoutTheViewerCgi) {
 
 TEST(Encoders, ErrorRepliesOfTheViewerCgiLeadToTheAdministrator) {
     Appliance decoder;
-    decoder.addEncoder("Odd", {"--fault", "viewer-hash", "--model", "Odd Model 7"});
+    decoder.addEncoder("Odd", {"--fault", "hash", "--model", "Odd Model 7"});
     decoder.start();
     EXPECT_TRUE(decoder.showsMoving(0));
     EXPECT_EQ(decoder.sourceValue(0, "Model"), "Odd Model 7");

@@ -55,9 +55,6 @@ Finished runToEnd(const std::vector<std::string>& arguments,
 
 void pause(std::chrono::milliseconds time);
 
-// A TCP port of 127.0.0.1 where nobody listens now.
-int freePort();
-
 std::string readFile(const std::string& path); // "" when it can't be read
 void writeFile(const std::string& path, const std::string& text);
 
