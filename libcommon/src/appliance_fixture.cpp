@@ -110,6 +110,7 @@ int ApplianceTest::inChild(const std::function<int()>& act) {
 std::vector<int> ApplianceTest::inChildren(int count, const std::function<int(int)>& act) {
     const Signpost begin;
     std::vector<pid_t> children;
+    children.reserve(static_cast<std::size_t>(count));
     for (int i = 0; i < count; ++i)
         children.push_back(start([&] {
             begin.await();
@@ -118,6 +119,7 @@ std::vector<int> ApplianceTest::inChildren(int count, const std::function<int(in
     for (int i = 0; i < count; ++i)
         begin.reach();
     std::vector<int> results;
+    results.reserve(children.size());
     for (const pid_t child : children)
         results.push_back(finish(child));
     return results;

@@ -321,6 +321,19 @@ TEST_F(Events, MessagesThatAreNoEventsAreDropped) {
     EXPECT_EQ(logCount("Dropped a message of the event queue that is no event."), 5U);
 }
 
+TEST_F(Events, EveryProcessCanAskForTheOwner) {
+    EXPECT_EQ(libcommon::eventQueueOwner(), -1);
+    ASSERT_EQ(initEventQueue(), 0);
+    const pid_t owner = getpid();
+    EXPECT_EQ(libcommon::eventQueueOwner(), owner);
+    EXPECT_EQ(inChild([owner] { return libcommon::eventQueueOwner() == owner ? 0 : 1; }), 0);
+    removeEventQueue();
+    EXPECT_EQ(libcommon::eventQueueOwner(), -1);
+    ASSERT_EQ(inChild([] { return initEventQueue(); }), 0); // and ends without removing it
+    EXPECT_EQ(libcommon::eventQueueOwner(), -1);
+    ASSERT_EQ(initEventQueue(), 0); // to be removed with the test
+}
+
 // ---- Signals.
 
 std::atomic<int> handled{0};
@@ -430,6 +443,7 @@ TEST_F(Events, AFailedAttachLeavesNoQueueBehind) {
 TEST_F(Events, ThreadsSendAtOnce) {
     ASSERT_EQ(initEventQueue(), 0);
     std::vector<std::thread> senders;
+    senders.reserve(4);
     for (int t = 0; t < 4; ++t)
         senders.emplace_back([t] {
             for (int i = 0; i < 500; ++i)

@@ -146,7 +146,7 @@ TEST_F(Log, ManyProcessesTearNoLine) {
     const std::string filler(3000, '-');
     const auto results = inChildren(4, [&](int child) {
         for (int i = 0; i < 300; ++i)
-            logmsg(6, "<%d %d %s>", child, i, filler.substr(0, static_cast<std::size_t>(i * 7)).c_str());
+            logmsg(6, "<%d %d %s>", child, i, filler.substr(0, static_cast<std::size_t>(i) * 7).c_str());
         return 0;
     });
     EXPECT_EQ(results, (std::vector<int>{0, 0, 0, 0}));
@@ -196,6 +196,7 @@ TEST_F(Log, ADescriptorThatSomebodyElseGotIsNotWrittenTo) {
     for (int fd = 3; fd < 64; ++fd) // somebody closes what is not theirs
         close(fd);
     std::vector<int> theirs;
+    theirs.reserve(8);
     for (int i = 0; i < 8; ++i)
         theirs.push_back(open(file("/theirs").c_str(), O_RDWR | O_CREAT, 0600));
     logmsg(6, "two");

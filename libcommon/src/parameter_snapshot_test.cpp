@@ -88,7 +88,7 @@ TEST(ParameterSnapshot, HostileTextsAreReadAsFarAsTheyGo) {
     EXPECT_EQ(valueIn("[A]\nx = " + std::string(60000, 'v') + "\n", "A.x").size(), 60000U);
     EXPECT_EQ(complaints("[A]\nx = " + std::string(70000, 'v') + "\ny = 1\n"), "2: the line is too long\n");
     EXPECT_EQ(complaints("[" + std::string(70000, 'A') + "]\n"), "1: a section line that is too long\n");
-    EXPECT_EQ(complaints(std::string("[A]\nx\0y = 1\n\0", 14)),
+    EXPECT_EQ(complaints(std::string("[A]\nx\0y = 1\n\0", 13)),
               "2: a control character\n3: a control character\n");
     EXPECT_EQ(complaints("[A]\rx = 1\r"), "1: a section line with a control character\n");
     EXPECT_EQ(valueIn("\n\n\n=\n[\n]\n\xff\xfe\n[A]\nx=1", "A.x"), "1");

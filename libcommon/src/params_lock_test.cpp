@@ -164,6 +164,7 @@ TEST_F(ParamsLock, AFileThatCantBeLockedIsTold) {
 
 TEST_F(ParamsLock, ThreadsOfOneProcessWriteOneAfterTheOther) {
     std::vector<std::thread> threads;
+    threads.reserve(4);
     for (int t = 0; t < 4; ++t)
         threads.emplace_back([t] {
             for (int i = 0; i < 50; ++i)

@@ -64,7 +64,7 @@ TEST_F(Status, BadIndicesAndKeysAreLoggedAndChangeNothing) {
         status(index, "Model", "y");
     for (const char* key : {"", ".", "..", "../Model", "a/b", "a b", "a.b", ".source", "Mod\xc3\xa9l", "a\n"})
         status(0, key, "y");
-    status(0, std::string("Mo\0el", 6), 1);
+    status(0, std::string("Mo\0el", 5), 1);
     status(0, std::string(65, 'x'), "y");
     EXPECT_EQ(logCount("There is no status value"), 14U) << log();
     EXPECT_EQ(logCount(""), 14U);
