@@ -4,7 +4,7 @@
 // seed.
 #include "launcher/checker/check.h"
 #include "launcher/checker/shrink.h"
-#include "launcher/machine_fixture.h"
+#include "launcher/machine_test.h"
 #include "launcher/transitions.h"
 
 #include <cstdio>

@@ -22,21 +22,21 @@ enum State : int {
     SET_SLEEP_10_TIMER = 11,        // arms the long error sleep
     SET_SLEEP_1_TIMER = 12,         // arms the short error sleep
     SHUTDOWN_CURRENT_PLAYER_AFTER_REQUEST_FAILED = 13,      // stops the current player after a failed detection
-    WAIT_SHUTDOWN_CURRENT_PLAYER_AFTER_REQUEST_FAILED = 14, // waits for its exit
-    CURRENT_PLAYER_STOPPED_AFTER_REQUEST_FAILED = 15,       // it is gone
+    WAIT_SHUTDOWN_CURRENT_PLAYER_AFTER_REQUEST_FAILED = 14, // waits for that player's exit
+    CURRENT_PLAYER_STOPPED_AFTER_REQUEST_FAILED = 15,       // that player is gone
 
     STOP_PLAYING = 16,              // told to stop
     SHUTDOWN_CURRENT_PLAYER = 17,   // hangs the current player up and meets it at its barrier
-    WAIT_DISCONNECT_SHUTDOWN = 18,  // waits for its exit
+    WAIT_DISCONNECT_SHUTDOWN = 18,  // waits for the current player's exit
     PLAYING_STOPPED = 19,           // forgets players and sources
 
     FLUSH_CACHE_CONNECTED = 20,     // forgets what was detected, then detects again
 
     LAUNCH_PENDING_PLAYER = 21,     // starts the pending player behind the current one
     LAUNCH_CURRENT_PLAYER_POS_WITH_NON_EXISTING = 22,        // starts a player where there is none
-    WAIT_LAUNCHED_CURRENT_PLAYER_POS_WITH_NON_EXISTING = 23, // waits for its first barrier
-    SINGLE_PLAYER_LAUNCHED = 24,    // waits for its second barrier
-    SINGLE_PLAYER_STARTED = 25,     // it becomes the current player
+    WAIT_LAUNCHED_CURRENT_PLAYER_POS_WITH_NON_EXISTING = 23, // waits for that player's first barrier
+    SINGLE_PLAYER_LAUNCHED = 24,    // waits for that player's second barrier
+    SINGLE_PLAYER_STARTED = 25,     // that player becomes the current one
     WAIT_LAUNCHED_PENDING_PLAYER = 26,     // waits for the pending player's first barrier
     COULD_NOT_LAUNCH_PENDING_PLAYER = 27,  // the pending player never showed a picture
     WAIT_SHUTDOWN_CURRENT_PLAYER = 28,     // both players meet
@@ -57,7 +57,7 @@ enum State : int {
     AUTO_CHECK_FOR_TIME_LEFT_RECONNECT = 42,       // the same source again, or the next?
     AUTO_PAUSE = 43,                // the sequence is paused
     CURRENT_PLAYER_CRASHED_DURING_PAUSE = 44,      // the current player exited during the pause
-    SLEEP_AFTER_CRASH_DURING_PAUSE = 45,           // waits after that
+    SLEEP_AFTER_CRASH_DURING_PAUSE = 45,           // waits after that exit
     REQUEST_ENCODER_AFTER_CRASH_DURING_PAUSE = 46, // detects the paused source again
 
     MANUAL_WAIT_FOR_NEW_SELECTION = 47, // manual mode's main waiting state

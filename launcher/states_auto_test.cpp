@@ -1,4 +1,4 @@
-#include "launcher/machine_fixture.h"
+#include "launcher/machine_test.h"
 
 namespace {
 

@@ -1,6 +1,6 @@
 #include "launcher/waiting.h"
 
-#include "launcher/machine_fixture.h"
+#include "launcher/machine_test.h"
 
 #include <cstring>
 

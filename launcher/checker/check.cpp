@@ -1,7 +1,7 @@
 #include "launcher/checker/check.h"
 
 #include "launcher/checker/world.h"
-#include "launcher/machine_fixture.h"
+#include "launcher/machine_test.h"
 #include "launcher/transitions.h"
 
 #include <algorithm>

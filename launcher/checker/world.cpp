@@ -1,6 +1,6 @@
 #include "launcher/checker/world.h"
 
-#include "launcher/machine_fixture.h"
+#include "launcher/machine_test.h"
 
 #include <algorithm>
 #include <string>

@@ -1,4 +1,4 @@
-#include "launcher/machine_fixture.h"
+#include "launcher/machine_test.h"
 
 #include <utility>
 
@@ -105,6 +105,7 @@ std::string state() {
 
 std::vector<int> queuedIds() {
     std::vector<int> ids;
+    ids.reserve(fake::queue.size());
     for (const Event& event : fake::queue)
         ids.push_back(event.id);
     return ids;
