@@ -79,6 +79,9 @@ public:
     std::string log() const { return readFile(logFile()); }
     std::string logFile() const { return root_ + "/var/log/decoder.log"; }
     std::size_t countInLog(const std::string& text) const;
+    // Seconds from the first line of the log with the one text to the first with the other; negative when
+    // either is missing.
+    double secondsInLog(const std::string& from, const std::string& to) const;
     bool waitForLog(const std::string& text, std::size_t times = 1, Seconds limit = patience) const;
 
     // "SINGLE_PLAYER_STARTED": the name of the state that was entered last; needs -v.

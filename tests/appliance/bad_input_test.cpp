@@ -10,8 +10,6 @@ namespace {
 
 using appliance::Appliance;
 using appliance::Oddity;
-using appliance::Seconds;
-using Clock = std::chrono::steady_clock;
 
 namespace fs = std::filesystem;
 
@@ -25,8 +23,8 @@ TEST(ParameterFile, GarbageLinesAreToldAndTheRestHolds) {
     decoder.setParameterFile(garbage + decoder.parameterText());
     decoder.start();
     EXPECT_TRUE(decoder.showsMoving(0));
-    EXPECT_TRUE(decoder.waitForLog("decoder.conf:1:"));
-    EXPECT_TRUE(decoder.waitForLog("decoder.conf:3:"));
+    EXPECT_TRUE(decoder.waitForLog("decoder.conf, line 1 can't be read: "));
+    EXPECT_TRUE(decoder.waitForLog("decoder.conf, line 6 can't be read: "));
 }
 
 TEST(ParameterFile, MissingOneIsAnEmptyOne) {
@@ -155,11 +153,10 @@ TEST_P(HostileEncoder, CostsAnErrorCodeInBoundedTimeAndNothingElse) {
     decoder.addEncoder("Sound");
     decoder.setManual();
     decoder.start();
-    ASSERT_TRUE(decoder.waitForState("REQUEST_ENCODER_TYPE"));
-    const auto begin = Clock::now();
     ASSERT_TRUE(decoder.waitForState("MANUAL_WAIT_ERROR_SLEEP_EVENT"));
-    const Seconds took = Clock::now() - begin;
-    EXPECT_LE(took.count(), hostile.requests * timeout + 1.5);
+    const double took = decoder.secondsInLog("-> REQUEST_ENCODER_TYPE", "-> MANUAL_WAIT_ERROR_SLEEP_EVENT");
+    EXPECT_GE(took, 0);
+    EXPECT_LE(took, hostile.requests * timeout + 1.5);
     EXPECT_EQ(decoder.sourceValue(0, "ErrorCode"), hostile.errorCode);
     EXPECT_TRUE(decoder.waitForText(0, "No connection to encoder Hostile(" + address + ")"));
     EXPECT_EQ(decoder.ctl({"select", "Sound"}).status, 0);
@@ -190,10 +187,10 @@ TEST(Interruption, SelectAbandonsADetectionAtOnce) {
     ASSERT_TRUE(decoder.waitForText(0, "Automatically detecting encoder and connection type for Silent"));
     decoder.ctl({"select", "Sound"});
     ASSERT_TRUE(decoder.waitForLog("Spotted EID_SELECT. Sending SIGUSR1"));
-    const auto begin = Clock::now();
     ASSERT_TRUE(decoder.waitForLog("REQUEST_ENCODER_TYPE(6) -> REQUEST_ENCODER_FAILED(10)"));
-    const Seconds took = Clock::now() - begin;
-    EXPECT_LE(took.count(), 0.1);
+    const double took = decoder.secondsInLog("Sending SIGUSR1", "-> REQUEST_ENCODER_FAILED");
+    EXPECT_GE(took, 0);
+    EXPECT_LE(took, 0.1);
     EXPECT_TRUE(decoder.showsMoving(1));
     EXPECT_EQ(decoder.sourceValue(0, "ErrorCode"), "") << "no verdict";
     EXPECT_EQ(decoder.sourceValue(0, "VideoSourceType"), "");
