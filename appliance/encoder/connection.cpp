@@ -188,8 +188,10 @@ void Connection::sleepUntil(Deadline end) const {
 void Connection::cut() {
     if (spared_)
         return;
-    abortOnClose();
-    shutdown();
+    // Connecting to nowhere resets a TCP connection, which closing it on this thread could not do safely.
+    sockaddr nowhere{};
+    nowhere.sa_family = AF_UNSPEC;
+    connect(fd_, &nowhere, sizeof nowhere);
 }
 
 void Connection::shutdown() {

@@ -34,8 +34,7 @@ std::string description(const GstInput& input) {
     const std::string start = isDevice(input.text) ? "v4l2src name=in ! decodebin" : "uridecodebin name=in";
     const bool live = isDevice(input.text) || isUrl(input.text);
     return start +
-           " ! videoconvert ! videoscale ! videorate drop-only=true max-rate=" + std::to_string(input.fps) +
-           " ! video/x-raw,format=BGRx,width=" + std::to_string(input.width) +
+           " ! videoconvert ! videoscale ! video/x-raw,format=BGRx,width=" + std::to_string(input.width) +
            ",height=" + std::to_string(input.height) +
            ",pixel-aspect-ratio=" + pixelShape(input.width, input.height) +
            " ! appsink name=out max-buffers=2 drop=true sync=" + (live ? "false" : "true");
@@ -53,6 +52,14 @@ std::string shown(const std::string& input) {
 void setLatency(GstElement* /*decoder*/, GstElement* source, gpointer /*unused*/) {
     if (g_object_class_find_property(G_OBJECT_GET_CLASS(source), "latency") != nullptr)
         g_object_set(source, "latency", cameraLatencyMs, nullptr);
+}
+
+// Else the decoder would wait for streams of other kinds among a camera's JPEG pictures until its queues are
+// full.
+void setSingleStream(GstBin* /*pipeline*/, GstBin* /*parent*/, GstElement* element, gpointer /*unused*/) {
+    const GstElementFactory* factory = gst_element_get_factory(element);
+    if (factory != nullptr && std::string_view(GST_OBJECT_NAME(factory)) == "multipartdemux")
+        g_object_set(element, "single-stream", TRUE, nullptr);
 }
 
 } // namespace
@@ -102,6 +109,7 @@ bool GstSource::Pipeline::start() {
         g_signal_connect(in, "source-setup", G_CALLBACK(setLatency), nullptr);
     }
     gst_object_unref(in);
+    g_signal_connect(pipeline, "deep-element-added", G_CALLBACK(setSingleStream), nullptr);
     GstElement* out = gst_bin_get_by_name(GST_BIN(pipeline), "out");
     GstAppSinkCallbacks callbacks{};
     callbacks.new_sample = takeSample;
@@ -121,6 +129,10 @@ GstFlowReturn GstSource::Pipeline::takeSample(GstAppSink* sink, gpointer self) {
     GstSample* sample = gst_app_sink_pull_sample(sink);
     if (sample == nullptr)
         return GST_FLOW_EOS;
+    if (!source.isTimeForAPicture()) {
+        gst_sample_unref(sample);
+        return GST_FLOW_OK;
+    }
     GstVideoInfo info;
     GstVideoFrame frame;
     if (gst_video_info_from_caps(&info, gst_sample_get_caps(sample)) != FALSE &&
@@ -168,6 +180,17 @@ std::string GstSource::mistakeIn(const std::string& text) {
         return "there is no file '" + text + "'";
     }
     return {};
+}
+
+// Counted by the clock: pictures of some cameras have no time stamps. A camera's own unsteadiness of a
+// quarter of a picture's time costs no picture.
+bool GstSource::isTimeForAPicture() {
+    const auto now = std::chrono::steady_clock::now();
+    const std::chrono::nanoseconds interval(1000000000 / input_.fps);
+    if (now < nextTime_ - interval / 4)
+        return false;
+    nextTime_ = std::max(nextTime_ + interval, now);
+    return true;
 }
 
 bool GstSource::stopping() {

@@ -34,11 +34,14 @@ private:
     void run();
     void playOnce();
     bool stopping();
+    bool isTimeForAPicture();
 
     const GstInput input_;
     std::thread thread_;
     bool stopping_ = false; // guarded by mutex_
+    // Of the pipeline's thread alone.
     std::uint64_t number_ = 0;
+    std::chrono::steady_clock::time_point nextTime_;
 };
 
 // Initialises GStreamer at the first call. Any thread.

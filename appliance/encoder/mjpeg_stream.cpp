@@ -138,8 +138,8 @@ bool MjpegStream::step() {
 
 bool MjpegStream::sendNewer() {
     if (wanted_.fps > 0) {
+        nextTime_ = std::max(nextTime_ + std::chrono::milliseconds(1000 / wanted_.fps), in({}));
         session_.connection().sleepUntil(nextTime_);
-        nextTime_ = std::max(nextTime_, in(-watchTime)) + std::chrono::milliseconds(1000 / wanted_.fps);
     }
     const PicturePtr picture = pictures_.next(watchTime);
     return picture == nullptr || send(wanted_.channel->jpegs.jpegOf(picture, wanted_.form), {});
