@@ -104,9 +104,21 @@ int sendAsOutsider(const Event* event) {
     return result;
 }
 
+// A new queue, never the machine's first one: a program that forgot to fill in a queue's identifier means
+// that one, and would remove it or put its messages there.
+int newQueue() {
+    const int queue = msgget(IPC_PRIVATE, IPC_CREAT | 0660);
+    if (queue != 0)
+        return queue;
+    const int next = msgget(IPC_PRIVATE, IPC_CREAT | 0660);
+    const local::ErrnoKept errnoKept;
+    msgctl(queue, IPC_RMID, nullptr);
+    return next;
+}
+
 int makeQueue(local::RunId& record) {
     msqid_ds queue{};
-    record.id = msgget(IPC_PRIVATE, IPC_CREAT | 0660);
+    record.id = newQueue();
     if (record.id < 0 || msgctl(record.id, IPC_STAT, &queue) != 0)
         return -1;
     record.stamp = queue.msg_ctime;

@@ -11,6 +11,7 @@
 #include <cstdio>
 #include <cstring>
 #include <fcntl.h>
+#include <sched.h>
 #include <sys/file.h>
 #include <sys/msg.h>
 #include <sys/stat.h>
@@ -74,6 +75,16 @@ protected:
         return (bytes - bytes / 4) / sizeof(Event);
     }
 };
+
+// Somebody's forgotten identifier is 0: it must not name the appliance's queue.
+TEST_F(Events, TheQueueIsNeverTheMachinesFirst) {
+    if (unshare(CLONE_NEWIPC) != 0)
+        GTEST_SKIP() << "no message queues of one's own here: " << std::strerror(errno);
+    ASSERT_EQ(initEventQueue(), 0);
+    EXPECT_NE(queueId(), 0);
+    EXPECT_FALSE(queueExists(0));
+    EXPECT_EQ(send(EID_LOCK), 0);
+}
 
 TEST_F(Events, WhatIsSentArrivesWholeAndInOrder) {
     ASSERT_EQ(initEventQueue(), 0);

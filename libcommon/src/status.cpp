@@ -68,6 +68,13 @@ void rememberOwner(int index) {
         logmsg(3, "Failed to write %s. (errno=%d %s)", path.c_str(), errno, std::strerror(errno));
 }
 
+// Replacing a file costs a disk milliseconds, and most writes repeat what is there: a source that is shared
+// or shown again has the values of last time.
+bool holds(const std::string& path, const std::string& text) {
+    std::string current;
+    return readSmallFile(path, maximumValue + 1, current) && current == text;
+}
+
 void write(int index, const std::string& key, const std::string& value) {
     const std::string path = statusFolder(index) + key;
     const LockedFile lock(statusLockPath().c_str());
@@ -76,7 +83,7 @@ void write(int index, const std::string& key, const std::string& value) {
         done = unlink(path.c_str()) == 0 || errno == ENOENT;
     } else if (done) {
         rememberOwner(index);
-        done = replaceSmallFile(path, value + "\n");
+        done = holds(path, value + "\n") || replaceSmallFile(path, value + "\n");
     }
     if (!done)
         logmsg(3, "Failed to write %s. (errno=%d %s)", path.c_str(), errno, std::strerror(errno));

@@ -29,6 +29,19 @@ TEST_F(Status, AValueIsTextInAFileOfItsOwn) {
     EXPECT_EQ(log(), "");
 }
 
+TEST_F(Status, AValueThatIsThereAlreadyIsNotWrittenAgain) {
+    status(0, "Model", "x");
+    struct stat before {};
+    struct stat after {};
+    ASSERT_EQ(stat(valueFile("0/Model").c_str(), &before), 0);
+    status(0, "Model", "x");
+    ASSERT_EQ(stat(valueFile("0/Model").c_str(), &after), 0);
+    EXPECT_EQ(before.st_ino, after.st_ino);
+    EXPECT_EQ(before.st_ctim.tv_nsec, after.st_ctim.tv_nsec);
+    status(0, "Model", "y");
+    EXPECT_EQ(status(0, "Model"), "y");
+}
+
 TEST_F(Status, WhatWasNeverSetIsEmpty) {
     EXPECT_EQ(status(0, "Model"), "");
     status(0, "Model", "x");
