@@ -1,5 +1,4 @@
-// Downloads from encoders that are broken, or mean harm: a failure code within the timeout and bounded
-// memory.
+// Downloads from encoders that are broken or mean harm: a failure within the timeout, and bounded memory.
 #include "libcommon/src/download_fixture.h"
 
 using namespace scripted;
@@ -44,16 +43,16 @@ TEST_F(DownloadHostile, WithoutABufferAMebibyteIsEnough) {
 
 TEST_F(DownloadHostile, NumbersThatDoNotFit) {
     for (const std::string length : {"99999999999999999999999999", "-1", "0x10", "ten", "5, 6"}) {
-        const Server server(
-            {readRequest(), send(ok + "Content-Length: " + length + "\r\n\r\nhello"), close()});
+        const std::string header = std::string("Content-Length: ").append(length);
+        const Server server({readRequest(), send(ok + header + "\r\n\r\nhello"), close()});
         const Got got = get(server, {.timeout = 2});
         // What begins with a number may be taken for it; nothing beyond the five bytes is ever made up.
         EXPECT_TRUE(isTransportFailure(got.result) || got.result == 0 || got.body == "hello")
             << length << " " << got.result;
     }
     for (const std::string size : {"ffffffffffffffffffff", "-1", "zz", "5x"}) {
-        const Server server(
-            {readRequest(), send(ok + "Transfer-Encoding: chunked\r\n\r\n" + size + "\r\nhello"), close()});
+        const std::string body = std::string("\r\n\r\n").append(size).append("\r\nhello");
+        const Server server({readRequest(), send(ok + "Transfer-Encoding: chunked" + body), close()});
         EXPECT_TRUE(isTransportFailure(get(server, {.timeout = 2}).result)) << size;
     }
 }

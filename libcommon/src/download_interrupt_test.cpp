@@ -1,5 +1,6 @@
 // Downloads and signals: SIGUSR1 ends one at every stage, SIGCHLD and SIGINT are handled meanwhile.
 #include "libcommon/src/download_fixture.h"
+#include "tests/support/certificate.h"
 
 #include <libcommon/interrupt.h>
 

@@ -116,7 +116,11 @@ TEST_F(DownloadReuse, AChildBeginsWithConnectionsOfItsOwnAndLeavesItsParentsAlon
 class KeptConnections : public NetworkTest {
 protected:
     // Never destroyed, as in the library: its thread may still run.
-    network::KeptConnections& kept_ = *new network::KeptConnections(50'000);
+    static network::KeptConnections& neverDestroyed() {
+        static auto& kept = *new network::KeptConnections(50'000);
+        return kept;
+    }
+    network::KeptConnections& kept_ = neverDestroyed();
 
     int openSocket() {
         curl_sockaddr address = {};

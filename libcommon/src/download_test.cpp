@@ -107,6 +107,7 @@ TEST_F(Download, RefusalsAreMinusTheStatus) {
     const std::vector<std::string> statuses = {"300 Multiple",  "304 Same",   "400 Bad",   "403 No",
                                                "404 Not Found", "500 Broken", "503 Later", "999 What"};
     std::vector<Script> scripts;
+    scripts.reserve(statuses.size());
     for (const std::string& status : statuses)
         scripts.push_back({readRequest(), send(reply(status, "page", "Connection: close\r\n"))});
     const Server server(scripts);

@@ -4,7 +4,7 @@
 
 #include <cerrno>
 #include <cstring>
-#include <fcntl.h>
+#include <fstream>
 #include <net/if.h>
 #include <optional>
 #include <sched.h>
@@ -94,6 +94,16 @@ TEST_F(DownloadTls, ACAFileThatCanNotBeReadRefusesEverybody) {
     EXPECT_TRUE(isTransportFailure(getHttps(server.port(), {}).result));
     EXPECT_NE(log().find("The TLS certificate of 127.0.0.1 was refused"), std::string::npos) << log();
     EXPECT_EQ(server.requests().size(), 0U);
+}
+
+TEST_F(DownloadTls, AChangedCAFileHoldsFromTheNextConnectionOn) {
+    const Certificate other;
+    const std::string file = fileWith(other.pem());
+    setParameters("[Network.TLS]\nCAFile = " + file + "\n");
+    const Server server(friendly, {.certificate = &certificate_});
+    EXPECT_EQ(getHttps(server.port(), {}).result, certificateRefused);
+    std::ofstream(file) << certificate_.pem();
+    EXPECT_EQ(getHttps(server.port(), {}).body, "hello");
 }
 
 TEST_F(DownloadTls, CredentialsAnswerAChallengeAndTheConnectionIsKept) {

@@ -39,8 +39,7 @@ bool isName(std::string_view name) {
     return !name.empty() && std::all_of(name.begin(), name.end(), belongs);
 }
 
-// The lines without their ends and without the empty one; nothing when a carriage return stands inside a
-// line.
+// The lines without their ends and the empty one; nothing when a carriage return stands inside a line.
 std::optional<std::vector<std::string_view>> linesOf(std::string_view text) {
     std::vector<std::string_view> lines;
     while (!text.empty()) {
@@ -170,7 +169,9 @@ void HeaderCollector::takeHeaderByte(char byte) {
 bool HeaderCollector::canBecomeHeader() const {
     constexpr std::string_view rtsp = "RTSP/";
     constexpr std::string_view http = "HTTP/";
-    const std::string_view start = std::string_view(text_).substr(0, rtsp.size());
+    if (text_.size() > rtsp.size())
+        return true; // it was looked at when it was shorter
+    const std::string_view start = text_;
     return start == rtsp.substr(0, start.size()) || start == http.substr(0, start.size());
 }
 

@@ -1,5 +1,4 @@
-// The text of a response header: collecting it byte by byte from hostile peers, and reading it. No input or
-// output.
+// The text of a response header: collecting it byte by byte from hostile peers, and reading it.
 #pragma once
 
 #include <libcommon/network.h>

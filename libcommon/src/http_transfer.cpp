@@ -18,6 +18,7 @@ constexpr std::size_t maximumDropped = 1024 * 1024;   // of a body that nobody w
 constexpr std::size_t maximumRefusalBody = 16 * 1024; // read for the sake of the connection
 constexpr std::int64_t refusalBodyTime = 500'000;     // likewise, microseconds
 constexpr long keptSeconds = 5;
+constexpr long systemAuthoritiesTime = 60; // seconds
 
 // Three digits after "HTTP/1.1 "; 0 when there are none.
 int statusOf(std::string_view line) {
@@ -99,9 +100,15 @@ void Transfer::setTls(CURL* easy) {
     const bool verified = parameters["Network.TLS.Verify"] != "no";
     set(easy, CURLOPT_SSL_VERIFYPEER, verified ? 1L : 0L);
     set(easy, CURLOPT_SSL_VERIFYHOST, verified ? 2L : 0L);
+    // One file of authorities, ours or the system's: beside a directory of them libcurl would trust both, and
+    // read the file anew for every connection. What it remembers of a file does not notice that it changed.
+    set(easy, CURLOPT_CAPATH, static_cast<const char*>(nullptr));
+    set(easy, CURLOPT_CA_CACHE_TIMEOUT, systemAuthoritiesTime);
     const std::string authorities = parameters["Network.TLS.CAFile"].toString();
-    if (verified && !authorities.empty())
-        set(easy, CURLOPT_CAINFO, authorities.c_str());
+    if (!verified || authorities.empty())
+        return;
+    set(easy, CURLOPT_CAINFO, authorities.c_str());
+    set(easy, CURLOPT_CA_CACHE_TIMEOUT, 0L);
 }
 
 void Transfer::setCallbacks(CURL* easy) {
@@ -195,8 +202,7 @@ bool Transfer::takeBody(const char* data, std::size_t length) {
     return earlyEnd_ == EarlyEnd::None;
 }
 
-// The body of a 401 that libcurl is going to answer never reaches onBody: it is read and ignored, without
-// end.
+// The body of a 401 that libcurl is going to answer never reaches onBody: it is ignored, without end.
 int Transfer::onProgress(void* self, curl_off_t /*total*/, curl_off_t now, curl_off_t /*up*/,
                          curl_off_t /*upNow*/) {
     auto& transfer = *static_cast<Transfer*>(self);

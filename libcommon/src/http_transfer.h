@@ -30,13 +30,11 @@ public:
 
     bool isConnected() const { return connected_; }
 
-    // A time at which to stop waiting for the rest of a refusal's body: the verdict is known. INT64_MAX:
-    // none.
+    // When to stop waiting for the rest of a refusal's body: the verdict is known. INT64_MAX: never.
     std::int64_t refusalLimit() const;
     void endRefusal() { earlyEnd_ = EarlyEnd::RefusalKnown; }
 
-    // The 401 that came was not answered by libcurl: its challenge could not be read, or its body never
-    // ended.
+    // libcurl did not answer the 401: its challenge could not be read, or its body never ended.
     bool hasUnansweredChallenge() const { return headerComplete_ && status_ == 401 && !answeredChallenge_; }
 
     // What came of it; `code` is libcurl's or the waiting loop's word.

@@ -4,12 +4,10 @@
 // what its waits share: the time by which the whole call has to be over, and the answer to signals.
 //
 // - SIGUSR1 with a handler installed ends the operation. The signal stays blocked for the operation's life,
-// so that
-//   it can't slip in between a test and a wait, and a signalfd in the poll set tells that it came. The
-//   signalfd is never read: the handler itself runs, inside the wait. Ignored or at its default, SIGUSR1 is
-//   left alone.
-// - On the main thread each wait lets SIGINT and SIGCHLD in, atomically; a handler that returns does not end
-// it.
+//   so that it can't slip in between a test and a wait, and a signalfd in the poll set tells that it came.
+//   The signalfd is never read: the handler itself runs, inside the wait. Ignored or at its default, SIGUSR1
+//   is left alone.
+// - On the main thread each wait lets SIGINT and SIGCHLD in, atomically; a handler that returns ends nothing.
 // - SIGPIPE never leaves the operation: a peer that closed is an errno.
 //
 // One thread; operations of one thread don't overlap. Errors come as errno.

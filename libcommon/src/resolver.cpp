@@ -1,6 +1,7 @@
 #include "libcommon/src/resolver.h"
 
-#include <algorithm>
+#include "libcommon/src/address_text.h"
+
 #include <arpa/inet.h>
 #include <atomic>
 #include <cerrno>
@@ -23,14 +24,7 @@ namespace {
 std::atomic<int> lookupsRunning = 0;
 constexpr int maximumLookups = 16;
 
-constexpr std::size_t maximumHostLength = 255;
 constexpr std::size_t maximumEndpoints = 64; // a name server's answer may hold hundreds
-
-// ASCII only and independent of the locale.
-bool isNameCharacter(char c) {
-    return (c >= 'a' && c <= 'z') || (c >= 'A' && c <= 'Z') || (c >= '0' && c <= '9') || c == '.' ||
-           c == '-' || c == '_';
-}
 
 using AddressList = std::unique_ptr<addrinfo, decltype(&freeaddrinfo)>;
 
@@ -71,8 +65,7 @@ void lookUp(const std::shared_ptr<Lookup>& lookup) {
     --lookupsRunning;
 }
 
-// Starts the thread with every signal blocked, so that no handler ever runs on it. False when it can't be
-// started.
+// Starts the thread with every signal blocked, so that no handler ever runs on it. False with errno.
 bool start(const std::shared_ptr<Lookup>& lookup) {
     if (lookup->finished < 0)
         return false;
@@ -151,23 +144,6 @@ Resolution resolve(const std::string& host, unsigned short port, NetworkOperatio
     if (addressesOf(host, AI_NUMERICHOST, list) == 0)
         return success(list.get(), port, true);
     return resolveName(host, port, operation);
-}
-
-bool isIPv6Text(std::string_view text) {
-    const std::size_t percent = text.find('%');
-    const std::string address(text.substr(0, percent));
-    const std::string_view zone = percent == std::string_view::npos ? "0" : text.substr(percent + 1);
-    in6_addr parsed;
-    return address.find('\0') == std::string::npos && inet_pton(AF_INET6, address.c_str(), &parsed) == 1 &&
-           !zone.empty() && std::all_of(zone.begin(), zone.end(), isNameCharacter);
-}
-
-bool isHostText(std::string_view host) {
-    if (host.empty() || host.size() > maximumHostLength)
-        return false;
-    if (host.find(':') != std::string_view::npos)
-        return isIPv6Text(host);
-    return host.front() != '-' && std::all_of(host.begin(), host.end(), isNameCharacter);
 }
 
 std::string addressText(const Endpoint& endpoint) {

@@ -8,7 +8,6 @@
 #include "libcommon/src/network_wait.h"
 
 #include <string>
-#include <string_view>
 #include <sys/socket.h>
 #include <vector>
 
@@ -27,14 +26,6 @@ struct Resolution {
 };
 
 Resolution resolve(const std::string& host, unsigned short port, NetworkOperation& operation);
-
-// Whether `host` is made of what names and addresses are made of: letters, digits, ".", "-", "_", and for
-// IPv6
-// ":" and a "%zone". Anything else never reaches a resolver or a URL.
-bool isHostText(std::string_view host);
-
-// Whether `text` is an IPv6 address, a "%zone" included.
-bool isIPv6Text(std::string_view text);
 
 // The endpoint's address without its port, as text.
 std::string addressText(const Endpoint& endpoint);

@@ -1,5 +1,4 @@
-// parseResponseHeader and writeFD: whole calls on descriptors that are sockets most of the time, pipes
-// sometimes.
+// parseResponseHeader and writeFD: whole calls on descriptors that are mostly sockets, sometimes pipes.
 #include "libcommon/src/header_text.h"
 #include "libcommon/src/network_wait.h"
 

@@ -1,5 +1,4 @@
-// A self-signed certificate for tests, made at run time: nothing secret and nothing that expires is in the
-// tree.
+// A self-signed certificate for tests, made at run time: the tree holds nothing secret or about to expire.
 #pragma once
 
 #include <memory>

@@ -1,5 +1,4 @@
-// A TCP server that does what a list of steps says: for tests of whoever talks to encoders, polite or
-// hostile.
+// A TCP server that does what a list of steps says: an encoder for tests, polite or hostile.
 //
 //   scripted::Server server({scripted::readRequest(), scripted::send("HTTP/1.1 200 OK\r\n\r\n"),
 //   scripted::stall()});
