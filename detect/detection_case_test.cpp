@@ -130,6 +130,8 @@ TEST_P(Detection, GoesAsTheCaseTells) {
         EXPECT_EQ(traceLines(), case_.trace);
     }
     EXPECT_EQ(run.descriptorsLeaked, 0);
+    const bool overHttp = case_.expected.detectedType == TYPE_RTSP_HTTP;
+    EXPECT_EQ(run.inputClosed, overHttp && case_.entry.configuredType == TYPE_AUTO);
     expectNoCredentialsInTrace(case_);
     expectSignalAtRest();
 }
@@ -141,6 +143,23 @@ TEST_P(Detection, EndsWithoutAVerdictWhereverItIsInterrupted) {
         SCOPED_TRACE("at exchange " + std::to_string(where) + ": " + case_.exchanges[where].request);
         expectNoVerdict(detect_test::runCase(case_, Disturbance::NetworkInterrupted, where));
         expectInterrupted(detect_test::runCase(case_, Disturbance::SignalPending, where));
+    }
+}
+
+// The next number after each of these cases, which begin with the number they are given.
+TEST(DetectionSequence, NumbersGoOnFromDetectionToDetection) {
+    const std::filesystem::path folder = DETECTION_CASES;
+    int expected = -1;
+    for (const auto& [name, requests] :
+         {std::pair("rtsp-multicast", 4), std::pair("type-6-with-credentials", 1),
+          std::pair("rtsp-unicast-after-refused-multicast", 4),
+          std::pair("rtsp-multicast-teardown-unsent", 6), std::pair("rtsp-multicast", 4)}) {
+        const CaseRun run =
+            detect_test::runCase(detect_test::readCase(folder / (std::string(name) + ".case")));
+        if (expected != -1) {
+            EXPECT_EQ(run.sequenceBegan, expected) << "before " << name;
+        }
+        expected = run.sequenceBegan + requests;
     }
 }
 

@@ -9,6 +9,7 @@
 #include <chrono>
 #include <csignal>
 #include <fcntl.h>
+#include <fstream>
 #include <gtest/gtest.h>
 #include <netinet/in.h>
 #include <string>
@@ -216,15 +217,31 @@ TEST_F(SocketWait, InterruptIsLetIn) {
     EXPECT_EQ(waitForTransport(data.fd(), control.fd(), 30), -1);
 }
 
+bool sleeps(int pid) {
+    std::ifstream stat("/proc/" + std::to_string(pid) + "/stat");
+    std::string word;
+    stat >> word >> word >> word; // pid, name, state
+    return word == "S";
+}
+
 TEST_F(SocketWait, EndOfAChildDoesNotDisturb) {
     const Receiver data;
     const Receiver control;
     for (const bool blocked : {true, false}) {
-        setBlocked(SIGCHLD, true);
-        kill(getpid(), SIGCHLD);
-        EXPECT_EQ(waitForTransport(data.fd(), control.fd(), 0), -1);
+        setBlocked(SIGCHLD, blocked); // whatever the caller does with it
+        const int parent = getpid();
+        const int sender = fork();
+        if (sender == 0) {
+            while (!sleeps(parent))
+                usleep(1000);
+            kill(parent, SIGCHLD);
+            data.send("rtp");
+            control.send("rtcp");
+            _exit(0);
+        }
+        EXPECT_EQ(waitForTransport(data.fd(), control.fd(), 30), 1) << blocked;
         EXPECT_FALSE(fake::interrupted) << blocked;
-        setBlocked(SIGCHLD, blocked);
+        waitpid(sender, nullptr, 0);
     }
 }
 

@@ -50,8 +50,10 @@ public:
     const Case& theCase() const { return case_; }
     std::size_t exchanges() const { return next_; }
     std::size_t afterwards() const { return afterwards_; }
+    int sequenceBegan() const { return firstSequence_; }
 
     const Exchange* lastRtsp = nullptr; // what the next answer is read from
+    int connection = -1;                // the RTSP connection opened last
 
 private:
     // True: the exchange fails.
@@ -154,7 +156,11 @@ fake::Reply answerDownload(const fake::Request& request) {
 int connectToEncoder(const std::string& host, unsigned short port, bool blocking, int timeout) {
     EXPECT_TRUE(blocking);
     EXPECT_EQ(timeout, encoder->theCase().timeout);
-    return encoder->replyTo("TCP " + host + " " + std::to_string(port)) == "ok" ? openNothing() : -1;
+    EXPECT_TRUE(encoder->connection == -1 || fcntl(encoder->connection, F_GETFD) == -1)
+        << "the former connection is closed first: some encoders have only one";
+    const bool connected = encoder->replyTo("TCP " + host + " " + std::to_string(port)) == "ok";
+    encoder->connection = connected ? openNothing() : -1;
+    return encoder->connection;
 }
 
 int openUdpSocket(const std::string& host, unsigned short port, bool fromHostOnly) {
@@ -214,13 +220,14 @@ CaseRun runCase(const Case& one, Disturbance disturbance, std::size_t where) {
     run.returned = detectSource(run.entry, statusId);
     std::fflush(stdout);
     run.output = testing::internal::GetCapturedStdout();
-    const bool closed = fcntl(0, F_GETFD) == -1;
-    run.descriptorsLeaked = openDescriptors() + (closed ? 1 : 0) - before;
+    run.inputClosed = fcntl(0, F_GETFD) == -1;
+    run.descriptorsLeaked = openDescriptors() + (run.inputClosed ? 1 : 0) - before;
     dup2(standardInput, 0);
     close(standardInput);
     run.calls = fake::calls;
     run.exchanges = theEncoder.exchanges();
     run.afterwards = theEncoder.afterwards();
+    run.sequenceBegan = theEncoder.sequenceBegan();
     encoder = nullptr;
     return run;
 }

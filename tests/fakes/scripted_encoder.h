@@ -79,6 +79,8 @@ struct CaseRun {
     std::size_t exchanges = 0;  // that were asked for, before a disturbance and at it
     std::size_t afterwards = 0; // network requests begun after a disturbance
     int descriptorsLeaked = 0;
+    bool inputClosed = false; // descriptor 0, a sacrifice of the test
+    int sequenceBegan = -1;   // sequence number of the first RTSP request; -1 without one
 };
 
 inline constexpr int statusId = 7;
