@@ -1,8 +1,11 @@
 #include "appliance/encoder/device.h"
 
 #include "appliance/encoder/gst_source.h"
+#include "appliance/encoder/log.h"
 #include "appliance/encoder/sources.h"
 
+#include <arpa/inet.h>
+#include <array>
 #include <cstdio>
 #include <utility>
 
@@ -10,6 +13,10 @@ namespace {
 
 // Far from any input's number, so that a test sees which of the two it has.
 constexpr int quadMarkOffset = 128;
+
+constexpr std::size_t maxWarmInputs = 8;
+constexpr int guideVideoOffset = 10; // of ports, from the one of RTSP
+constexpr int guideAudioOffset = 20;
 
 bool isTest(const std::string& input) {
     return input == "test";
@@ -31,11 +38,60 @@ Device::Device(Options deviceOptions)
     quad.height = options.height;
     quad.source = std::make_unique<QuadSource>(std::move(inputs), options.width, options.height, options.fps,
                                                options.mark + quadMarkOffset);
+    for (std::size_t i = 0; i < channels_.size(); ++i) {
+        addCodecs(*channels_[i]);
+        addMulticasts(*channels_[i], i);
+    }
 }
 
 Device::~Device() {
     // The quad view reads the others.
-    channels_.front()->source.reset();
+    channels_.front().reset();
+}
+
+void Device::addCodecs(Channel& channel) const {
+    CodecSettings settings{options.codec, options.keyInterval, options.keyForNewcomer, options.bitrate};
+    if (options.offersRtsp()) {
+        channel.rtsp =
+            std::make_unique<CodecStream>(*channel.source, settings, channel.width, channel.height);
+        // A description waits for the first key picture; with many inputs the wait costs less than all
+        // encoders.
+        if (options.inputs.size() <= maxWarmInputs)
+            channel.rtsp->warmUp();
+    }
+    if (options.offers(Kind::Mpeg2) || options.offers(Kind::Sdp)) {
+        settings.codec = Codec::Mpeg2;
+        channel.mpeg2 =
+            std::make_unique<CodecStream>(*channel.source, settings, channel.width, channel.height);
+    }
+}
+
+void Device::addMulticasts(Channel& channel, std::size_t number) const {
+    if (options.offers(Kind::RtspMulticast))
+        channel.rtspMulticast =
+            std::make_unique<SharedMulticast>(*channel.rtsp, faults, options.address, placeOf(number, 0));
+    if (!options.offers(Kind::Sdp) || number == 0)
+        return;
+    channel.guide = std::make_unique<SharedMulticast>(*channel.mpeg2, faults, options.address,
+                                                      placeOf(number, guideVideoOffset));
+    // For good: nobody tells who listens.
+    if (!channel.guide->join())
+        logLine("there is no port for the multicast of input " + std::to_string(number));
+    if (!options.audio)
+        return;
+    channel.guideAudio = placeOf(number, guideAudioOffset);
+    channel.audioSender = std::make_unique<MpegAudioSender>(options.address, *channel.guideAudio);
+}
+
+// The first input has the group that was named, the others the ones after it, the quad view the last one.
+MulticastPlace Device::placeOf(std::size_t number, int portOffset) const {
+    in_addr group{};
+    inet_pton(AF_INET, options.multicastGroup.c_str(), &group);
+    const std::size_t step = number == 0 ? options.inputs.size() : number - 1;
+    group.s_addr = htonl(ntohl(group.s_addr) + static_cast<std::uint32_t>(step));
+    std::array<char, INET_ADDRSTRLEN> text{};
+    inet_ntop(AF_INET, &group, text.data(), text.size());
+    return {text.data(), static_cast<std::uint16_t>(options.multicastPort + portOffset)};
 }
 
 std::unique_ptr<Channel> Device::makeInput(std::size_t index) const {
@@ -65,6 +121,12 @@ std::string Device::mistakeIn(const Options& options) {
         if (std::string mistake = GstSource::mistakeIn(input); !mistake.empty())
             return "--input: " + mistake;
     }
+    if (options.offersRtsp() && !VideoEncoder::has(options.codec))
+        return "--codec: this machine cannot encode it";
+    if ((options.offers(Kind::Mpeg2) || options.offers(Kind::Sdp)) && !VideoEncoder::has(Codec::Mpeg2))
+        return "--kinds: this machine cannot encode MPEG-2";
+    if (options.offers(Kind::Sdp) && options.audio)
+        return MpegAudioSender::mistake();
     return {};
 }
 
@@ -76,8 +138,13 @@ Channel* Device::channel(int number) {
 
 void Device::stop() {
     stopping_ = true;
-    for (const auto& channel : channels_)
+    for (const auto& channel : channels_) {
         channel->source->stopReaders();
+        for (CodecStream* stream : {channel->rtsp.get(), channel->mpeg2.get()}) {
+            if (stream != nullptr)
+                stream->stopReaders();
+        }
+    }
 }
 
 void Device::announce(std::string_view line) {

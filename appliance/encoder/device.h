@@ -3,25 +3,37 @@
 #pragma once
 
 #include "appliance/encoder/auth.h"
+#include "appliance/encoder/codec_stream.h"
 #include "appliance/encoder/faults.h"
 #include "appliance/encoder/jpeg.h"
+#include "appliance/encoder/mpeg_audio.h"
+#include "appliance/encoder/multicast.h"
 #include "appliance/encoder/options.h"
 #include "appliance/encoder/parameters.h"
 #include "appliance/encoder/picture_source.h"
 #include "appliance/encoder/request_log.h"
+#include "appliance/encoder/tunnel.h"
 
 #include <atomic>
 #include <memory>
+#include <optional>
 #include <string>
 #include <string_view>
 #include <vector>
 
-// One camera, or the quad view: its pictures and what is made of them.
+// One camera, or the quad view: its pictures and what is made of them. What is not offered is null. Each
+// member reads those above it.
 struct Channel {
-    std::unique_ptr<PictureSource> source;
-    JpegMaker jpegs;
     int width;
     int height;
+    std::unique_ptr<PictureSource> source;
+    JpegMaker jpegs;
+    std::unique_ptr<CodecStream> rtsp;
+    std::unique_ptr<CodecStream> mpeg2;
+    std::unique_ptr<SharedMulticast> rtspMulticast;
+    std::unique_ptr<SharedMulticast> guide; // of the SDP guide; not for the quad view
+    std::optional<MulticastPlace> guideAudio;
+    std::unique_ptr<MpegAudioSender> audioSender;
 };
 
 class Device {
@@ -47,11 +59,15 @@ public:
     const Options options;
     FaultSwitch faults;
     RequestLog requests;
+    Tunnels tunnels;
     const Authenticator authenticator;
     const Parameters parameters;
 
 private:
     std::unique_ptr<Channel> makeInput(std::size_t index) const;
+    void addCodecs(Channel& channel) const;
+    void addMulticasts(Channel& channel, std::size_t number) const;
+    MulticastPlace placeOf(std::size_t number, int portOffset) const;
 
     std::vector<std::unique_ptr<Channel>>
         channels_; // [0] is the quad view: first to be made last and to go first

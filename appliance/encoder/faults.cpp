@@ -32,6 +32,13 @@ constexpr std::array<Row, faultCount> rows{{
     {Fault::Huge, "huge", false, 0, "answer with 100 MB where a short text was asked"},
     {Fault::EndlessHeaders, "endless-headers", false, 0, "answer with headers that never end"},
     {Fault::Delay, "delay", true, 100, "delay=MS: answer MS milliseconds late"},
+    {Fault::WrongCSeq, "wrong-cseq", false, 0, "RTSP: answer with another request's CSeq"},
+    {Fault::NoSession, "no-session", false, 0, "RTSP: answer SETUP without a Session"},
+    {Fault::Truncated, "truncated", true, 20, "truncated=N: RTSP: cut off after N bytes of an answer"},
+    {Fault::EarlyData, "early-data", false, 0, "RTSP: interleaved packets come before each answer"},
+    {Fault::CloseAfter, "close-after", true, 1, "close-after=N: RTSP: cut off after N answers"},
+    {Fault::NoRtp, "no-rtp", false, 0, "RTSP: PLAY is accepted and no RTP comes"},
+    {Fault::NoRtcp, "no-rtcp", false, 0, "RTSP: no RTCP comes"},
 }};
 
 constexpr bool rowsInOrder() {

@@ -27,11 +27,18 @@ enum class Fault {
     Huge,
     EndlessHeaders,
     Delay,
+    WrongCSeq,
+    NoSession,
+    Truncated,
+    EarlyData,
+    CloseAfter,
+    NoRtp,
+    NoRtcp,
 };
-constexpr std::size_t faultCount = static_cast<std::size_t>(Fault::Delay) + 1;
+constexpr std::size_t faultCount = static_cast<std::size_t>(Fault::NoRtcp) + 1;
 
 // Some faults take a number: frames for Stall, Freeze and Close, milliseconds a byte for Slow, milliseconds a
-// reply for Delay.
+// reply for Delay, bytes for Truncated, replies for CloseAfter.
 class FaultSet {
 public:
     bool has(Fault fault) const { return numbers_[index(fault)].has_value(); }

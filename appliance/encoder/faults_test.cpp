@@ -36,8 +36,9 @@ TEST(FaultSet, KeepsNothingOfAListWithAMistake) {
 
 TEST(FaultSet, TextIsReadBack) {
     FaultSet faults;
-    ASSERT_EQ(faults.add(
-                  "endless-headers huge garbage refuse 401 401-view stall=3 freeze=4 close=5 slow=6 delay=8"),
+    ASSERT_EQ(faults.add("endless-headers huge garbage refuse 401 401-view stall=3 freeze=4 close=5 slow=6 "
+                         "delay=8 wrong-cseq no-session "
+                         "truncated=9 early-data close-after=2 no-rtp no-rtcp"),
               "");
     FaultSet again;
     EXPECT_EQ(again.add(faults.text()), "");

@@ -20,9 +20,9 @@ void sendGarbage(Connection& connection) {
     connection.write({bytes}, in(pieceTime));
 }
 
-void sendHuge(const Device& device, Connection& connection) {
+void sendHuge(const Device& device, Connection& connection, const std::string& protocol) {
     const std::string head =
-        "HTTP/1.1 200 OK\r\nContent-Type: text/plain\r\nContent-Length: " + std::to_string(hugeBytes) +
+        protocol + " 200 OK\r\nContent-Type: text/plain\r\nContent-Length: " + std::to_string(hugeBytes) +
         "\r\n\r\n";
     if (!connection.write({head}, in(pieceTime)))
         return;
@@ -34,12 +34,12 @@ void sendHuge(const Device& device, Connection& connection) {
     }
 }
 
-void sendEndlessHeaders(const Device& device, Connection& connection) {
+void sendEndlessHeaders(const Device& device, Connection& connection, const std::string& protocol) {
     const Deadline end = in(longest);
     std::string piece;
     for (int i = 0; i < 100; ++i)
         piece += "X-Endless-" + std::to_string(i) + ": and one more\r\n";
-    bool ok = connection.write({"HTTP/1.1 200 OK\r\n"}, in(pieceTime));
+    bool ok = connection.write({protocol + " 200 OK\r\n"}, in(pieceTime));
     while (ok && !device.stopping() && in({}) < end)
         ok = connection.write({piece}, in(pieceTime));
 }
@@ -54,13 +54,13 @@ std::optional<Fault> answeringFault(const FaultSet& faults) {
     return std::nullopt;
 }
 
-void answerWithFault(Fault fault, Device& device, Connection& connection) {
+void answerWithFault(Fault fault, Device& device, Connection& connection, const std::string& protocol) {
     if (fault == Fault::Silent)
         connection.waitForPeerToLeave(in(longest));
     else if (fault == Fault::Garbage)
         sendGarbage(connection);
     else if (fault == Fault::Huge)
-        sendHuge(device, connection);
+        sendHuge(device, connection, protocol);
     else if (fault == Fault::EndlessHeaders)
-        sendEndlessHeaders(device, connection);
+        sendEndlessHeaders(device, connection, protocol);
 }

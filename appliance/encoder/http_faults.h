@@ -6,9 +6,11 @@
 #include "appliance/encoder/faults.h"
 
 #include <optional>
+#include <string>
 
 // The fault in force that answers instead of the encoder, if any.
 std::optional<Fault> answeringFault(const FaultSet& faults);
 
 // Does what the fault says until it is done, the client leaves, the device stops, or five minutes are over.
-void answerWithFault(Fault fault, Device& device, Connection& connection);
+// `protocol` is "HTTP/1.1" or "RTSP/1.0".
+void answerWithFault(Fault fault, Device& device, Connection& connection, const std::string& protocol);

@@ -2,6 +2,7 @@
 
 #include "appliance/encoder/http_faults.h"
 #include "appliance/encoder/log.h"
+#include "appliance/encoder/rtsp_http.h"
 #include "appliance/encoder/streams.h"
 
 #include <algorithm>
@@ -16,11 +17,6 @@ constexpr std::chrono::seconds replyTime(10); // for a client to take a reply
 constexpr std::size_t maxBodyBytes = 64 * 1024;
 constexpr std::string_view presetField = "gotoserverpresetname=";
 
-std::int64_t millisecondsSince1970() {
-    const auto time = std::chrono::system_clock::now().time_since_epoch();
-    return std::chrono::duration_cast<std::chrono::milliseconds>(time).count();
-}
-
 // A page to look at with a browser.
 std::string frontPage(const Options& options) {
     std::string page = "<!DOCTYPE html><title>video-encoder</title><body style=\"background:#222\">\n";
@@ -31,6 +27,11 @@ std::string frontPage(const Options& options) {
 }
 
 } // namespace
+
+std::int64_t millisecondsSince1970() {
+    const auto time = std::chrono::system_clock::now().time_since_epoch();
+    return std::chrono::duration_cast<std::chrono::milliseconds>(time).count();
+}
 
 const char* reasonOf(int status) {
     constexpr std::array<std::pair<int, const char*>, 16> reasons{{{200, "OK"},
@@ -98,6 +99,10 @@ bool HttpSession::readRequest() {
     const std::string_view wanted = request_.header("Connection").value_or("");
     goOn_ = request_.minorVersion >= 1 ? !equalIgnoringCase(wanted, "close")
                                        : equalIgnoringCase(wanted, "keep-alive");
+    if (request_.method == "POST" && isTunnelRequest(request_)) {
+        goOn_ = false; // its body has no end
+        return true;
+    }
     return readBody();
 }
 
@@ -228,7 +233,7 @@ bool HttpSession::misbehave(const FaultSet& faults) {
         return false;
     goOn_ = false;
     record(0);
-    answerWithFault(*fault, device_, connection_);
+    answerWithFault(*fault, device_, connection_, "HTTP/1.1");
     return true;
 }
 
@@ -239,8 +244,10 @@ bool HttpSession::authorised(const FaultSet& faults) {
         reply({404, "text/plain", "not found\n", {}});
         return false;
     }
-    Verdict verdict = device_.authenticator.judge(request_.header("Authorization").value_or(""),
-                                                  request_.method, request_.target);
+    Verdict verdict = Verdict::Accepted;
+    if (!isTunnelRequest(request_))
+        verdict = device_.authenticator.judge(request_.header("Authorization").value_or(""), request_.method,
+                                              request_.target);
     if (faults.has(Fault::Unauthorised) || (view && faults.has(Fault::ViewUnauthorised)))
         verdict = Verdict::Refused;
     if (verdict == Verdict::Accepted)

@@ -9,6 +9,7 @@
 #include <cstdint>
 #include <string>
 #include <string_view>
+#include <utility>
 
 enum class PortRole { Http, Https, Rtsp, Control };
 
@@ -30,6 +31,9 @@ public:
     Device& device() const { return device_; }
     Connection& connection() const { return connection_; }
     const Request& request() const { return request_; }
+    std::uint64_t number() const { return number_; }
+    // What the client has sent beyond the request's head.
+    std::string takePending() { return std::exchange(pending_, {}); }
     // Answers and records the request; the connection stays open where client and server want it.
     void reply(const Reply& reply);
     // Records the request as answered with `status`; the answer is the caller's, and the connection ends
@@ -60,5 +64,7 @@ private:
     bool goOn_ = true;
 };
 
-// The text of a status code.
+// The text of a status code, of HTTP or RTSP.
 const char* reasonOf(int status);
+
+std::int64_t millisecondsSince1970();

@@ -26,10 +26,6 @@ int main(int argc, char** argv) {
         std::fputs(commandLine.message.c_str(), commandLine.exitStatus == 0 ? stdout : stderr);
         return commandLine.exitStatus;
     }
-    if (const std::string mistake = Device::mistakeIn(*commandLine.options); !mistake.empty()) {
-        std::fprintf(stderr, "video-encoder: %s\n", mistake.c_str());
-        return 2;
-    }
 
     // Blocked before there is any other thread, so that only sigwait() sees them.
     sigset_t ends;
@@ -38,6 +34,10 @@ int main(int argc, char** argv) {
     sigaddset(&ends, SIGTERM);
     pthread_sigmask(SIG_BLOCK, &ends, nullptr);
 
+    if (const std::string mistake = Device::mistakeIn(*commandLine.options); !mistake.empty()) {
+        std::fprintf(stderr, "video-encoder: %s\n", mistake.c_str());
+        return 2;
+    }
     Device device(*commandLine.options);
     Server server(device);
     if (const std::string error = server.start(); !error.empty()) {

@@ -1,6 +1,7 @@
 #include "appliance/encoder/mjpeg_stream.h"
 
 #include "appliance/encoder/frame_gate.h"
+#include "appliance/encoder/streams.h"
 
 #include <algorithm>
 
@@ -34,11 +35,7 @@ bool readResolution(const std::string& text, JpegForm& form) {
 Wanted wantedBy(const HttpSession& session) {
     const std::string_view query = session.request().query();
     Wanted wanted;
-    std::string camera = queryField(query, "camera").value_or("1");
-    if (camera == "quad" || queryField(query, "quad") == "1")
-        camera = "0";
-    const auto number = wholeNumber(camera);
-    wanted.channel = number ? session.device().channel(*number) : nullptr;
+    wanted.channel = wantedChannel(session);
     if (wanted.channel == nullptr) {
         wanted.mistake = "there is no such camera\n";
         wanted.status = 404;

@@ -1,5 +1,6 @@
 #include "appliance/encoder/options.h"
 
+#include <arpa/inet.h>
 #include <array>
 #include <CLI/CLI.hpp>
 #include <utility>
@@ -26,6 +27,9 @@ struct Raw {
     std::vector<std::string> kinds;
     std::vector<std::string> faults;
     std::vector<std::string> https;
+    std::string codec = "mpeg4";
+    std::string sessionIds = "decimal";
+    bool noKeyForNewcomer = false;
 };
 
 std::string kindList() {
@@ -80,6 +84,13 @@ std::string readInputs(const Raw& raw, Options& options) {
 std::string checkTogether(const Options& options) {
     if (options.width % 2 != 0 || options.height % 2 != 0)
         return "--width and --height must be even";
+    in_addr group{};
+    if (inet_pton(AF_INET, options.multicastGroup.c_str(), &group) != 1 || !IN_MULTICAST(ntohl(group.s_addr)))
+        return "--multicast: '" + options.multicastGroup + "' is not a multicast address";
+    if (options.multicastPort % 2 != 0)
+        return "--multicast-port must be even";
+    if (options.track.empty() || options.track.find_first_of(" /?\r\n") != std::string::npos)
+        return "--track: a track's name has no blanks and no slashes";
     if (options.user.find(':') != std::string::npos)
         return "--user: a user name cannot have a colon in it";
     if (options.user.empty() && !options.password.empty())
@@ -137,6 +148,31 @@ void addPictureOptions(CLI::App& app, Options& options, Raw& raw) {
     app.add_flag("--audio", options.audio, "offer sound: a test tone");
 }
 
+void addCodecOptions(CLI::App& app, Options& options, Raw& raw) {
+    app.add_option("--codec", raw.codec, "of RTSP: mpeg4 (part 2) or h264")
+        ->check(CLI::IsMember(std::set<std::string>{"mpeg4", "h264"}))
+        ->capture_default_str();
+    app.add_option("--gop", options.keyInterval, "pictures from one key picture to the next")
+        ->check(CLI::Range(1, 250))
+        ->capture_default_str();
+    app.add_flag("--no-key-on-join", raw.noKeyForNewcomer,
+                 "a new client waits for the next regular key picture instead of getting one at once");
+    app.add_option("--bitrate", options.bitrate, "of the codecs, kilobits a second; 0 is an even quality")
+        ->check(CLI::Range(0, 50000))
+        ->capture_default_str();
+    app.add_option("--multicast", options.multicastGroup,
+                   "the first input's multicast group; the others follow it")
+        ->capture_default_str();
+    app.add_option("--multicast-port", options.multicastPort,
+                   "even; RTSP there, the SDP guide's video 10 and sound 20 up")
+        ->check(CLI::Range(1024, 65000))
+        ->capture_default_str();
+    app.add_option("--track", options.track, "the track's name in RTSP")->capture_default_str();
+    app.add_option("--session-ids", raw.sessionIds, "of RTSP: decimal or text")
+        ->check(CLI::IsMember(std::set<std::string>{"decimal", "text"}))
+        ->capture_default_str();
+}
+
 void addDeviceOptions(CLI::App& app, Options& options, Raw& raw) {
     app.add_option("--kinds", raw.kinds, "what is offered, of: " + kindList() + "; default mjpeg")
         ->delimiter(',')
@@ -170,6 +206,7 @@ CommandLine parseCommandLine(int argc, const char* const* argv) {
     CLI::Option* https = nullptr;
     addNetworkOptions(app, options, raw, https);
     addPictureOptions(app, options, raw);
+    addCodecOptions(app, options, raw);
     addDeviceOptions(app, options, raw);
     app.footer(footer());
     try {
@@ -180,6 +217,9 @@ CommandLine parseCommandLine(int argc, const char* const* argv) {
         return {std::nullopt, usageMistake, std::string("video-encoder: ") + mistake.what() + "\n"};
     }
 
+    options.codec = raw.codec == "h264" ? Codec::H264 : Codec::Mpeg4;
+    options.keyForNewcomer = !raw.noKeyForNewcomer;
+    options.decimalSessions = raw.sessionIds == "decimal";
     std::string mistake = readHttps(*https, raw.https, options);
     if (mistake.empty())
         mistake = readInputs(raw, options);

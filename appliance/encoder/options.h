@@ -1,6 +1,7 @@
 // The command line of `video-encoder`.
 #pragma once
 
+#include "appliance/encoder/access_unit.h"
 #include "appliance/encoder/faults.h"
 
 #include <cstdint>
@@ -32,6 +33,15 @@ struct Options {
     bool audio = false;
 
     std::set<Kind> kinds{Kind::Mjpeg};
+    Codec codec = Codec::Mpeg4; // of RTSP: Mpeg4 or H264
+    int keyInterval = 12;       // pictures from one key picture to the next, 1 to 250
+    bool keyForNewcomer = true; // a new client makes the next picture a key picture
+    int bitrate = 0;            // of the codecs, kilobits a second, to 50000; 0: an even quality
+    std::string multicastGroup = "239.255.77.1"; // the first input's; the others follow
+    std::uint16_t multicastPort = 5000;          // even, to 65000
+    std::string track = "trackID=1";             // the track's name in RTSP
+    bool decimalSessions = true;                 // RTSP session ids are decimal numbers
+
     int apiVersion = 2; // 1 to 9
     std::string model = "Network Video Encoder";
     int rotation = 0; // 0, 90, 180 or 270; only told, never done

@@ -91,7 +91,22 @@ TEST(Options, EveryOptionIsTaken) {
                                     "--certificate",
                                     "c",
                                     "--key",
-                                    "k"});
+                                    "k",
+                                    "--codec",
+                                    "h264",
+                                    "--gop",
+                                    "5",
+                                    "--no-key-on-join",
+                                    "--bitrate",
+                                    "900",
+                                    "--multicast",
+                                    "239.1.2.3",
+                                    "--multicast-port",
+                                    "6000",
+                                    "--track",
+                                    "stream=0",
+                                    "--session-ids",
+                                    "text"});
     ASSERT_TRUE(line.options.has_value()) << line.message;
     const Options& options = *line.options;
     EXPECT_EQ(options.httpPort, 8001);
@@ -117,6 +132,14 @@ TEST(Options, EveryOptionIsTaken) {
     EXPECT_TRUE(options.audio);
     EXPECT_EQ(options.maxConnections, 5);
     EXPECT_EQ(options.verbosity, 2);
+    EXPECT_EQ(options.codec, Codec::H264);
+    EXPECT_EQ(options.keyInterval, 5);
+    EXPECT_FALSE(options.keyForNewcomer);
+    EXPECT_EQ(options.bitrate, 900);
+    EXPECT_EQ(options.multicastGroup, "239.1.2.3");
+    EXPECT_EQ(options.multicastPort, 6000);
+    EXPECT_EQ(options.track, "stream=0");
+    EXPECT_FALSE(options.decimalSessions);
 }
 
 TEST(Options, HttpsTakesAnyFreePortWhenNoneIsNamed) {
@@ -161,5 +184,12 @@ TEST(Options, MistakesAreNamedAndExitTwo) {
     expectMistake({"--password", "p"}, "--password needs --user");
     expectMistake({"--digest"}, "--digest needs --user");
     expectMistake({"--certificate", "x"}, "go together");
+    expectMistake({"--codec", "vp8"}, "--codec");
+    expectMistake({"--gop", "0"}, "--gop");
+    expectMistake({"--multicast", "127.0.0.1"}, "is not a multicast address");
+    expectMistake({"--multicast", "x"}, "is not a multicast address");
+    expectMistake({"--multicast-port", "5001"}, "even");
+    expectMistake({"--track", "a/b"}, "--track");
+    expectMistake({"--session-ids", "roman"}, "--session-ids");
     expectMistake({"--max-connections", "0"}, "--max-connections");
 }

@@ -1,6 +1,7 @@
 #include "appliance/encoder/server.h"
 
 #include "appliance/encoder/log.h"
+#include "appliance/encoder/rtsp_session.h"
 
 #include <arpa/inet.h>
 #include <cerrno>
@@ -202,7 +203,9 @@ void Server::admit(const Door& door) {
 void Server::serve(const std::shared_ptr<Connection>& connection, std::uint64_t number, PortRole role) {
     if (device_.options.verbosity > 1)
         logLine("connection " + std::to_string(number) + " from " + connection->peerAddress());
-    if (connection->handshake(in(handshakeTime)))
+    if (role == PortRole::Rtsp)
+        RtspSession(device_, *connection, number, nullptr).run();
+    else if (connection->handshake(in(handshakeTime)))
         HttpSession(device_, *connection, number, role).run();
     const std::lock_guard lock(mutex_);
     connections_.erase(connection);

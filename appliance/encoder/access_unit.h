@@ -1,0 +1,31 @@
+// Encoded video in pieces of one picture each, and what can be read off their bytes.
+#pragma once
+
+#include <cstdint>
+#include <memory>
+#include <string>
+#include <string_view>
+#include <vector>
+
+enum class Codec { Mpeg4, H264, Mpeg2 };
+
+struct AccessUnit {
+    std::string bytes;        // with start codes; a key picture begins with the stream's headers
+    bool key = false;         // can be decoded without any other
+    std::int64_t time = 0;    // when the picture was taken: the steady clock, in nanoseconds
+    std::uint64_t number = 0; // counts up from 1 in each stream
+};
+
+using AccessUnitPtr = std::shared_ptr<const AccessUnit>;
+
+// The pieces between start codes, without the codes and without the zeros that fill up the end of a piece.
+std::vector<std::string_view> piecesOf(std::string_view bytes);
+
+// Whether a picture of that codec can be decoded alone.
+bool isKey(Codec codec, std::string_view bytes);
+
+// What a decoder must know before the first picture, as the session description carries it; "" when `key` has
+// it not.
+std::string mpeg4Config(std::string_view key);       // hexadecimal
+std::string h264ParameterSets(std::string_view key); // base64, separated by a comma
+std::string h264ProfileLevel(std::string_view key);  // hexadecimal, six digits
