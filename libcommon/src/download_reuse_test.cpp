@@ -97,6 +97,9 @@ TEST_F(DownloadReuse, ManyRequestsKeepNoMoreDescriptors) {
 }
 
 TEST_F(DownloadReuse, AChildBeginsWithConnectionsOfItsOwnAndLeavesItsParentsAlone) {
+#ifdef __SANITIZE_THREAD__
+    GTEST_SKIP() << "ThreadSanitizer can't start a thread in a child of fork";
+#endif
     const Server server(friendly);
     EXPECT_EQ(get(server).body, "hello");
     const pid_t child = fork();

@@ -3,6 +3,7 @@
 #include <libcommon/interrupt.h>
 
 #include <algorithm>
+#include <atomic>
 #include <cstdlib>
 #include <ctime>
 #include <fcntl.h>
@@ -45,11 +46,12 @@ const ApplianceRoot applianceRoot;
 // Where in the log the current test began.
 std::size_t logStart = 0;
 
-// How often each signal's handler ran. Written by the handler.
-std::array<volatile std::sig_atomic_t, 65> handled = {};
+// How often each signal's handler ran. Written by the handler, read by any thread.
+std::array<std::atomic<int>, 65> handled = {};
+static_assert(std::atomic<int>::is_always_lock_free);
 
 void countSignal(int signal) {
-    handled.at(static_cast<std::size_t>(signal)) = handled.at(static_cast<std::size_t>(signal)) + 1;
+    ++handled.at(static_cast<std::size_t>(signal));
 }
 
 std::string contentOf(const std::filesystem::path& path) {

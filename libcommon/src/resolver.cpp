@@ -143,6 +143,8 @@ Resolution resolve(const std::string& host, unsigned short port, NetworkOperatio
     AddressList list{nullptr, &freeaddrinfo};
     if (addressesOf(host, AI_NUMERICHOST, list) == 0)
         return success(list.get(), port, true);
+    if (host.find(':') != std::string::npos) // of an interface that this machine does not have
+        return failure(EHOSTUNREACH, "no such IPv6 zone");
     return resolveName(host, port, operation);
 }
 

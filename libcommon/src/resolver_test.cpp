@@ -180,6 +180,12 @@ TEST_F(Resolver, TextThatIsNoHostNeverReachesTheNameServer) {
     EXPECT_EQ(lookups, 0);
 }
 
+TEST_F(Resolver, AnUnknownIPv6ZoneIsNoNameToLookUp) {
+    NetworkOperation operation(gettimeusec() + second);
+    EXPECT_EQ(resolve("fe80::1%nosuchif0", 80, operation).error, EHOSTUNREACH);
+    EXPECT_EQ(lookups, 0);
+}
+
 TEST_F(Resolver, ConnectTriesEveryAddressOfAName) {
     const int listener = socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC, 0);
     sockaddr_in address = {};

@@ -40,8 +40,9 @@ inline constexpr int hostBufferSize = 1024;  // bytes of a host out buffer
 inline constexpr int errorBufferSize = 1024; // bytes of an error text buffer
 
 // Fetches `path` from the encoder at `address` (HOST[:PORT]): plain HTTP, after a 401 with credentials (Basic, or
-// Digest where it is asked for), then HTTPS when no HTTP answer came. On success *mode, *port and host (a buffer
-// of hostBufferSize) tell how; each may be null. The path is sent as it stands, unescaped.
+// Digest where it is asked for), then HTTPS when no HTTP answer came, or only a 400 from the port that the address
+// names. On success *mode, *port and host (a buffer of hostBufferSize) tell how; each may be null, and a failure
+// leaves them alone. The path is sent as it stands, unescaped; one with a control character is refused.
 int download(const std::string& address, const std::string& user, const std::string& password,
              const std::string& path, char* buffer, int size, int timeout, ConnectMode* mode,
              unsigned short* port, char* host);
@@ -58,7 +59,8 @@ int downloadHTTPS(const std::string& host, unsigned short port, const std::strin
 
 // Connects over TCP, trying every address of the host within `timeout` seconds. The descriptor carries the
 // timeout as its receive and send timeout, which parseResponseHeader and writeFD take as the limit of a whole
-// call. `blocking` false: the descriptor is non-blocking. -1 with errno on failure.
+// call. `blocking` false: the descriptor is non-blocking. -1 with errno on failure (EHOSTUNREACH also for a name
+// that does not exist, ETIMEDOUT, EINTR).
 int connectTCP(const std::string& host, unsigned short port, bool blocking, int timeout);
 
 // A UDP socket bound to the local `port` on all interfaces. `fromHostOnly`: it receives only what comes from
@@ -73,7 +75,8 @@ struct ResponseHeader {
 };
 
 // Reads one response header from `fd` and not a byte more, so that a body can follow. Interleaved RTP packets
-// before it are skipped. At most 16 KiB. 0, or -1 with errno (EPROTO malformed, ETIMEDOUT, EMSGSIZE, EINTR).
+// before it are skipped. At most 16 KiB. 0, or -1 with errno (EPROTO malformed or closed early,
+// ETIMEDOUT, EMSGSIZE, EINTR).
 int parseResponseHeader(int fd, ResponseHeader& header);
 
 // Writes all bytes: 1; anything else is a failure with errno.
