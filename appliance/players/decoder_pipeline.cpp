@@ -4,12 +4,15 @@
 
 #include <gst/app/gstappsink.h>
 #include <gst/app/gstappsrc.h>
+#include <utility>
 
 namespace player {
 namespace {
 
-constexpr unsigned queuedPictures = 2;
-constexpr unsigned queuedBytes = 1024 * 1024;
+constexpr guint64 queuedPictures = 2;
+constexpr guint64 queuedPackets = 4096;
+constexpr guint64 queuedBytes = 1024 * 1024;
+constexpr int dropOldest = 2; // GstAppLeakyType, which older versions don't name
 
 GstFlowReturn onPicture(GstAppSink* appSink, void* sink) {
     GstSample* sample = gst_app_sink_pull_sample(appSink);
@@ -35,7 +38,36 @@ GstBusSyncReply onMessage(GstBus* /*bus*/, GstMessage* message, void* sink) {
     return GST_BUS_DROP;
 }
 
+GstPadProbeReturn untilKeyPicture(GstPad* /*pad*/, GstPadProbeInfo* info, void* /*nothing*/) {
+    const bool key = !GST_BUFFER_FLAG_IS_SET(GST_PAD_PROBE_INFO_BUFFER(info), GST_BUFFER_FLAG_DELTA_UNIT);
+    return key ? GST_PAD_PROBE_REMOVE : GST_PAD_PROBE_DROP;
+}
+
+void awaitKeyPicture(GstElement* pipeline) {
+    GstElement* decoder = gst_bin_get_by_name(GST_BIN(pipeline), "decoder");
+    if (decoder == nullptr)
+        return;
+    GstPad* pad = gst_element_get_static_pad(decoder, "sink");
+    gst_pad_add_probe(pad, GST_PAD_PROBE_TYPE_BUFFER, &untilKeyPicture, nullptr, nullptr);
+    gst_object_unref(pad);
+    gst_object_unref(decoder);
+}
+
 } // namespace
+
+void configureFeed(GstElement* source, Feed feed) {
+    switch (feed) {
+    case Feed::pictures:
+    case Feed::packets:
+        g_object_set(source, "max-buffers", feed == Feed::pictures ? queuedPictures : queuedPackets,
+                     "max-bytes", guint64{0}, "leaky-type", dropOldest, "format", GST_FORMAT_TIME,
+                     "do-timestamp", TRUE, nullptr);
+        break;
+    case Feed::bytes:
+        g_object_set(source, "max-bytes", queuedBytes, "block", TRUE, nullptr);
+        break;
+    }
+}
 
 const char* const pictureSink =
     "appsink name=pictures sync=false max-buffers=1 drop=true enable-last-sample=false";
@@ -62,8 +94,8 @@ GstElement* makePipeline(const std::string& description) {
     return pipeline;
 }
 
-DecoderPipeline::DecoderPipeline(const std::string& description, const std::string& caps, bool wholePictures)
-    : description_(description), caps_(caps), wholePictures_(wholePictures) {}
+DecoderPipeline::DecoderPipeline(std::string description, std::string caps, Feed feed)
+    : description_(std::move(description)), caps_(std::move(caps)), feed_(feed) {}
 
 bool DecoderPipeline::start(const StreamSink& sink) {
     pipeline_ = makePipeline("appsrc name=source is-live=true ! " + description_ + " ! " + pictureSink);
@@ -73,11 +105,8 @@ bool DecoderPipeline::start(const StreamSink& sink) {
     GstCaps* caps = gst_caps_from_string(caps_.c_str());
     g_object_set(source_, "caps", caps, nullptr);
     gst_caps_unref(caps);
-    if (wholePictures_)
-        g_object_set(source_, "max-buffers", guint64{queuedPictures}, "max-bytes", guint64{0}, "leaky-type",
-                     2, "format", GST_FORMAT_TIME, "do-timestamp", TRUE, nullptr);
-    else
-        g_object_set(source_, "max-bytes", guint64{queuedBytes}, "block", TRUE, nullptr);
+    configureFeed(source_, feed_);
+    awaitKeyPicture(pipeline_);
     deliver(pipeline_, sink);
     if (gst_element_set_state(pipeline_, GST_STATE_PLAYING) != GST_STATE_CHANGE_FAILURE)
         return true;

@@ -1,4 +1,4 @@
-// A GStreamer pipeline that is fed with bytes and gives decoded pictures.
+// A GStreamer pipeline that is fed with a stream and gives decoded pictures.
 #pragma once
 
 #include "appliance/players/player.h"
@@ -8,12 +8,19 @@
 
 namespace player {
 
+// What feed() hands in, and what becomes of it when decoding is late.
+enum class Feed {
+    pictures, // each is one whole picture; the oldest that waits is dropped
+    packets,  // each is one packet; the oldest that waits is dropped
+    bytes,    // a piece of a stream; feed() waits
+};
+
 class DecoderPipeline {
 public:
-    // `description` is what stands between source and sink, as for gst-launch: "jpegdec"; `caps` what the
-    // bytes are. `wholePictures`: each feed() is one picture, and pictures are dropped rather than queued
-    // when decoding is late; else feed() waits instead.
-    DecoderPipeline(const std::string& description, const std::string& caps, bool wholePictures);
+    // `description` is what stands between source and sink, as for gst-launch: "jpegdec"; `caps` what is fed.
+    // An element named "decoder" gets nothing before the stream's first key picture: what comes before can't
+    // be decoded well.
+    DecoderPipeline(std::string description, std::string caps, Feed feed);
     // Not destroyed: the process ends first.
 
     // Starts it. False with a log line when an element is missing. `sink` must stay.
@@ -25,10 +32,13 @@ public:
 private:
     const std::string description_;
     const std::string caps_;
-    const bool wholePictures_;
+    const Feed feed_;
     GstElement* pipeline_ = nullptr;
     GstElement* source_ = nullptr;
 };
+
+// Makes an appsrc take what that kind of feed is, stamped with the time of its arrival.
+void configureFeed(GstElement* source, Feed feed);
 
 // The appsink that players end in: one picture is kept at most, and none waits for a clock.
 extern const char* const pictureSink;

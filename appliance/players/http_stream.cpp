@@ -1,7 +1,8 @@
 #include "appliance/players/http_stream.h"
 
+#include "appliance/players/byte_stream.h"
+
 #include <libcommon/log.h>
-#include <libcommon/params.h>
 
 #include <array>
 #include <curl/curl.h>
@@ -27,7 +28,6 @@ private:
             unset_ = true;
     }
     void configure();
-    void verify();
     std::string url() const;
     long status() const;
     std::string outcome(CURLcode code);
@@ -79,16 +79,6 @@ void Transfer::configure() {
     set(CURLOPT_NOPROGRESS, 0L);
 }
 
-void Transfer::verify() {
-    const ParamWrapper parameters(0, false);
-    const bool verified = parameters["Network.TLS.Verify"] != "no";
-    set(CURLOPT_SSL_VERIFYPEER, verified ? 1L : 0L);
-    set(CURLOPT_SSL_VERIFYHOST, verified ? 2L : 0L);
-    const std::string authorities = parameters["Network.TLS.CAFile"].toString();
-    if (verified && !authorities.empty())
-        set(CURLOPT_CAINFO, authorities.c_str());
-}
-
 long Transfer::status() const {
     long status = 0;
     curl_easy_getinfo(curl_.get(), CURLINFO_RESPONSE_CODE, &status);
@@ -137,8 +127,8 @@ std::string Transfer::run() {
     if (curl_ == nullptr)
         return "libcurl can't be used";
     configure();
-    if (source_.https)
-        verify();
+    if (source_.https && !configureTls(curl_.get()))
+        unset_ = true;
     if (unset_)
         return "the request can't be made";
     const CURLcode code = curl_easy_perform(curl_.get());

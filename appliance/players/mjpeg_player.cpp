@@ -44,7 +44,7 @@ bool startMjpeg(const PlayerOptions& options, const StreamSink& sink, PartFromEn
     startHttp();
     // max-errors: a picture that can't be decoded is no reason to end; many of them are a picture that stands
     // still.
-    auto* decoder = new DecoderPipeline("jpegdec max-errors=-1", "image/jpeg,framerate=25/1", true);
+    auto* decoder = new DecoderPipeline("jpegdec max-errors=-1", "image/jpeg,framerate=25/1", Feed::pictures);
     if (!decoder->start(sink))
         return false;
     std::thread([&options, &sink, decoder] { receivePictures(options, sink, *decoder); }).detach();

@@ -1,0 +1,58 @@
+// unicastplayer: MPEG-2 over HTTP, as an elementary, program or transport stream.
+#include "appliance/players/decoder_pipeline.h"
+#include "appliance/players/gst_start.h"
+#include "appliance/players/http_stream.h"
+#include "appliance/players/mpeg2_container.h"
+#include "appliance/players/player.h"
+#include "appliance/players/stream_request.h"
+
+#include <memory>
+#include <string>
+#include <thread>
+
+namespace player {
+namespace {
+
+// Looks at the stream's beginning, then decodes what it is.
+class Mpeg2Decoding {
+public:
+    explicit Mpeg2Decoding(const StreamSink& sink) : sink_(sink) {}
+
+    bool take(const char* bytes, std::size_t count) {
+        if (decoder_ != nullptr)
+            return decoder_->feed(bytes, count);
+        begin_.append(bytes, count);
+        if (begin_.size() < containerBytes)
+            return true;
+        const Mpeg2Chain chain = chainOf(containerOf(begin_));
+        decoder_ = std::make_unique<DecoderPipeline>(chain.elements, chain.caps, Feed::bytes);
+        return decoder_->start(sink_) && decoder_->feed(begin_.data(), begin_.size());
+    }
+
+private:
+    const StreamSink& sink_;
+    std::string begin_;
+    std::unique_ptr<DecoderPipeline> decoder_;
+};
+
+bool startUnicast(const PlayerOptions& options, const StreamSink& sink, PartFromEncoder& /*part*/) {
+    if (!startGStreamer({"app"}) || !loadMpeg2Plugins())
+        return false;
+    startHttp();
+    std::thread([&options, &sink] {
+        auto& decoding = *new Mpeg2Decoding(sink); // its pipeline runs until the process ends
+        const HttpTaker taker{
+            [](const std::string& /*contentType*/) { return true; },
+            [&](const char* bytes, std::size_t count) { return decoding.take(bytes, count); }};
+        sink.ended(receiveHttp(
+            requestOf(options, requestTarget("/vexo-cgi/mpeg2/video.cgi", options.streamOptions)), taker));
+    }).detach();
+    return true;
+}
+
+} // namespace
+} // namespace player
+
+int main(int argc, char** argv) {
+    return player::runPlayer(player::Kind::unicast, argc, argv, player::startUnicast);
+}
