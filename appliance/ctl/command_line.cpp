@@ -45,6 +45,9 @@ private:
         CLI::App* source =
             add(Command::Source, "source", "Everything known about one source, as Key=value lines");
         source->add_option("N", request.source, sourceHelp)->required();
+        CLI::App* explain = add(Command::Explain, "explain",
+                                "Why a source is played as it is: the steps of its last detection");
+        explain->add_option("N", request.source, sourceHelp)->required();
         CLI::App* snapshot =
             add(Command::Snapshot, "snapshot", "Save what the monitor shows now as a PNG picture");
         snapshot->add_option("FILE", request.file, "The file to write; \"-\" is standard output")->required();

@@ -9,6 +9,7 @@ enum class Command {
     Status,
     Sources,
     Source,
+    Explain,
     Get,
     Set,
     Select,
@@ -27,7 +28,7 @@ struct Request {
     Command command = Command::Status;
     bool json = false;
     std::string root;   // --root, "" when it was not given
-    std::string source; // source, select, alarm: as typed
+    std::string source; // source, explain, select, alarm: as typed
     std::string name;   // get, set
     std::string value;  // set; "-" stands for a line of standard input
     std::string text;   // alarm

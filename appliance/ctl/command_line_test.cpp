@@ -31,6 +31,7 @@ TEST(CommandLine, EveryCommandIsKnown) {
         {{"status"}, Command::Status},
         {{"sources"}, Command::Sources},
         {{"source", "0"}, Command::Source},
+        {{"explain", "0"}, Command::Explain},
         {{"get", "Decoder.Connected"}, Command::Get},
         {{"set", "Decoder.Connected", "no"}, Command::Set},
         {{"select", "1"}, Command::Select},

@@ -2,11 +2,14 @@
 #include "appliance/ctl/actions.h"
 #include "appliance/ctl/command_line.h"
 #include "appliance/ctl/decoder_status.h"
+#include "appliance/ctl/explanation.h"
 #include "appliance/ctl/refused.h"
 #include "appliance/ctl/snapshot.h"
 #include "appliance/ctl/source_names.h"
 #include "appliance/ctl/source_report.h"
 #include "appliance/ctl/watch.h"
+
+#include <libcommon/status.h>
 
 #include <cstdlib>
 #include <exception>
@@ -53,6 +56,16 @@ void showSource(const Request& request) {
     show(request, sourceText(source), sourceJson(source));
 }
 
+void explainSource(const Request& request) {
+    const SourceReport source = meantSource(request);
+    const std::vector<TraceLine> trace = readTrace(status(source.index, "DetectionTrace"));
+    if (trace.empty()) {
+        throw Refused("source " + std::to_string(source.index) + " \"" + source.name +
+                      "\" was not detected here: not yet, or another source of the same encoder input was");
+    }
+    show(request, explanationText(trace), explanationJson(trace));
+}
+
 void showParameter(const Request& request) {
     const std::string value = getParameter(request.name);
     show(request, value + '\n', {{"name", request.name}, {"value", value}});
@@ -85,6 +98,8 @@ void run(const Request& request) {
         return showSources(request);
     case Command::Source:
         return showSource(request);
+    case Command::Explain:
+        return explainSource(request);
     case Command::Get:
         return showParameter(request);
     case Command::Set:

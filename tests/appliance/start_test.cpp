@@ -33,6 +33,17 @@ TEST(Start, FirstSourceIsDetectedAndItsPictureMoves) {
     }
 }
 
+TEST(Start, DetectionIsExplained) {
+    Appliance decoder;
+    decoder.addEncoder("Front door");
+    decoder.start();
+    ASSERT_TRUE(decoder.showsMoving(0));
+    const Finished explained = decoder.ctl({"explain", "0"});
+    EXPECT_EQ(explained.status, 0) << explained.errors;
+    EXPECT_NE(explained.output.find("GET /vexo-cgi/mjpg/video.cgi"), std::string::npos) << explained.output;
+    EXPECT_NE(explained.output.find("accepted"), std::string::npos) << explained.output;
+}
+
 TEST(Start, SequenceShowsEachSourceInTurn) {
     Appliance decoder;
     decoder.addEncoder("Front door", {}, {{"DisplayTime", "1"}});
