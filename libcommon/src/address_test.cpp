@@ -106,6 +106,14 @@ TEST_F(Address, BadIPv6) {
         EXPECT_EQ(split(address), unreadable) << address;
 }
 
+TEST_F(Address, AZoneIsNoLongerThanAnInterfaceName) {
+    const std::string longest(15, 'e');
+    EXPECT_EQ(split("fe80::1%" + longest), (Split{0, "fe80::1%" + longest, 554}));
+    EXPECT_EQ(split("fe80::1%" + longest + "e"), unreadable);
+    EXPECT_EQ(split("::%" + std::string(300, '.')), unreadable);
+    EXPECT_EQ(split("[::%" + std::string(300, '.') + "]:80"), unreadable);
+}
+
 TEST_F(Address, ALongHostIsTakenToTheLimit) {
     EXPECT_EQ(split(std::string(255, 'a') + ":80"), (Split{0, std::string(255, 'a'), 80}));
 }

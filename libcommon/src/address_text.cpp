@@ -2,12 +2,14 @@
 
 #include <algorithm>
 #include <arpa/inet.h>
+#include <net/if.h>
 
 namespace network {
 
 namespace {
 
 constexpr std::size_t maximumHostLength = 255;
+constexpr std::size_t maximumZoneLength = IF_NAMESIZE - 1; // a zone is an interface's name or number
 
 // ASCII only and independent of the locale.
 bool isNameCharacter(char c) {
@@ -48,7 +50,8 @@ bool isIPv6Text(std::string_view text) {
     const std::string_view zone = percent == std::string_view::npos ? "0" : text.substr(percent + 1);
     in6_addr parsed;
     return address.find('\0') == std::string::npos && inet_pton(AF_INET6, address.c_str(), &parsed) == 1 &&
-           !zone.empty() && std::all_of(zone.begin(), zone.end(), isNameCharacter);
+           !zone.empty() && zone.size() <= maximumZoneLength &&
+           std::all_of(zone.begin(), zone.end(), isNameCharacter);
 }
 
 bool isHostText(std::string_view host) {

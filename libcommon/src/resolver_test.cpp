@@ -9,10 +9,12 @@
 #include <arpa/inet.h>
 #include <atomic>
 #include <cerrno>
+#include <chrono>
+#include <condition_variable>
 #include <dlfcn.h>
+#include <mutex>
 #include <netdb.h>
 #include <netinet/in.h>
-#include <semaphore>
 #include <unistd.h>
 #include <vector>
 
@@ -25,8 +27,40 @@ namespace {
 // What the name server of these tests does; see getaddrinfo below.
 std::atomic<int> lookups = 0; // of names; addresses don't count
 std::atomic<bool> lookupSawSignals = false;
-std::counting_semaphore<64> slowStarted(0);
-std::counting_semaphore<64> slowReleased(0);
+
+// Look-ups of "slow.test": they hang until the test that made them ends.
+class SlowLookups {
+public:
+    void hang() {
+        std::unique_lock guard(lock_);
+        ++started_;
+        ++hanging_;
+        changed_.notify_all();
+        changed_.wait(guard, [this] { return released_; });
+        --hanging_;
+        changed_.notify_all();
+    }
+    void waitForStarted(int count) {
+        std::unique_lock guard(lock_);
+        EXPECT_TRUE(changed_.wait_for(guard, std::chrono::seconds(10), [&] { return started_ >= count; }));
+    }
+    void release() {
+        std::unique_lock guard(lock_);
+        released_ = true;
+        changed_.notify_all();
+        changed_.wait(guard, [this] { return hanging_ == 0; });
+        released_ = false;
+        started_ = 0;
+    }
+
+private:
+    std::mutex lock_;
+    std::condition_variable changed_;
+    int started_ = 0;
+    int hanging_ = 0;
+    bool released_ = false;
+};
+SlowLookups& slowLookups = *new SlowLookups; // never destroyed: its threads are detached
 
 constexpr std::int64_t second = 1'000'000;
 
@@ -56,8 +90,7 @@ extern "C" int getaddrinfo(const char* host, const char* service, const addrinfo
         lookupSawSignals = true;
     const std::string name = host;
     if (name == "slow.test") {
-        slowStarted.release();
-        slowReleased.acquire();
+        slowLookups.hang();
         return original("127.0.0.1", service, hints, result);
     }
     if (name == "two.test") {
@@ -81,14 +114,7 @@ protected:
         lookups = 0;
         lookupSawSignals = false;
     }
-    ~Resolver() override {
-        for (; slowOnes_ > 0; --slowOnes_)
-            slowReleased.release();
-    }
-    void expectSlowLookups(int count) { slowOnes_ = count; }
-
-private:
-    int slowOnes_ = 0;
+    ~Resolver() override { slowLookups.release(); }
 };
 
 std::vector<std::string> texts(const network::Resolution& resolution) {
@@ -127,19 +153,18 @@ TEST_F(Resolver, AnUnknownNameIsAnError) {
 }
 
 TEST_F(Resolver, ASlowNameServerCostsTheTimeout) {
-    expectSlowLookups(1);
     const Stopwatch time;
     NetworkOperation operation(gettimeusec() + 50'000);
     const auto found = resolve("slow.test", 80, operation);
     EXPECT_TRUE(found.endpoints.empty());
     EXPECT_EQ(found.error, ETIMEDOUT);
     EXPECT_GE(time.milliseconds(), 49);
+    slowLookups.waitForStarted(1);
 }
 
 TEST_F(Resolver, AnInterruptionEndsALookupAtOnce) {
     const HandlerCount interruptions(SIGUSR1);
-    expectSlowLookups(5);
-    const double time = medianInterruption([](int) { slowStarted.acquire(); },
+    const double time = medianInterruption([](int round) { slowLookups.waitForStarted(round + 1); },
                                            [](int) {
                                                NetworkOperation operation(gettimeusec() + 10 * second);
                                                EXPECT_EQ(resolve("slow.test", 80, operation).error, EINTR);
@@ -164,13 +189,13 @@ TEST_F(Resolver, ALookupRunsWithEverySignalBlocked) {
 
 TEST_F(Resolver, ADeadNameServerDoesNotPileUpThreads) {
     constexpr int limit = 16;
-    expectSlowLookups(limit);
     for (int i = 0; i < limit; ++i) {
         NetworkOperation operation(gettimeusec() + 1000);
         EXPECT_EQ(resolve("slow.test", 80, operation).error, ETIMEDOUT);
     }
     NetworkOperation operation(gettimeusec() + second);
     EXPECT_EQ(resolve("slow.test", 80, operation).error, EAGAIN);
+    slowLookups.waitForStarted(limit);
 }
 
 TEST_F(Resolver, TextThatIsNoHostNeverReachesTheNameServer) {
