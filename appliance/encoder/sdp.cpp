@@ -13,7 +13,7 @@ std::string formatLines(Codec codec, const std::string& key) {
     case Codec::Mpeg4: {
         const std::string config = mpeg4Config(key);
         // The profile and level stand right after the first start code.
-        const bool known = config.starts_with("000001B0") && config.size() > 10;
+        const bool known = config.starts_with("000001B0") && config.size() >= 10;
         const int level = known ? std::stoi(config.substr(8, 2), nullptr, 16) : 1;
         return "a=rtpmap:96 MP4V-ES/90000\r\na=fmtp:96 profile-level-id=" + std::to_string(level) +
                ";config=" + config + "\r\n";
