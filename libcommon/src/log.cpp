@@ -1,6 +1,7 @@
 #include <libcommon/log.h>
 
 #include "libcommon/src/fork_safe_mutex.h"
+#include "libcommon/src/made_once.h"
 #include "libcommon/src/signals_held.h"
 #include "libcommon/src/utf8.h"
 
@@ -25,11 +26,13 @@ constexpr std::size_t maximumLine = 8192;
 
 enum class Destination { systemLog, standardError, file };
 
-// Where lines go. Read from the environment at the first line; nothing here is ever destroyed.
 struct Target {
     Destination destination = Destination::systemLog;
     std::string path; // absolute
 };
+
+// Where lines go. Read from the environment at the first line, by any thread.
+constinit local::MadeOnce<Target> chosenTarget;
 
 // Guards the descriptor of the log file below and what syslog() keeps locked itself; its users hold back
 // signals.
@@ -41,7 +44,7 @@ dev_t logFileDevice = 0;
 ino_t logFileInode = 0;
 
 const Target& target() {
-    static const Target& chosen = *[] {
+    return chosenTarget.get([] {
         auto* result = new Target;
         const char* value = std::getenv("LIBCOMMON_LOG");
         if (value == nullptr || *value == '\0')
@@ -57,8 +60,7 @@ const Target& target() {
             result->path = std::string(here) + "/" + value;
         std::free(here);
         return result;
-    }();
-    return chosen;
+    });
 }
 
 // "2026-11-21T07:58:01.123456Z skelmor[4711] 6 ". Computed by hand: the C library's conversions take a lock

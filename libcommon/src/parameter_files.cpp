@@ -2,6 +2,7 @@
 
 #include "libcommon/src/files.h"
 #include "libcommon/src/fork_safe_mutex.h"
+#include "libcommon/src/made_once.h"
 
 #include <libcommon/log.h>
 #include <libcommon/paths.h>
@@ -18,8 +19,7 @@ namespace local {
 
 namespace {
 
-// A file that changed less than this before it was read may change again without its times moving: the kernel
-// stamps files with a clock that ticks every 1 to 10 ms.
+// The clock that stamps files ticks every 1 to 10 ms on many kernels.
 constexpr std::int64_t clockTick = 50'000'000;
 
 constexpr int steadyReads = 5;
@@ -39,6 +39,9 @@ struct Known {
 };
 ForkSafeMutex& mutex = *new ForkSafeMutex;
 std::array<Known, 2>& known = *new std::array<Known, 2>;
+
+// Made by the first access of any thread.
+constinit MadeOnce<std::array<std::string, 2>> paths;
 
 std::int64_t nanoseconds(const timespec& time) {
     return std::int64_t{time.tv_sec} * 1'000'000'000 + time.tv_nsec;
@@ -94,8 +97,7 @@ std::shared_ptr<const ParameterSnapshot> readVersion(int fileId, const FileStamp
     if (readSteadily(path, text, file)) {
         complaints = parse(std::move(text), *snapshot);
         version.stamp = stampOf(file);
-        const std::int64_t age = nanoseconds(now) - version.stamp.changed;
-        version.settled = age < 0 || age > clockTick;
+        version.settled = isSettled(version.stamp.changed, nanoseconds(now));
     } else {
         error = errno;
         snapshot->readable = error == ENOENT && !isLink(path);
@@ -131,10 +133,16 @@ bool isParameterFile(int fileId) {
 }
 
 const std::string& parameterFilePath(int fileId) {
-    static const std::array<std::string, 2>& paths =
-        *new std::array<std::string, 2>{libcommon::appliancePath("/etc/decoder/decoder.conf"),
-                                        libcommon::appliancePath("/run/decoder/info.conf")};
-    return paths[fileId];
+    return paths
+        .get([] {
+            return new std::array<std::string, 2>{libcommon::appliancePath("/etc/decoder/decoder.conf"),
+                                                  libcommon::appliancePath("/run/decoder/info.conf")};
+        })
+        .at(fileId);
+}
+
+bool isSettled(std::int64_t changed, std::int64_t read) {
+    return read < changed || read - changed > clockTick;
 }
 
 FileStamp stampOf(const struct stat& file) {
@@ -147,10 +155,8 @@ FileStamp stampOf(const struct stat& file) {
 }
 
 std::shared_ptr<const ParameterSnapshot> currentParameters(int fileId) {
-    if (!isParameterFile(fileId)) {
-        static const auto& empty = *new std::shared_ptr<const ParameterSnapshot>(new ParameterSnapshot);
-        return empty;
-    }
+    if (!isParameterFile(fileId))
+        return std::make_shared<ParameterSnapshot>();
     const FileStamp now = stampAt(parameterFilePath(fileId).c_str());
     {
         const std::lock_guard guard(mutex);

@@ -32,6 +32,11 @@ struct FileStamp {
 };
 FileStamp stampOf(const struct stat& file);
 
+// Whether a file that changed and was then read at these times (nanoseconds) would carry another time if it
+// changed once more. A change just before the reading says no: the next one may come within the same tick of
+// the clock. A change in the future says yes: somebody has set the clock since.
+bool isSettled(std::int64_t changed, std::int64_t read);
+
 // The file's present contents: one stat when they are known already. Never null; a missing file is an empty
 // one, and so is one that can't be read (logged once per version, as are its unreadable lines). Any thread,
 // and between fork and exec.

@@ -198,7 +198,7 @@ TEST_F(ParamsLock, AChildReadsAndLogsWhileOtherThreadsDoSoAtTheFork) {
         while (!stop)
             write(parameterFile(1), "[A]\nx = 1\n"), ParamWrapper(1, true)["A.x"].toInt();
     });
-    for (int i = 0; i < 200; ++i) {
+    for (int i = 0; i < 60; ++i) {
         const int result = inChild([] {
             logmsg(3, "child");
             return ParamWrapper(0, true)["Decoder.VideoMode"] == "pal" ? 0 : 1;
@@ -208,7 +208,7 @@ TEST_F(ParamsLock, AChildReadsAndLogsWhileOtherThreadsDoSoAtTheFork) {
     stop = true;
     for (std::thread& thread : threads)
         thread.join();
-    EXPECT_EQ(logCount("] 3 child"), 200U);
+    EXPECT_EQ(logCount("] 3 child"), 60U);
 }
 
 } // namespace

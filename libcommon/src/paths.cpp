@@ -1,18 +1,15 @@
 #include <libcommon/paths.h>
 
+#include "libcommon/src/made_once.h"
 #include "libcommon/src/run_path.h"
 
-#include <atomic>
-#include <climits>
 #include <cstdlib>
 #include <cstring>
 
 namespace {
 
-// The root once more, as plain bytes for signal handlers: written by the first applianceRoot(), read when
-// ready.
-char rootBytes[PATH_MAX];
-std::atomic<bool> rootBytesReady{false};
+// Made by the first applianceRoot(); read by any thread and signal handler.
+constinit local::MadeOnce<std::string> root;
 
 bool append(char* path, std::size_t size, const char* text) {
     const std::size_t have = std::strlen(path);
@@ -28,14 +25,10 @@ bool append(char* path, std::size_t size, const char* text) {
 namespace libcommon {
 
 const std::string& applianceRoot() {
-    // Never destroyed: threads still ask for paths while the process exits.
-    static const std::string& root = *[] {
+    return root.get([] {
         const char* value = std::getenv("APPLIANCE_ROOT");
-        auto* text = new std::string(value == nullptr ? "" : value);
-        rootBytesReady = append(rootBytes, sizeof rootBytes, text->c_str());
-        return text;
-    }();
-    return root;
+        return new std::string(value == nullptr ? "" : value);
+    });
 }
 
 std::string appliancePath(const std::string& absolutePath) {
@@ -48,14 +41,12 @@ namespace local {
 
 bool runPath(char* path, std::size_t size, const char* prefix, const char* name, const char* suffix) {
     path[0] = '\0';
-    const char* root = rootBytes;
-    if (!rootBytesReady) {
-        // A handler may run while applianceRoot() is on its way; it takes the same value from the source.
-        root = std::getenv("APPLIANCE_ROOT");
-        if (root == nullptr)
-            root = "";
-    }
-    return append(path, size, root) && append(path, size, "/run/decoder/") && append(path, size, prefix) &&
+    // A handler may run before or while applianceRoot() reads it for the first time.
+    const std::string* known = root.peek();
+    const char* start = known != nullptr ? known->c_str() : std::getenv("APPLIANCE_ROOT");
+    if (start == nullptr)
+        start = "";
+    return append(path, size, start) && append(path, size, "/run/decoder/") && append(path, size, prefix) &&
            append(path, size, name) && append(path, size, suffix);
 }
 

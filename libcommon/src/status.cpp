@@ -1,5 +1,6 @@
 #include <libcommon/status.h>
 
+#include "libcommon/src/made_once.h"
 #include "libcommon/src/status_folder.h"
 
 #include <libcommon/log.h>
@@ -12,9 +13,15 @@
 
 namespace local {
 
+namespace {
+
+// Made by the first access of any thread.
+constinit MadeOnce<std::string> store;
+
+} // namespace
+
 const std::string& statusStore() {
-    static const std::string& path = *new std::string(libcommon::appliancePath("/run/decoder/source/"));
-    return path;
+    return store.get([] { return new std::string(libcommon::appliancePath("/run/decoder/source/")); });
 }
 
 std::string statusLockPath() {
