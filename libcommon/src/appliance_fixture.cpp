@@ -6,6 +6,7 @@
 #include <cstdlib>
 #include <filesystem>
 #include <fstream>
+#include <grp.h>
 #include <iterator>
 #include <poll.h>
 #include <sstream>
@@ -105,6 +106,18 @@ int ApplianceTest::finish(pid_t child) {
 
 int ApplianceTest::inChild(const std::function<int()>& act) {
     return finish(start(act));
+}
+
+int ApplianceTest::asUser(uid_t user, gid_t group, const std::vector<std::string>& openFolders,
+                          const std::function<int()>& act) {
+    for (const std::string& folder : openFolders)
+        fs::permissions(folder, fs::perms::all);
+    return inChild([&] {
+        if (setgroups(0, nullptr) != 0 || setresgid(group, group, group) != 0 ||
+            setresuid(user, user, user) != 0)
+            return 99;
+        return act();
+    });
 }
 
 std::vector<int> ApplianceTest::inChildren(int count, const std::function<int(int)>& act) {

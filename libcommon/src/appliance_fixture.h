@@ -31,7 +31,11 @@ protected:
     // or took longer than half a minute.
     static int inChild(const std::function<int()>& act);
 
-    // The same for several at once; `act` gets the child's number from 0. They begin together.
+    // Runs `act` in a child that is another user (and group) with the given folders opened to all; root only.
+    static int asUser(uid_t user, gid_t group, const std::vector<std::string>& openFolders,
+                      const std::function<int()>& act);
+
+    // inChild for several at once; `act` gets the child's number from 0. They begin together.
     static std::vector<int> inChildren(int count, const std::function<int(int)>& act);
 
     static pid_t start(const std::function<int()>& act);

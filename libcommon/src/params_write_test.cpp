@@ -141,6 +141,59 @@ TEST_F(ParamsWrite, AFileWithoutAnyWritePermissionIsRefused) {
     expectRefused("B.new", "2", "it is read-only");
 }
 
+TEST_F(ParamsWrite, AMemberOfTheFilesGroupKeepsGroupAndMode) {
+    if (geteuid() != 0)
+        GTEST_SKIP() << "only root can become another user";
+    conf("[A]\nx = 1\n");
+    ASSERT_EQ(chown(parameterFile(0).c_str(), 0, 5678), 0);
+    ASSERT_EQ(chmod(parameterFile(0).c_str(), 0664), 0);
+    EXPECT_EQ(asUser(1234, 5678, {file(""), file("/etc/decoder")},
+                     [] {
+                         set("A.x", "2");
+                         return 0;
+                     }),
+              0);
+    struct stat state {};
+    ASSERT_EQ(stat(parameterFile(0).c_str(), &state), 0);
+    EXPECT_EQ(state.st_mode & 07777, 0664U);
+    EXPECT_EQ(state.st_gid, 5678U);
+    EXPECT_EQ(conf(), "[A]\nx = 2\n");
+    EXPECT_EQ(log(), "");
+}
+
+TEST_F(ParamsWrite, WhoMayNotWriteTheFileDoesNotReplaceIt) {
+    if (geteuid() != 0)
+        GTEST_SKIP() << "only root can become another user";
+    conf("[A]\nx = 1\n");
+    ASSERT_EQ(chmod(parameterFile(0).c_str(), 0644), 0);
+    asUser(1234, 1234, {file(""), file("/etc/decoder")}, [] {
+        set("A.x", "2");
+        return 0;
+    });
+    EXPECT_EQ(conf(), "[A]\nx = 1\n");
+    EXPECT_EQ(logCount("it is read-only. (errno=13 Permission denied)"), 1U) << log();
+}
+
+TEST_F(ParamsWrite, WhoMayNotReadTheFileSeesNothingAndIsToldOnce) {
+    if (geteuid() != 0)
+        GTEST_SKIP() << "only root can become another user";
+    conf("[A]\nx = 1\n");
+    ASSERT_EQ(chmod(parameterFile(0).c_str(), 0600), 0);
+    EXPECT_EQ(asUser(1234, 1234, {file(""), file("/etc/decoder")},
+                     [] {
+                         const ParamWrapper params(0, true);
+                         for (int i = 0; i < 10; ++i)
+                             if (params["A.x"] != "")
+                                 return 1;
+                         params["A.x"] = "2";
+                         return 0;
+                     }),
+              0);
+    EXPECT_EQ(conf(), "[A]\nx = 1\n");
+    EXPECT_EQ(logCount("can't be read: Permission denied (errno=13)"), 1U) << log();
+    EXPECT_EQ(logCount("Failed to write"), 1U);
+}
+
 TEST_F(ParamsWrite, BadNamesAndValuesAreRefusedAndTheValueIsNotLogged) {
     conf("[A]\nPassword = 1\n");
     expectRefused("A.Password", "secret\nx = 2", "the value has a control character");

@@ -1,14 +1,15 @@
 // The on-screen display and the front panel's LEDs.
 //
-// What is written here is kept below /run/decoder/display (appliance root before it), one small file a line and
-// an LED, each replaced atomically; whoever composes the picture reads it there. OSD lines are 0 to 2. Bad
-// numbers are logged and change nothing. Any thread.
+// What is written here is kept below /run/decoder/display (appliance root before it), one small file a line
+// and an LED, each replaced atomically; whoever composes the picture reads it there. OSD lines are 0 to 2,
+// LEDs 0 to 255. Bad numbers are logged and change nothing. Any thread.
 #pragma once
 
 #include <cstdint>
 #include <string>
 
-// Shows a text on a line for `displayTime` seconds, 0: until it is cleared. At most 255 bytes of UTF-8.
+// Shows a text on a line for `displayTime` seconds, 0: until it is cleared. At most 255 bytes of UTF-8, cut
+// between characters; control characters become blanks.
 void osdPrintf(int line, int displayTime, const char* format, ...) __attribute__((format(printf, 3, 4)));
 
 void osdClear(int line);
@@ -16,8 +17,8 @@ void osdClear(int line);
 // Turns the video plane off behind the text; the next frame that is drawn turns it on again.
 void osdBlank();
 
-// Sets an LED. `led` 2 is the status LED; `colour` 2 red, 3 amber; `pattern` 2 steady, 3 blinking; other values
-// are kept as they are.
+// Sets an LED. `led` 2 is the status LED; `colour` 2 red, 3 amber; `pattern` 2 steady, 3 blinking; other
+// values are kept as they are.
 void set_led(int led, int colour, int pattern);
 
 namespace libcommon {

@@ -39,10 +39,11 @@ int initEventQueue();
 // when the queue is gone or was never attached. One thread of the owner calls it.
 int waitEvent(Event* event);
 
-// Sends a copy, never blocks. 0, or -1 with errno: ENOENT no appliance runs here, EAGAIN the queue is full,
-// EACCES this user is not the appliance's. A process other than the owner is refused once three quarters of
-// the queue are taken, so that the supervisor's own events always fit. For the owner it is one msgsnd. Any
-// thread; safe in a signal handler.
+// Sends a copy, never waits for room. 0, or -1 with errno: ENOENT no appliance runs here, EAGAIN the queue is
+// full, EACCES this user is not the appliance's. A process other than the owner is refused once three
+// quarters of the queue are taken, so that the supervisor's own events always fit, and waits for other
+// senders at most a quarter of a second (EAGAIN). For the owner it is one msgsnd. Any thread; safe in a
+// signal handler.
 int sendEvent(const Event* event);
 
 // Drops what is queued. The owner's.

@@ -1,15 +1,21 @@
 // Parameter files: what the user configures (file 0) and what the decoder tells about itself (file 1).
 //
-// File 0 is /etc/decoder/decoder.conf, file 1 /run/decoder/info.conf, both below the appliance root. They are INI
-// files: `[Decoder]` `SequenceMode = auto` is the parameter "Decoder.SequenceMode". What stands before the last
-// dot is the section, so "Decoder.Info.Connected" is `Connected` in `[Decoder.Info]`. Names ignore case, values
-// keep theirs. `#` and `;` begin comment lines. A section or key that comes twice: the later value holds.
+// File 0 is /etc/decoder/decoder.conf, file 1 /run/decoder/info.conf, both below the appliance root. They are
+// INI files: `[Decoder]` `SequenceMode = auto` is the parameter "Decoder.SequenceMode". What stands before
+// the last dot is the section, so "Decoder.Info.Connected" is `Connected` in `[Decoder.Info]`. Names ignore
+// case, values keep theirs. `#` and `;` begin comment lines; after `=` they are part of the value, which is
+// the whole rest of the line without surrounding blanks. A section or key that comes twice: the later value
+// holds.
 //
 // Reading: a file is parsed once and again only when it changed; a change by any process is seen at the next
-// access, and half a file never is. A line that can't be read is logged with file, line and reason and skipped.
-// Writing: comments, order and everything that the write does not change are kept; the file is replaced
-// atomically under a lock that other processes respect, file 0 durably (it survives a power cut). A file without
-// any write permission bit is an administrator's wish and refuses writes with a log line.
+// access, and half a file never is. A line that can't be read is logged with file, line and reason and
+// skipped, once per version of the file; lines below a section line that can't be read belong nowhere and are
+// skipped too. A file that can't be read at all (a folder, no permission, more than 4 MiB) is logged and
+// reads as an empty one. Writing: comments, order and everything that the write does not change are kept; the
+// file is replaced atomically under a lock that other processes respect, file 0 durably (it survives a power
+// cut). A file without any write permission bit is an administrator's wish and refuses writes with a log
+// line. Mode, group and, where that is possible, owner of the file are kept; a link stays and the file behind
+// it is replaced. A new file 0 is not readable for everybody: it may hold passwords.
 //
 // Any thread; two threads don't share one ParamWrapper object.
 #pragma once
@@ -42,8 +48,9 @@ public:
     bool operator==(const char* text) const;
     bool operator!=(const char* text) const;
 
-    // Writes the value to the file. A newline or other control character in the text is refused. A failed write
-    // is logged with file, errno and reason; the file then is as it was.
+    // Writes the value to the file. A control character in the text, a blank at its beginning or end, and
+    // what would make a line of more than about 56 KiB are refused: they would not read back. A failed write
+    // is logged with file, errno and reason, never with the value; the file then is as it was.
     Param& operator=(const char* text);
     Param& operator=(int value);
 
@@ -56,9 +63,9 @@ private:
 // A handle on a parameter file.
 class ParamWrapper {
 public:
-    // `fileId` 0 or 1. `fresh` true: values are read afresh at every access, so that a handle held for a thread's
-    // life sees changes; false: values are those of the moment of construction. Never fails: a missing file
-    // reads as an empty one.
+    // `fileId` 0 or 1. `fresh` true: values are read afresh at every access, so that a handle held for a
+    // thread's life sees changes; false: values are those of the moment of construction. Never fails: a
+    // missing file reads as an empty one.
     ParamWrapper(int fileId, bool fresh);
     Param operator[](const char* name) const;
 
@@ -71,11 +78,13 @@ private:
 // unless the section has that key itself. An index into this list is a source index.
 std::vector<SourceParams> getSubGroups(int fileId, const char* group);
 
-// Takes the file's lock, `exclusive` 1 for the exclusive one (0 shared); other processes' writes wait meanwhile,
-// this process's own go through. Calls nest within a process. 0, or -1 with a log line.
+// Takes the file's lock, `exclusive` 1 for the exclusive one (0 shared); other processes' writes wait
+// meanwhile, this process's own go through, whatever thread makes them. Reading never waits. Calls nest
+// within a process; a forked child holds nothing. 0, or -1 with a log line.
 int userOpenAndLockParamFile(int fileId, int exclusive);
 int userCloseAndUnlockParamFile(int fileId, int exclusive);
 
-// Brings the status store in line with file 0: drops the status values of source indices that no longer exist,
-// and of sources whose address, number or type changed since their values were written.
+// Brings the status store in line with file 0: drops the status values of source indices that no longer
+// exist, and of sources whose address, number or type changed since their values were first written. Drops
+// nothing when file 0 is there but can't be read.
 void syncEncoderInfo();
