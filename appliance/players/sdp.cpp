@@ -70,7 +70,7 @@ std::optional<SdpContent> readSdp(const std::string& text, const std::string& ba
     reason = "the description has no video";
     for (guint i = 0; i < gst_sdp_message_medias_len(parsed); ++i) {
         const GstSDPMedia* media = gst_sdp_message_get_media(parsed, i);
-        const std::string_view kind = textOr(gst_sdp_media_get_media(media), "");
+        const std::string kind = textOr(gst_sdp_media_get_media(media), "");
         const std::optional<SdpStream> stream = streamOf(media, base);
         if (!stream)
             continue;
