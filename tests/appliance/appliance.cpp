@@ -303,7 +303,8 @@ bool Appliance::showsMoving(int source, Seconds limit) {
 
 std::string Appliance::text(int line) const {
     const nlohmann::json now = status();
-    return now.is_discarded() ? "" : now["osd"].at(static_cast<std::size_t>(line)).get<std::string>();
+    // Nothing runs yet, or not any more: an error is told instead.
+    return now.contains("osd") ? now["osd"].at(static_cast<std::size_t>(line)).get<std::string>() : "";
 }
 
 bool Appliance::waitForText(int line, const std::string& part, Seconds limit) const {
@@ -312,7 +313,7 @@ bool Appliance::waitForText(int line, const std::string& part, Seconds limit) co
 
 int Appliance::currentSource() const {
     const nlohmann::json now = status();
-    return now.is_discarded() ? -2 : now["currentSource"].get<int>();
+    return now.contains("currentSource") ? now["currentSource"].get<int>() : -2;
 }
 
 bool Appliance::waitForSource(int index, Seconds limit) const {

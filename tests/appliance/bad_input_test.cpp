@@ -4,6 +4,7 @@
 #include <csignal>
 #include <filesystem>
 #include <gtest/gtest.h>
+#include <iostream>
 #include <unistd.h>
 
 namespace {
@@ -189,8 +190,10 @@ TEST(Interruption, SelectAbandonsADetectionAtOnce) {
     ASSERT_TRUE(decoder.waitForLog("Spotted EID_SELECT. Sending SIGUSR1"));
     ASSERT_TRUE(decoder.waitForLog("REQUEST_ENCODER_TYPE(6) -> REQUEST_ENCODER_FAILED(10)"));
     const double took = decoder.secondsInLog("Sending SIGUSR1", "-> REQUEST_ENCODER_FAILED");
+    std::cout << "abandoned after " << took * 1000 << " ms\n";
     EXPECT_GE(took, 0);
-    EXPECT_LE(took, 0.1);
+    EXPECT_LE(took, 1)
+        << "of the 60 seconds that the request might have taken; a few ms where nothing else runs";
     EXPECT_TRUE(decoder.showsMoving(1));
     EXPECT_EQ(decoder.sourceValue(0, "ErrorCode"), "") << "no verdict";
     EXPECT_EQ(decoder.sourceValue(0, "VideoSourceType"), "");
