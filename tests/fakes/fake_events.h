@@ -44,7 +44,8 @@ extern std::function<bool()> onWait;
 extern std::vector<Event> taken; // every event that a take returned
 extern int takeResult;           // not 0: every take fails with it
 
-// Timers: ids count up from nextTimerId, which resetEvents sets to 65536. The other two tell of the one armed last.
+// Timers: ids count up from nextTimerId, which resetEvents sets to 65536. The other two tell of the one armed
+// last.
 extern int nextTimerId;
 extern int lastTimerId;
 extern long lastTimeout; // milliseconds
