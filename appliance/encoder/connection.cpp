@@ -191,7 +191,7 @@ void Connection::cut() {
     // Connecting to nowhere resets a TCP connection, which closing it on this thread could not do safely.
     sockaddr nowhere{};
     nowhere.sa_family = AF_UNSPEC;
-    connect(fd_, &nowhere, sizeof nowhere);
+    (void)connect(fd_, &nowhere, sizeof nowhere); // NOLINT(bugprone-unused-return-value): nothing to do then
 }
 
 void Connection::shutdown() {

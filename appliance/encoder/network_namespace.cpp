@@ -55,7 +55,7 @@ std::string enterOwnNetwork() {
     }
     const int fd = socket(AF_INET, SOCK_DGRAM | SOCK_CLOEXEC, 0);
     const bool open = openLoopback(fd);
-    const std::string reason =
+    std::string reason =
         open ? "" : std::string("the loopback interface cannot be set up: ") + std::strerror(errno);
     close(fd);
     return reason;

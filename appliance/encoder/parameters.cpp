@@ -48,9 +48,9 @@ ParameterReply Parameters::ask(ParameterCgi cgi, std::string_view group) const {
     const bool rooted = group.starts_with(root);
     for (const auto& [name, value] : values_) {
         if (inGroup(name, group))
-            text += name + "=" + value + "\n";
+            text.append(name).append("=").append(value).append("\n");
         else if (rooted && inGroup(name, group.substr(root.size())))
-            text += std::string(root) + name + "=" + value + "\n";
+            text.append(root).append(name).append("=").append(value).append("\n");
     }
     if (!text.empty())
         return {200, text};

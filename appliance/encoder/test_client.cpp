@@ -21,6 +21,7 @@ Options optionsOf(std::vector<std::string> words) {
         all.insert(all.end(), {"--width", "160", "--height", "120"});
     all.insert(all.end(), words.begin(), words.end());
     std::vector<const char*> pointers;
+    pointers.reserve(all.size());
     for (const std::string& word : all)
         pointers.push_back(word.c_str());
     const CommandLine line = parseCommandLine(static_cast<int>(pointers.size()), pointers.data());

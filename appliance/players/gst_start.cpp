@@ -22,7 +22,7 @@ std::string fileOf(const std::string& plugin) {
     const std::string& folders = pluginFolders();
     for (std::size_t start = 0; start <= folders.size();) {
         const std::size_t end = std::min(folders.find(':', start), folders.size());
-        const std::string path = folders.substr(start, end - start) + "/libgst" + plugin + ".so";
+        std::string path = folders.substr(start, end - start) + "/libgst" + plugin + ".so";
         struct stat info {};
         if (stat(path.c_str(), &info) == 0)
             return path;

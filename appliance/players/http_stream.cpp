@@ -132,7 +132,7 @@ std::string Transfer::run() {
     if (unset_)
         return "the request can't be made";
     const CURLcode code = curl_easy_perform(curl_.get());
-    const std::string reason = outcome(code);
+    std::string reason = outcome(code);
     if (code == CURLE_PEER_FAILED_VERIFICATION || code == CURLE_SSL_CACERT_BADFILE)
         logmsg(3, "TLS certificate of %s refused: %s", source_.host.c_str(), reason.c_str());
     return reason;

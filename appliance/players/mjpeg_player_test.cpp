@@ -100,7 +100,7 @@ TEST_F(MjpegPlayer, MeetsBothBarriersAndShowsOnlyAfterTheSecondRelease) {
     EXPECT_EQ(store_.newestInfo().number, 0U) << "drew before its turn";
     const std::int64_t released = gettimeusec();
     supervisor_.release(1, {pid});
-    ASSERT_EQ(store_.wait(0, 30'000), 1U);
+    ASSERT_GE(store_.wait(0, 30'000), 1U);
     const screen::FrameInfo first = store_.infosSince(0).front();
     std::printf("from the release to its first picture on the screen: %.1f ms\n",
                 static_cast<double>(first.time - released) / 1000);

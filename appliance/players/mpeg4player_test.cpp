@@ -109,14 +109,20 @@ TEST_F(Mpeg4Player, ShowsMulticast) {
 }
 
 TEST_F(Mpeg4Player, AsksForNoOtherTransportThanItIsTold) {
-    if (!network_.empty())
-        GTEST_SKIP() << network_;
-    RtspServerOptions options;
-    options.multicast = true;
-    const TestRtspServer server(options);
-    EXPECT_EQ(supervisor_.end(start(server.port(), "rtsp-tcp")), 11);
-    EXPECT_EQ(supervisor_.end(start(server.port(), "rtsp-unicast")), 11);
-    EXPECT_EQ(server.transports(), "tcp udp ");
+    const std::pair<const char*, const char*> transports[] = {
+        {"rtsp-tcp", "Transport: RTP/AVP/TCP;unicast;interleaved=0-1\r\n"},
+        {"rtsp-multicast", "Transport: RTP/AVP;multicast\r\n"},
+        {"rtsp-unicast", "Transport: RTP/AVP;unicast;client_port=20004-20005\r\n"}};
+    for (const auto& [type, line] : transports) {
+        const Server server({scripted::readRequest(), rtspAnswer(1, "", description), scripted::readRequest(),
+                             scripted::send("RTSP/1.0 461 Unsupported Transport\r\nCSeq: 2\r\n\r\n"),
+                             scripted::stall()});
+        EXPECT_EQ(supervisor_.end(start(server.port(), type, {"-q", "20004"})), 11);
+        const auto requests = server.requests();
+        ASSERT_EQ(requests.size(), 2U) << type;
+        EXPECT_EQ(server.connections(), 1) << type;
+        EXPECT_THAT(requests.at(1), HasSubstr(line));
+    }
 }
 
 TEST_F(Mpeg4Player, CredentialsAnswerBasicAndDigest) {

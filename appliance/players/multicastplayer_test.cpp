@@ -4,7 +4,7 @@
 #include "appliance/players/test_stream.h"
 
 #include <arpa/inet.h>
-#include <atomic>
+#include <gst/gst.h>
 #include <netinet/in.h>
 #include <sys/socket.h>
 #include <thread>
@@ -26,6 +26,11 @@ protected:
         if (!network_.empty())
             GTEST_SKIP() << network_;
     }
+    // Ten seconds of pictures of source 8, encoded once.
+    static const std::string& pictures() {
+        static const std::string one = mpeg2Stream(8, 250);
+        return one;
+    }
     pid_t start(std::vector<std::string> where, int patienceMs = 10'000) {
         std::vector<std::string> arguments{
             "-m", "pal", "-o", "tv", "-n", "2", "-v", "-r", std::to_string(patienceMs)};
@@ -35,8 +40,8 @@ protected:
 };
 
 TEST_F(MulticastPlayer, ShowsElementaryAndTransportStreams) {
-    for (const char* payload : {"rtpmpvpay", "mpegtsmux ! rtpmp2tpay"}) {
-        const TestStream stream(8, std::string(mpeg2Encoder) + " ! " + payload + sink(group, 5004));
+    for (const std::string payload : {"rtpmpvpay", "mpegtsmux ! rtpmp2tpay"}) {
+        const TestStream stream = TestStream::paced(pictures(), payload + sink(group, 5004));
         ASSERT_TRUE(stream.good());
         showsAndLeaves(start({group, "5004"}), 8);
         EXPECT_EQ(store_.newestInfo().source, 2);
@@ -44,7 +49,7 @@ TEST_F(MulticastPlayer, ShowsElementaryAndTransportStreams) {
 }
 
 TEST_F(MulticastPlayer, TwoPlayersReceiveOneGroup) {
-    const TestStream stream(8, std::string(mpeg2Encoder) + " ! rtpmpvpay" + sink(group, 5004));
+    const TestStream stream = TestStream::paced(pictures(), "rtpmpvpay" + sink(group, 5004));
     const pid_t one = start({group, "5004"});
     const pid_t two = start({group, "5004"});
     EXPECT_TRUE(supervisor_.arrived(one, 0));
@@ -52,15 +57,15 @@ TEST_F(MulticastPlayer, TwoPlayersReceiveOneGroup) {
 }
 
 TEST_F(MulticastPlayer, AnotherGroupOnTheSamePortStaysOut) {
-    const TestStream other(3, std::string(mpeg2Encoder) + " ! rtpmpvpay" + sink("239.1.2.9", 5004));
+    const TestStream other = TestStream::paced(pictures(), "rtpmpvpay" + sink("239.1.2.9", 5004));
     const pid_t neighbour = start({"239.1.2.9", "5004"});
     EXPECT_TRUE(supervisor_.arrived(neighbour, 0));
     EXPECT_EQ(supervisor_.end(start({group, "5004"}, 700)), 11);
 }
 
 TEST_F(MulticastPlayer, SoundComesFromItsOwnGroup) {
-    const TestStream stream(
-        8, std::string(mpeg2Encoder) + " ! rtpmpvpay" + sink(group, 5004),
+    const TestStream stream = TestStream::paced(
+        pictures(), "rtpmpvpay" + sink(group, 5004),
         "audiotestsrc is-live=true ! audio/x-raw,rate=8000,channels=1 ! mulawenc ! rtppcmupay" +
             sink("239.1.2.4", 5006));
     showsAndLeaves(start({group, "5004", "239.1.2.4", "5006"}), 8);
@@ -68,12 +73,12 @@ TEST_F(MulticastPlayer, SoundComesFromItsOwnGroup) {
 
 TEST_F(MulticastPlayer, SilentGroupIsElevenAndStalledOneTwentyThree) {
     EXPECT_EQ(supervisor_.end(start({group, "5004"}, 400)), 11);
-    const TestStream stream(8, std::string(mpeg2Encoder) + " ! rtpmpvpay" + sink(group, 5004), "", 50);
+    const TestStream stream = TestStream::paced(mpeg2Stream(8, 50), "rtpmpvpay" + sink(group, 5004));
     EXPECT_EQ(supervisor_.end(start({group, "5004"}, 1500)), 23);
 }
 
 TEST_F(MulticastPlayer, UnicastAddressIsReceivedToo) {
-    const TestStream stream(8, std::string(mpeg2Encoder) + " ! rtpmpvpay" + sink("127.0.0.1", 5014));
+    const TestStream stream = TestStream::paced(pictures(), "rtpmpvpay" + sink("127.0.0.1", 5014));
     showsAndLeaves(start({"127.0.0.1", "5014"}), 8);
 }
 
@@ -97,6 +102,7 @@ TEST_F(MulticastPlayer, NonsenseIsEleven) {
 }
 
 TEST(CapsOfPacket, AreToldByPayloadTypeOrContent) {
+    gst_init(nullptr, nullptr);
     const auto packet = [](int type, const std::string& payload) {
         return std::string("\x80", 1) + static_cast<char>(type) + std::string(10, '\0') + payload;
     };

@@ -76,11 +76,7 @@ bool loadRtpPlugins(const RtpChain& chain) {
     return true;
 }
 
-std::string capsOfPacket(std::string_view packet) {
-    constexpr std::size_t headerBytes = 12;
-    if (packet.size() <= headerBytes || (static_cast<std::uint8_t>(packet[0]) >> 6) != 2)
-        return "";
-    const int type = static_cast<std::uint8_t>(packet[1]) & 0x7f;
+std::string capsOfPayloadType(int type) {
     switch (type) {
     case 0:
         return caps("audio", type, 8000, "PCMU");
@@ -95,10 +91,17 @@ std::string capsOfPacket(std::string_view packet) {
     case 33:
         return caps("video", type, 90000, "MP2T");
     default:
-        break;
-    }
-    if (type < 96)
         return "";
+    }
+}
+
+std::string capsOfPacket(std::string_view packet) {
+    constexpr std::size_t headerBytes = 12;
+    if (packet.size() <= headerBytes || (static_cast<std::uint8_t>(packet[0]) >> 6) != 2)
+        return "";
+    const int type = static_cast<std::uint8_t>(packet[1]) & 0x7f;
+    if (type < 96)
+        return capsOfPayloadType(type);
     // Transport packets begin with 0x47 and are 188 bytes long; MPEG-2 video of its own otherwise.
     const std::string_view payload = packet.substr(headerBytes);
     const bool transport = payload.size() % 188 == 0 && payload[0] == 0x47;

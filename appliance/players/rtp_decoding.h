@@ -24,6 +24,9 @@ bool loadRtpPlugins(const RtpChain& chain);
 // that mean what a description says, its content. "" for a packet that is none, or of nothing that is known.
 std::string capsOfPacket(std::string_view packet);
 
+// The caps of a payload type that means the same everywhere; "" for others.
+std::string capsOfPayloadType(int type);
+
 // The encoding name in such caps.
 std::string encodingNameIn(const std::string& caps);
 

@@ -22,17 +22,20 @@ std::optional<SdpStream> streamOf(const GstSDPMedia* media, const std::string& b
     const char* format = gst_sdp_media_get_format(media, 0);
     if (format == nullptr || gst_sdp_media_get_port(media) > 65535)
         return std::nullopt;
-    GstCaps* caps = gst_sdp_media_get_caps_from_media(media, std::atoi(format));
-    if (caps == nullptr)
-        return std::nullopt;
-    GstStructure* structure = gst_caps_get_structure(caps, 0);
-    gst_structure_set_name(structure, "application/x-rtp");
     SdpStream stream;
-    stream.encodingName = textOr(gst_structure_get_string(structure, "encoding-name"), "");
-    char* written = gst_caps_to_string(caps);
-    stream.caps = written;
-    g_free(written);
-    gst_caps_unref(caps);
+    if (GstCaps* caps = gst_sdp_media_get_caps_from_media(media, std::atoi(format))) {
+        gst_structure_set_name(gst_caps_get_structure(caps, 0), "application/x-rtp");
+        char* written = gst_caps_to_string(caps);
+        stream.caps = written;
+        g_free(written);
+        gst_caps_unref(caps);
+    }
+    // Types that mean the same everywhere need no description.
+    if (encodingNameIn(stream.caps).empty())
+        stream.caps = capsOfPayloadType(std::atoi(format));
+    stream.encodingName = encodingNameIn(stream.caps);
+    if (stream.encodingName.empty())
+        return std::nullopt;
     stream.control = resolveControl(base, textOr(gst_sdp_media_get_attribute_val(media, "control"), "*"));
     return stream;
 }

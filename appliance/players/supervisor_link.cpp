@@ -42,7 +42,6 @@ bool meet(int barrier) {
 
 SupervisorLink::SupervisorLink(LinkActions actions) : state_(*new State(std::move(actions))) {}
 
-SupervisorLink::~SupervisorLink() = default;
 
 void SupervisorLink::start() {
     std::thread([&state = state_] {

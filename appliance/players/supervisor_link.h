@@ -20,7 +20,7 @@ struct LinkActions {
 class SupervisorLink {
 public:
     explicit SupervisorLink(LinkActions actions);
-    ~SupervisorLink();
+    ~SupervisorLink() = default;
     SupervisorLink(const SupervisorLink&) = delete;
     SupervisorLink& operator=(const SupervisorLink&) = delete;
 

@@ -30,6 +30,18 @@ void Marking::apply(GstElement* bin) {
     probe(bin, "stamp", &Marking::stamp, nullptr);
 }
 
+void Marking::pace(GstElement* bin) {
+    probe(bin, "pace", &Marking::stampByCount, this);
+}
+
+GstPadProbeReturn Marking::stampByCount(GstPad* /*pad*/, GstPadProbeInfo* info, void* self) {
+    const int count = static_cast<Marking*>(self)->counter_++;
+    GstBuffer* buffer = writableBuffer(info);
+    GST_BUFFER_PTS(buffer) = static_cast<GstClockTime>(count) * GST_SECOND / 25;
+    GST_BUFFER_DTS(buffer) = GST_CLOCK_TIME_NONE;
+    return GST_PAD_PROBE_OK;
+}
+
 GstPadProbeReturn Marking::draw(GstPad* /*pad*/, GstPadProbeInfo* info, void* self) {
     auto& marking = *static_cast<Marking*>(self);
     GstBuffer* buffer = writableBuffer(info);

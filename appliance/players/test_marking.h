@@ -15,9 +15,15 @@ public:
     // what leaves its element "stamp", if it has one, with the time: for encoders that fail to.
     void apply(GstElement* bin);
 
+    // Stamps what leaves the bin's element "pace" with the times of 25 pictures a second, counted from its
+    // start.
+    void pace(GstElement* bin);
+
 private:
     static GstPadProbeReturn draw(GstPad* pad, GstPadProbeInfo* info, void* self);
     static GstPadProbeReturn stamp(GstPad* pad, GstPadProbeInfo* info, void* nothing);
+
+    static GstPadProbeReturn stampByCount(GstPad* pad, GstPadProbeInfo* info, void* self);
 
     const int source_;
     const int width_;
