@@ -69,7 +69,8 @@ int answer(const Request& request, char* buffer, ConnectMode* mode, unsigned sho
         *port = reply.port;
     if (host != nullptr)
         std::snprintf(host, hostBufferSize, "%s", reply.host.c_str());
-    const int bytes = buffer == nullptr ? 0 : std::min<int>(request.size, static_cast<int>(reply.body.size()));
+    const int bytes =
+        buffer == nullptr ? 0 : std::min<int>(request.size, static_cast<int>(reply.body.size()));
     if (bytes > 0)
         std::memcpy(buffer, reply.body.data(), static_cast<std::size_t>(bytes));
     return reply.result == Reply::useBodySize ? bytes : reply.result;
@@ -124,8 +125,7 @@ std::string getParam(int file, const std::string& name) {
 struct ParameterSnapshot {};
 
 Param::Param(int fileId, std::string name, std::shared_ptr<const ParameterSnapshot> snapshot)
-    : fileId_(fileId), name_(std::move(name)), snapshot_(std::move(snapshot)) {
-}
+    : fileId_(fileId), name_(std::move(name)), snapshot_(std::move(snapshot)) {}
 std::string Param::toString() const {
     return fake::getParam(fileId_, name_);
 }
@@ -147,8 +147,7 @@ Param& Param::operator=(int value) {
     return *this = std::to_string(value).c_str();
 }
 
-ParamWrapper::ParamWrapper(int fileId, bool) : fileId_(fileId) {
-}
+ParamWrapper::ParamWrapper(int fileId, bool) : fileId_(fileId) {}
 Param ParamWrapper::operator[](const char* name) const {
     return {fileId_, name, nullptr};
 }
@@ -184,9 +183,9 @@ void copyStatus(int fromIndex, int toIndex, const std::string& key) {
     fake::recordf("copyStatus(%d,%d) %s", fromIndex, toIndex, key.c_str());
 }
 
-const char* const videoSourceTypeString[9] = {"auto",         "mjpeg",          "mpeg2-unicast",
-                                              "mpeg2-multicast", "rtsp-unicast", "rtsp-multicast",
-                                              "rtsp-tcp",     "rtsp-http",      "unknown"};
+const char* const videoSourceTypeString[9] = {
+    "auto",           "mjpeg",    "mpeg2-unicast", "mpeg2-multicast", "rtsp-unicast",
+    "rtsp-multicast", "rtsp-tcp", "rtsp-http",     "unknown"};
 const char* const connectModeString[5] = {"auto", "http", "http-auth", "https", "unknown"};
 const char* const audioSourceTypeString[6] = {"none", "mpeg", "g711", "g726", "aac", "unknown"};
 
@@ -298,15 +297,16 @@ void set_led(int led, int colour, int pattern) {
 int download(const std::string& address, const std::string& user, const std::string& password,
              const std::string& path, char* buffer, int size, int timeout, ConnectMode* mode,
              unsigned short* port, char* host) {
-    return fake::answer({"download", address, 0, path, false, user, password, buffer != nullptr, size, timeout},
-                        buffer, mode, port, host);
+    return fake::answer(
+        {"download", address, 0, path, false, user, password, buffer != nullptr, size, timeout}, buffer, mode,
+        port, host);
 }
 int downloadHTTP(const std::string& host, unsigned short port, const std::string& path, bool withCredentials,
                  const std::string& user, const std::string& password, char* buffer, int size, int timeout,
                  char*) {
-    return fake::answer({"downloadHTTP", host, port, path, withCredentials, user, password, buffer != nullptr,
-                         size, timeout},
-                        buffer, nullptr, nullptr, nullptr);
+    return fake::answer(
+        {"downloadHTTP", host, port, path, withCredentials, user, password, buffer != nullptr, size, timeout},
+        buffer, nullptr, nullptr, nullptr);
 }
 int downloadHTTPS(const std::string& host, unsigned short port, const std::string& path,
                   const std::string& user, const std::string& password, char* buffer, int size, int timeout) {

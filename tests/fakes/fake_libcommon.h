@@ -69,14 +69,14 @@ extern std::function<std::int64_t()> onGetTime; // default: now
 
 // Events.
 extern std::vector<Event> sentEvents;
-extern int sendEventResult;            // default 0
+extern int sendEventResult;             // default 0
 extern std::deque<Event> waitingEvents; // what waitEvent hands out; empty: -1
 extern std::function<int(Event*)> onWaitEvent;
 extern std::function<int(const Event*)> onSendEvent;
 
 // Network.
 extern std::vector<Request> requests;
-extern std::function<Reply(const Request&)> onRequest; // default: result -404
+extern std::function<Reply(const Request&)> onRequest;                                 // default: result -404
 extern std::function<int(const std::string&, unsigned short, bool, int)> onConnectTCP; // default -1
 extern std::function<int(const std::string&, unsigned short, bool)> onConnectUDP;      // default -1
 extern std::function<int(int, ResponseHeader&)> onParseResponseHeader;                 // default -1
