@@ -42,7 +42,6 @@ bool meet(int barrier) {
 
 SupervisorLink::SupervisorLink(LinkActions actions) : state_(*new State(std::move(actions))) {}
 
-
 void SupervisorLink::start() {
     std::thread([&state = state_] {
         if (!meet(0) || !meet(1)) {
