@@ -98,11 +98,11 @@ bool withinLimits(const Results& results, const Options& options) {
 Results measure(const Options& options) {
     Results results;
     appliance::Appliance decoder;
-    bench::joinAppliance(decoder);
     decoder.addEncoder("Front door");
     decoder.addEncoder("Garage");
     decoder.setManual();
     decoder.start();
+    bench::joinAppliance(decoder); // now: what was started must not inherit it from us
     if (!decoder.showsMoving(0)) {
         std::cerr << "no first picture\n";
         results.failed = options.switches;
