@@ -53,7 +53,7 @@ TEST(HttpMessage, AnIncompleteHeadHasNoLength) {
 }
 
 TEST(HttpMessage, WhatIsNoRequestIsRefused) {
-    const std::string nul("GET /a\0b HTTP/1.1\r\n\r\n", 23);
+    const std::string nul("GET /a\0b HTTP/1.1\r\n\r\n", 21);
     for (const std::string& text :
          {std::string("\r\n\r\n"), std::string("GET\r\n\r\n"), std::string("GET /\r\n\r\n"),
           std::string("GET  HTTP/1.1\r\n\r\n"), std::string("G(T / HTTP/1.1\r\n\r\n"),

@@ -133,6 +133,7 @@ TEST(MjpegStream, ASlowClientSeesNewPicturesAndHoldsNobodyUp) {
 TEST(MjpegStream, ManyClientsAreServedAtOnce) {
     const TestEncoder encoder({"--inputs", "2"});
     std::vector<std::unique_ptr<Client>> clients;
+    clients.reserve(20);
     for (int i = 0; i < 20; ++i)
         clients.push_back(streamFrom(encoder, i % 2 == 0 ? "?camera=1" : "?camera=2"));
     for (int round = 0; round < 5; ++round) {

@@ -30,6 +30,7 @@ public:
             std::vector<std::string> all{VIDEO_ENCODER};
             all.insert(all.end(), words.begin(), words.end());
             std::vector<char*> pointers;
+            pointers.reserve(all.size() + 1);
             for (std::string& word : all)
                 pointers.push_back(word.data());
             pointers.push_back(nullptr);
