@@ -49,12 +49,14 @@ std::vector<std::string> sinksFor(const MonitorOptions& options) {
     return sinks;
 }
 
+// A television shows either mode 4:3, so its pixels are no squares.
 GstCaps* capsOf(VideoMode mode) {
     const VideoFormat& format = formatOf(mode);
     return gst_caps_new_simple("video/x-raw", "format", G_TYPE_STRING, "BGRx", "width", G_TYPE_INT,
                                format.width, "height", G_TYPE_INT, format.height, "framerate",
                                GST_TYPE_FRACTION, format.rateNumerator, format.rateDenominator,
-                               "pixel-aspect-ratio", GST_TYPE_FRACTION, 1, 1, nullptr);
+                               "pixel-aspect-ratio", GST_TYPE_FRACTION, 4 * format.height, 3 * format.width,
+                               nullptr);
 }
 
 bool hasProperty(GstElement* element, const char* name) {

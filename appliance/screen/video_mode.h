@@ -9,8 +9,8 @@ namespace screen {
 
 enum class VideoMode : std::uint32_t { pal = 1, ntsc = 2 };
 
-// What a mode means for a picture. Pixels are taken as square: the monitor's own pixel shape is left to the
-// monitor, as it was with analogue ones.
+// What a mode means for a picture. A television shows both 4:3, so pixels are a little wider (pal) or narrower (ntsc)
+// than high: players fit their pictures into 4:3, the monitor window shows them so; a picture file has the bare pixels.
 struct VideoFormat {
     int width;         // pixels
     int height;        // rows
