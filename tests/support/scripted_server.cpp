@@ -54,7 +54,13 @@ int boundSocket(const char* text, unsigned short& port) {
 }
 
 Step step(Step::Kind kind, std::string bytes = {}) {
-    return {.kind = kind, .bytes = std::move(bytes), .pause = {}, .answer = {}};
+    return {.kind = kind, .bytes = std::move(bytes), .pause = {}, .answer = {}, .condition = {}};
+}
+
+bool endsConnection(const Step& step, const std::string& request) {
+    using Kind = Step::Kind;
+    return step.kind == Kind::Close || step.kind == Kind::Reset ||
+           (step.kind == Kind::CloseWhen && step.condition(request));
 }
 
 } // namespace
@@ -69,10 +75,18 @@ Step send(std::string bytes) {
     return step(Step::Kind::Send, std::move(bytes));
 }
 Step answer(Answer computed) {
-    return {.kind = Step::Kind::SendComputed, .bytes = {}, .pause = {}, .answer = std::move(computed)};
+    return {.kind = Step::Kind::SendComputed,
+            .bytes = {},
+            .pause = {},
+            .answer = std::move(computed),
+            .condition = {}};
 }
 Step sendSlowly(std::string bytes, std::chrono::milliseconds pause) {
-    return {.kind = Step::Kind::SendSlowly, .bytes = std::move(bytes), .pause = pause, .answer = {}};
+    return {.kind = Step::Kind::SendSlowly,
+            .bytes = std::move(bytes),
+            .pause = pause,
+            .answer = {},
+            .condition = {}};
 }
 Step sendEndlessly(std::string pattern) {
     return step(Step::Kind::SendEndlessly, std::move(pattern));
@@ -82,6 +96,13 @@ Step stall() {
 }
 Step close() {
     return step(Step::Kind::Close);
+}
+Step closeWhen(Condition condition) {
+    return {.kind = Step::Kind::CloseWhen,
+            .bytes = {},
+            .pause = {},
+            .answer = {},
+            .condition = std::move(condition)};
 }
 Step reset() {
     return step(Step::Kind::Reset);
@@ -194,7 +215,7 @@ void Server::State::serve(Connection& connection, const Script& script) {
     std::string request;
     for (std::size_t at = 0; at < script.size();) {
         const Step& current = script[at];
-        if (current.kind == Step::Kind::Close || current.kind == Step::Kind::Reset) {
+        if (endsConnection(current, request)) {
             if (current.kind == Step::Kind::Reset)
                 connection.resetOnClose();
             count(stepsDone);
@@ -242,6 +263,7 @@ bool Server::State::play(Connection& connection, const Step& current, std::strin
         connection.waitForClose();
         return false;
     case Kind::Close:
+    case Kind::CloseWhen:
     case Kind::Reset:
     case Kind::StartOver:
         break;

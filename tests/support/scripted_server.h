@@ -22,6 +22,7 @@ class Certificate;
 class Connection;
 
 using Answer = std::function<std::string(const std::string& request)>;
+using Condition = std::function<bool(const std::string& request)>;
 
 // One step of a script; made by the functions below.
 struct Step {
@@ -34,6 +35,7 @@ struct Step {
         SendEndlessly,
         Stall,
         Close,
+        CloseWhen,
         Reset,
         StartOver,
     };
@@ -41,6 +43,7 @@ struct Step {
     std::string bytes;
     std::chrono::milliseconds pause{0};
     Answer answer;
+    Condition condition;
 };
 using Script = std::vector<Step>;
 
@@ -52,8 +55,9 @@ Step sendSlowly(std::string bytes, std::chrono::milliseconds pause); // one byte
 Step sendEndlessly(std::string pattern);
 Step stall(); // says nothing more and keeps the connection until the client closes it
 Step close();
-Step reset();     // with RST instead of FIN
-Step startOver(); // from the first step, on the same connection
+Step closeWhen(Condition condition); // when it holds for the last request; else nothing happens
+Step reset();                        // with RST instead of FIN
+Step startOver();                    // from the first step, on the same connection
 
 // A reply with that status line end ("200 OK"), these further header lines ("Name: value\r\n"...), the body
 // and its length.
