@@ -30,13 +30,35 @@ endif()
 
 find_program(CCACHE ccache)
 if(CCACHE)
-    set(CMAKE_CXX_COMPILER_LAUNCHER "${CCACHE}")
+    # What it must be told of precompiled headers, which it leaves alone otherwise.
+    set(CMAKE_CXX_COMPILER_LAUNCHER "${CMAKE_COMMAND}" -E env
+        CCACHE_SLOPPINESS=pch_defines,time_macros,include_file_mtime,include_file_ctime "${CCACHE}")
+    if(CMAKE_CXX_COMPILER_ID STREQUAL "GNU")
+        add_compile_options(-fpch-preprocess)
+    endif()
 endif()
 
 find_package(Threads REQUIRED)
 find_package(PkgConfig REQUIRED)
 find_package(GTest REQUIRED)
 include(GoogleTest)
+
+# What runs once or for a moment, a test's own source or the reading of a command line: optimizing it takes
+# longer than running it.
+set(HOUSE_UNOPTIMIZED "$<$<CONFIG:RelWithDebInfo>:-O0>" "$<$<CONFIG:RelWithDebInfo>:-g1>")
+
+# GoogleTest's headers, read once for all tests. They serve only what has the same options: tests that use GLib
+# bring -pthread along, so all of them have it.
+set(HOUSE_TEST_OPTIONS -pthread)
+add_executable(test_headers "${PROJECT_SOURCE_DIR}/cmake/test_headers.cpp")
+target_compile_options(test_headers PRIVATE ${HOUSE_TEST_OPTIONS} ${HOUSE_UNOPTIMIZED})
+target_link_libraries(test_headers PRIVATE GTest::gmock GTest::gtest)
+target_precompile_headers(test_headers PRIVATE <gmock/gmock.h> <gtest/gtest.h>)
+
+# house_unoptimized(sources...): of the folder that calls it.
+function(house_unoptimized)
+    set_source_files_properties(${ARGN} PROPERTIES COMPILE_OPTIONS "${HOUSE_UNOPTIMIZED}")
+endfunction()
 
 # house_library(NAME sources... LINK libraries...): a folder's static library. Includes are written from the
 # root of the house ("events/event_queue.h"), so that a line tells which folder it reaches into.
@@ -47,10 +69,11 @@ function(house_library name)
     target_link_libraries(${name} PUBLIC libcommon_headers ${ARG_LINK})
 endfunction()
 
-# house_test(NAME sources... LINK libraries...): one GoogleTest program. Every test runs in a process of its
-# own under ctest, because most of what is tested keeps process-wide state.
+# house_test(NAME sources... LINK libraries... [STREAMS]): one GoogleTest program. Every test runs in a process
+# of its own under ctest, because most of what is tested keeps process-wide state. STREAMS: it plays live
+# streams, which come late on a machine that does too much at once; such tests take the place of two.
 function(house_test name)
-    cmake_parse_arguments(ARG "" "TIMEOUT" "LINK;LABELS" ${ARGN})
+    cmake_parse_arguments(ARG "STREAMS" "TIMEOUT" "LINK;LABELS" ${ARGN})
     if(NOT ARG_TIMEOUT)
         set(ARG_TIMEOUT 60)
     endif()
@@ -60,9 +83,13 @@ function(house_test name)
     add_executable(${name} ${ARG_UNPARSED_ARGUMENTS})
     set_target_properties(${name} PROPERTIES RUNTIME_OUTPUT_DIRECTORY "${PROJECT_BINARY_DIR}/tests")
     target_include_directories(${name} PRIVATE "${PROJECT_SOURCE_DIR}")
-    # A test's own source runs once: optimizing it takes longer than running it. What is tested is optimized.
-    target_compile_options(${name} PRIVATE $<$<CONFIG:RelWithDebInfo>:-O0;-g1>)
+    target_compile_options(${name} PRIVATE ${HOUSE_TEST_OPTIONS} ${HOUSE_UNOPTIMIZED}) # what is tested is optimized
+    target_precompile_headers(${name} REUSE_FROM test_headers)
     target_link_libraries(${name} PRIVATE ${ARG_LINK} GTest::gmock GTest::gtest GTest::gtest_main)
+    set(places 1)
+    if(ARG_STREAMS)
+        set(places 2)
+    endif()
     gtest_discover_tests(${name} DISCOVERY_MODE PRE_TEST
-                         PROPERTIES TIMEOUT ${ARG_TIMEOUT} LABELS "${ARG_LABELS}")
+                         PROPERTIES TIMEOUT ${ARG_TIMEOUT} LABELS "${ARG_LABELS}" PROCESSORS ${places})
 endfunction()

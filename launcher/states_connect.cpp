@@ -76,10 +76,8 @@ bool turnedAwayWhileDetecting() {
     return false;
 }
 
-// An index that names no source has the empty key: it is nobody's twin.
 bool isSameInput(int source, int other) {
-    const std::string key = getSourceKey(source);
-    return !key.empty() && key == getSourceKey(other);
+    return getSourceKey(source) == getSourceKey(other);
 }
 
 } // namespace
