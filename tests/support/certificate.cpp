@@ -48,6 +48,14 @@ X509* selfSigned(EVP_PKEY* key, const std::string& names) {
     return certificate;
 }
 
+using Memory = std::unique_ptr<BIO, decltype(&BIO_free)>;
+
+std::string contents(const Memory& memory) {
+    char* text = nullptr;
+    const long length = BIO_get_mem_data(memory.get(), &text);
+    return {text, static_cast<std::size_t>(length)};
+}
+
 } // namespace
 
 Certificate::Certificate(const std::string& names) : parts_(std::make_unique<Parts>()) {
@@ -63,11 +71,16 @@ Certificate::Certificate(const std::string& names) : parts_(std::make_unique<Par
 Certificate::~Certificate() = default;
 
 std::string Certificate::pem() const {
-    const std::unique_ptr<BIO, decltype(&BIO_free)> memory(BIO_new(BIO_s_mem()), &BIO_free);
+    const Memory memory(BIO_new(BIO_s_mem()), &BIO_free);
     require(PEM_write_bio_X509(memory.get(), parts_->certificate.get()) == 1);
-    char* text = nullptr;
-    const long length = BIO_get_mem_data(memory.get(), &text);
-    return {text, static_cast<std::size_t>(length)};
+    return contents(memory);
+}
+
+std::string Certificate::keyPem() const {
+    const Memory memory(BIO_new(BIO_s_mem()), &BIO_free);
+    require(PEM_write_bio_PrivateKey(memory.get(), parts_->key.get(), nullptr, nullptr, 0, nullptr,
+                                     nullptr) == 1);
+    return contents(memory);
 }
 
 ssl_ctx_st* Certificate::context() const {

@@ -19,6 +19,9 @@ public:
     // The certificate as PEM: what a client's CA file has to hold.
     std::string pem() const;
 
+    // Its private key as PEM, for a server that is another program.
+    std::string keyPem() const;
+
     // The server's side; owned by the object.
     ssl_ctx_st* context() const;
 

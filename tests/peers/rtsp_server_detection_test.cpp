@@ -1,0 +1,96 @@
+// Detection of an encoder whose RTSP is GStreamer's server, as its authors ship it, and whose HTTP is nginx's.
+//
+// That server names its tracks "stream=0" and so on, and its sessions are no numbers. A detection asks for
+// "trackID=1", as encoders have it: such a server describes its stream and then knows no such track.
+#include "appliance/players/test_rtsp_server.h"
+#include "detect/network_detection_fixture.h"
+#include "tests/fakes/network_namespace.h"
+#include "tests/peers/nginx.h"
+#include "tests/support/delayed_relay.h"
+
+#include <libcommon/libcommon.h>
+
+#include <gmock/gmock.h>
+
+namespace {
+
+using detect_test::statusId;
+using player::RtspServerOptions;
+using player::TestRtspServer;
+using testing::HasSubstr;
+
+class RtspServerDetection : public detect_test::NetworkDetection {
+protected:
+    void SetUp() override {
+        if (const std::string reason = peers::missing({"nginx"}); !reason.empty())
+            GTEST_SKIP() << reason;
+        if (const std::string reason = enterNetworkNamespace(); !reason.empty())
+            GTEST_SKIP() << reason;
+        entry_.userName = "viewer";
+        entry_.password = "secret";
+    }
+
+    // On the ports that a detection expects.
+    bool detectServer(const RtspServerOptions& options) {
+        peers::NginxOptions http;
+        http.port = 80;
+        http.parameters = {{"Properties.API.HTTP.Version", "2"}, {"Properties.Image.Format", "jpeg,mpeg4"}};
+        const peers::Nginx nginx(http);
+        const TestRtspServer server(options);
+        const scripted::DelayedRelay relay(554, server.port(), std::chrono::milliseconds(0));
+        return detect("127.0.0.1", 10);
+    }
+};
+
+TEST_F(RtspServerDetection, IsTakenOverTheConnection) {
+    EXPECT_TRUE(detectServer({}));
+    EXPECT_EQ(status(statusId, "ErrorCode"), "0") << trace();
+    EXPECT_EQ(status(statusId, "VideoSourceType"), "rtsp-tcp");
+    EXPECT_EQ(status(statusId, "ConnectMode"), "http");
+    EXPECT_EQ(status(statusId, "Audio"), "no");
+    EXPECT_EQ(entry_.rtspHost, "127.0.0.1");
+    EXPECT_EQ(entry_.rtspPort, 554);
+    EXPECT_THAT(trace(), HasSubstr("DESCRIBE /mpeg4/1/media.orv -> 200"));
+    EXPECT_THAT(trace(), HasSubstr("Transport: RTP/AVP;multicast -> 404"));
+}
+
+TEST_F(RtspServerDetection, BasicCredentials) {
+    RtspServerOptions options;
+    options.basic = true;
+    EXPECT_TRUE(detectServer(options));
+    EXPECT_EQ(status(statusId, "ErrorCode"), "0") << trace();
+    EXPECT_EQ(status(statusId, "VideoSourceType"), "rtsp-tcp");
+    EXPECT_EQ(status(statusId, "ConnectMode"), "http-auth");
+}
+
+TEST_F(RtspServerDetection, WrongCredentialsAreNoStream) {
+    RtspServerOptions options;
+    options.basic = true;
+    entry_.password = "guess";
+    EXPECT_TRUE(detectServer(options));
+    EXPECT_EQ(status(statusId, "ErrorCode"), "20") << trace();
+}
+
+TEST_F(RtspServerDetection, AnotherPathIsNoStream) {
+    RtspServerOptions options;
+    options.path = "/live";
+    EXPECT_TRUE(detectServer(options));
+    EXPECT_EQ(status(statusId, "ErrorCode"), "20") << trace();
+}
+
+TEST_F(RtspServerDetection, ConfiguredForTheConnectionItIsAccepted) {
+    entry_.configuredType = TYPE_RTSP_TCP;
+    EXPECT_TRUE(detectServer({}));
+    EXPECT_EQ(status(statusId, "ErrorCode"), "0") << trace();
+    EXPECT_EQ(status(statusId, "VideoSourceType"), "rtsp-tcp");
+}
+
+TEST_F(RtspServerDetection, ConfiguredForPacketsItFails) {
+    for (const int type : {TYPE_RTSP_UNICAST, TYPE_RTSP_MULTICAST}) {
+        entry_.configuredType = type;
+        EXPECT_TRUE(detectServer({}));
+        EXPECT_EQ(status(statusId, "ErrorCode"), "11") << trace();
+    }
+}
+
+} // namespace
