@@ -68,7 +68,8 @@ Folder::Folder() : path_((fs::temp_directory_path() / "peer-XXXXXX").string()) {
 }
 
 Folder::~Folder() {
-    fs::remove_all(path_);
+    if (!path_.empty())
+        fs::remove_all(path_);
 }
 
 void Folder::write(const std::string& name, const std::string& text) const {

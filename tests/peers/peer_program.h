@@ -6,6 +6,7 @@
 #include <filesystem>
 #include <memory>
 #include <string>
+#include <utility>
 #include <vector>
 
 namespace peers {
@@ -24,8 +25,8 @@ class Folder {
 public:
     Folder();
     ~Folder();
-    Folder(const Folder&) = delete;
-    Folder& operator=(const Folder&) = delete;
+    Folder(Folder&& other) noexcept : path_(std::exchange(other.path_, {})) {}
+    Folder& operator=(Folder&&) = delete;
     std::string file(const std::string& name) const { return path_ + "/" + name; }
     void write(const std::string& name, const std::string& text) const; // with the folders above it
 
