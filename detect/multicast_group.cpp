@@ -22,6 +22,15 @@ bool isMulticast(in_addr address) {
     return (ntohl(address.s_addr) >> 29) == 7;
 }
 
+// A player, or another program, may be listening to another group on the same port: beside it, and not to its
+// packets.
+void shareThePort(int fd) {
+    const int yes = 1;
+    const int no = 0;
+    setsockopt(fd, SOL_SOCKET, SO_REUSEADDR, &yes, sizeof yes);
+    setsockopt(fd, IPPROTO_IP, IP_MULTICAST_ALL, &no, sizeof no);
+}
+
 } // namespace
 
 bool joinMulticast(int& socket, const std::string& group, std::uint16_t port, ip_mreq& membership) {
@@ -37,6 +46,7 @@ bool joinMulticast(int& socket, const std::string& group, std::uint16_t port, ip
     const int fd = ::socket(AF_INET, SOCK_DGRAM | SOCK_CLOEXEC, 0);
     if (fd == -1)
         return false;
+    shareThePort(fd);
     sockaddr_in local{};
     local.sin_family = AF_INET;
     local.sin_addr.s_addr = htonl(INADDR_ANY);

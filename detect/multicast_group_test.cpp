@@ -100,16 +100,35 @@ TEST_F(MulticastGroup, WhatCanNotBeResolvedIsRefusedSilently) {
 }
 
 TEST_F(MulticastGroup, PortInUseIsOverlooked) {
+    const int other = socket(AF_INET, SOCK_DGRAM, 0); // shares its port with nobody
+    sockaddr_in local{};
+    local.sin_family = AF_INET;
+    local.sin_port = htons(5000);
+    ASSERT_EQ(bind(other, reinterpret_cast<const sockaddr*>(&local), sizeof local), 0);
+    int fd = -1;
+    ip_mreq membership{};
+    EXPECT_TRUE(joinMulticast(fd, "239.192.0.9", 5000, membership));
+    sendTo("239.192.0.9", 5000, "rtp");
+    EXPECT_EQ(received(fd), "nothing");
+    leaveMulticast(fd, membership);
+    close(other);
+}
+
+TEST_F(MulticastGroup, OtherGroupsOnTheSamePortAreOthersOnly) {
     int first = -1;
     int second = -1;
-    ip_mreq membership{};
-    ASSERT_TRUE(joinMulticast(first, "239.192.0.9", 5000, membership));
-    EXPECT_TRUE(joinMulticast(second, "239.192.0.9", 5000, membership));
+    ip_mreq ofFirst{};
+    ip_mreq ofSecond{};
+    ASSERT_TRUE(joinMulticast(first, "239.192.0.9", 5000, ofFirst));
+    ASSERT_TRUE(joinMulticast(second, "239.192.0.10", 5000, ofSecond));
     sendTo("239.192.0.9", 5000, "rtp");
     EXPECT_EQ(received(first), "rtp");
     EXPECT_EQ(received(second), "nothing");
-    leaveMulticast(first, membership);
-    leaveMulticast(second, membership);
+    sendTo("239.192.0.10", 5000, "other");
+    EXPECT_EQ(received(first), "nothing");
+    EXPECT_EQ(received(second), "other");
+    leaveMulticast(first, ofFirst);
+    leaveMulticast(second, ofSecond);
 }
 
 TEST_F(MulticastGroup, LeavingWithoutASocketDoesNothing) {
