@@ -1,11 +1,13 @@
 // Detection of an encoder whose RTSP is GStreamer's server, as its authors ship it, and whose HTTP is nginx's.
 //
 // That server names its tracks "stream=0" and so on, and its sessions are no numbers. A detection asks for
-// "trackID=1", as encoders have it: such a server describes its stream and then knows no such track.
+// "trackID=1", as encoders have it, and names a session by its number: such a server describes its stream, and
+// then knows no such track, or, where the track has that name, no such session.
 #include "appliance/players/test_rtsp_server.h"
 #include "detect/network_detection_fixture.h"
 #include "tests/fakes/network_namespace.h"
 #include "tests/peers/nginx.h"
+#include "tests/peers/stock_rtsp_server.h"
 #include "tests/support/delayed_relay.h"
 
 #include <libcommon/libcommon.h>
@@ -30,14 +32,18 @@ protected:
         entry_.password = "secret";
     }
 
-    // On the ports that a detection expects.
     bool detectServer(const RtspServerOptions& options) {
+        const TestRtspServer server(options);
+        return detectRtsp(server.port());
+    }
+
+    // On the ports that a detection expects.
+    bool detectRtsp(unsigned short port) {
         peers::NginxOptions http;
         http.port = 80;
         http.parameters = {{"Properties.API.HTTP.Version", "2"}, {"Properties.Image.Format", "jpeg,mpeg4"}};
         const peers::Nginx nginx(http);
-        const TestRtspServer server(options);
-        const scripted::DelayedRelay relay(554, server.port(), std::chrono::milliseconds(0));
+        const scripted::DelayedRelay relay(554, port, std::chrono::milliseconds(0));
         return detect("127.0.0.1", 10);
     }
 };
@@ -52,6 +58,15 @@ TEST_F(RtspServerDetection, IsTakenOverTheConnection) {
     EXPECT_EQ(entry_.rtspPort, 554);
     EXPECT_THAT(trace(), HasSubstr("DESCRIBE /mpeg4/1/media.orv -> 200"));
     EXPECT_THAT(trace(), HasSubstr("Transport: RTP/AVP;multicast -> 404"));
+}
+
+TEST_F(RtspServerDetection, SessionsThatAreNoNumbersEndInTheConnectionToo) {
+    const peers::StockRtspServer server("/mpeg4/1/media.orv", "trackID=1");
+    EXPECT_TRUE(detectRtsp(server.port()));
+    EXPECT_EQ(status(statusId, "ErrorCode"), "0") << trace();
+    EXPECT_EQ(status(statusId, "VideoSourceType"), "rtsp-tcp");
+    EXPECT_THAT(trace(), HasSubstr("-> 200 \"OK\", Transport: \"RTP/AVP;unicast;client_port="));
+    EXPECT_THAT(trace(), testing::ContainsRegex("PLAY /mpeg4/1/media.orv, Session: -?[0-9]+ -> 454"));
 }
 
 TEST_F(RtspServerDetection, BasicCredentials) {

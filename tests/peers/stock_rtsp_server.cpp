@@ -1,0 +1,66 @@
+#include "tests/peers/stock_rtsp_server.h"
+
+#include <gst/gst.h>
+#include <gst/rtsp-server/rtsp-server.h>
+#include <thread>
+
+namespace peers {
+
+struct StockRtspServer::State {
+    std::string track;
+    GMainContext* context = g_main_context_new();
+    GMainLoop* loop = g_main_loop_new(context, FALSE);
+    GstRTSPServer* server = nullptr;
+    std::thread thread;
+};
+
+namespace {
+
+void nameTrack(GstRTSPMediaFactory* /*factory*/, GstRTSPMedia* media, void* track) {
+    gst_rtsp_stream_set_control(gst_rtsp_media_get_stream(media, 0),
+                                static_cast<std::string*>(track)->c_str());
+}
+
+GstRTSPFilterResult closeClient(GstRTSPServer* /*server*/, GstRTSPClient* /*client*/, void* /*unused*/) {
+    return GST_RTSP_FILTER_REMOVE;
+}
+
+} // namespace
+
+StockRtspServer::StockRtspServer(const std::string& path, const std::string& track)
+    : state_(std::make_unique<State>()) {
+    gst_init(nullptr, nullptr);
+    state_->track = track;
+    state_->server = gst_rtsp_server_new();
+    gst_rtsp_server_set_address(state_->server, "127.0.0.1");
+    gst_rtsp_server_set_service(state_->server, "0");
+    GstRTSPMediaFactory* factory = gst_rtsp_media_factory_new();
+    gst_rtsp_media_factory_set_launch(factory,
+                                      "( videotestsrc is-live=true ! jpegenc ! rtpjpegpay name=pay0 pt=26 )");
+    if (!track.empty())
+        g_signal_connect(factory, "media-configure", G_CALLBACK(nameTrack), &state_->track);
+    GstRTSPMountPoints* mounts = gst_rtsp_server_get_mount_points(state_->server);
+    gst_rtsp_mount_points_add_factory(mounts, path.c_str(), factory);
+    g_object_unref(mounts);
+    gst_rtsp_server_attach(state_->server, state_->context);
+    state_->thread = std::thread([state = state_.get()] {
+        g_main_context_push_thread_default(state->context);
+        g_main_loop_run(state->loop);
+        g_main_context_pop_thread_default(state->context);
+    });
+}
+
+StockRtspServer::~StockRtspServer() {
+    gst_rtsp_server_client_filter(state_->server, closeClient, nullptr);
+    g_main_loop_quit(state_->loop);
+    state_->thread.join();
+    g_object_unref(state_->server);
+    g_main_loop_unref(state_->loop);
+    g_main_context_unref(state_->context);
+}
+
+unsigned short StockRtspServer::port() const {
+    return static_cast<unsigned short>(gst_rtsp_server_get_bound_port(state_->server));
+}
+
+} // namespace peers
