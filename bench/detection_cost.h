@@ -2,7 +2,7 @@
 // video-encoder that is as far away as told.
 //
 // Everything happens in a network of the process's own, where the encoder has the ports that a detection
-// expects, 80 and 554.
+// expects, 80, 554 and 443.
 #pragma once
 
 #include <chrono>
@@ -19,6 +19,7 @@ struct StreamKind {
     std::vector<std::string> encoder; // options of video-encoder
     std::string user;                 // "" none; the password is the user's name
     std::vector<std::string> ffprobe; // options and URL; none: ffprobe has nothing to read
+    bool https = false;               // asked at the HTTPS port
 };
 
 const std::vector<StreamKind>& streamKinds();

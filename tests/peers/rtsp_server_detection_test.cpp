@@ -3,7 +3,6 @@
 // That server names its tracks "stream=0" and so on, and its sessions are no numbers. A detection asks for
 // "trackID=1", as encoders have it, and names a session by its number: such a server describes its stream, and
 // then knows no such track, or, where the track has that name, no such session.
-#include "appliance/players/test_rtsp_server.h"
 #include "detect/network_detection_fixture.h"
 #include "tests/fakes/network_namespace.h"
 #include "tests/peers/nginx.h"
@@ -17,8 +16,7 @@
 namespace {
 
 using detect_test::statusId;
-using player::RtspServerOptions;
-using player::TestRtspServer;
+using peers::StockRtspOptions;
 using testing::HasSubstr;
 
 class RtspServerDetection : public detect_test::NetworkDetection {
@@ -29,21 +27,17 @@ protected:
         if (const std::string reason = enterNetworkNamespace(); !reason.empty())
             GTEST_SKIP() << reason;
         entry_.userName = "viewer";
-        entry_.password = "secret";
-    }
-
-    bool detectServer(const RtspServerOptions& options) {
-        const TestRtspServer server(options);
-        return detectRtsp(server.port());
+        entry_.password = "s3cret";
     }
 
     // On the ports that a detection expects.
-    bool detectRtsp(unsigned short port) {
+    bool detectServer(const StockRtspOptions& options) {
         peers::NginxOptions http;
         http.port = 80;
         http.parameters = {{"Properties.API.HTTP.Version", "2"}, {"Properties.Image.Format", "jpeg,mpeg4"}};
         const peers::Nginx nginx(http);
-        const scripted::DelayedRelay relay(554, port, std::chrono::milliseconds(0));
+        const peers::StockRtspServer server(options);
+        const scripted::DelayedRelay relay(554, server.port(), std::chrono::milliseconds(0));
         return detect("127.0.0.1", 10);
     }
 };
@@ -61,8 +55,7 @@ TEST_F(RtspServerDetection, IsTakenOverTheConnection) {
 }
 
 TEST_F(RtspServerDetection, SessionsThatAreNoNumbersEndInTheConnectionToo) {
-    const peers::StockRtspServer server("/mpeg4/1/media.orv", "trackID=1");
-    EXPECT_TRUE(detectRtsp(server.port()));
+    EXPECT_TRUE(detectServer({.track = "trackID=1"}));
     EXPECT_EQ(status(statusId, "ErrorCode"), "0") << trace();
     EXPECT_EQ(status(statusId, "VideoSourceType"), "rtsp-tcp");
     EXPECT_THAT(trace(), HasSubstr("-> 200 \"OK\", Transport: \"RTP/AVP;unicast;client_port="));
@@ -70,26 +63,20 @@ TEST_F(RtspServerDetection, SessionsThatAreNoNumbersEndInTheConnectionToo) {
 }
 
 TEST_F(RtspServerDetection, BasicCredentials) {
-    RtspServerOptions options;
-    options.basic = true;
-    EXPECT_TRUE(detectServer(options));
+    EXPECT_TRUE(detectServer({.basic = true}));
     EXPECT_EQ(status(statusId, "ErrorCode"), "0") << trace();
     EXPECT_EQ(status(statusId, "VideoSourceType"), "rtsp-tcp");
     EXPECT_EQ(status(statusId, "ConnectMode"), "http-auth");
 }
 
 TEST_F(RtspServerDetection, WrongCredentialsAreNoStream) {
-    RtspServerOptions options;
-    options.basic = true;
     entry_.password = "guess";
-    EXPECT_TRUE(detectServer(options));
+    EXPECT_TRUE(detectServer({.basic = true}));
     EXPECT_EQ(status(statusId, "ErrorCode"), "20") << trace();
 }
 
 TEST_F(RtspServerDetection, AnotherPathIsNoStream) {
-    RtspServerOptions options;
-    options.path = "/live";
-    EXPECT_TRUE(detectServer(options));
+    EXPECT_TRUE(detectServer({.path = "/live"}));
     EXPECT_EQ(status(statusId, "ErrorCode"), "20") << trace();
 }
 

@@ -4,6 +4,12 @@
 #include <gst/rtsp-server/rtsp-server.h>
 #include <thread>
 
+// GLib outgrows a table and forgets the old one, on purpose: other threads may still read it.
+extern "C" const char* __lsan_default_suppressions();  // NOLINT(bugprone-reserved-identifier)
+extern "C" const char* __lsan_default_suppressions() { // NOLINT(bugprone-reserved-identifier)
+    return "leak:libglib-2.0\n";
+}
+
 namespace peers {
 
 struct StockRtspServer::State {
@@ -21,26 +27,42 @@ void nameTrack(GstRTSPMediaFactory* /*factory*/, GstRTSPMedia* media, void* trac
                                 static_cast<std::string*>(track)->c_str());
 }
 
+void askForUser(GstRTSPServer* server, GstRTSPMediaFactory* factory) {
+    GstRTSPAuth* auth = gst_rtsp_auth_new();
+    GstRTSPToken* token =
+        gst_rtsp_token_new(GST_RTSP_TOKEN_MEDIA_FACTORY_ROLE, G_TYPE_STRING, "viewer", nullptr);
+    char* basic = gst_rtsp_auth_make_basic("viewer", "s3cret");
+    gst_rtsp_auth_add_basic(auth, basic, token);
+    g_free(basic);
+    gst_rtsp_token_unref(token);
+    gst_rtsp_server_set_auth(server, auth);
+    g_object_unref(auth);
+    gst_rtsp_media_factory_add_role(factory, "viewer", GST_RTSP_PERM_MEDIA_FACTORY_ACCESS, G_TYPE_BOOLEAN,
+                                    TRUE, GST_RTSP_PERM_MEDIA_FACTORY_CONSTRUCT, G_TYPE_BOOLEAN, TRUE,
+                                    nullptr);
+}
+
 GstRTSPFilterResult closeClient(GstRTSPServer* /*server*/, GstRTSPClient* /*client*/, void* /*unused*/) {
     return GST_RTSP_FILTER_REMOVE;
 }
 
 } // namespace
 
-StockRtspServer::StockRtspServer(const std::string& path, const std::string& track)
-    : state_(std::make_unique<State>()) {
+StockRtspServer::StockRtspServer(const StockRtspOptions& options) : state_(std::make_unique<State>()) {
     gst_init(nullptr, nullptr);
-    state_->track = track;
+    state_->track = options.track;
     state_->server = gst_rtsp_server_new();
     gst_rtsp_server_set_address(state_->server, "127.0.0.1");
     gst_rtsp_server_set_service(state_->server, "0");
     GstRTSPMediaFactory* factory = gst_rtsp_media_factory_new();
     gst_rtsp_media_factory_set_launch(factory,
                                       "( videotestsrc is-live=true ! jpegenc ! rtpjpegpay name=pay0 pt=26 )");
-    if (!track.empty())
+    if (options.basic)
+        askForUser(state_->server, factory);
+    if (!options.track.empty())
         g_signal_connect(factory, "media-configure", G_CALLBACK(nameTrack), &state_->track);
     GstRTSPMountPoints* mounts = gst_rtsp_server_get_mount_points(state_->server);
-    gst_rtsp_mount_points_add_factory(mounts, path.c_str(), factory);
+    gst_rtsp_mount_points_add_factory(mounts, options.path.c_str(), factory);
     g_object_unref(mounts);
     gst_rtsp_server_attach(state_->server, state_->context);
     state_->thread = std::thread([state = state_.get()] {

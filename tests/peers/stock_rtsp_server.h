@@ -1,4 +1,4 @@
-// GStreamer's RTSP server with one stream of a test pattern, all as its authors ship it but for the track's name.
+// GStreamer's RTSP server with one stream of a test pattern, all as its authors ship it but for what the options say.
 #pragma once
 
 #include <memory>
@@ -6,10 +6,15 @@
 
 namespace peers {
 
+struct StockRtspOptions {
+    std::string path = "/mpeg4/1/media.orv";
+    std::string track{}; // its name; "" as the server likes
+    bool basic = false;  // asks for viewer/s3cret
+};
+
 class StockRtspServer {
 public:
-    // The stream is at `path`, its track named `track`; "" as the server likes.
-    StockRtspServer(const std::string& path, const std::string& track);
+    explicit StockRtspServer(const StockRtspOptions& options);
     ~StockRtspServer();
     StockRtspServer(const StockRtspServer&) = delete;
     StockRtspServer& operator=(const StockRtspServer&) = delete;
