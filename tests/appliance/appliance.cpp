@@ -5,6 +5,7 @@
 #include <algorithm>
 #include <csignal>
 #include <cstdio>
+#include <fcntl.h>
 #include <filesystem>
 #include <gtest/gtest.h>
 #include <iostream>
@@ -62,18 +63,13 @@ bool beginsWith(const std::string& text, const std::string& start) {
     return text.compare(0, start.size(), start) == 0;
 }
 
-// Seconds after midnight of the first line with that text; negative when there is none.
-double timeOfLine(const std::string& log, const std::string& text) {
-    const std::size_t found = log.find(text);
-    if (found == std::string::npos) {
-        return -1;
-    }
-    // "2026-11-21T09:21:42.087944Z skelmor[20943] 6 Started"
-    const std::size_t line = log.rfind('\n', found) == std::string::npos ? 0 : log.rfind('\n', found) + 1;
+// Seconds after midnight of a line "2026-11-21T09:21:42.087944Z skelmor[20943] 6 Started"; negative when it
+// has no time.
+double timeOfLine(const std::string& line) {
     int hours = 0;
     int minutes = 0;
     double seconds = 0;
-    if (std::sscanf(log.c_str() + line, "%*d-%*d-%*dT%d:%d:%lf", &hours, &minutes, &seconds) != 3) {
+    if (std::sscanf(line.c_str(), "%*d-%*d-%*dT%d:%d:%lf", &hours, &minutes, &seconds) != 3) {
         return -1;
     }
     return hours * 3600 + minutes * 60 + seconds;
@@ -86,15 +82,17 @@ std::string Appliance::program(const std::string& name) {
 }
 
 Appliance::Appliance()
-    : root_((isolate(), makeRoot())), sections_{{"Decoder",
-                                                 {{"AutoConnect", "yes"},
-                                                  {"SequenceMode", "auto"},
-                                                  {"AutoDetectTimeout", "2"},
-                                                  {"ShowDisconnectedMessage", "yes"},
-                                                  {"VideoMode", "pal"}}},
-                                                {"Alarm", {{"Enabled", "yes"}, {"DisplayTime", "3"}}},
-                                                {"Buttons", {{"VideoSelectEnabled", "yes"}}},
-                                                {"Network.eth0", {{"IPAddress", "127.0.0.1"}}}},
+    : root_((isolate(), makeRoot())),
+      sections_{
+          {"Decoder",
+           {{"AutoConnect", "yes"},
+            {"SequenceMode", "auto"},
+            {"AutoDetectTimeout", "15"}, // for a busy machine: a failed detection costs ten seconds more
+            {"ShowDisconnectedMessage", "yes"},
+            {"VideoMode", "pal"}}},
+          {"Alarm", {{"Enabled", "yes"}, {"DisplayTime", "3"}}},
+          {"Buttons", {{"VideoSelectEnabled", "yes"}}},
+          {"Network.eth0", {{"IPAddress", "127.0.0.1"}}}},
       store_(root_ + "/run/decoder/screen/frames") {
     ++alive;
     ++made;
@@ -118,14 +116,29 @@ Appliance::~Appliance() {
     fs::remove_all(root_);
 }
 
-Encoder& Appliance::addEncoder(const std::string& name, const std::vector<std::string>& arguments,
-                               const Keys& keys) {
-    encoders_.push_back(std::make_unique<Encoder>(
-        name, sources_, arguments, root_ + "/var/log/encoder" + std::to_string(sources_) + ".log"));
-    Keys all{{"Address", encoders_.back()->address()}};
+Encoder& Appliance::add(std::unique_ptr<Encoder> encoder, const std::string& name, const Keys& keys) {
+    Keys all{{"Address", encoder->address()}};
     all.insert(keys.begin(), keys.end());
     addSource(name, all);
-    return *encoders_.back();
+    return *encoders_.emplace_back(std::move(encoder));
+}
+
+std::string Appliance::encoderLog() const {
+    return root_ + "/var/log/encoder" + std::to_string(sources_) + ".log";
+}
+
+Encoder& Appliance::addEncoder(const std::string& name, const std::vector<std::string>& arguments,
+                               const Keys& keys) {
+    return add(std::make_unique<Encoder>(name, sources_, arguments, encoderLog()), name, keys);
+}
+
+Encoder& Appliance::addHost(const std::string& name, const std::vector<std::string>& arguments,
+                            const Keys& keys) {
+    if (!isolate()) {
+        throw std::runtime_error("an encoder with the usual ports on a network that is not the test's own");
+    }
+    const std::string host = "127.0.1." + std::to_string(sources_ + 1);
+    return add(std::make_unique<Encoder>(name, sources_, arguments, encoderLog(), host), name, keys);
 }
 
 void Appliance::addSource(const std::string& name, const Keys& keys) {
@@ -170,19 +183,26 @@ std::string Appliance::parameterText() const {
     return text;
 }
 
+// Held players wait to open a FIFO. They start no program to wait with: it would look like one more player
+// for a moment.
 void Appliance::holdPlayers() {
-    writeFile(root_ + "/run/hold", "");
+    mkfifo((root_ + "/run/hold").c_str(), 0600);
     for (const char* player : playerNames) {
         if (fs::is_symlink(root_ + "/bin/" + player)) {
-            wrapProgram(
-                player,
-                "while [ -e \"$APPLIANCE_ROOT/run/hold\" ]; do sleep 0.02; done\nexec \"$REAL\" \"$@\"");
+            wrapProgram(player, "HOLD=\"$APPLIANCE_ROOT/run/hold\"\n"
+                                "[ ! -p \"$HOLD\" ] || read -r _ <\"$HOLD\"\n"
+                                "exec \"$REAL\" \"$@\"");
         }
     }
 }
 
 void Appliance::releasePlayers() {
-    fs::remove(root_ + "/run/hold");
+    const std::string file = root_ + "/run/hold";
+    const int hold = open(file.c_str(), O_RDWR | O_NONBLOCK | O_CLOEXEC);
+    fs::remove(file); // before those who have opened it find its end
+    if (hold >= 0) {
+        close(hold);
+    }
 }
 
 void Appliance::start(const std::vector<std::string>& arguments) {
@@ -241,15 +261,25 @@ std::size_t Appliance::countInLog(const std::string& text) const {
     return count;
 }
 
-double Appliance::secondsInLog(const std::string& from, const std::string& to) const {
+std::vector<double> Appliance::timesInLog(const std::string& text) const {
     constexpr double day = 86400;
-    const std::string all = log();
-    const double begin = timeOfLine(all, from);
-    const double end = timeOfLine(all, to);
-    if (begin < 0 || end < 0) {
-        return -1;
+    std::vector<double> times;
+    std::istringstream lines(log());
+    double first = -1;
+    for (std::string line; std::getline(lines, line);) {
+        const double time = timeOfLine(line);
+        first = first < 0 ? time : first;
+        if (line.find(text) != std::string::npos) {
+            times.push_back(time < first ? time - first + day : time - first);
+        }
     }
-    return end >= begin ? end - begin : end - begin + day;
+    return times;
+}
+
+double Appliance::secondsInLog(const std::string& from, const std::string& to) const {
+    const std::vector<double> begin = timesInLog(from);
+    const std::vector<double> end = timesInLog(to);
+    return begin.empty() || end.empty() ? -1 : end[0] - begin[0];
 }
 
 bool Appliance::waitForLog(const std::string& text, std::size_t times, Seconds limit) const {
@@ -333,6 +363,12 @@ std::vector<int> Appliance::players() const {
     }
     std::ranges::sort(found);
     return found;
+}
+
+std::string Appliance::playerName() {
+    const std::string pid = std::to_string(playerPid());
+    const std::string name = readFile("/proc/" + pid + "/comm");
+    return name.substr(0, name.find('\n'));
 }
 
 void Appliance::reportLeftovers() {

@@ -38,6 +38,10 @@ public:
     // source's index. `keys` replace or add to the source's keys.
     Encoder& addEncoder(const std::string& name, const std::vector<std::string>& arguments = {},
                         const Keys& keys = {});
+    // The same on a host of its own with the usual ports, where RTSP is looked for beside HTTP. Only in an
+    // isolated process.
+    Encoder& addHost(const std::string& name, const std::vector<std::string>& arguments = {},
+                     const Keys& keys = {});
     void addSource(const std::string& name, const Keys& keys);
     void set(const std::string& name, const std::string& value); // "Decoder.SequenceMode"
     void setManual() { set("Decoder.SequenceMode", "manual"); }
@@ -82,6 +86,8 @@ public:
     // Seconds from the first line of the log with the one text to the first with the other; negative when
     // either is missing.
     double secondsInLog(const std::string& from, const std::string& to) const;
+    // When the lines with that text were written, in seconds since the log's first line.
+    std::vector<double> timesInLog(const std::string& text) const;
     bool waitForLog(const std::string& text, std::size_t times = 1, Seconds limit = patience) const;
 
     // "SINGLE_PLAYER_STARTED": the name of the state that was entered last; needs -v.
@@ -103,11 +109,14 @@ public:
 
     // Pids of the players that run now, ascending.
     std::vector<int> players() const;
+    std::string playerName(); // the program that drew the newest frame
 
     // Programs of the build.
     static std::string program(const std::string& name);
 
 private:
+    Encoder& add(std::unique_ptr<Encoder> encoder, const std::string& name, const Keys& keys);
+    std::string encoderLog() const;
     std::map<std::string, std::string> environment() const;
     void reportLeftovers();
 

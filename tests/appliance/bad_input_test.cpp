@@ -141,9 +141,10 @@ void sendEndlessHeaders(int fd) {
 class HostileEncoder : public testing::TestWithParam<Hostile> {};
 
 TEST_P(HostileEncoder, CostsAnErrorCodeInBoundedTimeAndNothingElse) {
-    constexpr double timeout = 2; // seconds: "Decoder.AutoDetectTimeout" of the harness
+    constexpr double timeout = 2; // seconds
     const Hostile& hostile = GetParam();
     Appliance decoder;
+    decoder.set("Decoder.AutoDetectTimeout", "2");
     std::unique_ptr<Oddity> oddity;
     std::string address = hostile.address;
     if (hostile.behaviour) {

@@ -4,6 +4,7 @@
 
 #include <arpa/inet.h>
 #include <csignal>
+#include <cstring>
 #include <filesystem>
 #include <netinet/in.h>
 #include <nlohmann/json.hpp>
@@ -18,17 +19,30 @@ namespace appliance {
 
 namespace {
 
-int connectTo(int port) {
+constexpr const char* sharedHost = "127.0.0.1";
+constexpr const char* presetField = "gotoserverpresetname=";
+
+int connectTo(const std::string& host, int port) {
     const int fd = socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC, 0);
     sockaddr_in address{};
     address.sin_family = AF_INET;
     address.sin_port = htons(static_cast<std::uint16_t>(port));
-    address.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
+    inet_pton(AF_INET, host.c_str(), &address.sin_addr);
     if (connect(fd, reinterpret_cast<sockaddr*>(&address), sizeof address) != 0) {
         close(fd);
         throw std::runtime_error("no connection to port " + std::to_string(port));
     }
     return fd;
+}
+
+// What came in as bytes is told with each byte as a character.
+std::string bytesOf(const std::string& utf8) {
+    std::string bytes;
+    for (std::size_t i = 0; i < utf8.size(); ++i) {
+        const auto lead = static_cast<unsigned char>(utf8[i]);
+        bytes += lead < 0x80 ? utf8[i] : static_cast<char>((lead & 3) << 6 | (utf8[++i] & 0x3f));
+    }
+    return bytes;
 }
 
 // Each connection in a process of its own, so that one that hangs holds up nobody.
@@ -56,18 +70,28 @@ int connectTo(int port) {
 
 } // namespace
 
-Encoder::Encoder(std::string name, int mark, std::vector<std::string> arguments, std::string logFile)
-    : name_(std::move(name)), mark_(mark), arguments_(std::move(arguments)), logFile_(std::move(logFile)) {
-    startWith({"--http", "0", "--rtsp", "0", "--control", "0"});
+Encoder::Encoder(std::string name, int mark, std::vector<std::string> arguments, std::string logFile,
+                 std::string host)
+    : name_(std::move(name)), mark_(mark), arguments_(std::move(arguments)), logFile_(std::move(logFile)),
+      host_(std::move(host)) {
+    if (host_.empty()) {
+        startWith({"--http", "0", "--rtsp", "0", "--control", "0"});
+    } else {
+        startWith({"--http", "80", "--rtsp", "554", "--control", "0"});
+    }
 }
 
 std::string Encoder::address() const {
-    return "127.0.0.1:" + std::to_string(port("https") != 0 ? port("https") : port("http"));
+    if (!host_.empty()) {
+        return host_;
+    }
+    return sharedHost + (':' + std::to_string(port("https") != 0 ? port("https") : port("http")));
 }
 
 void Encoder::startWith(const std::vector<std::string>& ports) {
-    std::vector<std::string> all{Appliance::program("video-encoder"), "--name", name_, "--mark",
-                                 std::to_string(mark_)};
+    std::vector<std::string> all{
+        Appliance::program("video-encoder"), "--name", name_, "--mark", std::to_string(mark_), "--address",
+        host_.empty() ? sharedHost : host_};
     all.insert(all.end(), ports.begin(), ports.end());
     all.insert(all.end(), arguments_.begin(), arguments_.end());
     std::filesystem::remove(logFile_);
@@ -102,7 +126,7 @@ void Encoder::again() {
 }
 
 std::string Encoder::ask(const std::string& method, const std::string& path, const std::string& body) const {
-    const int fd = connectTo(port("control"));
+    const int fd = connectTo(host_.empty() ? sharedHost : host_, port("control"));
     writeAll(fd, method + ' ' + path + " HTTP/1.0\r\nContent-Length: " + std::to_string(body.size()) +
                      "\r\n\r\n" + body);
     std::string reply;
@@ -122,14 +146,20 @@ void Encoder::setFaults(const std::string& faults) const {
     ask("POST", "/faults", faults);
 }
 
-std::vector<std::string> Encoder::gotos() const {
-    const std::string parameter = "gotoserverpresetname=";
-    std::vector<std::string> presets;
+std::vector<Encoder::Request> Encoder::requests() const {
+    std::vector<Request> all;
     for (const auto& request : nlohmann::json::parse(ask("GET", "/requests", ""))) {
-        const std::string target = request["target"];
-        const std::size_t at = target.find(parameter);
+        all.push_back({request["protocol"], bytesOf(request["target"]), request["user"], request["status"]});
+    }
+    return all;
+}
+
+std::vector<std::string> Encoder::gotos() const {
+    std::vector<std::string> presets;
+    for (const Request& request : requests()) {
+        const std::size_t at = request.target.find(presetField);
         if (at != std::string::npos) {
-            presets.push_back(target.substr(at + parameter.size()));
+            presets.push_back(request.target.substr(at + std::strlen(presetField)));
         }
     }
     return presets;

@@ -13,16 +13,26 @@ namespace appliance {
 
 class Encoder {
 public:
-    // Starts it and waits until it listens. `mark` is the first input's number in its pictures.
-    Encoder(std::string name, int mark, std::vector<std::string> arguments, std::string logFile);
+    // Starts it and waits until it listens. `mark` is the first input's number in its pictures. With a `host`
+    // ("127.0.1.1") it has this address for itself, and the usual ports.
+    Encoder(std::string name, int mark, std::vector<std::string> arguments, std::string logFile,
+            std::string host = "");
 
-    // Where a source finds it: the HTTPS port if it has one, else the HTTP port.
+    // Where a source finds it: its host, or the HTTPS port if it has one, else the HTTP port.
     std::string address() const;
     Process& process() { return *process_; }
 
     void kill();                                     // kill -9
     void again();                                    // started again with the same ports and arguments
     void setFaults(const std::string& faults) const; // while it runs: "stall=10 404-view"; "" none
+
+    struct Request {
+        std::string protocol; // "http", "https", "rtsp"
+        std::string target;
+        std::string user; // "": without credentials
+        int status = 0;
+    };
+    std::vector<Request> requests() const; // in order
 
     // Presets that cameras were turned to, in order.
     std::vector<std::string> gotos() const;
@@ -36,6 +46,7 @@ private:
     int mark_;
     std::vector<std::string> arguments_;
     std::string logFile_;
+    std::string host_;                 // "": 127.0.0.1, shared
     std::map<std::string, int> ports_; // "http", "rtsp", "https", "control"; 0: none
     std::unique_ptr<Process> process_;
 };

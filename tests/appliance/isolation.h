@@ -7,9 +7,9 @@
 namespace appliance {
 
 // Gives this process, and what it starts from now on, its own System V queues and semaphores and its own
-// loopback network, where the machine allows it (root); so that tests that run at once never meet, and what
-// one leaves behind is found. Harmless when repeated. False where it is refused: tests then share the
-// machine's.
+// loopback network (with multicast), where the machine allows it: to root, or to users as root of a namespace
+// of their own; so that tests that run at once never meet, and what one leaves behind is found. Harmless when
+// repeated. False where it is refused: tests then share the machine's.
 bool isolate();
 
 // System V queues and semaphore sets there are, as "queue 5" and "semaphores 3".
