@@ -44,16 +44,6 @@ TEST(Start, DetectionIsExplained) {
     EXPECT_NE(explained.output.find("accepted"), std::string::npos) << explained.output;
 }
 
-TEST(Start, SequenceShowsEachSourceInTurn) {
-    Appliance decoder;
-    decoder.addEncoder("Front door", {}, {{"DisplayTime", "1"}});
-    decoder.addEncoder("Garage", {}, {{"DisplayTime", "1"}});
-    decoder.start();
-    EXPECT_TRUE(decoder.showsMoving(0));
-    EXPECT_TRUE(decoder.showsMoving(1));
-    EXPECT_TRUE(decoder.showsMoving(0));
-}
-
 TEST(Start, WithoutAutoConnectItStaysDisconnected) {
     Appliance decoder;
     decoder.addEncoder("Front door");
@@ -191,17 +181,6 @@ TEST(Button, PausesMovesOnDisconnectsAndConnects) {
     EXPECT_TRUE(decoder.waitForText(0, "Disconnected"));
     EXPECT_EQ(decoder.ctl({"button"}).status, 0);
     EXPECT_TRUE(decoder.showsMoving(0));
-}
-
-TEST(Flush, ForgetsWhatWasDetected) {
-    Appliance decoder;
-    decoder.addEncoder("Front door");
-    decoder.set("Decoder.AutoConnect", "no");
-    decoder.start();
-    ASSERT_TRUE(decoder.waitForState("DISCONNECTED"));
-    EXPECT_EQ(decoder.ctl({"flush"}).status, 0);
-    EXPECT_TRUE(decoder.waitForLog("-> FLUSH_CACHE(4)"));
-    EXPECT_TRUE(decoder.waitForState("DISCONNECTED"));
 }
 
 TEST(SideBySide, TwoAppliancesDoNotMeet) {
