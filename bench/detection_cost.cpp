@@ -273,7 +273,8 @@ bool kernelDelays() {
 Cost detectOnce(const StreamKind& kind, Way way, std::chrono::milliseconds eachWay, int timeout,
                 bool withFfprobe) {
     const bool relayed = way == Way::Counted || (way == Way::Delayed && !kernelDelays());
-    const RemoteEncoder encoder(kind, relayed, way == Way::Delayed ? eachWay : std::chrono::milliseconds(0));
+    // A little while also when counting: a relay has to see who speaks and leaves at once.
+    const RemoteEncoder encoder(kind, relayed, way == Way::Delayed ? eachWay : std::chrono::milliseconds(5));
     std::unique_ptr<DelayedLoopback> slowNetwork;
     if (way == Way::Delayed && !relayed)
         slowNetwork = std::make_unique<DelayedLoopback>(eachWay);

@@ -46,6 +46,7 @@ struct Way {
     struct Packet {
         Clock::time_point due;
         std::string bytes; // empty: the end
+        bool asks = false; // the first of a request
     };
 
     int from;
@@ -59,40 +60,45 @@ struct Way {
     bool reads() const { return !ended && queued < mostQueued; }
 
     // True when bytes came.
-    bool take(Clock::time_point due) {
+    bool take(Clock::time_point due, bool asks) {
         std::array<char, 65536> bytes;
         const ssize_t got = recv(from, bytes.data(), bytes.size(), 0);
         if (got < 0 && (errno == EAGAIN || errno == EINTR))
             return false;
         ended = got <= 0;
         packets.push_back(
-            {due, std::string(bytes.data(), static_cast<std::size_t>(std::max<ssize_t>(got, 0)))});
+            {due, std::string(bytes.data(), static_cast<std::size_t>(std::max<ssize_t>(got, 0))), asks});
         queued += packets.back().bytes.size();
         return !ended;
     }
 
-    void give(Clock::time_point now) {
+    // How many requests went out; what was sent by somebody who then left waits for no answer.
+    int give(Clock::time_point now) {
+        int asked = 0;
         blocked = false;
         while (!closed && !packets.empty() && packets.front().due <= now) {
             std::string& bytes = packets.front().bytes;
             if (bytes.empty()) {
                 shutdown(to, SHUT_WR);
                 closed = true;
-                return;
+                return asked;
             }
             const ssize_t sent = send(to, bytes.data(), bytes.size(), MSG_NOSIGNAL);
             blocked = sent < 0 && errno == EAGAIN;
             if (blocked)
-                return;
+                return asked;
             if (sent < 0) { // nobody wants it: nor the rest
                 ended = closed = true;
-                return;
+                return asked;
             }
             queued -= static_cast<std::size_t>(sent);
             bytes.erase(0, static_cast<std::size_t>(sent));
-            if (bytes.empty())
-                packets.pop_front();
+            if (!bytes.empty())
+                continue;
+            asked += packets.front().asks && !ended ? 1 : 0;
+            packets.pop_front();
         }
+        return asked;
     }
 };
 
@@ -180,13 +186,13 @@ void DelayedRelay::State::serve(Relayed& relayed, const pollfd* polled) {
     const Clock::time_point now = Clock::now();
     // The handshake's round trip is over before the first request is on its way.
     const Clock::time_point due = std::max(now + eachWay, relayed.opened + 3 * eachWay);
-    if (relayed.request.reads() && (polled[0].revents & ~POLLOUT) != 0 && relayed.request.take(due)) {
-        exchanges += relayed.clientSpoke ? 0 : 1;
+    if (relayed.request.reads() && (polled[0].revents & ~POLLOUT) != 0 &&
+        relayed.request.take(due, !relayed.clientSpoke))
         relayed.clientSpoke = true;
-    }
-    if (relayed.answer.reads() && (polled[1].revents & ~POLLOUT) != 0 && relayed.answer.take(now + eachWay))
+    if (relayed.answer.reads() && (polled[1].revents & ~POLLOUT) != 0 &&
+        relayed.answer.take(now + eachWay, false))
         relayed.clientSpoke = false;
-    relayed.request.give(now);
+    exchanges += relayed.request.give(now);
     relayed.answer.give(now);
 }
 

@@ -3,8 +3,8 @@
 // itself had to be made over that way.
 //
 // It counts what a client has to wait for: connections, and exchanges. An exchange is a request with its
-// answer, whatever protocol it is: the client speaks first, or again after the server has spoken. One thread
-// serves all connections; it blocks every signal and is joined by the destructor.
+// answer, whatever protocol it is: the client speaks first, or again after the server has spoken, and does not
+// leave at once (as TLS says goodbye). One thread serves all connections; it blocks every signal and is joined by the destructor.
 #pragma once
 
 #include <chrono>
