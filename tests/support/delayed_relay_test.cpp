@@ -88,7 +88,7 @@ TEST(DelayedRelay, LastWordsAreNoExchange) {
 }
 
 TEST(DelayedRelay, MuchComesThroughWhole) {
-    const std::string bytes(20'000'000, 'x');
+    const std::string bytes(8'000'000, 'x');
     const Server server({readRequest(), send(bytes), close()});
     const DelayedRelay relay(0, server.port(), eachWay);
     const Client client(relay.port());
