@@ -2,13 +2,36 @@
 
 #include "tests/appliance/isolation.h"
 
+#include <algorithm>
 #include <csignal>
+#include <filesystem>
 #include <gtest/gtest.h>
+#include <system_error>
 
 namespace appliance {
 
+namespace {
+
+// The letter of a process's state stands behind its name in brackets, which may hold anything.
+bool standsStill(const std::filesystem::path& task) {
+    const std::string stat = readFile(task / "stat");
+    const std::size_t name = stat.rfind(") ");
+    return name == std::string::npos || stat[name + 2] == 'T';
+}
+
+} // namespace
+
+void stop(int pid) {
+    kill(pid, SIGSTOP);
+    const std::string tasks = "/proc/" + std::to_string(pid) + "/task";
+    EXPECT_TRUE(eventually([&] {
+        std::error_code gone; // it ended: then it stands still, too
+        return std::ranges::all_of(std::filesystem::directory_iterator(tasks, gone), standsStill);
+    })) << pid;
+}
+
 Frozen::Frozen(Appliance& decoder) : decoder_(decoder) {
-    decoder_.supervisor().signal(SIGSTOP);
+    stop(decoder_.supervisor().pid());
 }
 
 Frozen::~Frozen() {

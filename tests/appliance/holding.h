@@ -7,6 +7,9 @@
 
 namespace appliance {
 
+// Stops a process: returns when all its threads stand still, which is later than kill() does.
+void stop(int pid);
+
 // Stops the supervisor (not its players), so that a test can bring the others into position.
 class Frozen {
 public:

@@ -145,14 +145,14 @@ void Scene::pause() {
 
 void Scene::stopCurrentAndDisconnect() {
     playManual();
-    ::kill(current_, SIGSTOP);
+    appliance::stop(current_);
     decoder_.ctl({"disconnect"});
     expectState("SHUTDOWN_CURRENT_PLAYER");
 }
 
 void Scene::stopCurrentAndFailToDetect() {
     playManual();
-    ::kill(current_, SIGSTOP);
+    appliance::stop(current_);
     decoder_.ctl({"select", missingSource});
     expectState("SHUTDOWN_CURRENT_PLAYER_AFTER_REQUEST_FAILED");
 }
@@ -160,7 +160,7 @@ void Scene::stopCurrentAndFailToDetect() {
 void Scene::letStoppedCurrentPass() {
     const Frozen frozen(decoder_);
     appliance::awaitAnnouncement([this] { ::kill(current_, SIGCONT); });
-    ::kill(current_, SIGSTOP);
+    appliance::stop(current_);
 }
 
 void Scene::waitForDetection() {
@@ -179,7 +179,7 @@ void Scene::launch() {
 void Scene::announceFirstBarrier(int stopped) {
     const Frozen frozen(decoder_);
     appliance::awaitAnnouncement([this] { decoder_.releasePlayers(); });
-    ::kill(stopped, SIGSTOP);
+    appliance::stop(stopped);
 }
 
 void Scene::launchAndStopBetweenBarriers() {
@@ -230,7 +230,7 @@ void Scene::holdAtSwitch() {
     stopPendingAtSecondBarrier();
     const std::string announcement = "(id=7, val=(" + std::to_string(current_) + ",1))";
     require(decoder_.waitForLog(announcement, 2), "no announcement"); // the first one was at its launch
-    ::kill(current_, SIGSTOP);
+    appliance::stop(current_);
     ::kill(pending_, SIGCONT);
     expectState("SWITCH_PLAYER");
 }

@@ -111,7 +111,7 @@ protected:
         {
             const Frozen frozen(decoder);
             letItAnnounce(decoder);
-            kill(stopped, SIGSTOP);
+            appliance::stop(stopped);
         }
         ASSERT_TRUE(decoder.waitForState("WAIT_SHUTDOWN_CURRENT_PLAYER"));
     }
