@@ -76,8 +76,11 @@ bool turnedAwayWhileDetecting() {
     return false;
 }
 
+// An index that names no source has the empty key. It is nobody's twin, not even that of a shown source which
+// the configuration has lost: the player would be left without a source.
 bool isSameInput(int source, int other) {
-    return getSourceKey(source) == getSourceKey(other);
+    const std::string key = getSourceKey(source);
+    return !key.empty() && key == getSourceKey(other);
 }
 
 } // namespace

@@ -361,13 +361,13 @@ TEST_F(SelectSourceId, KeysAreComparedByteForByte) {
     EXPECT_EQ(state(), "REQUEST_ENCODER_TYPE");
 }
 
-TEST_F(SelectSourceId, IndicesThatNameNoSourceHaveTheSameEmptyKey) {
+TEST_F(SelectSourceId, AnIndexThatNamesNoSourceIsNobodysTwin) {
     fake::cachedSources.clear(); // the configuration has lost the source that is shown, too
     enter(SELECT_SOURCE_ID);
     playing(1);
-    machine.pendingSource = 7;
+    machine.pendingSource = -1;
     turn();
-    EXPECT_EQ(state(), "SEND_ONLY_PTZ");
+    EXPECT_EQ(state(), "REQUEST_ENCODER_TYPE");
 }
 
 TEST_F(SelectSourceId, ACacheFlushComesFirst) {

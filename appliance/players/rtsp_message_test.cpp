@@ -101,7 +101,7 @@ TEST(RtspReader, WhatCannotBeRtspEndsIt) {
 
 TEST(RtspReader, AnyNoiseIsTakenWithoutHarm) {
     std::mt19937 random(11);
-    const std::string alphabet("$\0\1RTSP/1.0 200 OK\r\n\r\nContent-Length: 9\r\n", 43);
+    const std::string alphabet("$\0\1RTSP/1.0 200 OK\r\n\r\nContent-Length: 9\r\n", 42);
     for (int round = 0; round < 300; ++round) {
         std::string noise;
         for (int i = 0; i < 400; ++i)
