@@ -17,7 +17,8 @@ namespace {
 
 constexpr int partingMs = 150;
 constexpr std::int64_t reportUs = 5'000'000;
-// After the connection went, datagrams may still come; when none did for so long, it was the end.
+// After the connection went, datagrams may still come, and to a multicast group somebody else may have said
+// goodbye: the sender of a stream that was asked for before. When no packet came for so long, it was the end.
 constexpr std::int64_t silenceUs = 1'000'000;
 constexpr int controlGoodbye = 203;
 
@@ -183,9 +184,11 @@ std::string RtspSession::receive() {
         }
         if (failed_)
             return "the decoder failed";
-        if (saidGoodbye_ || !good)
+        const bool silent = now - lastPacket_ > silenceUs;
+        const bool alone = options_.transport != Transport::multicast;
+        if (!good || (saidGoodbye_ && (alone || silent)))
             return "the encoder ended the stream";
-        if (!connected_ && (video_.sockets.data < 0 || now - lastPacket_ > silenceUs))
+        if (!connected_ && (video_.sockets.data < 0 || silent))
             return "the encoder closed the connection";
         stayAlive();
     }
@@ -220,6 +223,7 @@ bool RtspSession::receiveOnce() {
 
 void RtspSession::takeVideo(std::string_view packet) {
     lastPacket_ = gettimeusec();
+    saidGoodbye_ = false;
     failed_ = failed_ || !decoder_->feed(packet.data(), packet.size());
 }
 

@@ -99,12 +99,16 @@ INSTANTIATE_TEST_SUITE_P(
         Detected{"RtspUnicastMpeg4", {"--kinds", "rtsp-unicast"}, "mpeg4player", "rtsp-unicast", 4, "http"},
         Detected{"RtspUnicastH264", {"--kinds", "rtsp-unicast", "--codec", "h264"}, "mpeg4player", "rtsp-unicast", 4, "http"},
         withCredentials({"RtspUnicastGuarded", {"--kinds", "rtsp-unicast"}, "mpeg4player", "rtsp-unicast", 4, ""}),
+        Detected{"RtspMulticastMpeg4", {"--kinds", "rtsp-multicast"}, "mpeg4player", "rtsp-multicast", 5, "http"},
+        Detected{"RtspMulticastH264", {"--kinds", "rtsp-multicast", "--codec", "h264"}, "mpeg4player", "rtsp-multicast", 5, "http"},
+        withCredentials({"RtspMulticastGuarded", {"--kinds", "rtsp-multicast"}, "mpeg4player", "rtsp-multicast", 5, ""}),
         Detected{"RtspTcpMpeg4", {"--kinds", "rtsp-tcp"}, "mpeg4player", "rtsp-tcp", 6, "http"},
         Detected{"RtspTcpH264", {"--kinds", "rtsp-tcp", "--codec", "h264"}, "mpeg4player", "rtsp-tcp", 6, "http"},
         withCredentials({"RtspTcpGuarded", {"--kinds", "rtsp-tcp"}, "mpeg4player", "rtsp-tcp", 6, ""}),
         Detected{"RtspHttpMpeg4", {"--kinds", "rtsp-http"}, "mpeg4player", "rtsp-http", 7, "http", "", ""},
         Detected{"RtspHttpH264", {"--kinds", "rtsp-http", "--codec", "h264"}, "mpeg4player", "rtsp-http", 7, "http", "", ""},
-        withCredentials({"RtspHttpGuarded", {"--kinds", "rtsp-http"}, "mpeg4player", "rtsp-http", 7, "", "", ""})),
+        withCredentials({"RtspHttpGuarded", {"--kinds", "rtsp-http"}, "mpeg4player", "rtsp-http", 7, "", "", ""}),
+        Detected{"MulticastFirst", everything, "mpeg4player", "rtsp-multicast", 5, "http"}),
     [](const auto& value) { return std::string(value.param.name); });
 // clang-format on
 
@@ -148,6 +152,7 @@ INSTANTIATE_TEST_SUITE_P(Of, ConfiguredKind,
                                          Configured{"mpeg2-unicast", "unicastplayer", "http"},
                                          Configured{"mpeg2-multicast", "multicastplayer", "auto"},
                                          Configured{"rtsp-unicast", "mpeg4player", "http"},
+                                         Configured{"rtsp-multicast", "mpeg4player", "http"},
                                          Configured{"rtsp-tcp", "mpeg4player", "http"},
                                          Configured{"rtsp-http", "mpeg4player", "http"}),
                          [](const auto& value) {
@@ -203,12 +208,13 @@ TEST_F(KindSwitch, NoBlackFrameComesBetweenTheKinds) {
 }
 
 TEST_F(KindSwitch, NoBlackFrameComesBetweenTheOtherKinds) {
+    decoder->addHost("Multicast", small({"--kinds", "rtsp-multicast", "--codec", "h264"}));
     decoder->addHost("Guide", small({"--kinds", "sdp", "--multicast", "239.255.78.1"}));
     decoder->addHost("Connection", small({"--kinds", "rtsp-tcp"}));
     decoder->addHost("Tunnel", small({"--kinds", "rtsp-http", "--codec", "h264"}));
     decoder->start();
     ASSERT_TRUE(decoder->showsMoving(0));
-    for (const int source : {1, 2, 0}) {
+    for (const int source : {1, 2, 3, 0}) {
         switchTo(source);
         EXPECT_TRUE(decoder->waitForState("MANUAL_WAIT_FOR_NEW_SELECTION"));
     }
