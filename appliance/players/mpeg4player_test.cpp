@@ -167,11 +167,11 @@ TEST_F(Mpeg4Player, SoundDoesNotDisturbThePicture) {
 
 TEST_F(Mpeg4Player, EndOfTheStreamIsFourteen) {
     for (const char* type : {"rtsp-unicast", "rtsp-tcp"}) {
-        RtspServerOptions options;
-        options.pictures = 40;
-        const TestRtspServer server(options);
+        TestRtspServer server({});
         const pid_t pid = start(server.port(), type);
         ASSERT_TRUE(supervisor_.letShow(pid));
+        EXPECT_TRUE(moves(9));
+        server.endStreams();
         EXPECT_EQ(supervisor_.end(pid), 14) << type;
     }
 }

@@ -6,25 +6,61 @@
 #include <gst/rtsp-server/rtsp-server.h>
 #include <mutex>
 #include <thread>
+#include <vector>
 
 namespace player {
+
+namespace {
+
+// What clients asked for, and what serves them. The server's callbacks may outlive the server that the test
+// has: each holds a share.
+struct Notes {
+    std::mutex lock; // guards the rest
+    std::string transports;
+    std::vector<GstElement*> media;
+
+    Notes() = default;
+    ~Notes() {
+        for (GstElement* element : media)
+            gst_object_unref(element);
+    }
+    Notes(const Notes&) = delete;
+    Notes& operator=(const Notes&) = delete;
+};
+using SharedNotes = std::shared_ptr<Notes>;
+
+// Connects a signal to a callback that owns its data, an object made with new.
+template<typename Data>
+void connect(void* object, const char* signal, GCallback callback, Data* data) {
+    g_signal_connect_data(
+        object, signal, callback, data,
+        [](void* owned, GClosure* /*closure*/) { delete static_cast<Data*>(owned); }, GConnectFlags(0));
+}
+
+} // namespace
 
 struct TestRtspServer::State {
     RtspServerOptions options;
     GMainContext* context = g_main_context_new();
     GMainLoop* loop = g_main_loop_new(context, FALSE);
     GstRTSPServer* server = gst_rtsp_server_new();
-    std::mutex lock;
-    std::string transports; // guarded by lock
+    SharedNotes notes = std::make_shared<Notes>();
     std::thread thread;
 };
 
 namespace {
 
-void configureMedia(GstRTSPMediaFactory* /*factory*/, GstRTSPMedia* media, void* marking) {
+struct MediaCare {
+    Marking marking;
+    SharedNotes notes;
+};
+
+void configureMedia(GstRTSPMediaFactory* /*factory*/, GstRTSPMedia* media, void* data) {
+    auto& care = *static_cast<MediaCare*>(data);
     GstElement* element = gst_rtsp_media_get_element(media);
-    static_cast<Marking*>(marking)->apply(element);
-    gst_object_unref(element);
+    care.marking.apply(element);
+    const std::lock_guard guard(care.notes->lock);
+    care.notes->media.push_back(element);
 }
 
 void addUser(GstRTSPServer* server, GstRTSPMediaFactory* factory, bool digest) {
@@ -48,19 +84,20 @@ void addUser(GstRTSPServer* server, GstRTSPMediaFactory* factory, bool digest) {
 }
 
 void noteTransport(GstRTSPClient* /*client*/, GstRTSPContext* context, void* data) {
-    auto& notes = *static_cast<std::pair<std::mutex*, std::string*>*>(data);
+    Notes& notes = **static_cast<SharedNotes*>(data);
     char* asked = nullptr;
     if (gst_rtsp_message_get_header(context->request, GST_RTSP_HDR_TRANSPORT, &asked, 0) != GST_RTSP_OK)
         return;
     const std::string text = asked;
-    const std::lock_guard guard(*notes.first);
-    *notes.second += text.find("TCP") != std::string::npos         ? "tcp "
-                     : text.find("multicast") != std::string::npos ? "udp-mcast "
-                                                                   : "udp ";
+    const std::lock_guard guard(notes.lock);
+    notes.transports += text.find("TCP") != std::string::npos         ? "tcp "
+                        : text.find("multicast") != std::string::npos ? "udp-mcast "
+                                                                      : "udp ";
 }
 
 void noteClient(GstRTSPServer* /*server*/, GstRTSPClient* client, void* data) {
-    g_signal_connect(client, "setup-request", G_CALLBACK(noteTransport), data);
+    connect(client, "setup-request", G_CALLBACK(noteTransport),
+            new SharedNotes(*static_cast<SharedNotes*>(data)));
 }
 
 } // namespace
@@ -72,9 +109,8 @@ TestRtspServer::TestRtspServer(const RtspServerOptions& options) : state_(std::m
     gst_rtsp_server_set_service(state_->server, "0");
     GstRTSPMediaFactory* factory = gst_rtsp_media_factory_new();
     const std::string launch =
-        "( videotestsrc is-live=true pattern=ball num-buffers=" + std::to_string(options.pictures) +
-        " ! video/x-raw,format=BGRx,width=352,height=288,framerate=25/1 ! identity name=mark ! videoconvert "
-        "! "
+        "( videotestsrc is-live=true pattern=ball ! "
+        "video/x-raw,format=BGRx,width=352,height=288,framerate=25/1 ! identity name=mark ! videoconvert ! "
         "video/x-raw,format=I420 ! " +
         options.encoding + (options.sound.empty() ? "" : " audiotestsrc is-live=true ! " + options.sound) +
         " )";
@@ -87,11 +123,9 @@ TestRtspServer::TestRtspServer(const RtspServerOptions& options) : state_(std::m
         g_object_unref(pool);
         gst_rtsp_media_factory_set_protocols(factory, GST_RTSP_LOWER_TRANS_UDP_MCAST);
     }
-    // Never freed: the server's callbacks outlive everything that could own them.
-    auto* mark = new Marking(options.source, 352, 288);
-    auto* notes = new std::pair<std::mutex*, std::string*>(&state_->lock, &state_->transports);
-    g_signal_connect(factory, "media-configure", G_CALLBACK(configureMedia), mark);
-    g_signal_connect(state_->server, "client-connected", G_CALLBACK(noteClient), notes);
+    connect(factory, "media-configure", G_CALLBACK(configureMedia),
+            new MediaCare{{options.source, 352, 288}, state_->notes});
+    connect(state_->server, "client-connected", G_CALLBACK(noteClient), new SharedNotes(state_->notes));
     if (options.basic || options.digest)
         addUser(state_->server, factory, options.digest);
     GstRTSPMountPoints* mounts = gst_rtsp_server_get_mount_points(state_->server);
@@ -119,6 +153,12 @@ unsigned short TestRtspServer::port() const {
     return static_cast<unsigned short>(gst_rtsp_server_get_bound_port(state_->server));
 }
 
+void TestRtspServer::endStreams() {
+    const std::lock_guard guard(state_->notes->lock);
+    for (GstElement* element : state_->notes->media)
+        gst_element_send_event(element, gst_event_new_eos());
+}
+
 int TestRtspServer::sessions() const {
     GstRTSPSessionPool* pool = gst_rtsp_server_get_session_pool(state_->server);
     const int count = static_cast<int>(gst_rtsp_session_pool_get_n_sessions(pool));
@@ -127,8 +167,8 @@ int TestRtspServer::sessions() const {
 }
 
 std::string TestRtspServer::transports() const {
-    const std::lock_guard guard(state_->lock);
-    return state_->transports;
+    const std::lock_guard guard(state_->notes->lock);
+    return state_->notes->transports;
 }
 
 } // namespace player

@@ -13,7 +13,6 @@ struct RtspServerOptions {
                            "rtph264pay name=pay0 pt=96 config-interval=1";
     std::string sound;      // the same for sound; "" none
     int source = 9;         // in the pictures' marks
-    int pictures = -1;      // then the stream ends; -1 never
     bool basic = false;     // ask for viewer/secret
     bool digest = false;    // likewise
     bool multicast = false; // offer that only
@@ -28,6 +27,7 @@ public:
     TestRtspServer& operator=(const TestRtspServer&) = delete;
 
     unsigned short port() const;
+    void endStreams(); // that play now, as if a file were over
     int sessions() const; // that were torn down or not yet: open now
     std::string
     transports() const; // asked for so far: "udp", "tcp", "udp-mcast", in order, separated by blanks
