@@ -1,44 +1,17 @@
 #include "appliance/encoder/access_unit.h"
 
-#include "appliance/encoder/auth.h"
-
 namespace {
 
 constexpr std::string_view startCode("\0\0\1", 3);
 
 // MPEG-4 part 2 and MPEG-2 start code values.
-constexpr std::uint8_t mpeg4Group = 0xB3;
 constexpr std::uint8_t mpeg4Picture = 0xB6;
 constexpr std::uint8_t mpeg2Picture = 0x00;
-// H.264 unit types.
+// H.264 unit type.
 constexpr int h264KeySlice = 5;
-constexpr int h264SequenceSet = 7;
-constexpr int h264PictureSet = 8;
 
 std::uint8_t byteAt(std::string_view piece, std::size_t at) {
     return at < piece.size() ? static_cast<std::uint8_t>(piece[at]) : 0;
-}
-
-int h264Type(std::string_view unit) {
-    return byteAt(unit, 0) & 0x1F;
-}
-
-std::string hex(std::string_view bytes) {
-    constexpr std::string_view digits = "0123456789ABCDEF";
-    std::string text;
-    for (const char byte : bytes) {
-        text += digits[static_cast<std::uint8_t>(byte) >> 4];
-        text += digits[static_cast<std::uint8_t>(byte) & 15];
-    }
-    return text;
-}
-
-std::string_view h264Unit(std::string_view key, int type) {
-    for (const std::string_view unit : piecesOf(key)) {
-        if (h264Type(unit) == type)
-            return unit;
-    }
-    return {};
 }
 
 } // namespace
@@ -79,28 +52,4 @@ bool isKey(Codec codec, std::string_view bytes) {
         }
     }
     return false;
-}
-
-std::string mpeg4Config(std::string_view key) {
-    std::size_t at = 0;
-    while ((at = key.find(startCode, at)) != std::string_view::npos) {
-        const std::uint8_t value = byteAt(key, at + 3);
-        if (value == mpeg4Group || value == mpeg4Picture)
-            return hex(key.substr(0, at));
-        at += startCode.size();
-    }
-    return {};
-}
-
-std::string h264ParameterSets(std::string_view key) {
-    const std::string_view sequence = h264Unit(key, h264SequenceSet);
-    const std::string_view picture = h264Unit(key, h264PictureSet);
-    if (sequence.empty() || picture.empty())
-        return {};
-    return base64Encoded(sequence) + "," + base64Encoded(picture);
-}
-
-std::string h264ProfileLevel(std::string_view key) {
-    const std::string_view sequence = h264Unit(key, h264SequenceSet);
-    return sequence.size() < 4 ? std::string() : hex(sequence.substr(1, 3));
 }

@@ -23,9 +23,3 @@ std::vector<std::string_view> piecesOf(std::string_view bytes);
 
 // Whether a picture of that codec can be decoded alone.
 bool isKey(Codec codec, std::string_view bytes);
-
-// What a decoder must know before the first picture, as the session description carries it; "" when `key` has
-// it not.
-std::string mpeg4Config(std::string_view key);       // hexadecimal
-std::string h264ParameterSets(std::string_view key); // base64, separated by a comma
-std::string h264ProfileLevel(std::string_view key);  // hexadecimal, six digits

@@ -33,15 +33,3 @@ TEST(AccessUnit, KeyPicturesAreToldFromTheirHeaders) {
     EXPECT_FALSE(isKey(Codec::H264, bytes({0, 0, 1, 0x41, 7})));
     EXPECT_FALSE(isKey(Codec::H264, ""));
 }
-
-TEST(AccessUnit, ConfigurationsAreTakenFromKeyPictures) {
-    EXPECT_EQ(mpeg4Config(bytes({0, 0, 1, 0xB0, 1, 0, 0, 1, 0xB6, 0x10})), "000001B001");
-    EXPECT_EQ(mpeg4Config(bytes({0, 0, 1, 0xB0, 1, 0, 0, 1, 0xB3, 0, 0, 1, 0xB6, 0x10})), "000001B001");
-    EXPECT_EQ(mpeg4Config("nothing"), "");
-    const std::string key =
-        bytes({0, 0, 0, 1, 0x67, 0x42, 0x00, 0x1E, 9, 0, 0, 0, 1, 0x68, 0xCE, 0, 0, 1, 0x65, 1});
-    EXPECT_EQ(h264ProfileLevel(key), "42001E");
-    EXPECT_EQ(h264ParameterSets(key), "Z0IAHgk=,aM4=");
-    EXPECT_EQ(h264ParameterSets(bytes({0, 0, 1, 0x65, 1})), "");
-    EXPECT_EQ(h264ProfileLevel(""), "");
-}

@@ -19,10 +19,6 @@ public:
     // The value of a WWW-Authenticate header.
     std::string challenge(bool stale) const;
 
-    // As judge(), but for Basic alone: what RTSP asks for whatever HTTP asks for.
-    bool basicAccepted(std::string_view authorization) const;
-    std::string basicChallenge() const;
-
     bool asksForCredentials() const { return !user_.empty(); }
 
     // The user's name that an Authorization header claims, for the log; "" when it has none.
@@ -32,6 +28,8 @@ public:
     void shiftClock(std::int64_t seconds) { clockShift_ = seconds; }
 
 private:
+    bool basicAccepted(std::string_view authorization) const;
+    std::string basicChallenge() const;
     std::int64_t now() const;
     std::string nonceOf(std::int64_t time) const;
     Verdict judgeDigest(std::string_view fields, std::string_view method, std::string_view target) const;

@@ -39,12 +39,9 @@ void CodecStream::stopReaders() {
     changed_.notify_all();
 }
 
-AccessUnitPtr CodecStream::sampleKey(std::chrono::milliseconds timeout) {
-    std::unique_lock lock(mutex_);
-    warmUp_ = true;
-    changed_.notify_all();
-    changed_.wait_for(lock, timeout, [this] { return sampleKey_ || readersStopped_; });
-    return sampleKey_;
+void CodecStream::welcomeNewcomer() {
+    const std::lock_guard lock(mutex_);
+    keyWanted_ = keyWanted_ || settings_.keyForNewcomer;
 }
 
 void CodecStream::run() {
@@ -101,8 +98,7 @@ void CodecStream::encodeWhileWanted(VideoEncoder& encoder) {
 void CodecStream::add(const std::shared_ptr<AccessUnit>& unit) {
     const std::lock_guard lock(mutex_);
     unit->number = ++lastNumber_;
-    if (unit->key && !sampleKey_)
-        sampleKey_ = unit;
+    warmUp_ = false;
     newest_.push_back(unit);
     if (newest_.size() > keptUnits)
         newest_.pop_front();

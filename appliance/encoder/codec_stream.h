@@ -27,12 +27,11 @@ public:
     const CodecSettings& settings() const { return settings_; }
     int fps() const { return source_.fps(); }
 
-    // Encodes one picture soon, so that sampleKey() need not wait for the encoder to start.
+    // Encodes one picture soon, so that the first reader need not wait for the encoder to start.
     void warmUp();
 
-    // A key picture, to describe the stream by; kept once there was one. Null when none came within
-    // `timeout`.
-    AccessUnitPtr sampleKey(std::chrono::milliseconds timeout);
+    // For somebody who joins a reader: makes the next picture a key picture, unless that was switched off.
+    void welcomeNewcomer();
 
     void stopReaders();
 
@@ -41,7 +40,7 @@ private:
     void run();
     void encodeWhileWanted(VideoEncoder& encoder);
     void add(const std::shared_ptr<AccessUnit>& unit);
-    bool wanted() const { return readers_ > 0 || (warmUp_ && !sampleKey_); }
+    bool wanted() const { return readers_ > 0 || warmUp_; }
 
     PictureSource& source_;
     const CodecSettings settings_;
@@ -52,11 +51,10 @@ private:
     std::mutex mutex_; // guards all below
     std::condition_variable changed_;
     std::deque<AccessUnitPtr> newest_; // some seconds of them
-    AccessUnitPtr sampleKey_;
     std::uint64_t lastNumber_ = 0;
     int readers_ = 0;
     bool keyWanted_ = false;
-    bool warmUp_ = false;
+    bool warmUp_ = false; // until the first picture
     bool readersStopped_ = false;
     bool stopping_ = false;
 };

@@ -145,13 +145,20 @@ TEST(CodecStream, AReaderThatFellBehindGoesOnAtAKeyPicture) {
     EXPECT_EQ(slow.next(patience)->number, after->number + 1);
 }
 
-TEST(CodecStream, ASampleKeyComesWithoutReadersAndStays) {
+TEST(CodecStream, AWelcomedNewcomerFindsAKeyPictureInAReadersStream) {
     TestSource source("Name", 160, 120, 25, 1);
-    CodecStream stream(source, {Codec::H264, 12, true, 0}, 160, 120);
-    const AccessUnitPtr key = stream.sampleKey(patience);
-    ASSERT_TRUE(key);
-    EXPECT_NE(h264ParameterSets(key->bytes), "");
-    EXPECT_EQ(stream.sampleKey(patience), key);
+    CodecStream stream(source, {Codec::Mpeg4, 250, true, 0}, 160, 120);
+    CodecReader reader(stream);
+    ASSERT_TRUE(reader.next(patience));
+    ASSERT_FALSE(reader.next(patience)->key);
+    stream.welcomeNewcomer();
+    bool key = false;
+    for (int i = 0; i < 50 && !key; ++i) {
+        const AccessUnitPtr unit = reader.next(patience);
+        ASSERT_TRUE(unit);
+        key = unit->key;
+    }
+    EXPECT_TRUE(key);
 }
 
 TEST(CodecStream, StoppedReadersWaitNoMore) {

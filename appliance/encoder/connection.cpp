@@ -1,5 +1,6 @@
 #include "appliance/encoder/connection.h"
 
+#include <algorithm>
 #include <arpa/inet.h>
 #include <array>
 #include <cerrno>
@@ -16,6 +17,8 @@ namespace {
 // What the kernel may hold back for a client that reads slowly. More would show such a client pictures that
 // are seconds old; less would make several trips of one large picture.
 constexpr int sendBufferBytes = 256 * 1024;
+
+constexpr std::chrono::milliseconds peekPause(5);
 
 int millisecondsUntil(Deadline deadline) {
     const auto left =
@@ -114,6 +117,23 @@ long Connection::read(char* buffer, std::size_t size, Deadline deadline) {
             return failed;
         if (!waitFor(POLLIN, deadline))
             return timedOut;
+    }
+}
+
+std::string Connection::peek(std::size_t size, Deadline deadline) const {
+    std::string bytes(size, '\0');
+    while (true) {
+        const ssize_t count = recv(fd_, bytes.data(), size, MSG_PEEK);
+        const bool more = count > 0 && static_cast<std::size_t>(count) < size && !peerHasLeft();
+        if ((!more && count >= 0) || (count < 0 && errno != EAGAIN && errno != EINTR) || in({}) >= deadline) {
+            bytes.resize(static_cast<std::size_t>(std::max<ssize_t>(0, count)));
+            return bytes;
+        }
+        // What is there already would end a wait for more at once.
+        if (more)
+            sleepUntil(in(peekPause));
+        else
+            waitFor(POLLIN, deadline);
     }
 }
 
@@ -216,6 +236,13 @@ std::string Connection::peerAddress() const {
     if (getpeername(fd_, reinterpret_cast<sockaddr*>(&address), &size) != 0)
         return "?";
     return numericAddress(address);
+}
+
+std::uint16_t Connection::peerPort() const {
+    sockaddr_in address{};
+    socklen_t size = sizeof address;
+    return getpeername(fd_, reinterpret_cast<sockaddr*>(&address), &size) == 0 ? ntohs(address.sin_port)
+                                                                               : std::uint16_t{0};
 }
 
 std::string Connection::localAddress() const {

@@ -8,6 +8,7 @@
 #include <atomic>
 #include <chrono>
 #include <cstddef>
+#include <cstdint>
 #include <initializer_list>
 #include <mutex>
 #include <string>
@@ -40,6 +41,10 @@ public:
     // At least one byte, or one of the values above.
     long read(char* buffer, std::size_t size, Deadline deadline);
 
+    // The bytes that a read would bring first, when there are so many; they stay to be read. Less, also nothing,
+    // when the peer sends no more or the deadline is over. Without TLS.
+    std::string peek(std::size_t size, Deadline deadline) const;
+
     // True when all of it was handed to the kernel in time.
     bool write(std::initializer_list<std::string_view> pieces, Deadline deadline);
 
@@ -64,7 +69,8 @@ public:
     void abortOnClose() const;
 
     bool peerIsLoopback() const;
-    std::string peerAddress() const;  // numeric, no port
+    std::string peerAddress() const; // numeric, no port
+    std::uint16_t peerPort() const;
     std::string localAddress() const; // numeric, no port
     bool underTls() const { return tls_ != nullptr; }
     int fd() const { return fd_; }

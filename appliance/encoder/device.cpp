@@ -42,9 +42,12 @@ Device::Device(Options deviceOptions)
         addCodecs(*channels_[i]);
         addMulticasts(*channels_[i], i);
     }
+    if (options.offersRtsp())
+        rtsp_ = std::make_unique<RtspServer>(*this);
 }
 
 Device::~Device() {
+    rtsp_.reset();
     // The quad view reads the others.
     channels_.front().reset();
 }
@@ -54,8 +57,7 @@ void Device::addCodecs(Channel& channel) const {
     if (options.offersRtsp()) {
         channel.rtsp =
             std::make_unique<CodecStream>(*channel.source, settings, channel.width, channel.height);
-        // A description waits for the first key picture; with many inputs the wait costs less than all
-        // encoders.
+        // A description waits for the first picture; with many inputs the wait costs less than all encoders.
         if (options.inputs.size() <= maxWarmInputs)
             channel.rtsp->warmUp();
     }
@@ -67,15 +69,14 @@ void Device::addCodecs(Channel& channel) const {
 }
 
 void Device::addMulticasts(Channel& channel, std::size_t number) const {
-    if (options.offers(Kind::RtspMulticast))
-        channel.rtspMulticast =
-            std::make_unique<SharedMulticast>(*channel.rtsp, faults, options.address, placeOf(number, 0));
+    channel.rtspPlace = placeOf(number, 0);
     if (!options.offers(Kind::Sdp) || number == 0)
         return;
-    channel.guide = std::make_unique<SharedMulticast>(*channel.mpeg2, faults, options.address,
-                                                      placeOf(number, guideVideoOffset));
+    channel.guide = placeOf(number, guideVideoOffset);
     // For good: nobody tells who listens.
-    if (!channel.guide->join())
+    if (auto output = UdpOutput::open(options.address, channel.guide->group, channel.guide->port))
+        channel.videoSender = std::make_unique<MpegVideoSender>(*channel.mpeg2, faults, std::move(output));
+    else
         logLine("there is no port for the multicast of input " + std::to_string(number));
     if (!options.audio)
         return;

@@ -7,12 +7,12 @@
 #include "appliance/encoder/faults.h"
 #include "appliance/encoder/jpeg.h"
 #include "appliance/encoder/mpeg_audio.h"
-#include "appliance/encoder/multicast.h"
+#include "appliance/encoder/mpeg_video.h"
 #include "appliance/encoder/options.h"
 #include "appliance/encoder/parameters.h"
 #include "appliance/encoder/picture_source.h"
 #include "appliance/encoder/request_log.h"
-#include "appliance/encoder/tunnel.h"
+#include "appliance/encoder/rtsp_server.h"
 
 #include <atomic>
 #include <memory>
@@ -30,8 +30,9 @@ struct Channel {
     JpegMaker jpegs;
     std::unique_ptr<CodecStream> rtsp;
     std::unique_ptr<CodecStream> mpeg2;
-    std::unique_ptr<SharedMulticast> rtspMulticast;
-    std::unique_ptr<SharedMulticast> guide; // of the SDP guide; not for the quad view
+    MulticastPlace rtspPlace;            // of RTSP's multicast
+    std::optional<MulticastPlace> guide; // of the SDP guide's video; not for the quad view
+    std::unique_ptr<MpegVideoSender> videoSender;
     std::optional<MulticastPlace> guideAudio;
     std::unique_ptr<MpegAudioSender> audioSender;
 };
@@ -49,6 +50,9 @@ public:
     // 1 to N are the inputs, 0 is the quad view; null for every other number.
     Channel* channel(int number);
 
+    // Null when RTSP is not offered.
+    RtspServer* rtsp() const { return rtsp_.get(); }
+
     // Ends all that sessions wait for in here; they are to end, too.
     void stop();
     bool stopping() const { return stopping_; }
@@ -59,7 +63,6 @@ public:
     const Options options;
     FaultSwitch faults;
     RequestLog requests;
-    Tunnels tunnels;
     const Authenticator authenticator;
     const Parameters parameters;
 
@@ -73,4 +76,5 @@ private:
         channels_; // [0] is the quad view: first to be made last and to go first
     std::atomic<bool> stopping_ = false;
     std::mutex announceLock_;
+    std::unique_ptr<RtspServer> rtsp_; // reads the channels
 };

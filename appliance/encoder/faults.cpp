@@ -27,7 +27,7 @@ constexpr std::array<Row, faultCount> rows{{
     {Fault::Freeze, "freeze", true, 25, "freeze=N: after N frames a stream repeats the same picture"},
     {Fault::Close, "close", true, 25, "close=N: after N frames a stream is cut off"},
     {Fault::Garbage, "garbage", false, 0, "answer with random bytes"},
-    {Fault::Slow, "slow", true, 50, "slow=MS: send byte by byte, MS milliseconds apart"},
+    {Fault::Slow, "slow", true, 50, "slow=MS: HTTP: send byte by byte, MS milliseconds apart"},
     {Fault::Silent, "silent", false, 0, "accept connections and never answer"},
     {Fault::Huge, "huge", false, 0, "answer with 100 MB where a short text was asked"},
     {Fault::EndlessHeaders, "endless-headers", false, 0, "answer with headers that never end"},

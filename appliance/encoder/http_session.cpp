@@ -88,9 +88,9 @@ bool HttpSession::readRequest() {
         pending_.erase(0, std::min(pending_.find_first_not_of("\r\n"), pending_.size()));
     }
     requestTime_ = millisecondsSince1970();
-    std::optional<Request> request =
-        *length > maxHeadBytes ? std::nullopt : parseHead(pending_.substr(0, *length));
+    head_ = pending_.substr(0, *length);
     pending_.erase(0, *length);
+    std::optional<Request> request = *length > maxHeadBytes ? std::nullopt : parseHead(head_);
     request_ = request ? std::move(*request) : Request{};
     if (!request || request_.protocol != "HTTP") {
         refuseRequest(400, "this is no HTTP request");

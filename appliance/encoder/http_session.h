@@ -32,8 +32,8 @@ public:
     Connection& connection() const { return connection_; }
     const Request& request() const { return request_; }
     std::uint64_t number() const { return number_; }
-    // What the client has sent beyond the request's head.
-    std::string takePending() { return std::exchange(pending_, {}); }
+    // The request's head as it came, and what the client has sent behind it.
+    std::string takeAll() { return std::exchange(head_, {}) + std::exchange(pending_, {}); }
     // Answers and records the request; the connection stays open where client and server want it.
     void reply(const Reply& reply);
     // Records the request as answered with `status`; the answer is the caller's, and the connection ends
@@ -58,7 +58,8 @@ private:
     Connection& connection_;
     const std::uint64_t number_;
     const PortRole role_;
-    std::string pending_; // bytes after the request under way
+    std::string head_;    // of the request under way, as it came
+    std::string pending_; // bytes after that request
     Request request_;
     std::int64_t requestTime_ = 0;
     bool goOn_ = true;

@@ -2,8 +2,8 @@
 
 #include "appliance/encoder/gst_source.h"
 #include "appliance/encoder/log.h"
-#include "appliance/encoder/media_output.h"
 #include "appliance/encoder/rtp.h"
+#include "appliance/encoder/udp_output.h"
 
 #include <gst/app/gstappsink.h>
 #include <gst/gst.h>

@@ -1,4 +1,5 @@
 // The program as a shell sees it: its output, its exit status, its end.
+#include "appliance/encoder/rtsp_test_client.h"
 #include "appliance/encoder/test_client.h"
 
 #include <array>
@@ -101,6 +102,17 @@ TEST(Program, TellsItsPortsAndEndsCleanlyAtBothSignals) {
         EXPECT_EQ(program.wait(), 0);
         EXPECT_EQ(program.errors(), "");
     }
+}
+
+TEST(Program, EndsWhileItsRtspIsPlayed) {
+    Program program({"--kinds", "rtsp-unicast,rtsp-tcp,rtsp-http", "--width", "160", "--height", "120"});
+    RtspClient playing(portIn(program.line(), "rtsp"));
+    EXPECT_EQ(playing.setUp("RTP/AVP/TCP;unicast;interleaved=0-1").status, 200);
+    EXPECT_EQ(playing.ask("PLAY", rtspTestPath, playing.session).status, 200);
+    EXPECT_TRUE(playing.packet().has_value());
+    program.signal(SIGTERM);
+    EXPECT_EQ(program.wait(), 0);
+    EXPECT_EQ(program.errors(), "");
 }
 
 TEST(Program, APortInUseExitsOne) {

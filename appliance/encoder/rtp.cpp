@@ -1,5 +1,7 @@
 #include "appliance/encoder/rtp.h"
 
+#include "appliance/encoder/access_unit.h"
+
 #include <algorithm>
 #include <array>
 #include <chrono>
@@ -35,39 +37,6 @@ std::vector<std::string> cut(std::string_view bytes, std::size_t limit) {
     return parts;
 }
 
-// Small units travel alone, large ones in fragments that repeat the unit's first byte split in two.
-void addH264Unit(std::vector<std::string>& payloads, std::string_view unit, std::size_t limit) {
-    if (unit.size() <= limit) {
-        payloads.emplace_back(unit);
-        return;
-    }
-    constexpr int fragmentType = 28;
-    const auto first = static_cast<std::uint8_t>(unit.front());
-    unit.remove_prefix(1);
-    bool start = true;
-    while (!unit.empty()) {
-        const std::size_t size = std::min(limit - 2, unit.size());
-        const bool end = size == unit.size();
-        std::string payload;
-        payload += static_cast<char>((first & 0xE0) | fragmentType);
-        payload += static_cast<char>((start ? 0x80 : 0) | (end ? 0x40 : 0) | (first & 0x1F));
-        payload += unit.substr(0, size);
-        payloads.push_back(std::move(payload));
-        unit.remove_prefix(size);
-        start = false;
-    }
-}
-
-std::vector<std::string> h264Payloads(std::string_view picture, std::size_t limit) {
-    constexpr int delimiterType = 9; // says nothing that the packets do not say
-    std::vector<std::string> payloads;
-    for (const std::string_view unit : piecesOf(picture)) {
-        if ((static_cast<std::uint8_t>(unit.front()) & 0x1F) != delimiterType)
-            addH264Unit(payloads, unit, limit);
-    }
-    return payloads;
-}
-
 // What the header before every part of an MPEG-2 picture says of the picture.
 struct MpegPicture {
     std::uint32_t number = 0; // within its group
@@ -92,8 +61,10 @@ MpegPicture mpegPictureOf(std::string_view bytes) {
     return picture;
 }
 
+} // namespace
+
 // Slices are kept whole where they fit, so that a lost packet costs as little of the picture as can be.
-std::vector<std::string> mpegVideoPayloads(std::string_view bytes, std::size_t limit) {
+std::vector<std::string> mpegVideoPayloads(std::string_view picture, std::size_t limit) {
     struct Part {
         std::string bytes;
         bool beginsSlice, endsSlice;
@@ -102,9 +73,9 @@ std::vector<std::string> mpegVideoPayloads(std::string_view bytes, std::size_t l
     const std::size_t room = limit - mpegVideoHeader;
     std::vector<Part> parts;
     Part open{{}, true, true};
-    for (std::size_t at = 0; at < bytes.size();) {
-        const std::size_t end = std::min(bytes.find(startCode, at + 3), bytes.size());
-        const std::string_view piece = bytes.substr(at, end - at);
+    for (std::size_t at = 0; at < picture.size();) {
+        const std::size_t end = std::min(picture.find(startCode, at + 3), picture.size());
+        const std::string_view piece = picture.substr(at, end - at);
         at = end;
         if (open.bytes.size() + piece.size() > room && !open.bytes.empty())
             parts.push_back(std::exchange(open, {{}, true, true}));
@@ -119,34 +90,16 @@ std::vector<std::string> mpegVideoPayloads(std::string_view bytes, std::size_t l
     if (!open.bytes.empty())
         parts.push_back(std::move(open));
 
-    const MpegPicture picture = mpegPictureOf(bytes);
+    const MpegPicture kind = mpegPictureOf(picture);
     std::vector<std::string> payloads;
     for (std::size_t i = 0; i < parts.size(); ++i) {
         std::string payload;
-        put32(payload, picture.number << 16 | (i == 0 && picture.sequenceHeader ? 1U << 13 : 0) |
+        put32(payload, kind.number << 16 | (i == 0 && kind.sequenceHeader ? 1U << 13 : 0) |
                            (parts[i].beginsSlice ? 1U << 12 : 0) | (parts[i].endsSlice ? 1U << 11 : 0) |
-                           picture.type << 8);
+                           kind.type << 8);
         payloads.push_back(payload + parts[i].bytes);
     }
     return payloads;
-}
-
-} // namespace
-
-int payloadTypeOf(Codec codec) {
-    return codec == Codec::Mpeg2 ? 32 : 96;
-}
-
-std::vector<std::string> payloadsOf(Codec codec, std::string_view picture, std::size_t limit) {
-    switch (codec) {
-    case Codec::Mpeg4:
-        return cut(picture, limit);
-    case Codec::H264:
-        return h264Payloads(picture, limit);
-    case Codec::Mpeg2:
-        return mpegVideoPayloads(picture, limit);
-    }
-    return {};
 }
 
 RtpStream::RtpStream(int payloadType)
@@ -203,12 +156,4 @@ std::string RtpStream::report(bool last) const {
         put32(report, source_);
     }
     return report;
-}
-
-std::string interleaved(int channel, std::string_view packet) {
-    std::string framed = "$";
-    framed += static_cast<char>(channel);
-    put16(framed, static_cast<std::uint32_t>(packet.size()));
-    framed += packet;
-    return framed;
 }

@@ -1,21 +1,19 @@
 // RTP and RTCP as bytes: cutting pictures into packets, and the reports that go with them.
 #pragma once
 
-#include "appliance/encoder/access_unit.h"
-
+#include <cstddef>
 #include <cstdint>
 #include <string>
 #include <string_view>
 #include <vector>
 
-// Payload type numbers: MPEG video and MPEG audio have fixed ones.
-int payloadTypeOf(Codec codec);
+constexpr int mpegVideoPayloadType = 32;
 constexpr int mpegAudioPayloadType = 14;
 
 constexpr std::size_t maxPayload = 1400; // bytes; with all headers below an Ethernet frame's 1500
 
-// A picture cut into payloads, each at most `limit` bytes long; the last one is the picture's end.
-std::vector<std::string> payloadsOf(Codec codec, std::string_view picture, std::size_t limit = maxPayload);
+// A picture of MPEG-2 cut into payloads, each at most `limit` bytes long; the last one is the picture's end.
+std::vector<std::string> mpegVideoPayloads(std::string_view picture, std::size_t limit = maxPayload);
 
 // One sender: numbers packets and counts what it sent. For one thread.
 class RtpStream {
@@ -29,7 +27,6 @@ public:
     // A sender report with the sender's name; `last` adds a goodbye.
     std::string report(bool last) const;
 
-    std::uint16_t nextSequence() const { return sequence_; }
     std::uint32_t source() const { return source_; }
 
 private:
@@ -42,6 +39,3 @@ private:
     std::uint32_t packets_ = 0;
     std::uint32_t bytes_ = 0;
 };
-
-// A packet as it travels within an RTSP connection.
-std::string interleaved(int channel, std::string_view packet);

@@ -1,5 +1,4 @@
 #include "appliance/encoder/faults.h"
-#include "appliance/encoder/rtsp_session.h"
 #include "appliance/encoder/rtsp_test_client.h"
 #include "appliance/encoder/test_client.h"
 

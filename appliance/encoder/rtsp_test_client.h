@@ -14,7 +14,7 @@ inline constexpr const char* everyRtspKind = "mjpeg,rtsp-unicast,rtsp-multicast,
 // Requests as a decoder writes them: bare paths, few headers.
 class RtspClient {
 public:
-    explicit RtspClient(std::uint16_t port) : tcp(port) {}
+    explicit RtspClient(std::uint16_t port, int receiveBufferBytes = 0) : tcp(port, receiveBufferBytes) {}
 
     ClientReply ask(const std::string& method, const std::string& url, const std::string& headers = {}) {
         tcp.send(method + " " + url + " RTSP/1.0\r\nCSeq: " + std::to_string(++number_) + "\r\n" + headers +

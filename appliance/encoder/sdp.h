@@ -1,14 +1,8 @@
-// Session descriptions.
+// The session description of the SDP guide.
 #pragma once
-
-#include "appliance/encoder/access_unit.h"
 
 #include <cstdint>
 #include <string>
-
-// Of an RTSP stream: `key` is one of its key pictures.
-std::string describeRtsp(Codec codec, const AccessUnit& key, const std::string& name,
-                         const std::string& localAddress, const std::string& track, int fps);
 
 struct MulticastPlace {
     std::string group;

@@ -1,7 +1,6 @@
 #include "appliance/encoder/server.h"
 
 #include "appliance/encoder/log.h"
-#include "appliance/encoder/rtsp_session.h"
 
 #include <arpa/inet.h>
 #include <cerrno>
@@ -204,7 +203,7 @@ void Server::serve(const std::shared_ptr<Connection>& connection, std::uint64_t 
     if (device_.options.verbosity > 1)
         logLine("connection " + std::to_string(number) + " from " + connection->peerAddress());
     if (role == PortRole::Rtsp)
-        RtspSession(device_, *connection, number, nullptr).run();
+        device_.rtsp()->serve(*connection, number);
     else if (connection->handshake(in(handshakeTime)))
         HttpSession(device_, *connection, number, role).run();
     const std::lock_guard lock(mutex_);

@@ -18,7 +18,7 @@ void sendGuide(HttpSession& session) {
     session.reply(
         {200,
          "application/sdp",
-         describeMulticast(options.name, options.address, channel->guide->place(), audio ? &*audio : nullptr),
+         describeMulticast(options.name, options.address, *channel->guide, audio ? &*audio : nullptr),
          {}});
 }
 

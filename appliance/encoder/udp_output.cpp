@@ -1,6 +1,4 @@
-#include "appliance/encoder/media_output.h"
-
-#include "appliance/encoder/rtp.h"
+#include "appliance/encoder/udp_output.h"
 
 #include <arpa/inet.h>
 #include <random>
@@ -12,7 +10,6 @@ namespace {
 constexpr int attempts = 100;
 constexpr unsigned firstPort = 20000;
 constexpr unsigned lastPort = 60000;
-constexpr std::chrono::seconds writeTime(5); // for a client to take one picture
 
 int boundSocket(const std::string& address, std::uint16_t port) {
     sockaddr_in local{};
@@ -34,12 +31,12 @@ int boundSocket(const std::string& address, std::uint16_t port) {
 
 } // namespace
 
-std::unique_ptr<UdpOutput> UdpOutput::open(const std::string& localAddress, const std::string& receiver,
+std::unique_ptr<UdpOutput> UdpOutput::open(const std::string& localAddress, const std::string& group,
                                            std::uint16_t port) {
     std::unique_ptr<UdpOutput> output(new UdpOutput);
     output->data_.sin_family = AF_INET;
     output->data_.sin_port = htons(port);
-    if (inet_pton(AF_INET, receiver.c_str(), &output->data_.sin_addr) != 1 || !output->bindPair(localAddress))
+    if (inet_pton(AF_INET, group.c_str(), &output->data_.sin_addr) != 1 || !output->bindPair(localAddress))
         return nullptr;
     output->control_ = output->data_;
     output->control_.sin_port = htons(static_cast<std::uint16_t>(port + 1));
@@ -50,11 +47,11 @@ bool UdpOutput::bindPair(const std::string& localAddress) {
     std::mt19937 random(std::random_device{}());
     std::uniform_int_distribution<unsigned> pairs(firstPort / 2, lastPort / 2);
     for (int i = 0; i < attempts; ++i) {
-        localPort_ = static_cast<std::uint16_t>(pairs(random) * 2);
-        dataFd_ = boundSocket(localAddress, localPort_);
+        const auto port = static_cast<std::uint16_t>(pairs(random) * 2);
+        dataFd_ = boundSocket(localAddress, port);
         if (dataFd_ < 0)
             continue;
-        controlFd_ = boundSocket(localAddress, static_cast<std::uint16_t>(localPort_ + 1));
+        controlFd_ = boundSocket(localAddress, static_cast<std::uint16_t>(port + 1));
         if (controlFd_ >= 0)
             return true;
         close(dataFd_);
@@ -70,26 +67,13 @@ UdpOutput::~UdpOutput() {
         close(controlFd_);
 }
 
-bool UdpOutput::sendPackets(const std::vector<std::string>& packets) {
+void UdpOutput::sendPackets(const std::vector<std::string>& packets) const {
     for (const std::string& packet : packets)
         sendto(dataFd_, packet.data(), packet.size(), 0, reinterpret_cast<const sockaddr*>(&data_),
                sizeof data_);
-    return true;
 }
 
-bool UdpOutput::sendReport(std::string_view report) {
+void UdpOutput::sendReport(std::string_view report) const {
     sendto(controlFd_, report.data(), report.size(), 0, reinterpret_cast<const sockaddr*>(&control_),
            sizeof control_);
-    return true;
-}
-
-bool InterleavedOutput::sendPackets(const std::vector<std::string>& packets) {
-    std::string all;
-    for (const std::string& packet : packets)
-        all += interleaved(dataChannel_, packet);
-    return connection_.write({all}, in(writeTime));
-}
-
-bool InterleavedOutput::sendReport(std::string_view report) {
-    return connection_.write({interleaved(controlChannel_, report)}, in(writeTime));
 }
