@@ -72,6 +72,13 @@ protected:
             number = store_.wait(number, 1000);
         return number;
     }
+    // The first one may be the only one: it may be there already.
+    void waitForPictureOf(pid_t pid) {
+        const std::int64_t until = gettimeusec() + 30'000'000;
+        while (store_.newestInfo().pid != pid && gettimeusec() < until)
+            store_.wait(store_.newestInfo().number, 20);
+        EXPECT_EQ(store_.newestInfo().pid, pid);
+    }
     std::uint32_t pixel(const screen::Frame& frame, int x, int y) {
         return frame.pixels[static_cast<std::size_t>(y) * static_cast<std::size_t>(frame.width) +
                             static_cast<std::size_t>(x)];
@@ -157,7 +164,7 @@ TEST_F(MjpegPlayer, EndsAtOnceOnInterruptAndTermination) {
 
         const pid_t showing = start(server);
         ASSERT_TRUE(supervisor_.letShow(showing));
-        waitForFrames(1);
+        waitForPictureOf(showing);
         kill(showing, number);
         EXPECT_EQ(supervisor_.end(showing), 0);
     }
@@ -424,7 +431,7 @@ TEST_F(MjpegPlayer, PicturesFillTheScreenOrAreFramed) {
         const Server server(script);
         const pid_t pid = start(server);
         ASSERT_TRUE(supervisor_.letShow(pid));
-        waitForFrames(1);
+        waitForPictureOf(pid);
         screen::Frame frame;
         ASSERT_TRUE(store_.newest(frame));
         const auto near = [](std::uint32_t colour, std::uint32_t wanted) {
@@ -453,7 +460,7 @@ TEST_F(MjpegPlayer, TurnedPictureStandsOnItsHead) {
                          scripted::send(part(quarteredJpeg(720, 576))), scripted::stall()});
     const pid_t pid = start(server, {"-f"});
     ASSERT_TRUE(supervisor_.letShow(pid));
-    waitForFrames(1);
+    waitForPictureOf(pid);
     screen::Frame frame;
     ASSERT_TRUE(store_.newest(frame));
     EXPECT_GT(pixel(frame, 700, 550) & 0xff0000, 0xe00000U) << "red, bottom right";
