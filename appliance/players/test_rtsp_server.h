@@ -27,7 +27,7 @@ public:
     TestRtspServer& operator=(const TestRtspServer&) = delete;
 
     unsigned short port() const;
-    void endStreams(); // that play now, as if a file were over
+    void endStreams();    // that play now, as if a file were over
     int sessions() const; // that were torn down or not yet: open now
     std::string
     transports() const; // asked for so far: "udp", "tcp", "udp-mcast", in order, separated by blanks
