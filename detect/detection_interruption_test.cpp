@@ -1,6 +1,5 @@
 // SIGUSR1 at every wait of a detection: it ends at once, whatever the timeout, and without a verdict.
 #include "detect/network_detection_fixture.h"
-#include "tests/fakes/network_namespace.h"
 
 #include <libcommon/libcommon.h>
 
@@ -152,8 +151,8 @@ TEST_F(InterruptedDetection, WhileConnectingForTheParameters) {
 }
 
 TEST_F(InterruptedDetection, WhileConnectingForRtsp) {
-    if (const std::string reason = enterNetworkNamespace(); !reason.empty())
-        GTEST_SKIP() << reason;
+    if (!ownNetwork().empty())
+        GTEST_SKIP() << ownNetwork();
     const scripted::Server parameters(Encoder({}).script(), {.port = 80});
     const scripted::FullBacklog rtsp(554);
     for (const int type : {TYPE_AUTO, TYPE_RTSP_UNICAST, TYPE_RTSP_MULTICAST, TYPE_RTSP_TCP}) {
@@ -204,8 +203,8 @@ TEST_F(InterruptedDetection, WhileUnicastPacketsAreWaitedFor) {
 }
 
 TEST_F(InterruptedDetection, WhileMulticastPacketsAreWaitedFor) {
-    if (const std::string reason = enterNetworkNamespace(); !reason.empty())
-        GTEST_SKIP() << reason;
+    if (!ownNetwork().empty())
+        GTEST_SKIP() << ownNetwork();
     std::optional<Signaller> signaller;
     EXPECT_FALSE(detect(
         Encoder({{"DESCRIBE", always(rtspReply())},

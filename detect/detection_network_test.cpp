@@ -1,6 +1,5 @@
 // Encoders of every kind that behave, and those that are not there.
 #include "detect/network_detection_fixture.h"
-#include "tests/fakes/network_namespace.h"
 
 #include <libcommon/libcommon.h>
 
@@ -65,9 +64,8 @@ TEST_F(NetworkDetection, CredentialsAreFoundToBeNeeded) {
 }
 
 TEST_F(NetworkDetection, MulticastIsFoundByItsPackets) {
-    const std::string reason = enterNetworkNamespace();
-    if (!reason.empty())
-        GTEST_SKIP() << reason;
+    if (!ownNetwork().empty())
+        GTEST_SKIP() << ownNetwork();
     std::optional<PacketSender> sender;
     EXPECT_TRUE(detect(Encoder(
         {{"DESCRIBE", always(rtspReply())},

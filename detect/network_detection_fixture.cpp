@@ -1,6 +1,7 @@
 #include "detect/network_detection_fixture.h"
 
 #include "detect/detection.h"
+#include "tests/fakes/network_namespace.h"
 
 #include <libcommon/libcommon.h>
 
@@ -107,7 +108,13 @@ std::string UnicastEncoder::setup(const std::string& request) {
         "-" + std::to_string(port_ + 1) + ";server_port=50000-50001\r\n");
 }
 
+const std::string& NetworkDetection::ownNetwork() {
+    static const std::string refused = enterNetworkNamespace();
+    return refused;
+}
+
 NetworkDetection::NetworkDetection() : input_(dup(0)) {
+    ownNetwork();
     entry_.userName = "operator";
     entry_.password = "secret";
     entry_.sourceNumber = 1;

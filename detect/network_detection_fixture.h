@@ -75,6 +75,10 @@ protected:
     NetworkDetection();
     ~NetworkDetection() override;
 
+    // Why this process has no network of its own; "" it has. With one, nobody else takes the port that a probe
+    // has just found to be free.
+    static const std::string& ownNetwork();
+
     // Detects what answers at `address`; milliseconds in took_. `timeout` in seconds.
     bool detect(const std::string& address, int timeout);
     bool detect(unsigned short port, int timeout);
