@@ -7,6 +7,8 @@
 #include <ifaddrs.h>
 #include <netinet/in.h>
 #include <string_view>
+#include <sys/socket.h>
+#include <unistd.h>
 
 namespace {
 
@@ -15,8 +17,9 @@ namespace {
 constexpr guint64 reportInterval = 200 * GST_MSECOND;
 constexpr double reportBandwidth = 64000; // bits a second, so that it never stretches the interval
 constexpr const char* feederKey = "encoder-feeder";
-constexpr guint firstServerPort = 20000;
-constexpr guint lastServerPort = 59999;
+// Above the ports that decoders on this machine take for their players.
+constexpr int firstServerPort = 42000;
+constexpr int lastServerPort = 59999;
 
 RtspFeeder* feederOf(GstRTSPMedia* media) {
     return static_cast<RtspFeeder*>(g_object_get_data(G_OBJECT(media), feederKey));
@@ -114,15 +117,44 @@ std::string interfaceOf(const std::string& address) {
     return name;
 }
 
+bool canBind(int port) {
+    const int fd = socket(AF_INET, SOCK_DGRAM | SOCK_CLOEXEC, 0);
+    sockaddr_in local{};
+    local.sin_family = AF_INET;
+    local.sin_port = htons(static_cast<std::uint16_t>(port));
+    const bool bound = fd >= 0 && bind(fd, reinterpret_cast<const sockaddr*>(&local), sizeof local) == 0;
+    if (fd >= 0)
+        close(fd);
+    return bound;
+}
+
+// An even port that is free on every address, like the one above it.
+int freePortPair() {
+    constexpr int pairs = (lastServerPort + 1 - firstServerPort) / 2;
+    const int start = g_random_int_range(0, pairs);
+    for (int i = 0; i < pairs; ++i) {
+        const int port = firstServerPort + (start + i) % pairs * 2;
+        if (canBind(port) && canBind(port + 1))
+            return port;
+    }
+    return firstServerPort;
+}
+
+// Where a pipeline that is about to be built sends from.
 void setAddresses(GstRTSPMediaFactory* factory, const std::string& group, const std::string& address) {
     GstRTSPAddressPool* pool = gst_rtsp_address_pool_new();
-    // Not from the port that they go to: a receiver on this machine may want that for itself.
-    gst_rtsp_address_pool_add_range(pool, group.c_str(), group.c_str(), firstServerPort, lastServerPort, 1);
+    // Not from the port that they go to: a receiver on this machine may want that for itself. And from ports that
+    // are free, because the library (1.22) frees a group's address twice when it finds its ports taken.
+    const auto port = static_cast<guint16>(freePortPair());
+    gst_rtsp_address_pool_add_range(pool, group.c_str(), group.c_str(), port, port + 1, 1);
     // Packets must come from the address that the client has asked.
     const char* own = address == "0.0.0.0" ? GST_RTSP_ADDRESS_POOL_ANY_IPV4 : address.c_str();
     gst_rtsp_address_pool_add_range(pool, own, own, firstServerPort, lastServerPort, 0);
     gst_rtsp_media_factory_set_address_pool(factory, pool);
     g_object_unref(pool);
+}
+
+void setInterface(GstRTSPMediaFactory* factory, const std::string& address) {
     gst_rtsp_media_factory_set_max_mcast_ttl(factory, 1);
     if (const std::string interface = interfaceOf(address); !interface.empty())
         gst_rtsp_media_factory_set_multicast_iface(factory, interface.c_str());
@@ -164,7 +196,7 @@ RtspChannel::RtspChannel(const Options& options, std::string path, CodecStream& 
     gst_rtsp_media_factory_set_stop_on_disconnect(factory_, TRUE);
     gst_rtsp_media_factory_set_latency(factory_, 0);
     gst_rtsp_media_factory_set_protocols(factory_, protocolsOf(options));
-    setAddresses(factory_, place.group, options.address);
+    setInterface(factory_, options.address);
     g_signal_connect(factory_, "media-configure", G_CALLBACK(onConfigure), this);
 }
 
@@ -178,6 +210,7 @@ bool RtspChannel::join() {
         ++members_;
         return true;
     }
+    setAddresses(factory_, place_.group, options_.address);
     GstRTSPUrl* url = nullptr;
     gst_rtsp_url_parse(("rtsp://localhost" + path_).c_str(), &url);
     media_ = gst_rtsp_media_factory_construct(factory_, url);
