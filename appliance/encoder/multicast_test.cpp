@@ -6,10 +6,12 @@
 #include <array>
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
+#include <memory>
 #include <netinet/in.h>
 #include <poll.h>
 #include <sys/socket.h>
 #include <unistd.h>
+#include <vector>
 
 namespace {
 
@@ -93,6 +95,28 @@ TEST_F(Multicast, RtspSendsToTheGroupWhileSomebodyPlays) {
     const auto bound = std::chrono::steady_clock::now() + std::chrono::seconds(10);
     while (!data.receive(300).empty())
         ASSERT_LT(std::chrono::steady_clock::now(), bound);
+}
+
+// Players of a decoder on this machine take ports from 20000 on, each for itself.
+TEST_F(Multicast, PortsThatOthersHaveTakenDoNotMatter) {
+    std::vector<std::unique_ptr<Member>> others;
+    for (const int first : {20000, 42000}) {
+        for (int i = 0; i < 300; ++i)
+            others.push_back(
+                std::make_unique<Member>("239.255.76.1", static_cast<std::uint16_t>(first + 2 * i)));
+    }
+    const TestEncoder encoder({"--kinds", "rtsp-multicast"});
+    const Member data("239.255.77.1", 5000);
+    for (int round = 0; round < 3; ++round) {
+        Client client(encoder.rtsp());
+        ClientReply reply =
+            ask(client, "SETUP /mpeg4/1/media.orv/trackID=1", "Transport: RTP/AVP;multicast\r\n");
+        ASSERT_EQ(reply.status, 200);
+        const std::string session = sessionOf(reply);
+        ASSERT_EQ(ask(client, "PLAY /mpeg4/1/media.orv", session).status, 200);
+        EXPECT_FALSE(data.receive().empty());
+        ASSERT_EQ(ask(client, "TEARDOWN /mpeg4/1/media.orv", session).status, 200);
+    }
 }
 
 TEST_F(Multicast, TheGuidesStreamIsAlwaysThereWithAndWithoutSound) {

@@ -4,12 +4,6 @@
 #include <gst/rtsp-server/rtsp-server.h>
 #include <thread>
 
-// GLib outgrows a table and forgets the old one, on purpose: other threads may still read it.
-extern "C" const char* __lsan_default_suppressions();  // NOLINT(bugprone-reserved-identifier)
-extern "C" const char* __lsan_default_suppressions() { // NOLINT(bugprone-reserved-identifier)
-    return "leak:libglib-2.0\n";
-}
-
 namespace peers {
 
 struct StockRtspServer::State {
