@@ -1,6 +1,6 @@
 #include "libcommon/src/appliance_fixture.h"
 
-#include <libcommon/semaphores.h>
+#include <libcommon/sweep.h>
 
 #include <algorithm>
 #include <cstdlib>
@@ -37,8 +37,13 @@ ApplianceTest::ApplianceTest() {
 }
 
 ApplianceTest::~ApplianceTest() {
-    libcommon::removeApplianceObjects();
+    sweep();
     fs::remove_all(root());
+}
+
+int ApplianceTest::sweep() {
+    libcommon::Sweep done;
+    return libcommon::sweep(done);
 }
 
 std::string ApplianceTest::file(const std::string& path) {

@@ -14,6 +14,9 @@ protected:
     ApplianceTest();
     ~ApplianceTest() override;
 
+    // Removes what dead processes left below the root: 0 or -1.
+    static int sweep();
+
     // `path` below the appliance root.
     static std::string file(const std::string& path);
     static std::string parameterFile(int fileId);

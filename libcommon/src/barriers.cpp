@@ -1,5 +1,7 @@
 #include <libcommon/barriers.h>
 
+#include "libcommon/src/barrier_file.h"
+
 #include <libcommon/events.h>
 #include <libcommon/paths.h>
 
@@ -45,14 +47,30 @@ int receiveRelease(int barrierId, int flags) {
 
 } // namespace
 
-int getBarrierIPC(int pid) {
-    const std::string file = libcommon::appliancePath("/var/tmp/barrier.") + std::to_string(pid);
-    const key_t key = ftok(file.c_str(), 0);
-    // Without the project number's bits a key may come out as the one that stands for a queue of its own each
-    // time.
-    if (key == -1 || key == IPC_PRIVATE)
+namespace local {
+
+std::string barrierFilePrefix() {
+    return libcommon::appliancePath("/var/tmp/barrier.");
+}
+
+int barrierQueueOf(const char* path, struct stat& file) {
+    if (lstat(path, &file) != 0)
         return -1;
+    // What ftok(path, 0) returns; ftok() itself would follow a link.
+    const auto key = static_cast<key_t>((file.st_ino & 0xffffU) | (file.st_dev & 0xffU) << 16U);
+    // The key may come out as IPC_PRIVATE, which means a new queue at each call.
+    if (!S_ISREG(file.st_mode) || key == IPC_PRIVATE) {
+        errno = ENOENT;
+        return -1;
+    }
     return msgget(key, 0);
+}
+
+} // namespace local
+
+int getBarrierIPC(int pid) {
+    struct stat file {};
+    return local::barrierQueueOf((local::barrierFilePrefix() + std::to_string(pid)).c_str(), file);
 }
 
 namespace libcommon {

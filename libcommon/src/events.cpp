@@ -162,16 +162,29 @@ bool ownerLives(const RunId& record) {
     return record.pid > 0 && (kill(record.pid, 0) == 0 || errno == EPERM);
 }
 
+int removeLeftEventQueue() {
+    RunId record;
+    msqid_ds queue{};
+    if (!readRunId(eventQueueName, record))
+        return 0;
+    const RunIdLock lock(eventQueueName);
+    const bool found = lock && readRunId(eventQueueName, record) && lookAtEventQueue(record, queue);
+    const bool gone = lock && (found ? msgctl(record.id, IPC_RMID, nullptr) == 0 : errno == ENOENT);
+    if (!gone) {
+        logmsg(3, "Failed to remove the event queue. (errno=%d %s)", errno, std::strerror(errno));
+        return -1;
+    }
+    removeRunId(eventQueueName);
+    return found ? 1 : 0;
+}
+
 } // namespace local
 
 int initEventQueue() {
     libcommon::applianceRoot(); // senders in signal handlers can't read it for the first time
     local::RunId record;
-    const int lock = local::lockRunId(local::eventQueueName);
-    const int result = lock < 0 ? -1 : attach(record);
-    if (lock >= 0)
-        local::unlockRunId(lock);
-    if (result != 0) {
+    const local::RunIdLock lock(local::eventQueueName);
+    if (!lock || attach(record) != 0) {
         logmsg(3, "Failed to attach to the event queue. (errno=%d %s)", errno, std::strerror(errno));
         return -1;
     }

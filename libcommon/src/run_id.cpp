@@ -11,6 +11,7 @@
 #include <string_view>
 #include <sys/file.h>
 #include <unistd.h>
+#include <utility>
 
 namespace local {
 
@@ -89,20 +90,21 @@ void removeRunId(const char* name) {
         unlink(path.text);
 }
 
-int lockRunId(const char* name) {
+RunIdLock::RunIdLock(const char* name) {
     const Path path(".", name, ".lock");
-    const int fd = path.fits ? openLockFile(path.text) : -1;
-    if (fd < 0 || waitForLock(fd, LOCK_EX))
-        return fd;
-    unlockRunId(fd);
-    return -1;
+    fd_ = path.fits ? openLockFile(path.text) : -1;
+    if (fd_ < 0 || waitForLock(fd_, LOCK_EX))
+        return;
+    const ErrnoKept errnoKept;
+    close(std::exchange(fd_, -1));
 }
 
-void unlockRunId(int fd) {
-    const int saved = errno;
-    flock(fd, LOCK_UN); // explicitly: a child that was forked meanwhile has the same lock open
-    close(fd);
-    errno = saved;
+RunIdLock::~RunIdLock() {
+    const ErrnoKept errnoKept;
+    if (fd_ < 0)
+        return;
+    flock(fd_, LOCK_UN); // explicitly: a child that was forked meanwhile has the same lock open
+    close(fd_);
 }
 
 } // namespace local

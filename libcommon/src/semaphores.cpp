@@ -1,9 +1,8 @@
 #include <libcommon/semaphores.h>
 
-#include "libcommon/src/event_queue_id.h"
 #include "libcommon/src/files.h"
 #include "libcommon/src/run_id.h"
-#include "libcommon/src/signals_held.h"
+#include "libcommon/src/semaphore_set.h"
 
 #include <libcommon/log.h>
 #include <libcommon/paths.h>
@@ -79,9 +78,8 @@ int findSet() {
     if (const int set = knownSet; set >= 0)
         return set;
     libcommon::applianceRoot();
-    const local::SignalsHeld signalsHeld;
-    const int lock = local::lockRunId(setName);
-    if (lock < 0)
+    const local::RunIdLock lock(setName);
+    if (!lock)
         return -1;
     local::RunId record;
     int set = -1;
@@ -89,7 +87,6 @@ int findSet() {
         set = record.id;
     else if (errno == ENOENT || errno == EINVAL)
         set = makeSet();
-    local::unlockRunId(lock);
     knownSet = set;
     return set;
 }
@@ -156,64 +153,23 @@ int semaphoreDecrease(int id) {
                        [](int set, unsigned short number) { return change(set, number, -1); });
 }
 
-namespace {
+namespace local {
 
-int removeSet() {
-    local::RunId record;
-    if (!local::readRunId(setName, record))
+int removeSemaphoreSet() {
+    RunId record;
+    if (!readRunId(setName, record))
         return 0;
+    const RunIdLock lock(setName);
+    const bool found = lock && readRunId(setName, record) && isOurs(record);
     knownSet = -1;
-    const bool gone = isOurs(record) ? semctl(record.id, 0, IPC_RMID) == 0 : errno == EINVAL;
-    if (gone)
-        local::removeRunId(setName);
-    else
+    const bool gone =
+        lock && (found ? semctl(record.id, 0, IPC_RMID) == 0 : errno == EINVAL || errno == ENOENT);
+    if (!gone) {
         logmsg(3, "Failed to remove the semaphores. (errno=%d %s)", errno, std::strerror(errno));
-    return gone ? 0 : -1;
-}
-
-int removeLeftQueue() {
-    local::RunId record;
-    msqid_ds queue{};
-    if (!local::readRunId(local::eventQueueName, record))
-        return 0;
-    const bool there = local::lookAtEventQueue(record, queue);
-    const bool gone = there ? msgctl(record.id, IPC_RMID, nullptr) == 0 : errno == ENOENT;
-    if (gone)
-        local::removeRunId(local::eventQueueName);
-    else
-        logmsg(3, "Failed to remove the event queue. (errno=%d %s)", errno, std::strerror(errno));
-    return gone ? 0 : -1;
-}
-
-// Runs `remove` while nobody makes what it removes.
-int underLock(const char* name, int (*remove)()) {
-    const local::SignalsHeld signalsHeld;
-    const int lock = local::lockRunId(name);
-    if (lock < 0) {
-        logmsg(3, "Failed to lock the appliance's %s. (errno=%d %s)", name, errno, std::strerror(errno));
         return -1;
     }
-    const int result = remove();
-    local::unlockRunId(lock);
-    return result;
+    removeRunId(setName);
+    return found ? 1 : 0;
 }
 
-} // namespace
-
-namespace libcommon {
-
-int removeApplianceObjects() {
-    applianceRoot();
-    local::RunId record;
-    msqid_ds queue{};
-    if (local::readRunId(local::eventQueueName, record) && local::lookAtEventQueue(record, queue) &&
-        local::ownerLives(record) && record.pid != getpid()) {
-        logmsg(3, "The appliance still runs: process %d owns its event queue.", record.pid);
-        return -1;
-    }
-    const int semaphores = underLock(setName, removeSet);
-    const int events = underLock(local::eventQueueName, removeLeftQueue);
-    return semaphores == 0 && events == 0 ? 0 : -1;
-}
-
-} // namespace libcommon
+} // namespace local

@@ -13,3 +13,4 @@
 #include <libcommon/paths.h>
 #include <libcommon/semaphores.h>
 #include <libcommon/status.h>
+#include <libcommon/sweep.h>

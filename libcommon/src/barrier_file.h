@@ -1,0 +1,16 @@
+// Barrier files and the message queues that belong to them.
+#pragma once
+
+#include <string>
+#include <sys/stat.h>
+
+namespace local {
+
+// APPLIANCE_ROOT/var/tmp/barrier. : a pid follows.
+std::string barrierFilePrefix();
+
+// The message queue of a barrier file. -1 with errno; ENOENT when the file or the queue is missing. A link or anything
+// else that is no regular file has no queue: anybody may put one into the folder. `file` gets the file's state.
+int barrierQueueOf(const char* path, struct stat& file);
+
+} // namespace local
