@@ -16,6 +16,9 @@ bool lookAtEventQueue(const RunId& record, msqid_ds& queue);
 // Whether the process that owns the queue is alive.
 bool ownerLives(const RunId& record);
 
+// Whether this process is the supervisor: it attached to the queue and has not removed it.
+bool ownsEventQueue();
+
 // Removes the queue that a dead owner left, and the file that names it. 1 when there was one, 0 when not; -1 with a
 // log line. The caller has made sure that no supervisor lives.
 int removeLeftEventQueue();

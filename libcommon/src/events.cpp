@@ -162,6 +162,10 @@ bool ownerLives(const RunId& record) {
     return record.pid > 0 && (kill(record.pid, 0) == 0 || errno == EPERM);
 }
 
+bool ownsEventQueue() {
+    return owner == getpid();
+}
+
 int removeLeftEventQueue() {
     RunId record;
     msqid_ds queue{};

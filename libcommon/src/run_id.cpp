@@ -1,5 +1,6 @@
 #include "libcommon/src/run_id.h"
 
+#include "libcommon/src/bounded_lock.h"
 #include "libcommon/src/files.h"
 #include "libcommon/src/run_path.h"
 
@@ -93,7 +94,7 @@ void removeRunId(const char* name) {
 RunIdLock::RunIdLock(const char* name) {
     const Path path(".", name, ".lock");
     fd_ = path.fits ? openLockFile(path.text) : -1;
-    if (fd_ < 0 || waitForLock(fd_, LOCK_EX))
+    if (fd_ < 0 || lockWithin(fd_, LOCK_EX, lockPatience(), SignalsInWait::kept))
         return;
     const ErrnoKept errnoKept;
     close(std::exchange(fd_, -1));

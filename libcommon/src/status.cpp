@@ -85,10 +85,15 @@ bool holds(const std::string& path, const std::string& text) {
 void write(int index, const std::string& key, const std::string& value) {
     const std::string path = statusFolder(index) + key;
     const LockedFile lock(statusLockPath().c_str());
-    bool done = static_cast<bool>(lock);
-    if (done && value.empty()) {
+    if (!lock) {
+        logmsg(3, "Failed to write %s: %s; the value is lost. (errno=%d %s)", path.c_str(),
+               lock.reason().c_str(), errno, std::strerror(errno));
+        return;
+    }
+    bool done = false;
+    if (value.empty()) {
         done = unlink(path.c_str()) == 0 || errno == ENOENT;
-    } else if (done) {
+    } else {
         rememberOwner(index);
         done = holds(path, value + "\n") || replaceSmallFile(path, value + "\n");
     }

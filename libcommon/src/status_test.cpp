@@ -2,11 +2,14 @@
 
 #include "libcommon/src/appliance_fixture.h"
 
+#include <libcommon/events.h>
 #include <libcommon/params.h>
 
 #include <climits>
 #include <cstring>
+#include <fcntl.h>
 #include <filesystem>
+#include <sys/file.h>
 #include <sys/stat.h>
 #include <unistd.h>
 
@@ -170,6 +173,30 @@ TEST_F(Status, ProcessesWriteAtOnce) {
         EXPECT_EQ(status(child, "Own"), "99");
     EXPECT_EQ(entries(valueFile("3")), (std::vector<std::string>{".source", "Own"}));
     EXPECT_EQ(log(), "");
+}
+
+// A process that was stopped while it wrote.
+TEST_F(Status, AWriterThatGetsNoLockSaysWhoHoldsItAndReadersNeverWait) {
+    status(0, "Model", "old");
+    status(1, "Model", "gone");
+    ASSERT_EQ(initEventQueue(), 0); // the supervisor gives up first
+    const int held = open(valueFile(".lock").c_str(), O_RDONLY);
+    ASSERT_EQ(flock(held, LOCK_EX), 0);
+    status(0, "Model", "new");
+    const std::string holder =
+        "process " + std::to_string(getpid()) + " (libcommon_statu) holds the lock " + valueFile(".lock");
+    EXPECT_EQ(logCount("Failed to write " + valueFile("0/Model") + ": " + holder +
+                       "; the value is lost. (errno=110 Connection timed out)"),
+              1U)
+        << log();
+    EXPECT_EQ(status(0, "Model"), "old");
+    syncEncoderInfo();
+    EXPECT_EQ(logCount("Failed to update the values of the sources: " + holder), 1U) << log();
+    EXPECT_EQ(status(1, "Model"), "gone");
+    close(held);
+    status(0, "Model", "new");
+    EXPECT_EQ(status(0, "Model"), "new");
+    removeEventQueue();
 }
 
 // ---- Tables.
