@@ -23,10 +23,7 @@ struct Path {
     bool fits;
 
     Path(const char* prefix, const char* name, const char* suffix)
-        : fits(runPath(text, sizeof text, prefix, name, suffix)) {
-        if (!fits)
-            errno = ENAMETOOLONG;
-    }
+        : fits(appliancePathInto(text, sizeof text, {"/run/decoder/", prefix, name, suffix})) {}
 };
 
 // Takes a number and the character behind it off the front of the text.
