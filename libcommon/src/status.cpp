@@ -5,10 +5,12 @@
 
 #include <libcommon/log.h>
 #include <libcommon/paths.h>
+#include <libcommon/text.h>
 
 #include <algorithm>
 #include <cerrno>
 #include <cstring>
+#include <string_view>
 #include <unistd.h>
 
 namespace local {
@@ -108,13 +110,14 @@ void write(int index, const std::string& key, const std::string& value) {
 void status(int index, const std::string& key, const char* value) {
     if (!local::isValid(index, key))
         return;
-    const std::string text = value == nullptr ? "" : value;
+    const std::string_view text = value == nullptr ? "" : value;
     if (text.size() > local::maximumValue) {
         logmsg(3, "Status value \"%s\" of source %d is too long: %zu bytes.", key.c_str(), index,
                text.size());
         return;
     }
-    local::write(index, key, text);
+    // Most values are what an encoder says. People see them in terminals and on pages.
+    local::write(index, key, libcommon::printable(text));
 }
 
 void status(int index, const std::string& key, int value) {

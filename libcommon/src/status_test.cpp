@@ -64,13 +64,25 @@ TEST_F(Status, TheEmptyTextClears) {
     EXPECT_EQ(log(), "");
 }
 
-TEST_F(Status, AnyTextComesBackAsItWas) {
-    for (const std::string& text : {std::string(" "), std::string("a\nb"), std::string("a\n"),
-                                    std::string("\n\n"), std::string("\xff\x01"), std::string(60000, 'x')}) {
+TEST_F(Status, APrintableTextComesBackAsItWas) {
+    for (const std::string& text :
+         {std::string(" "), std::string("T\xc3\xbcr \xf0\x9f\x98\x80 \"x\" \\n"), std::string(60000, 'x')}) {
         status(0, "Model", text.c_str());
         EXPECT_EQ(status(0, "Model"), text);
     }
     EXPECT_EQ(log(), "");
+}
+
+// An encoder says anything. "180" is what a player's rotation is compared with: no other text may become it.
+TEST_F(Status, WhatWouldGarbleATerminalIsStoredPrintable) {
+    status(0, "Model", "\x1b]0;title\x07\x1b[2J M\r\nx\tt\x7f");
+    EXPECT_EQ(status(0, "Model"), " ]0;title  [2J M  x t ");
+    status(0, "ImageRotation", "180\n");
+    EXPECT_EQ(status(0, "ImageRotation"), "180 ");
+    status(0, "ImageRotation", "\xff\xc3(\xc2\x9b\xed\xa0\x80");
+    EXPECT_EQ(status(0, "ImageRotation"), "?" "?( ???");
+    copyStatus(0, 1, "ImageRotation");
+    EXPECT_EQ(read(valueFile("1/ImageRotation")), "?" "?( ???\n");
 }
 
 TEST_F(Status, BadIndicesAndKeysAreLoggedAndChangeNothing) {
