@@ -58,7 +58,7 @@ int fuzzResponseHeader(const std::uint8_t* data, std::size_t size) {
     ResponseHeader header;
     if (whole.state == HeaderCollector::State::Complete && network::parseHeaderText(whole.text, header))
         requireUsable(header);
-    // And the reader alone, on what no collector has looked at before.
+    // The reader alone, with bytes that the collector has not checked.
     const std::vector<char> raw(bytes.begin(), bytes.end());
     ResponseHeader fromRaw;
     if (network::parseHeaderText({raw.data(), raw.size()}, fromRaw))

@@ -1,5 +1,5 @@
-// What the fuzzers call, and the corpus test: each takes any bytes, always returns 0, and aborts when a
-// promise of the code under it is broken.
+// The functions that the fuzzers and the corpus test call. Each takes any bytes, always returns 0, and aborts when the
+// code under it breaks a promise.
 #pragma once
 
 #include <cstddef>

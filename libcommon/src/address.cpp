@@ -12,7 +12,7 @@ int splitAddress(const std::string& address, std::string& host, unsigned short& 
         port = parts.port;
     if (!host.empty())
         return 0;
-    // Somebody may have typed user:password@host: what stands before the "@" is nobody's business.
+    // The user may have typed user:password@host: never log the part before the "@".
     const std::size_t at = address.rfind('@');
     const std::string shown = at == std::string::npos ? address : "..." + address.substr(at);
     logmsg(3, "Can't read the address \"%s\": %s", shown.c_str(), parts.error);

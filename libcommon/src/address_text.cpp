@@ -33,7 +33,7 @@ unsigned short portOf(std::string_view digits) {
     return port > 65535 ? static_cast<unsigned short>(0) : static_cast<unsigned short>(port);
 }
 
-// `rest`: what follows the host, the colon included; empty when there is none.
+// `rest`: the text after the host, with its colon; may be empty.
 AddressParts hostAndPort(std::string_view host, std::string_view rest) {
     AddressParts parts = {.host = std::string(host), .port = 0, .error = ""};
     if (rest.empty())

@@ -6,7 +6,7 @@
 
 namespace network {
 
-// Whether `host` is made of what names and addresses are made of: letters, digits, ".", "-", "_", and for
+// Whether `host` has only characters of names and addresses: letters, digits, ".", "-", "_", and for
 // IPv6 ":" and a "%zone". Anything else never reaches a name server or a URL.
 bool isHostText(std::string_view host);
 

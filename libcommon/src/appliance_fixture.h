@@ -1,5 +1,4 @@
-// An appliance of its own for each test: a temporary root, a log file in it, and children to play other
-// processes.
+// An appliance of its own for each test: a temporary root, a log file in it, and children as other processes.
 #pragma once
 
 #include <functional>
@@ -48,7 +47,7 @@ protected:
     static bool waitsForLock(pid_t child, const std::string& lock);
 };
 
-// Tells one process that another one got somewhere.
+// Tells one process that another one has reached a point.
 class Signpost {
 public:
     Signpost();

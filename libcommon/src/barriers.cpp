@@ -19,7 +19,7 @@ namespace {
 
 constexpr long releaseType = 7;
 
-// What a release must have: the supervisor's pid and the barrier's number.
+// The part of a release that is read: the supervisor's pid and the barrier's number.
 constexpr std::size_t releaseHead =
     offsetof(libcommon::BarrierRelease, unused) - offsetof(libcommon::BarrierRelease, supervisorPid);
 constexpr std::size_t releaseText = releaseHead + sizeof libcommon::BarrierRelease::unused;
@@ -53,7 +53,7 @@ namespace local {
 int barrierQueueOf(const char* path, struct stat& file) {
     if (lstat(path, &file) != 0)
         return -1;
-    // What ftok(path, 0) returns; ftok() itself would follow a link.
+    // Computes ftok(path, 0); ftok() itself would follow a link.
     const auto key = static_cast<key_t>((file.st_ino & 0xffffU) | (file.st_dev & 0xffU) << 16U);
     // The key may come out as IPC_PRIVATE, which means a new queue at each call.
     if (!S_ISREG(file.st_mode) || key == IPC_PRIVATE) {

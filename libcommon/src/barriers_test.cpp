@@ -58,8 +58,7 @@ protected:
 
     static int errorOf(int result) { return result == 0 ? 0 : errno; }
 
-    // Waits until somebody sleeps in a receive of the queue: its last reader is not told, so this asks the
-    // kernel.
+    // Waits until the player sleeps. A queue does not show its waiting readers, so this asks the kernel.
     static bool sleeps(pid_t player) {
         for (int i = 0; i < 10000; ++i) {
             if (read("/proc/" + std::to_string(player) + "/stat").find(") S ") != std::string::npos)

@@ -39,7 +39,7 @@ void followFolder(int fd, const char* path) {
         fchmod(fd, mode);
 }
 
-// The user who makes the file sets its rights. Root does so with a file that is there: it may be of a root who did not.
+// The process that makes the file sets its rights. Root also repairs those of a file that exists.
 int openOrMake(const char* path) {
     for (int i = 0; i < 2; ++i) {
         const int there = open(path, openFlags);

@@ -9,7 +9,7 @@
 namespace local {
 
 // How long a writer waits for a lock. A holder needs milliseconds; a slow flash may need half a second. The supervisor
-// gives up first: it has a picture to look after. Other programs have a user who waits anyway.
+// gives up sooner, because players wait for it meanwhile; other programs have a user who can wait.
 inline constexpr std::chrono::milliseconds supervisorPatience{1000};
 inline constexpr std::chrono::milliseconds otherPatience{5000};
 std::chrono::milliseconds lockPatience();
@@ -31,16 +31,16 @@ void pauseFor(std::chrono::milliseconds time, SignalsInWait signals);
 
 // Opens a lock file, made with its folders where it is missing. -1 with errno.
 //
-// A new one belongs to the group of its folder, and that group may use it when it may write the folder: the lock is for
-// everybody who may replace the files in it. Nobody else may open it, because a lock that is held stops every writer.
+// A new lock file has the group of its folder, and that group may read it, so that every user who may replace the files
+// can lock them. Other users can't open it, because a lock that is held stops every writer.
 int openLockFile(const char* path);
 
-// Who holds the flock of a file, as a phrase for the log.
+// The process that holds a flock, as a phrase for the log.
 struct LockHolder {
     char text[64] = "another process";
 };
 
-// "process 4711 (decoderctl)"; "another process" when the kernel does not tell.
+// "process 4711 (decoderctl)"; "another process" when the holder can't be found.
 LockHolder lockHolder(int fd);
 
 } // namespace local

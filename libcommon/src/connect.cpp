@@ -108,7 +108,7 @@ int bindUDP(sa_family_t family, unsigned short port, const std::vector<Endpoint>
         const int off = 0;
         setsockopt(fd, IPPROTO_IPV6, IPV6_V6ONLY, &off, sizeof off);
     }
-    // The filter first: between the bind and a later filter anybody's packet could slip in.
+    // The filter comes before the bind: otherwise a packet of another host could arrive in between.
     if ((allowed.empty() || acceptOnlyFrom(fd, allowed)) &&
         bind(fd, reinterpret_cast<const sockaddr*>(&local), length) == 0)
         return fd;

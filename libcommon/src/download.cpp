@@ -1,12 +1,12 @@
-// Which requests a download makes, and what their outcome is called.
+// Which requests a download makes, and how it reports their results.
 //
 // download() tries plain HTTP first and HTTPS only where that can help. The timeout is for both together:
 // - Connection refused, or none after half of the time, and the address names no port: HTTPS on port 443.
 //   With a port in the address there is nothing else to try.
 // - Connected, and the peer closed, reset or sent something that is not HTTP: it may speak TLS there. HTTPS
 //   on the address's port, or 443.
-// - Status 400 on a port that the address names: that is what many servers say, in clear, on their TLS port.
-//   Unless HTTPS gets an HTTP answer there, the 400 stands.
+// - Status 400 on a port that the address names: many servers answer so, in clear text, on their TLS port.
+//   Unless HTTPS gets an HTTP answer there, the result is the 400.
 // Never after a name that does not resolve, an unreachable network, a silent peer or an interruption: an
 // encoder that is dead or slow costs the timeout once. A redirect is a refusal and never followed.
 #include "libcommon/src/http_client.h"
@@ -66,7 +66,7 @@ bool isWorthTryingHttps(const HttpOutcome& plain, bool portIsWritten) {
     return plain.status == 0 && plain.transport != CURLE_OPERATION_TIMEDOUT;
 }
 
-// What download() found out besides its result.
+// Further results of download().
 struct Way {
     ConnectMode mode = CONNECT_UNKNOWN;
     unsigned short port = 0;

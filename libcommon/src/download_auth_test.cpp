@@ -1,4 +1,4 @@
-// Downloads from encoders that want to know who asks.
+// Downloads from encoders that ask for credentials.
 #include "libcommon/src/download_fixture.h"
 
 #include <map>
@@ -19,7 +19,7 @@ bool hasCredentials(const std::string& request) {
     return has(request, "Authorization:");
 }
 
-// An encoder that serves whoever sends that header line and challenges everybody else.
+// An encoder that answers requests with that header line and challenges all others.
 Script protectedBy(const std::string& challenge, const std::string& credentials) {
     return {readRequest(), answer([=](const std::string& request) {
                 return has(request, credentials) ? reply("200 OK", "hello")
@@ -61,8 +61,7 @@ std::map<std::string, std::string> digestFields(const std::string& request) {
     return fields;
 }
 
-// What an honest server checks: the hash over user, password, method and the target as it stands in the
-// request line.
+// The check of an honest server: the hash over user, password, method and the target of the request line.
 bool isRightDigest(const std::string& request, const std::string& password) {
     auto fields = digestFields(request);
     const std::string line = request.substr(0, request.find("\r\n"));

@@ -1,4 +1,4 @@
-// What the tests of the downloads share: one request to a scripted encoder, and everything it reports.
+// Shared by the tests of downloads: one request to a scripted encoder, and everything it reports.
 #pragma once
 
 #include "libcommon/src/network_fixture.h"
@@ -13,7 +13,7 @@ class DownloadTest : public NetworkTest {
 protected:
     static constexpr int bufferSize = 4096;
 
-    // What a download is given.
+    // The arguments of a download.
     struct Asked {
         std::string path = "/path";
         std::string user = "";
@@ -22,7 +22,7 @@ protected:
         int timeout = 10;
     };
 
-    // What a download reports.
+    // The results of a download.
     struct Got {
         int result = 0;
         std::string body; // as many bytes as the result says

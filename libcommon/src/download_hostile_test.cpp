@@ -46,7 +46,7 @@ TEST_F(DownloadHostile, NumbersThatDoNotFit) {
         const std::string header = std::string("Content-Length: ").append(length);
         const Server server({readRequest(), send(ok + header + "\r\n\r\nhello"), close()});
         const Got got = get(server, {.timeout = 2});
-        // What begins with a number may be taken for it; nothing beyond the five bytes is ever made up.
+        // A text that begins with a number may be read as that number; bytes after the five are never invented.
         EXPECT_TRUE(isTransportFailure(got.result) || got.result == 0 || got.body == "hello")
             << length << " " << got.result;
     }

@@ -16,7 +16,7 @@ bool lookAtEventQueue(const RunId& record, msqid_ds& queue);
 // Whether the process that owns the queue is alive.
 bool ownerLives(const RunId& record);
 
-// Takes over the queue that an earlier supervisor left, with what is in it, or makes one. False with errno.
+// Takes over the queue of an earlier supervisor, with the events in it, or makes one. False with errno.
 bool attachEventQueue(RunId& record);
 
 // Removes the queue that a dead owner left, and the file that names it. How many there were; -1 with a log line. The

@@ -30,8 +30,8 @@ struct Message {
     Event event;
 };
 
-// What the supervisor tells itself. A stranger's child exits or timeouts would fill the supervisor's internal queue up
-// to its limit, and the real one would be dropped.
+// Events that the supervisor sends to itself. Forged child exits or timeouts would fill the supervisor's internal queue
+// up to its limit, and the real one would be dropped.
 bool isOwnersAlone(int id) {
     return id == EID_CHILD || id == EID_BUTTON || id == EID_TIMEOUT;
 }
@@ -57,8 +57,8 @@ int putWithinShare(int fd, const Event& event, unsigned part) {
     return result;
 }
 
-// Players announce themselves a few times in their lives. They take no lock: a stranger who holds it must not keep the
-// supervisor from hearing of its players.
+// A player announces itself a few times in its life. It takes no lock: a process that holds the lock must not be able
+// to stop announcements.
 int putAnnouncement(int fd, const Event& event) {
     return putWithinShare(fd, event, 8);
 }

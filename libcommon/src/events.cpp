@@ -31,8 +31,8 @@ bool isKnown(int id) {
 // The process that called initEventQueue(), 0 for none: a forked child inherits the number and is an outsider all the
 // same. Written by initEventQueue.
 std::atomic<int> owner{0};
-// The owner's queue, -1 while there is none. Written by initEventQueue, removeEventQueue and the waiting thread; read by
-// any thread and signal handler.
+// The owner's queue, -1 while there is none. Written by initEventQueue, removeEventQueue and the waiting thread; read
+// by any thread and signal handler.
 std::atomic<int> ownedQueue{-1};
 // Whether the owner itself has removed the queue. Written by initEventQueue and removeEventQueue.
 std::atomic<bool> removed{false};
@@ -61,8 +61,8 @@ bool isGone(int error) {
     return error == EINVAL || error == EIDRM;
 }
 
-// For the supervisor's own event there is always room. When somebody else has removed the queue the waiting thread is
-// making a new one at this moment; an exit of a child that came to nothing would leave the supervisor waiting for ever.
+// There is always room for the supervisor's own events. After another process has removed the queue, the waiting thread
+// is making a new one at this moment; a lost child exit would leave the supervisor waiting for ever.
 int sendAsOwner(const Event& event) {
     constexpr int tries = 250;
     const timespec pause{.tv_sec = 0, .tv_nsec = 1'000'000};
@@ -80,7 +80,7 @@ int sendAsOwner(const Event& event) {
     return -1;
 }
 
-// A flood of them is one line a minute.
+// At most one line a minute, so that a flood does not fill the log.
 void noteDropped() {
     constexpr std::int64_t pause = 60'000'000;
     ++droppedMessages;
@@ -92,8 +92,8 @@ void noteDropped() {
     droppedLogTime = now;
 }
 
-// Makes the queue anew after it went missing; `lost` is what it was, -1 when it could not be made at start. The process
-// would otherwise live on and never hear of anything again.
+// Makes the queue anew. `lost` is the identifier of the one that was removed, -1 when none could be made at start.
+// Without a queue the process would live on and never receive an event.
 void renewQueue(int lost) {
     constexpr std::chrono::milliseconds pause{1000};
     local::RunId record;
@@ -109,9 +109,11 @@ void renewQueue(int lost) {
     renewalFailed = false;
     int expected = lost;
     if (!removed && ownedQueue.compare_exchange_strong(expected, record.id)) {
-        logmsg(3, "%s",
-               lost < 0 ? "The event queue is there now."
-                        : "Somebody removed the event queue; it was made anew, what was in it is lost.");
+        logmsg(
+            3, "%s",
+            lost < 0
+                ? "The event queue is there now."
+                : "The event queue was removed by another process; it was made anew, its events are lost.");
         return;
     }
     // The shutdown came first.

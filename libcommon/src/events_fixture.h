@@ -1,4 +1,4 @@
-// What the tests of events share.
+// Shared by the tests of events.
 #pragma once
 
 #include "libcommon/src/appliance_fixture.h"

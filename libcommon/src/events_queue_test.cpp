@@ -1,4 +1,4 @@
-// The queue itself: making it, finding it, losing it.
+// The queue itself: how it is made, found, removed and made anew.
 #include <libcommon/events.h>
 
 #include "libcommon/src/events_fixture.h"
@@ -16,7 +16,7 @@
 
 namespace {
 
-// Somebody's forgotten identifier is 0: it must not name the appliance's queue.
+// A program that forgets to set an identifier uses 0: that must not be the appliance's queue.
 TEST_F(Events, TheQueueIsNeverTheMachinesFirst) {
     if (unshare(CLONE_NEWIPC) != 0)
         GTEST_SKIP() << "no message queues of one's own here: " << std::strerror(errno);
@@ -59,7 +59,7 @@ TEST_F(Events, AWaitingThreadDoesNotReturnAfterTheOwnerRemovedTheQueue) {
         waitEvent(&got);
         returned = got.id;
     });
-    usleep(50'000); // either way it must not return: before it waits, and while it does
+    usleep(50'000); // most likely it waits by now
     removeEventQueue();
     usleep(200'000);
     EXPECT_EQ(returned, 0);
@@ -95,7 +95,9 @@ TEST_F(Events, AQueueThatSomebodyRemovedIsMadeAnew) {
     EXPECT_EQ(send(EID_CHILD, 3), 0);
     ASSERT_EQ(waitEvent(&got), 0);
     EXPECT_EQ(got.value1, 3);
-    EXPECT_EQ(logCount("Somebody removed the event queue; it was made anew, what was in it is lost."), 1U)
+    EXPECT_EQ(
+        logCount("The event queue was removed by another process; it was made anew, its events are lost."),
+        1U)
         << log();
     EXPECT_EQ(logCount(""), 1U) << log();
 }
@@ -110,7 +112,7 @@ TEST_F(Events, TheOwnersEventIsNotLostWhileTheQueueIsMadeAnew) {
     });
     for (int i = 0; i < 20; ++i) {
         while (received < i)
-            usleep(100); // taken: what is in a queue that is removed is lost
+            usleep(100); // events in a removed queue are lost, so wait until it is empty
         ASSERT_EQ(msgctl(queueId(), IPC_RMID, nullptr), 0);
         ASSERT_EQ(send(EID_CHILD, i), 0) << i;
     }
@@ -231,7 +233,7 @@ TEST_F(Events, AFailedAttachLeavesNoQueueBehind) {
     write(file("/run/decoder/events.id/x"), "a folder in the file's place");
     if (geteuid() != 0)
         GTEST_SKIP() << "only root can become another user";
-    // As a user whom nobody else is, so that the queues can be counted.
+    // As a user that no other process has, so that the queues can be counted.
     constexpr uid_t user = 63117;
     EXPECT_EQ(asUser(user, user, {file(""), file("/run/decoder")},
                      [] { return initEventQueue() == -1 ? queuesOf(user) : 90; }),

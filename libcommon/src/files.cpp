@@ -18,7 +18,7 @@ namespace local {
 namespace {
 
 // A name beside `path` that no other thread or process uses. A leading dot: readers of the folder skip it.
-// What a killed process leaves behind is taken over by the next one with the same number.
+// The file of a killed process is replaced by the next process with the same pid.
 std::string temporaryName(const std::string& path) {
     const std::size_t slash = path.rfind('/') + 1;
     return path.substr(0, slash) + "." + path.substr(slash) + "." + std::to_string(getpid()) + "." +
@@ -51,7 +51,7 @@ bool makeFoldersFor(const char* path) {
         if (folder[at] != '/')
             continue;
         folder[at] = '\0';
-        // A folder above may be one that we may pass but not write; what matters is whether it is there.
+        // It is enough that the folder exists: this user may not be allowed to write the folder above it.
         struct stat there {};
         if (mkdir(folder, 0755) != 0 && errno != EEXIST && stat(folder, &there) != 0)
             return false;

@@ -1,6 +1,6 @@
 // Small files: how the stores below the run directory read, replace and lock them.
 //
-// Nothing here logs; failures come back with errno for the caller to log with what it was about.
+// Nothing here logs; failures are reported by errno, and the caller logs them with their context.
 #pragma once
 
 #include <cstddef>
@@ -41,7 +41,7 @@ bool statFolderOf(const char* path, struct stat& folder);
 bool writeAll(int fd, const char* bytes, std::size_t length);
 
 // The whole of a regular file of at most `maximum` bytes, read from `fd`. False with errno: EFBIG, EISDIR,
-// EINVAL for what is no regular file, or what read() had.
+// EINVAL when it is not a regular file, or the error of read().
 bool readAll(int fd, std::size_t maximum, std::string& text);
 
 // The same by name; symbolic links in place of the file are not followed.
@@ -51,9 +51,9 @@ bool readSmallFile(const std::string& path, std::size_t maximum, std::string& te
 // with errno; then the old file is still there. Any thread and process at once: the last one wins.
 bool replaceSmallFile(const std::string& path, std::string_view content);
 
-// The exclusive lock of a lock file, for the life of the object; the file is made where it is missing, with its folders.
-// Waits at most lockPatience; on the main thread SIGINT and SIGCHLD are let in meanwhile. The lock is given back
-// explicitly: a child forked meanwhile has the same lock open and would keep it.
+// The exclusive lock of a lock file, for the life of the object; the file is made where it is missing, with its
+// folders. Waits at most lockPatience; on the main thread SIGINT and SIGCHLD are let in meanwhile. The lock is given
+// back explicitly: a child forked meanwhile has the same lock open and would keep it.
 class LockedFile {
 public:
     explicit LockedFile(const char* path);

@@ -3,7 +3,7 @@
 // Players read parameters and log between fork and exec, while other threads of the supervisor do the same
 // all the time. An ordinary mutex that one of them holds at the fork would stay locked in the child for ever.
 // So a fork takes all of these mutexes first and gives them back on both sides. Two rules keep that free of
-// deadlocks: whoever holds one of them takes no other, and holds it only for a bounded time. They live as
+// deadlocks: a thread that holds one of them takes no other, and holds it for a bounded time only. They live as
 // long as the process.
 #pragma once
 

@@ -26,7 +26,7 @@ bool isBlank(char c) {
     return c == ' ' || c == '\t';
 }
 
-// What a header name may be made of: no separators, so that "a b: c" or "<html>" is no name.
+// Header names have no separators, so "a b: c" and "<html>" are not headers.
 bool isName(std::string_view name) {
     const auto belongs = [](char c) {
         return isDigit(c) || (c >= 'a' && c <= 'z') || (c >= 'A' && c <= 'Z') ||
@@ -35,7 +35,7 @@ bool isName(std::string_view name) {
     return !name.empty() && std::all_of(name.begin(), name.end(), belongs);
 }
 
-// The lines without their ends and the empty one; nothing when a carriage return stands inside a line.
+// The lines without line ends and without the empty line; nothing when a line has a carriage return inside.
 std::optional<std::vector<std::string_view>> linesOf(std::string_view text) {
     std::vector<std::string_view> lines;
     while (!text.empty()) {
@@ -86,7 +86,7 @@ bool parseHeaderText(std::string_view text, ResponseHeader& header) {
     ResponseHeader parsed;
     if (!lines || lines->empty() || !parseStatusLine(lines->front(), parsed))
         return false;
-    std::string* lastValue = nullptr; // what a folded line continues
+    std::string* lastValue = nullptr; // a folded line continues it
     for (const std::string_view line : std::vector(lines->begin() + 1, lines->end())) {
         if (isBlank(line.front())) {
             if (lastValue == nullptr)
@@ -125,7 +125,7 @@ std::size_t HeaderCollector::take(std::string_view bytes) {
 void HeaderCollector::takeByte(char byte) {
     if (packetHeaderLeft_ > 0) {
         --packetHeaderLeft_;
-        // The channel comes first and falls out of the 16 bits.
+        // The first byte is the channel; the shifts move it out of the 16 bits.
         packetLength_ = (packetLength_ << 8U | static_cast<unsigned char>(byte)) & 0xffffU;
     } else if (text_.empty()) {
         takeFirstByte(byte);
@@ -166,7 +166,7 @@ bool HeaderCollector::canBecomeHeader() const {
     constexpr std::string_view rtsp = "RTSP/";
     constexpr std::string_view http = "HTTP/";
     if (text_.size() > rtsp.size())
-        return true; // it was looked at when it was shorter
+        return true; // checked before, when it was shorter
     const std::string_view start = text_;
     return start == rtsp.substr(0, start.size()) || start == http.substr(0, start.size());
 }

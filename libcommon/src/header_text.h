@@ -12,13 +12,13 @@ namespace network {
 inline constexpr std::size_t maximumHeaderLength = 16 * 1024;
 
 // Finds one response header in a stream. Interleaved packets ('$', channel, 16-bit length, data) and empty
-// lines before it are skipped. What can't become a header any more is refused at the byte that shows it, so
-// that nobody waits for the end of garbage.
+// lines before it are skipped. Garbage is refused at the first byte that can't belong to a header, so that a
+// caller does not wait for its end.
 class HeaderCollector {
 public:
     enum class State { Collecting, Complete, Malformed, TooLong };
 
-    // Takes what belongs to the header, or stands before it; returns how many bytes that were. They are fewer
+    // Takes bytes of the header and of the packets before it; returns how many it took. They are fewer
     // than offered only at the end: state() is no longer Collecting.
     std::size_t take(std::string_view bytes);
 

@@ -126,7 +126,7 @@ TEST(HeaderText, WhatFollowsTheEmptyLineIsNotRead) {
 
 const std::string header = "RTSP/1.0 200 OK\r\nCSeq: 1\r\n\r\n";
 
-// The header that the collector finds when it gets the bytes in pieces of `size`, and what it leaves.
+// The header that the collector finds when it gets the bytes in pieces of `size`, and the bytes that it leaves.
 struct Collected {
     State state;
     std::string text;

@@ -11,8 +11,8 @@
 
 namespace network {
 
-// From now on the datagram socket `fd` receives only what comes from one of `hosts` (not empty; ports don't
-// matter). False with errno.
+// From now on the datagram socket `fd` receives only packets from one of `hosts` (not empty), from any port. False
+// with errno.
 bool acceptOnlyFrom(int fd, const std::vector<Endpoint>& hosts);
 
 } // namespace network

@@ -57,11 +57,11 @@ private:
     static int onTimer(CURLM* multi, long milliseconds, void* self);
 
     const pid_t owner_ = getpid();
-    [[maybe_unused]] HttpClient* const inherited_; // the parent's: never touched, only not lost
+    [[maybe_unused]] HttpClient* const inherited_; // the parent's: never used, kept so that it is no leak
     CURLM* const multi_;
     CURL* const easy_;
     KeptConnections kept_{keptTime};
-    std::map<curl_socket_t, short> watched_; // what libcurl waits for
+    std::map<curl_socket_t, short> watched_; // the sockets and events that libcurl waits for
     std::int64_t timerAt_ = INT64_MAX;       // when libcurl wants to be called
     KnownName knownName_; // the last name looked up, for as long as its connections are kept
 };
@@ -84,7 +84,7 @@ std::set<int> openDescriptors() {
         return descriptors;
     while (const dirent* entry = readdir(directory)) // NOLINT(concurrency-mt-unsafe)
         descriptors.insert(std::atoi(entry->d_name));
-    descriptors.erase(dirfd(directory)); // gone in a moment, and its number free for others
+    descriptors.erase(dirfd(directory)); // it is closed right after this
     closedir(directory);
     return descriptors;
 }
@@ -169,7 +169,7 @@ void HttpClient::actOnTimer() {
     act(CURL_SOCKET_TIMEOUT, 0);
     if (timerAt_ != INT64_MAX)
         return;
-    // Called a moment too early by its own reckoning, libcurl does nothing and does not ask again.
+    // libcurl does nothing when it is called a moment too early by its own clock, and does not ask again.
     long milliseconds = -1;
     curl_multi_timeout(multi_, &milliseconds);
     onTimer(multi_, milliseconds, this);
@@ -183,7 +183,7 @@ std::optional<CURLcode> HttpClient::finished() {
     return std::nullopt;
 }
 
-// One wait and what follows from it; the transfer's end, if this was it.
+// Waits once and lets libcurl act on it. Returns the end of the transfer, if it ended.
 std::optional<CURLcode> HttpClient::step(Transfer& transfer, const HttpRequest& request,
                                          NetworkOperation& operation) {
     std::vector<pollfd> polled;

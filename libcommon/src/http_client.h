@@ -2,10 +2,10 @@
 //
 // libcurl never waits and never starts a thread here: its multi interface is driven by socket actions, names
 // are resolved before (resolver.h). Connections stay open between requests and are used again; a few seconds
-// after the last request they are shut down, even when no further request ever comes. A forked child begins
-// with nothing: what its parent has open is neither used nor closed.
+// after the last request they are shut down, even when no further request ever comes. A forked child starts
+// without connections: those of its parent are neither used nor closed.
 //
-// One thread at a time. No policy: which requests to make and what their outcome means is download.cpp's.
+// One thread at a time. download.cpp decides which requests to make and what their results mean.
 #pragma once
 
 #include "libcommon/src/network_wait.h"
@@ -24,7 +24,7 @@ struct HttpRequest {
     std::string password;
     char* buffer = nullptr; // null: the body is dropped
     int size = 0;
-    std::int64_t connectUntil = 0; // a time of gettimeusec(): by then the TCP connection has to stand
+    std::int64_t connectUntil = 0; // a time of gettimeusec(): the limit for the TCP connect
 };
 
 struct HttpOutcome {

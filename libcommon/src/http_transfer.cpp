@@ -14,8 +14,8 @@ namespace network {
 namespace {
 
 constexpr std::size_t maximumHeaders = 64 * 1024;
-constexpr std::size_t maximumDropped = 1024 * 1024;   // of a body that nobody wants
-constexpr std::size_t maximumRefusalBody = 16 * 1024; // read for the sake of the connection
+constexpr std::size_t maximumDropped = 1024 * 1024;   // of a body that is not asked for
+constexpr std::size_t maximumRefusalBody = 16 * 1024; // read so that the connection can be used again
 constexpr std::int64_t refusalBodyTime = 500'000;     // likewise, microseconds
 constexpr long keptSeconds = 5;
 constexpr long systemAuthoritiesTime = 60; // seconds
@@ -65,7 +65,7 @@ CURLcode Transfer::configure(CURL* easy, const std::string& resolved, unsigned l
 }
 
 // The request line carries the target to the letter. libcurl's URL gets it too, although the request target
-// overrides it there: a Digest answer names the URL's path and query, and has to name what was asked.
+// overrides it there: a Digest answer names the URL's path and query, which must be those of the request.
 void Transfer::setUrl(CURL* easy) {
     const std::string target = request_.target.empty() ? "/" : request_.target;
     const std::string path = target.front() == '/' ? target : "/" + target;
@@ -101,7 +101,7 @@ void Transfer::setTls(CURL* easy) {
     set(easy, CURLOPT_SSL_VERIFYPEER, verified ? 1L : 0L);
     set(easy, CURLOPT_SSL_VERIFYHOST, verified ? 2L : 0L);
     // One file of authorities, ours or the system's: beside a directory of them libcurl would trust both, and
-    // read the file anew for every connection. What it remembers of a file does not notice that it changed.
+    // read the file anew for every connection. Its cache of a file does not notice a change of the file.
     set(easy, CURLOPT_CAPATH, static_cast<const char*>(nullptr));
     set(easy, CURLOPT_CA_CACHE_TIMEOUT, systemAuthoritiesTime);
     const std::string authorities = parameters["Network.TLS.CAFile"].toString();
@@ -196,7 +196,7 @@ bool Transfer::takeBody(const char* data, std::size_t length) {
     bytes_ += static_cast<int>(taken);
     curl_off_t announced = -1;
     curl_easy_getinfo(easy_, CURLINFO_CONTENT_LENGTH_DOWNLOAD_T, &announced);
-    // A body that fits exactly is let end by itself, and its connection lives.
+    // A body that fits exactly ends by itself, and its connection can be used again.
     if (bytes_ == request_.size && announced != request_.size)
         earlyEnd_ = EarlyEnd::BufferFull;
     return earlyEnd_ == EarlyEnd::None;
@@ -219,13 +219,13 @@ HttpOutcome Transfer::outcome(CURL* easy, CURLcode code) const {
     result.connected = connected_;
     result.answeredChallenge = answeredChallenge_ && headerComplete_;
     result.connectTimeOver = !connected_ && code == CURLE_OPERATION_TIMEDOUT;
-    // A refusal stands once its header is there, whatever becomes of its body.
+    // A refusal is known when its header is complete; a failure of its body changes nothing.
     const bool isRefused = headerComplete_ && isRefusal() && code != CURLE_ABORTED_BY_CALLBACK;
     const bool isComplete = headerComplete_ && code == CURLE_OK;
     if (isComplete || isRefused || earlyEnd_ == EarlyEnd::BufferFull || earlyEnd_ == EarlyEnd::RefusalKnown)
         return result;
     if (code == CURLE_OK ||
-        earlyEnd_ == EarlyEnd::HeaderTooLong) { // libcurl takes a header that breaks off for one
+        earlyEnd_ == EarlyEnd::HeaderTooLong) { // libcurl takes a header that was cut off for a complete one
         result.transport = CURLE_WEIRD_SERVER_REPLY;
         result.reason =
             code == CURLE_OK ? "the response header breaks off" : "the response header is too long";

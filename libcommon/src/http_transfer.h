@@ -1,4 +1,4 @@
-// One HTTP transfer: libcurl's options for it, its callbacks, and what came of it so far.
+// One HTTP transfer: libcurl's options for it, its callbacks, and its result so far.
 #pragma once
 
 #include "libcommon/src/http_client.h"
@@ -10,7 +10,7 @@
 
 namespace network {
 
-// Why we ended a transfer ourselves; what libcurl then reports is our own doing.
+// Why we ended a transfer ourselves; libcurl's error is then only a consequence.
 enum class EarlyEnd { None, BufferFull, RefusalKnown, HeaderTooLong };
 
 class Transfer {
@@ -25,7 +25,7 @@ public:
     CURLcode configure(CURL* easy, const std::string& resolved, unsigned long authentication,
                        long connectTime, KeptConnections& sockets);
 
-    // Begins again with another kind of authentication: what came before does not count any more.
+    // Starts again with another kind of authentication and forgets the earlier answer.
     void restart(CURL* easy, unsigned long authentication);
 
     bool isConnected() const { return connected_; }
@@ -37,7 +37,7 @@ public:
     // libcurl did not answer the 401: its challenge could not be read, or its body never ended.
     bool hasUnansweredChallenge() const { return headerComplete_ && status_ == 401 && !answeredChallenge_; }
 
-    // What came of it; `code` is libcurl's or the waiting loop's word.
+    // The result of the transfer; `code` comes from libcurl or from the waiting loop.
     HttpOutcome outcome(CURL* easy, CURLcode code) const;
 
 private:

@@ -108,7 +108,7 @@ void IniReader::readSection(IniLine& line) {
         line.reason = "a section line without a full name";
     else if (!after.empty() && !isComment(after))
         line.reason = "a section line with text after ']'";
-    // What follows must not end up in the section before.
+    // The keys below must not end up in the section above.
     sectionUnreadable_ = *line.reason != '\0';
     line.kind = sectionUnreadable_ ? LineKind::unreadable : LineKind::section;
     section_ = sectionUnreadable_ ? std::string_view{} : name;
@@ -130,7 +130,7 @@ void IniReader::readKey(IniLine& line) const {
         if (line.key.empty())
             line.reason = "no name before '='";
         else if (line.key.find('.') != std::string_view::npos)
-            line.reason = "a dot in the name: what stands before it belongs into the section line";
+            line.reason = "a dot in the name: the part before it belongs into the section line";
         else
             line.kind = LineKind::key;
     }

@@ -1,7 +1,7 @@
 // The lines of a parameter file, as its reader and its editor both see them.
 //
 // Everything is a view into the file's text, and the lines one after the other are that text, byte for byte:
-// the editor changes what it must and copies the rest, whatever it is.
+// the editor changes one value and copies everything else.
 #pragma once
 
 #include <cstddef>
@@ -26,7 +26,7 @@ struct IniLine {
     std::size_t number = 0;   // from 1
     std::string_view whole;   // with its line end, if it has one
     std::string_view content; // without line end and surrounding blanks
-    std::string_view section; // of the section that the line opens or stands in
+    std::string_view section; // the section that the line opens or is in
     std::string_view key;
     std::string_view value; // without surrounding blanks
     const char* reason = "";
@@ -53,7 +53,7 @@ inline constexpr std::string_view byteOrderMark = "\xef\xbb\xbf";
 // A control character other than a tab.
 bool hasControlCharacter(std::string_view text);
 
-// A parameter's name: what stands before the last dot is its section.
+// A parameter's name: the part before the last dot is its section.
 struct ParameterName {
     std::string_view section;
     std::string_view key;

@@ -43,7 +43,7 @@ void KeptConnections::endUse() {
         startCloser();
 }
 
-// Called with the lock held. Without a thread the connections end at libcurl's next look.
+// Called with the lock held. Without a thread the connections end at libcurl's next check.
 void KeptConnections::startCloser() {
     sigset_t all;
     sigset_t saved;

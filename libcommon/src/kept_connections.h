@@ -3,7 +3,7 @@
 // libcurl only looks at a kept connection when it is asked for the next transfer, which for an idle decoder
 // may be never, while an encoder has few connections to give. So a detached thread, alive only while
 // something is kept, shuts the idle sockets down: the encoder sees the end of the connection. It calls
-// nothing of libcurl's or OpenSSL's; libcurl finds the dead socket at its next look and closes it.
+// no function of libcurl or OpenSSL; libcurl finds the dead socket at its next check and closes it.
 //
 // Never destroyed: the thread may outlive everything else.
 #pragma once
@@ -36,8 +36,8 @@ private:
     bool shutDownIfIdle(std::int64_t& lookAgainAt);
 
     const std::int64_t idleTime_;
-    std::mutex lock_; // guards everything below; held while a socket is closed, so that no number is reused
-                      // meanwhile
+    std::mutex
+        lock_; // guards all below; also held while a socket is closed, so that its number is not reused
     std::set<curl_socket_t> sockets_;
     bool inUse_ = false;
     bool closerRuns_ = false;

@@ -23,7 +23,7 @@
 
 namespace {
 
-// The most that a line has, its newline included; what is longer is cut.
+// The longest line, with its newline; longer ones are cut.
 constexpr std::size_t maximumLine = 8192;
 
 enum class Destination { systemLog, standardError, file };
@@ -36,11 +36,10 @@ struct Target {
 // Where lines go. Read from the environment at the first line, by any thread.
 constinit local::MadeOnce<Target> chosenTarget;
 
-// Guards the descriptor of the log file below and what syslog() keeps locked itself; its users hold back
-// signals.
+// Guards the descriptor of the log file below, and syslog() with its own lock. Holders keep signals blocked.
 local::ForkSafeMutex& mutex = *new local::ForkSafeMutex;
 
-// The open log file, -1 while there is none, and what file it was when it was opened. Guarded by the mutex.
+// The open log file, -1 while there is none, and its identity when it was opened. Guarded by the mutex.
 int logFile = -1;
 dev_t logFileDevice = 0;
 ino_t logFileInode = 0;
@@ -95,12 +94,11 @@ void replaceControlCharacters(char* text, std::size_t length) {
 // Formats the text into `line` (`size` bytes) and returns its length, at most size - 1.
 std::size_t writeText(char* line, std::size_t size, const char* format, va_list arguments) {
     const int wanted = std::vsnprintf(line, size, format, arguments);
-    if (wanted < 0) // an argument that can't be formatted; the format still tells what was meant
+    if (wanted < 0) // an argument can't be formatted; the bare format still says something
         std::snprintf(line, size, "%s", format);
     std::size_t length = wanted < 0 ? std::strlen(line) : static_cast<std::size_t>(wanted);
     if (length >= size)
-        length =
-            local::cutLength({line, size - 1}, size - 4); // a byte of a cut character may stand at the end
+        length = local::cutLength({line, size - 1}, size - 4); // the last byte may be part of a cut character
     if (length > 0 && line[length - 1] == '\n')
         --length;
     replaceControlCharacters(line, length);
@@ -111,14 +109,14 @@ bool isStillOurs(const struct stat& now) {
     return now.st_dev == logFileDevice && now.st_ino == logFileInode;
 }
 
-// Opens the log file where it is not open, was renamed or removed, or where somebody closed our descriptor.
+// Opens the log file when it is not open, was renamed or removed, or when other code closed our descriptor.
 void bringLogFile(const char* path) {
     struct stat file {};
     struct stat named {};
     const bool ours = logFile >= 0 && fstat(logFile, &file) == 0 && isStillOurs(file);
     if (ours && stat(path, &named) == 0 && isStillOurs(named))
         return;
-    // Without waiting: a pipe that nobody reads must not hold up the appliance.
+    // Without waiting: a pipe without a reader must not block the appliance.
     const int opened = open(path, O_WRONLY | O_APPEND | O_CREAT | O_CLOEXEC | O_NOCTTY | O_NONBLOCK, 0640);
     if (opened < 0)
         return;
@@ -128,7 +126,7 @@ void bringLogFile(const char* path) {
         close(opened);
     if (moved < 0 || fstat(moved, &file) != 0)
         return;
-    if (ours) // a descriptor that is no longer ours is somebody else's to close
+    if (ours) // the number may belong to other code by now
         close(logFile);
     logFile = moved;
     logFileDevice = file.st_dev;

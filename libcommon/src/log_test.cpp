@@ -18,7 +18,7 @@
 
 namespace {
 
-// What went to the system log.
+// All lines that went to the system log.
 std::string& systemLog() {
     static std::string& text = *new std::string;
     return text;
@@ -26,7 +26,7 @@ std::string& systemLog() {
 
 } // namespace
 
-// In place of the C library's: the system log is not a test's to write to.
+// Replaces the C library's: a test must not write to the system log.
 extern "C" void syslog(int priority, const char* format, ...) {
     char text[10000];
     va_list arguments;
@@ -197,7 +197,7 @@ TEST_F(Log, NoLineIsLostWhileTheFileIsRotated) {
 
 TEST_F(Log, ADescriptorThatSomebodyElseGotIsNotWrittenTo) {
     logmsg(6, "one");
-    for (int fd = 3; fd < 64; ++fd) // somebody closes what is not theirs
+    for (int fd = 3; fd < 64; ++fd) // as code that closes descriptors of others
         close(fd);
     std::vector<int> theirs;
     theirs.reserve(8);

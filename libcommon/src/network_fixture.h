@@ -1,4 +1,4 @@
-// What the tests of the network half share: an appliance of their own, the log, time, and signals.
+// Shared by the tests of the network half: an appliance of their own, the log, time, and signals.
 #pragma once
 
 #include <array>

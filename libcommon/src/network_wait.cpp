@@ -31,7 +31,7 @@ bool hasHandler(int signal) {
     struct sigaction action = {};
     if (sigaction(signal, nullptr, &action) != 0)
         return false;
-    // SIG_DFL and SIG_IGN stand in the same place as a handler of either kind.
+    // SIG_DFL and SIG_IGN are in the same field as a handler of either kind.
     return action.sa_handler != SIG_DFL && action.sa_handler != SIG_IGN;
 }
 

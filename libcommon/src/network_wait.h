@@ -1,14 +1,14 @@
 // Waiting for the network: the one place where the library's network half blocks.
 //
 // A NetworkOperation lives as long as one public call (a download, a connect, a header, a write) and carries
-// what its waits share: the time by which the whole call has to be over, and the answer to signals.
+// the data that its waits share: the deadline of the whole call, and how signals are handled.
 //
 // - SIGUSR1 with a handler installed ends the operation. The signal stays blocked for the operation's life,
 //   so that it can't slip in between a test and a wait, and a signalfd in the poll set tells that it came.
 //   The signalfd is never read: the handler itself runs, inside the wait. Ignored or at its default, SIGUSR1
 //   is left alone.
 // - On the main thread each wait lets SIGINT and SIGCHLD in, atomically; a handler that returns ends nothing.
-// - SIGPIPE never leaves the operation: a peer that closed is an errno.
+// - SIGPIPE is never delivered: a closed peer is reported by errno.
 //
 // One thread; operations of one thread don't overlap. Errors come as errno.
 #pragma once
@@ -20,7 +20,7 @@
 
 namespace network {
 
-// What a caller's timeout means: 0 or less is 10 seconds.
+// A caller's timeout in seconds: 0 or less means 10.
 int timeoutSeconds(int timeout);
 
 // That many seconds from now, as a time of gettimeusec().
@@ -45,7 +45,7 @@ public:
 
     // Waits until one of `descriptors` is ready, at most until the earlier of `until` and the deadline. Past
     // the deadline the answer is TimeOver even when something is ready, so that a peer that sends without end
-    // can't stretch the operation. The events found stand in `descriptors`.
+    // can't stretch the operation. The result is in `revents` of `descriptors`.
     WaitEnd wait(std::span<pollfd> descriptors, std::int64_t until);
 
     // The same for one descriptor and the whole operation: true, or false with errno.

@@ -28,8 +28,8 @@ std::size_t offset(std::string_view text, std::string_view part) {
     return static_cast<std::size_t>(part.data() - text.data());
 }
 
-// The end of a section's own lines: blank lines at its end stay behind what is added, and so does a comment
-// that stands right above the next section line with a blank line before it: it speaks of that section.
+// The end of a section's own lines. A new line goes before the blank lines at the section's end, and before a comment
+// right above the next section line with a blank line before it: that comment belongs to the next section.
 std::size_t ownLines(const std::vector<LineKind>& kinds, bool sectionFollows) {
     std::size_t end = kinds.size();
     if (sectionFollows) {
@@ -48,7 +48,7 @@ std::size_t ownLines(const std::vector<LineKind>& kinds, bool sectionFollows) {
 class PlaceFinder {
 public:
     PlaceFinder(std::string_view text, const ParameterName& wanted) : text_(text), wanted_(wanted) {
-        // Keys that stand before every section line belong to the section without a name.
+        // Keys before the first section line belong to the section without a name.
         inWanted_ = wanted.section.empty();
         headerEnd_ = text.starts_with(byteOrderMark) ? byteOrderMark.size() : 0;
     }
@@ -109,7 +109,7 @@ std::string withValue(std::string_view text, const IniLine& line, std::string_vi
     std::size_t from = offset(text, line.value);
     std::string_view space;
     if (line.value.empty()) {
-        // "Key =" and "Key=   " both get the value where a person would have put it.
+        // "Key =" and "Key=   " both get the value one blank behind the equals sign.
         const std::size_t equals = text.find('=', offset(text, line.key) + line.key.size());
         from = equals + 1;
         if (from < text.size() && text[from] == ' ')
@@ -141,7 +141,7 @@ const char* whyNotWritable(std::string_view name, std::string_view value) {
         return "the value has a control character";
     if (trimmed(value) != value)
         return "the value begins or ends with a blank, which would be lost";
-    // Some room for what a person wrote around the equals sign.
+    // Leaves room for blanks around the equals sign.
     if (name.size() > 1024 || value.size() > maximumIniLine - 8192)
         return "it is too long";
     return nullptr;
@@ -164,8 +164,7 @@ std::string withParameter(std::string_view text, std::string_view name, std::str
     }
     added.append(wanted.key).append(value.empty() ? " =" : " = ").append(value).append(place.lineEnd);
 
-    // A last line without line end gets one, and the new last line has none: the file stays as its owner ends
-    // it.
+    // A last line without line end gets one, and the new last line has none: the file keeps its kind of end.
     if (at == text.size() && place.endsWithoutLineEnd) {
         added.erase(added.size() - place.lineEnd.size());
         added.insert(0, text.ends_with('\r') ? "\n" : place.lineEnd); // half of one may be there

@@ -6,7 +6,7 @@
 
 namespace local {
 
-// Why a parameter of this name and value can't stand in a parameter file; nullptr when it can.
+// Why a parameter of this name and value can't be in a parameter file; nullptr when it can.
 const char* whyNotWritable(std::string_view name, std::string_view value);
 
 // `text` with the parameter set to `value`; all else stays as it is, byte for byte. A parameter that is there

@@ -128,7 +128,7 @@ std::vector<std::string> linesOf(const std::string& text) {
     return lines;
 }
 
-// At most one line changed, or up to three were added in one place: what comes before and after is the same.
+// At most one line changed, or up to three were added in one place; all other lines are the same.
 bool isOneEdit(const std::vector<std::string>& before, const std::vector<std::string>& after) {
     std::size_t head = 0;
     while (head < before.size() && head < after.size() && before[head] == after[head])

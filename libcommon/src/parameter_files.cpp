@@ -30,7 +30,7 @@ struct Version {
     bool settled = false; // false: read again at the next access, whatever the stamp says
 };
 
-// The version of each file that was read last, and the stamp and error of what was complained about last.
+// The version of each file that was read last, and the stamp and error of the last complaint.
 // Written and read by any thread under the mutex, which is held for a few instructions only.
 struct Known {
     Version version;
@@ -78,7 +78,7 @@ void logComplaints(const char* path, int error, const std::vector<Complaint>& co
     }
 }
 
-// What passes by itself says nothing about the file.
+// Passing errors of the process, not of the file.
 bool isPassing(int error) {
     return error == EMFILE || error == ENFILE || error == ENOMEM || error == EAGAIN;
 }
@@ -101,7 +101,7 @@ std::shared_ptr<const ParameterSnapshot> readVersion(int fileId, const FileStamp
     } else {
         error = errno;
         snapshot->readable = error == ENOENT && !isLink(path);
-        // A missing file is known by its stamp; why another could not be read may pass without a trace in it.
+        // A missing file is known by its stamp. Other errors may end without a change of the stamp.
         version.settled = error == ENOENT && expected.error == ENOENT;
         if (snapshot->readable)
             error = 0;
@@ -174,7 +174,7 @@ bool readSteadily(const char* path, std::string& text, struct stat& file) {
         if (!fd || fstat(fd.get(), &before) != 0 || !readAll(fd.get(), maximumParameterFile, text) ||
             fstat(fd.get(), &file) != 0)
             return false;
-        // An editor that writes into the file as it stands; what it is in the end is read at the next access.
+        // An editor is writing into the file; the next access reads the final contents.
         if (stampOf(before) == stampOf(file) || round == steadyReads)
             return true;
     }

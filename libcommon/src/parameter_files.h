@@ -19,7 +19,7 @@ bool isParameterFile(int fileId);
 // Where a parameter file is. `fileId` is one.
 const std::string& parameterFilePath(int fileId);
 
-// What tells two versions of a file apart. Every writer of ours gives its version a later modification time
+// Tells two versions of a file apart. Every writer of ours gives its version a later modification time
 // than the one before, because the kernel's clock ticks too rarely to do so.
 struct FileStamp {
     int error = 0; // why there is no file, 0 when there is one
@@ -34,7 +34,7 @@ FileStamp stampOf(const struct stat& file);
 
 // Whether a file that changed and was then read at these times (nanoseconds) would carry another time if it
 // changed once more. A change just before the reading says no: the next one may come within the same tick of
-// the clock. A change in the future says yes: somebody has set the clock since.
+// the clock. A change in the future says yes: the clock was set back since.
 bool isSettled(std::int64_t changed, std::int64_t read);
 
 // The file's present contents: one stat when they are known already. Never null; a missing file is an empty
@@ -42,7 +42,7 @@ bool isSettled(std::int64_t changed, std::int64_t read);
 // and between fork and exec.
 std::shared_ptr<const ParameterSnapshot> currentParameters(int fileId);
 
-// Reads a regular file whole, again while somebody changes it. False with errno; ENOENT: there is none.
+// Reads a regular file whole, and again while it changes. False with errno; ENOENT: there is none.
 bool readSteadily(const char* path, std::string& text, struct stat& file);
 
 } // namespace local

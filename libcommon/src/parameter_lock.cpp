@@ -40,8 +40,8 @@ std::string lockPath(int fileId) {
 
 ParameterLock& lockOf(int fileId) {
     ParameterLock* lock = locks[fileId];
-    // A forked child gets a lock of its own: what its parent holds is not the child's, and its mutex may have
-    // been locked at the fork by a thread that does not exist here.
+    // A forked child gets a lock of its own: the parent's lock is not the child's, and its mutex may have been locked
+    // at the fork by a thread that does not exist here.
     while (lock == nullptr || lock->process != getpid()) {
         auto* mine = new ParameterLock{.process = getpid(),
                                        .path = lockPath(fileId),
@@ -69,14 +69,14 @@ void letGo(ParameterLock& lock) {
     errno = saved;
 }
 
-// Processes that wait look at the lock now and then. One that writes again and again would always be faster than they.
+// Waiting processes poll the lock. A process that writes again and again would always take it before them.
 void letOthersGoFirst(const ParameterLock& lock) {
     const auto sinceThen = std::chrono::steady_clock::now() - lock.released;
     if (lock.released > lock.taken && sinceThen < lock.released - lock.taken)
         pauseFor(3 * lockInterval, SignalsInWait::letIn);
 }
 
-// Makes what is held what is needed. False with errno; then nothing is held. The lock's mutex is locked.
+// Takes or releases the lock as its users need it. False with errno; then nothing is held. The mutex is locked.
 bool bringUpToDate(ParameterLock& lock) {
     const int needed = lock.writing || lock.exclusiveUsers > 0 ? LOCK_EX
                        : lock.sharedUsers > 0                  ? LOCK_SH

@@ -1,8 +1,7 @@
 // The locks of the parameter files: between processes, and nested within one.
 //
 // A lock file beside each parameter file carries a flock. This process holds it exclusively while it writes,
-// and shared or exclusively while userOpenAndLockParamFile() asks for it; all its threads share what it
-// holds.
+// and shared or exclusively while userOpenAndLockParamFile() asks for it. All its threads share the lock.
 #pragma once
 
 #include <mutex>
@@ -12,7 +11,8 @@ namespace local {
 
 struct ParameterLock;
 
-// 0, or -1 with errno: ETIMEDOUT when another process holds it for longer than lockPatience. `fileId` is a parameter file.
+// 0, or -1 with errno: ETIMEDOUT when another process holds it for longer than lockPatience. `fileId` is a
+// parameter file.
 int takeParameterLock(int fileId, bool exclusive);
 
 // -1 with EINVAL when this process does not hold the lock in that way.

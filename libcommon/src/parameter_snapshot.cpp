@@ -44,7 +44,7 @@ std::vector<Complaint> parse(std::string text, ParameterSnapshot& snapshot) {
             snapshot.values.insert_or_assign({line.section, line.key}, line.value);
             break;
         case LineKind::skipped:
-            line.reason = "it stands below a section line that can't be read";
+            line.reason = "it is below a section line that can't be read";
             complain(complaints, more, line);
             break;
         case LineKind::unreadable:

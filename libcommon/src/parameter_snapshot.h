@@ -12,7 +12,7 @@
 #include <vector>
 
 struct ParameterSnapshot {
-    // A section with what stands in it, in file order, doubles included. A section that comes twice is one.
+    // A section with its keys in file order, doubles included. A section that comes twice is one.
     struct Section {
         std::string_view name;
         std::vector<std::pair<std::string_view, std::string_view>> values;
@@ -33,7 +33,7 @@ struct ParameterSnapshot {
 
 namespace local {
 
-// What could not be read in a file, for the log.
+// A line that could not be read, for the log.
 struct Complaint {
     std::size_t line; // 0: not about a line
     std::string reason;

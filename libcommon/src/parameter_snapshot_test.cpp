@@ -72,10 +72,10 @@ TEST(ParameterSnapshot, TellsWhyALineCantBeReadAndGoesOn) {
                              "y = 4\n";
     EXPECT_EQ(complaints(text), "2: no '='\n"
                                 "3: no name before '='\n"
-                                "4: a dot in the name: what stands before it belongs into the section line\n"
+                                "4: a dot in the name: the part before it belongs into the section line\n"
                                 "5: a control character\n"
                                 "7: a section line with text after ']'\n"
-                                "8: it stands below a section line that can't be read\n"
+                                "8: it is below a section line that can't be read\n"
                                 "9: a section line without a full name\n"
                                 "10: a section line without ']'\n"
                                 "11: a section line without a full name\n"

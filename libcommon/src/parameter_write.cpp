@@ -25,10 +25,10 @@ constexpr int attempts = 5;
 
 enum class Outcome { done, failed, overtaken };
 
-// A write under way: which file, and what it was when it was read.
+// A write under way: which file, and its contents when it was read.
 struct Job {
     int fileId;
-    std::string path; // what a link points to
+    std::string path; // the target of a link
     bool exists = false;
     struct stat before {};
     std::string text;
@@ -61,7 +61,7 @@ bool readPresent(Job& job) {
         return true;
     if (!job.exists)
         return fails(job, "it can't be read");
-    // The administrator's wish holds for everybody, also for those whom the kernel would not stop.
+    // A read-only file stays as it is also for root, whom the kernel would not stop.
     errno = EACCES;
     if ((job.before.st_mode & (S_IWUSR | S_IWGRP | S_IWOTH)) == 0 ||
         faccessat(AT_FDCWD, job.path.c_str(), W_OK, AT_EACCESS) != 0)
@@ -70,7 +70,7 @@ bool readPresent(Job& job) {
 }
 
 // Gives the new version the mode and the owner of the old one. Where the owner can't be kept the group must
-// be: it is what lets the appliance's other processes read the file.
+// be: the appliance's other processes read the file by its group.
 bool keepRights(int fd, const struct stat& before) {
     if (fchown(fd, before.st_uid, before.st_gid) != 0 &&
         fchown(fd, static_cast<uid_t>(-1), before.st_gid) != 0)
@@ -79,7 +79,7 @@ bool keepRights(int fd, const struct stat& before) {
 }
 
 // A new file is for the group of its folder, so that one made by root can be read and written by the appliance's user.
-// What the user configures includes passwords: others may not read it.
+// The configuration has passwords: other users may not read it.
 bool followFolder(int fd, const Job& job) {
     struct stat folder {};
     if (!statFolderOf(job.path.c_str(), folder))
@@ -150,8 +150,7 @@ Outcome replace(const Job& job, const std::string& text) {
     const std::string temporary = job.path.substr(0, slash) + "." + job.path.substr(slash) + ".new";
     Outcome outcome = Outcome::failed;
     if (prepare(job, temporary, text)) {
-        // Somebody who does not know of the lock, a person with an editor, may have changed the file
-        // meanwhile.
+        // A person with an editor, who does not use the lock, may have changed the file meanwhile.
         if (!isAsItWasRead(job))
             outcome = Outcome::overtaken;
         else if (rename(temporary.c_str(), job.path.c_str()) == 0)
@@ -209,7 +208,7 @@ bool writeParameter(int fileId, std::string_view name, std::string_view value) {
         outcome = attempt(job, name, value);
     if (outcome == Outcome::overtaken) {
         errno = EBUSY;
-        return fails(job, "somebody else keeps changing it");
+        return fails(job, "another program keeps changing it");
     }
     return outcome == Outcome::done;
 }

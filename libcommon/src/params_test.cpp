@@ -255,7 +255,7 @@ TEST_F(HostileParams, RandomBytes) {
     EXPECT_GE(logCount("more lines can't be read"), 1U);
 }
 
-// A process without a free descriptor keeps what it knows.
+// A process without a free descriptor keeps the values that it has read.
 TEST_F(HostileParams, NoDescriptorLeft) {
     conf("[A]\nx = 1\n");
     EXPECT_EQ(inChild([] {

@@ -329,7 +329,7 @@ TEST_F(ParamsWrite, AWriterThatIsKilledLeavesAWholeFile) {
     EXPECT_EQ(conf(), "[A]\nx = 0\n[B]\ny = 7\n");
 }
 
-// Somebody who knows nothing of locks saves the file again and again; what we write is in it or in the log.
+// A program without locks saves the file again and again; each of our writes is in the file or in the log.
 TEST_F(ParamsWrite, ForeignChangesMeanwhileAreNotWrittenOver) {
     conf("[A]\nx = 0\ny = 0\n");
     const Signpost stop;
@@ -347,7 +347,7 @@ TEST_F(ParamsWrite, ForeignChangesMeanwhileAreNotWrittenOver) {
     EXPECT_EQ(finish(editor), 0);
     const ParamWrapper params(0, true);
     EXPECT_GE(params["A.y"].toInt(), 0);
-    EXPECT_EQ(logCount(""), logCount("somebody else keeps changing it"));
+    EXPECT_EQ(logCount(""), logCount("another program keeps changing it"));
 }
 
 } // namespace

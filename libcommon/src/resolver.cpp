@@ -28,7 +28,7 @@ constexpr std::size_t maximumEndpoints = 64; // a name server's answer may hold 
 
 using AddressList = std::unique_ptr<addrinfo, decltype(&freeaddrinfo)>;
 
-// One look-up, owned by the waiting caller and by the looking thread together: whoever is last cleans up.
+// One look-up, owned by the waiting caller and by its thread together; the last of the two deletes it.
 struct Lookup {
     explicit Lookup(std::string name) : host(std::move(name)), finished(eventfd(0, EFD_CLOEXEC)) {}
     ~Lookup() {

@@ -1,8 +1,7 @@
 // Host names to addresses, bounded in time and interruptible.
 //
-// A numeric address is taken as it stands. A name is looked up by a detached thread, because getaddrinfo can
-// neither be interrupted nor given a time limit; an abandoned look-up ends by itself later and touches
-// nothing of ours.
+// A numeric address needs no look-up. A name is looked up by a detached thread, because getaddrinfo can neither be
+// interrupted nor given a time limit; an abandoned look-up ends by itself later and uses only its own data.
 #pragma once
 
 #include "libcommon/src/network_wait.h"

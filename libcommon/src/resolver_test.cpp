@@ -24,7 +24,7 @@ using network::resolve;
 namespace {
 
 // ---- Process-wide state ----
-// What the name server of these tests does; see getaddrinfo below.
+// State of the name server of these tests; see getaddrinfo below.
 std::atomic<int> lookups = 0; // of names; addresses don't count
 std::atomic<bool> lookupSawSignals = false;
 
@@ -77,7 +77,7 @@ addrinfo* chained(addrinfo* first, addrinfo* other) {
 } // namespace
 
 // The name server of these tests, in the place of the C library's: "slow.test" answers when it is released,
-// "two.test" has an address where nobody listens and one more, "none.test" does not exist.
+// "two.test" has an address without a listener and one more, "none.test" does not exist.
 extern "C" int getaddrinfo(const char* host, const char* service, const addrinfo* hints, addrinfo** result) {
     static const auto original = reinterpret_cast<GetAddrInfo>(dlsym(RTLD_NEXT, "getaddrinfo"));
     if ((hints->ai_flags & AI_NUMERICHOST) != 0)

@@ -32,7 +32,7 @@ bool isPassing(int error) {
     return error == EINTR || error == EAGAIN;
 }
 
-// Where nothing can be peeked at, one byte at a time is the only way to leave the body alone.
+// A descriptor that can't be peeked at is read byte by byte, so that the body is not read.
 bool readByte(int fd, HeaderCollector& collector) {
     char byte = 0;
     const ssize_t count = read(fd, &byte, 1);

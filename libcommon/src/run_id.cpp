@@ -76,7 +76,7 @@ bool writeRunId(const char* name, const RunId& record) {
     end = put(end, record.pid, ' ');
     end = put(end, record.stamp, '\n');
     unlink(temporary.text);
-    // Read by the appliance's user and group alone: who can open it can hold up those who send.
+    // For the appliance's user and group only: a process that can open it can lock it and delay senders.
     const Descriptor fd(open(temporary.text, O_WRONLY | O_CREAT | O_EXCL | O_CLOEXEC | O_NOFOLLOW, 0640));
     return fd && writeAll(fd.get(), text, static_cast<std::size_t>(end - text)) &&
            rename(temporary.text, path.text) == 0;

@@ -6,8 +6,8 @@
 
 namespace local {
 
-// Writes the appliance root and the parts behind it into `path`. False with errno when it does not fit. Safe in a signal
-// handler.
+// Writes the appliance root and the parts behind it into `path`. False with errno when it does not fit. Safe in a
+// signal handler.
 bool appliancePathInto(char* path, std::size_t size, std::initializer_list<const char*> parts);
 
 } // namespace local

@@ -75,7 +75,7 @@ constexpr local::SystemVObject setObject{
     .remove = [](int id) { return semctl(id, 0, IPC_RMID); },
 };
 
-// The appliance's set, made by whoever comes first; the lock keeps it one. -1 with errno.
+// The appliance's set; the first process that needs it makes it, under the lock. -1 with errno.
 int findSet() {
     if (const int set = knownSet; set >= 0)
         return set;

@@ -102,7 +102,7 @@ TEST_F(Semaphores, ValuesOutsideTheirRangeAreRefused) {
     EXPECT_EQ(value(2000), 32767);
 }
 
-// What a player's start does: the child waits until its parent has entered it.
+// As at a player's start: the child waits until its parent has entered it into the child list.
 TEST_F(Semaphores, AForkedChildWaitsForItsParent) {
     ASSERT_EQ(semaphoreInit(2002), 0);
     const Signpost passed;

@@ -77,7 +77,7 @@ void rememberOwner(int index) {
         logmsg(3, "Failed to write %s. (errno=%d %s)", path.c_str(), errno, std::strerror(errno));
 }
 
-// Replacing a file costs a disk milliseconds, and most writes repeat what is there: a source that is shared
+// Replacing a file takes a disk milliseconds, and most writes repeat the present value: a source that is shared
 // or shown again has the values of last time.
 bool holds(const std::string& path, const std::string& text) {
     std::string current;
@@ -116,7 +116,7 @@ void status(int index, const std::string& key, const char* value) {
                text.size());
         return;
     }
-    // Most values are what an encoder says. People see them in terminals and on pages.
+    // Most values come from an encoder, and are shown in terminals and on web pages.
     local::write(index, key, libcommon::printable(text));
 }
 

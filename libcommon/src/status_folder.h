@@ -12,14 +12,13 @@ namespace local {
 // /run/decoder/source below the appliance root, with a slash at the end.
 const std::string& statusStore();
 
-// The store's lock: held by whoever changes anything in it.
+// The store's lock: every process that changes the store holds it.
 std::string statusLockPath();
 
 // The folder of one source's values, with a slash at the end.
 std::string statusFolder(int index);
 
-// A hidden file in that folder: which source its values are about, as
-// "Address#VideoSourceNumber#VideoSourceType".
+// A hidden file in that folder: which source its values are about, as "Address#VideoSourceNumber#VideoSourceType".
 std::string statusOwnerPath(int index);
 
 // The source that is configured under the index now; "" when there is none.

@@ -73,16 +73,18 @@ TEST_F(Status, APrintableTextComesBackAsItWas) {
     EXPECT_EQ(log(), "");
 }
 
-// An encoder says anything. "180" is what a player's rotation is compared with: no other text may become it.
+// An encoder may send any bytes. A rotation is compared with "180": no other text may become "180".
 TEST_F(Status, WhatWouldGarbleATerminalIsStoredPrintable) {
     status(0, "Model", "\x1b]0;title\x07\x1b[2J M\r\nx\tt\x7f");
     EXPECT_EQ(status(0, "Model"), " ]0;title  [2J M  x t ");
     status(0, "ImageRotation", "180\n");
     EXPECT_EQ(status(0, "ImageRotation"), "180 ");
     status(0, "ImageRotation", "\xff\xc3(\xc2\x9b\xed\xa0\x80");
-    EXPECT_EQ(status(0, "ImageRotation"), "?" "?( ???");
+    EXPECT_EQ(status(0, "ImageRotation"), "?"
+                                          "?( ???");
     copyStatus(0, 1, "ImageRotation");
-    EXPECT_EQ(read(valueFile("1/ImageRotation")), "?" "?( ???\n");
+    EXPECT_EQ(read(valueFile("1/ImageRotation")), "?"
+                                                  "?( ???\n");
 }
 
 TEST_F(Status, BadIndicesAndKeysAreLoggedAndChangeNothing) {

@@ -78,7 +78,7 @@ int otherQueueOwner() {
     return owner == getpid() ? -1 : owner;
 }
 
-// ---- What is removed -------------------------------------------------------------------------------------------
+// ---- Removing --------------------------------------------------------------------------------------------------
 
 class Sweeper {
 public:
@@ -88,7 +88,7 @@ public:
         folderOwner_ = there ? folder.st_uid : geteuid();
     }
 
-    // Barriers first: a player that lives would go on to use what is removed after it.
+    // Barriers first, because that kills players that still use the other objects.
     void run() {
         forEachEntry("/var/tmp",
                      [this](const std::string& path, std::string_view name) { barrier(path, name); });
@@ -170,7 +170,7 @@ private:
         if (hasQueue && msgctl(queue, IPC_RMID, nullptr) == 0)
             ++done_.queues;
         else if (hasQueue && errno != EINVAL && errno != EIDRM)
-            return failed("remove the queue of", path); // the file is what names the queue: it stays
+            return failed("remove the queue of", path); // the file names the queue, so it stays
         remove(path, done_.barriers);
     }
 
@@ -179,7 +179,7 @@ private:
         constexpr time_t longest = 10;
         msqid_ds state{};
         if (msgctl(queue, IPC_STAT, &state) != 0)
-            return errno == EACCES; // then its removal is refused, too, and the refusal is reported
+            return errno == EACCES; // its removal fails, too, and is reported
         return state.msg_perm.cuid == file.st_uid && state.msg_ctime >= file.st_mtim.tv_sec - 1 &&
                state.msg_ctime <= file.st_mtim.tv_sec + longest;
     }

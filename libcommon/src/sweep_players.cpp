@@ -93,7 +93,7 @@ int openProcess(pid_t pid) {
 PlayerEnd killPlayer(pid_t pid, const struct stat& barrier, bool hasQueue) {
     if (pid <= 1 || pid == getpid())
         return PlayerEnd::none;
-    // First a descriptor: what is asked below is then about the process that is killed.
+    // The descriptor comes first: the checks are then about the process that is killed, whatever its pid is used for.
     const Descriptor process(openProcess(pid));
     if (!process || !isPlayerOf(pid, barrier, hasQueue))
         return PlayerEnd::none;

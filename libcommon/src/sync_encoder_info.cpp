@@ -38,7 +38,7 @@ std::vector<std::string> entriesOf(const std::string& path) {
     return names;
 }
 
-// The source index that a folder's name is; -1 for anything that we never made.
+// The source index of a folder's name; -1 for a folder that is not ours.
 int indexOf(const std::string& name) {
     if (name.empty() || name.size() > 9 || name.find_first_not_of("0123456789") != std::string::npos)
         return -1;
@@ -64,7 +64,7 @@ void syncFolder(int index, const std::vector<SourceParams>& sources) {
         dropValues(index);
         return;
     }
-    // Values that somebody else put there: from now on they are this source's.
+    // Values without a recorded source belong to this source from now on.
     if (!known && !replaceSmallFile(statusOwnerPath(index), source))
         logmsg(3, "Failed to write %s. (errno=%d %s)", statusOwnerPath(index).c_str(), errno,
                std::strerror(errno));
@@ -77,7 +77,7 @@ void syncFolder(int index, const std::vector<SourceParams>& sources) {
 void syncEncoderInfo() {
     using namespace local;
     const auto parameters = currentParameters(0);
-    if (!parameters->readable) // sources that can't be read are not gone
+    if (!parameters->readable) // an unreadable file does not mean that there are no sources
         return;
     const std::vector<SourceParams> sources = subGroups(*parameters, "Encoder");
     const LockedFile lock(statusLockPath().c_str());

@@ -17,7 +17,7 @@ struct NoteName {
     }
 };
 
-// A key that nobody uses now. 0 with errno.
+// A key without an object. 0 with errno.
 key_t freeKey(const SystemVObject& object) {
     constexpr int tries = 8;
     for (int i = 0; i < tries; ++i) {

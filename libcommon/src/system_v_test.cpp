@@ -64,7 +64,7 @@ protected:
         return Killed::yes;
     }
 
-    // Kills `act` at each of its steps, and lets `tidy` remove what that left. `before` runs before each kill.
+    // Kills `act` at each of its steps, then `tidy` must leave no object. `before` runs before each kill.
     static void killAtEachStep(
         const std::function<int()>& act, const std::function<int()>& tidy,
         const std::function<int()>& before = [] { return 0; }) {
@@ -117,7 +117,7 @@ TEST_F(SystemVObjects, AKillDuringASweepIsMendedByTheNextOne) {
     killAtEachStep(sweepAll, sweepAll, [] { return initEventQueue() + semaphoreInit(2000); });
 }
 
-// The note of another root, or a forged one, names somebody else's object at worst when its key was guessed.
+// Barriers have keys of another range, so that a damaged note never names one.
 TEST_F(SystemVObjects, ABarriersQueueIsNeverTakenForAnUnrecordedOne) {
     const key_t barrierKey = 0x00fe1234;
     const int queue = msgget(barrierKey, IPC_CREAT | 0660);

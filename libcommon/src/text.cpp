@@ -22,7 +22,7 @@ std::string base64encode(const void* bytes, std::size_t length) {
 }
 
 void toLower(char* text) {
-    // Not tolower(): what an encoder sends must not mean something else in another locale.
+    // Not tolower(): an encoder's text must mean the same in every locale.
     for (; *text != '\0'; ++text)
         if (*text >= 'A' && *text <= 'Z')
             *text = static_cast<char>(*text - 'A' + 'a');

@@ -12,8 +12,8 @@ bool continues(char byte) {
     return (static_cast<unsigned char>(byte) & 0xc0U) == 0x80U;
 }
 
-// Bytes of the UTF-8 character at the start of `text`; 0 when there is none. Overlong forms, surrogates and
-// what lies beyond U+10FFFF are none.
+// Bytes of the UTF-8 character at the start of `text`; 0 when there is none. Overlong forms, surrogates and code points
+// above U+10FFFF are not characters.
 std::size_t characterLength(std::string_view text) {
     const auto byte = [&](std::size_t at) { return static_cast<unsigned char>(text[at]); };
     const unsigned first = byte(0);

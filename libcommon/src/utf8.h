@@ -1,4 +1,4 @@
-// Cutting and cleaning texts that come from anywhere.
+// Cutting and cleaning texts from outside.
 #pragma once
 
 #include <cstddef>
@@ -11,8 +11,7 @@ namespace local {
 // are cut at `maximum`.
 std::size_t cutLength(std::string_view text, std::size_t maximum);
 
-// At most `maximum` bytes of valid UTF-8: control characters become blanks, bytes that are no UTF-8 become
-// '?'.
+// At most `maximum` bytes of valid UTF-8: control characters become blanks, other invalid bytes '?'.
 std::string cleanText(std::string_view text, std::size_t maximum);
 
 } // namespace local

@@ -16,7 +16,7 @@ public:
     Certificate(const Certificate&) = delete;
     Certificate& operator=(const Certificate&) = delete;
 
-    // The certificate as PEM: what a client's CA file has to hold.
+    // The certificate as PEM, for a client's CA file.
     std::string pem() const;
 
     // Its private key as PEM, for a server that is another program.

@@ -1,4 +1,4 @@
-// Runs a piece of a test in a process of its own: for what ends the process, or changes it for good.
+// Runs a piece of a test in a process of its own, because it ends the process or changes it permanently.
 #pragma once
 
 #include <array>
@@ -11,13 +11,13 @@
 
 struct ChildRun {
     int waitStatus = 0;
-    std::string out; // what it wrote to standard output
-    std::string err; // and to standard error
+    std::string out; // its standard output
+    std::string err; // its standard error
 
     bool exitedWith(int status) const { return WIFEXITED(waitStatus) && WEXITSTATUS(waitStatus) == status; }
 };
 
-inline constexpr int bodyReturned = 99; // exit status of a child whose body came to its end
+inline constexpr int bodyReturned = 99; // exit status of a child whose body returned
 
 // Forks (the test must have no other threads yet), runs `body` in the child and waits for the child's end.
 inline ChildRun runInChild(const std::function<void()>& body) {

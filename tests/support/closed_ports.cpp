@@ -1,4 +1,4 @@
-// RefusedPort and FullBacklog: ports at which nobody ever gets through.
+// RefusedPort and FullBacklog: ports to which no connection can be made.
 #include "tests/support/scripted_server.h"
 
 #include <arpa/inet.h>
@@ -33,7 +33,7 @@ int boundToLoopback(unsigned short& port) {
     return fd;
 }
 
-// How many connections to the port stand in SYN_SENT, as the kernel's own table has it.
+// How many connections to the port are in SYN_SENT, by the kernel's own table.
 int attemptsAt(unsigned short port) {
     constexpr int synSent = 2;
     std::ifstream table("/proc/net/tcp");

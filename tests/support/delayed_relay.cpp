@@ -25,7 +25,7 @@ namespace {
 
 using Clock = std::chrono::steady_clock;
 
-constexpr std::size_t mostQueued = 4 * 1024 * 1024; // of a stream that nobody reads
+constexpr std::size_t mostQueued = 4 * 1024 * 1024; // of a stream that the client does not read
 
 sockaddr_in loopback(unsigned short port) {
     sockaddr_in address{};
@@ -72,7 +72,7 @@ struct Way {
         return !ended;
     }
 
-    // How many requests went out; what was sent by somebody who then left waits for no answer.
+    // How many requests went out. Those of a client that has left wait for no answer.
     int give(Clock::time_point now) {
         int asked = 0;
         blocked = false;
@@ -87,7 +87,7 @@ struct Way {
             blocked = sent < 0 && errno == EAGAIN;
             if (blocked)
                 return asked;
-            if (sent < 0) { // nobody wants it: nor the rest
+            if (sent < 0) { // the receiver is gone: drop the rest, too
                 ended = closed = true;
                 return asked;
             }
@@ -181,7 +181,7 @@ void DelayedRelay::State::accept() {
     all.push_back({Clock::now(), {client, server, {}}, {server, client, {}}});
 }
 
-// `polled` stands for the client's socket, then the server's.
+// `polled` has the client's socket first, then the server's.
 void DelayedRelay::State::serve(Relayed& relayed, const pollfd* polled) {
     const Clock::time_point now = Clock::now();
     // The handshake's round trip is over before the first request is on its way.

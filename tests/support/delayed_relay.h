@@ -1,10 +1,9 @@
-// A relay between two ports of 127.0.0.1 that makes the way between them as long as to another town: every
-// byte is that much later, and a new connection's first bytes by a whole round trip more, as if the connection
-// itself had to be made over that way.
+// A relay between two ports of 127.0.0.1 that delays like a long network path: every byte comes later by the path's
+// delay, and the first bytes of a new connection by a whole round trip more, for the connection's own handshake.
 //
-// It counts what a client has to wait for: connections, and exchanges. An exchange is a request with its
-// answer, whatever protocol it is: the client speaks first, or again after the server has spoken, and does not
-// leave at once (as TLS says goodbye). One thread serves all connections; it blocks every signal and is joined by the destructor.
+// It counts connections and exchanges, because a client waits for each of them. An exchange is a request with its
+// answer, in any protocol: the client sends first, or again after the server has sent, and does not close at once (as
+// at the end of TLS). One thread serves all connections; it blocks every signal and is joined by the destructor.
 #pragma once
 
 #include <chrono>

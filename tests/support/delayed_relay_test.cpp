@@ -1,4 +1,4 @@
-// What the relay delays, and what it counts.
+// The delays and the counts of the relay.
 #include "tests/support/delayed_relay.h"
 
 #include "tests/support/scripted_server.h"

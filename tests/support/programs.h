@@ -1,4 +1,4 @@
-// Programs of other people that tests run.
+// Programs of other projects that tests run.
 #pragma once
 
 #include <cstdlib>
@@ -6,7 +6,7 @@
 #include <string>
 #include <unistd.h>
 
-// Where the program is, "" when it is not installed. Servers are often not in an ordinary user's PATH.
+// The path of the program, "" when it is not installed. Servers are often not in an ordinary user's PATH.
 inline std::string findProgram(const std::string& name) {
     const char* path = std::getenv("PATH");
     std::istringstream folders(std::string(path == nullptr ? "" : path) + ":/usr/sbin:/sbin");

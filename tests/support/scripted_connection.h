@@ -20,7 +20,7 @@ public:
 
     bool shakeHands(); // true at once without TLS
 
-    // To the empty line, or with `anything` whatever comes; "" when the client closed first.
+    // Up to the empty line, or with `anything` the next bytes; "" when the client closed first.
     std::string read(bool anything);
     bool write(const std::string& bytes); // false when the client is gone
     void waitForClose();                  // reads and drops until the client closes

@@ -230,7 +230,7 @@ void Server::State::serve(Connection& connection, const Script& script) {
     }
 }
 
-// False when the client is gone, or the server is to stop.
+// False when the client is gone, or the server has to stop.
 bool Server::State::play(Connection& connection, const Step& current, std::string& request) {
     using Kind = Step::Kind;
     switch (current.kind) {

@@ -1,4 +1,4 @@
-// A TCP server that does what a list of steps says: an encoder for tests, polite or hostile.
+// A TCP server that runs a list of steps: an encoder for tests, well-behaved or hostile.
 //
 //   scripted::Server server({scripted::readRequest(), scripted::send("HTTP/1.1 200 OK\r\n\r\n"),
 //   scripted::stall()});
@@ -48,12 +48,12 @@ struct Step {
 using Script = std::vector<Step>;
 
 Step readRequest(); // to the empty line; recorded
-Step readSome();    // whatever comes first, at least a byte; recorded
+Step readSome();    // the next bytes, at least one; recorded
 Step send(std::string bytes);
-Step answer(Answer computed); // sends what the function makes of the last request
+Step answer(Answer computed); // sends the function's answer to the last request
 Step sendSlowly(std::string bytes, std::chrono::milliseconds pause); // one byte, a pause, ...
 Step sendEndlessly(std::string pattern);
-Step stall(); // says nothing more and keeps the connection until the client closes it
+Step stall(); // sends nothing more and keeps the connection until the client closes it
 Step close();
 Step closeWhen(Condition condition); // when it holds for the last request; else nothing happens
 Step reset();                        // with RST instead of FIN
@@ -122,7 +122,7 @@ public:
     FullBacklog& operator=(const FullBacklog&) = delete;
     unsigned short port() const { return port_; }
 
-    // Waits until somebody tries to connect, at most 10 seconds; whether somebody did.
+    // Waits for a connection attempt, at most 10 seconds; whether there was one.
     bool waitForAttempt() const;
 
 private:

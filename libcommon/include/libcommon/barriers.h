@@ -1,4 +1,4 @@
-// A player's barrier: where it waits for the supervisor's word.
+// A player's barrier: there it waits until the supervisor releases it.
 //
 // Each player has a barrier of its own, made by the supervisor right after the fork: the file
 // /var/tmp/barrier.PID below the appliance root and the System V message queue of ftok(file, 0). A player
@@ -8,7 +8,7 @@
 
 #include <cstdint>
 
-// The message queue of the barrier of that pid, or -1 when it has none. Links and what else is no regular file have none.
+// The message queue of the barrier of that pid, or -1 when it has none. Only a regular file has one, never a link.
 // Any thread; safe in a signal handler.
 int getBarrierIPC(int pid);
 
@@ -21,9 +21,9 @@ struct BarrierRelease {
     std::int32_t unused[11];
 };
 
-// Announces this process at the barrier, again while the event queue is full, which is logged after a second. 0; -1 with
-// errno: ENOENT no supervisor runs, EPERM this process has no barrier, EINTR a signal was handled while the queue was
-// full (call again).
+// Announces this process at the barrier, again while the event queue is full, which is logged after a second. 0; -1
+// with errno: ENOENT no supervisor runs, EPERM this process has no barrier, EINTR a signal was handled while the queue
+// was full (call again).
 int announceBarrier(int barrierId);
 
 // Waits for the release of this process from the barrier: 0; -1 with errno EINTR after a signal was handled

@@ -1,16 +1,15 @@
 // The on-screen display and the front panel's LEDs.
 //
-// What is written here is kept below /run/decoder/display (appliance root before it), one small file a line
-// and an LED, each replaced atomically; whoever composes the picture reads it there. OSD lines are 0 to 2,
-// LEDs 0 to 255. Bad numbers are logged and change nothing. Any thread.
+// Texts and LED states are kept in /run/decoder/display below the appliance root: one small file for each line and each
+// LED, each replaced atomically. The program that composes the picture reads them there. OSD lines are 0 to 2, LEDs 0
+// to 255. Bad numbers are logged and change nothing. Any thread.
 #pragma once
 
 #include <cstdint>
 #include <string>
 
 // Shows a text on a line for `displayTime` seconds; 0 means until it is cleared, and so does a negative time, which is
-// logged. At most 255 bytes of UTF-8, cut
-// between characters; control characters become blanks.
+// logged. At most 255 bytes of UTF-8, cut between characters; control characters become blanks.
 void osdPrintf(int line, int displayTime, const char* format, ...) __attribute__((format(printf, 3, 4)));
 
 void osdClear(int line);

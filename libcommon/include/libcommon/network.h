@@ -42,7 +42,7 @@ inline constexpr int errorBufferSize = 1024; // bytes of an error text buffer
 // Fetches `path` from the encoder at `address` (HOST[:PORT]): plain HTTP, after a 401 with credentials (Basic, or
 // Digest where it is asked for), then HTTPS when no HTTP answer came, or only a 400 from the port that the address
 // names. On success *mode, *port and host (a buffer of hostBufferSize) tell how; each may be null, and a failure
-// leaves them alone. The path is sent as it stands, unescaped; one with a control character is refused.
+// leaves them alone. The path is sent unchanged, unescaped; one with a control character is refused.
 int download(const std::string& address, const std::string& user, const std::string& password,
              const std::string& path, char* buffer, int size, int timeout, ConnectMode* mode,
              unsigned short* port, char* host);
@@ -63,8 +63,8 @@ int downloadHTTPS(const std::string& host, unsigned short port, const std::strin
 // that does not exist, ETIMEDOUT, EINTR).
 int connectTCP(const std::string& host, unsigned short port, bool blocking, int timeout);
 
-// A UDP socket bound to the local `port` on all interfaces. `fromHostOnly`: it receives only what comes from
-// `host`, from whatever port. -1 with errno on failure.
+// A UDP socket bound to the local `port` on all interfaces. `fromHostOnly`: it receives only packets from `host`, from
+// any port. -1 with errno on failure.
 int connectUDP(const std::string& host, unsigned short port, bool fromHostOnly);
 
 // An RTSP or HTTP response's first line and headers.

@@ -1,14 +1,13 @@
-// Parameter files: what the user configures (file 0) and what the decoder tells about itself (file 1).
+// Parameter files: the configuration (file 0) and the decoder's own status (file 1).
 //
-// File 0 is /etc/decoder/decoder.conf, file 1 /run/decoder/info.conf, both below the appliance root. They are
-// INI files: `[Decoder]` `SequenceMode = auto` is the parameter "Decoder.SequenceMode". What stands before
-// the last dot is the section, so "Decoder.Info.Connected" is `Connected` in `[Decoder.Info]`. Names ignore
-// case, values keep theirs. `#` and `;` begin comment lines; after `=` they are part of the value, which is
-// the whole rest of the line without surrounding blanks. A section or key that comes twice: the later value
-// holds.
+// File 0 is /etc/decoder/decoder.conf, file 1 /run/decoder/info.conf, both below the appliance root. They are INI
+// files: `[Decoder]` `SequenceMode = auto` is the parameter "Decoder.SequenceMode". The part before the last dot is the
+// section, so "Decoder.Info.Connected" is `Connected` in `[Decoder.Info]`. Names ignore case, values keep theirs. `#`
+// and `;` begin comment lines; after `=` they are part of the value, which is the whole rest of the line without
+// surrounding blanks. A section or key that comes twice: the later value holds.
 //
 // Reading: a file is parsed once and again only when it changed; a change by any process is seen at the next
-// access, and half a file never is. A line that can't be read is logged with file, line and reason and
+// access, never half of it. A line that can't be read is logged with file, line and reason and
 // skipped, once per version of the file; lines below a section line that can't be read belong nowhere and are
 // skipped too. A file that can't be read at all (a folder, no permission, more than 4 MiB) is logged and
 // reads as an empty one. Writing: comments, order and everything that the write does not change are kept; the
@@ -16,7 +15,7 @@
 // cut). A file without any write permission bit is an administrator's wish and refuses writes with a log
 // line. Mode, group and, where that is possible, owner of the file are kept; a link stays and the file behind
 // it is replaced. A new file belongs to the group of its folder, and that group may write it when it may write the
-// folder; so does the lock file. A new file 0 is readable for nobody else: it may hold passwords.
+// folder; so does the lock file. Other users can't read a new file 0: it may hold passwords.
 //
 // Every wait for the lock has a bound: one second in the supervisor (the owner of the event queue), five seconds in
 // other programs. A write that does not get the lock is lost, with one log line that names the process that holds it.
@@ -54,8 +53,8 @@ public:
     bool operator!=(const char* text) const;
 
     // Writes the value to the file. A control character in the text, a blank at its beginning or end, and
-    // what would make a line of more than about 56 KiB are refused: they would not read back. A failed write,
-    // also for want of the lock, is logged with file, errno and reason, never with the value; the file is as it was.
+    // values that make a line longer than about 56 KiB are refused: they would not read back. A failed write is
+    // logged with file, errno and reason, never with the value; the file is unchanged.
     Param& operator=(const char* text);
     Param& operator=(int value);
 
@@ -79,7 +78,7 @@ private:
     std::shared_ptr<const ParameterSnapshot> snapshot_; // null: fresh
 };
 
-// One map for every section `[GROUP.NAME]` of the file, in file order; the section's NAME stands under "Name"
+// One map for every section `[GROUP.NAME]` of the file, in file order; the section's NAME is its "Name"
 // unless the section has that key itself. An index into this list is a source index.
 std::vector<SourceParams> getSubGroups(int fileId, const char* group);
 

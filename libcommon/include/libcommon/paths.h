@@ -1,6 +1,6 @@
 // Where the appliance's files are.
 //
-// The environment variable APPLIANCE_ROOT (default: empty) stands before every absolute path of the
+// The environment variable APPLIANCE_ROOT (default: empty) is put before every absolute path of the
 // appliance, so that whole appliances run side by side under different roots. Any thread.
 #pragma once
 

@@ -1,4 +1,4 @@
-// The status store: what is known about each source, for every process of the decoder.
+// The status store: values about each source, for all processes of the decoder.
 //
 // Values are texts of one line, one file each (/run/decoder/source/INDEX/KEY below the appliance root), each replaced
 // atomically: a reader sees the old value or the new one. Keys are 1 to 64 ASCII letters and digits, values
@@ -25,8 +25,7 @@ extern const char* const videoSourceTypeString[9]; // auto, mjpeg, mpeg2-unicast
 extern const char* const connectModeString[5];     // auto, http, http-auth, https, unknown
 extern const char* const audioSourceTypeString[6]; // none, mpeg, g711, g726, aac, unknown
 
-// The index of `text` in a table of `size` texts, ignoring case; 0 for "", -1 and a log line for an unknown
-// text.
+// The index of `text` in a table of `size` texts, ignoring case; 0 for "", -1 and a log line for an unknown text.
 int getNumberByString(const char* text, const char* const* table, std::size_t size);
 
 template<std::size_t Size>

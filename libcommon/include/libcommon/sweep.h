@@ -1,9 +1,9 @@
-// Removing what dead processes left below this appliance root.
+// Removing the remains of dead processes below this appliance root.
 //
 // A killed supervisor leaves its event queue, its semaphores, the barriers of its players and sometimes the players
 // themselves; a killed writer leaves its temporary file. The sweep removes all of it. It is for the programs that
-// look after an appliance (decoderctl, start scripts), not for the supervisor. It keeps configuration, status values,
-// lock files and everything that it can't prove to belong to this root.
+// manage an appliance (decoderctl, start scripts), not for the supervisor. It keeps configuration, status values, lock
+// files and everything that may belong to another root.
 #pragma once
 
 namespace libcommon {
@@ -15,7 +15,8 @@ struct Sweep {
     int queues = 0;        // message queues removed: barriers and events
     int semaphoreSets = 0; // removed
     int files = 0;         // removed from the run and configuration directories
-    int failures = 0;      // what could not be killed or removed; each has a log line
+    int failures =
+        0; // objects that could not be removed, players that could not be killed; each has a log line
 };
 
 // Sweeps and counts. The owner lock /run/decoder/skelmor.lock decides whether a supervisor lives: it holds the file's

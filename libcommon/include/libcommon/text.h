@@ -10,7 +10,8 @@ namespace libcommon {
 // break included, becomes a blank; a byte that is no UTF-8 becomes '?'. Other text comes back unchanged. Any thread.
 std::string printable(std::string_view text);
 
-// `text` without blanks and tabs at its ends: a view into the argument, also when it is empty. Any thread; safe in a signal handler.
+// `text` without blanks and tabs at its ends: a view into the argument, also when it is empty. Any thread; safe in a
+// signal handler.
 std::string_view trimmed(std::string_view text);
 
 } // namespace libcommon
