@@ -1,12 +1,12 @@
 #include "events/timers.h"
 
 #include "process/signal_mask.h"
+#include "process/trace_output.h"
 
 #include <libcommon/events.h>
 #include <libcommon/log.h>
 
 #include <cerrno>
-#include <cstdio>
 #include <ctime>
 #include <memory>
 #include <pthread.h>
@@ -36,7 +36,7 @@ int takeId() {
 bool sleepFor(const TimerRequest& request) {
     timespec rest{request.seconds, request.nanoseconds};
     while (rest.tv_sec != 0 || rest.tv_nsec >= shortestSleep) {
-        std::printf(">>> Timer thread: nanosleep(); timeout=%lds %ldns\n", rest.tv_sec, rest.tv_nsec);
+        printTrace(">>> Timer thread: nanosleep(); timeout=%lds %ldns\n", rest.tv_sec, rest.tv_nsec);
         if (nanosleep(&rest, &rest) == 0)
             return true;
         if (errno != EINTR)
@@ -49,17 +49,17 @@ void* timerThread(void* argument) {
     blockAllSignals();
     const std::unique_ptr<TimerRequest> owned(static_cast<TimerRequest*>(argument));
     const TimerRequest& request = *owned;
-    std::printf(">>> Timer thread: timeout=%lds %ldns\n", request.seconds, request.nanoseconds);
+    printTrace(">>> Timer thread: timeout=%lds %ldns\n", request.seconds, request.nanoseconds);
     if (!sleepFor(request)) {
         logmsg(3, "setTimeout() was called with an invalid timeout");
         return nullptr;
     }
-    std::printf(">>> Timer thread: timeout! sending event\n");
+    printTrace(">>> Timer thread: timeout! sending event\n");
     Event event{};
     event.id = EID_TIMEOUT;
     event.value1 = request.id;
     sendEvent(&event);
-    std::printf(">>> Timer thread: sendEvent done\n");
+    printTrace(">>> Timer thread: sendEvent done\n");
     return nullptr;
 }
 
@@ -90,7 +90,7 @@ void timers::setNextId(int id) {
 int setTimeout(long milliseconds) {
     const int id = takeId();
     auto request = std::make_unique<TimerRequest>(timers::makeRequest(milliseconds, id));
-    std::printf(">>> setTimeout(%ld, %d)\n", milliseconds, id);
+    printTrace(">>> setTimeout(%ld, %d)\n", milliseconds, id);
     startThread(std::move(request));
     return id;
 }

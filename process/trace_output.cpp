@@ -29,20 +29,21 @@ std::atomic<unsigned> dropped{0};  // lines since the last one that was written
 static_assert(std::atomic<unsigned>::is_always_lock_free);
 
 // A pipe with room takes PIPE_BUF bytes without blocking, unless another writer was faster.
-ssize_t writeWhereThereIsRoom(const char* text, std::size_t length) {
-    pollfd output{STDOUT_FILENO, POLLOUT, 0};
+ssize_t writeWhereThereIsRoom(int fd, const char* text, std::size_t length) {
+    pollfd output{fd, POLLOUT, 0};
     if (poll(&output, 1, 0) != 1) {
         errno = EAGAIN;
         return -1;
     }
-    return write(STDOUT_FILENO, text, length);
+    return write(fd, text, length);
 }
 
 ssize_t writePart(const char* text, std::size_t length) {
     if (isSocket)
         return send(STDOUT_FILENO, text, length, MSG_DONTWAIT | MSG_NOSIGNAL);
     const int own = nonBlocking;
-    return own == noDescriptor ? writeWhereThereIsRoom(text, length) : write(own, text, length);
+    return own == noDescriptor ? writeWhereThereIsRoom(STDOUT_FILENO, text, length)
+                               : write(own, text, length);
 }
 
 // False when it could not be written at once, or not to its end.
@@ -111,4 +112,13 @@ void printTraceInHandler(const char* format, ...) {
     const std::size_t length = formatLine(line, nullptr, format, arguments);
     va_end(arguments);
     writeAtOnce(line.data(), std::min(length, line.size() - 1));
+}
+
+void printError(const char* format, ...) {
+    std::array<char, PIPE_BUF> line;
+    va_list arguments;
+    va_start(arguments, format);
+    const std::size_t length = formatLine(line, nullptr, format, arguments);
+    va_end(arguments);
+    writeWhereThereIsRoom(STDERR_FILENO, line.data(), std::min(length, line.size() - 1));
 }

@@ -17,5 +17,8 @@ void openTraceOutput();
 // Prints, whole or not at all. Any thread; not in a signal handler.
 void printTrace(const char* format, ...) __attribute__((format(printf, 1, 2)));
 
-// The same in a signal handler: it never logs, and cuts what is longer than 4 KiB.
+// One line on standard error, or as much as can be written at once. Any thread; safe in a signal handler.
+void printError(const char* format, ...) __attribute__((format(printf, 1, 2)));
+
+// The same as printTrace in a signal handler: it never logs, and cuts what is longer than 4 KiB.
 void printTraceInHandler(const char* format, ...) __attribute__((format(printf, 1, 2)));
