@@ -9,16 +9,19 @@
 #include <cstdlib>
 #include <cstring>
 #include <dlfcn.h>
+#include <fcntl.h>
 #include <filesystem>
 #include <fstream>
 #include <gtest/gtest.h>
+#include <iterator>
 #include <set>
 #include <sys/ipc.h>
 #include <sys/msg.h>
+#include <sys/stat.h>
 #include <unistd.h>
 
-// The C library's calls of this program: each can be made to fail with an errno, and nothing here ever
-// touches queue 0, which belongs to somebody else on the machine.
+// Replaces calls of the C library in this program: each can fail with an errno, and none touches queue 0, which
+// belongs to another program on the machine.
 namespace {
 
 int failFtok = 0;
@@ -78,11 +81,11 @@ namespace {
 namespace fs = std::filesystem;
 using Log = std::vector<fake::LogLine>;
 
-// Pids of no process: the table does not ask.
+// Not pids of real processes: the table does not check.
 constexpr int player = 700001;
 constexpr int other = 700002;
 
-// A machine's first queue is number 0; whoever comes first gets rid of that number for good.
+// A machine's first queue has number 0. This uses the number up, so that no test gets it.
 void useUpQueueZero() {
     real<int(int, int, msqid_ds*)>("msgctl")(msgget(IPC_PRIVATE, 0600), IPC_RMID, nullptr);
 }
@@ -95,7 +98,7 @@ struct BarrierTable : testing::Test {
         std::string name = (fs::temp_directory_path() / "barrier.XXXXXX").string();
         top = mkdtemp(name.data());
         useRoot(top);
-        // What the player side of the appliance library does.
+        // As the library does for players.
         fake::onGetBarrierIPC = [](int pid) {
             const key_t key = ftok(barrierFileName(pid).c_str(), 0);
             return key == -1 ? -1 : msgget(key, 0);
@@ -114,7 +117,7 @@ struct BarrierTable : testing::Test {
         fs::create_directories(root / "var/tmp");
     }
 
-    // A barrier whose queue goes away with the test.
+    // A barrier whose queue is removed at the end of the test.
     int make(int pid) {
         EXPECT_EQ(createBarrier(pid), 0);
         const int queue = barrierQueue(pid);
@@ -155,6 +158,97 @@ TEST_F(BarrierTable, CreateMakesAnEmptyFileAndTheQueueThatThePlayerFinds) {
     EXPECT_EQ(fs::file_size(barrierFileName(player)), 0U);
     EXPECT_EQ(msgget(ftok(barrierFileName(player).c_str(), 0), 0), queue);
     EXPECT_TRUE(fake::log.empty());
+}
+
+namespace {
+
+constexpr const char* precious = "somebody's text";
+
+std::string content(const fs::path& file) {
+    std::ifstream in(file);
+    return {std::istreambuf_iterator<char>(in), {}};
+}
+
+Log refused(int error) {
+    return {{3, "Failed to create " + barrierFileName(player) + ". " + errorText(error) + "\n"}};
+}
+
+} // namespace
+
+TEST_F(BarrierTable, ALinkUnderTheNameIsNotFollowed) {
+    std::ofstream(root / "precious") << precious;
+    fs::create_symlink(root / "precious", barrierFileName(player));
+    EXPECT_EQ(createBarrier(player), -1);
+    EXPECT_EQ(fake::log, refused(ELOOP));
+    EXPECT_EQ(content(root / "precious"), precious);
+    EXPECT_EQ(dropBarrier(player), -1); // not entered
+}
+
+TEST_F(BarrierTable, ALinkToNowhereMakesNoFile) {
+    fs::create_symlink(root / "new", barrierFileName(player));
+    EXPECT_EQ(createBarrier(player), -1);
+    EXPECT_EQ(fake::log, refused(ELOOP));
+    EXPECT_FALSE(fs::exists(root / "new"));
+}
+
+TEST_F(BarrierTable, AFileWithASecondNameIsNotEmptied) {
+    std::ofstream(root / "precious") << precious;
+    fs::create_hard_link(root / "precious", barrierFileName(player));
+    EXPECT_EQ(createBarrier(player), -1);
+    EXPECT_EQ(fake::log, refused(EEXIST));
+    EXPECT_EQ(content(root / "precious"), precious);
+}
+
+TEST_F(BarrierTable, AFifoUnderTheNameDoesNotMakeItWait) {
+    ASSERT_EQ(mkfifo(barrierFileName(player).c_str(), 0600), 0);
+    alarm(20); // ends the test's process if it does
+    EXPECT_EQ(createBarrier(player), -1);
+    EXPECT_EQ(fake::log, refused(ENXIO));
+    const int reader = open(barrierFileName(player).c_str(), O_RDONLY | O_NONBLOCK | O_CLOEXEC);
+    fake::log.clear();
+    EXPECT_EQ(createBarrier(player), -1);
+    EXPECT_EQ(fake::log, refused(EEXIST)) << "with a reader the FIFO opens";
+    close(reader);
+    alarm(0);
+}
+
+TEST_F(BarrierTable, AFolderUnderTheNameIsRefused) {
+    fs::create_directory(barrierFileName(player));
+    EXPECT_EQ(createBarrier(player), -1);
+    EXPECT_EQ(fake::log, refused(EISDIR));
+}
+
+TEST_F(BarrierTable, AnotherUsersFileIsNotEmptied) {
+    std::ofstream(barrierFileName(player)) << precious;
+    if (chown(barrierFileName(player).c_str(), 12345, 12345) != 0)
+        GTEST_SKIP() << "only root can give a file away";
+    EXPECT_EQ(createBarrier(player), -1);
+    EXPECT_EQ(fake::log, refused(EEXIST));
+    EXPECT_EQ(content(barrierFileName(player)), precious);
+}
+
+TEST_F(BarrierTable, ThePlayersAreThePidsThatABarrierWasMadeForLast) {
+    EXPECT_FALSE(isPlayer(player));
+    EXPECT_FALSE(isPlayer(0));
+    failMsgget = ENOSPC; // a player without a barrier is a player all the same
+    createBarrier(player);
+    EXPECT_TRUE(isPlayer(player));
+    for (int i = 1; i < 16; ++i)
+        createBarrier(player + i);
+    EXPECT_TRUE(isPlayer(player));
+    createBarrier(player + 16);
+    EXPECT_FALSE(isPlayer(player));
+}
+
+TEST_F(BarrierTable, AFullTableMakesRoomForTheNewest) {
+    make(player);
+    for (int i = 1; i <= 255; ++i)
+        barrierQueue(player + i);
+    EXPECT_NE(barrierQueue(player), 0) << "256 entries fit";
+    const int newest = make(player + 256);
+    EXPECT_EQ(barrierQueue(player + 256), newest);
+    EXPECT_EQ(dropBarrier(player), -1) << "the oldest one made room";
+    EXPECT_EQ(barrierQueue(player + 255), 0);
 }
 
 TEST_F(BarrierTable, CreateReplacesTheMappingOfAReusedPid) {

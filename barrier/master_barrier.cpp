@@ -2,20 +2,23 @@
 
 #include "barrier/barrier_table.h"
 #include "events/event_queue.h"
+#include "process/signal_mask.h"
+#include "process/trace_output.h"
 
 #include <libcommon/events.h>
 #include <libcommon/log.h>
 
+#include <cerrno>
+#include <csignal>
 #include <cstddef>
 #include <cstdint>
-#include <cstdio>
 #include <map>
 #include <sys/msg.h>
 #include <unistd.h>
 
 namespace {
 
-// The players that are waited for, and whether each has arrived.
+// The players to wait for, and whether each has arrived.
 using Monitored = std::map<int, bool>;
 
 // An event record whose identifier doubles as the message type.
@@ -27,18 +30,19 @@ struct ReleaseMessage {
 };
 constexpr std::size_t releaseSize = 52;
 static_assert(sizeof(ReleaseMessage) >= sizeof(long) + releaseSize);
+constexpr int betweenLooks = 10; // milliseconds between two looks at a full queue
 
 Monitored monitor(std::span<const int> pids) {
     Monitored monitored;
     for (const int pid : pids) {
-        std::printf("waitBarrier monitoring:%d\n", pid);
+        printTrace("waitBarrier monitoring:%d\n", pid);
         monitored.emplace(pid, false);
     }
     return monitored;
 }
 
-// A child has ended: its exit is the state machine's to judge, and who arrived before must not have to do it
-// again.
+// A child has ended: sends its exit again, for the state machine, and the arrivals so far, because a player
+// announces itself only once.
 void giveBack(const Event& childExit, int barrierId, const Monitored& monitored) {
     sendEvent(&childExit);
     for (const auto& [pid, arrived] : monitored) {
@@ -73,8 +77,7 @@ Arrival arrive(const Event& event, int barrierId, Monitored& monitored) {
     return Arrival::counted;
 }
 
-// Waits for all of them. Kept: `count` is the number of pids asked for, so a pid given twice is awaited
-// twice.
+// Waits for all of them. Kept: `count` is the number of given pids, so a pid given twice must arrive twice.
 bool awaitArrivals(int barrierId, Monitored& monitored, std::size_t count) {
     std::size_t arrived = 0;
     while (arrived < count) {
@@ -98,13 +101,37 @@ bool awaitArrivals(int barrierId, Monitored& monitored, std::size_t count) {
     return true;
 }
 
+bool isFull(int queue) {
+    msqid_ds state{};
+    return msgctl(queue, IPC_STAT, &state) == 0 &&
+           (state.__msg_cbytes + releaseSize > state.msg_qbytes || state.msg_qnum >= state.msg_qbytes);
+}
+
+// Sends the message to the player's queue. Somebody else may have filled the queue: then this waits for room, with
+// signals let in, as long as the player lives.
+bool send(int pid, const ReleaseMessage& message) {
+    const int queue = barrierQueue(pid);
+    for (;;) {
+        while (isFull(queue)) {
+            if (kill(pid, 0) == -1 && errno == ESRCH)
+                return false;
+            pauseMilliseconds(betweenLooks);
+        }
+        const OpenSignals open; // the room may be gone again
+        if (msgsnd(queue, &message, releaseSize, 0) == 0)
+            return true;
+        if (errno != EINTR)
+            return false;
+    }
+}
+
 bool release(int pid, int barrierId) {
     ReleaseMessage message;
     message.supervisorPid = getpid();
     message.barrierId = barrierId;
-    if (msgsnd(barrierQueue(pid), &message, releaseSize, 0) == 0)
+    if (send(pid, message))
         return true;
-    // kept: the supervisor's own pid stands where the player's would.
+    // Kept: the log line has the supervisor's own pid in place of the player's.
     logmsg(3, "masterBarrier(%d). msgsnd() failed. dest pid=%d\n", barrierId, getpid());
     return false;
 }

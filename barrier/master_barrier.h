@@ -4,10 +4,11 @@
 #include <initializer_list>
 #include <span>
 
-// Waits until every one of `pids` has announced barrier `barrierId`, then releases them all in ascending pid
-// order: 0. Never waits by time: -1 as soon as any child exits (the exit and the arrivals so far are sent
-// again, for the state machine and for the next wait), a monitored player announces another barrier or the
-// same twice, or the release of any failed. Main thread; blocks in the event queue.
+// Waits until all of `pids` have announced barrier `barrierId`, then releases them in ascending pid order: 0. There
+// is no time limit. -1 as soon as any child exits (the exit and the arrivals so far are sent again, for the state
+// machine and the next wait), when a monitored player announces another barrier or the same one twice, and when a
+// release failed. Main thread; blocks in the event queue, and for a release as long as a living player's queue is
+// full, with signals let in.
 int masterBarrierOf(int barrierId, std::span<const int> pids);
 
 // masterBarrier(1, 2, currentPID, pendingPID): `count` pids follow.

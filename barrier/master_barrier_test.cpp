@@ -2,10 +2,12 @@
 
 #include "barrier/barrier_table.h"
 #include "events/event_queue.h"
+#include "process/signal_mask.h"
 #include "tests/fakes/fake_libcommon.h"
 
 #include <array>
 #include <cerrno>
+#include <csignal>
 #include <cstdint>
 #include <cstdlib>
 #include <dlfcn.h>
@@ -14,6 +16,8 @@
 #include <set>
 #include <sys/ipc.h>
 #include <sys/msg.h>
+#include <sys/syscall.h>
+#include <sys/wait.h>
 #include <unistd.h>
 
 namespace {
@@ -22,7 +26,7 @@ std::vector<int> sentTo; // queues given to msgsnd, in order
 
 } // namespace
 
-// Remembers the order of releases; queue 0 belongs to somebody else on the machine and is refused.
+// Records the order of releases; refuses queue 0, which belongs to another program on the machine.
 extern "C" int msgsnd(int queue, const void* message, std::size_t size, int flags) {
     EXPECT_EQ(size, 52U);
     EXPECT_EQ(flags, 0);
@@ -56,7 +60,7 @@ struct MasterBarrier : testing::Test {
         fake::reset();
         flushEventQueue();
         msgctl(msgget(IPC_PRIVATE, 0600), IPC_RMID,
-               nullptr); // a machine's first queue is number 0: not ours, then
+               nullptr); // a machine's first queue has number 0: use that up
         sentTo.clear();
         std::string name = (fs::temp_directory_path() / "master.XXXXXX").string();
         root = mkdtemp(name.data());
@@ -230,4 +234,60 @@ TEST_F(MasterBarrier, AWaitBeginsAfreshAfterOneThatFailed) {
     EXPECT_EQ(masterBarrier(1, 1, a), -1);
     push(EID_BARRIER, b, 1);
     EXPECT_EQ(masterBarrier(1, 1, b), 0);
+}
+
+// ---- A queue that a stranger has filled
+
+namespace {
+
+void fill(int queue) {
+    const struct {
+        long type = 1;
+        char text[1024]{};
+    } message{};
+    while (::syscall(SYS_msgsnd, queue, &message, sizeof message.text, IPC_NOWAIT) == 0) {
+    }
+    while (::syscall(SYS_msgsnd, queue, &message, 1, IPC_NOWAIT) == 0) {
+    }
+}
+
+int filledQueue = -1;
+
+// The signal's handler, to see when it runs.
+void takeOneMessage(int) {
+    char message[2048];
+    msgrcv(filledQueue, message, 1024, 1, IPC_NOWAIT);
+}
+
+} // namespace
+
+TEST_F(MasterBarrier, SignalsAreLetInWhileALivingPlayersQueueIsFull) {
+    const int self = getpid(); // alive
+    ASSERT_EQ(createBarrier(self), 0);
+    queueOf[self] = barrierQueue(self);
+    filledQueue = queueOf[self];
+    fill(filledQueue);
+    std::signal(SIGINT, takeOneMessage);
+    blockSignalsWhileWorking();
+    push(EID_BARRIER, self, 1);
+    const pid_t sender = fork();
+    if (sender == 0) {
+        usleep(100000); // the release waits by now
+        kill(self, SIGINT);
+        _exit(0);
+    }
+    alarm(20); // ends the test's process when the signal is not let in
+    EXPECT_EQ(masterBarrier(1, 1, self), 0);
+    alarm(0);
+    waitpid(sender, nullptr, 0);
+}
+
+TEST_F(MasterBarrier, AFullQueueOfAPlayerThatHasEndedFailsTheRelease) {
+    fill(queueOf[a]);
+    push(EID_BARRIER, a, 1);
+    alarm(20);
+    EXPECT_EQ(masterBarrier(1, 1, a), -1);
+    alarm(0);
+    EXPECT_EQ(masterLog(),
+              (Log{{3, "masterBarrier(1). msgsnd() failed. dest pid=" + std::to_string(getpid()) + "\n"}}));
 }

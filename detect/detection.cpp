@@ -8,12 +8,12 @@
 #include "detect/rtsp_connection.h"
 #include "detect/trace.h"
 #include "detect/verdict.h"
+#include "process/trace_output.h"
 
 #include <libcommon/log.h>
 #include <libcommon/params.h>
 #include <libcommon/status.h>
 
-#include <cstdio>
 #include <string>
 
 namespace detect {
@@ -128,7 +128,7 @@ Outcome runDetection(SourceEntry& entry, int statusId) {
         return Outcome::Verdict;
     }
     status(statusId, "APIVersion", state.apiVersion);
-    std::printf("Assuming API: %d\n", state.apiVersion);
+    printTrace("Assuming API: %d\n", state.apiVersion);
     traceDecision("API version " + std::to_string(state.apiVersion) +
                   (state.apiVersion > 1 ? ": inputs and rotation can be asked for"
                                         : ": too old to be asked for inputs, rotation and image formats"));

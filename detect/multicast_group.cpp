@@ -1,6 +1,7 @@
 #include "detect/multicast_group.h"
 
-#include <cstdio>
+#include "process/trace_output.h"
+
 #include <cstring>
 #include <netdb.h>
 #include <sys/socket.h>
@@ -38,7 +39,7 @@ bool joinMulticast(int& socket, const std::string& group, std::uint16_t port, ip
     if (!resolve(group, address))
         return false;
     if (!isMulticast(address)) {
-        std::printf("IP-Address is not multicast");
+        printTrace("IP-Address is not multicast");
         return false;
     }
     membership.imr_multiaddr = address;

@@ -3,10 +3,10 @@
 #include "detect/rtsp_connection.h"
 #include "detect/trace.h"
 #include "detect/verdict.h"
+#include "process/trace_output.h"
 
 #include <libcommon/interrupt.h>
 
-#include <cstdio>
 #include <unistd.h>
 
 namespace detect {
@@ -15,11 +15,11 @@ namespace {
 int tryOverHttp(SourceEntry& entry, int statusId) {
     ConnectMode mode = CONNECT_AUTO;
     if (rtspOverHttpProbe(entry, statusId, mode) != PROBE_ACCEPTED) {
-        std::printf("RTSP detect failed");
+        printTrace("RTSP detect failed");
         traceDecision("not RTSP: the stream is not described, and its path does not answer over HTTP");
         return PROBE_NOT_THIS_KIND;
     }
-    std::printf("RTSP over HTTP. ConnectMode: %s\n", connectModeText(mode));
+    printTrace("RTSP over HTTP. ConnectMode: %s\n", connectModeText(mode));
     // kept: there is no connection to close, and 0, which stands for it here, is closed as if it were one. So
     // descriptor 0 may be any descriptor of this process afterwards; nothing here takes it for "none".
     close(0);
@@ -27,7 +27,7 @@ int tryOverHttp(SourceEntry& entry, int statusId) {
 }
 
 int tryTransports(SourceEntry& entry, int statusId, Descriptor connection, ConnectMode mode) {
-    std::printf("RTSP. ConnectMode: %s\n", connectModeText(mode));
+    printTrace("RTSP. ConnectMode: %s\n", connectModeText(mode));
     int result = multicastProbe(entry, statusId, connection.get(), mode);
     connection = Descriptor();
     if (isInterrupted())

@@ -5,9 +5,9 @@
 #include "detect/rtsp_session.h"
 #include "detect/rtsp_transport_wait.h"
 #include "detect/trace.h"
+#include "process/trace_output.h"
 
 #include <cerrno>
-#include <cstdio>
 #include <cstring>
 
 namespace detect {
@@ -26,12 +26,12 @@ public:
 
     bool join(const TransportHeader& transport) {
         if (!joinMulticast(data_, transport.destination, transport.port, dataMembership_)) {
-            std::printf("Failed to open dataFD %d %s\n", errno, std::strerror(errno));
+            printTrace("Failed to open dataFD %d %s\n", errno, std::strerror(errno));
             return false;
         }
         const auto controlPort = static_cast<std::uint16_t>(transport.port + 1);
         if (!joinMulticast(control_, transport.destination, controlPort, controlMembership_)) {
-            std::printf("Failed to open inControlFD %d %s\n", errno, std::strerror(errno));
+            printTrace("Failed to open inControlFD %d %s\n", errno, std::strerror(errno));
             return false;
         }
         return true;

@@ -1,11 +1,11 @@
 #include "detect/rtsp_transport_wait.h"
 
 #include "detect/network_wait.h"
+#include "process/trace_output.h"
 
 #include <libcommon/interrupt.h>
 
 #include <cerrno>
-#include <cstdio>
 #include <sys/socket.h>
 
 namespace detect {
@@ -31,7 +31,7 @@ struct Side {
 bool receiveFrom(Side& side) {
     const Received received = receive(side.socket);
     if (received == Received::Packet) {
-        std::printf("%s", side.firstPacket);
+        printTrace("%s", side.firstPacket);
         side.delivered = true;
     }
     return received != Received::Failure;

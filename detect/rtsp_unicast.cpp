@@ -6,12 +6,12 @@
 #include "detect/rtsp_transport_wait.h"
 #include "detect/trace.h"
 #include "player/port_pairs.h"
+#include "process/trace_output.h"
 
 #include <libcommon/interrupt.h>
 #include <libcommon/log.h>
 
 #include <cerrno>
-#include <cstdio>
 #include <cstring>
 
 namespace detect {
@@ -21,7 +21,7 @@ namespace {
 Descriptor openUdp(const std::string& host, unsigned short port) {
     Descriptor socket(connectUDP(host, port, true));
     if (!socket.isOpen())
-        std::printf("Failed to open dataFD %d %s\n", errno, std::strerror(errno)); // kept: for either socket
+        printTrace("Failed to open dataFD %d %s\n", errno, std::strerror(errno)); // kept: for either socket
     return socket;
 }
 
@@ -57,7 +57,7 @@ const char* packetsText(Packets packets) {
 } // namespace
 
 int unicastProbe(SourceEntry& entry, int statusId, int connection, ConnectMode mode) {
-    std::printf("\n\n\nDetecting RTSP Unicast...");
+    printTrace("\n\n\nDetecting RTSP Unicast...");
     const int port = allocateProbePortPair();
     if (port == -1) {
         logmsg(3, "Failed to find any free UDP port to bind!");
@@ -68,7 +68,7 @@ int unicastProbe(SourceEntry& entry, int statusId, int connection, ConnectMode m
                        std::to_string(port + 1)))
         return PROBE_FAILED;
     const TransportHeader& transport = session.transport();
-    std::printf("server: %d\nclient: %d\n", transport.serverPort, transport.clientPort);
+    printTrace("server: %d\nclient: %d\n", transport.serverPort, transport.clientPort);
     if (!session.play())
         return PROBE_FAILED;
 

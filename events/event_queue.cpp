@@ -6,16 +6,19 @@
 
 #include <libcommon/log.h>
 
+#include <algorithm>
 #include <array>
 #include <condition_variable>
 #include <list>
 #include <mutex>
 #include <optional>
+#include <vector>
 
 namespace {
 
 constexpr int identifiers = 14; // 0 to 13 can be queued
 constexpr std::uint32_t actionUnset = 0;
+constexpr std::size_t mostLate = 32; // two players live at a time, each with a few events
 
 // All process-wide state of this file, guarded by `mutex`. Written by the main thread and the event handler
 // thread.
@@ -24,10 +27,11 @@ struct Queue {
     std::condition_variable appended;
     std::list<Event> events; // oldest first
     QueueCounts counts;
+    std::vector<Event> late;   // of players, dropped because strangers had filled the queue; oldest first
     bool takerWaiting = false; // true exactly while a blocking take sleeps on `appended`
 };
 
-// Never destroyed: the event handler thread goes on delivering while the main thread exits.
+// Never destroyed: the event handler thread still delivers events while the main thread exits.
 Queue& queue() {
     static Queue& instance = *new Queue;
     return instance;
@@ -36,7 +40,7 @@ Queue& queue() {
 // What to do with an event, by identifier.
 class ActionTable {
 public:
-    // Reads the words up to the one of EID_OTHER; none when it does not come within 15 words.
+    // Reads the words up to the one of EID_OTHER; nothing when it does not come within 15 words.
     static std::optional<ActionTable> read(const SelectionWord* words, std::size_t count) {
         ActionTable table;
         for (std::size_t i = 0; i < count; ++i) {
@@ -54,7 +58,7 @@ public:
         return std::nullopt;
     }
 
-    // An identifier that no table entry can name is one of the others.
+    // An identifier outside the table is one of the others.
     std::uint32_t action(int id) const {
         if (id < 0 || id >= identifiers)
             return others_;
@@ -74,8 +78,35 @@ bool append(Queue& q, const Event& event) {
     return true;
 }
 
-// A child that is met is gone, whatever becomes of its event. Kept: a skipped child event is logged at every
-// walk, and the removal of its barrier repeated, which is harmless.
+// A player announces an arrival and ends only once. When forged events have filled the queue up to the
+// identifier's limit, its event is dropped like any other, but it is remembered and appended when there is room.
+// Otherwise the machine would wait for a player that has long arrived or ended.
+void rememberLate(Queue& q, const Event& event) {
+    const auto same = [&](const Event& other) {
+        return other.id == event.id && other.value1 == event.value1 && other.value2 == event.value2;
+    };
+    const bool once = event.id == EID_BARRIER || event.id == EID_CHILD;
+    if (once && isPlayer(event.value1) && q.late.size() < mostLate && std::ranges::none_of(q.late, same))
+        q.late.push_back(event);
+}
+
+// Appends the late events that there is room for. True when there was one.
+bool appendLate(Queue& q) {
+    const std::size_t before = q.late.size();
+    for (auto event = q.late.begin(); event != q.late.end();) {
+        if (!append(q, *event)) {
+            ++event;
+            continue;
+        }
+        logmsg(7, "eventHandler() adding event to queue (id=%d, val=(%d,%d))", event->id, event->value1,
+               event->value2);
+        event = q.late.erase(event);
+    }
+    return q.late.size() < before;
+}
+
+// Logs the exit and drops the barrier whatever the action for the event is. Kept: both are repeated at every walk
+// that skips the event, which is harmless.
 void meetChild(const Event& event) {
     logmsg(7, "Got EID_CHILD from pid:%d\n", event.value1);
     dropBarrier(event.value1);
@@ -108,9 +139,9 @@ int walk(Queue& q, const ActionTable& table, Event* out) {
     return nothingTaken;
 }
 
-// Sleeps until an event comes. The mutex is held from the walk that found nothing until the sleep begins, so
-// that no wake-up is lost; signals are let in only now, when queue and log are in order. A SIGCHLD handler
-// that runs here only sends an event, which needs no lock of ours; a SIGINT handler never comes back.
+// Sleeps until an event comes. The mutex is held from the walk that found nothing until the sleep begins, so that
+// no wake-up is lost. Signals are let in here, where queue and log are in order. A SIGCHLD handler that runs here
+// only sends an event, which needs no lock of ours; a SIGINT handler never returns.
 void sleepForEvent(Queue& q, std::unique_lock<std::mutex>& lock) {
     q.takerWaiting = true;
     {
@@ -144,12 +175,14 @@ void deliverEvent(const Event& event, void (*takerIsBusy)(const Event&)) {
     {
         const std::lock_guard lock(q.mutex);
         appended = append(q, event);
-        if (appended)
+        if (appended) {
             logmsg(7, "eventHandler() adding event to queue (id=%d, val=(%d,%d))", event.id, event.value1,
                    event.value2);
-        else
+        } else {
             logmsg(7, "eventHandler() discarding event (event queue full id=%d max=%d)", event.id,
                    q.counts.limit(event.id));
+            rememberLate(q, event);
+        }
         // Under the lock: a taker that is busy now can't fall asleep before it is disturbed.
         if (!q.takerWaiting)
             takerIsBusy(event);
@@ -162,6 +195,7 @@ void flushEventQueue() {
     Queue& q = queue();
     const std::lock_guard lock(q.mutex);
     q.events.clear();
+    q.late.clear();
     q.counts.clear();
 }
 
@@ -171,10 +205,15 @@ int takeEvent(Event* out, const SelectionWord* words, std::size_t count, bool wa
         logmsg(3, "getNextEvent(): Seems to miss EID_OTHER");
         return -1;
     }
+    // Here, too: a flood of events would keep a take from ever sleeping, and so SIGINT and SIGCHLD out.
+    letSignalsIn();
     Queue& q = queue();
     std::unique_lock lock(q.mutex);
     for (;;) {
-        const int result = walk(q, *table, out);
+        appendLate(q);
+        int result = walk(q, *table, out);
+        while (result == nothingTaken && appendLate(q))
+            result = walk(q, *table, out);
         if (result != nothingTaken || !wait)
             return result;
         sleepForEvent(q, lock);

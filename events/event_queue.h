@@ -1,9 +1,10 @@
-// The internal event queue: what happened and was not yet dealt with.
+// The internal event queue: events that the state machine has not handled yet.
 //
-// The event handler thread puts events in, in arrival order; the main thread takes them out selectively: for
-// each identifier it says take, skip (stays for later) or discard. Each identifier may be queued only so many
-// times; beyond that the newer event is dropped, never a queued one. One mutex guards it all; the taker alone
-// waits.
+// The event handler thread appends events in arrival order. The main thread takes them selectively: for each
+// identifier it says take, skip (leave it for later) or discard. Each identifier has a limit on how many of its
+// events may be queued; beyond it the newer event is dropped, never a queued one. The limit must not cost a player's
+// arrival or exit, which comes only once: when one is dropped it is appended as soon as there is room again. One
+// mutex guards everything; only the taker waits.
 #pragma once
 
 #include <libcommon/events.h>
@@ -11,7 +12,7 @@
 #include <cstddef>
 #include <cstdint>
 
-// (action << 16) | identifier; a list of them ends with a word of EID_OTHER: what holds for all others.
+// (action << 16) | identifier. A list ends with a word of EID_OTHER, which gives the action for all others.
 using SelectionWord = std::uint32_t;
 
 inline constexpr std::uint32_t ACTION_TAKE = 1; // the same as 0
@@ -31,23 +32,24 @@ inline constexpr SelectionWord SKIP_OTHERS = selection(ACTION_SKIP, EID_OTHER); 
 
 inline constexpr int defaultQueueLimit = 256;
 
-// The most events of that identifier that may be queued at once. Start-up.
+// Sets how many events of that identifier may be queued at once. Main thread, at start-up.
 void setQueueLimit(int id, int maximum);
 
-// Appends a copy, within the identifier's limit. Main thread; wakes nobody.
+// Appends a copy, within the identifier's limit. Main thread. Wakes no thread: the caller is the only taker.
 void pushEvent(const Event& event);
 
-// The event handler thread's append. Under the queue's lock, when the taker is not asleep in a blocking take,
-// `takerIsBusy` is called with the event, whether it was appended or dropped. Then wakes the taker if
-// appended.
+// The event handler thread's append. When the taker does not sleep in a blocking take, `takerIsBusy` is called
+// with the event under the queue's lock, whether the event was appended or dropped. Wakes the taker when the event
+// was appended.
 void deliverEvent(const Event& event, void (*takerIsBusy)(const Event&));
 
 // Drops every queued event; the limits stay. Main thread.
 void flushEventQueue();
 
-// The selective take. Walks from the oldest event; 0 with the taken event in *out, -1 for a malformed list
-// (no EID_OTHER within 15 words) or, without `wait`, when nothing is to be taken; -2 when an event met has an
-// unknown action. With `wait` it sleeps, signals let in, until an event comes. Main thread.
+// The selective take, from the oldest event to the newest. 0 with the taken event in *out. -1 for a malformed list
+// (no EID_OTHER within 15 words) and, without `wait`, when there is nothing to take. -2 when the walk meets an event
+// with an unknown action. With `wait` it sleeps until an event comes. Lets pending SIGINT and SIGCHLD in at its
+// start and while it sleeps. Main thread.
 int takeEvent(Event* out, const SelectionWord* words, std::size_t count, bool wait);
 
 // getNextEvent(&event, take(EID_CHILD), SKIP_OTHERS): the blocking form.

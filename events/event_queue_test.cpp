@@ -15,6 +15,7 @@ using Words = std::vector<SelectionWord>;
 struct EventQueue : testing::Test {
     EventQueue() {
         fake::reset();
+        fake::players.clear();
         flushEventQueue();
         for (int id = -1; id < 14; ++id)
             setQueueLimit(id, defaultQueueLimit);
@@ -33,7 +34,7 @@ int peek(const Words& words, Event* out) {
     return takeEvent(out, words.data(), words.size(), false);
 }
 
-// What is queued, by value 1, oldest first; empties the queue.
+// Empties the queue; returns value 1 of each event, oldest first.
 std::vector<int> drain() {
     std::vector<int> values;
     Event out{};
@@ -268,4 +269,73 @@ TEST_F(EventQueue, EveryWalkLogsTheChildrenItMeetsAndDropsTheirBarriers) {
     EXPECT_EQ(out.value2, 9);
     EXPECT_EQ(peekNextEvent(&out, discard(EID_CHILD), SKIP_OTHERS), -1);
     EXPECT_EQ(fake::calls, (std::vector<std::string>{"dropBarrier(117)", "dropBarrier(118)"}));
+}
+
+// ---- A player's arrival and exit come only once, and are not lost to forged events.
+
+namespace {
+
+constexpr int living = 117;
+
+void fillWithForged(int id) {
+    for (int i = 0; i < defaultQueueLimit; ++i)
+        deliverEvent(event(id, 500000 + i), nobodyToDisturb);
+    fake::log.clear();
+}
+
+} // namespace
+
+TEST_F(EventQueue, APlayersArrivalIsAppendedWhenThereIsRoomAgain) {
+    fake::players = {living};
+    fillWithForged(EID_BARRIER);
+    deliverEvent(event(EID_BARRIER, living, 1), nobodyToDisturb);
+    EXPECT_EQ(fake::log, (Log{{7, "eventHandler() discarding event (event queue full id=7 max=256)"}}));
+    Event out{};
+    int taken = 0;
+    while (peekNextEvent(&out, take(EID_BARRIER), SKIP_OTHERS) == 0 && out.value1 != living)
+        ++taken;
+    EXPECT_EQ(out.value1, living);
+    EXPECT_EQ(out.value2, 1);
+    EXPECT_EQ(taken, defaultQueueLimit);
+    EXPECT_EQ(drain(), (std::vector<int>{})) << "it comes once";
+}
+
+TEST_F(EventQueue, APlayersExitIsAppendedWhenThereIsRoomAgain) {
+    fake::players = {living};
+    fillWithForged(EID_CHILD);
+    deliverEvent(event(EID_CHILD, living, 9), nobodyToDisturb);
+    deliverEvent(event(EID_CHILD, living, 9), nobodyToDisturb); // forged, too
+    std::vector<int> values = drain();
+    ASSERT_EQ(values.size(), 257U);
+    EXPECT_EQ(values.back(), living);
+}
+
+TEST_F(EventQueue, ADiscardMakesRoomForALateEventAndMeetsItToo) {
+    fake::players = {living};
+    fillWithForged(EID_BARRIER);
+    deliverEvent(event(EID_BARRIER, living, 0), nobodyToDisturb);
+    Event out{};
+    EXPECT_EQ(peekNextEvent(&out, discard(EID_BARRIER), SKIP_OTHERS), -1);
+    EXPECT_EQ(drain(), (std::vector<int>{}));
+}
+
+TEST_F(EventQueue, AStrangersEventBeyondTheLimitIsLost) {
+    fillWithForged(EID_BARRIER);
+    deliverEvent(event(EID_BARRIER, living, 1), nobodyToDisturb);
+    EXPECT_EQ(drain().size(), 256U);
+}
+
+TEST_F(EventQueue, AFlushForgetsLateEventsToo) {
+    fake::players = {living};
+    fillWithForged(EID_BARRIER);
+    deliverEvent(event(EID_BARRIER, living, 1), nobodyToDisturb);
+    flushEventQueue();
+    EXPECT_EQ(drain(), (std::vector<int>{}));
+}
+
+TEST_F(EventQueue, ALimitBelowOneIsNotBrokenForAPlayer) {
+    fake::players = {living};
+    setQueueLimit(EID_BARRIER, 0);
+    deliverEvent(event(EID_BARRIER, living, 1), nobodyToDisturb);
+    EXPECT_EQ(drain(), (std::vector<int>{}));
 }

@@ -1,12 +1,12 @@
 #include "events/timers.h"
 
 #include "process/signal_mask.h"
+#include "process/trace_output.h"
 
 #include <libcommon/events.h>
 #include <libcommon/log.h>
 
 #include <cerrno>
-#include <cstdio>
 #include <ctime>
 #include <memory>
 #include <pthread.h>
@@ -23,7 +23,7 @@ constexpr std::size_t stackSize = std::size_t{256} * 1024;
 // All process-wide state of this file: the id of the next timer. Main thread.
 int nextId = firstId;
 
-// Hands out the next id. Past the largest int it goes on through the negative numbers; 0 is never handed out.
+// Returns the next id. After the largest int come the negative numbers; 0 is never returned.
 int takeId() {
     const int id = nextId;
     nextId = static_cast<int>(static_cast<unsigned>(nextId) + 1U);
@@ -32,11 +32,11 @@ int takeId() {
     return id;
 }
 
-// Sleeps the request's time: true at its end, false for a time that can't be slept.
+// Sleeps for the requested time. False for an invalid time.
 bool sleepFor(const TimerRequest& request) {
     timespec rest{request.seconds, request.nanoseconds};
     while (rest.tv_sec != 0 || rest.tv_nsec >= shortestSleep) {
-        std::printf(">>> Timer thread: nanosleep(); timeout=%lds %ldns\n", rest.tv_sec, rest.tv_nsec);
+        printTrace(">>> Timer thread: nanosleep(); timeout=%lds %ldns\n", rest.tv_sec, rest.tv_nsec);
         if (nanosleep(&rest, &rest) == 0)
             return true;
         if (errno != EINTR)
@@ -49,22 +49,22 @@ void* timerThread(void* argument) {
     blockAllSignals();
     const std::unique_ptr<TimerRequest> owned(static_cast<TimerRequest*>(argument));
     const TimerRequest& request = *owned;
-    std::printf(">>> Timer thread: timeout=%lds %ldns\n", request.seconds, request.nanoseconds);
+    printTrace(">>> Timer thread: timeout=%lds %ldns\n", request.seconds, request.nanoseconds);
     if (!sleepFor(request)) {
         logmsg(3, "setTimeout() was called with an invalid timeout");
         return nullptr;
     }
-    std::printf(">>> Timer thread: timeout! sending event\n");
+    printTrace(">>> Timer thread: timeout! sending event\n");
     Event event{};
     event.id = EID_TIMEOUT;
     event.value1 = request.id;
     sendEvent(&event);
-    std::printf(">>> Timer thread: sendEvent done\n");
+    printTrace(">>> Timer thread: sendEvent done\n");
     return nullptr;
 }
 
-// Any number of timers may be in flight, most of them asleep: small stacks. A thread that can't be created is
-// not detected by the caller; the timer then never fires.
+// The stack is small because any number of timers may sleep at once. When the thread can't be created the timer
+// never fires; the caller does not learn of it.
 void startThread(std::unique_ptr<TimerRequest> request) {
     pthread_attr_t attributes;
     pthread_attr_init(&attributes);
@@ -72,14 +72,14 @@ void startThread(std::unique_ptr<TimerRequest> request) {
     pthread_attr_setstacksize(&attributes, stackSize);
     pthread_t thread{};
     if (pthread_create(&thread, &attributes, timerThread, request.get()) == 0)
-        (void)request.release(); // the thread's from now on
+        (void)request.release(); // the thread deletes it
     pthread_attr_destroy(&attributes);
 }
 
 } // namespace
 
 timers::TimerRequest timers::makeRequest(long milliseconds, int id) {
-    // kept: the rest below a second is taken times 1000, not times 1000000.
+    // Kept: the part below a second is multiplied by 1000, not by 1000000.
     return {milliseconds / 1000, (milliseconds % 1000) * 1000, id};
 }
 
@@ -90,7 +90,7 @@ void timers::setNextId(int id) {
 int setTimeout(long milliseconds) {
     const int id = takeId();
     auto request = std::make_unique<TimerRequest>(timers::makeRequest(milliseconds, id));
-    std::printf(">>> setTimeout(%ld, %d)\n", milliseconds, id);
+    printTrace(">>> setTimeout(%ld, %d)\n", milliseconds, id);
     startThread(std::move(request));
     return id;
 }

@@ -3,13 +3,13 @@
 #include "launcher/display.h"
 #include "launcher/machine.h"
 #include "process/process_state.h"
+#include "process/trace_output.h"
 #include "sources/source_cache.h"
 
 #include <libcommon/display.h>
 #include <libcommon/log.h>
 
 #include <algorithm>
-#include <cstdio>
 #include <resolv.h>
 
 namespace {
@@ -28,7 +28,7 @@ void announceDetection() {
         if (process.currentPID == -1)
             printDetecting();
     } else {
-        std::printf("Source name: '%s'\n", sourceValue(machine.pendingSource, "Name").c_str());
+        printTrace("Source name: '%s'\n", sourceValue(machine.pendingSource, "Name").c_str());
         printDetecting();
     }
 }

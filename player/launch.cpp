@@ -6,6 +6,7 @@
 #include "player/port_pairs.h"
 #include "process/process_state.h"
 #include "process/signal_mask.h"
+#include "process/trace_output.h"
 
 #include <libcommon/log.h>
 #include <libcommon/semaphores.h>
@@ -13,7 +14,6 @@
 #include <cerrno>
 #include <csignal>
 #include <cstdint>
-#include <cstdio>
 #include <cstring>
 #include <sys/prctl.h>
 #include <unistd.h>
@@ -50,7 +50,7 @@ void becomeChild(int parent) {
 
 // The parent's half.
 void registerChild(int pid) {
-    std::printf("Pushing back pid: %d\n", pid);
+    printTrace("Pushing back pid: %d\n", pid);
     addChild(pid);
     createBarrier(pid);
     semaphoreIncrease(forkHandshakeSemaphore);
@@ -103,6 +103,6 @@ int launchPlayer(SourceEntry* entry) {
     }
     if (pid == 0)
         command.execute();
-    std::printf("Launched pid: %d\n", pid);
+    printTrace("Launched pid: %d\n", pid);
     return pid;
 }

@@ -42,8 +42,18 @@ OpenSignals::~OpenSignals() {
     pthread_sigmask(SIG_SETMASK, &saved_, nullptr);
 }
 
+void letSignalsIn() {
+    const OpenSignals open;
+}
+
+void pauseMilliseconds(int milliseconds) {
+    const timespec time{milliseconds / 1000, milliseconds % 1000 * 1000000L};
+    const OpenSignals open;
+    nanosleep(&time, nullptr);
+}
+
 void sleepSeconds(int seconds) {
-    // Until a moment, not for a span: however many handlers run, the sleep ends at the same time.
+    // Until a point in time, not for a duration: however many handlers run, the sleep ends at the same time.
     timespec until{};
     clock_gettime(CLOCK_MONOTONIC, &until);
     until.tv_sec += seconds;

@@ -1,24 +1,25 @@
 // Which signals may interrupt the main thread, and where.
 //
-// The main thread keeps SIGINT and SIGCHLD blocked while it works, and during a detection SIGUSR1 too, so
-// that no handler ever interrupts the allocator, stdio, the log or a half-changed table. They are let in only
-// where the thread waits: around the queue's condition variable, inside network waits, in fixed sleeps. Every
-// other thread blocks everything. SIGSEGV is never blocked on the main thread.
+// The main thread keeps SIGINT and SIGCHLD blocked while it works, and during a detection SIGUSR1 too, so that no
+// handler ever interrupts the allocator, stdio, the log or a half-changed table. It opens them only where it waits:
+// around the queue's condition variable, inside network waits, in fixed sleeps. A thread that always has work would
+// never wait, so it also lets pending signals in once per take of the event queue. Every other thread blocks all
+// signals. SIGSEGV is never blocked on the main thread.
 #pragma once
 
 #include <csignal>
 
-// From now on SIGINT and SIGCHLD wait for the main thread's next wait.
+// From here on SIGINT and SIGCHLD stay pending until the main thread lets them in.
 void blockSignalsWhileWorking();
 
-// An auxiliary thread's first action: no signal is ever taken here.
+// An auxiliary thread's first action: all signals are left to the main thread.
 void blockAllSignals();
 
-// What a forked child gets before it runs a program: an empty mask.
+// Empties the mask: in a forked child before it runs a program, and at start-up.
 void unblockAllSignals();
 
-// Lets SIGINT and SIGCHLD in for the life of the object, then restores the mask. For waits that are no system
-// call with a mask of its own; what is pending is delivered at once, in the constructor.
+// Lets SIGINT and SIGCHLD in for the life of the object, then restores the mask. For waits that are not a
+// system call with a mask of its own. The constructor delivers what is pending.
 class OpenSignals {
 public:
     OpenSignals();
@@ -30,8 +31,15 @@ private:
     sigset_t saved_;
 };
 
+// Delivers a pending SIGINT or SIGCHLD now. Call it where no lock is held.
+void letSignalsIn();
+
+// Sleeps for a moment with signals let in; a handler that runs ends the sleep early.
+void pauseMilliseconds(int milliseconds);
+
 // Sleeps for the whole time with signals let in, whatever handlers run meanwhile.
 void sleepSeconds(int seconds);
 
-// Delivers a pending `signo` that this thread keeps blocked, if there is one; returns after its handler.
+// Delivers one pending `signo` that this thread keeps blocked; returns after its handler. Nothing when there
+// is none.
 void deliverPending(int signo);

@@ -76,6 +76,16 @@ TEST_F(SignalMask, WhatIsPendingIsDeliveredWhenSignalsAreLetIn) {
     EXPECT_EQ(blocked(), (std::vector<int>{SIGINT, SIGCHLD}));
 }
 
+TEST_F(SignalMask, PendingSignalsCanBeLetInWithoutAWait) {
+    blockSignalsWhileWorking();
+    kill(getpid(), SIGINT);
+    letSignalsIn();
+    EXPECT_EQ(handled, 1);
+    EXPECT_EQ(blocked(), (std::vector<int>{SIGINT, SIGCHLD}));
+    letSignalsIn();
+    EXPECT_EQ(handled, 1);
+}
+
 TEST_F(SignalMask, LettingSignalsInLeavesTheOthersAsTheyAre) {
     sigset_t user;
     sigemptyset(&user);

@@ -1,5 +1,7 @@
 #include "tests/fakes/fake_barrier_table.h"
 
+std::set<int> fake::players;
+
 namespace {
 
 int record(const char* function, int pid) {
@@ -32,4 +34,8 @@ int removeStaleBarriers() {
 
 int barrierQueue(int) {
     return 0;
+}
+
+bool isPlayer(int pid) {
+    return fake::players.contains(pid);
 }
