@@ -17,8 +17,8 @@ std::string missing(const std::vector<std::string>& programs);
 // A port that is free at the time of the call.
 int freePort();
 
-// Whether a process in this network listens on the TCP port. The kernel is asked, not the port, because some servers take
-// only one connection.
+// Whether a process in this network listens on the TCP port. The kernel is asked, not the port, because some servers
+// take only one connection.
 bool listens(int port);
 
 class Folder {

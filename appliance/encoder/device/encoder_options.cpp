@@ -177,7 +177,7 @@ void addCodecOptions(CLI::App& app, Options& options, Raw& raw) {
 
 void addDeviceOptions(CLI::App& app, Options& options, Raw& raw) {
     app.add_option("--kinds", raw.kinds,
-                   "kinds of stream to offer: none, or a list of " + kindList() + "; default mjpeg")
+                   "kinds of stream to offer, separated by commas, or none (see below); default mjpeg")
         ->delimiter(',')
         ->allow_extra_args(false);
     app.add_option("--api-version", options.apiVersion,
@@ -193,9 +193,12 @@ void addDeviceOptions(CLI::App& app, Options& options, Raw& raw) {
 }
 
 std::string footer() {
-    return "When it listens, it prints \"http=PORT rtsp=PORT https=PORT\" on standard output (0: not "
-           "served), with\n"
-           "--control also \" control=PORT\". SIGINT and SIGTERM end it with exit status 0.\n\n"
+    return "When it listens, it prints \"http=PORT rtsp=PORT https=PORT\" on standard output (0: no such "
+           "port),\n"
+           "with --control also \" control=PORT\". SIGINT and SIGTERM end it with exit status 0.\n\n"
+           "Kinds: " +
+           kindList() +
+           ".\n\n"
            "Faults (to switch them later, POST a list of names to /faults from the same machine):\n" +
            faultsHelp();
 }

@@ -1,5 +1,5 @@
-// Draws test pictures: the source's name in large letters, a moving ball, the clock, a counter, and the frame mark along
-// the bottom. The upper third is left empty for on-screen text.
+// Draws test pictures: the source's name in large letters, a moving ball, the clock, a counter, and the frame mark
+// along the bottom. The upper third is left empty for on-screen text.
 #pragma once
 
 #include "appliance/encoder/pictures/raw_picture.h"
