@@ -1,7 +1,7 @@
-// `video-encoder`: see options.h for what it can be told.
-#include "appliance/encoder/device.h"
-#include "appliance/encoder/options.h"
-#include "appliance/encoder/server.h"
+// `video-encoder`. Its options are in device/encoder_options.h.
+#include "appliance/encoder/device/device.h"
+#include "appliance/encoder/device/encoder_options.h"
+#include "appliance/encoder/server/server.h"
 
 #include <csignal>
 #include <cstdio>
@@ -27,12 +27,12 @@ int main(int argc, char** argv) {
         return commandLine.exitStatus;
     }
 
-    // Blocked before there is any other thread, so that only sigwait() sees them.
-    sigset_t ends;
-    sigemptyset(&ends);
-    sigaddset(&ends, SIGINT);
-    sigaddset(&ends, SIGTERM);
-    pthread_sigmask(SIG_BLOCK, &ends, nullptr);
+    // Blocked before there are other threads, so that only sigwait() receives them.
+    sigset_t endSignals;
+    sigemptyset(&endSignals);
+    sigaddset(&endSignals, SIGINT);
+    sigaddset(&endSignals, SIGTERM);
+    pthread_sigmask(SIG_BLOCK, &endSignals, nullptr);
 
     if (const std::string mistake = Device::mistakeIn(*commandLine.options); !mistake.empty()) {
         std::fprintf(stderr, "video-encoder: %s\n", mistake.c_str());
@@ -46,7 +46,7 @@ int main(int argc, char** argv) {
     }
     device.announce(portLine(server));
     int signal = 0;
-    sigwait(&ends, &signal);
+    sigwait(&endSignals, &signal);
     server.stop();
     return 0;
 }

@@ -1,6 +1,6 @@
-// The program as a shell sees it: its output, its exit status, its end.
-#include "appliance/encoder/rtsp_test_client.h"
-#include "appliance/encoder/test_client.h"
+// The program as a shell sees it: output and exit status.
+#include "appliance/encoder/testing/rtsp_test_client.h"
+#include "appliance/encoder/testing/test_client.h"
 
 #include <array>
 #include <csignal>
@@ -14,7 +14,7 @@ namespace {
 
 using testing::HasSubstr;
 
-// A run of the program; ends with the object at the latest.
+// A run of the program. The destructor kills it if it still runs.
 class Program {
 public:
     explicit Program(const std::vector<std::string>& words) {
@@ -89,7 +89,7 @@ std::uint16_t portIn(const std::string& line, const std::string& name) {
 
 } // namespace
 
-TEST(Program, TellsItsPortsAndEndsCleanlyAtBothSignals) {
+TEST(Program, PrintsItsPortsAndEndsAtBothSignals) {
     for (const int number : {SIGINT, SIGTERM}) {
         Program program({"--https", "--control", "0"});
         const std::string line = program.line();
@@ -104,7 +104,7 @@ TEST(Program, TellsItsPortsAndEndsCleanlyAtBothSignals) {
     }
 }
 
-TEST(Program, EndsWhileItsRtspIsPlayed) {
+TEST(Program, EndsWhileAClientPlaysRtsp) {
     Program program({"--kinds", "rtsp-unicast,rtsp-tcp,rtsp-http", "--width", "160", "--height", "120"});
     RtspClient playing(portIn(program.line(), "rtsp"));
     EXPECT_EQ(playing.setUp("RTP/AVP/TCP;unicast;interleaved=0-1").status, 200);
@@ -138,7 +138,7 @@ TEST(Program, HelpExitsZero) {
     EXPECT_EQ(program.wait(), 0);
 }
 
-TEST(Program, PrintsPresetsAsTheyCome) {
+TEST(Program, PrintsPresets) {
     Program program({});
     const std::uint16_t port = portIn(program.line(), "http");
     Client client(port);

@@ -60,6 +60,16 @@ TEST(Encoders, Https) {
     EXPECT_EQ(decoder.sourceValue(0, "ConnectMode"), "https");
 }
 
+TEST(Encoders, RtspOverHttps) {
+    Appliance decoder;
+    decoder.addEncoder("Bank", {"--https", "0", "--kinds", "rtsp-http", "--width", "352", "--height", "288"});
+    decoder.set("Network.TLS.Verify", "no");
+    decoder.start();
+    EXPECT_TRUE(decoder.showsMoving(0)) << decoder.ctl({"explain", "0"}).output;
+    EXPECT_EQ(decoder.sourceValue(0, "VideoSourceType"), "rtsp-http");
+    EXPECT_EQ(decoder.sourceValue(0, "ConnectMode"), "https");
+}
+
 TEST(Encoders, CertificateOfAStrangerIsRefusedAndLogged) {
     Appliance decoder;
     decoder.addEncoder("Bank", {"--https", "0"});

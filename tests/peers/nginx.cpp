@@ -11,7 +11,7 @@ namespace peers {
 
 namespace {
 
-// A parameter is a file of its own in `folder`, named after it.
+// Each parameter is a file in `folder` with its name.
 void writeParameters(const Folder& root, const std::string& folder,
                      const std::map<std::string, std::string>& parameters) {
     for (const auto& [name, value] : parameters)
@@ -31,7 +31,7 @@ Nginx::Nginx(const NginxOptions& options) : port_(options.port == 0 ? freePort()
     for (const auto& [path, contents] : options.files)
         folder_.write("files" + path, contents);
     folder_.write("users", options.user + ":{PLAIN}s3cret\n");
-    folder_.write("nobody", "");
+    folder_.write("no-users", "");
     if (options.certificate != nullptr) {
         folder_.write("certificate.pem", options.certificate->pem());
         folder_.write("key.pem", options.certificate->keyPem());
@@ -42,7 +42,7 @@ Nginx::Nginx(const NginxOptions& options) : port_(options.port == 0 ? freePort()
 
 std::string Nginx::configuration(const NginxOptions& options) const {
     const std::string view = "/vexo-cgi/view/param.cgi";
-    const std::string refusal = "auth_basic encoder; auth_basic_user_file " + folder_.file("nobody") + "; ";
+    const std::string refusal = "auth_basic encoder; auth_basic_user_file " + folder_.file("no-users") + "; ";
     std::string text = "daemon off;\nmaster_process off;\npid " + folder_.file("pid") + ";\nerror_log " +
                        folder_.file("error.log") + ";\nevents {}\nhttp {\n" +
                        "log_format asked '$connection $status $request_uri';\naccess_log " +
@@ -74,7 +74,7 @@ void Nginx::start() {
 }
 
 std::vector<Nginx::Asked> Nginx::asked(const std::string& target) const {
-    // A line is written once its answer is sent.
+    // nginx writes a line after the answer was sent.
     appliance::eventually(
         [&] { return appliance::readFile(folder_.file("access.log")).find(target) != std::string::npos; });
     std::ifstream log(folder_.file("access.log"));

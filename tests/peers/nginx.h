@@ -1,4 +1,4 @@
-// nginx as an encoder: what a detection asks for are static files.
+// nginx as an encoder: its replies are static files.
 #pragma once
 
 #include "tests/peers/peer_program.h"
@@ -15,13 +15,13 @@ class Certificate;
 namespace peers {
 
 struct NginxOptions {
-    int port = 0;                                     // 0: a free one
-    std::map<std::string, std::string> parameters;    // what the viewer's CGI knows
-    std::map<std::string, std::string> oldParameters; // what the old administrator's CGI knows
-    std::map<std::string, std::string> adminParameters;
+    int port = 0;                                       // 0: any free port
+    std::map<std::string, std::string> parameters;      // of the viewer's CGI
+    std::map<std::string, std::string> oldParameters;   // of the administrator's getparam.cgi
+    std::map<std::string, std::string> adminParameters; // of the administrator's param.cgi
     std::map<std::string, std::string> files;           // path to contents
-    std::string user;                                   // "" everybody may ask; the password is "s3cret"
-    bool viewerIsRefused = false;                       // by the viewer's CGI, whoever asks
+    std::string user;                                   // "": no credentials; the password is "s3cret"
+    bool viewerIsRefused = false;                       // the viewer's CGI answers 401 to every request
     const scripted::Certificate* certificate = nullptr; // HTTPS only
 };
 
@@ -36,7 +36,7 @@ public:
         int status;
         std::string target;
     };
-    // Everything that was asked and answered so far, once the last answer to `target` is among it.
+    // All requests so far. Waits until a request for `target` is among them.
     std::vector<Asked> asked(const std::string& target) const;
 
 private:

@@ -1,4 +1,4 @@
-// Detection of an encoder whose HTTP is nginx's.
+// Detection of an encoder whose HTTP server is nginx.
 #include "detect/network_detection_fixture.h"
 #include "tests/peers/nginx.h"
 #include "tests/support/certificate.h"
@@ -21,7 +21,7 @@ const std::map<std::string, std::string> parameters{{"Properties.API.HTTP.Versio
                                                     {"Image.Rotation", "180"},
                                                     {"Properties.Image.Format", "jpeg,mjpeg"}};
 
-// More than a response buffer, less than what would take time.
+// Larger than a response buffer, small enough to be quick.
 std::string mjpegFile() {
     std::string file;
     for (int i = 0; i < 20; ++i)
@@ -77,7 +77,7 @@ TEST_F(NginxDetection, MjpegFile) {
     EXPECT_EQ(entry_.streamOptions, "camera=2");
 }
 
-TEST_F(NginxDetection, IsAskedOnOneConnectionUntilAStreamTakesIt) {
+TEST_F(NginxDetection, OneConnectionIsReusedUntilAStreamNeedsIt) {
     const Nginx nginx(mjpegEncoder());
     EXPECT_TRUE(detectAt(nginx));
     const std::string audio = "/vexo-cgi/audio/receive.cgi";
@@ -119,7 +119,7 @@ TEST_F(NginxDetection, OldEncoder) {
                   {"ImageRotation", ""}});
 }
 
-TEST_F(NginxDetection, NothingAtAll) {
+TEST_F(NginxDetection, NoKindOfStream) {
     const Nginx nginx(NginxOptions{});
     EXPECT_TRUE(detectAt(nginx));
     expectStatus({{"ErrorCode", "20"}, {"APIVersion", "1"}, {"Model", "Unknown"}, {"VideoSourceType", ""}});
@@ -147,7 +147,7 @@ TEST_F(NginxDetection, WrongCredentials) {
     EXPECT_EQ(log().find("guess"), std::string::npos);
 }
 
-TEST_F(NginxDetection, ViewersAreSentToTheAdministratorsCgi) {
+TEST_F(NginxDetection, ViewersAreReferredToTheAdministratorsCgi) {
     NginxOptions options = mjpegEncoder();
     options.viewerIsRefused = true;
     options.adminParameters = parameters;
@@ -160,7 +160,7 @@ TEST_F(NginxDetection, ViewersAreSentToTheAdministratorsCgi) {
                   {"NumberOfVideoSources", "4"}});
 }
 
-TEST_F(NginxDetection, TlsWithACertificateOfItsOwn) {
+TEST_F(NginxDetection, TlsWithATrustedCertificate) {
     const scripted::Certificate certificate;
     NginxOptions options = mjpegEncoder();
     options.certificate = &certificate;
@@ -176,8 +176,8 @@ TEST_F(NginxDetection, TlsWithACertificateOfItsOwn) {
     EXPECT_EQ(entry_.rtspPort, nginx.port());
 }
 
-// Nothing can be asked then; what the port says in clear is a refusal.
-TEST_F(NginxDetection, CertificateOfAStrangerIsRefused) {
+// Nothing can be queried then: over plain HTTP, the port answers with an error.
+TEST_F(NginxDetection, AnUnknownCertificateIsRefused) {
     const scripted::Certificate certificate;
     const scripted::Certificate other;
     NginxOptions options = mjpegEncoder();

@@ -1,4 +1,4 @@
-// A program of other people (or our own as their peer) that a test talks to over 127.0.0.1.
+// Independent programs, and ours, that a test starts and talks to over 127.0.0.1.
 #pragma once
 
 #include "tests/appliance/process.h"
@@ -11,14 +11,14 @@
 
 namespace peers {
 
-// Why a test that needs these programs can't run: "" they are all installed.
+// The reason to skip a test that needs these programs; "" if all are installed.
 std::string missing(const std::vector<std::string>& programs);
 
-// A port that was free a moment ago.
+// A port that is free at the time of the call.
 int freePort();
 
-// Whether some process in this network listens on the TCP port; asked of the kernel, so that a server for a
-// single client keeps its one connection.
+// Whether a process in this network listens on the TCP port. The kernel is asked, not the port, because some servers
+// take only one connection.
 bool listens(int port);
 
 class Folder {
@@ -28,13 +28,13 @@ public:
     Folder(Folder&& other) noexcept : path_(std::exchange(other.path_, {})) {}
     Folder& operator=(Folder&&) = delete;
     std::string file(const std::string& name) const { return path_ + "/" + name; }
-    void write(const std::string& name, const std::string& text) const; // with the folders above it
+    void write(const std::string& name, const std::string& text) const; // makes the folders above it too
 
 private:
     std::string path_;
 };
 
-// A running program, found by its name; ended by its pid with the object.
+// A running program, found in the PATH. The destructor ends it by its pid.
 class Program {
 public:
     Program(const std::string& name, std::vector<std::string> arguments);
@@ -46,10 +46,10 @@ private:
     std::unique_ptr<appliance::Process> process_;
 };
 
-// Runs a program, found by its name, to its end.
+// Runs a program, found in the PATH, to its end.
 appliance::Finished run(const std::string& name, std::vector<std::string> arguments);
 
-// Our video-encoder, listening.
+// Our video-encoder; listens when the constructor returns.
 class VideoEncoder {
 public:
     explicit VideoEncoder(std::vector<std::string> arguments);

@@ -1,5 +1,5 @@
-// Streams that ffmpeg and GStreamer's command line publish, as our players show them and our encoder's gateway
-// hands them on; and a player and ffmpeg side by side on one stream.
+// Our players and our encoder's gateway receive what ffmpeg and gst-launch-1.0 publish. A player and ffmpeg read one
+// stream at the same time.
 #include "appliance/players/player_test.h"
 #include "tests/peers/peer_program.h"
 
@@ -30,13 +30,13 @@ protected:
             GTEST_SKIP() << reason;
     }
 
-    // ffmpeg, at the speed of the pictures.
+    // ffmpeg in real time.
     static Program publish(std::vector<std::string> output) {
         output.insert(output.begin(), {"-v", "error", "-nostdin", "-re", "-f", "lavfi", "-i", pattern});
         return {"ffmpeg", std::move(output)};
     }
 
-    // One client may have it.
+    // ffmpeg serves one client only.
     static Program publishAt(int port, const std::string& path, std::vector<std::string> format) {
         format.insert(format.end(), {"-listen", "1", "http://127.0.0.1:" + std::to_string(port) + path});
         Program program = publish(std::move(format));
@@ -50,7 +50,7 @@ protected:
         return supervisor_.start(std::string(HOUSE_PROGRAMS) + "/" + player, arguments);
     }
 
-    // As many different pictures come to the screen.
+    // Whether the screen shows so many different pictures.
     bool differentPictures(std::size_t count) {
         std::set<std::size_t> seen;
         std::uint64_t number = 0;
@@ -92,7 +92,7 @@ TEST_F(Publishing, MulticastplayerShowsWhatFfmpegSends) {
     expectShown(start("multicastplayer", {"239.1.2.3", "5004"}), publisher);
 }
 
-// From a file of ffmpeg's: GStreamer 1.22 can't encode MPEG-2 by itself.
+// From a file that ffmpeg makes, because GStreamer 1.22 cannot encode MPEG-2 on its own.
 TEST_F(Publishing, MulticastplayerShowsWhatGStreamerSends) {
     const Folder folder;
     const appliance::Finished made =
@@ -106,7 +106,7 @@ TEST_F(Publishing, MulticastplayerShowsWhatGStreamerSends) {
     expectShown(start("multicastplayer", {"239.1.2.4", "5004"}), publisher);
 }
 
-TEST_F(Publishing, GatewayHandsOnWhatFfmpegServes) {
+TEST_F(Publishing, GatewayServesWhatFfmpegServes) {
     const int port = freePort();
     const Program publisher = publishAt(port, "/", {"-c:v", "mpeg2video", "-q:v", "5", "-f", "mpegts"});
     const VideoEncoder gateway(

@@ -1,4 +1,4 @@
-// Every kind of stream of video-encoder, as ffmpeg and GStreamer's command line read it: pictures come and move.
+// ffmpeg and gst-launch-1.0 read every kind of stream of video-encoder and get moving pictures.
 #include "tests/fakes/network_namespace.h"
 #include "tests/peers/peer_program.h"
 
@@ -15,7 +15,7 @@ struct Reader {
     const char* name;
     const char* encoder; // options of video-encoder
     const char* program;
-    const char* input; // for the program; HTTP and RTSP stand for ports
+    const char* input; // for the program; {http} and {rtsp} are replaced by the ports
 };
 
 std::ostream& operator<<(std::ostream& out, const Reader& reader) {
@@ -33,7 +33,7 @@ std::string replaced(std::string text, const std::string& word, int port) {
     return text;
 }
 
-// Both programs print a line with a checksum for each picture; comments begin with "#".
+// The distinct checksums: both programs print one line per picture. Comments begin with "#".
 std::set<std::string> checksums(const std::string& output) {
     std::istringstream lines(output);
     std::set<std::string> sums;

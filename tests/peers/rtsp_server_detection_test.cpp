@@ -1,8 +1,8 @@
-// Detection of an encoder whose RTSP is GStreamer's server, as its authors ship it, and whose HTTP is nginx's.
+// Detection of an encoder whose RTSP server is GStreamer's, with its defaults, and whose HTTP server is nginx.
 //
-// That server names its tracks "stream=0" and so on, and its sessions are no numbers. A detection asks for
-// "trackID=1", as encoders have it, and names a session by its number: such a server describes its stream, and
-// then knows no such track, or, where the track has that name, no such session.
+// That server names its tracks "stream=0" and so on, and its session ids are not numbers. A detection asks for
+// "trackID=1" and repeats a session id as a number. So the server answers DESCRIBE, but then does not know the track;
+// or, if the track has that name, it does not know the session.
 #include "detect/network_detection_fixture.h"
 #include "tests/fakes/network_namespace.h"
 #include "tests/peers/nginx.h"
@@ -30,7 +30,7 @@ protected:
         entry_.password = "s3cret";
     }
 
-    // On the ports that a detection expects.
+    // On the standard ports, because the address has none.
     bool detectServer(const StockRtspOptions& options) {
         peers::NginxOptions http;
         http.port = 80;
@@ -42,7 +42,7 @@ protected:
     }
 };
 
-TEST_F(RtspServerDetection, IsTakenOverTheConnection) {
+TEST_F(RtspServerDetection, IsAcceptedAsRtspOverTcp) {
     EXPECT_TRUE(detectServer({}));
     EXPECT_EQ(status(statusId, "ErrorCode"), "0") << trace();
     EXPECT_EQ(status(statusId, "VideoSourceType"), "rtsp-tcp");
@@ -54,7 +54,7 @@ TEST_F(RtspServerDetection, IsTakenOverTheConnection) {
     EXPECT_THAT(trace(), HasSubstr("Transport: RTP/AVP;multicast -> 404"));
 }
 
-TEST_F(RtspServerDetection, SessionsThatAreNoNumbersEndInTheConnectionToo) {
+TEST_F(RtspServerDetection, TextSessionIdsAreAcceptedAsRtspOverTcpToo) {
     EXPECT_TRUE(detectServer({.track = "trackID=1"}));
     EXPECT_EQ(status(statusId, "ErrorCode"), "0") << trace();
     EXPECT_EQ(status(statusId, "VideoSourceType"), "rtsp-tcp");
@@ -69,25 +69,25 @@ TEST_F(RtspServerDetection, BasicCredentials) {
     EXPECT_EQ(status(statusId, "ConnectMode"), "http-auth");
 }
 
-TEST_F(RtspServerDetection, WrongCredentialsAreNoStream) {
+TEST_F(RtspServerDetection, WrongCredentialsGiveNoStream) {
     entry_.password = "guess";
     EXPECT_TRUE(detectServer({.basic = true}));
     EXPECT_EQ(status(statusId, "ErrorCode"), "20") << trace();
 }
 
-TEST_F(RtspServerDetection, AnotherPathIsNoStream) {
+TEST_F(RtspServerDetection, AnotherPathGivesNoStream) {
     EXPECT_TRUE(detectServer({.path = "/live"}));
     EXPECT_EQ(status(statusId, "ErrorCode"), "20") << trace();
 }
 
-TEST_F(RtspServerDetection, ConfiguredForTheConnectionItIsAccepted) {
+TEST_F(RtspServerDetection, ConfiguredAsRtspOverTcpItIsAccepted) {
     entry_.configuredType = TYPE_RTSP_TCP;
     EXPECT_TRUE(detectServer({}));
     EXPECT_EQ(status(statusId, "ErrorCode"), "0") << trace();
     EXPECT_EQ(status(statusId, "VideoSourceType"), "rtsp-tcp");
 }
 
-TEST_F(RtspServerDetection, ConfiguredForPacketsItFails) {
+TEST_F(RtspServerDetection, ConfiguredAsUnicastOrMulticastItFails) {
     for (const int type : {TYPE_RTSP_UNICAST, TYPE_RTSP_MULTICAST}) {
         entry_.configuredType = type;
         EXPECT_TRUE(detectServer({}));

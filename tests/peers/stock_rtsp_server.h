@@ -1,4 +1,4 @@
-// GStreamer's RTSP server with one stream of a test pattern, all as its authors ship it but for what the options say.
+// GStreamer's RTSP server with one test pattern. Everything has the library's defaults except these options.
 #pragma once
 
 #include <memory>
@@ -8,8 +8,8 @@ namespace peers {
 
 struct StockRtspOptions {
     std::string path = "/mpeg4/1/media.orv";
-    std::string track{}; // its name; "" as the server likes
-    bool basic = false;  // asks for viewer/s3cret
+    std::string track{}; // its name; "": the server's default
+    bool basic = false;  // asks for the credentials viewer/s3cret
 };
 
 class StockRtspServer {

@@ -1,0 +1,8 @@
+// The pages for tests and users, which no fault affects: /faults reads and switches faults, /requests lists what
+// clients have asked. They answer to this machine only.
+#pragma once
+
+#include "appliance/encoder/http/http_session.h"
+
+// Replies if the request is for one of these pages; false, with nothing sent, for every other request.
+bool serveControlPage(HttpSession& session);

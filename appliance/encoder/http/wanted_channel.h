@@ -1,0 +1,11 @@
+// The channel that a query asks for.
+#pragma once
+
+#include "appliance/encoder/http/http_session.h"
+
+// From camera=N, camera=quad or quad=1. Without them, and with an empty camera=, it is the first input. Null if there
+// is no such channel.
+Channel* wantedChannel(const HttpSession& session);
+
+// The 404 reply for a query without a channel.
+void replyNoSuchCamera(HttpSession& session);
