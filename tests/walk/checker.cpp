@@ -214,7 +214,7 @@ void Checker::unexpectedError(const Line& line) {
     static constexpr std::array explained{
         "Unknown child event. pid=",         "Player crashed due to an uncaught signal. signo=",
         "No sources available in this mode.", "handleError called with -1 sourceID",
-        "launchPlayer called with NULL entry."};
+        "launchPlayer called with NULL entry.", "Illegal mode 'Auto' in Decoder.SequenceMode!"};
     const bool barriers = line.text.find("masterBarrier(") == 0 &&
                           (line.text.find("wrong barrierID") != std::string::npos ||
                            line.text.find("multiple barrier from same PID") != std::string::npos);

@@ -169,9 +169,8 @@ private:
     void shutdownCurrent(Machine machine, const std::string& passed, const std::string& failed);
     void playingStopped(Machine machine);
     void launch(Machine machine, const std::string& next, bool alone);
-    void singleStarted(Machine machine);
+    void started(Machine machine);
     void switchPlayer(Machine machine);
-    void doneSwitched(Machine machine);
     void crashedDuringPendingLaunch(Machine machine);
     void crashedDuringSwitch(Machine machine);
     void bothDown(Machine machine);

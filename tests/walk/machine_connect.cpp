@@ -33,6 +33,10 @@ void Run::connectWith(Machine machine, int version) {
     if (was != machine.automatic && !said(was ? "Mode transition: 0 -> 1" : "Mode transition: 1 -> 0")) {
         return;
     }
+    const bool legal = settings.mode == "auto" || settings.mode == "manual";
+    if (!legal && !said("Illegal mode '" + settings.mode + "' in Decoder.SequenceMode!")) {
+        return;
+    }
     if (!said("Found " + std::to_string(settings.sources.size()) + " sources")) {
         return;
     }

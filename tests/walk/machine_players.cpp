@@ -113,9 +113,10 @@ void Run::launch(Machine machine, const std::string& next, bool alone) {
     });
 }
 
-void Run::singleStarted(Machine machine) {
+void Run::started(Machine machine) {
     machine.currentPid = machine.pendingPid;
     machine.currentSource = machine.pendingSource;
+    machine.infoSource = machine.currentSource;
     machine.pendingPid = -1;
     playing(machine);
 }
@@ -130,11 +131,6 @@ void Run::switchPlayer(Machine machine) {
     if (ended(machine, pending ? machine.pendingSource : machine.currentSource, event)) {
         go(machine, pending ? "WAIT_FOR_CURRENT_PLAYER_STOP_DURING_PENDING_CRASH" : "DONE_SWITCHED_PLAYER");
     }
-}
-
-void Run::doneSwitched(Machine machine) {
-    machine.infoSource = machine.pendingSource;
-    singleStarted(machine);
 }
 
 void Run::crashedDuringPendingLaunch(Machine machine) {
