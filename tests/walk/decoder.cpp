@@ -182,12 +182,18 @@ void Decoder::readLog() {
         at = text.find(" -> ", at) + 4;
         state_ = text.substr(at, text.find('(', at) - at);
         ++transitions_;
+        ++entered_[state_];
     }
 }
 
 const std::string& Decoder::state() {
     readLog();
     return state_;
+}
+
+std::size_t Decoder::timesIn(const std::string& state) const {
+    const auto found = entered_.find(state);
+    return found == entered_.end() ? 0 : found->second;
 }
 
 bool Decoder::await(const std::vector<std::string>& states, appliance::Seconds limit) {

@@ -35,6 +35,7 @@ public:
     // The last state in the log.
     const std::string& state();
     std::size_t transitions() const { return transitions_; }
+    std::size_t timesIn(const std::string& state) const; // how often it was entered
     bool await(const std::vector<std::string>& states, appliance::Seconds limit);
     int newestPlayer(); // -1: none runs
 
@@ -62,6 +63,7 @@ private:
     std::string log_; // what is read of it
     std::string state_;
     std::size_t transitions_ = 0;
+    std::map<std::string, std::size_t> entered_;
 };
 
 } // namespace walk
