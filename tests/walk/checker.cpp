@@ -211,16 +211,17 @@ void Checker::transition(const Line& line, std::size_t number) {
 
 // Errors that events of the walk explain; any other is a violation.
 void Checker::unexpectedError(const Line& line) {
-    static constexpr std::array explained{
-        "Unknown child event. pid=",         "Player crashed due to an uncaught signal. signo=",
-        "No sources available in this mode.", "handleError called with -1 sourceID",
-        "launchPlayer called with NULL entry.", "Illegal mode 'Auto' in Decoder.SequenceMode!"};
+    static constexpr std::array explained{"Unknown child event. pid=",
+                                          "Player crashed due to an uncaught signal. signo=",
+                                          "No sources available in this mode.",
+                                          "handleError called with -1 sourceID",
+                                          "launchPlayer called with NULL entry.",
+                                          "Illegal mode 'Auto' in Decoder.SequenceMode!"};
     const bool barriers = line.text.find("masterBarrier(") == 0 &&
                           (line.text.find("wrong barrierID") != std::string::npos ||
                            line.text.find("multiple barrier from same PID") != std::string::npos);
-    if (line.level <= 3 && !barriers && std::ranges::none_of(explained, [&](const char* start) {
-            return line.text.find(start) == 0;
-        })) {
+    if (line.level <= 3 && !barriers &&
+        std::ranges::none_of(explained, [&](const char* start) { return line.text.find(start) == 0; })) {
         verdict_.violations.push_back("an error that nothing explains: " + describe(line));
     }
 }
@@ -238,7 +239,8 @@ bool Checker::matches(const Machine& machine, const Look& look, Time time) const
         }
     }
     return look.colour == shown.colour && look.pattern == shown.pattern &&
-           look.currentSource == std::to_string(shown.infoSource) && look.infoConnected == shown.infoConnected;
+           look.currentSource == std::to_string(shown.infoSource) &&
+           look.infoConnected == shown.infoConnected;
 }
 
 void Checker::look(const Line& line) {
@@ -251,10 +253,10 @@ void Checker::look(const Line& line) {
         const Machine wanted = Run(history_, window_).resting(machines_.front());
         text << "in " << wanted.state << ": texts \"" << look.osd[0] << "\", \"" << look.osd[1] << "\", \""
              << look.osd[2] << "\", LED " << look.colour << ',' << look.pattern << ", CurrentSource "
-             << look.currentSource << ", Connected " << look.infoConnected << "; expected \"" << wanted.osd[0].text
-             << "\", \"" << wanted.osd[1].text << "\", \"" << wanted.osd[2].text << "\", LED " << wanted.colour
-             << ',' << wanted.pattern << ", CurrentSource " << wanted.infoSource << ", Connected "
-             << wanted.infoConnected;
+             << look.currentSource << ", Connected " << look.infoConnected << "; expected \""
+             << wanted.osd[0].text << "\", \"" << wanted.osd[1].text << "\", \"" << wanted.osd[2].text
+             << "\", LED " << wanted.colour << ',' << wanted.pattern << ", CurrentSource "
+             << wanted.infoSource << ", Connected " << wanted.infoConnected;
         fail(text.str(), number);
     }
     const std::set<int> children(look.children.begin(), look.children.end());

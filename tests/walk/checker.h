@@ -55,7 +55,7 @@ private:
     std::set<int> gone_;       // players whose end was told
     std::size_t launches_ = 0;
     std::optional<std::size_t> shutdown_; // where the log tells of it
-    bool lost_ = false;        // after a violation of the table nothing further can be said
+    bool lost_ = false;                   // after a violation of the table nothing further can be said
     Verdict verdict_;
 };
 

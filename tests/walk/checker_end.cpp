@@ -140,25 +140,28 @@ void Checker::checkPlayers() {
                                           std::to_string(wantedSource[line.pid]));
         } else if (line.kind == Kind::added && line.id == child && ends.contains(line.value1) &&
                    told.insert(line.value1).second && !ends[line.value1].contains(line.value2 & ~0x80)) {
-            verdict_.violations.push_back("player " + std::to_string(line.value1) + " ended otherwise than with status " +
-                                          std::to_string(line.value2) + ", as the supervisor heard");
+            verdict_.violations.push_back("player " + std::to_string(line.value1) +
+                                          " ended otherwise than with status " + std::to_string(line.value2) +
+                                          ", as the supervisor heard");
         }
     }
     for (const auto& [pid, count] : hangUps) {
-        if (std::ranges::none_of(machines_, [&](const Machine& machine) {
-                return std::ranges::count(machine.hangUps, pid) >= count;
-            }) && std::ranges::none_of(window_.texts, [](const std::string& text) {
+        if (std::ranges::none_of(
+                machines_,
+                [&](const Machine& machine) { return std::ranges::count(machine.hangUps, pid) >= count; }) &&
+            std::ranges::none_of(window_.texts, [](const std::string& text) {
                 return text == "Sending HUP to current player";
             })) {
-            verdict_.violations.push_back("player " + std::to_string(pid) + " was told to stop without a reason");
+            verdict_.violations.push_back("player " + std::to_string(pid) +
+                                          " was told to stop without a reason");
         }
     }
 }
 
 void Checker::checkShutdown() {
     static const std::vector<std::string> wanted{
-        "[SHUTDOWN] Skelmor shutdown started!!!", "[SHUTDOWN] Sending SIGINT to children...",
-        "[SHUTDOWN] All children dead...",        "[SHUTDOWN] Removing barriers...",
+        "[SHUTDOWN] Skelmor shutdown started!!!",  "[SHUTDOWN] Sending SIGINT to children...",
+        "[SHUTDOWN] All children dead...",         "[SHUTDOWN] Removing barriers...",
         "[SHUTDOWN] Shutting down event queue...", "[SHUTDOWN] Closing log system..."};
     std::vector<std::string> found;
     std::map<int, Time> interrupted;

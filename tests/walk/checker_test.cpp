@@ -46,7 +46,8 @@ protected:
     static void TearDownTestSuite() { delete history_; }
 
     // Changes one line after the other, each in a history of its own, and counts those that go unnoticed.
-    void doctor(const std::vector<std::size_t>& places, const std::function<void(History&, std::size_t)>& change) {
+    void doctor(const std::vector<std::size_t>& places,
+                const std::function<void(History&, std::size_t)>& change) {
         ASSERT_FALSE(places.empty());
         const std::size_t step = std::max<std::size_t>(1, places.size() / mostOfAKind);
         std::size_t tried = 0;
@@ -80,9 +81,8 @@ TEST_F(DoctoredHistory, IsRefusedWithAnotherStateInAnyTransition) {
     const std::vector<std::size_t> places = linesOf(*history_, Kind::state);
     doctor(places, [&](History& history, std::size_t place) {
         Line& line = history.lines[place];
-        const auto another = std::ranges::find_if(arrows(), [&](const Arrow& arrow) {
-            return arrow.from == line.from && arrow.to != line.to;
-        });
+        const auto another = std::ranges::find_if(
+            arrows(), [&](const Arrow& arrow) { return arrow.from == line.from && arrow.to != line.to; });
         line.to = another == arrows().end() ? "LOCKED" : another->to;
         const auto next = std::ranges::upper_bound(places, place);
         if (next != places.end()) {
@@ -129,9 +129,7 @@ TEST_F(DoctoredHistory, IsRefusedWithoutTheAnnouncementOfAPlayer) {
 TEST_F(DoctoredHistory, IsRefusedWithATimerThatComesEarly) {
     std::vector<std::size_t> places = linesOf(*history_, Kind::added, timeout);
     std::erase_if(places, [](std::size_t place) { return history_->lines[place].value1 < 65536; });
-    doctor(places, [](History& history, std::size_t place) {
-        history.lines[place].time -= 5 * second / 10;
-    });
+    doctor(places, [](History& history, std::size_t place) { history.lines[place].time -= 5 * second / 10; });
 }
 
 TEST_F(DoctoredHistory, IsRefusedWithATimerOfAnotherLength) {

@@ -77,10 +77,11 @@ std::string Decoder::parameterText(const Settings& settings, const std::string& 
     std::ostringstream text;
     text << "[Decoder]\nAutoConnect = " << yesNo(settings.autoConnect) << "\nSequenceMode = " << settings.mode
          << "\nAutoDetectTimeout = " << settings.detectTimeout
-         << "\nShowDisconnectedMessage = " << yesNo(settings.showsMessage) << "\nVideoMode = pal\nConnected = "
-         << connected << "\n[Alarm]\nEnabled = " << yesNo(settings.alarms)
-         << "\nDisplayTime = " << settings.alarmTime << "\n[Buttons]\nVideoSelectEnabled = "
-         << yesNo(settings.button) << "\n[Network.eth0]\nIPAddress = 127.0.0.1\n";
+         << "\nShowDisconnectedMessage = " << yesNo(settings.showsMessage)
+         << "\nVideoMode = pal\nConnected = " << connected
+         << "\n[Alarm]\nEnabled = " << yesNo(settings.alarms) << "\nDisplayTime = " << settings.alarmTime
+         << "\n[Buttons]\nVideoSelectEnabled = " << yesNo(settings.button)
+         << "\n[Network.eth0]\nIPAddress = 127.0.0.1\n";
     for (const Source& source : settings.sources) {
         text << "[Encoder." << source.name << "]\nName = " << source.name << "\nAddress = " << source.address
              << "\nVideoSourceNumber = " << source.number << "\nVideoSourceType = " << source.type
@@ -118,7 +119,8 @@ void Decoder::send(int id, int value1, int value2, const std::string& text) {
 
 void Decoder::press(char state) {
     record(Kind::pressed).number = state - '0';
-    const int fd = open((appliance_.root() + "/proc/sys/dev/button_videoselect").c_str(), O_WRONLY | O_NONBLOCK);
+    const int fd =
+        open((appliance_.root() + "/proc/sys/dev/button_videoselect").c_str(), O_WRONLY | O_NONBLOCK);
     EXPECT_EQ(::write(fd, &state, 1), 1) << std::strerror(errno);
     close(fd);
 }

@@ -23,12 +23,12 @@ bool asks(const std::string& request, const std::string& path) {
 ScriptedEncoder::ScriptedEncoder() {
     using namespace scripted;
     // A stalling encoder answers with nothing and keeps the connection; all others close it.
-    server_ = std::make_unique<Server>(
-        Script{readRequest(), scripted::answer([this](const std::string& request) { return answer(request); }),
-               closeWhen([this](const std::string& request) {
-                   return manner_ != Manner::stalls || asks(request, presetPath);
-               }),
-               stall()});
+    server_ = std::make_unique<Server>(Script{
+        readRequest(), scripted::answer([this](const std::string& request) { return answer(request); }),
+        closeWhen([this](const std::string& request) {
+            return manner_ != Manner::stalls || asks(request, presetPath);
+        }),
+        stall()});
 }
 
 void ScriptedEncoder::note(Kind kind, const std::string& text) {

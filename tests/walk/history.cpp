@@ -16,7 +16,7 @@ Time now() {
 
 const Source* Settings::source(int index) const {
     return index >= 0 && index < static_cast<int>(sources.size()) ? &sources[static_cast<std::size_t>(index)]
-                                                                   : nullptr;
+                                                                  : nullptr;
 }
 
 std::string Settings::key(int index) const {
@@ -30,8 +30,8 @@ namespace {
 Time timeOf(const std::string& text) {
     std::tm date{};
     int micros = 0;
-    if (std::sscanf(text.c_str(), "%d-%d-%dT%d:%d:%d.%dZ", &date.tm_year, &date.tm_mon, &date.tm_mday, &date.tm_hour,
-                    &date.tm_min, &date.tm_sec, &micros) != 7) {
+    if (std::sscanf(text.c_str(), "%d-%d-%dT%d:%d:%d.%dZ", &date.tm_year, &date.tm_mon, &date.tm_mday,
+                    &date.tm_hour, &date.tm_min, &date.tm_sec, &micros) != 7) {
         return 0;
     }
     date.tm_year -= 1900;
@@ -48,15 +48,15 @@ void classify(Line& line) {
         line.kind = Kind::state;
         line.from = found[1];
         line.to = found[2];
-    } else if (std::sscanf(raw, "eventHandler() adding event to queue (id=%d, val=(%d,%d))", &line.id, &line.value1,
-                           &line.value2) == 3) {
+    } else if (std::sscanf(raw, "eventHandler() adding event to queue (id=%d, val=(%d,%d))", &line.id,
+                           &line.value1, &line.value2) == 3) {
         line.kind = Kind::added;
     } else if (std::sscanf(raw, "eventHandler() discarding event (event queue full id=%d", &line.id) == 1) {
         line.kind = Kind::discarded;
     } else if (std::sscanf(raw, "eventHandler::pushEvent() pushing event to queue (id=%d)", &line.id) == 1) {
         line.kind = Kind::pushed;
-    } else if (std::sscanf(raw, "eventHandler::pushEvent() discarding event (event queue full id=%d", &line.id) ==
-               1) {
+    } else if (std::sscanf(raw, "eventHandler::pushEvent() discarding event (event queue full id=%d",
+                           &line.id) == 1) {
         line.kind = Kind::pushDropped;
     }
 }
@@ -143,12 +143,18 @@ std::vector<Line> merge(std::vector<Line> log, std::vector<Line> others) {
 }
 
 std::string describe(const Line& line) {
-    static const std::map<Kind, std::string> names{
-        {Kind::writeBegins, "walk: writes settings"}, {Kind::writeEnds, "walk: settings written"},
-        {Kind::connectBegins, "walk: writes Decoder.Connected"}, {Kind::connectEnds, "walk: Connected written"},
-        {Kind::sent, "walk: sends"}, {Kind::pressed, "walk: button"}, {Kind::killed, "walk: signals player"},
-        {Kind::player, "player:"}, {Kind::video, "encoder: video from"}, {Kind::moved, "encoder: preset"},
-        {Kind::blanked, "shell:"}, {Kind::looked, "walk: looks"}};
+    static const std::map<Kind, std::string> names{{Kind::writeBegins, "walk: writes settings"},
+                                                   {Kind::writeEnds, "walk: settings written"},
+                                                   {Kind::connectBegins, "walk: writes Decoder.Connected"},
+                                                   {Kind::connectEnds, "walk: Connected written"},
+                                                   {Kind::sent, "walk: sends"},
+                                                   {Kind::pressed, "walk: button"},
+                                                   {Kind::killed, "walk: signals player"},
+                                                   {Kind::player, "player:"},
+                                                   {Kind::video, "encoder: video from"},
+                                                   {Kind::moved, "encoder: preset"},
+                                                   {Kind::blanked, "shell:"},
+                                                   {Kind::looked, "walk: looks"}};
     const auto name = names.find(line.kind);
     char clock[32];
     const std::time_t seconds = line.time / second;

@@ -53,24 +53,24 @@ struct Look {
 };
 
 enum class Kind {
-    state,        // the log: a state transition; texts in from and to
-    added,        // the log: an event came into the internal queue
-    discarded,    // the log: an event found the queue full for its identifier
-    pushed,       // the log: the state machine put an event back
-    pushDropped,  // the log: the same, but the queue was full
-    text,         // any other line of the supervisor's log
-    writeBegins,  // the walk begins to write settings; number is their version
-    writeEnds,    //
+    state,         // the log: a state transition; texts in from and to
+    added,         // the log: an event came into the internal queue
+    discarded,     // the log: an event found the queue full for its identifier
+    pushed,        // the log: the state machine put an event back
+    pushDropped,   // the log: the same, but the queue was full
+    text,          // any other line of the supervisor's log
+    writeBegins,   // the walk begins to write settings; number is their version
+    writeEnds,     //
     connectBegins, // the walk begins to write "Decoder.Connected"; text is the value
-    connectEnds,  //
-    sent,         // the walk sent an event
-    pressed,      // the walk wrote to the button file; number is 1 or 2
-    killed,       // the walk signalled a player; number is the signal
-    player,       // a player noted text and number
-    video,        // an encoder delivered video; text is its address
-    moved,        // an encoder was told a preset; text is address and preset
-    blanked,      // "blankscreen" ran
-    looked,       // a look; number is its index
+    connectEnds,   //
+    sent,          // the walk sent an event
+    pressed,       // the walk wrote to the button file; number is 1 or 2
+    killed,        // the walk signalled a player; number is the signal
+    player,        // a player noted text and number
+    video,         // an encoder delivered video; text is its address
+    moved,         // an encoder was told a preset; text is address and preset
+    blanked,       // "blankscreen" ran
+    looked,        // a look; number is its index
 };
 
 struct Line {
@@ -91,7 +91,7 @@ struct History {
     std::vector<Line> lines; // in the order of time; the lines of one log in its order
     std::vector<Settings> settings;
     std::vector<Look> looks;
-    std::map<int, std::string> alarmTexts; // value 2 of an alarm to its text
+    std::map<int, std::string> alarmTexts;    // value 2 of an alarm to its text
     std::vector<std::pair<long, int>> timers; // milliseconds and id, as the supervisor printed them
     std::vector<int> launched;                // pids of players, in order, as the supervisor printed them
     Time bootTime = 0;                        // gettimeusec() is time - bootTime

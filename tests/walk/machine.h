@@ -16,8 +16,18 @@ namespace walk {
 // How late a reaction may be on a machine that does too much at once.
 inline constexpr Time lateness = 8 * second;
 
-enum Id { child = 2, button = 4, timeout = 6, barrier = 7, alarm = 8, property = 9, flush = 10, select = 11,
-          lock = 12, reconnect = 13 };
+enum Id {
+    child = 2,
+    button = 4,
+    timeout = 6,
+    barrier = 7,
+    alarm = 8,
+    property = 9,
+    flush = 10,
+    select = 11,
+    lock = 12,
+    reconnect = 13
+};
 
 struct Event {
     int id = 0;

@@ -80,7 +80,8 @@ void Run::connectWith(Machine machine, int version) {
             taker.alarmText = text == history_.alarmTexts.end() ? "" : text->second;
             taker.lastAlarm = {std::min(event.time, window_.begin), window_.end};
             showAlarm(taker, event.value1);
-            peek(taker, {select}, selected, [this](const Machine& alone) { go(alone, "REQUEST_ENCODER_TYPE"); });
+            peek(taker, {select}, selected,
+                 [this](const Machine& alone) { go(alone, "REQUEST_ENCODER_TYPE"); });
         },
         [&](const Machine& other) { peek(other, {select}, selected, unselected); });
 }

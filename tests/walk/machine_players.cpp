@@ -99,7 +99,8 @@ void Run::launch(Machine machine, const std::string& next, bool alone) {
     machine.cause = window_.end; // a camera may have to be turned
     entry(machine, machine.pendingSource, [&](Machine knows, bool detected) {
         if (!detected) {
-            if (said("launchPlayer called with NULL entry.") || said("launchPlayer called with an invalid entry.")) {
+            if (said("launchPlayer called with NULL entry.") ||
+                said("launchPlayer called with an invalid entry.")) {
                 go(knows, "COULD_NOT_LAUNCH_PENDING_PLAYER");
             }
             return;
@@ -178,8 +179,8 @@ void Run::couldNotLaunch(Machine machine) {
     }
     machine.pendingPid = -1;
     if (said("Failed to launch pending player") && invalidated(machine, machine.pendingSource)) {
-        go(machine,
-           machine.paused && machine.automatic ? "CURRENT_PLAYER_CRASHED_DURING_PAUSE" : "SET_SLEEP_10_TIMER");
+        go(machine, machine.paused && machine.automatic ? "CURRENT_PLAYER_CRASHED_DURING_PAUSE"
+                                                        : "SET_SLEEP_10_TIMER");
     }
 }
 

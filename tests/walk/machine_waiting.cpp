@@ -28,7 +28,8 @@ Machine Run::resting(Machine machine) const {
         machine.paused = true;
     } else if (machine.state == "MANUAL_WAIT_ERROR_SLEEP_EVENT") {
         showNoConnection(machine);
-    } else if (machine.state == "SLEEP_AFTER_CRASH_DURING_PAUSE" || machine.state == "AUTO_WAIT_ERROR_SLEEP_EVENT" ||
+    } else if (machine.state == "SLEEP_AFTER_CRASH_DURING_PAUSE" ||
+               machine.state == "AUTO_WAIT_ERROR_SLEEP_EVENT" ||
                machine.state == "AUTO_SLEEP_AFTER_ENCODER_REQUEST_FAILED") {
         if (machine.currentPid == -1) {
             showNoConnection(machine);
@@ -51,38 +52,39 @@ void Run::autoStartTimer(Machine machine) {
 }
 
 void Run::autoWait(Machine machine) {
-    wait(machine, {button, select, property, lock, timeout, child}, [this](Machine& waiter, const Event& event) {
-        if (stops(waiter, event)) {
-            return true;
-        }
-        if (event.id == button) {
-            go(waiter, "AUTO_PAUSE");
-            return true;
-        }
-        if (event.id == select) {
-            waiter.pendingSource = event.value1;
-            go(waiter, "AUTO_DIRECT_SOURCE_SELECT");
-            return true;
-        }
-        if (event.id == timeout) {
-            if (event.value1 == waiter.sequenceTimer) {
-                go(waiter, "AUTO_GOTO_NEXT_SOURCE");
-                return true;
-            }
-            return !said("Unknown timer ID, probably from previous crashed/interrupted PID. ID=" +
-                         std::to_string(event.value1));
-        }
-        if (event.id != child) {
-            return false;
-        }
-        if (event.value1 != waiter.currentPid) {
-            return !said("Unknown child event. pid=" + std::to_string(event.value1));
-        }
-        if (ended(waiter, waiter.currentSource, event)) {
-            go(waiter, "CURRENT_PLAYER_CRASHED_DURING_PLAYING");
-        }
-        return true;
-    });
+    wait(machine, {button, select, property, lock, timeout, child},
+         [this](Machine& waiter, const Event& event) {
+             if (stops(waiter, event)) {
+                 return true;
+             }
+             if (event.id == button) {
+                 go(waiter, "AUTO_PAUSE");
+                 return true;
+             }
+             if (event.id == select) {
+                 waiter.pendingSource = event.value1;
+                 go(waiter, "AUTO_DIRECT_SOURCE_SELECT");
+                 return true;
+             }
+             if (event.id == timeout) {
+                 if (event.value1 == waiter.sequenceTimer) {
+                     go(waiter, "AUTO_GOTO_NEXT_SOURCE");
+                     return true;
+                 }
+                 return !said("Unknown timer ID, probably from previous crashed/interrupted PID. ID=" +
+                              std::to_string(event.value1));
+             }
+             if (event.id != child) {
+                 return false;
+             }
+             if (event.value1 != waiter.currentPid) {
+                 return !said("Unknown child event. pid=" + std::to_string(event.value1));
+             }
+             if (ended(waiter, waiter.currentSource, event)) {
+                 go(waiter, "CURRENT_PLAYER_CRASHED_DURING_PLAYING");
+             }
+             return true;
+         });
 }
 
 void Run::autoPause(Machine machine) {
@@ -209,34 +211,35 @@ void Run::tryAlarm(Machine& machine, const Event& event, bool& certain) {
 }
 
 void Run::manualWait(Machine machine) {
-    wait(machine, {alarm, button, select, child, property, lock}, [this](Machine& waiter, const Event& event) {
-        bool certain = false;
-        if (stops(waiter, event)) {
-            return true;
-        }
-        switch (event.id) {
-        case alarm:
-            tryAlarm(waiter, event, certain);
-            return certain;
-        case button:
-            go(waiter, "MANUAL_GOTO_NEXT_SOURCE");
-            return true;
-        case select:
-            waiter.pendingSource = event.value1;
-            go(waiter, "MANUAL_DIRECT_SOURCE_SELECT");
-            return true;
-        case child:
-            if (event.value1 != waiter.currentPid) {
-                return !said("Unknown child event. pid=" + std::to_string(event.value1));
-            }
-            if (ended(waiter, waiter.currentSource, event)) {
-                go(waiter, "CURRENT_PLAYER_CRASHED_DURING_PLAYING");
-            }
-            return true;
-        default:
-            return false;
-        }
-    });
+    wait(machine, {alarm, button, select, child, property, lock},
+         [this](Machine& waiter, const Event& event) {
+             bool certain = false;
+             if (stops(waiter, event)) {
+                 return true;
+             }
+             switch (event.id) {
+             case alarm:
+                 tryAlarm(waiter, event, certain);
+                 return certain;
+             case button:
+                 go(waiter, "MANUAL_GOTO_NEXT_SOURCE");
+                 return true;
+             case select:
+                 waiter.pendingSource = event.value1;
+                 go(waiter, "MANUAL_DIRECT_SOURCE_SELECT");
+                 return true;
+             case child:
+                 if (event.value1 != waiter.currentPid) {
+                     return !said("Unknown child event. pid=" + std::to_string(event.value1));
+                 }
+                 if (ended(waiter, waiter.currentSource, event)) {
+                     go(waiter, "CURRENT_PLAYER_CRASHED_DURING_PLAYING");
+                 }
+                 return true;
+             default:
+                 return false;
+             }
+         });
 }
 
 void Run::manualAlarm(Machine machine) {
@@ -246,31 +249,32 @@ void Run::manualAlarm(Machine machine) {
 
 void Run::manualSleep(Machine machine) {
     machine = resting(std::move(machine));
-    wait(machine, {button, select, alarm, timeout, property, lock}, [this](Machine& waiter, const Event& event) {
-        bool certain = false;
-        if (stops(waiter, event)) {
-            return true;
-        }
-        switch (event.id) {
-        case alarm:
-            tryAlarm(waiter, event, certain);
-            return certain;
-        case button:
-            go(waiter, "MANUAL_GOTO_NEXT_SOURCE");
-            return true;
-        case select:
-            waiter.pendingSource = event.value1;
-            go(waiter, "MANUAL_DIRECT_SOURCE_SELECT");
-            return true;
-        case timeout:
-            if (event.value1 == waiter.sleepTimer) {
-                go(waiter, "REQUEST_ENCODER_TYPE");
-            }
-            return event.value1 == waiter.sleepTimer;
-        default:
-            return false;
-        }
-    });
+    wait(machine, {button, select, alarm, timeout, property, lock},
+         [this](Machine& waiter, const Event& event) {
+             bool certain = false;
+             if (stops(waiter, event)) {
+                 return true;
+             }
+             switch (event.id) {
+             case alarm:
+                 tryAlarm(waiter, event, certain);
+                 return certain;
+             case button:
+                 go(waiter, "MANUAL_GOTO_NEXT_SOURCE");
+                 return true;
+             case select:
+                 waiter.pendingSource = event.value1;
+                 go(waiter, "MANUAL_DIRECT_SOURCE_SELECT");
+                 return true;
+             case timeout:
+                 if (event.value1 == waiter.sleepTimer) {
+                     go(waiter, "REQUEST_ENCODER_TYPE");
+                 }
+                 return event.value1 == waiter.sleepTimer;
+             default:
+                 return false;
+             }
+         });
 }
 
 std::vector<Machine> Run::outcomes(Machine machine) {
@@ -278,8 +282,8 @@ std::vector<Machine> Run::outcomes(Machine machine) {
     const auto by = [](void (Run::*handler)(Machine)) {
         return Handler([handler](Run& run, Machine m) { (run.*handler)(std::move(m)); });
     };
-    const auto meets = [](int barrierId, bool current, bool pending, const char* passed, const char* pendingEnded,
-                          const char* currentEnded) {
+    const auto meets = [](int barrierId, bool current, bool pending, const char* passed,
+                          const char* pendingEnded, const char* currentEnded) {
         return Handler([=](Run& run, Machine m) {
             run.meetOr(std::move(m), barrierId, current, pending, passed, pendingEnded, currentEnded);
         });
@@ -357,7 +361,9 @@ std::vector<Machine> Run::outcomes(Machine machine) {
         {"AUTO_PAUSE", by(&Run::autoPause)},
         {"CURRENT_PLAYER_CRASHED_DURING_PAUSE", by(&Run::crashedDuringPause)},
         {"SLEEP_AFTER_CRASH_DURING_PAUSE",
-         [](Run& run, const Machine& m) { run.autoSleep(m, true, "REQUEST_ENCODER_AFTER_CRASH_DURING_PAUSE"); }},
+         [](Run& run, const Machine& m) {
+             run.autoSleep(m, true, "REQUEST_ENCODER_AFTER_CRASH_DURING_PAUSE");
+         }},
         {"REQUEST_ENCODER_AFTER_CRASH_DURING_PAUSE", by(&Run::requestAfterPauseCrash)},
         {"MANUAL_WAIT_FOR_NEW_SELECTION", by(&Run::manualWait)},
         {"MANUAL_ALARM", by(&Run::manualAlarm)},

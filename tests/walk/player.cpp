@@ -146,8 +146,7 @@ void awaitRelease(int barrier) {
     const bool brokeRules = plan.action == "wrong" || plan.action == "twice";
     const auto until = std::chrono::steady_clock::now() + patienceOfRuleBreakers;
     while (libcommon::pollBarrierRelease(barrier) != 0) {
-        if ((errno != EAGAIN && errno != EINTR) ||
-            (brokeRules && std::chrono::steady_clock::now() > until)) {
+        if ((errno != EAGAIN && errno != EINTR) || (brokeRules && std::chrono::steady_clock::now() > until)) {
             leave(99);
         }
         moment();

@@ -56,7 +56,8 @@ const std::vector<Arrow> table{
     {"LAUNCH_PENDING_PLAYER", "COULD_NOT_LAUNCH_PENDING_PLAYER", "the fork failed", unreachable},
     {"WAIT_LAUNCHED_PENDING_PLAYER", "WAIT_SHUTDOWN_CURRENT_PLAYER", "barrier 0"},
     {"WAIT_LAUNCHED_PENDING_PLAYER", "COULD_NOT_LAUNCH_PENDING_PLAYER", "the pending player ended"},
-    {"WAIT_LAUNCHED_PENDING_PLAYER", "CURRENT_PLAYER_CRASHED_DURING_PENDING_LAUNCH", "the current player ended"},
+    {"WAIT_LAUNCHED_PENDING_PLAYER", "CURRENT_PLAYER_CRASHED_DURING_PENDING_LAUNCH",
+     "the current player ended"},
     {"WAIT_SHUTDOWN_CURRENT_PLAYER", "SWITCH_PLAYER", "barrier 1 of both"},
     {"WAIT_SHUTDOWN_CURRENT_PLAYER", "PENDING_PLAYER_CRASHED_STOPPING_CURRENT", "the pending player ended"},
     {"WAIT_SHUTDOWN_CURRENT_PLAYER", "CURRENT_PLAYER_CRASHED_DURING_SWITCH", "the current player ended"},
@@ -67,8 +68,10 @@ const std::vector<Arrow> table{
 
     {"CURRENT_PLAYER_CRASHED_DURING_PENDING_LAUNCH", "WAIT_LAUNCHED_CURRENT_PLAYER_POS_WITH_NON_EXISTING",
      "always"},
-    {"CURRENT_PLAYER_CRASHED_DURING_SWITCH", "DONE_SWITCHED_PLAYER", "barrier 1 of the pending player, 2 s later"},
-    {"CURRENT_PLAYER_CRASHED_DURING_SWITCH", "BOTH_PLAYERS_DOWN_AFTER_PENDING_CRASH", "the pending player ended"},
+    {"CURRENT_PLAYER_CRASHED_DURING_SWITCH", "DONE_SWITCHED_PLAYER",
+     "barrier 1 of the pending player, 2 s later"},
+    {"CURRENT_PLAYER_CRASHED_DURING_SWITCH", "BOTH_PLAYERS_DOWN_AFTER_PENDING_CRASH",
+     "the pending player ended"},
     {"PENDING_PLAYER_CRASHED_STOPPING_CURRENT", "WAIT_FOR_CURRENT_PLAYER_STOP_DURING_PENDING_CRASH",
      "barrier 1 of the current player"},
     {"PENDING_PLAYER_CRASHED_STOPPING_CURRENT", "BOTH_PLAYERS_DOWN_AFTER_PENDING_CRASH",
@@ -148,7 +151,8 @@ const std::vector<Arrow>& arrows() {
 }
 
 bool isArrow(const std::string& from, const std::string& to) {
-    return std::ranges::any_of(table, [&](const Arrow& arrow) { return arrow.from == from && arrow.to == to; });
+    return std::ranges::any_of(table,
+                               [&](const Arrow& arrow) { return arrow.from == from && arrow.to == to; });
 }
 
 bool isResting(const std::string& state) {
@@ -179,8 +183,8 @@ std::string describe(const Coverage& seen) {
         }
     }
     std::ostringstream text;
-    text << "states " << entered.size() << " of " << all.size() << ", arrows " << seen.size() << " of " << possible
-         << " (" << table.size() - possible << " more cannot be brought about)\n"
+    text << "states " << entered.size() << " of " << all.size() << ", arrows " << seen.size() << " of "
+         << possible << " (" << table.size() - possible << " more cannot be brought about)\n"
          << missing.str();
     return text.str();
 }

@@ -1,7 +1,8 @@
 // Random walks through the state machine of the real supervisor, and a check of the check.
 //
-// As a test each walk takes some twenty seconds. `random_walk --minutes N [--seed S]` walks one after the other for that
-// time; `--seed S` or the environment's WALK_SEED repeats a walk as far as the machine's timing allows.
+// As a test each walk takes about twenty seconds. `random_walk --minutes N [--seed S]` runs walks of a minute, one
+// after the other, for that time. `--seed S` or the environment's WALK_SEED repeats the choices of a walk; the
+// moments at which they meet the supervisor are never quite the same.
 #include "tests/walk/checker.h"
 #include "tests/walk/walker.h"
 
@@ -78,7 +79,8 @@ namespace {
 
 // Walks one after the other, each in a process of its own; the exit status.
 int walkLong(const char* program, int minutes, unsigned first) {
-    static const std::vector<std::string> tests{"ThroughAutomaticMode", "ThroughManualMode", "FromDisconnected"};
+    static const std::vector<std::string> tests{"ThroughAutomaticMode", "ThroughManualMode",
+                                                "FromDisconnected"};
     char coverage[] = "/tmp/walk-coverage-XXXXXX";
     close(mkstemp(coverage));
     const Time until = now() + minutes * 60 * second;
@@ -86,12 +88,12 @@ int walkLong(const char* program, int minutes, unsigned first) {
     int walks = 0;
     for (; now() < until; ++walks) {
         const std::string& test = tests[static_cast<std::size_t>(walks) % tests.size()];
-        const appliance::Finished finished = appliance::runToEnd(
-            {program, "--gtest_filter=RandomWalk." + test},
-            {{"WALK_SEED", std::to_string(first + static_cast<unsigned>(walks))},
-             {"WALK_SECONDS", std::to_string(longWalk)},
-             {"WALK_COVERAGE", coverage}},
-            appliance::Seconds(longWalk * 3));
+        const appliance::Finished finished =
+            appliance::runToEnd({program, "--gtest_filter=RandomWalk." + test},
+                                {{"WALK_SEED", std::to_string(first + static_cast<unsigned>(walks))},
+                                 {"WALK_SECONDS", std::to_string(longWalk)},
+                                 {"WALK_COVERAGE", coverage}},
+                                appliance::Seconds(longWalk * 3));
         std::cout << test << " seed " << first + static_cast<unsigned>(walks)
                   << (finished.status == 0 ? " passed\n" : " FAILED\n") << std::flush;
         if (finished.status != 0) {

@@ -37,8 +37,8 @@ bool Walker::timeFor(int seconds) const {
 }
 
 bool Walker::ready() {
-    return decoder_.await({"DISCONNECTED", "AUTO_WAIT_FOR_NEXT_SOURCE_TIMEOUT", "MANUAL_WAIT_FOR_NEW_SELECTION"},
-                          startLimit);
+    return decoder_.await(
+        {"DISCONNECTED", "AUTO_WAIT_FOR_NEXT_SOURCE_TIMEOUT", "MANUAL_WAIT_FOR_NEW_SELECTION"}, startLimit);
 }
 
 History Walker::walk(std::string& problem) {
@@ -76,7 +76,9 @@ std::string Walker::stillReacts() {
         }
         decoder_.send(flush, ++tag_, 0);
         if (appliance::eventually(
-                [&] { return decoder_.state() == "DISCONNECTED" && decoder_.timesIn("FLUSH_CACHE") > flushed; },
+                [&] {
+                    return decoder_.state() == "DISCONNECTED" && decoder_.timesIn("FLUSH_CACHE") > flushed;
+                },
                 Seconds(2))) {
             return "";
         }
@@ -159,7 +161,8 @@ int Walker::otherSource() {
 }
 
 void Walker::raiseAlarm() {
-    static const std::vector<std::string> texts{"", "Door open", "T\xc3\xbcr offen", "Rauch \xe2\x98\xa0 im Keller"};
+    static const std::vector<std::string> texts{"", "Door open", "T\xc3\xbcr offen",
+                                                "Rauch \xe2\x98\xa0 im Keller"};
     decoder_.send(alarm, below(sourceCount), ++tag_, oneOf(texts));
 }
 
@@ -188,7 +191,8 @@ void Walker::connect() {
 
 void Walker::change() {
     Settings settings = decoder_.settings();
-    Source& source = settings.sources[static_cast<std::size_t>(below(static_cast<int>(settings.sources.size())))];
+    Source& source =
+        settings.sources[static_cast<std::size_t>(below(static_cast<int>(settings.sources.size())))];
     switch (below(6)) {
     case 0:
         settings.mode = settings.mode == "auto" ? "manual" : "auto";
@@ -209,7 +213,8 @@ void Walker::change() {
         if (settings.sources.size() == sourceCount) {
             settings.sources.pop_back();
         } else {
-            settings.sources.push_back({.name = "Delta", .address = decoder_.encoder(3).address(), .preset = ""});
+            settings.sources.push_back(
+                {.name = "Delta", .address = decoder_.encoder(3).address(), .preset = ""});
         }
         break;
     }
@@ -219,7 +224,8 @@ void Walker::change() {
 std::string Walker::exitWords() {
     static const std::vector<int> statuses{0, 1, 10, 11, 13, 14, 23, 40, 50, 255};
     static const std::vector<int> signals{SIGKILL, SIGSEGV, SIGABRT, SIGTERM};
-    return chance(70) ? "exit=" + std::to_string(oneOf(statuses)) : "signal=" + std::to_string(oneOf(signals));
+    return chance(70) ? "exit=" + std::to_string(oneOf(statuses))
+                      : "signal=" + std::to_string(oneOf(signals));
 }
 
 void Walker::killPlayer() {
@@ -237,8 +243,8 @@ void Walker::killPlayer() {
 }
 
 void Walker::planPlayer() {
-    static const std::vector<std::string> places{"start",     "announced0", "released0", "announced1",
-                                                 "playing",   "hup",        "leave"};
+    static const std::vector<std::string> places{"start",   "announced0", "released0", "announced1",
+                                                 "playing", "hup",        "leave"};
     const std::string place = oneOf(places);
     const int delay = chance(40) ? 0 : below(500);
     std::string action = chance(75) ? exitWords() : "go";

@@ -17,14 +17,19 @@ constexpr std::chrono::milliseconds moment{60};
 } // namespace
 
 void Walker::story() {
-    static const std::vector<void (Walker::*)()> stories{
-        &Walker::playerEndsOnHangUp,      &Walker::pendingEndsWhileCurrentLeaves,
-        &Walker::currentEndsDuringLaunch, &Walker::detectionFailsWhilePlaying,
-        &Walker::crashDuringPause,        &Walker::crashWithTimeLeft,
-        &Walker::lockAgain,               &Walker::noSources,
-        &Walker::playsWithoutSequence,    &Walker::pauseDuringDetection,
-        &Walker::flushAndSelect,          &Walker::crashThenEvents,
-        &Walker::alarmWhileDisconnected};
+    static const std::vector<void (Walker::*)()> stories{&Walker::playerEndsOnHangUp,
+                                                         &Walker::pendingEndsWhileCurrentLeaves,
+                                                         &Walker::currentEndsDuringLaunch,
+                                                         &Walker::detectionFailsWhilePlaying,
+                                                         &Walker::crashDuringPause,
+                                                         &Walker::crashWithTimeLeft,
+                                                         &Walker::lockAgain,
+                                                         &Walker::noSources,
+                                                         &Walker::playsWithoutSequence,
+                                                         &Walker::pauseDuringDetection,
+                                                         &Walker::flushAndSelect,
+                                                         &Walker::crashThenEvents,
+                                                         &Walker::alarmWhileDisconnected};
     (this->*oneOf(stories))();
 }
 
@@ -80,7 +85,8 @@ void Walker::currentEndsDuringLaunch() {
 }
 
 void Walker::detectionFailsWhilePlaying() {
-    static const std::vector<Manner> failures{Manner::closes, Manner::stalls, Manner::denies, Manner::talksNonsense};
+    static const std::vector<Manner> failures{Manner::closes, Manner::stalls, Manner::denies,
+                                              Manner::talksNonsense};
     if (!reachPlaying()) {
         return;
     }
@@ -140,7 +146,8 @@ void Walker::crashWithTimeLeft() {
     }
     decoder_.look();
     killPlayer();
-    if (decoder_.await({"AUTO_WAIT_ERROR_SLEEP_EVENT", "MANUAL_WAIT_ERROR_SLEEP_EVENT"}, soon) && timeFor(6)) {
+    if (decoder_.await({"AUTO_WAIT_ERROR_SLEEP_EVENT", "MANUAL_WAIT_ERROR_SLEEP_EVENT"}, soon) &&
+        timeFor(6)) {
         waitOut();
     }
 }
