@@ -9,6 +9,7 @@ namespace walk {
 namespace {
 
 constexpr std::size_t contextLines = 60;
+constexpr Time signalDelay = second / 5;
 
 std::string withoutEnd(std::string text) {
     while (!text.empty() && text.back() == ' ') {
@@ -53,6 +54,8 @@ std::string Checker::context(std::size_t number) const {
 void Checker::renewWindow(Time begin) {
     window_ = {};
     window_.begin = begin;
+    // The signal itself may come a little after its line.
+    window_.interrupted = begin < lastSignal_ + signalDelay;
     window_.versions = open_;
     window_.versions.insert(settled_);
     if (writing_) {
@@ -83,7 +86,10 @@ void Checker::read(std::size_t number) {
         break;
     case Kind::text:
         window_.texts.push_back(withoutEnd(line.text));
-        window_.interrupted = window_.interrupted || line.text.find("Sending SIGUSR1") != std::string::npos;
+        if (line.text.find("Sending SIGUSR1") != std::string::npos) {
+            window_.interrupted = true;
+            lastSignal_ = line.time;
+        }
         if (line.text.find("[SHUTDOWN] Skelmor shutdown started!!!") == 0) {
             shutdown_ = number;
         }

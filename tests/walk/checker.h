@@ -55,6 +55,7 @@ private:
     std::set<int> gone_;       // players whose end was told
     std::size_t launches_ = 0;
     std::optional<std::size_t> shutdown_; // where the log tells of it
+    Time lastSignal_ = 0;                 // when the event thread last told that it sends SIGUSR1
     bool lost_ = false;                   // after a violation of the table nothing further can be said
     Verdict verdict_;
 };

@@ -55,10 +55,6 @@ void Run::connectWith(Machine machine, int version) {
     machine.pendingPid = -1;
     machine.infoConnected = "yes";
     machine.sequenceStart = {-1, -1};
-    const auto selected = [this](Machine taker, const Event& event) {
-        taker.pendingSource = event.value1;
-        go(taker, "REQUEST_ENCODER_TYPE");
-    };
     const auto unselected = [this](Machine other) {
         if (other.sequence.empty()) {
             connectNoSource(other);
@@ -67,6 +63,15 @@ void Run::connectWith(Machine machine, int version) {
         other.sequencePos = 0;
         other.pendingSource = other.sequence[0];
         go(other, "REQUEST_ENCODER_TYPE");
+    };
+    // A selection of -1 names no source: the first one of the sequence is chosen, as without a selection.
+    const auto selected = [&](Machine taker, const Event& event) {
+        taker.pendingSource = event.value1;
+        if (event.value1 == -1) {
+            unselected(taker);
+        } else {
+            go(taker, "REQUEST_ENCODER_TYPE");
+        }
     };
     if (machine.automatic) {
         peek(machine, {select}, selected, unselected);

@@ -142,7 +142,7 @@ void reach(const std::string& place) {
 }
 
 void awaitRelease(int barrier) {
-    // Nobody releases a player that broke the rules.
+    // The supervisor never releases a player that broke the rules.
     const bool brokeRules = plan.action == "wrong" || plan.action == "twice";
     const auto until = std::chrono::steady_clock::now() + patienceOfRuleBreakers;
     while (libcommon::pollBarrierRelease(barrier) != 0) {

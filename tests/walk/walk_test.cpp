@@ -1,6 +1,6 @@
 // Random walks through the state machine of the real supervisor, and a check of the check.
 //
-// As a test each walk takes about twenty seconds. `random_walk --minutes N [--seed S]` runs walks of a minute, one
+// As a test each walk takes about fifteen seconds. `random_walk --minutes N [--seed S]` runs walks of a minute, one
 // after the other, for that time. `--seed S` or the environment's WALK_SEED repeats the choices of a walk; the
 // moments at which they meet the supervisor are never quite the same.
 #include "tests/walk/checker.h"
@@ -15,7 +15,7 @@ using namespace walk;
 
 namespace {
 
-constexpr int shortWalk = 20; // seconds
+constexpr int shortWalk = 15; // seconds
 constexpr int longWalk = 60;
 
 int numberFrom(const char* name, int otherwise) {

@@ -22,6 +22,7 @@ void Walker::story() {
                                                          &Walker::currentEndsDuringLaunch,
                                                          &Walker::detectionFailsWhilePlaying,
                                                          &Walker::crashDuringPause,
+                                                         &Walker::crashDuringPause,
                                                          &Walker::crashWithTimeLeft,
                                                          &Walker::lockAgain,
                                                          &Walker::noSources,
