@@ -10,10 +10,10 @@ using namespace walk;
 
 namespace {
 
-constexpr int walkSeconds = 12;
+constexpr int walkSeconds = 8;
 constexpr unsigned fixedSeed = 7;
 constexpr std::size_t mostOfAKind = 40;
-constexpr std::size_t leastInAll = 60;
+constexpr std::size_t leastInAll = 50;
 
 History recorded() {
     Walker walker({.seed = fixedSeed, .mode = "auto", .seconds = walkSeconds});
