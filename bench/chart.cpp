@@ -25,7 +25,7 @@ std::string formatted(const char* format, ...) {
     return text;
 }
 
-// From a value to a place between left and right.
+// The horizontal position of a value.
 class Axis {
 public:
     explicit Axis(const std::vector<Series>& series) {
@@ -58,7 +58,7 @@ private:
 std::string drawnSeries(const Series& series, const Axis& axis, double middle) {
     std::string text = formatted("<text x='%.1f' y='%.1f' text-anchor='end'>%s</text>\n", left - 12,
                                  middle + 4, series.name.c_str());
-    // Dots of one value would hide each other: every next one a little lower.
+    // Dots of one value would hide each other, so each is drawn a little lower than the one before.
     int row = 0;
     for (const double value : series.distribution.samples())
         text += formatted("<circle cx='%.1f' cy='%.1f' r='2.5' fill='#2a6fb0' fill-opacity='0.45'/>\n",

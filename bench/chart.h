@@ -13,7 +13,7 @@ struct Series {
     Distribution distribution;
 };
 
-// One strip a series on a common logarithmic axis: a dot a sample, a bar at the median.
+// Each series is one strip on a common logarithmic axis, with a dot for each sample and a bar at the median.
 std::string stripChart(const std::string& title, const std::string& unit, const std::vector<Series>& series);
 
 } // namespace bench

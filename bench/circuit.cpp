@@ -5,7 +5,7 @@
 
 namespace bench {
 
-// Hierholzer's way: walk until stuck, then take up what is left where the walk passed by.
+// Hierholzer's algorithm: walk until stuck, then insert the remaining steps where the walk passed.
 std::vector<int> everyStepOnce(int kinds, int start, std::mt19937& random) {
     std::vector<std::vector<int>> left(static_cast<std::size_t>(kinds),
                                        std::vector<int>(static_cast<std::size_t>(kinds)));

@@ -1,4 +1,4 @@
-// The order in which to switch so that every pair of kinds is met.
+// An order of switches that covers every pair of kinds.
 #pragma once
 
 #include <random>
@@ -6,8 +6,8 @@
 
 namespace bench {
 
-// A walk that starts and ends at `start` and takes every step from a kind (0 to kinds - 1) to a kind, its own
-// among them, exactly once; the order is chance's. kinds * kinds + 1 numbers, the first and last are `start`.
+// A walk in random order that takes every step from one kind (0 to kinds - 1) to another kind or to itself exactly
+// once. Returns kinds * kinds + 1 numbers; the first and the last are `start`.
 std::vector<int> everyStepOnce(int kinds, int start, std::mt19937& random);
 
 } // namespace bench

@@ -5,7 +5,7 @@
 
 namespace {
 
-TEST(Circuit, TakesEveryStepOnceAndComesHome) {
+TEST(Circuit, TakesEveryStepOnceAndEndsAtItsStart) {
     std::mt19937 random(3);
     for (int kinds = 1; kinds <= 7; ++kinds) {
         for (int start = 0; start < kinds; ++start) {
@@ -21,7 +21,7 @@ TEST(Circuit, TakesEveryStepOnceAndComesHome) {
     }
 }
 
-TEST(Circuit, IsAnotherOneEachTime) {
+TEST(Circuit, DiffersFromCallToCall) {
     std::mt19937 random(3);
     EXPECT_NE(bench::everyStepOnce(7, 0, random), bench::everyStepOnce(7, 0, random));
 }

@@ -1,5 +1,5 @@
-// What it costs to detect an encoder, kind by kind: the requests that one detection sends, and its time
-// against the round trips that those requests need.
+// The cost of a detection for each kind of encoder: the requests that it sends, and its time compared with the
+// round trips that those requests need.
 
 #include "bench/detection_cost.h"
 #include "bench/distribution.h"
@@ -24,17 +24,17 @@ struct Options {
 
 struct Row {
     bench::Cost counted;
-    bench::Distribution plain; // without what is waited for packets, as are the delayed ones
+    bench::Distribution plain; // without the wait for packets; the same holds for the delayed ones
     bench::Distribution plainWait;
     bench::Distribution plainFfprobe;
     bench::Distribution delayed;
     bench::Distribution delayedWait;
     bench::Distribution delayedFfprobe;
-    bool found = true; // as what it is, each time
+    bool found = true; // with the right type, each time
 };
 
 void measure(const bench::StreamKind& kind, bench::Way way, const Options& options, Row& row) {
-    // Where no packets come the whole timeout is waited for, by design: a short one will do.
+    // Without packets a detection waits for its whole timeout, so this one is short.
     const int timeout = kind.ffprobe.empty() ? 1 : 10;
     const bool counts = way == bench::Way::Counted;
     for (int i = 0; i < (counts ? 1 : options.repetitions); ++i) {
@@ -68,7 +68,7 @@ void printComparison(const bench::Distribution& ours, double wait, const bench::
 
 void printHeading(const Options& options) {
     std::printf(
-        R"(One detection of a fresh encoder, medians of %d, milliseconds. The way is %d ms long in each direction,
+        R"(One detection of a fresh encoder, medians of %d, milliseconds. The delay is %d ms in each direction, by
 made so by %s.
 A round trip is a new TCP connection ("conn") or a request with its answer ("exch"), counted on the wire;
 %s "needed" is round trips times %d ms, "ratio" is the delayed
@@ -106,7 +106,7 @@ bool isWanted(const bench::StreamKind& kind, const Options& options) {
            std::find(options.kinds.begin(), options.kinds.end(), kind.name) != options.kinds.end();
 }
 
-// Whether every kind was found, and within the limit.
+// Every kind was found, and within the limit.
 bool measureAll(const Options& options) {
     bool good = true;
     int measured = 0;

@@ -29,7 +29,7 @@ constexpr int statusId = 0;
 constexpr unsigned short httpPort = 80;
 constexpr unsigned short rtspPort = 554;
 constexpr unsigned short httpsPort = 443;
-constexpr unsigned short farHttpPort = 8080; // of an encoder behind relays
+constexpr unsigned short farHttpPort = 8080; // of an encoder that is behind relays
 constexpr unsigned short farRtspPort = 8554;
 constexpr unsigned short farHttpsPort = 8443;
 
@@ -63,7 +63,7 @@ appliance::Finished runTool(const std::string& name, std::vector<std::string> ar
     return appliance::runToEnd(arguments, {});
 }
 
-// lo is that much slower for as long as the object lives.
+// Delays the loopback interface during the object's life.
 class DelayedLoopback {
 public:
     explicit DelayedLoopback(std::chrono::milliseconds eachWay)
@@ -82,8 +82,7 @@ private:
     bool delayed_;
 };
 
-// What a detection prints is not the benchmark's. Descriptor 0 is a sacrifice: a detection of RTSP over HTTP
-// closes it.
+// Discards what a detection prints. Descriptor 0 is opened as well, because a detection of RTSP over HTTP closes it.
 class QuietProcess {
 public:
     QuietProcess() : input_(dup(STDIN_FILENO)), output_(dup(STDOUT_FILENO)) {
@@ -108,7 +107,7 @@ private:
     int output_;
 };
 
-// A video-encoder of that kind, found on the usual ports of 127.0.0.1.
+// A video-encoder of that kind on the usual ports of 127.0.0.1.
 class RemoteEncoder {
 public:
     RemoteEncoder(const StreamKind& kind, bool relayed, std::chrono::milliseconds eachWay) {
@@ -127,7 +126,7 @@ public:
         if (!appliance::eventually([&] { return ports() != std::string::npos || !process_->running(); }) ||
             !process_->running())
             throw std::runtime_error("video-encoder does not start:\n" + appliance::readFile(log));
-        // A port that the encoder does not have is refused here as it is there.
+        // A port that the encoder does not have is refused by the relay as well.
         for (const auto& [name, port, farPort] :
              {std::tuple("http=", httpPort, farHttpPort), std::tuple("rtsp=", rtspPort, farRtspPort),
               std::tuple("https=", httpsPort, farHttpsPort)})
@@ -150,7 +149,7 @@ private:
     }
 };
 
-// How often a connection was refused in this network so far, as its kernel counts.
+// The number of refused connections in this network namespace, from the kernel's counters.
 int refusedConnections() {
     std::istringstream table(appliance::readFile("/proc/self/net/snmp"));
     std::vector<std::string> names;
@@ -171,7 +170,7 @@ double milliseconds(std::int64_t microseconds) {
     return static_cast<double>(microseconds) / 1000.0;
 }
 
-// The detection's own record has a line "BEGAN TOOK RTP and RTCP ..." for each wait.
+// The detection's trace has a line "BEGAN TOOK RTP and RTCP ..." for each wait.
 double mediaWaitOf(const std::string& trace) {
     std::istringstream lines(trace);
     double sum = 0;
@@ -273,7 +272,7 @@ bool kernelDelays() {
 Cost detectOnce(const StreamKind& kind, Way way, std::chrono::milliseconds eachWay, int timeout,
                 bool withFfprobe) {
     const bool relayed = way == Way::Counted || (way == Way::Delayed && !kernelDelays());
-    // A little while also when counting: a relay has to see who speaks and leaves at once.
+    // A short delay also when counting, so that a relay sees connections that close at once.
     const RemoteEncoder encoder(kind, relayed, way == Way::Delayed ? eachWay : std::chrono::milliseconds(5));
     std::unique_ptr<DelayedLoopback> slowNetwork;
     if (way == Way::Delayed && !relayed)

@@ -1,8 +1,8 @@
-// Measuring what it costs to detect an encoder: the real detection and the real library, against a
-// video-encoder that is as far away as told.
+// Measures the cost of a detection: the real detection and the real library, against a video-encoder at a given
+// distance.
 //
-// Everything happens in a network of the process's own, where the encoder has the ports that a detection
-// expects, 80, 554 and 443.
+// Everything happens in a network namespace of the process's own, so that the encoder has the ports that a
+// detection expects: 80, 554 and 443.
 #pragma once
 
 #include <chrono>
@@ -12,14 +12,14 @@
 
 namespace bench {
 
-// One way in which an encoder delivers its pictures.
+// One way in which an encoder delivers video.
 struct StreamKind {
     std::string name;
-    int type;                         // as which it has to be detected
+    int type;                         // the type that the detection has to find
     std::vector<std::string> encoder; // options of video-encoder
-    std::string user;                 // "" none; the password is the user's name
-    std::vector<std::string> ffprobe; // options and URL; none: ffprobe has nothing to read
-    bool https = false;               // asked at the HTTPS port
+    std::string user;                 // "": none; the password is the user's name
+    std::vector<std::string> ffprobe; // options and URL; empty: ffprobe cannot read it
+    bool https = false;               // at the HTTPS port
 };
 
 const std::vector<StreamKind>& streamKinds();
@@ -27,34 +27,33 @@ const std::vector<StreamKind>& streamKinds();
 // How far away the encoder is.
 enum class Way {
     Direct,
-    Counted, // next door, through a relay that counts
-    Delayed, // in another town
+    Counted, // without a delay, through a relay that counts
+    Delayed, // with a delay in each direction
 };
 
-// Makes the network, and an appliance for the library, of this process; before it has a second thread. ""
-// when that worked, else why not.
+// Makes the network namespace and an appliance root for this process. To be called while it has one thread.
+// Returns "", or the reason of a failure.
 std::string enterBench();
 
-// The kernel can delay a network by itself; else relays do, and packets of streams come at once.
+// The kernel delays the network. Otherwise relays do, and packets of streams arrive without a delay.
 bool kernelDelays();
 
 struct Cost {
-    int type = 0;         // as what it was detected; 0 not at all
+    int type = 0;         // the detected type; 0: not detected
     double total = 0;     // milliseconds
-    double mediaWait = 0; // of them, for the packets of a stream
+    double mediaWait = 0; // the part of it spent on waiting for a stream's packets
     int connections = 0;  // Way::Counted only
     int exchanges = 0;    // likewise
-    int refused = 0;      // likewise: connections
-    double ffprobe = -1;  // milliseconds; -1 not run
+    int refused = 0;      // likewise, connections
+    double ffprobe = -1;  // milliseconds; -1: it did not run
     std::string trace;
 
     double requests() const { return total - mediaWait; }
-    // Behind relays a refusal comes at once: the port is closed here as it is there.
+    // With relays a refusal comes without a delay.
     int roundTrips() const { return connections + exchanges + (kernelDelays() ? refused : 0); }
 };
 
-// One detection by a fresh connection of a fresh encoder, and ffprobe on the same stream after it.
-// `timeout` in seconds.
+// One detection of a fresh encoder over a fresh connection, then ffprobe on the same stream. `timeout` in seconds.
 Cost detectOnce(const StreamKind& kind, Way way, std::chrono::milliseconds eachWay, int timeout,
                 bool withFfprobe);
 

@@ -1,4 +1,4 @@
-// Samples of one measurement, and how they are told.
+// The samples of one measurement, and how they are printed.
 #pragma once
 
 #include <string>
@@ -11,7 +11,7 @@ public:
     void add(double value);
     std::size_t count() const { return sorted_.size(); }
 
-    // The value below which `percent` (0 to 100) of the samples lie, nearest rank; 0 without samples.
+    // The percentile (0 to 100) by nearest rank; 0 without samples.
     double percentile(double percent) const;
     double median() const { return percentile(50); }
     double worst() const { return percentile(100); }
@@ -24,7 +24,7 @@ private:
     std::vector<double> sorted_;
 };
 
-// A histogram as text, a line a class of `width`, bars of at most 50 characters.
+// A histogram as text: one line for each class of `width`, with bars of at most 50 characters.
 std::string histogram(const Distribution& distribution, double width, const std::string& unit);
 
 } // namespace bench

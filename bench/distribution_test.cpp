@@ -15,7 +15,7 @@ Distribution of(std::initializer_list<double> values) {
     return distribution;
 }
 
-TEST(Distribution, NoSamplesAreZeros) {
+TEST(Distribution, IsZeroWithoutSamples) {
     EXPECT_EQ(Distribution().median(), 0);
     EXPECT_EQ(Distribution().worst(), 0);
 }
@@ -40,7 +40,7 @@ TEST(Distribution, HistogramCountsEachClass) {
     EXPECT_THAT(text, testing::HasSubstr("5.0 to   10.0 ms    1 ##"));
 }
 
-TEST(Chart, HasADotASampleAndTheMedian) {
+TEST(Chart, HasADotForEachSampleAndTheMedian) {
     const std::string text = bench::stripChart("Gaps", "ms", {{"ours", of({10, 20, 30})}});
     std::size_t dots = 0;
     for (std::size_t at = text.find("<circle"); at != std::string::npos; at = text.find("<circle", at + 1))

@@ -1,9 +1,9 @@
-// How a switch between any two kinds of stream looks to the user: measured on the frame store, with the real
-// programs, two encoders of each kind.
+// Measures switches between any two kinds of stream on the frame store, with the real programs and two encoders of
+// each kind.
 //
-// The gap is the time from the last frame of the old source to the first of the new one. An encoder gives a
-// newcomer no key picture out of turn here, so that the time until the new player has its first picture is that
-// of any camera; the old picture moves meanwhile.
+// The gap is the time from the last frame of the old source to the first of the new one. The encoders here do not
+// send an extra key picture to a new client, so that the new player waits for its first picture as long as with any
+// camera. The old picture keeps moving meanwhile.
 
 #include "bench/circuit.h"
 #include "bench/distribution.h"
@@ -69,13 +69,13 @@ void Results::add(int from, int to, const std::optional<bench::Switch>& one) {
     blanked += one->blanked ? 1 : 0;
 }
 
-// So that the hand-over meets the frames of both sources at every phase.
+// Random, so that switches happen at every phase of both sources' frames.
 void settle(std::mt19937& random) {
     std::this_thread::sleep_for(
         std::chrono::milliseconds(300 + std::uniform_int_distribution(0, 79)(random)));
 }
 
-// Source 2 * kind + 0 or 1.
+// Each kind has the sources 2 * kind and 2 * kind + 1.
 int sourceOf(int kind, int now, std::mt19937& random) {
     const int either = 2 * kind + std::uniform_int_distribution(0, 1)(random);
     return either == now ? either ^ 1 : either;
@@ -91,7 +91,7 @@ void addEncoders(appliance::Appliance& decoder, const Options& options) {
     }
 }
 
-// The first selection of a source detects its encoder: that is not what is measured here.
+// The first selection of a source detects its encoder, which is not to be measured.
 bool detectAll(appliance::Appliance& decoder) {
     for (int source = 0; source < 2 * kindCount; ++source) {
         if (source > 0)
@@ -108,10 +108,10 @@ bool detectAll(appliance::Appliance& decoder) {
 void tell(int from, int to, const std::optional<bench::Switch>& one) {
     std::cout << from << " -> " << to << ": ";
     if (one)
-        std::cout << "gap " << one->gap << " ms, answer " << one->answer << " ms, old picture stood for "
-                  << one->oldPause << " ms\n";
+        std::cout << "gap " << one->gap << " ms, answer " << one->answer
+                  << " ms, old picture stood still for " << one->oldPause << " ms\n";
     else
-        std::cout << "did not come\n";
+        std::cout << "no picture\n";
 }
 
 void measureRound(appliance::Appliance& decoder, const Options& options, std::mt19937& random,
@@ -141,7 +141,7 @@ std::string cell(const Pair& pair) {
 
 void printTable(const Results& results) {
     const auto column = [](const std::string& text) { std::cout << " | " << std::setw(columnWidth) << text; };
-    std::cout << "\nGap in ms, median / worst, from the kind of the line to that of the column:\n\n| "
+    std::cout << "\nGap in ms, median / worst, from the row's kind to the column's kind:\n\n| "
               << std::setw(columnWidth) << "";
     for (const char* kind : kinds)
         column(kind);
@@ -164,7 +164,7 @@ void print(const Results& results) {
               << results.answer.summary("ms")
               << "\nLongest standstill of the old picture while the new player starts:\n  "
               << results.oldPause.summary("ms") << "\nSwitches with a black screen: " << results.blanked
-              << "\nSwitches that did not come: " << results.failed << '\n';
+              << "\nSwitches without a picture: " << results.failed << '\n';
 }
 
 bool withinLimits(const Results& results, const Options& options) {
@@ -179,7 +179,7 @@ Results measure(const Options& options) {
     decoder.setManual();
     addEncoders(decoder, options);
     decoder.start();
-    bench::joinAppliance(decoder); // now: what was started must not inherit it from us
+    bench::joinAppliance(decoder); // only now, so that the programs started above do not inherit it
     if (!detectAll(decoder)) {
         ++results.failed;
         return results;
@@ -195,18 +195,18 @@ Results measure(const Options& options) {
 int main(int argc, char** argv) {
     Options options;
     CLI::App app{"Measures switches between all kinds of streams on the screen."};
-    app.add_option("--rounds", options.rounds, "how often each pair of kinds")->check(CLI::Range(1, 1000));
+    app.add_option("--rounds", options.rounds, "switches for each pair of kinds")->check(CLI::Range(1, 1000));
     app.add_option("--codec", options.codec, "of RTSP: mpeg4 or h264")
         ->check(CLI::IsMember({"mpeg4", "h264"}));
     app.add_option("--width", options.width, "of the pictures");
     app.add_option("--height", options.height, "of the pictures");
-    app.add_flag("--each", options.each, "tell each switch (sources 2 * kind and 2 * kind + 1)");
+    app.add_flag("--each", options.each, "print each switch (sources 2 * kind and 2 * kind + 1)");
     app.add_flag("--assert", options.assertLimits, "exit 1 when a limit is passed");
     app.add_option("--median", options.medianLimit, "largest median gap, milliseconds");
     app.add_option("--worst", options.worstLimit, "largest gap, milliseconds");
     CLI11_PARSE(app, argc, argv);
     if (!appliance::isolate()) {
-        std::cerr << "kinds_bench: no network of its own for hosts and multicast; run it as root\n";
+        std::cerr << "kinds_bench: needs a network namespace for hosts and multicast; run it as root\n";
         return 1;
     }
     const Results results = measure(options);

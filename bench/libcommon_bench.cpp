@@ -1,4 +1,4 @@
-// What the appliance library's everyday calls cost. Works in a temporary appliance root of its own.
+// The cost of the appliance library's everyday calls, in a temporary appliance root.
 #include <libcommon/libcommon.h>
 
 #include <benchmark/benchmark.h>
@@ -12,7 +12,7 @@ namespace {
 
 namespace fs = std::filesystem;
 
-// The button thread does this all the time: one stat and a look-up.
+// The button thread does this all the time: one stat and one look-up.
 void readFreshParameter(benchmark::State& state) {
     const ParamWrapper params(0, true);
     for (auto _ : state)
@@ -33,7 +33,7 @@ void readSixteenSources(benchmark::State& state) {
 }
 BENCHMARK(readSixteenSources);
 
-// File 1 is written often and need not survive a power cut.
+// File 1 is written often and does not have to survive a power cut.
 void writeInfoParameter(benchmark::State& state) {
     const ParamWrapper params(1, true);
     int source = 0;
@@ -67,8 +67,8 @@ void sendAndTakeOneEvent(benchmark::State& state) {
 }
 BENCHMARK(sendAndTakeOneEvent);
 
-// There and back between two threads that sleep in waitEvent: here through the queue, back through a
-// semaphore.
+// A round trip between two threads: one way through the queue, to a thread that sleeps in waitEvent, and back
+// through a semaphore.
 void eventToASleepingThreadAndBack(benchmark::State& state) {
     semaphoreInit(2001);
     std::thread handler([] {

@@ -1,8 +1,7 @@
-// How a switch between two MJPEG sources looks to the user: measured on the frame store, with the real
-// programs.
+// Measures switches between two MJPEG sources on the frame store, with the real programs.
 //
-// The gap is the time from the last frame of the old source to the first of the new one. At 25 frames/s
-// frames are 40 ms apart, so a switch that nobody notices has a gap of that order or less.
+// The gap is the time from the last frame of the old source to the first of the new one. At 25 frames/s frames are
+// 40 ms apart, so a switch with a gap of about 40 ms or less is not visible.
 
 #include "bench/chart.h"
 #include "bench/switching.h"
@@ -34,7 +33,7 @@ struct Results {
     int failed = 0;
 };
 
-// So that the hand-over meets the frames of both sources at every phase.
+// Random, so that switches happen at every phase of both sources' frames.
 void settle(std::mt19937& random) {
     std::this_thread::sleep_for(
         std::chrono::milliseconds(250 + std::uniform_int_distribution(0, 79)(random)));
@@ -75,9 +74,9 @@ void print(const Results& results) {
               << results.answer.summary("ms")
               << "\nLongest standstill of the old picture while the new player starts:\n  "
               << results.oldPause.summary("ms") << "\nSwitches with a black screen: " << results.blanked
-              << "\nSwitches that did not come: " << results.failed << '\n';
+              << "\nSwitches without a picture: " << results.failed << '\n';
     if (results.stopGap.count() > 0)
-        std::cout << "\nThe same as a stop-then-start switch on this machine:\n  "
+        std::cout << "\nThe same with a stop-then-start switch on this machine:\n  "
                   << results.stopGap.summary("ms") << "\n  median ratio "
                   << results.stopGap.median() / std::max(results.gap.median(), 0.001) << " : 1\n";
 }
@@ -102,13 +101,13 @@ Results measure(const Options& options) {
     decoder.addEncoder("Garage");
     decoder.setManual();
     decoder.start();
-    bench::joinAppliance(decoder); // now: what was started must not inherit it from us
+    bench::joinAppliance(decoder); // only now, so that the programs started above do not inherit it
     if (!decoder.showsMoving(0)) {
         std::cerr << "no first picture\n";
         results.failed = options.switches;
         return results;
     }
-    // The first selection detects the second encoder: that is not what is measured here.
+    // The first selection detects the second encoder, which is not to be measured.
     bench::switchTo(decoder, 1);
     bench::switchTo(decoder, 0);
     measureSwitches(decoder, options, results);

@@ -28,7 +28,7 @@ bool sendSelect(int source) {
     return false;
 }
 
-// Follows the frames from `last` on until one of another source than last's comes.
+// Reads the frames after `last` until one of another source comes.
 std::optional<Switch> watch(screen::FrameStore& store, screen::FrameInfo last, int source,
                             std::int64_t start) {
     Switch result;

@@ -1,4 +1,4 @@
-// Measuring a switch of sources where the user sees it: on the frame store.
+// Measures a switch of sources on the frame store, where the user sees it.
 #pragma once
 
 #include "tests/appliance/appliance.h"
@@ -16,14 +16,14 @@ struct Switch {
     bool blanked = false; // the screen was black in between
 };
 
-// Makes this process talk to that appliance's event queue. Once a process, before anything else.
+// Connects this process to that appliance's event queue. To be called once, before any other call of libcommon.
 void joinAppliance(const appliance::Appliance& decoder);
 
-// Selects `source` while another one shows, and watches the hand-over. Nothing when the new source did not
-// show within ten seconds.
+// Selects `source` while another one shows, and measures the switch. Returns std::nullopt when the new source did
+// not show within ten seconds.
 std::optional<Switch> switchTo(appliance::Appliance& decoder, int source);
 
-// What the same switch costs when the old player is stopped before the new one is started.
+// The gap of the same switch when the old player is stopped before the new one is started.
 std::optional<Switch> stopThenStart(appliance::Appliance& decoder, int source);
 
 } // namespace bench

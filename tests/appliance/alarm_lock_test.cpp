@@ -26,11 +26,11 @@ TEST(Alarm, ShowsItsSourceAndItsText) {
     EXPECT_TRUE(decoder.waitForText(2, "Message: Door open"));
     EXPECT_TRUE(decoder.showsMoving(1));
     EXPECT_TRUE(appliance::eventually([&] { return decoder.text(1).empty() && decoder.text(2).empty(); }))
-        << "its display time is over";
-    EXPECT_TRUE(decoder.showsMoving(1)) << "its source stays";
+        << "the alarm is cleared after its display time";
+    EXPECT_TRUE(decoder.showsMoving(1)) << "the alarm's source keeps playing";
 }
 
-TEST(Alarm, LongTextIsCutAtACharacterWithAWarning) {
+TEST(Alarm, LongTextIsCutBetweenCharactersWithAWarning) {
     Appliance decoder;
     addTwo(decoder);
     decoder.setManual();
@@ -47,7 +47,7 @@ TEST(Alarm, LongTextIsCutAtACharacterWithAWarning) {
     EXPECT_EQ(decoder.text(2), "Message: " + text.substr(0, 38));
 }
 
-TEST(Alarm, SecondOneWithinTheDisplayTimeIsDropped) {
+TEST(Alarm, SecondAlarmWithinTheDisplayTimeIsDropped) {
     Appliance decoder;
     addTwo(decoder);
     decoder.set("Alarm.DisplayTime", "30");
@@ -60,7 +60,7 @@ TEST(Alarm, SecondOneWithinTheDisplayTimeIsDropped) {
     ASSERT_TRUE(decoder.waitForState("MANUAL_WAIT_FOR_NEW_SELECTION"));
     decoder.ctl({"alarm", "0", "second"});
     ASSERT_TRUE(decoder.waitForLog("adding event to queue (id=8", 2));
-    decoder.ctl({"button"}); // taken after it
+    decoder.ctl({"button"}); // queued behind the alarm
     EXPECT_TRUE(decoder.showsMoving(0));
     EXPECT_EQ(decoder.text(2), "Message: first");
 }
@@ -85,14 +85,14 @@ TEST(Alarm, WhileDisconnectedInAutomaticModeIsDropped) {
     ASSERT_TRUE(decoder.waitForState("DISCONNECTED"));
     decoder.ctl({"alarm", "1", "fire"});
     ASSERT_TRUE(decoder.waitForLog("adding event to queue (id=8"));
-    decoder.ctl({"flush"}); // taken after it
+    decoder.ctl({"flush"}); // queued behind the alarm
     EXPECT_TRUE(decoder.waitForLog("-> FLUSH_CACHE(4)"));
     EXPECT_TRUE(decoder.waitForState("DISCONNECTED"));
     EXPECT_TRUE(decoder.players().empty());
     EXPECT_EQ(decoder.text(2), "");
 }
 
-TEST(Alarm, DisabledOnesAreDropped) {
+TEST(Alarm, IsDroppedWhenAlarmsAreDisabled) {
     Appliance decoder;
     addTwo(decoder);
     decoder.setManual();
@@ -100,13 +100,13 @@ TEST(Alarm, DisabledOnesAreDropped) {
     decoder.start();
     ASSERT_TRUE(decoder.showsMoving(0));
     decoder.ctl({"alarm", "1", "fire"});
-    decoder.ctl({"select", "0"}); // comes after it
+    decoder.ctl({"select", "0"}); // queued behind the alarm
     ASSERT_TRUE(decoder.waitForLog("adding event to queue (id=11"));
     EXPECT_EQ(decoder.countInLog("adding event to queue (id=8"), 0U);
     EXPECT_TRUE(decoder.showsMoving(0));
 }
 
-TEST(Lock, StopsForTenSecondsAfterTheLastOfThree) {
+TEST(Lock, StopsPlayingUntilTenSecondsAfterTheLastLock) {
     Appliance decoder;
     addTwo(decoder);
     decoder.start();
@@ -130,7 +130,7 @@ TEST(Lock, StopsForTenSecondsAfterTheLastOfThree) {
     EXPECT_EQ(decoder.countInLog("LOCKED(5) -> FLUSH_CACHE(4)"), 1U);
 }
 
-TEST(Lock, ReconnectEndsIt) {
+TEST(Lock, EndsAtReconnect) {
     Appliance decoder;
     addTwo(decoder);
     decoder.start();

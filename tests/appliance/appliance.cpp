@@ -25,14 +25,14 @@ namespace {
 
 constexpr std::size_t shownLogLines = 80;
 
-// Appliances of this test: how many there are, how many there ever were. The last one to go looks for what is
-// left.
+// How many appliances this test has now, and how many it has made. The last one to be destroyed looks for
+// leftovers.
 int alive = 0;
 std::size_t made = 0;
 constexpr const char* playerNames[] = {"mjpeg_player", "unicastplayer", "multicastplayer", "mpeg4player"};
 
 std::string makeRoot() {
-    // A blank in the path, so that nobody forgets a quotation mark.
+    // The path has a blank, so that a missing quotation mark is noticed.
     char base[] = "/tmp/appliance test-XXXXXX";
     if (mkdtemp(base) == nullptr) {
         throw std::runtime_error("no temporary folder");
@@ -63,8 +63,8 @@ bool beginsWith(const std::string& text, const std::string& start) {
     return text.compare(0, start.size(), start) == 0;
 }
 
-// Seconds after midnight of a line "2026-11-21T09:21:42.087944Z skelmor[20943] 6 Started"; negative when it
-// has no time.
+// The time of a log line, such as "2026-11-21T09:21:42.087944Z skelmor[20943] 6 Started", in seconds after
+// midnight; negative when the line has no time.
 double timeOfLine(const std::string& line) {
     int hours = 0;
     int minutes = 0;
@@ -83,16 +83,16 @@ std::string Appliance::program(const std::string& name) {
 
 Appliance::Appliance()
     : root_((isolate(), makeRoot())),
-      sections_{
-          {"Decoder",
-           {{"AutoConnect", "yes"},
-            {"SequenceMode", "auto"},
-            {"AutoDetectTimeout", "15"}, // for a busy machine: a failed detection costs ten seconds more
-            {"ShowDisconnectedMessage", "yes"},
-            {"VideoMode", "pal"}}},
-          {"Alarm", {{"Enabled", "yes"}, {"DisplayTime", "3"}}},
-          {"Buttons", {{"VideoSelectEnabled", "yes"}}},
-          {"Network.eth0", {{"IPAddress", "127.0.0.1"}}}},
+      sections_{{"Decoder",
+                 {{"AutoConnect", "yes"},
+                  {"SequenceMode", "auto"},
+                  // Long, for a busy machine: a detection that fails takes ten seconds more.
+                  {"AutoDetectTimeout", "15"},
+                  {"ShowDisconnectedMessage", "yes"},
+                  {"VideoMode", "pal"}}},
+                {"Alarm", {{"Enabled", "yes"}, {"DisplayTime", "3"}}},
+                {"Buttons", {{"VideoSelectEnabled", "yes"}}},
+                {"Network.eth0", {{"IPAddress", "127.0.0.1"}}}},
       store_(root_ + "/run/decoder/screen/frames") {
     ++alive;
     ++made;
@@ -186,8 +186,8 @@ std::string Appliance::parameterText() const {
     return text;
 }
 
-// Held players wait to open a FIFO. They start no program to wait with: it would look like one more player
-// for a moment.
+// Held players wait to open a FIFO. They do not start another program to wait: for a moment that program would look
+// like one more player.
 void Appliance::holdPlayers() {
     mkfifo((root_ + "/run/hold").c_str(), 0600);
     for (const char* player : playerNames) {
@@ -202,7 +202,7 @@ void Appliance::holdPlayers() {
 void Appliance::releasePlayers() {
     const std::string file = root_ + "/run/hold";
     const int hold = open(file.c_str(), O_RDWR | O_NONBLOCK | O_CLOEXEC);
-    fs::remove(file); // before those who have opened it find its end
+    fs::remove(file); // before the players that opened it read its end
     if (hold >= 0) {
         close(hold);
     }
@@ -337,7 +337,7 @@ bool Appliance::showsMoving(int source, Seconds limit) {
 
 std::string Appliance::text(int line) const {
     const nlohmann::json now = status();
-    // Nothing runs yet, or not any more: an error is told instead.
+    // Without a running supervisor decoderctl reports an error instead.
     return now.contains("osd") ? now["osd"].at(static_cast<std::size_t>(line)).get<std::string>() : "";
 }
 
@@ -376,7 +376,7 @@ std::string Appliance::playerName() {
 }
 
 void Appliance::reportLeftovers() {
-    // What was started last may still be on its way out.
+    // The process that was started last may still be ending.
     eventually([&] { return processesUnder(root_).empty(); }, Seconds(5));
     for (const std::string& process : processesUnder(root_)) {
         ADD_FAILURE() << "left behind: process " << process;
@@ -392,7 +392,7 @@ void Appliance::reportLeftovers() {
         ADD_FAILURE() << "left behind: " << queue;
     }
     EXPECT_LE(semaphoreSets().size(), made)
-        << "one set an appliance outlives its supervisor, to be used again";
+        << "each appliance keeps one set after its supervisor ends, for the next start";
     removeSemaphoreSets();
 }
 

@@ -1,9 +1,8 @@
 // A whole decoder in a temporary folder, with real programs: encoders, the supervisor, its players.
 //
 // A test makes an Appliance, adds encoders and sources, starts it, talks to it through `decoderctl`, and
-// reads the screen itself. When it is destroyed everything is ended by pid, and what a supervisor must not
-// leave behind (processes, queues, barrier files) is looked for and reported as a failure. A failed test
-// prints the end of the log. One thread.
+// reads the screen itself. The destructor ends all processes by pid. It reports as a failure what a supervisor
+// must not leave behind: processes, queues, barrier files. A failed test prints the end of the log. One thread.
 #pragma once
 
 #include "appliance/mark/frame_mark.h"
@@ -34,11 +33,11 @@ public:
 
     // ---- Before start().
 
-    // Starts an encoder with these further arguments and adds it as a source; its mark on the screen is the
-    // source's index. `keys` replace or add to the source's keys.
+    // Starts an encoder with these additional arguments and adds it as a source. Its mark on the screen is the
+    // source's index. `keys` replaces the source's keys or adds to them.
     Encoder& addEncoder(const std::string& name, const std::vector<std::string>& arguments = {},
                         const Keys& keys = {});
-    // The same on a host of its own with the usual ports, where RTSP is looked for beside HTTP. Only in an
+    // The same on a host of its own with the usual ports, so that a detection finds RTSP beside HTTP. Only in an
     // isolated process.
     Encoder& addHost(const std::string& name, const std::vector<std::string>& arguments = {},
                      const Keys& keys = {});
@@ -46,14 +45,13 @@ public:
     void set(const std::string& name, const std::string& value); // "Decoder.SequenceMode"
     void setManual() { set("Decoder.SequenceMode", "manual"); }
 
-    // What the parameter file is to hold, byte for byte, instead of what set() and the sources say; nothing:
-    // there is to be none.
+    // The parameter file's bytes, instead of what set() and the sources say; std::nullopt: there is no such file.
     void setParameterFile(const std::optional<std::string>& text) { parameterFile_ = text; }
-    void keepParameterFile() { written_ = true; } // the test wrote it itself
-    std::string parameterText() const;            // what would be written
+    void keepParameterFile() { written_ = true; } // the test has written the file itself
+    std::string parameterText() const;            // what start() would write
     std::string parameterFile() const { return root_ + "/etc/decoder/decoder.conf"; }
 
-    // Replaces a program of the appliance by a shell script, in which $REAL is the program itself.
+    // Replaces a program of the appliance by a shell script. $REAL in the script is the program itself.
     void wrapProgram(const std::string& name, const std::string& script);
 
     // What the programs get in their environment besides the appliance's own.
@@ -61,7 +59,7 @@ public:
     // The supervisor is started by this command, whose further arguments are the supervisor and its own.
     void setStarter(const std::vector<std::string>& command) { starter_ = command; }
 
-    // From now on players wait right after their start until releasePlayers().
+    // From now on, players wait right after their start, until releasePlayers().
     void holdPlayers();
     void releasePlayers();
 
@@ -72,10 +70,10 @@ public:
     Encoder& encoder(std::size_t number) { return *encoders_.at(number); }
     Process& supervisor() { return *supervisor_; }
 
-    // Queues are left on purpose: they are removed, not reported.
+    // Removes queues that the test left on purpose, so that they are not reported.
     void forgetQueues();
 
-    // Ends the supervisor with a signal; its exit status, or -1 when it was killed or did not end.
+    // Ends the supervisor with a signal. Returns its exit status, or -1 when it was killed or did not end.
     int stop(int signal);
 
     // decoderctl.
@@ -88,23 +86,22 @@ public:
     std::string log() const { return readFile(logFile()); }
     std::string logFile() const { return root_ + "/var/log/decoder.log"; }
     std::size_t countInLog(const std::string& text) const;
-    // Seconds from the first line of the log with the one text to the first with the other; negative when
-    // either is missing.
+    // Seconds from the first log line with `from` to the first with `to`; negative when one of them is missing.
     double secondsInLog(const std::string& from, const std::string& to) const;
-    // When the lines with that text were written, in seconds since the log's first line.
+    // The times of the lines with that text, in seconds since the log's first line.
     std::vector<double> timesInLog(const std::string& text) const;
     bool waitForLog(const std::string& text, std::size_t times = 1, Seconds limit = patience) const;
 
-    // "SINGLE_PLAYER_STARTED": the name of the state that was entered last; needs -v.
+    // The name of the state that was entered last, such as "SINGLE_PLAYER_STARTED". Needs -v.
     std::string state() const;
     bool waitForState(const std::string& name, Seconds limit = patience) const;
 
     screen::FrameStore& screen() { return store_; }
     std::optional<FrameMark> mark(); // of the newest frame
-    int playerPid();                 // who drew the newest frame; -1 nobody
+    int playerPid();                 // the player that drew the newest frame; -1: there is no frame
 
-    // The screen shows pictures of that source, and they move: marks of it with at least three different
-    // counters, all drawn after the call began.
+    // The screen shows moving pictures of that source: since the call began, at least three frames with its mark
+    // and different counters were drawn.
     bool showsMoving(int source, Seconds limit = patience);
 
     bool waitForText(int line, const std::string& part, Seconds limit = patience) const;
@@ -112,7 +109,7 @@ public:
     int currentSource() const;        // "Decoder.Info.CurrentSource"
     bool waitForSource(int index, Seconds limit = patience) const;
 
-    // Pids of the players that run now, ascending.
+    // The pids of the players that run now, ascending.
     std::vector<int> players() const;
     std::string playerName(); // the program that drew the newest frame
 

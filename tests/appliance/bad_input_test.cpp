@@ -1,4 +1,4 @@
-// Parameter files, addresses and encoders that no decoder should meet, and will.
+// Broken parameter files, wrong addresses and hostile encoders.
 #include "tests/appliance/appliance.h"
 
 #include <csignal>
@@ -16,7 +16,7 @@ namespace fs = std::filesystem;
 
 // ---- The parameter file
 
-TEST(ParameterFile, GarbageLinesAreToldAndTheRestHolds) {
+TEST(ParameterFile, GarbageLinesAreLoggedAndTheOthersAreUsed) {
     Appliance decoder;
     decoder.addEncoder("Front door");
     std::string garbage = "[broken\n= value without a key\nno equals sign\n\x01\xff\xfe\n[Decoder]\n";
@@ -28,7 +28,7 @@ TEST(ParameterFile, GarbageLinesAreToldAndTheRestHolds) {
     EXPECT_TRUE(decoder.waitForLog("decoder.conf, line 6 can't be read: "));
 }
 
-TEST(ParameterFile, MissingOneIsAnEmptyOne) {
+TEST(ParameterFile, MissingFileCountsAsEmpty) {
     Appliance decoder;
     decoder.setParameterFile(std::nullopt);
     decoder.start();
@@ -37,7 +37,7 @@ TEST(ParameterFile, MissingOneIsAnEmptyOne) {
     EXPECT_EQ(decoder.stop(SIGINT), 0);
 }
 
-TEST(ParameterFile, ReadOnlyOneIsPlayedFromAndNeverWritten) {
+TEST(ParameterFile, ReadOnlyFileIsUsedAndNeverWritten) {
     Appliance decoder;
     decoder.addEncoder("Front door");
     decoder.set("Decoder.Connected", "no");
@@ -52,7 +52,7 @@ TEST(ParameterFile, ReadOnlyOneIsPlayedFromAndNeverWritten) {
     EXPECT_EQ(decoder.ctl({"set", "Decoder.SequenceMode", "manual"}).status, 1);
 }
 
-TEST(ParameterFile, UnknownTypeIsToldAndOtherSourcesPlay) {
+TEST(ParameterFile, UnknownTypeIsLoggedAndOtherSourcesPlay) {
     Appliance decoder;
     decoder.addEncoder("Strange", {}, {{"VideoSourceType", "h265"}});
     decoder.addEncoder("Sound");
@@ -64,7 +64,7 @@ TEST(ParameterFile, UnknownTypeIsToldAndOtherSourcesPlay) {
     EXPECT_TRUE(decoder.showsMoving(1));
 }
 
-TEST(ParameterFile, UnknownModeIsToldAndKept) {
+TEST(ParameterFile, UnknownModeIsLoggedAndThePreviousModeIsKept) {
     Appliance decoder;
     decoder.addEncoder("Front door");
     decoder.set("Decoder.SequenceMode", "Auto");
@@ -78,9 +78,9 @@ TEST(ParameterFile, UnknownModeIsToldAndKept) {
 struct Hostile {
     const char* name;
     std::string address;
-    std::function<void(int)> behaviour; // none: the address alone is what is wrong
+    std::function<void(int)> behaviour; // none: only the address is wrong
     const char* errorCode;
-    double requests; // how many timeouts the verdict may take
+    double requests; // how many timeouts the detection may take
 };
 
 std::ostream& operator<<(std::ostream& out, const Hostile& hostile) {
@@ -103,7 +103,7 @@ void sendGarbage(int fd) {
     appliance::writeAll(fd, noise);
 }
 
-// A parameter of a hundred megabytes; no streams.
+// Sends a parameter of a hundred megabytes, and no stream.
 void sendFlood(int fd) {
     std::string request;
     char byte = 0;
@@ -140,7 +140,7 @@ void sendEndlessHeaders(int fd) {
 
 class HostileEncoder : public testing::TestWithParam<Hostile> {};
 
-TEST_P(HostileEncoder, CostsAnErrorCodeInBoundedTimeAndNothingElse) {
+TEST_P(HostileEncoder, LeadsToAnErrorCodeInBoundedTime) {
     constexpr double timeout = 2; // seconds
     const Hostile& hostile = GetParam();
     Appliance decoder;
@@ -162,7 +162,7 @@ TEST_P(HostileEncoder, CostsAnErrorCodeInBoundedTimeAndNothingElse) {
     EXPECT_EQ(decoder.sourceValue(0, "ErrorCode"), hostile.errorCode);
     EXPECT_TRUE(decoder.waitForText(0, "No connection to encoder Hostile(" + address + ")"));
     EXPECT_EQ(decoder.ctl({"select", "Sound"}).status, 0);
-    EXPECT_TRUE(decoder.showsMoving(1)) << "the supervisor goes on";
+    EXPECT_TRUE(decoder.showsMoving(1)) << "the supervisor keeps working";
 }
 
 INSTANTIATE_TEST_SUITE_P(Of, HostileEncoder,
@@ -178,7 +178,7 @@ INSTANTIATE_TEST_SUITE_P(Of, HostileEncoder,
 
 // ---- Interrupting a detection
 
-TEST(Interruption, SelectAbandonsADetectionAtOnce) {
+TEST(Interruption, SelectInterruptsADetectionAtOnce) {
     Appliance decoder;
     const Oddity silent(stayBusy);
     decoder.addSource("Silent", {{"Address", silent.address()}});
@@ -191,16 +191,15 @@ TEST(Interruption, SelectAbandonsADetectionAtOnce) {
     ASSERT_TRUE(decoder.waitForLog("Spotted EID_SELECT. Sending SIGUSR1"));
     ASSERT_TRUE(decoder.waitForLog("REQUEST_ENCODER_TYPE(6) -> REQUEST_ENCODER_FAILED(10)"));
     const double took = decoder.secondsInLog("Sending SIGUSR1", "-> REQUEST_ENCODER_FAILED");
-    std::cout << "abandoned after " << took * 1000 << " ms\n";
+    std::cout << "interrupted after " << took * 1000 << " ms\n";
     EXPECT_GE(took, 0);
-    EXPECT_LE(took, 1)
-        << "of the 60 seconds that the request might have taken; a few ms where nothing else runs";
+    EXPECT_LE(took, 1) << "the request might have taken 60 s; on an idle machine this takes a few ms";
     EXPECT_TRUE(decoder.showsMoving(1));
-    EXPECT_EQ(decoder.sourceValue(0, "ErrorCode"), "") << "no verdict";
+    EXPECT_EQ(decoder.sourceValue(0, "ErrorCode"), "") << "an interrupted detection leaves no error code";
     EXPECT_EQ(decoder.sourceValue(0, "VideoSourceType"), "");
 }
 
-TEST(Interruption, LockDuringADetectionStopsIt) {
+TEST(Interruption, LockInterruptsADetection) {
     Appliance decoder;
     const Oddity silent(stayBusy);
     decoder.addSource("Silent", {{"Address", silent.address()}});

@@ -1,4 +1,4 @@
-// What the decoder says: on-screen text and the status LED; and what a flush of the cache makes it ask again.
+// On-screen texts, the status LED, and the detections after a flush of the cache.
 #include "tests/appliance/appliance.h"
 
 #include <gtest/gtest.h>
@@ -17,7 +17,7 @@ void neverAnswer(int fd) {
     ::pause();
 }
 
-// How often the encoder was asked what it is.
+// The number of detections that the encoder has answered.
 long detections(const Encoder& encoder) {
     long count = 0;
     for (const Encoder::Request& request : encoder.requests()) {
@@ -26,7 +26,7 @@ long detections(const Encoder& encoder) {
     return count;
 }
 
-TEST(Display, NothingIsLeftOnTheScreenOfADisconnectedDecoder) {
+TEST(Display, DisconnectedDecoderShowsAnEmptyScreen) {
     Appliance decoder;
     decoder.addEncoder("Front door", small);
     decoder.set("Decoder.ShowDisconnectedMessage", "no");
@@ -45,7 +45,7 @@ TEST(Display, NothingIsLeftOnTheScreenOfADisconnectedDecoder) {
     EXPECT_EQ(decoder.status()["leds"][0]["text"], "red, steady");
 }
 
-TEST(Display, DetectionBlinksAmberAndIsAnnounced) {
+TEST(Display, DetectionShowsATextAndBlinksAmber) {
     Appliance decoder;
     const Oddity silent(neverAnswer);
     decoder.addSource("Silent", {{"Address", silent.address()}});
@@ -92,7 +92,7 @@ TEST(Flush, WhileConnectedTheNextSelectionDetectsAgain) {
         ASSERT_TRUE(decoder.showsMoving(0));
         if (flush) {
             decoder.ctl({"flush"});
-            EXPECT_TRUE(decoder.showsMoving(0)) << "what shows goes on";
+            EXPECT_TRUE(decoder.showsMoving(0)) << "the current source keeps playing";
         }
     }
     decoder.ctl({"select", "1"});

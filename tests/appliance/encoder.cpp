@@ -35,7 +35,7 @@ int connectTo(const std::string& host, int port) {
     return fd;
 }
 
-// What came in as bytes is told with each byte as a character.
+// The control port reports each byte of a target as one character. This turns the characters into bytes again.
 std::string bytesOf(const std::string& utf8) {
     std::string bytes;
     for (std::size_t i = 0; i < utf8.size(); ++i) {
@@ -45,7 +45,7 @@ std::string bytesOf(const std::string& utf8) {
     return bytes;
 }
 
-// Each connection in a process of its own, so that one that hangs holds up nobody.
+// Each connection has a process of its own, so that one that hangs does not delay the others.
 [[noreturn]] void serve(int listener, const std::function<void(int)>& behaviour, pid_t parent) {
     prctl(PR_SET_PDEATHSIG, SIGKILL);
     signal(SIGCHLD, SIG_IGN);

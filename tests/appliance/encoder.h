@@ -13,18 +13,18 @@ namespace appliance {
 
 class Encoder {
 public:
-    // Starts it and waits until it listens. `mark` is the first input's number in its pictures. With a `host`
-    // ("127.0.1.1") it has this address for itself, and the usual ports.
+    // Starts the encoder and waits until it listens. `mark` is the number in the first input's pictures. With a
+    // `host`, such as "127.0.1.1", it uses this address and the usual ports.
     Encoder(std::string name, int mark, std::vector<std::string> arguments, std::string logFile,
             std::string host = "");
 
-    // Where a source finds it: its host, or the HTTPS port if it has one, else the HTTP port.
+    // The source's "Address": the encoder's host, or else its HTTPS port if it has one, or else its HTTP port.
     std::string address() const;
     Process& process() { return *process_; }
 
     void kill();                                     // kill -9
-    void again();                                    // started again with the same ports and arguments
-    void setFaults(const std::string& faults) const; // while it runs: "stall=10 404-view"; "" none
+    void again();                                    // starts it again with the same ports and arguments
+    void setFaults(const std::string& faults) const; // of the running encoder: "stall=10 404-view"; "": none
 
     struct Request {
         std::string protocol; // "http", "https", "rtsp"
@@ -34,7 +34,7 @@ public:
     };
     std::vector<Request> requests() const; // in order
 
-    // Presets that cameras were turned to, in order.
+    // The presets that were requested, in order.
     std::vector<std::string> gotos() const;
 
 private:
@@ -51,8 +51,8 @@ private:
     std::unique_ptr<Process> process_;
 };
 
-// Something on 127.0.0.1 that is no encoder: accepts connections and treats each as `behaviour` says, in a
-// process of its own. Ends with the test.
+// A server on 127.0.0.1 that is not an encoder. It handles each connection with `behaviour`, in a process of its
+// own, and ends with the test.
 class Oddity {
 public:
     explicit Oddity(const std::function<void(int fd)>& behaviour);
@@ -67,10 +67,10 @@ private:
     pid_t pid_ = -1;
 };
 
-// Reads a request up to its empty line; false when the other side closed before it.
+// Reads a request up to its empty line. Returns false when the other side closed earlier.
 bool readRequest(int fd);
 
-// Writes all of it, as long as the other side takes it.
+// Writes the whole text. Returns false when the other side does not take it.
 bool writeAll(int fd, const std::string& text);
 
 } // namespace appliance

@@ -1,4 +1,4 @@
-// Encoders of every manner: credentials, TLS, old parameter CGIs.
+// Encoders with credentials, with TLS, with old parameter CGIs, with several inputs.
 #include "tests/appliance/appliance.h"
 
 #include <gtest/gtest.h>
@@ -15,7 +15,7 @@ std::vector<std::string> with(std::vector<std::string> arguments, const std::vec
     return arguments;
 }
 
-TEST(Encoders, BasicCredentials) {
+TEST(Encoders, BasicCredentialsAreSent) {
     Appliance decoder;
     decoder.addEncoder("Vault", guarded, credentials);
     decoder.start();
@@ -23,7 +23,7 @@ TEST(Encoders, BasicCredentials) {
     EXPECT_EQ(decoder.sourceValue(0, "ConnectMode"), "http-auth");
 }
 
-TEST(Encoders, DigestCredentials) {
+TEST(Encoders, DigestCredentialsAreSent) {
     Appliance decoder;
     decoder.addEncoder("Vault", with(guarded, {"--digest"}), credentials);
     decoder.start();
@@ -31,7 +31,7 @@ TEST(Encoders, DigestCredentials) {
     EXPECT_EQ(decoder.sourceValue(0, "ConnectMode"), "http-auth");
 }
 
-TEST(Encoders, WrongCredentialsAreErrorTwentyFour) {
+TEST(Encoders, WrongCredentialsGiveErrorTwentyFour) {
     Appliance decoder;
     decoder.addEncoder("Vault", guarded, {{"UserName", "operator"}, {"Password", "guess"}});
     decoder.setManual();
@@ -42,7 +42,7 @@ TEST(Encoders, WrongCredentialsAreErrorTwentyFour) {
     EXPECT_EQ(decoder.status()["leds"][0]["text"], "red, steady");
 }
 
-TEST(Encoders, PasswordsAreInNoLog) {
+TEST(Encoders, PasswordsAreNeverLogged) {
     Appliance decoder;
     decoder.addEncoder("Vault", guarded, credentials);
     decoder.start();
@@ -51,7 +51,7 @@ TEST(Encoders, PasswordsAreInNoLog) {
     EXPECT_EQ(decoder.ctl({"source", "0"}).output.find("s3cret"), std::string::npos);
 }
 
-TEST(Encoders, Https) {
+TEST(Encoders, HttpsIsDetectedAndPlayed) {
     Appliance decoder;
     decoder.addEncoder("Bank", {"--https", "0"});
     decoder.set("Network.TLS.Verify", "no");
@@ -70,7 +70,7 @@ TEST(Encoders, RtspOverHttps) {
     EXPECT_EQ(decoder.sourceValue(0, "ConnectMode"), "https");
 }
 
-TEST(Encoders, CertificateOfAStrangerIsRefusedAndLogged) {
+TEST(Encoders, UnknownCertificateIsRefusedAndLogged) {
     Appliance decoder;
     decoder.addEncoder("Bank", {"--https", "0"});
     decoder.setManual();
@@ -80,7 +80,7 @@ TEST(Encoders, CertificateOfAStrangerIsRefusedAndLogged) {
     EXPECT_TRUE(decoder.players().empty());
 }
 
-TEST(Encoders, OldOnesWithoutTheViewerCgi) {
+TEST(Encoders, OldEncoderWithoutTheViewerCgiIsPlayed) {
     Appliance decoder;
     decoder.addEncoder("Old", {"--api-version", "1"});
     decoder.start();
@@ -88,7 +88,7 @@ TEST(Encoders, OldOnesWithoutTheViewerCgi) {
     EXPECT_EQ(decoder.sourceValue(0, "APIVersion"), "1");
 }
 
-TEST(Encoders, ErrorRepliesOfTheViewerCgiLeadToTheAdministrator) {
+TEST(Encoders, ErrorReplyOfTheViewerCgiLeadsToTheAdministratorCgi) {
     Appliance decoder;
     decoder.addEncoder("Odd", {"--fault", "hash", "--model", "Odd Model 7"});
     decoder.start();
@@ -96,7 +96,7 @@ TEST(Encoders, ErrorRepliesOfTheViewerCgiLeadToTheAdministrator) {
     EXPECT_EQ(decoder.sourceValue(0, "Model"), "Odd Model 7");
 }
 
-TEST(Encoders, SeveralInputsOfOneEncoderAreSeveralSources) {
+TEST(Encoders, InputsOfOneEncoderAreSeparateSources) {
     Appliance decoder;
     appliance::Encoder& encoder =
         decoder.addEncoder("First", {"--inputs", "4"}, {{"VideoSourceNumber", "1"}});
@@ -107,7 +107,7 @@ TEST(Encoders, SeveralInputsOfOneEncoderAreSeveralSources) {
     EXPECT_EQ(decoder.sourceValue(0, "NumberOfVideoSources"), "4");
     decoder.ctl({"select", "Third"});
     EXPECT_TRUE(decoder.waitForSource(1));
-    EXPECT_TRUE(decoder.showsMoving(2)) << "the third input's own mark";
+    EXPECT_TRUE(decoder.showsMoving(2)) << "the mark is the third input's";
 }
 
 TEST(Encoders, SourcesWithEqualKeysShareOneDetection) {
@@ -127,7 +127,7 @@ TEST(Encoders, SourcesWithEqualKeysShareOneDetection) {
     EXPECT_EQ(decoder.sourceValue(1, "Model"), decoder.sourceValue(0, "Model"));
     EXPECT_EQ(appliance::readFile(decoder.root() + "/var/log/output").find("Assuming API", output.size()),
               std::string::npos)
-        << "it was not asked again";
+        << "there was no second detection";
 }
 
 } // namespace

@@ -12,7 +12,7 @@ namespace appliance {
 
 namespace {
 
-// The letter of a process's state stands behind its name in brackets, which may hold anything.
+// The state letter follows the name in brackets. The name may contain any character.
 bool standsStill(const std::filesystem::path& task) {
     const std::string stat = readFile(task / "stat");
     const std::size_t name = stat.rfind(") ");
@@ -25,7 +25,7 @@ void stop(int pid) {
     kill(pid, SIGSTOP);
     const std::string tasks = "/proc/" + std::to_string(pid) + "/task";
     EXPECT_TRUE(eventually([&] {
-        std::error_code gone; // it ended: then it stands still, too
+        std::error_code gone; // the process has ended; then it counts as stopped
         return std::ranges::all_of(std::filesystem::directory_iterator(tasks, gone), standsStill);
     })) << pid;
 }

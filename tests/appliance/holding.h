@@ -1,4 +1,4 @@
-// Players and supervisor, held where a test wants them: stopped, or about to begin.
+// Stopping players and the supervisor at the point that a test needs.
 #pragma once
 
 #include "tests/appliance/appliance.h"
@@ -7,10 +7,10 @@
 
 namespace appliance {
 
-// Stops a process: returns when all its threads stand still, which is later than kill() does.
+// Sends SIGSTOP and waits until all threads of the process have stopped; kill() returns earlier.
 void stop(int pid);
 
-// Stops the supervisor (not its players), so that a test can bring the others into position.
+// Stops the supervisor, but not its players, so that a test can prepare the players.
 class Frozen {
 public:
     explicit Frozen(Appliance& decoder);
@@ -22,11 +22,11 @@ private:
     Appliance& decoder_;
 };
 
-// A player other than this one, as soon as there is one; -1 when none comes.
+// Waits for a player other than `otherThan`. Returns its pid, or -1 when there is none in time.
 int newPlayer(const Appliance& decoder, int otherThan = -1);
 
-// `action` makes a player announce itself; returns when the announcement waits in the frozen supervisor's
-// queue. Only in an isolated process.
+// Runs `action`, which makes a player announce itself, and waits until the announcement is in the queue of the
+// frozen supervisor. Only in an isolated process.
 void awaitAnnouncement(const std::function<void()>& action);
 
 } // namespace appliance

@@ -16,15 +16,15 @@ namespace appliance {
 
 namespace {
 
-bool enterOwnCorner() {
+bool enterNamespaces() {
     return enterNetworkNamespace().empty() && unshare(CLONE_NEWIPC) == 0;
 }
 
-// Tried in a child first: what is refused halfway would leave this process without its user.
+// A child tries it first: a failure after the first step would leave this process without its user.
 bool isAllowed() {
     const pid_t child = fork();
     if (child == 0) {
-        _exit(enterOwnCorner() ? 0 : 1);
+        _exit(enterNamespaces() ? 0 : 1);
     }
     int status = -1;
     return waitpid(child, &status, 0) == child && status == 0;
@@ -61,7 +61,7 @@ std::vector<std::string> ids(const std::string& table, const std::string& what) 
 } // namespace
 
 bool isolate() {
-    static const bool done = isAllowed() && enterOwnCorner();
+    static const bool done = isAllowed() && enterNamespaces();
     return done;
 }
 

@@ -1,4 +1,4 @@
-// A test's own corner of the machine.
+// Namespaces of a test's own.
 #pragma once
 
 #include <string>
@@ -6,23 +6,23 @@
 
 namespace appliance {
 
-// Gives this process, and what it starts from now on, its own System V queues and semaphores and its own
-// loopback network (with multicast), where the machine allows it: to root, or to users as root of a namespace
-// of their own; so that tests that run at once never meet, and what one leaves behind is found. Harmless when
-// repeated. False where it is refused: tests then share the machine's.
+// Gives this process and its children their own System V queues and semaphores and their own loopback network
+// with multicast. Tests that run at the same time then do not disturb each other, and leftovers are found. Works
+// for root, and for users where user namespaces are allowed. Does nothing when repeated. Returns false where it
+// is refused: the test then shares the machine's queues and network.
 bool isolate();
 
-// System V queues and semaphore sets there are, as "queue 5" and "semaphores 3".
+// The existing System V queues and semaphore sets, as "queue 5" and "semaphores 3".
 std::vector<std::string> queues();
 std::vector<std::string> semaphoreSets();
 // Only in an isolated process.
 void removeQueues();
 void removeSemaphoreSets();
 
-// How many messages wait in all queues.
+// The number of messages in all queues.
 int queuedMessages();
 
-// Processes, other than this one, whose environment has this APPLIANCE_ROOT, as "PID NAME".
+// The processes with this APPLIANCE_ROOT in their environment, except this one, as "PID NAME".
 std::vector<std::string> processesUnder(const std::string& root);
 
 } // namespace appliance

@@ -1,8 +1,8 @@
-// kill -9 of the current and of the pending player in every state that waits while it has one: one row each.
+// SIGKILL for the current and the pending player in every state that waits while such a player runs, one row each.
 //
-// Where a state waits for a player's step or end, the player is stopped first, so that the state is reached
-// and held; SIGKILL ends a stopped process, too. SLEEP_AFTER_CRASH_DURING_PAUSE and the sleep after a failed
-// detection wait without a player.
+// If a state waits for a step or the end of a player, the test stops that player first, so that the machine stays
+// in the state. SIGKILL ends a stopped process, too. SLEEP_AFTER_CRASH_DURING_PAUSE and the sleep after a failed
+// detection have no player, so they have no row.
 #include "tests/appliance/holding.h"
 #include "tests/appliance/isolation.h"
 
@@ -16,8 +16,8 @@ using appliance::eventually;
 using appliance::Frozen;
 using appliance::Oddity;
 
-// A decoder with two good sources, one whose encoder never answers and one that nobody has, and the ways into
-// its states. Whatever does not come true on the way is thrown as text.
+// A decoder with two good sources, one whose encoder never answers and one whose address is closed, and the steps
+// that lead into its states. A step that fails throws a text.
 class Scene {
 public:
     Scene();
@@ -34,26 +34,26 @@ public:
     void letPlayersGo();
     void expectState(const std::string& name);
 
-    // ---- With the first source's player alone.
+    // ---- Only the first source's player runs.
     void play();       // in automatic mode
     void playManual(); // in manual mode
     void pause();
     void stopCurrentAndDisconnect();
     void stopCurrentAndFailToDetect();
-    void letStoppedCurrentPass(); // its barrier, at which the supervisor waits for it, and no further
+    void letStoppedCurrentPass(); // passes its barrier and is stopped again
     void waitForDetection();
 
-    // ---- A first player that has not shown anything yet.
+    // ---- A first player that shows nothing yet.
     void launch();
     void launchAndStopBetweenBarriers();
     void launchAgainDuringPause();
 
-    // ---- The second source's player behind the first one's.
+    // ---- The second source's player starts while the first one's shows.
     void launchPending();
-    void loseSwitch(); // its player dies, the current one goes on
+    void loseSwitch(); // the pending player dies, the current one keeps showing
     void stopPendingAtSecondBarrier();
     void stopCurrentAtSecondBarrier();
-    void holdAtSwitch(); // both met, and the current player does not leave
+    void holdAtSwitch(); // both have met, and the current player does not end
     void loseCurrentAtSecondBarrier();
     void losePendingAtSecondBarrier();
     void losePendingAtSwitch();
@@ -86,11 +86,11 @@ Scene::Scene() : silent_(neverAnswer) {
     decoder_.addEncoder("Garage", small);
     decoder_.addSource("Silent", {{"Address", silent_.address()}});
     decoder_.addSource("Missing", {{"Address", "127.0.0.1:1"}});
-    decoder_.set("Decoder.AutoDetectTimeout", "60"); // nothing here waits for its end
+    decoder_.set("Decoder.AutoDetectTimeout", "60"); // longer than any test here
     decoder_.setManual();
 }
 
-// A stopped player would not let its supervisor end.
+// The supervisor waits for its players when it ends, so none may stay stopped.
 Scene::~Scene() {
     letPlayersGo();
 }
@@ -112,7 +112,7 @@ void Scene::expectState(const std::string& name) {
     require(decoder_.waitForState(name), "never " + name);
 }
 
-// The supervisor may be looking at this very moment: it has taken note when this returns.
+// Returns when the supervisor has queued the end of the player.
 void Scene::kill(int player) {
     ::kill(player, SIGKILL);
     ++killed_;
@@ -229,7 +229,8 @@ void Scene::stopCurrentAtSecondBarrier() {
 void Scene::holdAtSwitch() {
     stopPendingAtSecondBarrier();
     const std::string announcement = "(id=7, val=(" + std::to_string(current_) + ",1))";
-    require(decoder_.waitForLog(announcement, 2), "no announcement"); // the first one was at its launch
+    require(decoder_.waitForLog(announcement, 2),
+            "no announcement"); // the first announcement was at its launch
     appliance::stop(current_);
     ::kill(pending_, SIGCONT);
     expectState("SWITCH_PLAYER");
@@ -256,13 +257,13 @@ void Scene::losePendingAtSwitch() {
 // ---- The rows
 
 enum class Victim { current, pending };
-enum class Notice { atOnce, withNextSelect }; // some states leave the exit queued for a later one
+enum class Notice { atOnce, withNextSelect }; // some states leave the exit in the queue for a later state
 
 struct Row {
     const char* state;
     Victim victim;
     void (*reach)(Scene&);
-    const char* next; // the transition that takes notice
+    const char* next; // the transition that the exit causes
     Notice notice = Notice::atOnce;
 };
 
@@ -354,7 +355,7 @@ class Kill : public testing::TestWithParam<Row> {};
 
 TEST_P(Kill, IsSurvived) {
     if (!appliance::isolate()) {
-        GTEST_SKIP() << "no queues of its own to look into";
+        GTEST_SKIP() << "needs System V queues of its own";
     }
     const Row& row = GetParam();
     Scene scene;
@@ -374,7 +375,7 @@ TEST_P(Kill, IsSurvived) {
     EXPECT_TRUE(decoder.waitForSource(goodSource));
     EXPECT_TRUE(eventually([&] { return decoder.players().size() == 1; }));
     EXPECT_EQ(decoder.countInLog("Player crashed due to an uncaught signal. signo=9"), scene.killed())
-        << "each end is classified once";
+        << "each exit is classified once";
 }
 
 std::string nameOf(const testing::TestParamInfo<Row>& info) {

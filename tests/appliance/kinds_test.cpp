@@ -1,8 +1,7 @@
-// Every kind of stream, with real traffic: detected or configured, played by the right player, seen on the
-// screen.
+// Every kind of stream with real traffic: detected or configured, played by the right player, shown on the screen.
 //
-// RTSP is looked for on an encoder's usual port, so each encoder is a host of its own; that and multicast
-// take a network of the test's own.
+// A detection looks for RTSP on the usual port, so each encoder has a host of its own. Hosts and multicast need a
+// network namespace of the test's own.
 #include "tests/appliance/appliance.h"
 #include "tests/appliance/isolation.h"
 
@@ -20,7 +19,7 @@ using testing::HasSubstr;
 
 using Arguments = std::vector<std::string>;
 
-// Pictures that cost little, so that several encoders and decoders run on a small machine.
+// Small pictures, so that several encoders and decoders can run on a small machine.
 Arguments small(const Arguments& more) {
     Arguments all{"--width", "352", "--height", "288"};
     all.insert(all.end(), more.begin(), more.end());
@@ -31,7 +30,7 @@ class Kinds : public testing::Test {
 protected:
     void SetUp() override {
         if (!appliance::isolate()) {
-            GTEST_SKIP() << "no network of its own for hosts and multicast";
+            GTEST_SKIP() << "needs a network namespace of its own for hosts and multicast";
         }
         decoder.emplace();
         decoder->setManual();
@@ -75,7 +74,7 @@ TEST_P(DetectedKind, IsPlayed) {
     EXPECT_EQ(decoder->sourceValue(0, "ErrorCode"), "0");
     EXPECT_THAT(decoder->ctl({"explain", "0"}).output,
                 HasSubstr("accepted: kind " + std::to_string(row.number) + " (" + row.type + ")"));
-    EXPECT_EQ(decoder->countInLog("Failed to launch pending player"), 0U) << "not at the first try";
+    EXPECT_EQ(decoder->countInLog("Failed to launch pending player"), 0U) << "the first try must succeed";
 }
 
 Detected withCredentials(Detected row) {
@@ -126,7 +125,7 @@ std::ostream& operator<<(std::ostream& out, const Configured& row) {
 
 class ConfiguredKind : public Kinds, public testing::WithParamInterface<Configured> {};
 
-TEST_P(ConfiguredKind, IsPlayedWhateverElseThereIs) {
+TEST_P(ConfiguredKind, IsPlayedAlthoughTheEncoderHasOtherKinds) {
     const Configured& row = GetParam();
     decoder->addHost("Camera", small(everything), {{"VideoSourceType", row.type}});
     decoder->start();
@@ -137,7 +136,7 @@ TEST_P(ConfiguredKind, IsPlayedWhateverElseThereIs) {
     EXPECT_THAT(decoder->ctl({"explain", "0"}).output, HasSubstr(std::string("configured type ") + row.type));
 }
 
-TEST_P(ConfiguredKind, ThatTheEncoderHasNotIsErrorEleven) {
+TEST_P(ConfiguredKind, GivesErrorElevenIfTheEncoderDoesNotHaveIt) {
     const std::string wanted = GetParam().type;
     decoder->addHost("Camera", small({"--kinds", "none"}), {{"VideoSourceType", wanted}});
     decoder->start();
@@ -165,8 +164,8 @@ INSTANTIATE_TEST_SUITE_P(Of, ConfiguredKind,
 
 class KindSwitch : public Kinds {
 protected:
-    // Selects the source and looks at the screen until its picture moves: every look finds a picture, the
-    // old source's or the new one's, and once the new one shows, the old one does not come back.
+    // Selects the source and reads the screen until its picture moves. Every reading finds a picture of the old or
+    // the new source, and after the first one of the new source none of the old one.
     void switchTo(int source) {
         const std::int64_t blanked = decoder->screen().blankedAt();
         const std::uint64_t before = decoder->screen().newestInfo().number;
@@ -177,7 +176,7 @@ protected:
         EXPECT_TRUE(eventually([&] {
             const std::optional<FrameMark> now = decoder->mark();
             EXPECT_TRUE(now && (now->source == old->source || now->source == source))
-                << "neither picture while " << decoder->state();
+                << "no picture of either source in " << decoder->state();
             if (now && now->source == source) {
                 counters.insert(now->counter);
             }
@@ -195,7 +194,7 @@ protected:
     }
 };
 
-TEST_F(KindSwitch, NoBlackFrameComesBetweenTheKinds) {
+TEST_F(KindSwitch, ShowsNoBlackFrameBetweenTheKinds) {
     decoder->addHost("Mjpeg", small({"--kinds", "mjpeg"}));
     decoder->addHost("Unicast", small({"--kinds", "rtsp-unicast"}));
     decoder->addHost("Mpeg2", small({"--kinds", "mpeg2"}));
@@ -207,7 +206,7 @@ TEST_F(KindSwitch, NoBlackFrameComesBetweenTheKinds) {
     }
 }
 
-TEST_F(KindSwitch, NoBlackFrameComesBetweenTheOtherKinds) {
+TEST_F(KindSwitch, ShowsNoBlackFrameBetweenTheOtherKinds) {
     decoder->addHost("Multicast", small({"--kinds", "rtsp-multicast", "--codec", "h264"}));
     decoder->addHost("Guide", small({"--kinds", "sdp", "--multicast", "239.255.78.1"}));
     decoder->addHost("Connection", small({"--kinds", "rtsp-tcp"}));

@@ -79,7 +79,7 @@ pid_t spawn(std::vector<std::string> arguments, const std::map<std::string, std:
     return pid;
 }
 
-// A file that exists only as long as it is open.
+// A temporary file without a name: it is gone when it is closed.
 int scratchFile() {
     char name[] = "/tmp/appliance-output-XXXXXX";
     const int fd = mkostemp(name, O_CLOEXEC);

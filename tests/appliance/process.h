@@ -1,4 +1,4 @@
-// A program that a test started: its pid, its end, what it said.
+// A program that a test started: its pid, its end, its output.
 #pragma once
 
 #include <chrono>
@@ -12,19 +12,19 @@ namespace appliance {
 
 using Seconds = std::chrono::duration<double>;
 
-// Time that a loaded machine may take for what usually takes milliseconds. Never slept through: only waited
-// out when something fails.
+// How long a loaded machine may take for what usually takes milliseconds. A test waits that long only when
+// something fails.
 inline constexpr Seconds patience{30};
 
-// Asks `condition` again and again until it is true or the time is over; its last answer.
+// Checks `condition` until it is true or the time is over. Returns its last value.
 template<class Condition>
 bool eventually(Condition condition, Seconds limit = patience);
 
-// A running program. Ends it, by its pid, when it is destroyed.
+// A running program. The destructor kills it by its pid.
 class Process {
 public:
-    // Starts `arguments[0]` with its output in `outputFile` (appended to), no input, an empty signal mask and
-    // the test's environment changed by `environment`. It dies with the test.
+    // Starts `arguments[0]`. Its output is appended to `outputFile`; it has no input, an empty signal mask and the
+    // test's environment with the changes of `environment`. It is killed when the test ends.
     Process(const std::vector<std::string>& arguments, const std::map<std::string, std::string>& environment,
             const std::string& outputFile);
     ~Process();
@@ -32,10 +32,10 @@ public:
     Process& operator=(const Process&) = delete;
 
     pid_t pid() const { return pid_; }
-    bool running(); // reaps it when it has ended
+    bool running(); // reaps the process when it has ended
     void signal(int number) const;
 
-    // The wait status; nothing when it did not end in time.
+    // The wait status; std::nullopt when it did not end in time.
     std::optional<int> waitForEnd(Seconds limit = patience);
 
 private:
@@ -49,7 +49,7 @@ struct Finished {
     std::string errors;
 };
 
-// Runs a program to its end, which is forced after `limit`.
+// Runs a program to its end. After `limit` it is killed.
 Finished runToEnd(const std::vector<std::string>& arguments,
                   const std::map<std::string, std::string>& environment, Seconds limit = patience);
 

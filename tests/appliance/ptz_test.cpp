@@ -1,4 +1,4 @@
-// Cameras turned to presets: what the encoder is asked, in each connect mode.
+// Camera presets: the requests that the encoder gets, in each connect mode.
 #include "tests/appliance/appliance.h"
 #include "tests/appliance/isolation.h"
 
@@ -16,7 +16,7 @@ using Turns = std::vector<std::string>;
 const std::vector<std::string> guarded{"--user", "operator", "--password", "s3cret"};
 const appliance::Keys credentials{{"UserName", "operator"}, {"Password", "s3cret"}};
 
-// What an encoder was asked about its camera, each as "gate: http 401" or "gate: https operator 200".
+// The preset requests that an encoder got, such as "gate: http 401" or "gate: https operator 200".
 Turns turns(const Encoder& encoder) {
     const std::string path = "/vexo-cgi/com/ptz.cgi?gotoserverpresetname=";
     Turns all;
@@ -31,8 +31,8 @@ Turns turns(const Encoder& encoder) {
     return all;
 }
 
-// Two presets of one camera are two sources of the same encoder input: to go from one to the other, only the
-// camera turns.
+// Two presets of one camera are two sources with the same encoder input: a switch between them only turns the
+// camera.
 class Ptz : public testing::Test {
 protected:
     void addCamera(const std::vector<std::string>& arguments, const appliance::Keys& more = {}) {
@@ -50,7 +50,7 @@ protected:
         ASSERT_TRUE(decoder.waitForState("MANUAL_WAIT_FOR_NEW_SELECTION"));
     }
 
-    // What the encoder is asked when this preset is selected.
+    // Selects a preset and returns the requests that this causes.
     Turns turnTo(int source) {
         const std::size_t before = turns(camera()).size();
         const std::size_t times = decoder.countInLog("SEND_ONLY_PTZ(8) -> ") + 1;
@@ -78,7 +78,7 @@ private:
     }
 };
 
-TEST_F(Ptz, WithoutAPresetNothingIsAsked) {
+TEST_F(Ptz, SendsNoRequestWithoutAPreset) {
     Encoder& encoder = decoder.addEncoder("Fixed");
     decoder.addSource("Fixed as well", {{"Address", encoder.address()}, {"PTZ", ""}});
     start();
@@ -86,25 +86,25 @@ TEST_F(Ptz, WithoutAPresetNothingIsAsked) {
     EXPECT_EQ(turns(encoder), Turns{});
 }
 
-TEST_F(Ptz, NameArrivesAsItIs) {
+TEST_F(Ptz, SendsThePresetNameUnchanged) {
     const std::string name = "Gate & <north>?x=1%20 #2; \"\xc3\xbc\"";
     decoder.addEncoder("Gate", {}, {{"PTZ", name}});
     start();
     EXPECT_THAT(turns(camera()), ElementsAre(name + ": http 200"));
 }
 
-TEST_F(Ptz, IsAskedAtEachLaunchAndEachSelection) {
+TEST_F(Ptz, SendsARequestAtEachLaunchAndEachSelection) {
     addCamera({});
     start();
     EXPECT_THAT(turns(camera()), ElementsAre("gate: http 200"));
     EXPECT_THAT(turnTo(1), ElementsAre("drive: http 200"));
     EXPECT_THAT(turnTo(0), ElementsAre("gate: http 200"));
-    EXPECT_THAT(turnTo(0), ElementsAre("gate: http 200")) << "somebody may have turned it by hand";
+    EXPECT_THAT(turnTo(0), ElementsAre("gate: http 200")) << "the camera may have been turned by hand";
 }
 
-// The one way that is known, then all ways; when none is known, all ways at once. libcommon shows credentials
-// only to who asks for them.
-TEST_F(Ptz, RefusalLeadsToOneMoreTryAndTheModeIsLearnedAnew) {
+// The supervisor first uses the known connect mode, then all modes. Without a known mode it tries all of them at
+// once. libcommon sends credentials only after the encoder asks for them.
+TEST_F(Ptz, RefusalLeadsToOneMoreTryThatFindsTheModeAgain) {
     addCamera(guarded, credentials);
     start();
     EXPECT_EQ(decoder.sourceValue(0, "ConnectMode"), "http-auth");
@@ -113,14 +113,14 @@ TEST_F(Ptz, RefusalLeadsToOneMoreTryAndTheModeIsLearnedAnew) {
     EXPECT_THAT(turnTo(1), ElementsAre("drive: http 401", "drive: http operator 401", "drive: http 401",
                                        "drive: http operator 401"));
     EXPECT_THAT(turnTo(0), ElementsAre("gate: http 401", "gate: http operator 401"))
-        << "no mode is known any more";
+        << "the connect mode was forgotten";
     camera().setFaults("");
     EXPECT_THAT(turnTo(1), ElementsAre("drive: http 401", "drive: http operator 200"));
     camera().setFaults("401");
-    EXPECT_EQ(turnTo(0).size(), 4U) << "one was learned";
+    EXPECT_EQ(turnTo(0).size(), 4U) << "the connect mode is known again";
 }
 
-TEST_F(Ptz, RefusalWithoutCredentials) {
+TEST_F(Ptz, RefusalWithoutCredentialsIsTriedOnceMore) {
     addCamera({});
     start();
     EXPECT_EQ(decoder.sourceValue(0, "ConnectMode"), "http");
@@ -133,7 +133,7 @@ TEST_F(Ptz, RefusalWithoutCredentials) {
     EXPECT_THAT(turnTo(0), ElementsAre("gate: http 404", "gate: http 404"));
 }
 
-TEST_F(Ptz, Https) {
+TEST_F(Ptz, IsSentOverHttps) {
     addCamera({"--https", "0"});
     decoder.set("Network.TLS.Verify", "no");
     start();
@@ -157,23 +157,23 @@ std::vector<std::string> ofKind(const char* kind) {
     return all;
 }
 
-// Whoever watches a multicast needs no way to the encoder; the first preset finds one.
-TEST_F(Ptz, MulticastSourceLearnsItsModeFromItsFirstPreset) {
+// A multicast plays without a known connect mode; the first preset request finds it.
+TEST_F(Ptz, FirstPresetOfAMulticastSourceFindsItsConnectMode) {
     if (!appliance::isolate()) {
-        GTEST_SKIP() << "no network of its own for multicast";
+        GTEST_SKIP() << "needs a network namespace of its own for multicast";
     }
     addCamera(ofKind("sdp"), credentials);
     start();
     EXPECT_EQ(decoder.sourceValue(0, "ConnectMode"), "auto");
     EXPECT_THAT(turns(camera()), ElementsAre("gate: http 401", "gate: http operator 200"));
     camera().setFaults("401");
-    EXPECT_EQ(turnTo(1).size(), 4U) << "the learned way, then all";
+    EXPECT_EQ(turnTo(1).size(), 4U) << "the known mode, then all modes";
     EXPECT_EQ(turnTo(0).size(), 2U);
 }
 
 TEST_F(Ptz, RtspSourceIsTurnedOverHttp) {
     if (!appliance::isolate()) {
-        GTEST_SKIP() << "no network of its own for hosts";
+        GTEST_SKIP() << "needs a network namespace of its own for hosts";
     }
     addCameraHost(ofKind("rtsp-tcp"), credentials);
     start();

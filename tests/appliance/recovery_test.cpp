@@ -1,4 +1,4 @@
-// Players and encoders that die: what is seen of it, and that they come back. kill_test has every state.
+// Players and encoders that die: what the user sees, and the recovery. kill_test covers every state.
 #include "tests/appliance/holding.h"
 
 #include <csignal>
@@ -11,7 +11,7 @@ using appliance::eventually;
 using appliance::Frozen;
 using appliance::newPlayer;
 
-// Lets the held player run until its announcement waits in the frozen supervisor's queue.
+// Lets the held player run until its announcement is in the queue of the frozen supervisor.
 void letItAnnounce(Appliance& decoder) {
     appliance::awaitAnnouncement([&] { decoder.releasePlayers(); });
 }
@@ -37,7 +37,7 @@ TEST(PlayerDies, WhileItShows) {
     EXPECT_TRUE(decoder.waitForText(0, "No connection to encoder Front door"));
     EXPECT_EQ(decoder.sourceValue(0, "ErrorCode"), "29");
     EXPECT_EQ(decoder.status()["frame"]["blank"], true);
-    EXPECT_TRUE(decoder.showsMoving(0)) << "it is tried again after four seconds";
+    EXPECT_TRUE(decoder.showsMoving(0)) << "the source is tried again after four seconds";
     EXPECT_NE(decoder.playerPid(), player);
 }
 
@@ -92,7 +92,7 @@ TEST(PlayerDies, AtItsFirstBarrier) {
 
 class Switching : public testing::Test {
 protected:
-    // The first source shows; the second one's player is held at its start.
+    // The first source shows. The second one's player is held at its start.
     void SetUp() override {
         addTwo(decoder);
         decoder.start();
@@ -106,7 +106,7 @@ protected:
         ASSERT_GT(pending, 0);
     }
 
-    // The pending player has announced its first barrier to a supervisor that waits for both at the second.
+    // The pending player has announced barrier 0. The supervisor waits for both players at barrier 1.
     void reachSecondBarrier(int stopped) {
         {
             const Frozen frozen(decoder);
@@ -126,7 +126,7 @@ TEST_F(Switching, PendingDiesBeforeItsFirstBarrier) {
     kill(pending, SIGKILL);
     EXPECT_TRUE(decoder.waitForLog("-> COULD_NOT_LAUNCH_PENDING_PLAYER(27)"));
     EXPECT_TRUE(decoder.waitForState("MANUAL_WAIT_ERROR_SLEEP_EVENT"));
-    EXPECT_TRUE(decoder.showsMoving(0)) << "the current player goes on";
+    EXPECT_TRUE(decoder.showsMoving(0)) << "the current player keeps showing";
     EXPECT_EQ(decoder.playerPid(), current);
     EXPECT_EQ(decoder.screen().blankedAt(), blanked);
     EXPECT_EQ(decoder.sourceValue(1, "ErrorCode"), "29");
@@ -155,7 +155,7 @@ TEST_F(Switching, BothDieAtTheSecondBarrier) {
 
 // ---- Encoders
 
-TEST(EncoderDies, AndComesBack) {
+TEST(EncoderDies, IsTriedAgainUntilItIsBack) {
     Appliance decoder;
     decoder.addEncoder("Front door");
     decoder.setManual();
@@ -182,12 +182,12 @@ TEST(EncoderDies, WhileTheSequenceIsPaused) {
     EXPECT_TRUE(decoder.waitForLog("-> CURRENT_PLAYER_CRASHED_DURING_PAUSE(44)"));
     EXPECT_TRUE(decoder.waitForText(0, "No connection to encoder Front door"));
     decoder.encoder(0).again();
-    EXPECT_TRUE(decoder.showsMoving(0)) << "the paused source comes back, not the next one";
+    EXPECT_TRUE(decoder.showsMoving(0)) << "the paused source is tried again, not the next one";
     EXPECT_TRUE(decoder.waitForState("AUTO_PAUSE"));
     EXPECT_TRUE(decoder.waitForText(1, "Sequence paused"));
 }
 
-TEST(EncoderFreezes, IsNoticedAndTriedAgain) {
+TEST(EncoderFreezes, IsDetectedAndTriedAgain) {
     Appliance decoder;
     decoder.addEncoder("Front door");
     decoder.setManual();

@@ -25,7 +25,7 @@ bool everDrew(Appliance& decoder, int source) {
     return drew;
 }
 
-TEST(Sequence, ShowsEachEnabledSourceForItsOwnTimeAndBeginsAnew) {
+TEST(Sequence, ShowsEachEnabledSourceForItsDisplayTimeAndStartsAgain) {
     Appliance decoder;
     decoder.addEncoder("Front door", small, {{"DisplayTime", "1"}});
     decoder.addEncoder("Cellar", small, {{"AutoEnabled", "no"}});
@@ -39,14 +39,14 @@ TEST(Sequence, ShowsEachEnabledSourceForItsOwnTimeAndBeginsAnew) {
     const std::vector<double> left = decoder.timesInLog("-> AUTO_GOTO_NEXT_SOURCE(39)");
     ASSERT_GE(shown.size(), 2U);
     ASSERT_GE(left.size(), 2U);
-    constexpr double late = 10; // on a busy machine
+    constexpr double late = 10; // seconds, for a busy machine
     EXPECT_GE(left[0] - shown[0], 0.99);
     EXPECT_LE(left[0] - shown[0], 1 + late);
     EXPECT_GE(left[1] - shown[1], 1.99);
     EXPECT_LE(left[1] - shown[1], 2 + late);
 }
 
-TEST(Sequence, GoesOnFromASelectedSourceByItsIndex) {
+TEST(Sequence, ContinuesWithTheNextHigherIndexAfterASelection) {
     Appliance decoder;
     decoder.addEncoder("Front door", small);
     decoder.addEncoder("Cellar", small, {{"AutoEnabled", "no"}, {"DisplayTime", "1"}});
@@ -55,10 +55,10 @@ TEST(Sequence, GoesOnFromASelectedSourceByItsIndex) {
     ASSERT_TRUE(decoder.showsMoving(0));
     decoder.ctl({"select", "Cellar"});
     EXPECT_TRUE(decoder.showsMoving(1));
-    EXPECT_TRUE(decoder.showsMoving(2)) << "the next higher one of the sequence";
+    EXPECT_TRUE(decoder.showsMoving(2)) << "the next higher index of the sequence";
 }
 
-TEST(Sequence, PauseOutlivesTheDisplayTime) {
+TEST(Sequence, PauseLastsLongerThanTheDisplayTime) {
     Appliance decoder;
     decoder.addEncoder("Front door", small, {{"DisplayTime", "2"}});
     decoder.addEncoder("Garage", small, {{"DisplayTime", "2"}});
@@ -67,19 +67,19 @@ TEST(Sequence, PauseOutlivesTheDisplayTime) {
     ASSERT_TRUE(decoder.waitForState("AUTO_WAIT_FOR_NEXT_SOURCE_TIMEOUT"));
     decoder.ctl({"button"});
     ASSERT_TRUE(decoder.waitForState("AUTO_PAUSE"));
-    const int source = decoder.currentSource(); // the second one, should the press have come late
+    const int source = decoder.currentSource(); // 1 if the press came late
     const std::size_t timers = decoder.timesInLog("-> AUTO_WAIT_FOR_NEXT_SOURCE_TIMEOUT(37)").size();
-    ASSERT_TRUE(decoder.waitForLog("adding event to queue (id=6", timers)) << "its time is over";
+    ASSERT_TRUE(decoder.waitForLog("adding event to queue (id=6", timers)) << "the display time has ended";
     EXPECT_TRUE(decoder.showsMoving(source));
     EXPECT_EQ(decoder.state(), "AUTO_PAUSE");
     decoder.ctl({"button"});
-    EXPECT_TRUE(decoder.showsMoving(1 - source)) << "a press goes on with the next one";
+    EXPECT_TRUE(decoder.showsMoving(1 - source)) << "a press shows the next source";
     EXPECT_TRUE(decoder.waitForLog("Unknown timer ID, probably from previous crashed/interrupted PID."))
-        << "the time that was over means nothing now";
+        << "the old timer is ignored";
     EXPECT_EQ(decoder.text(1), "");
 }
 
-TEST(Sequence, PressDuringADetectionPausesOnWhatShows) {
+TEST(Sequence, PressDuringADetectionPausesOnTheCurrentSource) {
     Appliance decoder;
     const Oddity silent(neverAnswer);
     decoder.set("Decoder.AutoDetectTimeout", "60");
@@ -89,7 +89,7 @@ TEST(Sequence, PressDuringADetectionPausesOnWhatShows) {
     ASSERT_TRUE(decoder.showsMoving(0));
     const int player = decoder.playerPid();
     ASSERT_TRUE(decoder.waitForLog("-> REQUEST_ENCODER_TYPE(6)", 2));
-    EXPECT_EQ(decoder.text(0), "") << "a running picture is not covered";
+    EXPECT_EQ(decoder.text(0), "") << "no text covers the picture";
     decoder.ctl({"button"});
     EXPECT_TRUE(decoder.waitForLog("REQUEST_ENCODER_TYPE(6) -> AUTO_PAUSE(43)"));
     EXPECT_TRUE(decoder.waitForText(1, "Sequence paused"));
@@ -98,7 +98,7 @@ TEST(Sequence, PressDuringADetectionPausesOnWhatShows) {
     EXPECT_EQ(decoder.currentSource(), 0);
 }
 
-TEST(Sequence, SourceThatIsNotThereIsSkippedByAPressOrAfterFourSeconds) {
+TEST(Sequence, UnreachableSourceIsSkippedByAPressOrAfterFourSeconds) {
     Appliance decoder;
     decoder.addSource("Missing", {{"Address", "127.0.0.1:1"}});
     decoder.addSource("Missing as well", {{"Address", "127.0.0.1:2"}});
@@ -117,7 +117,7 @@ TEST(Sequence, SourceThatIsNotThereIsSkippedByAPressOrAfterFourSeconds) {
     EXPECT_GE(left[1] - failed[1], 3.99);
 }
 
-TEST(Manual, ShortPressGoesToTheNextEnabledSourceAndAround) {
+TEST(Manual, ShortPressShowsTheNextEnabledSourceAndWrapsAround) {
     Appliance decoder;
     decoder.addEncoder("Front door", small);
     decoder.addEncoder("Cellar", small, {{"ManualEnabled", "no"}});
@@ -145,14 +145,14 @@ TEST(Manual, LongPressDisconnects) {
     EXPECT_TRUE(eventually([&] { return decoder.players().empty(); }));
     decoder.ctl({"button", "--hold"});
     ASSERT_TRUE(decoder.waitForLog("adding event to queue (id=4", 2));
-    decoder.ctl({"flush"}); // taken after it
+    decoder.ctl({"flush"}); // queued behind the press
     EXPECT_TRUE(decoder.waitForLog("-> FLUSH_CACHE(4)"));
     EXPECT_EQ(decoder.countInLog("-> CONNECT(2)"), 1U) << "a long press does not connect";
     decoder.ctl({"button"});
     EXPECT_TRUE(decoder.showsMoving(0));
 }
 
-TEST(Button, DisabledOneDoesNothing) {
+TEST(Button, DoesNothingWhenItIsDisabled) {
     Appliance decoder;
     decoder.addEncoder("Front door", small);
     decoder.set("Buttons.VideoSelectEnabled", "no");
@@ -160,7 +160,7 @@ TEST(Button, DisabledOneDoesNothing) {
     ASSERT_TRUE(decoder.showsMoving(0));
     decoder.ctl({"button"});
     decoder.ctl({"button", "--hold"});
-    decoder.ctl({"select", "0"}); // comes after them
+    decoder.ctl({"select", "0"}); // queued behind the presses
     ASSERT_TRUE(decoder.waitForLog("adding event to queue (id=11"));
     EXPECT_EQ(decoder.countInLog("adding event to queue (id=4"), 0U);
     EXPECT_TRUE(decoder.showsMoving(0));

@@ -1,4 +1,4 @@
-// How the supervisor ends, and what it leaves to the one that is started next.
+// How the supervisor ends, and what the next one finds.
 #include "tests/appliance/appliance.h"
 #include "tests/appliance/isolation.h"
 
@@ -74,7 +74,7 @@ TEST(Respawn, StartsAgainAfterEveryEnd) {
     EXPECT_TRUE(decoder.showsMoving(0));
 }
 
-TEST(Respawn, WhatAKilledSupervisorLeftIsSwept) {
+TEST(Respawn, RemovesWhatAKilledSupervisorLeft) {
     Appliance decoder;
     decoder.addEncoder("Front door");
     decoder.start();
@@ -82,7 +82,7 @@ TEST(Respawn, WhatAKilledSupervisorLeftIsSwept) {
     const int player = decoder.playerPid();
     EXPECT_EQ(decoder.stop(SIGKILL), -1);
     EXPECT_TRUE(appliance::eventually([&] { return decoder.players().empty(); }))
-        << "a player dies with its supervisor";
+        << "a player ends with its supervisor";
     const std::string barrier = decoder.root() + "/var/tmp/barrier." + std::to_string(player);
     ASSERT_TRUE(std::filesystem::exists(barrier));
     decoder.start();
@@ -92,7 +92,7 @@ TEST(Respawn, WhatAKilledSupervisorLeftIsSwept) {
     EXPECT_FALSE(std::filesystem::exists(barrier));
 }
 
-TEST(StartUp, MissingButtonFileEndsItWithStatusOne) {
+TEST(StartUp, MissingButtonFileEndsTheSupervisorWithStatusOne) {
     Appliance decoder;
     std::filesystem::remove(decoder.root() + "/proc/sys/dev/button_videoselect");
     decoder.set("Decoder.AutoConnect", "no");
@@ -103,7 +103,7 @@ TEST(StartUp, MissingButtonFileEndsItWithStatusOne) {
     EXPECT_EQ(WEXITSTATUS(*status), 1);
     EXPECT_NE(appliance::readFile(decoder.root() + "/var/log/output").find("Failed to open\n"),
               std::string::npos);
-    // Kept: this end removes nothing, so the queue stays for the next start.
+    // Kept: this exit removes nothing, so the queue stays for the next start.
     decoder.forgetQueues();
 }
 

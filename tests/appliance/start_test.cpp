@@ -1,4 +1,4 @@
-// From the start to the first picture, and what a person does with a decoder on a good day.
+// From the start to the first picture, and the everyday use of a decoder.
 #include "tests/appliance/appliance.h"
 
 #include <gmock/gmock.h>
@@ -44,7 +44,7 @@ TEST(Start, DetectionIsExplained) {
     EXPECT_NE(explained.output.find("accepted"), std::string::npos) << explained.output;
 }
 
-TEST(Start, WithoutAutoConnectItStaysDisconnected) {
+TEST(Start, StaysDisconnectedWithoutAutoConnect) {
     Appliance decoder;
     decoder.addEncoder("Front door");
     decoder.set("Decoder.AutoConnect", "no");
@@ -57,7 +57,7 @@ TEST(Start, WithoutAutoConnectItStaysDisconnected) {
     EXPECT_EQ(decoder.ctl({"get", "Decoder.Info.Connected"}).output, "yes\n");
 }
 
-TEST(Start, NoUsableSourceIsToldAndDisconnects) {
+TEST(Start, DisconnectsWithATextWhenThereIsNoUsableSource) {
     Appliance decoder;
     decoder.addSource("Nowhere", {{"Address", ""}});
     decoder.start();
@@ -77,7 +77,7 @@ TEST(Start, PlaysInNtsc) {
     EXPECT_EQ(frame.height, 480);
 }
 
-TEST(Select, BringsTheOtherSourceToTheScreen) {
+TEST(Select, ShowsTheOtherSource) {
     Appliance decoder;
     decoder.addEncoder("Front door");
     decoder.addEncoder("Garage");
@@ -106,14 +106,14 @@ TEST(Select, ScreenNeverGoesDarkBetweenTwoSources) {
     decoder.ctl({"select", "1"});
     ASSERT_TRUE(decoder.showsMoving(1));
     EXPECT_EQ(decoder.screen().blankedAt(), blankedBefore);
-    // Numbers in the record follow each other: no frame of anybody else came between.
+    // The frame numbers are consecutive, so no other frame was drawn in between.
     int changes = 0;
     int source = 0;
     for (const screen::FrameInfo& frame : decoder.screen().infosSince(0)) {
         changes += frame.source != source ? 1 : 0;
         source = frame.source;
     }
-    EXPECT_EQ(changes, 1) << "once the new source shows, the old one does not come back";
+    EXPECT_EQ(changes, 1) << "the old source does not return after the first frame of the new one";
 }
 
 TEST(Select, SameEncoderInputKeepsThePlayerAndTurnsTheCamera) {
@@ -128,7 +128,7 @@ TEST(Select, SameEncoderInputKeepsThePlayerAndTurnsTheCamera) {
     EXPECT_TRUE(decoder.waitForSource(1));
     EXPECT_TRUE(decoder.waitForLog("-> SEND_ONLY_PTZ(8)"));
     EXPECT_TRUE(decoder.waitForState("MANUAL_WAIT_FOR_NEW_SELECTION"));
-    EXPECT_TRUE(decoder.showsMoving(0)) << "the mark is the encoder's";
+    EXPECT_TRUE(decoder.showsMoving(0)) << "both sources have the encoder's mark";
     EXPECT_EQ(decoder.playerPid(), player);
     EXPECT_EQ(encoder.gotos(), (std::vector<std::string>{"gate", "drive"}));
     EXPECT_EQ(decoder.sourceValue(1, "VideoSourceType"), "mjpeg");
@@ -152,7 +152,7 @@ TEST(Connect, DisconnectStopsAndConnectStartsAgain) {
     EXPECT_TRUE(appliance::eventually([&] { return decoder.text(0).empty(); }));
 }
 
-TEST(Connect, SelectWakesADisconnectedDecoder) {
+TEST(Connect, SelectConnectsADisconnectedDecoder) {
     Appliance decoder;
     decoder.addEncoder("Front door");
     decoder.addEncoder("Garage");
@@ -163,7 +163,7 @@ TEST(Connect, SelectWakesADisconnectedDecoder) {
     EXPECT_TRUE(decoder.showsMoving(1));
 }
 
-TEST(Button, PausesMovesOnDisconnectsAndConnects) {
+TEST(Button, PausesShowsTheNextSourceDisconnectsAndConnects) {
     Appliance decoder;
     decoder.addEncoder("Front door");
     decoder.addEncoder("Garage");
@@ -172,7 +172,7 @@ TEST(Button, PausesMovesOnDisconnectsAndConnects) {
     ASSERT_TRUE(decoder.waitForState("AUTO_WAIT_FOR_NEXT_SOURCE_TIMEOUT"));
     EXPECT_EQ(decoder.ctl({"button"}).status, 0);
     EXPECT_TRUE(decoder.waitForText(1, "Sequence paused"));
-    EXPECT_TRUE(decoder.showsMoving(0)) << "the paused source goes on playing";
+    EXPECT_TRUE(decoder.showsMoving(0)) << "the paused source keeps playing";
     EXPECT_EQ(decoder.ctl({"button"}).status, 0);
     EXPECT_TRUE(decoder.showsMoving(1));
     EXPECT_EQ(decoder.text(1), "");
@@ -183,7 +183,7 @@ TEST(Button, PausesMovesOnDisconnectsAndConnects) {
     EXPECT_TRUE(decoder.showsMoving(0));
 }
 
-TEST(SideBySide, TwoAppliancesDoNotMeet) {
+TEST(SideBySide, TwoAppliancesDoNotDisturbEachOther) {
     Appliance one;
     Appliance other;
     one.addEncoder("One");
