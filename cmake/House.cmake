@@ -5,10 +5,13 @@ set(CMAKE_CXX_STANDARD 20)
 set(CMAKE_CXX_STANDARD_REQUIRED ON)
 set(CMAKE_CXX_EXTENSIONS OFF)
 set(CMAKE_POSITION_INDEPENDENT_CODE ON)
+# The build tree has the folders of an installed prefix. So a program finds libcommon.so relative to itself in both,
+# and no run path is edited at installation. CMake makes room for that edit with empty elements, and the loader takes
+# an empty element as the current folder.
 set(CMAKE_RUNTIME_OUTPUT_DIRECTORY "${PROJECT_BINARY_DIR}/bin")
-set(CMAKE_LIBRARY_OUTPUT_DIRECTORY "${PROJECT_BINARY_DIR}/lib")
-# An installed program finds libcommon.so beside itself, wherever the prefix is.
+set(CMAKE_LIBRARY_OUTPUT_DIRECTORY "${PROJECT_BINARY_DIR}/${CMAKE_INSTALL_LIBDIR}")
 set(CMAKE_INSTALL_RPATH "$ORIGIN/../${CMAKE_INSTALL_LIBDIR}")
+set(CMAKE_BUILD_WITH_INSTALL_RPATH ON)
 
 set(HOUSE_SANITIZE "" CACHE STRING "Sanitizers for the whole build: address,undefined or thread")
 option(HOUSE_WERROR "Warnings are errors" ON)
@@ -32,6 +35,16 @@ if(HOUSE_SANITIZE)
     endif()
 endif()
 
+# Hardening of every binary; tests/checks/check_hardening looks at the results. _FORTIFY_SOURCE needs optimization, and
+# it hides calls from the sanitizers.
+include(CheckPIESupported)
+check_pie_supported()
+add_compile_options(-fstack-protector-strong)
+add_link_options(LINKER:-z,relro LINKER:-z,now)
+if(NOT HOUSE_SANITIZE)
+    add_compile_options("$<$<NOT:$<CONFIG:Debug>>:-D_FORTIFY_SOURCE=2>")
+endif()
+
 find_program(CCACHE ccache)
 if(CCACHE)
     # What it must be told of precompiled headers, which it leaves alone otherwise.
@@ -44,24 +57,54 @@ endif()
 
 find_package(Threads REQUIRED)
 find_package(PkgConfig REQUIRED)
-find_package(GTest REQUIRED)
-include(GoogleTest)
 
-# What runs once or for a moment, a test's own source or the reading of a command line: optimizing it takes
-# longer than running it.
-set(HOUSE_UNOPTIMIZED "$<$<CONFIG:RelWithDebInfo>:-O0>" "$<$<CONFIG:RelWithDebInfo>:-g1>")
+# ---- Tests and benchmarks. ------------------------------------------------------------------------------------
+set(HOUSE_TESTS AUTO CACHE STRING "Configure tests and benchmarks: ON, OFF, or AUTO (when their libraries are installed)")
+set_property(CACHE HOUSE_TESTS PROPERTY STRINGS AUTO ON OFF)
+if(HOUSE_TESTS STREQUAL "AUTO")
+    find_package(GTest QUIET)
+    find_package(benchmark QUIET)
+    set(house_has_tests OFF)
+    if(GTest_FOUND AND benchmark_FOUND)
+        set(house_has_tests ON)
+    else()
+        message(STATUS "GoogleTest or Google Benchmark is not installed: no tests are configured")
+    endif()
+else()
+    set(house_has_tests ${HOUSE_TESTS})
+endif()
+
+# house_tests_from_here(): the rest of a folder's CMakeLists.txt is about tests. Without tests it is not read. This is a
+# macro because return() in a macro leaves the file that calls it.
+macro(house_tests_from_here)
+    if(NOT house_has_tests)
+        return()
+    endif()
+endmacro()
+
+# A test's own source: optimizing it takes longer than running it.
+set(HOUSE_UNOPTIMIZED "$<$<CONFIG:RelWithDebInfo>:-O0>" "$<$<CONFIG:RelWithDebInfo>:-g1>"
+                      "$<$<CONFIG:RelWithDebInfo>:-U_FORTIFY_SOURCE>")
 
 # GoogleTest's headers, read once for all tests. They serve only what has the same options: tests that use GLib
 # bring -pthread along, so all of them have it.
 set(HOUSE_TEST_OPTIONS -pthread)
-add_executable(test_headers "${PROJECT_SOURCE_DIR}/cmake/test_headers.cpp")
-target_compile_options(test_headers PRIVATE ${HOUSE_TEST_OPTIONS} ${HOUSE_UNOPTIMIZED})
-target_link_libraries(test_headers PRIVATE GTest::gmock GTest::gtest)
-target_precompile_headers(test_headers PRIVATE <gmock/gmock.h> <gtest/gtest.h>)
+if(house_has_tests)
+    find_package(GTest REQUIRED)
+    find_package(benchmark REQUIRED)
+    include(GoogleTest)
+    add_executable(test_headers "${PROJECT_SOURCE_DIR}/cmake/test_headers.cpp")
+    set_target_properties(test_headers PROPERTIES RUNTIME_OUTPUT_DIRECTORY "${PROJECT_BINARY_DIR}/tests")
+    target_compile_options(test_headers PRIVATE ${HOUSE_TEST_OPTIONS} ${HOUSE_UNOPTIMIZED})
+    target_link_libraries(test_headers PRIVATE GTest::gmock GTest::gtest)
+    target_precompile_headers(test_headers PRIVATE <gmock/gmock.h> <gtest/gtest.h>)
+endif()
 
-# house_unoptimized(sources...): of the folder that calls it.
-function(house_unoptimized)
-    set_source_files_properties(${ARGN} PROPERTIES COMPILE_OPTIONS "${HOUSE_UNOPTIMIZED}")
+# house_run_once(sources...): sources of the calling folder that run for a moment, such as the reading of a command
+# line. The lightest optimization halves the time to compile them. None at all would disable _FORTIFY_SOURCE.
+function(house_run_once)
+    set_source_files_properties(${ARGN} PROPERTIES COMPILE_OPTIONS
+                                "$<$<CONFIG:RelWithDebInfo>:-Og>;$<$<CONFIG:RelWithDebInfo>:-g1>")
 endfunction()
 
 # house_library(NAME sources... LINK libraries...): a folder's static library. Includes are written from the
