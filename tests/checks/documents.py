@@ -5,7 +5,8 @@ from pathlib import Path
 
 LANGUAGES = {"sh", "ini", "text", "mermaid"}
 PROGRAMS = ("./run", "./test", "decoderctl", "video-encoder", "skelmor", "decoder-monitor", "blankscreen", "resetrua",
-            "mjpeg_player", "mpeg4player", "unicastplayer", "multicastplayer")
+            "mjpeg_player", "mpeg4player", "unicastplayer", "multicastplayer",
+            "switch_bench", "kinds_bench", "detection_bench")
 FENCE = re.compile(r"^\s*(`{3,}|~{3,})\s*(\S*)\s*$")
 # What begins a command in an indented block: our programs, and tools that prepare or ask something.
 COMMAND = re.compile(r"^(\./|build/|(sudo|cmake|curl|mkdir|decoderctl|video-encoder|decoder-\w+|gst-\S+|ff\w+)\s)")
