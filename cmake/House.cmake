@@ -19,7 +19,7 @@ option(HOUSE_WERROR "Warnings are errors" ON)
 add_compile_options(-Wall -Wextra -Wpedantic -Wshadow -Wconversion -Wno-sign-conversion -Wformat=2
                     -Wnon-virtual-dtor -Woverloaded-virtual -Wimplicit-fallthrough)
 if(CMAKE_CXX_COMPILER_ID STREQUAL "GNU")
-    # GCC 12 sees overlapping copies in any std::string that is assigned a literal (its bug 105651).
+    # GCC 12 warns of overlapping copies wherever a literal is assigned to a std::string (its bug 105651).
     add_compile_options(-Wno-restrict)
 endif()
 if(HOUSE_WERROR)
@@ -30,7 +30,7 @@ if(HOUSE_SANITIZE)
     add_compile_options(-fsanitize=${HOUSE_SANITIZE} -fno-omit-frame-pointer -fno-sanitize-recover=all)
     add_link_options(-fsanitize=${HOUSE_SANITIZE})
     if(HOUSE_SANITIZE STREQUAL "thread")
-        # Fences stand between processes here, and this sanitizer sees one process alone.
+        # The fences here are between processes. This sanitizer sees a single process and warns of every fence.
         add_compile_options(-Wno-tsan)
     endif()
 endif()
@@ -47,7 +47,7 @@ endif()
 
 find_program(CCACHE ccache)
 if(CCACHE)
-    # What it must be told of precompiled headers, which it leaves alone otherwise.
+    # Without these settings ccache does not cache sources that use precompiled headers.
     set(CMAKE_CXX_COMPILER_LAUNCHER "${CMAKE_COMMAND}" -E env
         CCACHE_SLOPPINESS=pch_defines,time_macros,include_file_mtime,include_file_ctime "${CCACHE}")
     if(CMAKE_CXX_COMPILER_ID STREQUAL "GNU")
@@ -86,8 +86,8 @@ endmacro()
 set(HOUSE_UNOPTIMIZED "$<$<CONFIG:RelWithDebInfo>:-O0>" "$<$<CONFIG:RelWithDebInfo>:-g1>"
                       "$<$<CONFIG:RelWithDebInfo>:-U_FORTIFY_SOURCE>")
 
-# GoogleTest's headers, read once for all tests. They serve only what has the same options: tests that use GLib
-# bring -pthread along, so all of them have it.
+# GoogleTest's headers, precompiled once for all tests. They fit only sources with the same options. Tests that use GLib
+# have -pthread, so all tests have it.
 set(HOUSE_TEST_OPTIONS -pthread)
 if(house_has_tests)
     find_package(GTest REQUIRED)
@@ -107,8 +107,8 @@ function(house_run_once)
                                 "$<$<CONFIG:RelWithDebInfo>:-Og>;$<$<CONFIG:RelWithDebInfo>:-g1>")
 endfunction()
 
-# house_library(NAME sources... LINK libraries...): a folder's static library. Includes are written from the
-# root of the house ("events/event_queue.h"), so that a line tells which folder it reaches into.
+# house_library(NAME sources... LINK libraries...): a folder's static library. Include paths start at the top folder
+# ("events/event_queue.h"), so that each line names the folder that it includes from.
 function(house_library name)
     cmake_parse_arguments(ARG "" "" "LINK" ${ARGN})
     add_library(${name} STATIC ${ARG_UNPARSED_ARGUMENTS})
@@ -116,9 +116,9 @@ function(house_library name)
     target_link_libraries(${name} PUBLIC libcommon_headers ${ARG_LINK})
 endfunction()
 
-# house_test(NAME sources... LINK libraries... [STREAMS]): one GoogleTest program. Every test runs in a process
-# of its own under ctest, because most of what is tested keeps process-wide state. STREAMS: it plays live
-# streams, which come late on a machine that does too much at once; such tests take the place of two.
+# house_test(NAME sources... LINK libraries... [LABELS labels...] [TIMEOUT seconds] [STREAMS]): one GoogleTest program.
+# CTest runs each test in its own process, because most of the tested code keeps process-wide state. STREAMS: the program
+# plays live streams, which are late on an overloaded machine, so CTest counts each of its tests as two.
 function(house_test name)
     cmake_parse_arguments(ARG "STREAMS" "TIMEOUT" "LINK;LABELS" ${ARGN})
     if(NOT ARG_TIMEOUT)
@@ -130,7 +130,7 @@ function(house_test name)
     add_executable(${name} ${ARG_UNPARSED_ARGUMENTS})
     set_target_properties(${name} PROPERTIES RUNTIME_OUTPUT_DIRECTORY "${PROJECT_BINARY_DIR}/tests")
     target_include_directories(${name} PRIVATE "${PROJECT_SOURCE_DIR}")
-    target_compile_options(${name} PRIVATE ${HOUSE_TEST_OPTIONS} ${HOUSE_UNOPTIMIZED}) # what is tested is optimized
+    target_compile_options(${name} PRIVATE ${HOUSE_TEST_OPTIONS} ${HOUSE_UNOPTIMIZED}) # the tested code is optimized
     target_precompile_headers(${name} REUSE_FROM test_headers)
     target_link_libraries(${name} PRIVATE ${ARG_LINK} GTest::gmock GTest::gtest GTest::gtest_main)
     set(places 1)
