@@ -5,10 +5,13 @@ set(CMAKE_CXX_STANDARD 20)
 set(CMAKE_CXX_STANDARD_REQUIRED ON)
 set(CMAKE_CXX_EXTENSIONS OFF)
 set(CMAKE_POSITION_INDEPENDENT_CODE ON)
+# The build tree has the folders of an installed prefix. So a program finds libcommon.so relative to itself in both,
+# and no run path is edited at installation. CMake makes room for that edit with empty elements, and the loader takes
+# an empty element as the current folder.
 set(CMAKE_RUNTIME_OUTPUT_DIRECTORY "${PROJECT_BINARY_DIR}/bin")
-set(CMAKE_LIBRARY_OUTPUT_DIRECTORY "${PROJECT_BINARY_DIR}/lib")
-# An installed program finds libcommon.so beside itself, wherever the prefix is.
+set(CMAKE_LIBRARY_OUTPUT_DIRECTORY "${PROJECT_BINARY_DIR}/${CMAKE_INSTALL_LIBDIR}")
 set(CMAKE_INSTALL_RPATH "$ORIGIN/../${CMAKE_INSTALL_LIBDIR}")
+set(CMAKE_BUILD_WITH_INSTALL_RPATH ON)
 
 set(HOUSE_SANITIZE "" CACHE STRING "Sanitizers for the whole build: address,undefined or thread")
 option(HOUSE_WERROR "Warnings are errors" ON)
@@ -16,7 +19,7 @@ option(HOUSE_WERROR "Warnings are errors" ON)
 add_compile_options(-Wall -Wextra -Wpedantic -Wshadow -Wconversion -Wno-sign-conversion -Wformat=2
                     -Wnon-virtual-dtor -Woverloaded-virtual -Wimplicit-fallthrough)
 if(CMAKE_CXX_COMPILER_ID STREQUAL "GNU")
-    # GCC 12 sees overlapping copies in any std::string that is assigned a literal (its bug 105651).
+    # GCC 12 warns of overlapping copies wherever a literal is assigned to a std::string (its bug 105651).
     add_compile_options(-Wno-restrict)
 endif()
 if(HOUSE_WERROR)
@@ -27,14 +30,24 @@ if(HOUSE_SANITIZE)
     add_compile_options(-fsanitize=${HOUSE_SANITIZE} -fno-omit-frame-pointer -fno-sanitize-recover=all)
     add_link_options(-fsanitize=${HOUSE_SANITIZE})
     if(HOUSE_SANITIZE STREQUAL "thread")
-        # Fences stand between processes here, and this sanitizer sees one process alone.
+        # The fences here are between processes. This sanitizer sees a single process and warns of every fence.
         add_compile_options(-Wno-tsan)
     endif()
 endif()
 
+# Hardening of every binary; tests/checks/check_hardening looks at the results. _FORTIFY_SOURCE needs optimization, and
+# it hides calls from the sanitizers.
+include(CheckPIESupported)
+check_pie_supported()
+add_compile_options(-fstack-protector-strong)
+add_link_options(LINKER:-z,relro LINKER:-z,now)
+if(NOT HOUSE_SANITIZE)
+    add_compile_options("$<$<NOT:$<CONFIG:Debug>>:-D_FORTIFY_SOURCE=2>")
+endif()
+
 find_program(CCACHE ccache)
 if(CCACHE)
-    # What it must be told of precompiled headers, which it leaves alone otherwise.
+    # Without these settings ccache does not cache sources that use precompiled headers.
     set(CMAKE_CXX_COMPILER_LAUNCHER "${CMAKE_COMMAND}" -E env
         CCACHE_SLOPPINESS=pch_defines,time_macros,include_file_mtime,include_file_ctime "${CCACHE}")
     if(CMAKE_CXX_COMPILER_ID STREQUAL "GNU")
@@ -44,28 +57,58 @@ endif()
 
 find_package(Threads REQUIRED)
 find_package(PkgConfig REQUIRED)
-find_package(GTest REQUIRED)
-include(GoogleTest)
 
-# What runs once or for a moment, a test's own source or the reading of a command line: optimizing it takes
-# longer than running it.
-set(HOUSE_UNOPTIMIZED "$<$<CONFIG:RelWithDebInfo>:-O0>" "$<$<CONFIG:RelWithDebInfo>:-g1>")
+# ---- Tests and benchmarks. ------------------------------------------------------------------------------------
+set(HOUSE_TESTS AUTO CACHE STRING "Configure tests and benchmarks: ON, OFF, or AUTO (when their libraries are installed)")
+set_property(CACHE HOUSE_TESTS PROPERTY STRINGS AUTO ON OFF)
+if(HOUSE_TESTS STREQUAL "AUTO")
+    find_package(GTest QUIET)
+    find_package(benchmark QUIET)
+    set(house_has_tests OFF)
+    if(GTest_FOUND AND benchmark_FOUND)
+        set(house_has_tests ON)
+    else()
+        message(STATUS "GoogleTest or Google Benchmark is not installed: no tests are configured")
+    endif()
+else()
+    set(house_has_tests ${HOUSE_TESTS})
+endif()
 
-# GoogleTest's headers, read once for all tests. They serve only what has the same options: tests that use GLib
-# bring -pthread along, so all of them have it.
+# house_tests_from_here(): the rest of a folder's CMakeLists.txt is about tests. Without tests it is not read. This is a
+# macro because return() in a macro leaves the file that calls it.
+macro(house_tests_from_here)
+    if(NOT house_has_tests)
+        return()
+    endif()
+endmacro()
+
+# A test's own source: optimizing it takes longer than running it.
+set(HOUSE_UNOPTIMIZED "$<$<CONFIG:RelWithDebInfo>:-O0>" "$<$<CONFIG:RelWithDebInfo>:-g1>"
+                      "$<$<CONFIG:RelWithDebInfo>:-U_FORTIFY_SOURCE>")
+
+# GoogleTest's headers, precompiled once for all tests. They fit only sources with the same options. Tests that use GLib
+# have -pthread, so all tests have it.
 set(HOUSE_TEST_OPTIONS -pthread)
-add_executable(test_headers "${PROJECT_SOURCE_DIR}/cmake/test_headers.cpp")
-target_compile_options(test_headers PRIVATE ${HOUSE_TEST_OPTIONS} ${HOUSE_UNOPTIMIZED})
-target_link_libraries(test_headers PRIVATE GTest::gmock GTest::gtest)
-target_precompile_headers(test_headers PRIVATE <gmock/gmock.h> <gtest/gtest.h>)
+if(house_has_tests)
+    find_package(GTest REQUIRED)
+    find_package(benchmark REQUIRED)
+    include(GoogleTest)
+    add_executable(test_headers "${PROJECT_SOURCE_DIR}/cmake/test_headers.cpp")
+    set_target_properties(test_headers PROPERTIES RUNTIME_OUTPUT_DIRECTORY "${PROJECT_BINARY_DIR}/tests")
+    target_compile_options(test_headers PRIVATE ${HOUSE_TEST_OPTIONS} ${HOUSE_UNOPTIMIZED})
+    target_link_libraries(test_headers PRIVATE GTest::gmock GTest::gtest)
+    target_precompile_headers(test_headers PRIVATE <gmock/gmock.h> <gtest/gtest.h>)
+endif()
 
-# house_unoptimized(sources...): of the folder that calls it.
-function(house_unoptimized)
-    set_source_files_properties(${ARGN} PROPERTIES COMPILE_OPTIONS "${HOUSE_UNOPTIMIZED}")
+# house_run_once(sources...): sources of the calling folder that run for a moment, such as the reading of a command
+# line. The lightest optimization halves the time to compile them. None at all would disable _FORTIFY_SOURCE.
+function(house_run_once)
+    set_source_files_properties(${ARGN} PROPERTIES COMPILE_OPTIONS
+                                "$<$<CONFIG:RelWithDebInfo>:-Og>;$<$<CONFIG:RelWithDebInfo>:-g1>")
 endfunction()
 
-# house_library(NAME sources... LINK libraries...): a folder's static library. Includes are written from the
-# root of the house ("events/event_queue.h"), so that a line tells which folder it reaches into.
+# house_library(NAME sources... LINK libraries...): a folder's static library. Include paths start at the top folder
+# ("events/event_queue.h"), so that each line names the folder that it includes from.
 function(house_library name)
     cmake_parse_arguments(ARG "" "" "LINK" ${ARGN})
     add_library(${name} STATIC ${ARG_UNPARSED_ARGUMENTS})
@@ -73,9 +116,9 @@ function(house_library name)
     target_link_libraries(${name} PUBLIC libcommon_headers ${ARG_LINK})
 endfunction()
 
-# house_test(NAME sources... LINK libraries... [STREAMS]): one GoogleTest program. Every test runs in a process
-# of its own under ctest, because most of what is tested keeps process-wide state. STREAMS: it plays live
-# streams, which come late on a machine that does too much at once; such tests take the place of two.
+# house_test(NAME sources... LINK libraries... [LABELS labels...] [TIMEOUT seconds] [STREAMS]): one GoogleTest program.
+# CTest runs each test in its own process, because most of the tested code keeps process-wide state. STREAMS: the program
+# plays live streams, which are late on an overloaded machine, so CTest counts each of its tests as two.
 function(house_test name)
     cmake_parse_arguments(ARG "STREAMS" "TIMEOUT" "LINK;LABELS" ${ARGN})
     if(NOT ARG_TIMEOUT)
@@ -87,7 +130,7 @@ function(house_test name)
     add_executable(${name} ${ARG_UNPARSED_ARGUMENTS})
     set_target_properties(${name} PROPERTIES RUNTIME_OUTPUT_DIRECTORY "${PROJECT_BINARY_DIR}/tests")
     target_include_directories(${name} PRIVATE "${PROJECT_SOURCE_DIR}")
-    target_compile_options(${name} PRIVATE ${HOUSE_TEST_OPTIONS} ${HOUSE_UNOPTIMIZED}) # what is tested is optimized
+    target_compile_options(${name} PRIVATE ${HOUSE_TEST_OPTIONS} ${HOUSE_UNOPTIMIZED}) # the tested code is optimized
     target_precompile_headers(${name} REUSE_FROM test_headers)
     target_link_libraries(${name} PRIVATE ${ARG_LINK} GTest::gmock GTest::gtest GTest::gtest_main)
     set(places 1)

@@ -1,2 +1,2 @@
-# decoderctl finds the installed decoder.
+# Tells decoderctl where the installed decoder is.
 export APPLIANCE_ROOT=/var/lib/decoder
