@@ -60,6 +60,10 @@ void registerChild(int pid) {
 
 int gaffel() {
     const int parent = getpid();
+    // A child that was killed before its release has left a token behind, which would let the next child pass
+    // before its barrier exists. Every earlier child is dead or past the hand-shake by now: the state machine
+    // starts a player only after the last one reached a barrier or was reaped.
+    semaphoreSet(forkHandshakeSemaphore, 0);
     const sigset_t saved = holdSignals();
     const int pid = fork();
     if (pid == 0) {

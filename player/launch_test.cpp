@@ -186,7 +186,7 @@ TEST_F(Launch, FailedForkIsLoggedWithItsReason) {
     EXPECT_EQ(launchPlayer(&entry_), -1);
     EXPECT_THAT(fake::log, ElementsAre(fake::LogLine{
                                3, "Failed to gaffel() errno=11 (Resource temporarily unavailable)"}));
-    EXPECT_THAT(fake::calls, ElementsAre("semaphoreSet(2001,0)"));
+    EXPECT_THAT(fake::calls, ElementsAre("semaphoreSet(2001,0)", "semaphoreSet(2002,0)"));
 }
 
 TEST_F(Launch, StepsComeInOrder) {
@@ -196,7 +196,7 @@ TEST_F(Launch, StepsComeInOrder) {
     const std::string number = std::to_string(pid);
     EXPECT_EQ(testing::internal::GetCapturedStdout(),
               "Pushing back pid: " + number + "\nLaunched pid: " + number + "\n");
-    EXPECT_THAT(fake::calls, ElementsAre("allocatePlayerPortPair()", "semaphoreSet(2001,0)",
+    EXPECT_THAT(fake::calls, ElementsAre("allocatePlayerPortPair()", "semaphoreSet(2001,0)", "semaphoreSet(2002,0)",
                                          "createBarrier(" + number + ")", "semaphoreIncrease(2002)"));
     waitStatus(pid);
 }
@@ -281,7 +281,8 @@ TEST_F(Launch, ChildIsHeldUntilItIsListedAndItsBarrierStands) {
     if (pid == 0)
         _exit(write(passed.writeEnd, "x", 1) == 1 ? 5 : 6);
     EXPECT_THAT(fake::calls,
-                ElementsAre("createBarrier(" + std::to_string(pid) + ")", "semaphoreIncrease(2002)"));
+                ElementsAre("semaphoreSet(2002,0)", "createBarrier(" + std::to_string(pid) + ")",
+                            "semaphoreIncrease(2002)"));
     EXPECT_EQ(fcntl(passed.readEnd, F_SETFL, O_NONBLOCK), 0);
     char token = 0;
     EXPECT_EQ(read(passed.readEnd, &token, 1), -1) << "the child has not passed yet";
