@@ -84,7 +84,8 @@ SourceEntry* getSourceEntry(int index) {
     std::optional<SourceParams> params = findSource(index);
     if (!params)
         return nullptr;
-    std::unique_ptr<SourceEntry>& slot = cache()[sourceKey(*params)];
+    const std::string key = sourceKey(*params);
+    std::unique_ptr<SourceEntry>& slot = cache()[key];
     if (!slot)
         slot = std::make_unique<SourceEntry>();
     if (slot->detectedOK) {
@@ -95,6 +96,9 @@ SourceEntry* getSourceEntry(int index) {
     if (!detectSource(*slot, index)) {
         status(index, "ErrorCode", "");
         invalidateSource(index);
+        // The sources may have changed during the detection, and the index then leads to another key. The entry
+        // that was filled must not stay in any case.
+        cache().erase(key);
         return nullptr;
     }
     return slot.get();
