@@ -46,6 +46,8 @@ struct Machine {
     std::int64_t lastAlarmTime = 0;            // when the last alarm was shown; starts one display time ago
     std::string alarmText;                     // text of the last alarm taken
 
+    std::string shown; // what the log last said about the screen; empty: nothing is shown
+
     std::vector<SourceParams> sources; // every configured source as CONNECT read it
 
     std::optional<ParamWrapper> configuration; // parameter file 0, open for the machine's whole run

@@ -4,6 +4,7 @@
 #include "launcher/display.h"
 #include "launcher/handlers.h"
 #include "launcher/pending_source.h"
+#include "launcher/shown.h"
 #include "launcher/waiting.h"
 #include "player/ptz.h"
 #include "process/process_state.h"
@@ -76,11 +77,12 @@ bool turnedAwayWhileDetecting() {
     return false;
 }
 
-// An index that names no source has the empty key. It is nobody's twin, not even that of a shown source which
-// the configuration has lost: the player would be left without a source.
-bool isSameInput(int source, int other) {
-    const std::string key = getSourceKey(source);
-    return !key.empty() && key == getSourceKey(other);
+// Whether the pending source is the input that the current player shows. Keys are compared byte for byte, so two
+// indices that name no source, both with the empty key, are equal. The one exception is index -1: it stands for
+// "none", and keeping the player for it would leave the player without a source.
+bool isShownInput() {
+    return machine.pendingSource != -1 &&
+           getSourceKey(machine.pendingSource) == getSourceKey(machine.currentSource);
 }
 
 } // namespace
@@ -122,6 +124,7 @@ void states::sendOnlyPtz() {
     gotoPtzPreset(machine.pendingSource);
     machine.currentSource = machine.pendingSource;
     publishCurrentSource();
+    logShownSource();
     setStateByMode(AUTO_START_TIMER, MANUAL_WAIT_FOR_NEW_SELECTION);
 }
 
@@ -130,7 +133,7 @@ void states::selectSourceId() {
         machine.sequenceStart = -1;
     if (takeIfQueued(EID_FLUSHCACHE))
         return setState(FLUSH_CACHE_CONNECTED);
-    if (process.currentPID == -1 || !isSameInput(machine.pendingSource, machine.currentSource))
+    if (process.currentPID == -1 || !isShownInput())
         return setState(REQUEST_ENCODER_TYPE);
     getSourceEntry(machine.pendingSource); // refreshes the status values of this source
     setState(SEND_ONLY_PTZ);

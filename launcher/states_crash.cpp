@@ -5,6 +5,7 @@
 // The screen is blanked whenever no player is left to show a picture.
 
 #include "launcher/handlers.h"
+#include "launcher/shown.h"
 #include "launcher/waiting.h"
 #include "player/player_exit.h"
 #include "process/process_state.h"
@@ -17,6 +18,7 @@ void states::currentPlayerCrashedDuringPlaying() {
     blankscreen();
     invalidateSource(machine.currentSource);
     forgetCurrentPlayer();
+    logNothingShown("the player exited while it was playing");
     setState(SET_SLEEP_1_TIMER);
 }
 
@@ -33,11 +35,13 @@ void states::couldNotLaunchPendingPlayer() {
 void states::currentPlayerCrashedDuringPendingLaunch() {
     forgetCurrentPlayer();
     logmsg(6, "Current player exited during pending launch");
+    logNothingShown("the player exited before the next one was ready");
     setState(WAIT_LAUNCHED_CURRENT_PLAYER_POS_WITH_NON_EXISTING);
 }
 
 void states::currentPlayerCrashedDuringSwitch() {
     blankscreen();
+    logNothingShown("the player exited during a switch");
     sleepSeconds(2);
     if (meetAtBarrier(1, process.pendingPID))
         return setState(DONE_SWITCHED_PLAYER);
@@ -59,6 +63,7 @@ void states::waitForCurrentPlayerStopDuringPendingCrash() {
 
 void states::bothPlayersDownAfterPendingCrash() {
     forgetCurrentPlayer();
+    logNothingShown("both players exited during a switch");
     process.pendingPID = -1;
     setState(COULD_NOT_LAUNCH_PENDING_PLAYER);
 }

@@ -4,6 +4,7 @@
 #include "events/timers.h"
 #include "launcher/display.h"
 #include "launcher/handlers.h"
+#include "launcher/shown.h"
 #include "launcher/waiting.h"
 #include "player/player_exit.h"
 #include "process/process_state.h"
@@ -125,6 +126,7 @@ void states::waitDisconnectShutdown() {
 
 void states::playingStopped() {
     forgetCurrentPlayer();
+    logNothingShown("playback was stopped");
     process.pendingPID = -1;
     machine.pendingSource = -1;
     machine.sequencePos = -1;

@@ -6,6 +6,7 @@
 // picture never goes dark. A player that never comes is not waited for by time but by its exit.
 
 #include "launcher/handlers.h"
+#include "launcher/shown.h"
 #include "launcher/waiting.h"
 #include "player/launch.h"
 #include "player/player_exit.h"
@@ -58,6 +59,7 @@ void states::singlePlayerStarted() {
     // A player that was left alone by the current one's crash during its launch is not in the status yet.
     if (information("Decoder.Info.CurrentSource").toInt() != machine.currentSource)
         publishCurrentSource();
+    logShownSource();
     setStateByMode(AUTO_START_TIMER, MANUAL_WAIT_FOR_NEW_SELECTION);
 }
 
@@ -99,5 +101,6 @@ void states::doneSwitchedPlayer() {
     machine.currentSource = machine.pendingSource;
     publishCurrentSource();
     process.pendingPID = -1;
+    logShownSource();
     setStateByMode(AUTO_START_TIMER, MANUAL_WAIT_FOR_NEW_SELECTION);
 }

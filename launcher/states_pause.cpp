@@ -7,6 +7,7 @@
 #include "launcher/display.h"
 #include "launcher/handlers.h"
 #include "launcher/pending_source.h"
+#include "launcher/shown.h"
 #include "launcher/waiting.h"
 #include "player/player_exit.h"
 #include "process/process_state.h"
@@ -46,6 +47,7 @@ void states::currentPlayerCrashedDuringPause() {
     machine.sleepTimerId = setTimeout(retryMilliseconds);
     invalidateSource(machine.currentSource);
     forgetCurrentPlayer();
+    logNothingShown("the player exited while the sequence was paused");
     setState(SLEEP_AFTER_CRASH_DURING_PAUSE);
 }
 

@@ -5,6 +5,7 @@
 #include "events/timers.h"
 #include "launcher/display.h"
 #include "launcher/handlers.h"
+#include "launcher/shown.h"
 #include "launcher/waiting.h"
 #include "player/player_exit.h"
 #include "process/process_state.h"
@@ -65,5 +66,7 @@ void states::currentPlayerStoppedAfterRequestFailed() {
     showFailureLed();
     printNoConnection();
     forgetCurrentPlayer();
+    logNothingShown("the encoder of source " + std::to_string(machine.pendingSource) + ", " +
+                    sourceValue(machine.pendingSource, "Name") + ", could not be detected");
     setState(REQUEST_ENCODER_FAILED);
 }

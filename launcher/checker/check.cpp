@@ -148,6 +148,7 @@ private:
     void look(const Before& before) {
         note(world_.violation());
         lookAtArrow(before);
+        lookAtSelection(before);
         lookAtPlayers();
         lookAtStatus(before);
         lookAtExits(before);
@@ -181,6 +182,19 @@ private:
             lookForQueued(fake::taken.back());
         if (before.state == SWITCH_PLAYER && trigger == OTHER_CHILD)
             mistaken_.push_back(before.currentPID);
+    }
+
+    static bool isSameInput(const Before& before) {
+        return before.pendingSource != -1 &&
+               getSourceKey(before.pendingSource) == getSourceKey(before.currentSource);
+    }
+
+    void lookAtSelection(const Before& before) {
+        if (before.state != SELECT_SOURCE_ID || machine.currentState == FLUSH_CACHE_CONNECTED)
+            return;
+        const bool keeps = before.currentPID != -1 && isSameInput(before);
+        if (keeps != (machine.currentState == SEND_ONLY_PTZ))
+            note(keeps ? "starts a player for the input that shows" : "keeps the player of another input");
     }
 
     void lookForQueued(const Event& event) {
