@@ -46,7 +46,7 @@ void endPause() {
 std::string sourceValue(int source, const char* key) {
     if (source < 0 || static_cast<std::size_t>(source) >= machine.sources.size())
         return "";
-    const SourceParams& record = machine.sources[static_cast<std::size_t>(source)];
+    const SourceParams record = machine.sources[static_cast<std::size_t>(source)];
     const auto found = record.find(key);
     return found == record.end() ? "" : found->second;
 }

@@ -48,7 +48,7 @@ struct Machine {
 
     std::string shown; // what the log last said about the screen; empty: nothing is shown
 
-    std::vector<SourceParams> sources; // every configured source as CONNECT read it
+    SubGroups sources; // every configured source as CONNECT read it
 
     std::optional<ParamWrapper> configuration; // parameter file 0, open for the machine's whole run
     std::optional<ParamWrapper> information;   // parameter file 1, likewise

@@ -36,10 +36,10 @@ constexpr std::array detectionKeys{
 
 // The record of a source that exists; unlike an empty record, no value says that the index names no source.
 std::optional<SourceParams> findSource(int index) {
-    std::vector<SourceParams> sources = readSources();
+    const SubGroups sources = readSources();
     if (index < 0 || static_cast<std::size_t>(index) >= sources.size())
         return std::nullopt;
-    return std::move(sources[static_cast<std::size_t>(index)]);
+    return sources[static_cast<std::size_t>(index)];
 }
 
 int decimal(const std::string& text) {

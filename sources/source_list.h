@@ -7,9 +7,9 @@
 #include <vector>
 
 struct SourceList {
-    std::vector<SourceParams> configured; // every source; the position is the source index
-    std::vector<int> enabled;             // indices usable in the mode, ascending
-    std::int64_t autoDetectTimeout = 0;   // microseconds
+    SubGroups configured;             // every source; the position is the source index
+    std::vector<int> enabled;         // indices usable in the mode, ascending
+    std::int64_t autoDetectTimeout = 0; // microseconds
 };
 
 // Reads "Decoder.SequenceMode" and sets the mode (an unknown text is logged and keeps it), then reads the

@@ -8,10 +8,9 @@
 #include <libcommon/params.h>
 
 #include <string>
-#include <vector>
 
-// All configured sources, in order.
-std::vector<SourceParams> readSources();
+// All configured sources, in order. Cheap however many there are: a record is built when it is looked at.
+SubGroups readSources();
 
 // The record of one source; an empty record for an index that names none.
 SourceParams readSource(int index);

@@ -152,8 +152,21 @@ Param ParamWrapper::operator[](const char* name) const {
     return {fileId_, name, nullptr};
 }
 
-std::vector<SourceParams> getSubGroups(int, const char*) {
-    return fake::sources;
+struct SubGroupList {
+    std::vector<SourceParams> sources;
+};
+SubGroups::SubGroups(std::shared_ptr<const SubGroupList> list) : list_(std::move(list)) {}
+std::size_t SubGroups::size() const {
+    return list_ == nullptr ? 0 : list_->sources.size();
+}
+SourceParams SubGroups::operator[](std::size_t position) const {
+    return list_->sources.at(position);
+}
+SubGroups::operator std::vector<SourceParams>() const {
+    return list_ == nullptr ? std::vector<SourceParams>{} : list_->sources;
+}
+SubGroups getSubGroups(int, const char*) {
+    return SubGroups(std::make_shared<const SubGroupList>(SubGroupList{fake::sources}));
 }
 int userOpenAndLockParamFile(int fileId, int exclusive) {
     fake::recordf("lockParamFile(%d,%d)", fileId, exclusive);

@@ -22,6 +22,7 @@
 
 #include <libcommon/istring.h>
 
+#include <cstddef>
 #include <map>
 #include <memory>
 #include <string>
@@ -74,9 +75,48 @@ private:
     std::shared_ptr<const ParameterSnapshot> snapshot_; // null: fresh
 };
 
-// One map for every section `[GROUP.NAME]` of the file, in file order; the section's NAME stands under "Name"
-// unless the section has that key itself. An index into this list is a source index.
-std::vector<SourceParams> getSubGroups(int fileId, const char* group);
+struct SubGroupList; // the sections of one group in one version of a file
+
+// The sections of a group, one record each. The list is that of the moment when it was asked for; it is cheap to
+// make and to copy however long it is, because a record is built when it is looked at.
+class SubGroups {
+public:
+    SubGroups() = default; // an empty list
+    explicit SubGroups(std::shared_ptr<const SubGroupList> list);
+
+    std::size_t size() const;
+    bool empty() const { return size() == 0; }
+
+    // The record at this position, which is below size(); a new one at each call.
+    SourceParams operator[](std::size_t position) const;
+
+    // All records at once.
+    operator std::vector<SourceParams>() const;
+
+    class Iterator {
+    public:
+        Iterator(const SubGroups& groups, std::size_t position) : groups_(&groups), position_(position) {}
+        SourceParams operator*() const { return (*groups_)[position_]; }
+        Iterator& operator++() {
+            ++position_;
+            return *this;
+        }
+        bool operator==(const Iterator&) const = default;
+
+    private:
+        const SubGroups* groups_;
+        std::size_t position_;
+    };
+    Iterator begin() const { return {*this, 0}; }
+    Iterator end() const { return {*this, size()}; }
+
+private:
+    std::shared_ptr<const SubGroupList> list_; // null: empty
+};
+
+// One record for every section `[GROUP.NAME]` of the file, in file order; the section's NAME is the value of
+// "Name" unless the section has that key itself. An index into this list is a source index.
+SubGroups getSubGroups(int fileId, const char* group);
 
 // Takes the file's lock, `exclusive` 1 for the exclusive one (0 shared); other processes' writes wait
 // meanwhile, this process's own go through, whatever thread makes them. Reading never waits. Calls nest
