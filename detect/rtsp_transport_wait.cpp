@@ -1,6 +1,6 @@
 #include "detect/rtsp_transport_wait.h"
 
-#include "detect/network_wait.h"
+#include "detect/probe_wait.h"
 
 #include <libcommon/interrupt.h>
 

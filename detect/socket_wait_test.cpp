@@ -1,7 +1,7 @@
 // The waits on sockets, with real sockets on loopback.
 #include "detect/descriptor.h"
 #include "detect/detection_state.h"
-#include "detect/network_wait.h"
+#include "detect/probe_wait.h"
 #include "detect/rtsp_transport_wait.h"
 #include "tests/fakes/fake_libcommon.h"
 

@@ -15,9 +15,11 @@
 #include <string>
 #include <vector>
 
+// Changes the state; nothing else does. Logs every call when the verbosity is above 0, also when old and new are
+// equal (setMode logs changes only). Defined in state_machine.cpp.
 void setState(int newState);
 
-// The number of the state being run. Everybody may read it; only setState writes it.
+// The number of the current state. Anyone may read it; only setState writes it.
 class StateNumber {
 public:
     operator int() const { return number_; }

@@ -7,6 +7,7 @@
 #include "launcher/shutdown.h"
 #include "launcher/state_machine.h"
 #include "player/children.h"
+#include "process/agreed_numbers.h"
 #include "process/process_state.h"
 #include "process/signal_mask.h"
 
@@ -21,8 +22,6 @@
 
 namespace {
 
-constexpr int playerStartSemaphore = 2001;
-constexpr int lockSemaphore = 2003;
 constexpr int noButtonThread = -1; // 255 to whoever waits for us
 
 // From here on a signal's handler runs only where the main thread waits. The mask that the starter left us is

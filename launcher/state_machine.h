@@ -18,7 +18,3 @@ void stateMachine();
 // What stateMachine() is made of, for tests: the steps before the loop, and one turn of it.
 void startMachine();
 void runState();
-
-// Changes the state: nothing else does. Logs every call when the verbosity is above 0, also when old and new
-// are equal - unlike setMode, which logs changes only.
-void setState(int newState);

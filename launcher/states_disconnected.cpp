@@ -7,17 +7,16 @@
 #include "launcher/shown.h"
 #include "launcher/waiting.h"
 #include "player/player_exit.h"
+#include "process/agreed_numbers.h"
 #include "process/process_state.h"
 #include "sources/source_cache.h"
 
 #include <libcommon/display.h>
-#include <libcommon/log.h>
 #include <libcommon/semaphores.h>
 
 namespace {
 
 constexpr long lockMilliseconds = 10000;
-constexpr int lockSemaphore = 2003; // raised once per lock request
 
 void showDisconnected() {
     if (configuration("Decoder.ShowDisconnectedMessage") == "yes")
@@ -106,22 +105,11 @@ void states::stopPlaying() {
 }
 
 void states::shutdownCurrentPlayer() {
-    hangUpCurrentPlayer();
-    if (meetAtBarrier(1, process.currentPID))
-        return setState(WAIT_DISCONNECT_SHUTDOWN);
-    const Event event = waitForEvent(EID_CHILD);
-    if (currentPlayerEnded(event))
-        setState(PLAYING_STOPPED);
-    else if (event.id == EID_CHILD)
-        logmsg(7, "SIG_CHILD from PID %d\n", event.value1);
+    stopCurrentPlayer(WAIT_DISCONNECT_SHUTDOWN, PLAYING_STOPPED);
 }
 
 void states::waitDisconnectShutdown() {
-    const Event event = waitForEvent(EID_CHILD);
-    if (currentPlayerEnded(event))
-        setState(PLAYING_STOPPED);
-    else
-        logUnknownChild(event);
+    waitForCurrentPlayersExit(PLAYING_STOPPED);
 }
 
 void states::playingStopped() {

@@ -10,8 +10,6 @@
 #include "player/player_exit.h"
 #include "process/process_state.h"
 
-#include <libcommon/log.h>
-
 namespace {
 
 constexpr long failedRequestMilliseconds = 4000;
@@ -43,22 +41,12 @@ void states::setSleep1Timer() {
 }
 
 void states::shutdownCurrentPlayerAfterRequestFailed() {
-    hangUpCurrentPlayer();
-    if (meetAtBarrier(1, process.currentPID))
-        return setState(WAIT_SHUTDOWN_CURRENT_PLAYER_AFTER_REQUEST_FAILED);
-    const Event event = waitForEvent(EID_CHILD);
-    if (currentPlayerEnded(event))
-        setState(CURRENT_PLAYER_STOPPED_AFTER_REQUEST_FAILED);
-    else if (event.id == EID_CHILD)
-        logmsg(7, "SIG_CHILD from PID %d\n", event.value1);
+    stopCurrentPlayer(WAIT_SHUTDOWN_CURRENT_PLAYER_AFTER_REQUEST_FAILED,
+                      CURRENT_PLAYER_STOPPED_AFTER_REQUEST_FAILED);
 }
 
 void states::waitShutdownCurrentPlayerAfterRequestFailed() {
-    const Event event = waitForEvent(EID_CHILD);
-    if (currentPlayerEnded(event))
-        setState(CURRENT_PLAYER_STOPPED_AFTER_REQUEST_FAILED);
-    else
-        logUnknownChild(event);
+    waitForCurrentPlayersExit(CURRENT_PLAYER_STOPPED_AFTER_REQUEST_FAILED);
 }
 
 void states::currentPlayerStoppedAfterRequestFailed() {

@@ -64,3 +64,11 @@ bool meetAtBarrier(int barrierId, int firstPlayer, int secondPlayer);
 
 // Tells the current player to stop at its next barrier.
 void hangUpCurrentPlayer();
+
+// Stops the current player: goes to `released` once it has passed its barrier, to `gone` when it exits before that.
+// The exit of another child is logged, and the state runs again.
+void stopCurrentPlayer(State released, State gone);
+
+// Waits for the current player's exit, then goes to `gone`. The exit of another child is logged, and the state runs
+// again.
+void waitForCurrentPlayersExit(State gone);

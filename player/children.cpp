@@ -1,5 +1,7 @@
 #include "player/children.h"
 
+#include "process/agreed_numbers.h"
+
 #include <libcommon/events.h>
 #include <libcommon/semaphores.h>
 
@@ -17,8 +19,6 @@ namespace {
 // SIGCHLD blocked, and alone may allocate; the handler only erases, which moves pids and frees nothing. Never
 // destroyed, because a child may end while the process exits.
 std::vector<int>& children = *new std::vector<int>;
-
-constexpr int forkHandshakeSemaphore = 2002;
 
 void announceExit(int pid, int status) {
     Event event{};

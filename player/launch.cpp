@@ -2,8 +2,9 @@
 
 #include "barrier/barrier_table.h"
 #include "player/children.h"
-#include "player/command_line.h"
+#include "player/player_command.h"
 #include "player/port_pairs.h"
+#include "process/agreed_numbers.h"
 #include "process/process_state.h"
 #include "process/signal_mask.h"
 
@@ -19,9 +20,6 @@
 #include <unistd.h>
 
 namespace {
-
-constexpr int playerStartSemaphore = 2001;
-constexpr int forkHandshakeSemaphore = 2002;
 
 // Keeps every handler from running between fork and registration: a child that took a SIGINT with the
 // supervisor's handler would shut the supervisor's players down. SIGSEGV is never blocked.
@@ -88,7 +86,7 @@ int launchPlayer(SourceEntry* entry) {
         return -1;
     }
     int port = -1;
-    if (entry->detectedType == TYPE_RTSP_UNICAST) {
+    if (streamKind(entry->detectedType).ports == PlayerPorts::OwnPair) {
         port = allocatePlayerPortPair();
         if (port == -1) {
             logmsg(3, "launchPlayer failed to bind port.");

@@ -2,7 +2,7 @@
 
 #include "barrier/barrier_table.h"
 #include "player/children.h"
-#include "player/command_line.h"
+#include "player/player_command.h"
 #include "player/port_pairs.h"
 #include "process/process_state.h"
 #include "tests/fakes/fake_libcommon.h"

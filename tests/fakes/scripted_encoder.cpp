@@ -2,7 +2,7 @@
 
 #include "detect/detection.h"
 #include "detect/multicast_group.h"
-#include "detect/network_wait.h"
+#include "detect/probe_wait.h"
 #include "detect/rtsp_transport_wait.h"
 #include "player/port_pairs.h"
 

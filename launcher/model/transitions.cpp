@@ -1,4 +1,4 @@
-#include "launcher/transitions.h"
+#include "launcher/model/transitions.h"
 
 #include <array>
 #include <cstddef>
@@ -26,27 +26,43 @@ constexpr std::array triggerNames{
 };
 static_assert(triggerNames.size() == triggerCount);
 
-// A line of the page below: the state that the following lines leave, or one arrow.
+// A line of the page below.
+enum class LineKind {
+    From,      // the following lines leave this state
+    To,        // one arrow
+    Stays,     // one arrow that leaves the state as it is
+    AllWaiting // the reactions that all waiting states share
+};
 struct Line {
-    bool isFrom;
+    LineKind kind;
     State state; // left, or reached
-    bool stays;
-    Trigger trigger;
-    const char* condition;
+    Trigger trigger = BY_ITSELF;
+    const char* condition = nullptr;
 };
 
 constexpr Line from(State state) {
-    return {true, state, false, BY_ITSELF, nullptr};
+    return {.kind = LineKind::From, .state = state};
 }
 constexpr Line to(State state, const char* condition) {
-    return {false, state, false, BY_ITSELF, condition};
+    return {.kind = LineKind::To, .state = state, .condition = condition};
 }
 constexpr Line to(State state, Trigger trigger, const char* condition = nullptr) {
-    return {false, state, false, trigger, condition};
+    return {.kind = LineKind::To, .state = state, .trigger = trigger, .condition = condition};
 }
 constexpr Line stays(Trigger trigger, const char* condition = nullptr) {
-    return {false, STATE_NULL, true, trigger, condition};
+    return {.kind = LineKind::Stays, .state = STATE_NULL, .trigger = trigger, .condition = condition};
 }
+constexpr Line everyWaitingState() {
+    return {.kind = LineKind::AllWaiting, .state = STATE_NULL};
+}
+
+// What everyWaitingState() stands for.
+constexpr std::array commonReactions{
+    to(STOP_PLAYING, LONG_PRESS),
+    to(STOP_PLAYING, TOLD_NO),
+    to(STOP_PLAYING, LOCK),
+    stays(TOLD_YES),
+};
 
 // clang-format off
 constexpr Line page[] = {
@@ -222,10 +238,7 @@ constexpr Line page[] = {
         to(AUTO_DIRECT_SOURCE_SELECT, SELECT),
         to(AUTO_GOTO_NEXT_SOURCE, OWN_TIMER, "display time is over"),
         to(CURRENT_PLAYER_CRASHED_DURING_PLAYING, CURRENT_EXIT),
-        to(STOP_PLAYING, LONG_PRESS),
-        to(STOP_PLAYING, TOLD_NO),
-        to(STOP_PLAYING, LOCK),
-        stays(TOLD_YES),
+        everyWaitingState(),
         stays(OTHER_TIMER),
         stays(OTHER_CHILD),
 
@@ -240,19 +253,13 @@ constexpr Line page[] = {
         to(AUTO_GOTO_NEXT_SOURCE, SHORT_PRESS),
         to(AUTO_GOTO_NEXT_SOURCE, OWN_TIMER, "sleep is over"),
         to(AUTO_DIRECT_SOURCE_SELECT, SELECT),
-        to(STOP_PLAYING, LONG_PRESS),
-        to(STOP_PLAYING, TOLD_NO),
-        to(STOP_PLAYING, LOCK),
-        stays(TOLD_YES),
+        everyWaitingState(),
         stays(OTHER_TIMER),
 
     from(AUTO_WAIT_ERROR_SLEEP_EVENT),
         to(AUTO_DIRECT_SOURCE_SELECT, SELECT),
         to(AUTO_CHECK_FOR_TIME_LEFT_RECONNECT, OWN_TIMER, "sleep is over"),
-        to(STOP_PLAYING, LONG_PRESS),
-        to(STOP_PLAYING, TOLD_NO),
-        to(STOP_PLAYING, LOCK),
-        stays(TOLD_YES),
+        everyWaitingState(),
         stays(SHORT_PRESS),
         stays(OTHER_TIMER),
 
@@ -264,10 +271,7 @@ constexpr Line page[] = {
         to(AUTO_GOTO_NEXT_SOURCE, SHORT_PRESS),
         to(AUTO_DIRECT_SOURCE_SELECT, SELECT),
         to(CURRENT_PLAYER_CRASHED_DURING_PAUSE, CURRENT_EXIT),
-        to(STOP_PLAYING, LONG_PRESS),
-        to(STOP_PLAYING, TOLD_NO),
-        to(STOP_PLAYING, LOCK),
-        stays(TOLD_YES),
+        everyWaitingState(),
         stays(OTHER_CHILD),
 
     from(CURRENT_PLAYER_CRASHED_DURING_PAUSE),
@@ -277,10 +281,7 @@ constexpr Line page[] = {
         to(AUTO_GOTO_NEXT_SOURCE, SHORT_PRESS),
         to(AUTO_DIRECT_SOURCE_SELECT, SELECT),
         to(REQUEST_ENCODER_AFTER_CRASH_DURING_PAUSE, OWN_TIMER, "sleep is over"),
-        to(STOP_PLAYING, LONG_PRESS),
-        to(STOP_PLAYING, TOLD_NO),
-        to(STOP_PLAYING, LOCK),
-        stays(TOLD_YES),
+        everyWaitingState(),
         stays(OTHER_TIMER),
 
     from(REQUEST_ENCODER_AFTER_CRASH_DURING_PAUSE),
@@ -292,10 +293,7 @@ constexpr Line page[] = {
         to(MANUAL_GOTO_NEXT_SOURCE, SHORT_PRESS),
         to(MANUAL_DIRECT_SOURCE_SELECT, SELECT),
         to(CURRENT_PLAYER_CRASHED_DURING_PLAYING, CURRENT_EXIT),
-        to(STOP_PLAYING, LONG_PRESS),
-        to(STOP_PLAYING, TOLD_NO),
-        to(STOP_PLAYING, LOCK),
-        stays(TOLD_YES),
+        everyWaitingState(),
         stays(ALARM, "alarm too soon"),
         stays(OTHER_CHILD),
 
@@ -314,20 +312,36 @@ constexpr Line page[] = {
         to(MANUAL_DIRECT_SOURCE_SELECT, SELECT),
         to(MANUAL_ALARM, ALARM, "alarm passed"),
         to(REQUEST_ENCODER_TYPE, OWN_TIMER, "sleep is over"),
-        to(STOP_PLAYING, LONG_PRESS),
-        to(STOP_PLAYING, TOLD_NO),
-        to(STOP_PLAYING, LOCK),
-        stays(TOLD_YES),
+        everyWaitingState(),
         stays(ALARM, "alarm too soon"),
         stays(OTHER_TIMER),
 };
 // clang-format on
 
+constexpr std::size_t arrowsOf(const Line& line) {
+    switch (line.kind) {
+    case LineKind::From:
+        return 0;
+    case LineKind::To:
+    case LineKind::Stays:
+        return 1;
+    case LineKind::AllWaiting:
+        return commonReactions.size();
+    }
+    return 0;
+}
+
 constexpr std::size_t countArrows() {
     std::size_t count = 0;
     for (const Line& line : page)
-        count += line.isFrom ? 0 : 1;
+        count += arrowsOf(line);
     return count;
+}
+
+constexpr Transition arrowOf(State left, const Line& line) {
+    const char* words = line.condition != nullptr ? line.condition
+                                                  : triggerNames[static_cast<std::size_t>(line.trigger)];
+    return {left, line.kind == LineKind::Stays ? left : line.state, line.trigger, words};
 }
 
 constexpr auto makeTable() {
@@ -335,13 +349,19 @@ constexpr auto makeTable() {
     State left = STATE_NULL;
     std::size_t next = 0;
     for (const Line& line : page) {
-        if (line.isFrom) {
+        switch (line.kind) {
+        case LineKind::From:
             left = line.state;
-            continue;
+            break;
+        case LineKind::To:
+        case LineKind::Stays:
+            table[next++] = arrowOf(left, line);
+            break;
+        case LineKind::AllWaiting:
+            for (const Line& reaction : commonReactions)
+                table[next++] = arrowOf(left, reaction);
+            break;
         }
-        table[next++] = {left, line.stays ? left : line.state, line.trigger,
-                         line.condition != nullptr ? line.condition
-                                                   : triggerNames[static_cast<std::size_t>(line.trigger)]};
     }
     return table;
 }
@@ -351,7 +371,7 @@ constexpr std::array table = makeTable();
 constexpr bool everyStateLeftOnceInOrder() {
     int next = STATE_NULL;
     for (const Line& line : page)
-        if (line.isFrom && line.state != next++)
+        if (line.kind == LineKind::From && line.state != next++)
             return false;
     return next == stateCount;
 }

@@ -1,8 +1,8 @@
-#include "detect/rtsp_session.h"
+#include "detect/probe_session.h"
 
 #include "detect/decimal.h"
-#include "detect/network_wait.h"
-#include "detect/rtsp_connection.h"
+#include "detect/probe_wait.h"
+#include "detect/probe_connection.h"
 
 #include <libcommon/interrupt.h>
 
@@ -13,7 +13,7 @@ bool RtspSession::setup(const std::string& transportLine) {
     if (!answer.ok || isInterrupted())
         return false;
     advanceCSeq();
-    // A session that is no number counts as 0, and is named so from then on.
+    // kept: a session that is not a number becomes 0, also in the later requests
     sessionLine_ = "Session: " + std::to_string(decimal(answer.header.headers["Session"].c_str()));
     transport_ = parseTransport(answer.header.headers["Transport"]);
     return true;

@@ -1,4 +1,4 @@
-#include "player/command_line.h"
+#include "player/player_command.h"
 
 #include "process/process_state.h"
 #include "tests/fakes/fake_libcommon.h"

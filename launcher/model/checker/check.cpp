@@ -1,8 +1,8 @@
-#include "launcher/checker/check.h"
+#include "launcher/model/checker/check.h"
 
-#include "launcher/checker/world.h"
+#include "launcher/model/checker/world.h"
 #include "launcher/machine_test.h"
-#include "launcher/transitions.h"
+#include "launcher/model/transitions.h"
 
 #include <algorithm>
 

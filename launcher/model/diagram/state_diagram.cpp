@@ -1,6 +1,6 @@
-#include "launcher/diagram/state_diagram.h"
+#include "launcher/model/diagram/state_diagram.h"
 
-#include "launcher/transitions.h"
+#include "launcher/model/transitions.h"
 
 #include <algorithm>
 #include <set>

@@ -1,4 +1,4 @@
-#include "launcher/checker/shrink.h"
+#include "launcher/model/checker/shrink.h"
 
 #include <algorithm>
 

@@ -1,4 +1,4 @@
-#include "launcher/checker/step.h"
+#include "launcher/model/checker/step.h"
 
 #include <array>
 

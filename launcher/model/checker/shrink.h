@@ -1,7 +1,7 @@
 // Makes a failing list of steps as short as it can be.
 #pragma once
 
-#include "launcher/checker/step.h"
+#include "launcher/model/checker/step.h"
 
 #include <functional>
 

@@ -2,10 +2,10 @@
 //
 // MACHINE_CHECKER_TURNS and MACHINE_CHECKER_SEED in the environment replace the number of turns and the first
 // seed.
-#include "launcher/checker/check.h"
-#include "launcher/checker/shrink.h"
+#include "launcher/model/checker/check.h"
+#include "launcher/model/checker/shrink.h"
 #include "launcher/machine_test.h"
-#include "launcher/transitions.h"
+#include "launcher/model/transitions.h"
 
 #include <cstdio>
 #include <cstdlib>

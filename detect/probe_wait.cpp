@@ -1,4 +1,4 @@
-#include "detect/network_wait.h"
+#include "detect/probe_wait.h"
 
 #include "detect/decimal.h"
 #include "detect/detection_state.h"
@@ -16,7 +16,7 @@
 namespace detect {
 namespace {
 
-// As libcommon reads a timeout.
+// Reads a timeout in the same way as libcommon.
 int limitSeconds() {
     return state.timeoutSeconds > 0 ? state.timeoutSeconds : 10;
 }

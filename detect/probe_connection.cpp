@@ -1,7 +1,7 @@
-#include "detect/rtsp_connection.h"
+#include "detect/probe_connection.h"
 
 #include "detect/detection_state.h"
-#include "detect/network_wait.h"
+#include "detect/probe_wait.h"
 #include "detect/trace.h"
 #include "detect/verdict.h"
 
@@ -12,7 +12,7 @@
 namespace detect {
 namespace {
 
-// Process-wide state: the sequence number of the next RTSP request; goes on from detection to detection.
+// Process-wide state: the sequence number of the next RTSP request; it is not reset between detections.
 int cseq = 0;
 
 RtspRequest makeRequest(const SourceEntry& entry, RtspMethod method, const std::string& extraLine,
@@ -91,7 +91,7 @@ Descriptor describeOverTcp(const SourceEntry& entry, ConnectMode& mode) {
     if (!answer.sent)
         return Descriptor();
     if (!answer.ok) {
-        // kept: with the same sequence number. Whatever the encoder said, credentials are worth a try.
+        // kept: with the same sequence number, and after any refusal
         mode = CONNECT_HTTP_AUTH;
         answer = askRtsp(connection.get(), entry, RTSP_DESCRIBE, "", mode);
     }
@@ -99,10 +99,10 @@ Descriptor describeOverTcp(const SourceEntry& entry, ConnectMode& mode) {
         return Descriptor();
     skipDescription(connection.get(), answer.header);
     advanceCSeq();
-    return isInterrupted() ? Descriptor() : std::move(connection); // by now the body may have been cut short
+    return isInterrupted() ? Descriptor() : std::move(connection); // the body may be incomplete after an interruption
 }
 
-void acceptRtsp(SourceEntry& entry, int statusId, int type, ConnectMode mode, const std::string& reason) {
+void acceptRtsp(SourceEntry& entry, int statusId, StreamType type, ConnectMode mode, const std::string& reason) {
     acceptSource(entry, statusId, type, mode, reason);
     publishAudio(statusId, false, 0);
     const RtspAddress address = rtspAddress(entry);

@@ -1,4 +1,4 @@
-#include "launcher/checker/world.h"
+#include "launcher/model/checker/world.h"
 
 #include "launcher/machine_test.h"
 

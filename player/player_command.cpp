@@ -1,5 +1,6 @@
-#include "player/command_line.h"
+#include "player/player_command.h"
 
+#include "process/agreed_numbers.h"
 #include "process/paths.h"
 #include "process/process_state.h"
 #include "sources/source_record.h"
@@ -19,52 +20,30 @@ namespace {
 
 constexpr int execFailedStatus = 13;
 
-// For the kinds of stream that no player shows the list has no program: the exec then fails.
-const char* playerProgram(int detectedType) {
-    switch (detectedType) {
-    case TYPE_MJPEG:
-        return "/bin/mjpeg_player";
-    case TYPE_MPEG2:
-        return "unicastplayer";
-    case TYPE_SDP:
-        return "multicastplayer";
-    case TYPE_RTSP_UNICAST:
-    case TYPE_RTSP_MULTICAST:
-    case TYPE_RTSP_TCP:
-    case TYPE_RTSP_HTTP:
-        return "/bin/mpeg4player";
-    }
-    return nullptr;
-}
-
-const char* tableText(const char* const* table, int size, int index) {
-    return index >= 0 && index < size ? table[index] : table[size - 1];
-}
-
 class Builder {
 public:
     Builder(SourceEntry entry, std::uint16_t port)
-        : entry_(std::move(entry)), port_(port), record_(readSource(entry_.index)) {}
+        : entry_(std::move(entry)), kind_(streamKind(entry_.detectedType)), port_(port),
+          record_(readSource(entry_.index)) {}
 
     CommandLine build() {
-        if (const char* program = playerProgram(entry_.detectedType))
-            add(program);
+        if (*kind_.player != '\0')
+            add(kind_.player);
         addCredentials();
         addCommonOptions();
-        switch (entry_.detectedType) {
-        case TYPE_MJPEG:
+        switch (kind_.arguments) {
+        case PlayerArguments::None:
+            break;
+        case PlayerArguments::Mjpeg:
             addMjpeg();
             break;
-        case TYPE_MPEG2:
+        case PlayerArguments::PortAndHost:
             add("-P", std::to_string(entry_.rtspPort), entry_.rtspHost);
             break;
-        case TYPE_SDP:
-            addMulticast();
+        case PlayerArguments::Groups:
+            addGroups();
             break;
-        case TYPE_RTSP_UNICAST:
-        case TYPE_RTSP_MULTICAST:
-        case TYPE_RTSP_TCP:
-        case TYPE_RTSP_HTTP:
+        case PlayerArguments::Mpeg4:
             addMpeg4();
             break;
         }
@@ -86,13 +65,13 @@ private:
     }
 
     void addCommonOptions() {
-        if (entry_.detectedType == TYPE_MJPEG && entry_.connectMode == CONNECT_HTTPS)
+        if (kind_.type == TYPE_MJPEG && entry_.connectMode == CONNECT_HTTPS)
             add("-e");
         const bool pal = ParamWrapper(0, true)["Decoder.VideoMode"] == "pal";
         add("-m", pal ? "pal" : "ntsc", "-o", "tv", "-n", std::to_string(entry_.index));
         if (process.verbosity > 1)
             add("-v");
-        add("-r", "10000");
+        add("-r", std::to_string(playerPatience));
     }
 
     void addMjpeg() {
@@ -132,7 +111,7 @@ private:
         return mode;
     }
 
-    void addMulticast() {
+    void addGroups() {
         add(entry_.rtspHost, std::to_string(entry_.rtspPort));
         if (entry_.audioAvailable)
             add(entry_.audioHost, std::to_string(entry_.audioPort));
@@ -140,15 +119,16 @@ private:
 
     void addMpeg4() {
         add("-P", std::to_string(entry_.rtspPort));
-        if (entry_.detectedType == TYPE_RTSP_UNICAST)
+        if (kind_.ports == PlayerPorts::OwnPair)
             add("-q", std::to_string(port_));
         add("-c", std::to_string(entry_.sourceNumber));
-        add("-M", tableText(videoSourceTypeString, 9, entry_.detectedType));
-        add("-H", tableText(connectModeString, 5, entry_.connectMode));
+        add("-M", typeText(entry_.detectedType));
+        add("-H", connectModeText(entry_.connectMode));
         add(entry_.rtspHost);
     }
 
     SourceEntry entry_;
+    const StreamKind& kind_;
     std::uint16_t port_;
     SourceParams record_;
     CommandLine line_;

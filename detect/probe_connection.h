@@ -1,6 +1,6 @@
-// RTSP on one TCP connection to the encoder: requests and answers, and the DESCRIBE that opens every probe.
+// RTSP on one TCP connection to the encoder: requests, answers, and the DESCRIBE that begins every probe.
 //
-// One sequence number counts all requests of the process; each step says when it advances. Main thread.
+// One sequence number counts the requests of the whole process; each step says when it advances. Main thread.
 #pragma once
 
 #include "detect/descriptor.h"
@@ -15,7 +15,7 @@ namespace detect {
 
 inline constexpr unsigned short rtspDefaultPort = 554;
 
-// The encoder's host and RTSP port, as its address has them.
+// The encoder's host and RTSP port, from its address.
 struct RtspAddress {
     std::string host;
     unsigned short port = rtspDefaultPort;
@@ -24,12 +24,12 @@ RtspAddress rtspAddress(const SourceEntry& entry);
 
 Descriptor connectRtsp(const SourceEntry& entry);
 
-// Moves on to the next sequence number.
+// Advances the sequence number by one.
 void advanceCSeq();
 
 struct RtspAnswer {
-    bool sent = false; // the request went out
-    bool ok = false;   // an answer with status 200 came
+    bool sent = false; // the request was sent completely
+    bool ok = false;   // the answer has status 200
     ResponseHeader header;
 };
 
@@ -37,16 +37,16 @@ struct RtspAnswer {
 RtspAnswer askRtsp(int connection, const SourceEntry& entry, RtspMethod method, const std::string& extraLine,
                    ConnectMode mode);
 
-// Sends a request without waiting for its answer. False: not all of it went out.
+// Sends a request without waiting for its answer. False: it could not be sent completely.
 bool sendRtsp(int connection, const SourceEntry& entry, RtspMethod method, const std::string& extraLine,
               ConnectMode mode);
 
-// DESCRIBE over TCP, without credentials and then with them: the open connection, and in `mode` whether they
-// were needed (1 no, 2 yes). None when the encoder does not describe the source's stream, and when
-// interrupted.
+// DESCRIBE over TCP, first without and then with credentials. Returns the open connection; `mode` says whether the
+// credentials were needed (1 no, 2 yes). No connection when the encoder does not describe the stream, or after an
+// interruption.
 Descriptor describeOverTcp(const SourceEntry& entry, ConnectMode& mode);
 
 // Accepts the source with the encoder's own host and RTSP port, without audio.
-void acceptRtsp(SourceEntry& entry, int statusId, int type, ConnectMode mode, const std::string& reason);
+void acceptRtsp(SourceEntry& entry, int statusId, StreamType type, ConnectMode mode, const std::string& reason);
 
 } // namespace detect

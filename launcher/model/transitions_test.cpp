@@ -1,6 +1,6 @@
 // One test per declared arrow: the state, what the arrow says moves it, one turn, and the state it must be
 // in.
-#include "launcher/transitions.h"
+#include "launcher/model/transitions.h"
 
 #include "launcher/machine_test.h"
 

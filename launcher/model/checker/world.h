@@ -7,7 +7,7 @@
 // whoever waits for a player that is gone waits for ever, which is a violation.
 #pragma once
 
-#include "launcher/checker/step.h"
+#include "launcher/model/checker/step.h"
 
 #include <libcommon/events.h>
 

@@ -1,6 +1,6 @@
 // state_diagram ROOT: writes the pages about the state machine below ROOT/docs, ROOT being the top of the
 // sources.
-#include "launcher/diagram/state_diagram.h"
+#include "launcher/model/diagram/state_diagram.h"
 
 #include <cstdio>
 #include <fstream>

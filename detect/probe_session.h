@@ -1,5 +1,4 @@
-// One stream on an RTSP connection: set up, played, torn down. The two transport probes share it. Main
-// thread.
+// One stream on an RTSP connection: set up, played, torn down. Both transport probes use it. Main thread.
 #pragma once
 
 #include "detect/transport_header.h"
@@ -13,20 +12,20 @@ namespace detect {
 
 class RtspSession {
 public:
-    // `connection` stays the caller's; `mode` is that of its DESCRIBE.
+    // The caller closes `connection`; `mode` is the connect mode of its DESCRIBE.
     RtspSession(const SourceEntry& entry, int connection, ConnectMode mode)
         : entry_(entry), connection_(connection), mode_(mode) {}
 
-    // SETUP with that "Transport: " line. False: refused, not answered or interrupted.
+    // SETUP with this "Transport: " line. False: refused, not answered or interrupted.
     bool setup(const std::string& transportLine);
 
-    // How the encoder wants to send; after setup.
+    // How the encoder is going to send. Valid after setup().
     const TransportHeader& transport() const { return transport_; }
 
     // False: refused, not answered or interrupted.
     bool play();
 
-    // TEARDOWN, and a second for its answer. False: it could not be sent.
+    // TEARDOWN; waits up to one second for the answer. False: it could not be sent.
     bool teardown();
 
 private:

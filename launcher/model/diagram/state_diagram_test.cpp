@@ -1,4 +1,4 @@
-#include "launcher/diagram/state_diagram.h"
+#include "launcher/model/diagram/state_diagram.h"
 
 #include <fstream>
 #include <gmock/gmock.h>

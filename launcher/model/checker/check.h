@@ -20,7 +20,7 @@
 //                being told to disconnect brings it to DISCONNECTED, and being told to connect to a picture
 #pragma once
 
-#include "launcher/checker/step.h"
+#include "launcher/model/checker/step.h"
 
 #include <functional>
 #include <string>
