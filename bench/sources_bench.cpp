@@ -10,8 +10,9 @@
 
 #include <libcommon/libcommon.h>
 
-#include <CLI/CLI.hpp>
 #include <algorithm>
+#include <chrono>
+#include <CLI/CLI.hpp>
 #include <cstdio>
 #include <cstdlib>
 #include <ctime>
@@ -71,10 +72,10 @@ void select(int source, int shown) {
     if (getSourceKey(source) == getSourceKey(shown))
         std::abort();
     isSourceDetected(source);
-    getSourceEntry(source);          // REQUEST_ENCODER_TYPE
-    getSourceEntry(source);          // the launch
-    readSource(source);              // the player's command line
-    readSource(source);              // the camera's preset
+    getSourceEntry(source);            // REQUEST_ENCODER_TYPE
+    getSourceEntry(source);            // the launch
+    readSource(source);                // the player's command line
+    readSource(source);                // the camera's preset
     status(source, "VideoSourceType"); // the log
 }
 
@@ -86,9 +87,9 @@ struct Costs {
 
 Costs measure(const std::string& root, int sources, int rounds) {
     writeParameters(root, sources);
-    flushSourceCache();
     Costs costs;
     costs.read = leastOf(1, [] { ParamWrapper(0, true)["Decoder.Connected"].toInt(); });
+    flushSourceCache();
     costs.connect = leastOf(1, [] { buildSourceList(); });
     const int last = sources - 1;
     getSourceEntry(0);
@@ -131,7 +132,8 @@ int main(int argc, char** argv) {
     CLI::App app("What a select and a connect cost with few sources and with thousands of them.");
     int rounds = 200;
     bool assertLimits = false;
-    app.add_option("--rounds", rounds, "measurements of each select; the least counts")->check(CLI::PositiveNumber);
+    app.add_option("--rounds", rounds, "measurements of each select; the least counts")
+        ->check(CLI::PositiveNumber);
     app.add_flag("--assert", assertLimits, "fail when a limit is exceeded");
     CLI11_PARSE(app, argc, argv);
 

@@ -4,8 +4,8 @@
 #include "detect/detection_state.h"
 #include "detect/encoder_properties.h"
 #include "detect/interruption.h"
-#include "detect/probes.h"
 #include "detect/probe_connection.h"
+#include "detect/probes.h"
 #include "detect/trace.h"
 #include "detect/verdict.h"
 

@@ -1,7 +1,8 @@
 // Auto-detection: what an encoder delivers and how its stream is reached.
 //
-// One detection works on one source entry and publishes its results in the source's status values, "DetectionTrace" last
-// (trace.h). It blocks the main thread for up to several times "Decoder.AutoDetectTimeout". SIGUSR1 interrupts it.
+// One detection works on one source entry and publishes its results in the source's status values,
+// "DetectionTrace" last (trace.h). It blocks the main thread for up to several times "Decoder.AutoDetectTimeout".
+// SIGUSR1 interrupts it.
 #pragma once
 
 #include "sources/source_entry.h"

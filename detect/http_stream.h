@@ -8,8 +8,8 @@
 
 namespace detect {
 
-// Fetches the first byte of the stream at `path`, which is enough to know that it runs. A ProbeResult: accepted when the
-// byte came, failed after a transport failure. `endpoint` says where the stream was found.
+// Fetches the first byte of the stream at `path`, which is enough to know that it runs. A ProbeResult: accepted when
+// the byte came, failed after a transport failure. `endpoint` says where the stream was found.
 int askForStream(const SourceEntry& entry, const std::string& path, Endpoint& endpoint);
 
 // Accepts the source: the player uses the host and port where the stream was found.

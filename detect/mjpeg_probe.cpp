@@ -25,7 +25,8 @@ void chooseCamera(SourceEntry& entry, int apiVersion) {
 
 int mjpegProbe(SourceEntry& entry, int statusId) {
     Endpoint endpoint;
-    if (const int result = askForStream(entry, "/vexo-cgi/mjpg/video.cgi", endpoint); result != PROBE_ACCEPTED)
+    if (const int result = askForStream(entry, "/vexo-cgi/mjpg/video.cgi", endpoint);
+        result != PROBE_ACCEPTED)
         return result;
     acceptStream(entry, statusId, TYPE_MJPEG, endpoint, "the MJPEG stream answered");
     publishAudio(statusId, audioProbe(entry), 0);

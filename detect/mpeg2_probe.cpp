@@ -6,7 +6,8 @@ namespace detect {
 
 int mpeg2Probe(SourceEntry& entry, int statusId) {
     Endpoint endpoint;
-    if (const int result = askForStream(entry, "/vexo-cgi/mpeg2/video.cgi", endpoint); result != PROBE_ACCEPTED)
+    if (const int result = askForStream(entry, "/vexo-cgi/mpeg2/video.cgi", endpoint);
+        result != PROBE_ACCEPTED)
         return result;
     acceptStream(entry, statusId, TYPE_MPEG2, endpoint, "the MPEG-2 stream answered");
     entry.audioAvailable = false;

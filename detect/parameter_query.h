@@ -28,9 +28,9 @@ constexpr bool isTransportFailure(int result) {
 }
 
 // Queries a parameter. 1: its value is in the buffer. 0: the reply does not begin with the name; the buffer holds the
-// reply. -1: an empty reply or an interruption. Another negative number: the download's result. The viewer's CGI is asked
-// first; when it refuses or reports an error, an administrator's CGI follows. The caller clears the buffer before the
-// call; afterwards it holds a terminated text.
+// reply. -1: an empty reply or an interruption. Another negative number: the download's result. The viewer's CGI is
+// asked first; when it refuses or reports an error, an administrator's CGI follows. The caller clears the buffer
+// before the call; afterwards it holds a terminated text.
 int queryParameter(const SourceEntry& entry, const std::string& group, std::span<char> buffer);
 
 } // namespace detect

@@ -99,10 +99,12 @@ Descriptor describeOverTcp(const SourceEntry& entry, ConnectMode& mode) {
         return Descriptor();
     skipDescription(connection.get(), answer.header);
     advanceCSeq();
-    return isInterrupted() ? Descriptor() : std::move(connection); // the body may be incomplete after an interruption
+    return isInterrupted() ? Descriptor()
+                           : std::move(connection); // the body may be incomplete after an interruption
 }
 
-void acceptRtsp(SourceEntry& entry, int statusId, StreamType type, ConnectMode mode, const std::string& reason) {
+void acceptRtsp(SourceEntry& entry, int statusId, StreamType type, ConnectMode mode,
+                const std::string& reason) {
     acceptSource(entry, statusId, type, mode, reason);
     publishAudio(statusId, false, 0);
     const RtspAddress address = rtspAddress(entry);

@@ -47,6 +47,7 @@ bool sendRtsp(int connection, const SourceEntry& entry, RtspMethod method, const
 Descriptor describeOverTcp(const SourceEntry& entry, ConnectMode& mode);
 
 // Accepts the source with the encoder's own host and RTSP port, without audio.
-void acceptRtsp(SourceEntry& entry, int statusId, StreamType type, ConnectMode mode, const std::string& reason);
+void acceptRtsp(SourceEntry& entry, int statusId, StreamType type, ConnectMode mode,
+                const std::string& reason);
 
 } // namespace detect

@@ -1,8 +1,8 @@
 #include "detect/probe_session.h"
 
 #include "detect/decimal.h"
-#include "detect/probe_wait.h"
 #include "detect/probe_connection.h"
+#include "detect/probe_wait.h"
 
 #include <libcommon/interrupt.h>
 

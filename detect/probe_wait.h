@@ -9,8 +9,8 @@
 
 namespace detect {
 
-// Returns how many sockets are readable, 0 when the time is over. -1 with errno: EINTR after a handler ran, EINVAL for a
-// negative time.
+// Returns how many sockets are readable, 0 when the time is over. -1 with errno: EINTR after a handler ran, EINVAL
+// for a negative time.
 int waitReadable(std::span<pollfd> sockets, double seconds);
 
 // Reads and discards the body that "Content-Length" announces. Ends when all of it has come, the connection ends, the

@@ -27,7 +27,8 @@ int rtspOverHttpProbe(SourceEntry& entry, int statusId, ConnectMode& mode);
 int multicastProbe(SourceEntry& entry, int statusId, int connection, ConnectMode mode);
 int unicastProbe(SourceEntry& entry, int statusId, int connection, ConnectMode mode);
 
-// The RTSP decision: tries multicast, unicast and the plain connection in this order. 0: the encoder does not speak RTSP.
+// The RTSP decision: tries multicast, unicast and the plain connection in this order. 0: the encoder does
+// not speak RTSP.
 int rtspDecision(SourceEntry& entry, int statusId);
 
 // Whether the encoder delivers audio beside its MJPEG stream. Sets `audioAvailable`.

@@ -1,6 +1,6 @@
 #include "detect/descriptor.h"
-#include "detect/probes.h"
 #include "detect/probe_connection.h"
+#include "detect/probes.h"
 #include "detect/trace.h"
 #include "detect/verdict.h"
 

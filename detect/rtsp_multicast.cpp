@@ -1,8 +1,8 @@
 #include "detect/detection_state.h"
 #include "detect/multicast_group.h"
-#include "detect/probes.h"
 #include "detect/probe_connection.h"
 #include "detect/probe_session.h"
+#include "detect/probes.h"
 #include "detect/rtsp_transport_wait.h"
 #include "detect/trace.h"
 

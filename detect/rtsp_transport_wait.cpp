@@ -24,7 +24,7 @@ Received receive(int socket) {
 
 struct Side {
     int socket;
-    const char* firstPacket; // what is printed then
+    const char* firstPacket; // the text that is printed for it
     bool delivered = false;
 };
 

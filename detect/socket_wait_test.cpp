@@ -289,7 +289,7 @@ TEST_F(SocketWait, EndlessBodyEndsWithTheDetectionTimeout) {
         }
         _exit(0);
     }
-    // Time goes on with each wait, as far as the test's clock is concerned.
+    // Each wait advances the test's clock.
     int waits = 0;
     fake::onGetTime = [&] { return fake::now + 1000 * waits++; };
     EXPECT_LT(detect::skipBody(connection.ours.get(), withLength("2147483647")), 2'000'000);

@@ -13,8 +13,8 @@
 //   "="        a decision, a colon and its reason
 //   "end"      always the last line: milliseconds that the detection took, and its outcome
 //
-// Credentials are never part of the trace, not even when an encoder sends them back. The trace has at most 8 KiB: a line
-// says that the rest is left out, and the outcome follows in any case. Main thread; one detection at a time.
+// Credentials are never part of the trace, not even when an encoder sends them back. The trace has at most 8 KiB: a
+// line says that the rest is left out, and the outcome follows in any case. Main thread; one detection at a time.
 #pragma once
 
 #include "sources/source_entry.h"

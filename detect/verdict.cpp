@@ -5,7 +5,8 @@
 #include <libcommon/status.h>
 
 namespace detect {
-void acceptSource(SourceEntry& entry, int statusId, StreamType type, ConnectMode mode, const std::string& reason) {
+void acceptSource(SourceEntry& entry, int statusId, StreamType type, ConnectMode mode,
+                  const std::string& reason) {
     entry.detectedOK = true;
     entry.errorCode = ERROR_NONE;
     status(statusId, "ErrorCode", ERROR_NONE);

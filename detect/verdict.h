@@ -19,7 +19,8 @@ enum DetectionError : int {
 };
 
 // The probe accepts the encoder: the entry is usable, and error code, type and connect mode are published.
-void acceptSource(SourceEntry& entry, int statusId, StreamType type, ConnectMode mode, const std::string& reason);
+void acceptSource(SourceEntry& entry, int statusId, StreamType type, ConnectMode mode,
+                  const std::string& reason);
 
 // "Audio" and "AudioFormat"; an index into audioSourceTypeString.
 void publishAudio(int statusId, bool available, int format);

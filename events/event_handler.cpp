@@ -20,7 +20,6 @@ const ParamWrapper& parameters() {
     return handle;
 }
 
-
 // Why the main thread must give up what it is busy with; null: it need not.
 const char* reasonToDisturb(const Event& event) {
     switch (event.id) {

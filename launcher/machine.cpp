@@ -8,8 +8,7 @@
 #include <cstdlib>
 #include <limits>
 
-// Process-wide state: the machine. Initial values stand in the header; the main thread alone reads and writes
-// it.
+// Process-wide state: the machine. Its initial values are in the header. Main thread only.
 Machine machine;
 
 Param configuration(const char* name) {

@@ -4,7 +4,7 @@
 
 namespace {
 
-// A player shows source 1, and the log has said so.
+// A player shows source 1, and this is logged already.
 struct Shown : MachineTest {
     Shown() {
         fake::statusValues[{1, "VideoSourceType"}] = "mjpeg";
@@ -15,7 +15,7 @@ struct Shown : MachineTest {
         fake::log.clear();
     }
 
-    // What the turns said about the screen, the state transitions left out.
+    // The log lines about the screen.
     static Log screenLines() {
         Log lines;
         for (const fake::LogLine& line : fake::log)
@@ -68,7 +68,8 @@ TEST_F(Shown, WhyThePictureEndedIsSaid) {
     };
     for (const Row& row :
          {Row{CURRENT_PLAYER_CRASHED_DURING_PLAYING, "the player exited while it was playing"},
-          Row{CURRENT_PLAYER_CRASHED_DURING_PENDING_LAUNCH, "the player exited before the next one was ready"},
+          Row{CURRENT_PLAYER_CRASHED_DURING_PENDING_LAUNCH,
+              "the player exited before the next one was ready"},
           Row{CURRENT_PLAYER_CRASHED_DURING_SWITCH, "the player exited during a switch"},
           Row{BOTH_PLAYERS_DOWN_AFTER_PENDING_CRASH, "both players exited during a switch"},
           Row{CURRENT_PLAYER_CRASHED_DURING_PAUSE, "the player exited while the sequence was paused"},
@@ -95,8 +96,8 @@ TEST_F(Shown, WithoutAPictureNothingEnds) {
 TEST_F(Shown, ThePictureThatComesBackIsSaidAgain) {
     logNothingShown("a test");
     logShownSource();
-    EXPECT_EQ(screenLines(), (Log{{6, "Screen: nothing, a test"},
-                                  {6, "Screen: source 1, Cam 1 (10.0.0.1), mjpeg"}}));
+    EXPECT_EQ(screenLines(),
+              (Log{{6, "Screen: nothing, a test"}, {6, "Screen: source 1, Cam 1 (10.0.0.1), mjpeg"}}));
 }
 
 TEST_F(Shown, TheQuotedLinesKeepTheirOrder) {

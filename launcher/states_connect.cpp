@@ -1,5 +1,5 @@
-// From the start, or from a selection, to a source that is known: START_UL, CONNECT, REQUEST_ENCODER_TYPE,
-// SEND_ONLY_PTZ, SELECT_SOURCE_ID, FLUSH_CACHE_CONNECTED.
+// From the start or a selection to a detected source: START_UL, CONNECT, REQUEST_ENCODER_TYPE, SEND_ONLY_PTZ,
+// SELECT_SOURCE_ID, FLUSH_CACHE_CONNECTED.
 
 #include "launcher/display.h"
 #include "launcher/handlers.h"
@@ -35,9 +35,9 @@ void forgetPlayersAndSources() {
     machine.sequenceStart = -1;
 }
 
-// What woke a disconnected machine is honoured first. A select wins over an alarm that came with it: the
-// alarm is shown, the source is the user's.
-void takeWhatWokeUs() {
+// The event that connected a disconnected machine comes first. If an alarm and a select are queued, the alarm's text is
+// shown and the source is that of the select.
+void takeQueuedChoice() {
     if (!inAutoMode()) {
         if (const auto alarm = takeIfQueued(EID_ALARM)) {
             takeAlarm(*alarm);
@@ -57,9 +57,9 @@ void giveUpConnecting() {
     setState(DISCONNECTED);
 }
 
-// A flush of the cache, or a short press that pauses the sequence on what is being shown, comes before the
-// launch. True when the state has changed.
-bool turnedAwayWhileDetecting() {
+// Before the launch: a queued cache flush is executed, and a short press pauses the sequence on the source that is
+// shown. True when the state has changed.
+bool leftForQueuedEvent() {
     const auto event = takeIfQueued(EID_FLUSHCACHE, EID_BUTTON);
     if (!event)
         return false;
@@ -73,7 +73,7 @@ bool turnedAwayWhileDetecting() {
         setState(AUTO_PAUSE);
         return true;
     }
-    pushEvent(*event); // a later state's
+    pushEvent(*event); // for a later state
     return false;
 }
 
@@ -99,7 +99,7 @@ void states::connect() {
     readSources();
     information("Decoder.Info.Connected") = "yes";
     forgetPlayersAndSources();
-    takeWhatWokeUs();
+    takeQueuedChoice();
     if (machine.pendingSource == -1) {
         if (machine.sourceSequence.empty())
             return giveUpConnecting();
@@ -111,7 +111,7 @@ void states::connect() {
 
 void states::requestEncoderType() {
     const SourceEntry* entry = detectPendingSource();
-    if (turnedAwayWhileDetecting())
+    if (leftForQueuedEvent())
         return;
     if (!isUsable(entry)) {
         flushResolver();

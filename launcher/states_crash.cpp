@@ -1,8 +1,8 @@
-// Players that exit when they should not: CURRENT_PLAYER_CRASHED_DURING_PLAYING,
+// Players that exit unexpectedly: CURRENT_PLAYER_CRASHED_DURING_PLAYING,
 // COULD_NOT_LAUNCH_PENDING_PLAYER, CURRENT_PLAYER_CRASHED_DURING_PENDING_LAUNCH to
 // BOTH_PLAYERS_DOWN_AFTER_PENDING_CRASH.
 //
-// The screen is blanked whenever no player is left to show a picture.
+// The screen is blanked when no player is left.
 
 #include "launcher/handlers.h"
 #include "launcher/shown.h"
@@ -27,7 +27,7 @@ void states::couldNotLaunchPendingPlayer() {
         blankscreen();
     logmsg(6, "Failed to launch pending player");
     process.pendingPID = -1;
-    invalidateSource(machine.pendingSource); // perhaps the encoder is not what it was
+    invalidateSource(machine.pendingSource); // the encoder may have changed
     setState(machine.sequencePaused && inAutoMode() ? CURRENT_PLAYER_CRASHED_DURING_PAUSE
                                                     : SET_SLEEP_10_TIMER);
 }

@@ -1,5 +1,5 @@
-// Stopping, and what there is without playback: DISCONNECTED, FLUSH_CACHE, LOCKED, STOP_PLAYING,
-// SHUTDOWN_CURRENT_PLAYER, WAIT_DISCONNECT_SHUTDOWN, PLAYING_STOPPED.
+// Stopping, disconnected, locked: DISCONNECTED, FLUSH_CACHE, LOCKED, STOP_PLAYING, SHUTDOWN_CURRENT_PLAYER,
+// WAIT_DISCONNECT_SHUTDOWN, PLAYING_STOPPED.
 
 #include "events/timers.h"
 #include "launcher/display.h"
@@ -33,7 +33,7 @@ void showDisconnected() {
     blankscreen();
 }
 
-// A lock goes before everything that was queued earlier.
+// A queued lock comes before all other events.
 Event waitDisconnected() {
     if (const auto lock = takeIfQueued(EID_LOCK))
         return *lock;
@@ -91,11 +91,11 @@ void states::flushCache() {
 void states::locked() {
     const Event event = waitForEvent(EID_TIMEOUT, EID_RECONNECT, EID_LOCK);
     if (event.id == EID_RECONNECT || isTimeout(event, machine.lockTimerId)) {
-        // Back in DISCONNECTED this connects again, if that is still wanted.
+        // In DISCONNECTED this event connects again if "Decoder.Connected" is still yes.
         pushEvent(Event{.id = EID_CONNECTPROPERTYCHANGED, .value1 = 0, .value2 = 0, .payload = {}});
         setState(FLUSH_CACHE);
     } else if (event.id == EID_LOCK) {
-        startLock(); // renewed: the earlier timer is nobody's now
+        startLock(); // renewed: the event of the earlier timer no longer matches
     }
 }
 

@@ -1,4 +1,4 @@
-// A source that could not be detected, and the error sleeps: REQUEST_ENCODER_FAILED, SET_SLEEP_10_TIMER,
+// A failed detection, and the error sleeps: REQUEST_ENCODER_FAILED, SET_SLEEP_10_TIMER,
 // SET_SLEEP_1_TIMER, SHUTDOWN_CURRENT_PLAYER_AFTER_REQUEST_FAILED,
 // WAIT_SHUTDOWN_CURRENT_PLAYER_AFTER_REQUEST_FAILED, CURRENT_PLAYER_STOPPED_AFTER_REQUEST_FAILED.
 
@@ -14,7 +14,7 @@ namespace {
 
 constexpr long failedRequestMilliseconds = 4000;
 constexpr long longSleepMilliseconds = 10000;
-constexpr long shortSleepMilliseconds = 4000; // kept: four seconds, whatever the state's name says
+constexpr long shortSleepMilliseconds = 4000; // kept: four seconds, although the state's name says 1
 
 void startErrorSleep(long milliseconds) {
     machine.sleepTimerId = setTimeout(milliseconds);

@@ -69,7 +69,7 @@ void reactAsEveryWaitingState(const Event& event) {
         if (configuration("Decoder.Connected") == "no")
             setState(STOP_PLAYING);
     } else if (event.id == EID_LOCK) {
-        // Back into the queue: once playback is stopped, DISCONNECTED finds it first thing.
+        // Back into the queue: DISCONNECTED takes it first when playback has stopped.
         pushEvent(event);
         setState(STOP_PLAYING);
     } else if (isLongPress(event)) {

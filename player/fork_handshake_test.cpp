@@ -1,5 +1,5 @@
-// The fork hand-shake with the real semaphores: no child runs on before its barrier exists, whatever became of
-// the children before it.
+// The fork hand-shake with the real semaphores: no child continues before its barrier exists, even after children that
+// were killed.
 #include "barrier/barrier_table.h"
 #include "libcommon/src/appliance_fixture.h"
 #include "player/children.h"
@@ -16,12 +16,12 @@
 
 namespace {
 
-// Runs while the parent makes a child's barrier, which is before it releases the child; set by the tests.
+// Called while the parent creates a child's barrier, before it releases the child; set by the tests.
 std::function<void(int pid)> whileTheBarrierIsMade;
 
 } // namespace
 
-// In place of the barrier table's.
+// Replaces the function of the barrier table.
 int createBarrier(int pid) {
     if (whileTheBarrierIsMade)
         whileTheBarrierIsMade(pid);
@@ -92,7 +92,7 @@ TEST_F(ForkHandshake, AChildThatWasKilledBeforeItsReleaseLeavesNothingToTheNext)
     EXPECT_EQ(endOf(pid), passedStatus << 8);
 }
 
-// What happens by itself: fresh children that are killed at any moment.
+// The same with real timing: each fresh child is killed at any moment of its start.
 TEST_F(ForkHandshake, NoChildIsEarlyAmongManyThatAreKilledAtOnce) {
     int early = 0;
     for (int i = 0; i < 60; ++i) {

@@ -21,8 +21,8 @@
 
 namespace {
 
-// Keeps every handler from running between fork and registration: a child that took a SIGINT with the
-// supervisor's handler would shut the supervisor's players down. SIGSEGV is never blocked.
+// Blocks all signals between fork and registration: a child that ran the supervisor's SIGINT handler would stop the
+// supervisor's players. SIGSEGV is never blocked.
 sigset_t holdSignals() {
     sigset_t held;
     sigset_t saved;
@@ -34,12 +34,11 @@ sigset_t holdSignals() {
 
 // The child's half of gaffel.
 void becomeChild(int parent) {
-    // A child whose supervisor dies before it is released would wait for ever, and take the release that was
-    // meant for a child of the next supervisor. The signal stays set for the player: it dies with its
-    // supervisor.
+    // Without this a child whose supervisor dies before the release would wait without end, and take the release of a
+    // child of the next supervisor. The setting survives exec: a player dies with its supervisor.
     prctl(PR_SET_PDEATHSIG, SIGTERM);
     if (getppid() != parent)
-        _exit(1); // it died before the call above
+        _exit(1); // the supervisor died before the call above
     for (int signo = 0; signo < 32; ++signo)
         std::signal(signo, SIG_DFL);
     unblockAllSignals();

@@ -90,7 +90,7 @@ private:
         add("-i", interlaceMode(rotation));
     }
 
-    // kept: what meets an empty query becomes its "?" and is itself dropped.
+    // kept: the first option appended to an empty query is lost, only the "?" is added
     void extendStreamOptions(const char* key, const char* option) {
         const std::string& value = record_[key];
         if (value == "default")
@@ -101,8 +101,8 @@ private:
             entry_.streamOptions += option + value;
     }
 
-    // Automatic becomes progressive where lines of two fields would not lie between each other: in a picture
-    // turned by a quarter, and in the quad view.
+    // Automatic becomes progressive where the lines of the two fields do not alternate: in a picture that is turned by
+    // 90 degrees, and in the quad view.
     std::string interlaceMode(const std::string& rotation) {
         std::string mode = record_["InterlaceMode"].substr(0, 1);
         const bool quarterTurn = rotation == "90" || rotation == "270";
@@ -141,7 +141,7 @@ std::string CommandLine::text() const {
     for (std::size_t i = 0; i < arguments.size(); ++i) {
         if (i > 0)
             line += ' ';
-        // By position, not by the "-p" before it: a user may be called "-p".
+        // By position, not by the "-p" before it: a user name may be "-p".
         line += i == passwordIndex ? "********" : arguments[i];
     }
     return line;
@@ -163,11 +163,11 @@ void PlayerCommand::execute() const {
     // Searches PATH for a bare name only.
     execvp(file_.c_str(), argv_.data());
     const int error = errno;
-    // A thread of the supervisor may have held the log's lock at the fork: then the line is lost, not the
-    // child.
+    // A thread of the supervisor may have held the log's lock at the fork. The alarm then ends the child without the
+    // log line.
     std::signal(SIGALRM, [](int) { _exit(execFailedStatus); });
     alarm(2);
     logmsg(3, "Failed to execvp() (%d, '%s') using cmdline '%s'", error, std::strerror(error), text_.c_str());
-    // Not exit(): what the supervisor had not yet flushed to standard output is not the child's to print.
+    // Not exit(), which would print the supervisor's unflushed output a second time.
     _exit(execFailedStatus);
 }

@@ -1,9 +1,8 @@
-// A player's command line: which of the player programs, with which arguments, for a detected source.
+// A player's command line: the program and its arguments for a detected source.
 //
-// All of it is put together before the fork, on the supervisor's side: other threads may hold the locks of
-// the log and of the parameter files at the moment of the fork, and in the child nobody would ever release
-// them. The child only replaces itself. The source's entry is not changed: the arguments are built from a
-// copy.
+// The supervisor builds it before the fork. At the moment of the fork other threads may hold locks of the log and of
+// the parameter files, and a child would wait for them without end; so the child only calls exec. The source's entry
+// is not changed: the arguments are built from a copy.
 #pragma once
 
 #include "sources/source_entry.h"
@@ -15,10 +14,10 @@
 #include <vector>
 
 struct CommandLine {
-    std::vector<std::string> arguments;       // the first one names the program, where there is one
-    std::optional<std::size_t> passwordIndex; // which argument is the password, where there is one
+    std::vector<std::string> arguments;       // the first one is the program, if the kind has one
+    std::optional<std::size_t> passwordIndex; // position of the password, if there is one
 
-    // The arguments with single blanks between them, for the log: the password is replaced by "********".
+    // The arguments joined with blanks, for the log. The password is replaced by "********".
     std::string text() const;
 };
 
@@ -26,7 +25,7 @@ struct CommandLine {
 // its status and the parameter file. Main thread.
 CommandLine buildCommandLine(SourceEntry entry, std::uint16_t port);
 
-// A command line made ready for exec: nothing is allocated, read or locked by execute().
+// A command line ready for exec: execute() allocates, reads and locks nothing.
 class PlayerCommand {
 public:
     explicit PlayerCommand(CommandLine commandLine);
@@ -35,8 +34,8 @@ public:
 
     const std::string& text() const { return text_; }
 
-    // Replaces the process by the player; when that fails, logs it and ends the process with status 13. A
-    // player named by an absolute path is looked for below the appliance root. In the forked child.
+    // Replaces the process with the player. A failure is logged and ends the process with status 13. A player with an
+    // absolute path is searched below the appliance root. Called in the forked child.
     [[noreturn]] void execute() const;
 
 private:

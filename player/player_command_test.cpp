@@ -11,7 +11,7 @@ namespace {
 using testing::ElementsAre;
 using testing::ElementsAreArray;
 
-// An entry as a detection leaves it: source 3, camera 2, at 10.0.0.9:8080.
+// A detected entry: source 3, camera 2, at 10.0.0.9:8080.
 SourceEntry detectedEntry(int type) {
     SourceEntry entry;
     entry.index = 3;
@@ -43,7 +43,7 @@ protected:
         return buildCommandLine(entry, static_cast<std::uint16_t>(port)).arguments;
     }
 
-    // What follows "-r 10000": the part that the kind of stream decides.
+    // The arguments behind "-r 10000", which depend on the kind of stream.
     static std::vector<std::string> tail(const SourceEntry& entry, int port = 65535) {
         const std::vector<std::string> all = arguments(entry, port);
         const auto end = std::find(all.begin(), all.end(), "10000");

@@ -2,7 +2,7 @@
 #pragma once
 
 // Numbers of libcommon's semaphores.
-inline constexpr int playerStartSemaphore = 2001;   // set to 0 before each launch; the players know what it is for
+inline constexpr int playerStartSemaphore = 2001;   // set to 0 before each launch, for the players
 inline constexpr int forkHandshakeSemaphore = 2002; // holds a forked child until the parent has registered it
 inline constexpr int lockSemaphore = 2003;          // raised once for each lock request
 

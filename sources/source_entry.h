@@ -1,7 +1,7 @@
-// What is known about one encoder input once it was detected.
+// A source entry: what is known about an encoder input after its detection.
 //
-// Owned by the source cache, which hands it out by pointer; filled by the detection; read where players are
-// started and PTZ requests sent. Main thread (and, after a fork, the child that becomes the player).
+// The source cache owns the entries and hands out pointers. The detection fills them; launching a player and sending
+// a PTZ request read them. Main thread.
 #pragma once
 
 #include "sources/stream_kinds.h"
@@ -22,7 +22,7 @@ struct SourceEntry {
     bool audioAvailable = false;
     int connectMode = 0;  // index into connectModeString
     int recoveryStep = 0; // 0 when the entry is filled
-    std::string rtspHost; // host and port that the player is to use, whatever the kind of stream
+    std::string rtspHost; // host and port for the player, for every kind of stream
     std::uint16_t rtspPort = 0;
     std::string audioHost;
     std::uint16_t audioPort = 0;

@@ -56,7 +56,7 @@ constexpr Line everyWaitingState() {
     return {.kind = LineKind::AllWaiting, .state = STATE_NULL};
 }
 
-// What everyWaitingState() stands for.
+// The arrows of everyWaitingState().
 constexpr std::array commonReactions{
     to(STOP_PLAYING, LONG_PRESS),
     to(STOP_PLAYING, TOLD_NO),
@@ -339,8 +339,8 @@ constexpr std::size_t countArrows() {
 }
 
 constexpr Transition arrowOf(State left, const Line& line) {
-    const char* words = line.condition != nullptr ? line.condition
-                                                  : triggerNames[static_cast<std::size_t>(line.trigger)];
+    const char* words =
+        line.condition != nullptr ? line.condition : triggerNames[static_cast<std::size_t>(line.trigger)];
     return {left, line.kind == LineKind::Stays ? left : line.state, line.trigger, words};
 }
 
@@ -385,7 +385,7 @@ constexpr bool noArrowTwice() {
     return true;
 }
 
-// Whether all states are linked with `origin` by chains of arrows: forwards from it, or backwards to it.
+// Whether chains of arrows link all states with `origin`: forwards from it, or backwards to it.
 constexpr bool allLinked(State origin, bool forwards, State firstState) {
     std::array<bool, stateCount> linked{};
     linked[origin] = true;
@@ -402,10 +402,11 @@ constexpr bool allLinked(State origin, bool forwards, State firstState) {
     return true;
 }
 
-static_assert(everyStateLeftOnceInOrder(), "one from() a state, in the order of the states");
+static_assert(everyStateLeftOnceInOrder(), "one from() for each state, in the order of the states");
 static_assert(noArrowTwice(), "an arrow is declared twice");
 static_assert(allLinked(STATE_NULL, true, START_UL), "a state is never reached");
-static_assert(allLinked(DISCONNECTED, false, START_UL), "from a state playback cannot be stopped");
+static_assert(allLinked(DISCONNECTED, false, START_UL),
+              "there is a state from which playback cannot be stopped");
 
 } // namespace
 

@@ -1,16 +1,16 @@
-// The arrows between the states: which state may follow which, and when.
+// A model of the state machine: which state may follow which, and when.
 //
-// The handlers do the work; this table declares what they may do. The tests hold every step of the machine
-// against it, and the diagrams in docs/ are made from it. The compiler checks that every state is reached
-// from the start and that from every state playback can still be stopped. A row from a state to itself
-// declares an event that the state takes and that leaves it as it is.
+// The program does not use this table; a change here changes no behaviour. The tests compare every step of the
+// machine with it, and the diagrams in docs/ are made from it. The compiler checks that every state can be reached
+// from the start and that playback can be stopped from every state. A row from a state to itself is an event that the
+// state takes without leaving.
 #pragma once
 
 #include "launcher/states.h"
 
 #include <span>
 
-// What moves the machine: the event that a state took, or none.
+// The event that a state took, or none.
 enum Trigger : int {
     BY_ITSELF,     // the state decides, or a barrier does
     SHORT_PRESS,   // EID_BUTTON

@@ -1,5 +1,4 @@
-// One test per declared arrow: the state, what the arrow says moves it, one turn, and the state it must be
-// in.
+// One test for each declared arrow: the state, the arrow's event, one turn, and the expected state.
 #include "launcher/model/transitions.h"
 
 #include "launcher/machine_test.h"
@@ -43,7 +42,7 @@ bool hasPendingPlayer(State state) {
            state <= BOTH_PLAYERS_DOWN_AFTER_PENDING_CRASH;
 }
 
-// What makes a state decide so; an arrow that is not here is what it does when nothing special holds.
+// The preparation that makes a state take an arrow. An arrow that is not listed needs none.
 using Arrow = std::pair<State, State>;
 const std::map<Arrow, std::function<void(MachineTest&)>> decisions{
     {{START_UL, CONNECT}, [](auto&) { fake::setParam(0, "Decoder.AutoConnect", "yes"); }},
@@ -77,7 +76,7 @@ const std::map<Arrow, std::function<void(MachineTest&)>> decisions{
 
 std::vector<Transition> arrows() {
     const auto all = transitions();
-    return {all.begin() + 1, all.end()}; // the first is the start itself
+    return {all.begin() + 1, all.end()}; // without the first, which is the start itself
 }
 
 struct EveryArrow : MachineTest, testing::WithParamInterface<Transition> {
@@ -100,7 +99,7 @@ struct EveryArrow : MachineTest, testing::WithParamInterface<Transition> {
             found->second(*this);
     }
 
-    // The arrow is about an alarm: whether it is wanted now.
+    // For an arrow of an alarm: whether an alarm may be shown now.
     static void admitAlarm(const Transition& arrow) {
         const bool wanted = arrow.from != arrow.to;
         fake::setParam(0, "Decoder.SequenceMode", wanted ? "manual" : "auto");

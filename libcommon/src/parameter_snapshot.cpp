@@ -92,44 +92,29 @@ std::vector<Complaint> parse(std::string text, ParameterSnapshot& snapshot) {
     return complaints;
 }
 
-std::shared_ptr<const SubGroupList> findSubGroups(std::shared_ptr<const ParameterSnapshot> snapshot,
-                                                  std::string_view group) {
-    auto list = std::make_shared<SubGroupList>();
+Sections::Sections(std::shared_ptr<const ParameterSnapshot> snapshot, std::string_view group)
+    : snapshot_(std::move(snapshot)), group_(group) {
     const std::size_t length = group.size();
-    for (std::uint32_t at = 0; at < snapshot->sections.size(); ++at) {
-        const std::string_view name = snapshot->sections[at].name;
+    for (std::uint32_t at = 0; at < snapshot_->sections.size(); ++at) {
+        const std::string_view name = snapshot_->sections[at].name;
         if (name.size() > length + 1 && name[length] == '.' && NameEqual{}(name.substr(0, length), group))
-            list->sections.push_back(at);
+            positions_.push_back(at);
     }
-    list->snapshot = std::move(snapshot);
-    list->group = group;
-    return list;
 }
 
-} // namespace local
-
-SubGroups::SubGroups(std::shared_ptr<const SubGroupList> list) : list_(std::move(list)) {}
-
-std::size_t SubGroups::size() const {
-    return list_ == nullptr ? 0 : list_->sections.size();
+bool Sections::are(const ParameterSnapshot& snapshot, std::string_view group) const {
+    return snapshot_.get() == &snapshot && group_ == group;
 }
 
-SourceParams SubGroups::operator[](std::size_t position) const {
-    const ParameterSnapshot& snapshot = *list_->snapshot;
-    const ParameterSnapshot::Section& section = snapshot.sections[list_->sections[position]];
+SourceParams Sections::record(std::size_t position) const {
+    const ParameterSnapshot::Section& section = snapshot_->sections[positions_[position]];
     SourceParams params;
-    for (std::uint32_t at = section.first; at != ParameterSnapshot::none; at = snapshot.values[at].next) {
-        const ParameterSnapshot::Value& line = snapshot.values[at];
+    for (std::uint32_t at = section.first; at != ParameterSnapshot::none; at = snapshot_->values[at].next) {
+        const ParameterSnapshot::Value& line = snapshot_->values[at];
         params[istring(line.key.data(), line.key.size())] = line.value;
     }
-    params.try_emplace("Name", section.name.substr(list_->group.size() + 1));
+    params.try_emplace("Name", section.name.substr(group_.size() + 1));
     return params;
 }
 
-SubGroups::operator std::vector<SourceParams>() const {
-    std::vector<SourceParams> all;
-    all.reserve(size());
-    for (SourceParams record : *this)
-        all.push_back(std::move(record));
-    return all;
-}
+} // namespace local

@@ -36,7 +36,7 @@ struct ParameterSnapshot {
 
     std::string text;
     std::vector<Section> sections; // in the order of their first lines
-    std::vector<Value> values;     // in file order, all sections in one: thousands of sources cost one allocation
+    std::vector<Value> values; // in file order, all sections in one: thousands of sources cost one allocation
     std::unordered_map<std::string_view, std::uint32_t, local::NameHash, local::NameEqual> sectionPositions;
     bool readable = true; // false: the file is there but could not be read, and everything above is empty
 };
@@ -54,18 +54,21 @@ struct Complaint {
 inline constexpr std::size_t maximumComplaints = 50;
 std::vector<Complaint> parse(std::string text, ParameterSnapshot& snapshot);
 
-} // namespace local
+// The sections [GROUP.NAME] of a snapshot: what getSubGroups() returns.
+class Sections : public SubGroupList {
+public:
+    Sections(std::shared_ptr<const ParameterSnapshot> snapshot, std::string_view group);
 
-// The sections [GROUP.NAME] of a snapshot; what getSubGroups() hands out. Never changes.
-struct SubGroupList {
-    std::shared_ptr<const ParameterSnapshot> snapshot;
-    std::string group;
-    std::vector<std::uint32_t> sections; // positions in the snapshot's sections
+    // Whether these are that group's sections in that snapshot.
+    bool are(const ParameterSnapshot& snapshot, std::string_view group) const;
+
+    std::size_t size() const override { return positions_.size(); }
+    SourceParams record(std::size_t position) const override;
+
+private:
+    std::shared_ptr<const ParameterSnapshot> snapshot_;
+    std::string group_;
+    std::vector<std::uint32_t> positions_; // in the snapshot's sections
 };
-
-namespace local {
-
-std::shared_ptr<const SubGroupList> findSubGroups(std::shared_ptr<const ParameterSnapshot> snapshot,
-                                                  std::string_view group);
 
 } // namespace local

@@ -21,17 +21,15 @@ namespace {
 // another; finding them in a file of thousands takes longer than all the rest. Read and written by any thread under
 // the mutex; never destroyed.
 local::ForkSafeMutex& listMutex = *new local::ForkSafeMutex;
-std::shared_ptr<const SubGroupList>& lastList = *new std::shared_ptr<const SubGroupList>;
+std::shared_ptr<const local::Sections>& lastList = *new std::shared_ptr<const local::Sections>;
 
-std::shared_ptr<const SubGroupList> knownList(const std::shared_ptr<const ParameterSnapshot>& snapshot,
-                                              std::string_view group) {
+std::shared_ptr<const local::Sections> knownList(const ParameterSnapshot& snapshot, std::string_view group) {
     const std::lock_guard guard(listMutex);
-    const bool same = lastList != nullptr && lastList->snapshot == snapshot && lastList->group == group;
-    return same ? lastList : nullptr;
+    return lastList != nullptr && lastList->are(snapshot, group) ? lastList : nullptr;
 }
 
-// The earlier list may be the last owner of a whole snapshot: it is destroyed outside of the lock.
-void keepList(std::shared_ptr<const SubGroupList> list) {
+// The earlier list may be the last owner of a snapshot. It is destroyed with the parameter, after the unlocking.
+void keepList(std::shared_ptr<const local::Sections> list) {
     const std::lock_guard guard(listMutex);
     lastList.swap(list);
 }
@@ -98,9 +96,9 @@ SubGroups getSubGroups(int fileId, const char* group) {
     if (!local::isParameterFile(fileId))
         logmsg(3, "There is no parameter file %d.", fileId);
     const auto snapshot = local::currentParameters(fileId);
-    auto list = knownList(snapshot, viewOf(group));
+    auto list = knownList(*snapshot, viewOf(group));
     if (list == nullptr) {
-        list = local::findSubGroups(snapshot, viewOf(group));
+        list = std::make_shared<const local::Sections>(snapshot, viewOf(group));
         keepList(list);
     }
     return SubGroups(std::move(list));

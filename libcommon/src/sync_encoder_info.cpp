@@ -80,7 +80,7 @@ void syncEncoderInfo() {
     const auto parameters = currentParameters(0);
     if (!parameters->readable) // sources that can't be read are not gone
         return;
-    const SubGroups sources(findSubGroups(parameters, "Encoder"));
+    const SubGroups sources(std::make_shared<const Sections>(parameters, "Encoder"));
     const LockedFile lock(statusLockPath().c_str());
     if (!lock) {
         logmsg(3, "Failed to lock %s. (errno=%d %s)", statusLockPath().c_str(), errno, std::strerror(errno));

@@ -152,21 +152,22 @@ Param ParamWrapper::operator[](const char* name) const {
     return {fileId_, name, nullptr};
 }
 
-struct SubGroupList {
-    std::vector<SourceParams> sources;
+namespace {
+
+class FakeSubGroups : public SubGroupList {
+public:
+    explicit FakeSubGroups(std::vector<SourceParams> records) : records_(std::move(records)) {}
+    std::size_t size() const override { return records_.size(); }
+    SourceParams record(std::size_t position) const override { return records_.at(position); }
+
+private:
+    std::vector<SourceParams> records_;
 };
-SubGroups::SubGroups(std::shared_ptr<const SubGroupList> list) : list_(std::move(list)) {}
-std::size_t SubGroups::size() const {
-    return list_ == nullptr ? 0 : list_->sources.size();
-}
-SourceParams SubGroups::operator[](std::size_t position) const {
-    return list_->sources.at(position);
-}
-SubGroups::operator std::vector<SourceParams>() const {
-    return list_ == nullptr ? std::vector<SourceParams>{} : list_->sources;
-}
+
+} // namespace
+
 SubGroups getSubGroups(int, const char*) {
-    return SubGroups(std::make_shared<const SubGroupList>(SubGroupList{fake::sources}));
+    return SubGroups(std::make_shared<const FakeSubGroups>(fake::sources));
 }
 int userOpenAndLockParamFile(int fileId, int exclusive) {
     fake::recordf("lockParamFile(%d,%d)", fileId, exclusive);

@@ -1,7 +1,7 @@
 #include "launcher/model/checker/check.h"
 
-#include "launcher/model/checker/world.h"
 #include "launcher/machine_test.h"
+#include "launcher/model/checker/world.h"
 #include "launcher/model/transitions.h"
 
 #include <algorithm>
@@ -16,7 +16,7 @@ constexpr int turnsBetweenWaits = 40;
 constexpr int turnsToReach = 400;
 constexpr std::int64_t alarmDisplayTime = 20'000'000;
 
-// What the machine was when the turn began.
+// The machine at the beginning of a turn.
 struct Before {
     State state = static_cast<State>(static_cast<int>(machine.currentState));
     int currentPID = process.currentPID;
@@ -26,7 +26,7 @@ struct Before {
     int timer = fake::lastTimerId;
 };
 
-// What the events that came during a turn said, in the words of the arrows.
+// The trigger that an event is.
 Trigger triggerOf(const Event& event, const Before& before) {
     switch (event.id) {
     case EID_BUTTON:
@@ -117,7 +117,7 @@ public:
     }
 
 private:
-    // In a kind world the machine must come to `goal`, and stay there for a turn.
+    // In a kind world the machine must reach `goal` and stay there for a turn.
     void reach(State goal) {
         for (int turns = 0; wrong_.empty(); ++turns) {
             const bool there = machine.currentState == goal;
@@ -129,7 +129,7 @@ private:
         }
     }
 
-    // One turn and a look at it.
+    // One turn and its checks.
     void turn() {
         const Before before;
         fake::calls.clear();
@@ -171,7 +171,7 @@ private:
         };
         auto arrow = find(trigger);
         const bool putBack = arrow == arrows.end() && trigger != BY_ITSELF && before.state != CONNECT;
-        if (arrow == arrows.end()) // taken only to be put back, or to be found useless by CONNECT
+        if (arrow == arrows.end()) // the event was put back, or CONNECT had no use for it
             arrow = find(BY_ITSELF);
         if (arrow == arrows.end())
             note(std::string("went from ") + stateName(before.state) + " to " +
@@ -288,7 +288,7 @@ private:
         });
         if (!shown)
             return;
-        // An alarm that connects a disconnected decoder replaces no picture.
+        // An alarm that connects a disconnected decoder does not replace a picture.
         if (alarmShown_ != 0 && fake::now - alarmShown_ < alarmDisplayTime && machine.currentSource != -1)
             note("replaced an alarm before its display time was over");
         alarmShown_ = fake::now;
@@ -300,7 +300,7 @@ private:
         });
         turnsSinceWait_ = waited ? 0 : turnsSinceWait_ + 1;
         if (turnsSinceWait_ > turnsBetweenWaits)
-            note("turns round and round without waiting");
+            note("takes many turns without waiting");
     }
 
     static void walk(std::size_t row) {
@@ -327,7 +327,7 @@ private:
     const Invariant& extra_;
     const Steps& steps_;
     std::string wrong_;
-    std::vector<int> mistaken_; // players taken for gone while they were leaving
+    std::vector<int> mistaken_; // players that the machine took for gone while they were leaving
     int launched_ = -1;         // source that a single launch has named in the status
     std::int64_t alarmShown_ = 0;
     int turnsSinceWait_ = 0;

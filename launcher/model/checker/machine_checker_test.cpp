@@ -1,10 +1,10 @@
-// The checker of the whole machine: random lists of everything that can happen, over a million turns in all.
+// The checker of the whole machine: random lists of steps, a million turns in all.
 //
-// MACHINE_CHECKER_TURNS and MACHINE_CHECKER_SEED in the environment replace the number of turns and the first
-// seed.
+// The environment variables MACHINE_CHECKER_TURNS and MACHINE_CHECKER_SEED replace the number of turns and
+// the first seed.
+#include "launcher/machine_test.h"
 #include "launcher/model/checker/check.h"
 #include "launcher/model/checker/shrink.h"
-#include "launcher/machine_test.h"
 #include "launcher/model/transitions.h"
 
 #include <cstdio>
@@ -29,7 +29,7 @@ long fromEnvironment(const char* name, long otherwise) {
     return text == nullptr ? otherwise : std::strtol(text, nullptr, 10);
 }
 
-// The machine tells of every detection in manual mode on standard output; not here.
+// Suppresses the lines that the machine prints for each detection in manual mode.
 class QuietStandardOutput {
 public:
     QuietStandardOutput() : saved_(dup(STDOUT_FILENO)) {
@@ -55,7 +55,7 @@ Steps stepsOfSeed(long seed) {
     return randomSteps(random, stepsPerRun);
 }
 
-// "" or the shrunk list of the first seed whose list fails, ready to be pasted.
+// "" or the shrunk list of the first seed that fails, as text for a test.
 std::string findFailure(long firstSeed, long turns, const Invariant& extra = nullptr,
                         Steps* found = nullptr) {
     const QuietStandardOutput quiet;
@@ -100,7 +100,7 @@ TEST(MachineChecker, NothingThatCanHappenBreaksTheMachineAndEveryArrowIsWalked) 
 }
 
 TEST(MachineChecker, AFailureIsShrunkToWhatItTakes) {
-    // Wrong on purpose: source 2 may well be shown when the sequence is paused.
+    // Wrong on purpose: source 2 may be shown when the sequence is paused.
     const Invariant neverPausedOnTwo = [] {
         return machine.sequencePaused && machine.currentSource == 2 ? "is paused on source 2" : "";
     };

@@ -1,4 +1,4 @@
-// Makes a failing list of steps as short as it can be.
+// Shortens a failing list of steps.
 #pragma once
 
 #include "launcher/model/checker/step.h"
@@ -7,8 +7,8 @@
 
 namespace checker {
 
-// Delta debugging: drops ever smaller pieces of the list while it still fails. No single step of the result
-// can be left out. `fails` must be true for `steps`.
+// Delta debugging: removes smaller and smaller pieces of the list as long as it still fails. The result fails and
+// none of its steps can be removed. `fails` must be true for `steps`.
 Steps shrink(Steps steps, const std::function<bool(const Steps&)>& fails);
 
 } // namespace checker

@@ -1,7 +1,7 @@
-// What can happen to the machine, one thing at a time.
+// The steps of a checker run: the things that can happen to the machine.
 //
-// A run of the checker is a list of steps. Each step is made by a function of its own, and prints as the call
-// of that function, so that a printed list can be pasted into a test.
+// A run is a list of steps. Each kind of step has a function that makes it, and a step prints as the call of this
+// function, so that a printed list can be pasted into a test.
 #pragma once
 
 #include <cstdint>
@@ -28,7 +28,7 @@ enum class Kind {
     EXIT_OF_CURRENT,
     EXIT_OF_PENDING,
     EXIT_OF_UNKNOWN,
-    // what the next barrier, detection, launch comes to
+    // the outcome of the next barrier, detection or launch
     BARRIER_FAILS,
     CURRENT_EXITS_AT_BARRIER,
     PENDING_EXITS_AT_BARRIER,
@@ -48,7 +48,7 @@ struct Step {
     Kind kind;
     int value = 0;
     int second = 0;
-    bool meanwhile = false; // comes while the machine is busy next, not while it waits
+    bool meanwhile = false; // happens the next time the machine is busy, not while it waits
     bool operator==(const Step&) const = default;
 };
 
@@ -64,8 +64,8 @@ Step longPress();
 Step tellYes(); // "Decoder.Connected" is written, and the change announced
 Step tellNo();
 
-Step ownTimer();   // the timer armed last runs out
-Step staleTimer(); // one armed earlier does
+Step ownTimer();   // the timer that was armed last runs out
+Step staleTimer(); // an earlier timer runs out
 
 Step exitOfCurrent(int status); // wait status
 Step exitOfPending(int status);
@@ -75,13 +75,13 @@ Step barrierFails(); // without an exit: a wrong barrier, an arrival twice
 Step currentExitsAtBarrier();
 Step pendingExitsAtBarrier();
 Step unknownExitsAtBarrier();
-Step barrierPasses(); // as without a step; leaves what comes after it for the next barrier
+Step barrierPasses(); // as without a step, but later outcomes apply to later barriers
 Step detectionFails();
 Step detectionInterrupted();
 Step launchFails();
 
-Step autoConnect(int yes);                // whether it connects at the start
-Step sequenceMode(int mode);              // what the parameter file says: 0 auto, 1 manual, 2 nonsense
+Step autoConnect(int yes);   // whether it connects at start
+Step sequenceMode(int mode); // the text in the parameter file: 0 auto, 1 manual, 2 an illegal one
 Step sources(int count, int enabledMask); // configured sources; source 3 is the same input as source 1
 Step seconds(int count);
 
@@ -90,10 +90,10 @@ Step meanwhile(Step step); // for events from outside
 // The step as the call that makes it.
 std::string text(const Step& step);
 
-// The list as it stands in a test.
+// The list as it is written in a test.
 std::string text(const Steps& steps);
 
-// `count` steps, the first of them the configuration that the machine starts with.
+// `count` steps; the first ones are the configuration that the machine starts with.
 Steps randomSteps(std::mt19937& random, int count);
 
 } // namespace checker

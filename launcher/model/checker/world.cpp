@@ -65,14 +65,14 @@ bool World::somethingHappens() {
         becomeKind();
     if (kind_)
         return kindnessHappens();
-    // An exit of the list may come before that of a player which is leaving.
+    // An exit in the list may come before the exit of a player that is leaving.
     if (!isExit(steps_[next_]) && someoneLeaves())
         return true;
     take(steps_[next_++]);
     return true;
 }
 
-// Whatever the machine waits for, in the order in which it would come by itself.
+// Delivers the event that the machine waits for, in the order in which events would come by themselves.
 bool World::kindnessHappens() {
     if (someoneLeaves())
         return true;

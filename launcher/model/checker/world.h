@@ -1,10 +1,10 @@
-// The world around the machine: players, encoders, timers and the user, as far as the machine can tell.
+// Simulates the world around the machine, behind the fakes: players, encoders, timers and the user.
 //
-// It stands behind the fakes. Whenever the machine waits and nothing is there for it, the next step of the
-// list happens; what a step says about the next barrier, detection or launch is kept until there is one.
-// After the last step the world is kind: everything succeeds, and whatever the machine waits for comes.
-// Players behave as real ones do: one that was hung up and released at its second barrier exits by itself;
-// whoever waits for a player that is gone waits for ever, which is a violation.
+// When the machine waits and no event is queued for it, the next step of the list happens. An outcome for the
+// next barrier, detection or launch is kept until there is one. After the last step the world is kind:
+// everything succeeds, and the event that the machine waits for comes. Players behave like real ones: a player
+// that was hung up and released at its second barrier exits by itself. A wait for a player that is gone would
+// never end and is a violation.
 #pragma once
 
 #include "launcher/model/checker/step.h"
@@ -24,13 +24,12 @@ struct Player {
     int pid;
     int source; // launched for
     bool hungUp = false;
-    bool leaving = false; // exits as soon as the machine waits
+    bool leaving = false; // exits when the machine waits the next time
 };
 
 class World {
 public:
-    // Resets all fakes, installs itself behind them and applies the steps of configuration that the list
-    // begins with.
+    // Resets all fakes, installs itself behind them and applies the configuration steps at the beginning of the list.
     explicit World(const Steps& steps);
     World(const World&) = delete;
     World& operator=(const World&) = delete;
@@ -38,13 +37,13 @@ public:
     // The list is over.
     bool isKind() const { return kind_; }
 
-    // What a kind world tells the machine whenever it waits: to connect, or (at first) to disconnect.
+    // From now on a kind world tells the machine to connect whenever it waits; before this call, to disconnect.
     void tellToConnect() { tellToConnect_ = true; }
 
     const std::vector<Player>& players() const { return alive_; }
     std::size_t stepsTaken() const { return next_; }
 
-    // What the machine did that nobody may do, "" so far.
+    // The first forbidden action of the machine; "" for none.
     const std::string& violation() const { return violation_; }
 
 private:

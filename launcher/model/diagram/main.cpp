@@ -1,5 +1,4 @@
-// state_diagram ROOT: writes the pages about the state machine below ROOT/docs, ROOT being the top of the
-// sources.
+// state_diagram ROOT: writes the pages about the state machine below ROOT/docs. ROOT is the top of the sources.
 #include "launcher/model/diagram/state_diagram.h"
 
 #include <cstdio>

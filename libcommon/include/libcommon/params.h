@@ -23,9 +23,11 @@
 #include <libcommon/istring.h>
 
 #include <cstddef>
+#include <iterator>
 #include <map>
 #include <memory>
 #include <string>
+#include <utility>
 #include <vector>
 
 // The configuration of one source, name to value, exactly as the file has it.
@@ -75,32 +77,49 @@ private:
     std::shared_ptr<const ParameterSnapshot> snapshot_; // null: fresh
 };
 
-struct SubGroupList; // the sections of one group in one version of a file
+// Where the records of a group come from. The library has one; tests may have their own.
+class SubGroupList {
+public:
+    SubGroupList() = default;
+    SubGroupList(const SubGroupList&) = delete;
+    SubGroupList& operator=(const SubGroupList&) = delete;
+    virtual ~SubGroupList() = default;
+    virtual std::size_t size() const = 0;
+    virtual SourceParams record(std::size_t position) const = 0; // `position` is below size()
+};
 
-// The sections of a group, one record each. The list is that of the moment when it was asked for; it is cheap to
-// make and to copy however long it is, because a record is built when it is looked at.
+// The sections of a group, one record each, in file order. The list is that of the moment when it was asked for. It is
+// cheap to make and to copy however long it is, because a record is built when it is looked at. All inline: a program
+// needs nothing of the library but getSubGroups().
 class SubGroups {
 public:
     SubGroups() = default; // an empty list
-    explicit SubGroups(std::shared_ptr<const SubGroupList> list);
+    explicit SubGroups(std::shared_ptr<const SubGroupList> list) : list_(std::move(list)) {}
 
-    std::size_t size() const;
+    std::size_t size() const { return list_ == nullptr ? 0 : list_->size(); }
     bool empty() const { return size() == 0; }
 
     // The record at this position, which is below size(); a new one at each call.
-    SourceParams operator[](std::size_t position) const;
+    SourceParams operator[](std::size_t position) const { return list_->record(position); }
 
     // All records at once.
-    operator std::vector<SourceParams>() const;
+    operator std::vector<SourceParams>() const { return {begin(), end()}; }
 
     class Iterator {
     public:
+        using iterator_category = std::input_iterator_tag;
+        using value_type = SourceParams;
+        using difference_type = std::ptrdiff_t;
+        using pointer = const SourceParams*;
+        using reference = SourceParams;
+
         Iterator(const SubGroups& groups, std::size_t position) : groups_(&groups), position_(position) {}
         SourceParams operator*() const { return (*groups_)[position_]; }
         Iterator& operator++() {
             ++position_;
             return *this;
         }
+        void operator++(int) { ++position_; }
         bool operator==(const Iterator&) const = default;
 
     private:
