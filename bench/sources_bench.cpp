@@ -1,8 +1,9 @@
 // What a select and a connect cost the supervisor with few sources and with thousands of them.
 //
 // The real source cache and the real library over a temporary appliance root; only the detection is replaced by
-// one that accepts every encoder at once. Times are processor times of this thread, the least of several rounds,
-// so that a busy machine does not change them.
+// one that accepts every encoder at once. Times are processor times of this thread, the least of several rounds. A
+// processor that runs two threads on one core still takes up to twice as long when the machine is busy: limits for a
+// test must allow for that.
 #include "detect/detection.h"
 #include "sources/source_cache.h"
 #include "sources/source_list.h"
@@ -34,8 +35,10 @@ namespace {
 
 namespace fs = std::filesystem;
 
-constexpr double maximumSelectRatio = 1.2;
-constexpr double maximumConnectMilliseconds = 50;
+struct Limits {
+    double ratio = 1.2;  // of a select with many sources to one with few
+    double connect = 50; // milliseconds
+};
 
 // Processor time of this thread in milliseconds.
 double threadTime() {
@@ -102,17 +105,17 @@ Costs measure(const std::string& root, int sources, int rounds) {
     return costs;
 }
 
-bool isWithinLimits(const Costs& few, const Costs& many) {
-    const bool selects = many.select <= few.select * maximumSelectRatio;
-    const bool connects = many.connect <= maximumConnectMilliseconds;
+bool isWithin(const Limits& limits, const Costs& few, const Costs& many) {
+    const bool selects = many.select <= few.select * limits.ratio;
+    const bool connects = many.connect <= limits.connect;
     if (!selects)
-        std::printf("A select takes more than %.1f times as long with many sources.\n", maximumSelectRatio);
+        std::printf("A select takes more than %.1f times as long with many sources.\n", limits.ratio);
     if (!connects)
-        std::printf("A connect takes more than %.0f ms.\n", maximumConnectMilliseconds);
+        std::printf("A connect takes more than %.0f ms.\n", limits.connect);
     return selects && connects;
 }
 
-int run(const std::string& root, int rounds, bool assertLimits) {
+int run(const std::string& root, int rounds, const Limits* limits) {
     std::printf("%8s %12s %12s %12s %8s\n", "sources", "read ms", "connect ms", "select ms", "ratio");
     Costs few;
     Costs many;
@@ -123,7 +126,7 @@ int run(const std::string& root, int rounds, bool assertLimits) {
         std::printf("%8d %12.3f %12.3f %12.4f %8.2f\n", sources, many.read, many.connect, many.select,
                     many.select / few.select);
     }
-    return !assertLimits || isWithinLimits(few, many) ? 0 : 1;
+    return limits == nullptr || isWithin(*limits, few, many) ? 0 : 1;
 }
 
 } // namespace
@@ -132,9 +135,12 @@ int main(int argc, char** argv) {
     CLI::App app("What a select and a connect cost with few sources and with thousands of them.");
     int rounds = 200;
     bool assertLimits = false;
+    Limits limits;
     app.add_option("--rounds", rounds, "measurements of each select; the least counts")
         ->check(CLI::PositiveNumber);
     app.add_flag("--assert", assertLimits, "fail when a limit is exceeded");
+    app.add_option("--ratio", limits.ratio, "limit: a select with 10,000 sources to one with 10");
+    app.add_option("--connect", limits.connect, "limit: milliseconds of a connect with 10,000 sources");
     CLI11_PARSE(app, argc, argv);
 
     std::string root = (fs::temp_directory_path() / "sources-bench-XXXXXX").string();
@@ -143,7 +149,7 @@ int main(int argc, char** argv) {
     fs::create_directories(root + "/etc/decoder");
     setenv("APPLIANCE_ROOT", root.c_str(), 1);
     setenv("LIBCOMMON_LOG", (root + "/log").c_str(), 1);
-    const int result = run(root, rounds, assertLimits);
+    const int result = run(root, rounds, assertLimits ? &limits : nullptr);
     libcommon::removeApplianceObjects();
     fs::remove_all(root);
     return result;
