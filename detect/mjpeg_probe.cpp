@@ -10,8 +10,8 @@
 namespace detect {
 namespace {
 
-// The query that selects the camera, in the form that the encoder's API version understands. None for an unknown
-// version.
+// The query that selects the camera, in the form that the encoder's API version understands. None for
+// an unknown version.
 void chooseCamera(SourceEntry& entry, int apiVersion) {
     if (apiVersion <= 0)
         return;

@@ -41,9 +41,9 @@ RtspAnswer askRtsp(int connection, const SourceEntry& entry, RtspMethod method, 
 bool sendRtsp(int connection, const SourceEntry& entry, RtspMethod method, const std::string& extraLine,
               ConnectMode mode);
 
-// DESCRIBE over TCP, first without and then with credentials. Returns the open connection; `mode` says whether the
-// credentials were needed (1 no, 2 yes). No connection when the encoder does not describe the stream, or after an
-// interruption.
+// DESCRIBE over TCP, first without and then with credentials. Returns the open connection; `mode` says whether
+// the credentials were needed (1 no, 2 yes). No connection when the encoder does not describe the stream, or
+// after an interruption.
 Descriptor describeOverTcp(const SourceEntry& entry, ConnectMode& mode);
 
 // Accepts the source with the encoder's own host and RTSP port, without audio.

@@ -69,6 +69,6 @@ void hangUpCurrentPlayer();
 // The exit of another child is logged, and the state runs again.
 void stopCurrentPlayer(State released, State gone);
 
-// Waits for the current player's exit, then goes to `gone`. The exit of another child is logged, and the state runs
-// again.
+// Waits for the current player's exit, then goes to `gone`. The exit of another child is logged, and the
+// state runs again.
 void waitForCurrentPlayersExit(State gone);

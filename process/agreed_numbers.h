@@ -9,6 +9,6 @@ inline constexpr int lockSemaphore = 2003;          // raised once for each lock
 // The byte of a button event's value 2 that is not 0 for a press that was held.
 inline constexpr int buttonHeldMask = 0xff;
 
-// How long a player waits for its first frame, and for the next one, before it gives up: its option "-r", in
-// milliseconds.
+// How long a player waits for its first frame, and for the next one, before it gives up: its option
+// "-r", in milliseconds.
 inline constexpr int playerPatience = 10000;

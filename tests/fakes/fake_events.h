@@ -37,8 +37,8 @@ extern std::deque<Event> queue;
 bool deliver(const Event& event);
 extern std::map<int, int> queueLimits; // what setQueueLimit set
 
-// Called when a blocking take finds nothing. It delivers something and returns true; false, the default, throws
-// WouldBlock.
+// Called when a blocking take finds nothing. It delivers something and returns true; false, the
+// default, throws WouldBlock.
 extern std::function<bool()> onWait;
 
 extern std::vector<Event> taken; // every event that a take returned
