@@ -16,23 +16,23 @@
 namespace detect {
 namespace {
 
-// What a step of the sequence comes to; empty: go on with the next.
+// The outcome of a step; empty: the next step follows.
 using Step = std::optional<Outcome>;
 
-// `result` of a probe whose failure ends the sequence.
+// Handles the result of a probe whose failure ends the sequence.
 Step endOfProbe(SourceEntry& entry, int statusId, int result) {
     if (isDetectionInterrupted())
         return Outcome::Interrupted;
     if (result == PROBE_ACCEPTED)
         return Outcome::Verdict;
     if (result == PROBE_FAILED) {
-        recordError(entry, statusId, ERROR_NO_STREAM, "a probe failed for good");
+        recordError(entry, statusId, ERROR_NO_STREAM, "a probe failed");
         return Outcome::Verdict;
     }
     return {};
 }
 
-// RTSP, where the encoder names MPEG-4 among its formats.
+// RTSP, for encoders that name MPEG-4 among their image formats.
 Step tryRtsp(SourceEntry& entry, int statusId) {
     if (state.apiVersion < 2)
         return {};

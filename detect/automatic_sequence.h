@@ -1,4 +1,4 @@
-// The automatic sequence: which kinds of stream are tried, in a fixed order of preference.
+// The automatic sequence: tries the kinds of stream in a fixed order of preference.
 #pragma once
 
 #include "sources/source_entry.h"
@@ -8,7 +8,7 @@ namespace detect {
 // How a detection ended.
 enum class Outcome {
     Verdict,     // accepted, or an error code is recorded
-    Interrupted, // no verdict; the status values are left as far as they got
+    Interrupted, // no verdict; the status values stay as they are at that moment
     NoSuchType,  // the configured type is out of range; error 20 is recorded
 };
 

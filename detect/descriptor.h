@@ -1,4 +1,4 @@
-// Owner of a descriptor. -1 stands for none; 0 is a descriptor like any other.
+// Owns a file descriptor. -1 means none; 0 is an ordinary descriptor.
 #pragma once
 
 #include <unistd.h>

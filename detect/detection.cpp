@@ -4,8 +4,8 @@
 #include "detect/detection_state.h"
 #include "detect/encoder_properties.h"
 #include "detect/interruption.h"
+#include "detect/probe_connection.h"
 #include "detect/probes.h"
-#include "detect/rtsp_connection.h"
 #include "detect/trace.h"
 #include "detect/verdict.h"
 #include "process/trace_output.h"
@@ -14,6 +14,8 @@
 #include <libcommon/params.h>
 #include <libcommon/status.h>
 
+#include <array>
+#include <cstddef>
 #include <string>
 
 namespace detect {
@@ -35,34 +37,39 @@ void clearStatusValues(int statusId) {
         status(statusId, key, "");
 }
 
-// Type 4 or 5: the one transport probe, on a connection of its own.
-int probeTransport(SourceEntry& entry, int statusId, int (*probe)(SourceEntry&, int, int, ConnectMode)) {
-    ConnectMode mode = CONNECT_AUTO;
-    const Descriptor connection = describeOverTcp(entry, mode);
-    return connection.isOpen() ? probe(entry, statusId, connection.get(), mode) : PROBE_FAILED;
-}
-
 int probeOverHttp(SourceEntry& entry, int statusId) {
     ConnectMode mode = CONNECT_AUTO;
     return rtspOverHttpProbe(entry, statusId, mode);
 }
 
-int probeConfiguredType(SourceEntry& entry, int statusId) {
-    switch (entry.configuredType) {
-    case TYPE_MJPEG:
-        return mjpegProbe(entry, statusId);
-    case TYPE_MPEG2:
-        return mpeg2Probe(entry, statusId);
-    case TYPE_SDP:
-        return sdpProbe(entry, statusId);
-    case TYPE_RTSP_UNICAST:
-        return probeTransport(entry, statusId, unicastProbe);
-    case TYPE_RTSP_MULTICAST:
-        return probeTransport(entry, statusId, multicastProbe);
-    case TYPE_RTSP_HTTP:
-        return probeOverHttp(entry, statusId);
-    }
-    return PROBE_FAILED;
+// How a configured kind is probed: with one of the two probes, or in a way of its own.
+struct KindProbe {
+    StreamType type;
+    int (*probe)(SourceEntry& entry, int statusId);
+    int (*transportProbe)(SourceEntry& entry, int statusId, int connection, ConnectMode mode);
+};
+
+// clang-format off
+constexpr std::array kindProbes{
+    KindProbe{TYPE_AUTO,           nullptr,       nullptr}, // all probes in turn: runAutomaticSequence()
+    KindProbe{TYPE_MJPEG,          mjpegProbe,    nullptr},
+    KindProbe{TYPE_MPEG2,          mpeg2Probe,    nullptr},
+    KindProbe{TYPE_SDP,            sdpProbe,      nullptr},
+    KindProbe{TYPE_RTSP_UNICAST,   nullptr,       unicastProbe},
+    KindProbe{TYPE_RTSP_MULTICAST, nullptr,       multicastProbe},
+    KindProbe{TYPE_RTSP_TCP,       nullptr,       nullptr}, // no transport is tried: detectConnection()
+    KindProbe{TYPE_RTSP_HTTP,      probeOverHttp, nullptr},
+};
+// clang-format on
+static_assert(hasOneRowPerKind(kindProbes), "a row is missing, or in the place of another kind");
+
+// A transport is probed on a connection of its own.
+int runProbe(const KindProbe& kind, SourceEntry& entry, int statusId) {
+    if (kind.probe != nullptr)
+        return kind.probe(entry, statusId);
+    ConnectMode mode = CONNECT_AUTO;
+    const Descriptor connection = describeOverTcp(entry, mode);
+    return connection.isOpen() ? kind.transportProbe(entry, statusId, connection.get(), mode) : PROBE_FAILED;
 }
 
 Outcome failConfiguredType(SourceEntry& entry, int statusId) {
@@ -70,7 +77,7 @@ Outcome failConfiguredType(SourceEntry& entry, int statusId) {
     return Outcome::Verdict;
 }
 
-// Type 6 is accepted as soon as the stream is described, without trying a transport.
+// TYPE_RTSP_TCP is accepted as soon as the stream is described; no transport is tried.
 Outcome detectConnection(SourceEntry& entry, int statusId) {
     ConnectMode mode = CONNECT_AUTO;
     const bool described = describeOverTcp(entry, mode).isOpen();
@@ -85,7 +92,8 @@ Outcome detectConnection(SourceEntry& entry, int statusId) {
 Outcome detectConfiguredType(SourceEntry& entry, int statusId) {
     if (entry.configuredType == TYPE_RTSP_TCP)
         return detectConnection(entry, statusId);
-    const int result = probeConfiguredType(entry, statusId);
+    const auto type = static_cast<std::size_t>(entry.configuredType);
+    const int result = runProbe(kindProbes[type], entry, statusId);
     if (isDetectionInterrupted())
         return Outcome::Interrupted;
     return result == PROBE_ACCEPTED ? Outcome::Verdict : failConfiguredType(entry, statusId);
@@ -94,7 +102,7 @@ Outcome detectConfiguredType(SourceEntry& entry, int statusId) {
 Outcome refuseType(SourceEntry& entry, int statusId) {
     if (isDetectionInterrupted())
         return Outcome::Interrupted;
-    recordError(entry, statusId, ERROR_NO_STREAM, "the configured type is none");
+    recordError(entry, statusId, ERROR_NO_STREAM, "there is no such type");
     return Outcome::NoSuchType;
 }
 
@@ -105,7 +113,7 @@ Outcome detectStream(SourceEntry& entry, int statusId) {
                                              : detectConfiguredType(entry, statusId);
 }
 
-// Number of inputs and rotation, of encoders that can tell. False: interrupted.
+// Number of inputs and rotation, for encoders that know these parameters. False: interrupted.
 bool askDetails(SourceEntry& entry, int statusId) {
     if (state.apiVersion <= 1)
         return true;
@@ -116,7 +124,7 @@ bool askDetails(SourceEntry& entry, int statusId) {
     return !isDetectionInterrupted();
 }
 
-// The driver.
+// The whole detection, step by step.
 Outcome runDetection(SourceEntry& entry, int statusId) {
     entry.audioAvailable = false;
     clearStatusValues(statusId);

@@ -1,4 +1,4 @@
-// Every case of the folder testdata, undisturbed and disturbed at every exchange.
+// Every case in testdata, without a disturbance and with a disturbance at each exchange.
 #include "detect/interruption.h"
 #include "detect/trace.h"
 #include "tests/fakes/scripted_encoder.h"
@@ -22,7 +22,7 @@ protected:
     const Case case_ = detect_test::readCase(GetParam());
 };
 
-// The status values that a run wrote after it had cleared all, the trace aside.
+// The status values that a run wrote after it had cleared them, without the trace.
 std::vector<std::string> published(const CaseRun& run) {
     const std::string prefix = "status(" + std::to_string(detect_test::statusId) + ") ";
     std::vector<std::string> values;
@@ -60,7 +60,7 @@ void expectSameEntry(const SourceEntry& actual, const SourceEntry& expected) {
     EXPECT_EQ(actual.streamOptions, expected.streamOptions);
 }
 
-// SIGUSR1 after a detection: ignored, let in, and none left over.
+// SIGUSR1 after a detection: ignored, not blocked, not pending.
 void expectSignalAtRest() {
     struct sigaction action {};
     sigaction(SIGUSR1, nullptr, &action);
@@ -110,7 +110,7 @@ void expectNoVerdict(const CaseRun& run) {
     EXPECT_FALSE(fake::interrupted) << "the flag is used up";
 }
 
-// Whether the case is one of an interruption already.
+// Whether the case itself has an interruption.
 bool isInterruptedByItself(const Case& one) {
     return !one.returns && one.entry.configuredType >= 0 && one.entry.configuredType <= 7;
 }
@@ -146,7 +146,7 @@ TEST_P(Detection, EndsWithoutAVerdictWhereverItIsInterrupted) {
     }
 }
 
-// The next number after each of these cases, which begin with the number they are given.
+// The next sequence number after each of these cases.
 TEST(DetectionSequence, NumbersGoOnFromDetectionToDetection) {
     const std::filesystem::path folder = DETECTION_CASES;
     int expected = -1;

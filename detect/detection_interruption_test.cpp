@@ -1,4 +1,4 @@
-// SIGUSR1 at every wait of a detection: it ends at once, whatever the timeout, and without a verdict.
+// SIGUSR1 at every wait of a detection: the detection ends at once and without a verdict, with any timeout.
 #include "detect/network_detection_fixture.h"
 
 #include <libcommon/libcommon.h>
@@ -18,7 +18,7 @@ using testing::HasSubstr;
 constexpr int timeout = 60;
 constexpr auto atOnce = 20s; // on a busy machine
 
-// Answers nothing, and sends the signal to the detection that waits.
+// Does not answer, and sends the signal to the waiting detection.
 std::string interrupt(const std::string& /*request*/) {
     kill(getpid(), SIGUSR1);
     return "";
@@ -33,7 +33,7 @@ protected:
     }
 };
 
-// ---- While an answer is waited for. ----
+// ---- During the wait for an answer. ----
 
 struct Wait {
     const char* name;
@@ -122,7 +122,7 @@ TEST_F(InterruptedDetection, InTheBodyOfTheDescription) {
     }
 }
 
-// ---- While a connection is waited for. ----
+// ---- During the wait for a connection. ----
 
 // Sends the signal once `when` returns.
 class Signaller {
@@ -163,9 +163,9 @@ TEST_F(InterruptedDetection, WhileConnectingForRtsp) {
     }
 }
 
-// ---- While packets are waited for. ----
+// ---- During the wait for packets. ----
 
-// Until somebody in this network has bound the UDP port.
+// Waits until the UDP port is bound in this network.
 bool waitUntilBound(int port) {
     const auto limit = std::chrono::steady_clock::now() + 30s;
     while (std::chrono::steady_clock::now() < limit) {

@@ -1,4 +1,4 @@
-// Encoders of every kind that behave, and those that are not there.
+// Encoders of every kind that work, and encoders that do not exist.
 #include "detect/network_detection_fixture.h"
 
 #include <libcommon/libcommon.h>

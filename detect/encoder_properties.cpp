@@ -23,7 +23,7 @@ bool isErrorReport(const Reply& reply) {
     return reply.front() == '#';
 }
 
-// A model query that ended the probe, whatever the other name of the parameter would give.
+// A model query that ended the probe, so that the other name of the parameter is not tried.
 enum class ModelEnd { None, Success, Failure };
 
 ModelEnd modelEnd(SourceEntry& entry, int statusId, int result) {
@@ -48,7 +48,7 @@ ModelEnd modelEnd(SourceEntry& entry, int statusId, int result) {
 
 int limitedSourceNumber(int number, int inputs) {
     if (inputs == 1)
-        return 1; // the quad view of a single input is that input
+        return 1; // with a single input the quad view is that input
     return number > inputs ? inputs : number;
 }
 
@@ -79,7 +79,7 @@ int apiVersionProbe(const SourceEntry& entry) {
 bool modelProbe(SourceEntry& entry, int statusId) {
     Reply reply{};
     for (const char* name :
-         {"Brand.ProdFullName", "root.BRAND.PRODFULLNAME"}) { // the second of older encoders
+         {"Brand.ProdFullName", "root.BRAND.PRODFULLNAME"}) { // older encoders know the second name
         reply.fill('\0');
         const int result = queryParameter(entry, name, reply);
         const ModelEnd end = modelEnd(entry, statusId, result);
@@ -121,7 +121,7 @@ bool rotationProbe(const SourceEntry& entry, int statusId) {
         return false;
     }
     if (result < 0 || isErrorReport(reply)) {
-        // The images count from 0, and the quad view is the one after the last input.
+        // Images count from 0. The quad view comes after the last input.
         const int image = entry.sourceNumber == 0 ? 4 : entry.sourceNumber - 1;
         result = queryParameter(entry, "Image.I" + std::to_string(image) + ".Appearance.Rotation", reply);
         if (result < 0 || isErrorReport(reply)) {
@@ -129,7 +129,7 @@ bool rotationProbe(const SourceEntry& entry, int statusId) {
             return false;
         }
     }
-    // kept: a reply that does not begin with the name stands here whole.
+    // kept: a reply that does not begin with the name is published as a whole
     status(statusId, "ImageRotation", reply.data());
     return true;
 }

@@ -1,5 +1,4 @@
-// Encoders that are broken or mean harm: each detection ends in an error or an acceptance, never later than
-// its requests' timeouts.
+// Broken and hostile encoders: each detection ends with an error or an acceptance, within the timeouts of its requests.
 #include "detect/network_detection_fixture.h"
 #include "tests/support/scripted_server.h"
 
@@ -49,7 +48,7 @@ TEST_P(HostileEncoder, EndsInTimeWithTheRightError) {
 const std::string ok = "HTTP/1.1 200 OK\r\n";
 const std::string block(65536, 'x');
 
-// Always the same answer, on connections that stay.
+// Always the same answer, on connections that are kept open.
 scripted::Script answering(const std::string& answer) {
     return {readRequest(), send(answer), startOver()};
 }
@@ -65,7 +64,7 @@ INSTANTIATE_TEST_SUITE_P(
             "EndlessHeader", {readRequest(), send(ok), sendEndlessly("X-Padding: yes\r\n")}, {11, 0}},
         HostileServer{
             "EndlessInformation", {readRequest(), sendEndlessly("HTTP/1.1 100 Continue\r\n\r\n")}, {11, 0}},
-        // A gigabyte begins to come for everything that is asked, so also for the MPEG-2 stream.
+        // Every request is answered with the beginning of a gigabyte, the MPEG-2 stream, too.
         HostileServer{"Gigabyte",
                       {readRequest(), send(ok + "Content-Length: 1000000000\r\n\r\n"), sendEndlessly(block)},
                       {0, TYPE_MPEG2}},
@@ -244,7 +243,7 @@ INSTANTIATE_TEST_SUITE_P(
         Description{"PacketsBefore", answering(interleaved + interleaved + rtspReply()), true}),
     [](const auto& instance) { return instance.param.name; });
 
-// ---- Sessions that are no numbers. ----
+// ---- Sessions that are not numbers. ----
 
 struct Session {
     const char* name;

@@ -9,7 +9,7 @@ namespace detect {
 namespace {
 
 // Process-wide state.
-// 1 once a SIGUSR1 came during this detection. Set by the handler, cleared as a detection begins.
+// 1 once a SIGUSR1 came during this detection. Set by the handler, cleared when a detection begins.
 volatile sig_atomic_t abortFlag = 0;
 
 } // namespace
@@ -26,7 +26,7 @@ InterruptionSignal::InterruptionSignal() {
     sigemptyset(&one);
     sigaddset(&one, SIGUSR1);
     pthread_sigmask(SIG_BLOCK, &one, &saved_);
-    // A blocked signal is kept even while it is ignored; ignoring it once more throws away what was kept.
+    // A blocked signal stays pending even while it is ignored. Ignoring it once more discards it.
     std::signal(SIGUSR1, SIG_IGN);
     struct sigaction action {};
     action.sa_handler = autoDetectSignalHandler; // without SA_RESTART: waits end with EINTR
@@ -37,7 +37,7 @@ InterruptionSignal::InterruptionSignal() {
 }
 
 InterruptionSignal::~InterruptionSignal() {
-    std::signal(SIGUSR1, SIG_IGN); // before it is let in again: what is pending is nobody's now
+    std::signal(SIGUSR1, SIG_IGN); // before it is unblocked: this discards a pending signal
     pthread_sigmask(SIG_SETMASK, &saved_, nullptr);
 }
 

@@ -1,16 +1,16 @@
-// SIGUSR1 during a detection: "give up, something more urgent came".
+// SIGUSR1 interrupts a detection because something more urgent has come.
 //
-// While a detection works, SIGUSR1 waits; it is let in only inside network waits and by the interruption
-// test. So one that comes just before a wait ends that wait, and none interrupts the allocator or the log.
-// Main thread.
+// SIGUSR1 is blocked during a detection and delivered only inside network waits and in the interruption test.
+// So a signal that comes just before a wait ends that wait, and no signal interrupts the allocator or the
+// log. Main thread.
 #pragma once
 
 #include <csignal>
 
 namespace detect {
 
-// For the life of one detection SIGUSR1 has a handler, and system calls that it reaches fail with EINTR. What
-// came before is discarded: it was ignored then. Afterwards SIGUSR1 is ignored again.
+// Gives SIGUSR1 a handler while the object lives; interrupted system calls fail with EINTR. A SIGUSR1 that came
+// before is discarded, because it was ignored at that time. Afterwards SIGUSR1 is ignored again.
 class InterruptionSignal {
 public:
     InterruptionSignal();
@@ -22,8 +22,8 @@ private:
     sigset_t saved_;
 };
 
-// The interruption test: whether this detection is to end. Uses libcommon's flag up; once a signal has come,
-// the answer stays true until the next detection.
+// The interruption test: whether this detection must end. Clears libcommon's flag; once a signal has come, the answer
+// stays true until the next detection.
 bool isDetectionInterrupted();
 
 // The handler. Declared for tests.

@@ -1,5 +1,5 @@
 #include "detect/decimal.h"
-#include "detect/parameter_query.h"
+#include "detect/http_stream.h"
 #include "detect/probes.h"
 #include "detect/verdict.h"
 
@@ -10,7 +10,8 @@
 namespace detect {
 namespace {
 
-// The query that selects the camera, as the encoder's API version wants it. None where that is unknown.
+// The query that selects the camera, in the form that the encoder's API version understands. None for
+// an unknown version.
 void chooseCamera(SourceEntry& entry, int apiVersion) {
     if (apiVersion <= 0)
         return;
@@ -23,14 +24,11 @@ void chooseCamera(SourceEntry& entry, int apiVersion) {
 } // namespace
 
 int mjpegProbe(SourceEntry& entry, int statusId) {
-    char firstByte = 0; // enough to know that the stream runs
     Endpoint endpoint;
-    const int result = fetch(entry, "/vexo-cgi/mjpg/video.cgi", {&firstByte, 1}, &endpoint);
-    if (result != 1)
-        return isTransportFailure(result) ? PROBE_FAILED : PROBE_NOT_THIS_KIND;
-    acceptSource(entry, statusId, TYPE_MJPEG, endpoint.mode, "the MJPEG stream answered");
-    entry.rtspHost = endpoint.host;
-    entry.rtspPort = endpoint.port;
+    if (const int result = askForStream(entry, "/vexo-cgi/mjpg/video.cgi", endpoint);
+        result != PROBE_ACCEPTED)
+        return result;
+    acceptStream(entry, statusId, TYPE_MJPEG, endpoint, "the MJPEG stream answered");
     publishAudio(statusId, audioProbe(entry), 0);
     chooseCamera(entry, decimalInt(status(statusId, "APIVersion").c_str()));
     return PROBE_ACCEPTED;

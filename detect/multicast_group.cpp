@@ -18,13 +18,13 @@ bool resolve(const std::string& name, in_addr& address) {
     return true;
 }
 
-// kept: the reserved addresses from 240 on pass, too.
+// kept: the reserved addresses from 240 on pass, too
 bool isMulticast(in_addr address) {
     return (ntohl(address.s_addr) >> 29) == 7;
 }
 
-// A player, or another program, may be listening to another group on the same port: beside it, and not to its
-// packets.
+// A player or another program may listen to another group on the same port. Both can use the port, and this socket
+// receives only the packets of its own group.
 void shareThePort(int fd) {
     const int yes = 1;
     const int no = 0;
@@ -52,7 +52,7 @@ bool joinMulticast(int& socket, const std::string& group, std::uint16_t port, ip
     local.sin_family = AF_INET;
     local.sin_addr.s_addr = htonl(INADDR_ANY);
     local.sin_port = htons(port);
-    // Both may fail: then no packet comes, and the probe finds that out by waiting.
+    // kept: both results are ignored; after a failure no packet comes, and the probe ends with its timeout
     static_cast<void>(bind(fd, reinterpret_cast<const sockaddr*>(&local), sizeof local));
     static_cast<void>(setsockopt(fd, IPPROTO_IP, IP_ADD_MEMBERSHIP, &membership, sizeof membership));
     socket = fd;

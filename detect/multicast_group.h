@@ -7,12 +7,11 @@
 
 namespace detect {
 
-// Joins the group on the port, on any interface. False: the address can't be resolved or is not multicast, or
-// no socket could be made; then `socket` stays as it was. A name as address asks the resolver, which takes
-// the time it takes.
+// Joins the group on the port, on any interface. False: the address can't be resolved or is not multicast, or no socket
+// could be made; `socket` is unchanged. A name is resolved without a time limit.
 bool joinMulticast(int& socket, const std::string& group, std::uint16_t port, ip_mreq& membership);
 
-// Leaves the group and closes the socket, -1 from then on; nothing for a socket that is -1.
+// Leaves the group, closes the socket and sets it to -1. Does nothing for a socket that is -1.
 void leaveMulticast(int& socket, const ip_mreq& membership);
 
 } // namespace detect

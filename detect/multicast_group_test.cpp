@@ -16,7 +16,7 @@ namespace {
 using detect::joinMulticast;
 using detect::leaveMulticast;
 
-// Joining talks to the network: only in one of its own.
+// Joining sends packets, so these tests run in a network namespace.
 class MulticastGroup : public testing::Test {
 protected:
     void SetUp() override {
@@ -100,7 +100,7 @@ TEST_F(MulticastGroup, WhatCanNotBeResolvedIsRefusedSilently) {
 }
 
 TEST_F(MulticastGroup, PortInUseIsOverlooked) {
-    const int other = socket(AF_INET, SOCK_DGRAM, 0); // shares its port with nobody
+    const int other = socket(AF_INET, SOCK_DGRAM, 0); // does not share its port
     sockaddr_in local{};
     local.sin_family = AF_INET;
     local.sin_port = htons(5000);

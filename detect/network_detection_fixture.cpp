@@ -119,7 +119,7 @@ NetworkDetection::NetworkDetection() : input_(dup(0)) {
     entry_.password = "secret";
     entry_.sourceNumber = 1;
     std::signal(SIGUSR1, SIG_IGN);
-    // Descriptor 0 may be closed: a sacrifice.
+    // A detection may close descriptor 0, so it is opened for this purpose.
     dup2(open("/dev/null", O_RDONLY), 0);
 }
 

@@ -1,4 +1,4 @@
-// Whole detections over loopback: the real library and real sockets, against an encoder that a test scripts.
+// Whole detections over loopback: the real library and real sockets, against a scripted encoder.
 #pragma once
 
 #include "libcommon/src/appliance_fixture.h"
@@ -19,7 +19,7 @@ namespace detect_test {
 
 inline constexpr int statusId = 3;
 
-// Sends a packet to two neighbouring ports every few milliseconds for as long as it lives.
+// Sends a packet to two neighbouring ports every few milliseconds while the object lives.
 class PacketSender {
 public:
     PacketSender(std::string address, int port);
@@ -36,8 +36,8 @@ std::string firstLine(const std::string& request);
 scripted::Answer always(const std::string& text);
 std::string rtspReply(const std::string& headers = "");
 
-// What an encoder answers to each kind of request; "" is silence. The default is an encoder of API version 2
-// that offers nothing.
+// An encoder's answers to each kind of request; "" is no answer. The default is an encoder of API version 2
+// without any stream.
 class Encoder {
 public:
     using Answers = std::map<std::string, scripted::Answer>; // by what the request's first line holds
@@ -45,14 +45,14 @@ public:
     explicit Encoder(Answers answers) : answers_(std::move(answers)) {}
     std::string operator()(const std::string& request) const;
 
-    // On each connection, for as long as the client likes.
+    // Serves a connection until the client closes it.
     scripted::Script script() const;
 
 private:
     Answers answers_;
 };
 
-// An encoder with one RTSP stream, sent by unicast to whoever asks. Has to outlive the server that answers so.
+// An encoder with one RTSP stream, sent by unicast. It must outlive the server that uses it.
 class UnicastEncoder {
 public:
     Encoder::Answers answers(bool withPackets = true);
@@ -75,15 +75,15 @@ protected:
     NetworkDetection();
     ~NetworkDetection() override;
 
-    // Why this process has no network of its own; "" it has. With one, nobody else takes the port that a probe
-    // has just found to be free.
+    // "" or why this process has no network namespace. In a namespace no other process takes the port that a probe has
+    // just found.
     static const std::string& ownNetwork();
 
-    // Detects what answers at `address`; milliseconds in took_. `timeout` in seconds.
+    // Detects the encoder at `address`; took_ is the time in milliseconds. `timeout` in seconds.
     bool detect(const std::string& address, int timeout);
     bool detect(unsigned short port, int timeout);
 
-    // Every connection, or each one its own, gets the script; what was asked is in requests_.
+    // Gives all connections one script, or each its own. The requests are in requests_.
     bool detect(const std::vector<scripted::Script>& scripts, int timeout);
     bool detect(const Encoder& encoder, int timeout = 5) { return detect({encoder.script()}, timeout); }
 
@@ -91,8 +91,8 @@ protected:
 
     void expectEnd(const End& end) const;
 
-    // No request took longer than its timeout, and the detection no longer than its requests together; with
-    // what a busy machine may add.
+    // Checks that no request took longer than its timeout and the detection no longer than all requests, with some
+    // allowance for a busy machine.
     void expectBounded(int timeout) const;
 
     SourceEntry entry_;

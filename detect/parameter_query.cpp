@@ -20,7 +20,7 @@ std::string fetchResultText(int result, std::span<const char> buffer, const Endp
     std::string text = downloadResultText(result);
     if (result <= 0)
         return text;
-    if (buffer.size() > 1) // a single byte is only the sign that a stream has begun
+    if (buffer.size() > 1) // a single byte only says that a stream has begun
         text += " " + quoted({buffer.data(), std::min(buffer.size(), static_cast<std::size_t>(result))});
     return text + " via " + connectModeText(endpoint.mode);
 }
@@ -31,7 +31,7 @@ int request(const SourceEntry& entry, const char* cgi, const std::string& group,
     downloaded = fetch(entry, cgi + group, buffer, nullptr);
     if (downloaded > 0)
         return extractValue(buffer, downloaded, group) ? 1 : 0;
-    buffer.back() = '\0'; // a broken transfer may have left anything
+    buffer.back() = '\0'; // a broken transfer may leave any bytes
     return downloaded == 0 ? -1 : downloaded;
 }
 
@@ -61,7 +61,7 @@ int queryParameter(const SourceEntry& entry, const std::string& group, std::span
         return -1;
     if (downloaded == -404)
         return request(entry, oldAdminCgi, group, buffer, downloaded);
-    // "#" begins the encoder's error report.
+    // A reply that begins with "#" is the encoder's error report.
     if (downloaded != -401 && buffer.front() != '#')
         return result;
     return request(entry, adminCgi, group, buffer, downloaded);

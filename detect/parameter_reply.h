@@ -1,5 +1,4 @@
-// Reading an encoder's reply to a parameter query: GROUP=VALUE and a newline. A pure function over the
-// buffer.
+// Reads an encoder's reply to a parameter query, GROUP=VALUE and a newline. A pure function over the buffer.
 #pragma once
 
 #include <span>
@@ -7,10 +6,9 @@
 
 namespace detect {
 
-// `received` bytes stand in `reply`, 1 to its size. The last one, the newline, becomes the terminating zero.
-// When the text begins with `group`, the text after it and one more character (the "=") moves to the start:
-// true. Else the reply stays: false. Letters count with their case. The buffer holds a terminated text in
-// either case.
+// `reply` holds `received` bytes, 1 to its size. The last byte, the newline, becomes the terminating zero. If the text
+// begins with `group` (case-sensitive), the text behind it and one more character, the "=", moves to the start: true.
+// Otherwise the reply stays: false. The buffer holds a terminated text in both cases.
 bool extractValue(std::span<char> reply, int received, std::string_view group);
 
 } // namespace detect

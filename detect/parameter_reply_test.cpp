@@ -8,7 +8,7 @@
 
 namespace {
 
-// A reply in a buffer of its own size, so that a sanitizer sees every byte beyond it.
+// A reply in a buffer of exactly its size, so that a sanitizer reports any access beyond it.
 struct Reply {
     explicit Reply(const std::string& text) : bytes(text.begin(), text.end()) {}
 

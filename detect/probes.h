@@ -1,7 +1,7 @@
-// The stream probes: does the encoder deliver this kind of stream?
+// The stream probes: each finds out whether the encoder delivers one kind of stream.
 //
-// Each publishes its verdict itself when it accepts: error code, type, connect mode, and audio where it says
-// so. Main thread; each blocks for its requests.
+// A probe that accepts the encoder publishes its verdict itself: error code, type, connect mode and, for most kinds,
+// audio. Main thread; each probe blocks for its requests.
 #pragma once
 
 #include "sources/source_entry.h"
@@ -20,17 +20,18 @@ int mjpegProbe(SourceEntry& entry, int statusId);
 int mpeg2Probe(SourceEntry& entry, int statusId);
 int sdpProbe(SourceEntry& entry, int statusId);
 
-// `mode` is how the encoder was reached, once it accepted.
+// `mode` is set to the connect mode when the encoder is accepted.
 int rtspOverHttpProbe(SourceEntry& entry, int statusId, ConnectMode& mode);
 
-// On an open RTSP connection, which stays the caller's to close; `mode` is that of its DESCRIBE.
+// These work on an open RTSP connection, which the caller closes; `mode` is the connect mode of its DESCRIBE.
 int multicastProbe(SourceEntry& entry, int statusId, int connection, ConnectMode mode);
 int unicastProbe(SourceEntry& entry, int statusId, int connection, ConnectMode mode);
 
-// The RTSP decision: tries multicast, unicast and the plain connection in this order. 0: not RTSP in any way.
+// The RTSP decision: tries multicast, unicast and the plain connection in this order. 0: the encoder does
+// not speak RTSP.
 int rtspDecision(SourceEntry& entry, int statusId);
 
-// Whether the encoder delivers audio beside its MJPEG stream; the entry keeps the answer.
+// Whether the encoder delivers audio beside its MJPEG stream. Sets `audioAvailable`.
 bool audioProbe(SourceEntry& entry);
 
 } // namespace detect

@@ -1,6 +1,6 @@
 #include "detect/descriptor.h"
+#include "detect/probe_connection.h"
 #include "detect/probes.h"
-#include "detect/rtsp_connection.h"
 #include "detect/trace.h"
 #include "detect/verdict.h"
 #include "process/trace_output.h"
@@ -20,8 +20,8 @@ int tryOverHttp(SourceEntry& entry, int statusId) {
         return PROBE_NOT_THIS_KIND;
     }
     printTrace("RTSP over HTTP. ConnectMode: %s\n", connectModeText(mode));
-    // kept: there is no connection to close, and 0, which stands for it here, is closed as if it were one. So
-    // descriptor 0 may be any descriptor of this process afterwards; nothing here takes it for "none".
+    // kept: there is no connection in this case, and 0 is closed in its place. Afterwards descriptor 0 may be any
+    // descriptor of this process, so no code may take 0 for "none".
     close(0);
     return PROBE_ACCEPTED;
 }
@@ -38,7 +38,7 @@ int tryTransports(SourceEntry& entry, int statusId, Descriptor connection, Conne
     connection = connectRtsp(entry);
     if (isInterrupted())
         return PROBE_FAILED;
-    result = unicastProbe(entry, statusId, connection.get(), mode); // fails by itself without a connection
+    result = unicastProbe(entry, statusId, connection.get(), mode); // fails without a connection
     connection = Descriptor();
     if (isInterrupted())
         return PROBE_FAILED;
@@ -46,7 +46,7 @@ int tryTransports(SourceEntry& entry, int statusId, Descriptor connection, Conne
         return result;
 
     acceptRtsp(entry, statusId, TYPE_RTSP_TCP, mode,
-               "the stream is described, but packets come in neither way");
+               "the stream is described, but no packets come by multicast or unicast");
     return PROBE_ACCEPTED;
 }
 

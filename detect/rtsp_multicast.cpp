@@ -1,8 +1,8 @@
 #include "detect/detection_state.h"
 #include "detect/multicast_group.h"
+#include "detect/probe_connection.h"
+#include "detect/probe_session.h"
 #include "detect/probes.h"
-#include "detect/rtsp_connection.h"
-#include "detect/rtsp_session.h"
 #include "detect/rtsp_transport_wait.h"
 #include "detect/trace.h"
 #include "process/trace_output.h"
@@ -13,7 +13,7 @@
 namespace detect {
 namespace {
 
-// The stream's group on its two ports, left when the object goes.
+// Membership in the stream's group on its two ports; the destructor leaves the group.
 class Membership {
 public:
     Membership() = default;
@@ -65,7 +65,7 @@ int multicastProbe(SourceEntry& entry, int statusId, int connection, ConnectMode
     RtspSession session(entry, connection, mode);
     if (!session.setup("Transport: RTP/AVP;multicast") || !session.play())
         return PROBE_FAILED;
-    Membership membership; // until the encoder was told to stop
+    Membership membership; // held until the encoder was told to stop
     if (!packetsCome(membership, session.transport()) || !session.teardown())
         return PROBE_FAILED;
     acceptRtsp(entry, statusId, TYPE_RTSP_MULTICAST, mode, "multicast packets came");

@@ -9,7 +9,7 @@ bool sendsCredentials(const RtspRequest& request) {
     return request.mode == CONNECT_HTTP_AUTH || request.mode == CONNECT_HTTPS;
 }
 
-// What the method is applied to. SETUP always asks for track 1.
+// The URL in the request line. SETUP always asks for track 1.
 std::string target(const RtspRequest& request) {
     switch (request.method) {
     case RTSP_OPTIONS:

@@ -1,4 +1,4 @@
-// The text of an RTSP request. A pure function.
+// Builds the text of an RTSP request. A pure function.
 #pragma once
 
 #include <libcommon/network.h>
@@ -19,7 +19,7 @@ enum RtspMethod : int {
 struct RtspRequest {
     RtspMethod method = RTSP_DESCRIBE;
     int cseq = 0;
-    std::string url;       // a path alone, without scheme and host
+    std::string url;       // only the path, without scheme and host
     std::string extraLine; // "Transport: ..." or "Session: ...", without line end; "" for none
     std::string userName;
     std::string password;
@@ -28,7 +28,7 @@ struct RtspRequest {
 
 std::string buildRequest(const RtspRequest& request);
 
-// What the trace calls it: method, URL and extra line, no credentials.
+// Its name in the trace: method, URL and extra line, without credentials.
 std::string requestName(const RtspRequest& request);
 
 // The path of a source's stream on the encoder.

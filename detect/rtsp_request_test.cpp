@@ -1,7 +1,7 @@
 #include "detect/rtsp_request.h"
 
 #include "detect/decimal.h"
-#include "detect/rtsp_connection.h"
+#include "detect/probe_connection.h"
 #include "tests/fakes/fake_libcommon.h"
 
 #include <climits>

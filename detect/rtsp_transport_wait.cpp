@@ -1,6 +1,6 @@
 #include "detect/rtsp_transport_wait.h"
 
-#include "detect/network_wait.h"
+#include "detect/probe_wait.h"
 #include "process/trace_output.h"
 
 #include <libcommon/interrupt.h>
@@ -24,7 +24,7 @@ Received receive(int socket) {
 
 struct Side {
     int socket;
-    const char* firstPacket; // what is printed then
+    const char* firstPacket; // the text that is printed for it
     bool delivered = false;
 };
 

@@ -1,8 +1,8 @@
 #include "detect/descriptor.h"
 #include "detect/detection_state.h"
+#include "detect/probe_connection.h"
+#include "detect/probe_session.h"
 #include "detect/probes.h"
-#include "detect/rtsp_connection.h"
-#include "detect/rtsp_session.h"
 #include "detect/rtsp_transport_wait.h"
 #include "detect/trace.h"
 #include "player/port_pairs.h"
@@ -17,7 +17,7 @@
 namespace detect {
 namespace {
 
-// A socket for what the encoder sends to `port`.
+// A socket for packets that the encoder sends to `port`.
 Descriptor openUdp(const std::string& host, unsigned short port) {
     Descriptor socket(connectUDP(host, port, true));
     if (!socket.isOpen())
@@ -72,7 +72,7 @@ int unicastProbe(SourceEntry& entry, int statusId, int connection, ConnectMode m
     if (!session.play())
         return PROBE_FAILED;
 
-    // Open until the encoder was told to stop: else its last packets would meet a closed port.
+    // The sockets stay open until the encoder was told to stop: its last packets must not meet a closed port.
     Descriptor data;
     Descriptor control;
     TraceStep step("RTP and RTCP on local port " + std::to_string(transport.clientPort));

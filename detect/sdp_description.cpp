@@ -24,7 +24,7 @@ public:
 private:
     void readMedia(std::string_view line) {
         const std::string_view kind = line.substr(2, 5);
-        // By position, right after "m=", the kind and one blank, whatever really stands there.
+        // kept: by position, after "m=", five letters and one blank, whatever these characters are
         const std::string port(line.substr(std::min<std::size_t>(8, line.size())));
         section_ = Section::None;
         if (kind == "video") {
@@ -37,8 +37,7 @@ private:
         }
     }
 
-    // The address ends at a blank or before the "/" of a TTL. A line of the whole description stands in no
-    // section and does not count.
+    // The address ends at a blank or before the "/" of a TTL. A connection line above all sections is ignored.
     void readConnection(std::string_view rest) {
         const std::string_view address = rest.substr(0, rest.find_first_of(" /"));
         switch (section_) {

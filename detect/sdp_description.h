@@ -1,4 +1,4 @@
-// Reading an SDP description: where its video and its audio are sent. A pure function.
+// Reads an SDP description: where video and audio are sent. A pure function.
 #pragma once
 
 #include <cstdint>
@@ -8,14 +8,14 @@
 namespace detect {
 
 struct SdpDescription {
-    std::string videoAddress; // empty: no video that can be reached
+    std::string videoAddress; // empty: no usable video
     std::uint16_t videoPort = 0;
     std::string audioAddress;
     std::uint16_t audioPort = 0;
     bool hasAudio = false;
 };
 
-// Any bytes will do. Of several sections of one kind the later values hold; a zero byte ends the text.
+// Accepts any bytes. With several sections of one kind the later values count; a zero byte ends the text.
 SdpDescription parseSdp(std::string_view text);
 
 } // namespace detect

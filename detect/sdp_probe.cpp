@@ -14,7 +14,7 @@ namespace {
 
 constexpr int audioFormatMpeg = 1;
 
-// Takes addresses and ports over; false without a video address.
+// Copies addresses and ports into the entry; false without a video address.
 bool useDescription(SourceEntry& entry, int statusId, std::string_view text) {
     const SdpDescription description = parseSdp(text);
     if (description.videoAddress.empty()) {
@@ -42,8 +42,8 @@ int sdpProbe(SourceEntry& entry, int statusId) {
     const int result = fetch(entry, "/view/sdp/guide.sdp", buffer, &endpoint);
     if (result < 1)
         return isTransportFailure(result) ? PROBE_FAILED : PROBE_NOT_THIS_KIND;
-    // The verdict stands before the text is read, and stays when nothing useful is in it: a later probe's
-    // overwrites it. The stream goes to whoever listens: how the description was reached does not matter.
+    // The verdict is published before the text is read, and stays when the text has no address: the next probe
+    // overwrites it. The connect mode of the description does not matter, because the stream is sent to a group.
     acceptSource(entry, statusId, TYPE_SDP, CONNECT_AUTO, "an SDP description came");
     publishAudio(statusId, false, 0);
     const std::size_t bytes = std::min(buffer.size(), static_cast<std::size_t>(result));

@@ -1,7 +1,7 @@
 // The waits on sockets, with real sockets on loopback.
 #include "detect/descriptor.h"
 #include "detect/detection_state.h"
-#include "detect/network_wait.h"
+#include "detect/probe_wait.h"
 #include "detect/rtsp_transport_wait.h"
 #include "tests/fakes/fake_libcommon.h"
 
@@ -289,7 +289,7 @@ TEST_F(SocketWait, EndlessBodyEndsWithTheDetectionTimeout) {
         }
         _exit(0);
     }
-    // Time goes on with each wait, as far as the test's clock is concerned.
+    // Each wait advances the test's clock.
     int waits = 0;
     fake::onGetTime = [&] { return fake::now + 1000 * waits++; };
     EXPECT_LT(detect::skipBody(connection.ours.get(), withLength("2147483647")), 2'000'000);

@@ -16,10 +16,10 @@ constexpr std::size_t quotedBytes = 64;
 constexpr std::size_t reservedForEnd = 512; // the line that says the trace is full, and the outcome
 constexpr std::size_t longestLine = 400;
 
-// Process-wide state: the trace of the detection that runs, or ran last. Main thread.
+// Process-wide state: the trace of the present or the last detection. Main thread.
 struct Trace {
     std::string text;
-    std::vector<std::string> secrets; // what must not stand in it: the password, and as Basic credentials
+    std::vector<std::string> secrets; // what must not be in it: the password, plain and as Basic credentials
     std::int64_t began = 0;           // gettimeusec()
     bool full = false;
 };

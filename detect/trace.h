@@ -1,21 +1,20 @@
-// What one detection asked and why it decided as it did, for the people who ask "why this kind of stream?".
+// The trace of a detection: what was asked and why it was decided so. It answers "why this kind of stream?".
 //
-// One text, published as the status value "DetectionTrace" when the detection is over, interrupted or not. It
-// is made of lines, each ended by a newline; the first word tells what a line is:
+// The trace is one text, published as the status value "DetectionTrace" when the detection is over, interrupted or not.
+// Each line ends with a newline, and its first word says what it is:
 //
 //   detection of 10.0.0.9:8080, source 1, configured type auto, timeout 10 s
-//   0.0 4.1 GET /vexo-cgi/view/param.cgi?action=list&group=Brand.ProdFullName -> 23 bytes "Brand.Prod..." via
-//   http = API version 1: the encoder does not know the parameter end 41.7 accepted: kind 1 (mjpeg), connect
-//   mode 1 (http), 10.0.0.9 port 8080
+//   0.0 4.1 GET /vexo-cgi/mjpg/video.cgi -> 1 bytes via http
+//   = API version 1: too old to be asked for inputs, rotation and image formats
+//   end 41.7 accepted: kind 1 (mjpeg), connect mode 1 (http), "10.0.0.9" port 8080
 //
-// a number    a request: milliseconds since the detection began, milliseconds that it took, what was asked, "
-// -> ",
-//             what came back. What an encoder sent stands in double quotes, escaped, cut at 64 bytes.
-// "="         a decision, a colon and its reason
-// "end"       always the last line: milliseconds that the detection took and its outcome
+//   a number   a request: milliseconds since the detection began, milliseconds that it took, what was asked, " -> ",
+//              the answer. Text from an encoder is in double quotes, escaped and cut at 64 bytes.
+//   "="        a decision, a colon and its reason
+//   "end"      always the last line: milliseconds that the detection took, and its outcome
 //
-// Credentials never stand in it, not even when an encoder sends them back. At most 8 KiB: what would go
-// beyond is left out and said so, but never the outcome. Main thread; one detection at a time.
+// Credentials are never part of the trace, not even when an encoder sends them back. The trace has at most 8 KiB: a
+// line says that the rest is left out, and the outcome follows in any case. Main thread; one detection at a time.
 #pragma once
 
 #include "sources/source_entry.h"
@@ -32,7 +31,7 @@ namespace detect {
 inline constexpr const char* traceKey = "DetectionTrace";
 inline constexpr std::size_t traceLimit = 8192; // bytes
 
-// Forgets the former detection and starts the clock.
+// Forgets the previous detection and starts the clock.
 void beginTrace(const SourceEntry& entry);
 
 // One request: its clock starts with the object, its line is written by answered().
@@ -49,10 +48,10 @@ private:
 // A decision with its reason: "error 20: no kind of stream was found".
 void traceDecision(const std::string& text);
 
-// Writes the last line and hands the whole text out.
+// Writes the last line and returns the whole text.
 std::string finishTrace(const std::string& outcome);
 
-// Text that an encoder sent, safe to stand in a line.
+// Text from an encoder, escaped so that it fits into a line.
 std::string quoted(std::string_view text);
 
 // A result of the downloads: "refused: 404".

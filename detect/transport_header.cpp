@@ -7,7 +7,7 @@
 namespace detect {
 namespace {
 
-// Whether `part` begins with `name`; then `rest` is what follows.
+// Whether `part` begins with `name`; `rest` is then the text behind it.
 bool begins(std::string_view part, std::string_view name, std::string& rest) {
     if (!part.starts_with(name))
         return false;

@@ -1,4 +1,4 @@
-// Reading the "Transport" header of a SETUP's answer. A pure function.
+// Reads the "Transport" header in the answer to a SETUP. A pure function.
 #pragma once
 
 #include <cstdint>
@@ -7,7 +7,7 @@
 
 namespace detect {
 
-// What the answer names; "" and 0 for what it does not.
+// The parts of the answer; "" and 0 for a missing part.
 struct TransportHeader {
     std::string destination; // "destination=": the multicast group
     std::uint16_t port = 0;  // "port=": the group's first port
@@ -15,8 +15,7 @@ struct TransportHeader {
     std::uint16_t clientPort = 0;
 };
 
-// Parts are separated by ";" and known by how they begin; of a range of ports the first counts. Any bytes
-// will do.
+// Parts are separated by ";" and recognised by their beginning; the first port of a range counts. Accepts any bytes.
 TransportHeader parseTransport(std::string_view value);
 
 } // namespace detect

@@ -1,7 +1,9 @@
-// How a detection publishes what it found. Main thread.
+// How a detection publishes its result. Main thread.
 #pragma once
 
 #include "sources/source_entry.h"
+
+#include <libcommon/network.h>
 
 #include <string>
 
@@ -10,23 +12,20 @@ namespace detect {
 // Values of "ErrorCode".
 enum DetectionError : int {
     ERROR_NONE = 0,
-    ERROR_REQUEST_FAILED = 11, // no answer on the way, or not the kind that is configured
+    ERROR_REQUEST_FAILED = 11, // a request failed, or the encoder does not deliver the configured kind
     ERROR_NO_STREAM = 20,
     ERROR_UNAUTHORISED = 24,
     ERROR_UNREACHABLE = 32,
 };
 
 // The probe accepts the encoder: the entry is usable, and error code, type and connect mode are published.
-void acceptSource(SourceEntry& entry, int statusId, int type, int connectMode, const std::string& reason);
+void acceptSource(SourceEntry& entry, int statusId, StreamType type, ConnectMode mode,
+                  const std::string& reason);
 
 // "Audio" and "AudioFormat"; an index into audioSourceTypeString.
 void publishAudio(int statusId, bool available, int format);
 
-// The error recorder: the entry is not usable, and why.
+// Marks the entry as not usable and publishes the error code. The reason goes into the trace.
 void recordError(SourceEntry& entry, int statusId, int code, const std::string& reason);
-
-// The name of a type or connect mode; the table's last text for what is not in it.
-const char* typeText(int type);
-const char* connectModeText(int mode);
 
 } // namespace detect

@@ -1,6 +1,7 @@
 #include "events/event_handler.h"
 
 #include "events/event_queue.h"
+#include "process/agreed_numbers.h"
 #include "process/process_state.h"
 #include "process/signal_mask.h"
 
@@ -19,9 +20,7 @@ const ParamWrapper& parameters() {
     return handle;
 }
 
-constexpr int holdFlag = 0xff; // low byte of value 2
-
-// Why the main thread must give up what it does now; null when it need not.
+// Why the main thread must give up what it is busy with; null when it need not.
 const char* reasonToDisturb(const Event& event) {
     switch (event.id) {
     case EID_CONNECTPROPERTYCHANGED:
@@ -31,7 +30,7 @@ const char* reasonToDisturb(const Event& event) {
     case EID_LOCK:
         return "EID_LOCK";
     case EID_BUTTON:
-        if ((event.value2 & holdFlag) != 0)
+        if ((event.value2 & buttonHeldMask) != 0)
             return "EID_BUTTON && button.hold";
         return getMode() == MODE_MANUAL ? "EID_BUTTON && !button.hold && mode==MODE_MANUAL"
                                         : "EID_BUTTON && !button.hold && mode==MODE_AUTO";

@@ -1,4 +1,4 @@
-// What the user is told: on-screen texts and the status LED.
+// On-screen texts and the status LED.
 #pragma once
 
 // The status LED (number 2).
@@ -8,7 +8,7 @@ void showFailureLed();   // steady red: no picture
 // "No connection to encoder NAME(ADDRESS)" on line 0, for the pending source.
 void printNoConnection();
 
-// The same with the LED, unless a player shows a picture.
+// The same and the failure LED, unless a player shows a picture.
 void showNoConnectionUnlessPlaying();
 
 // "Automatically detecting encoder ..." on line 0, for the pending source.

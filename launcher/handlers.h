@@ -1,12 +1,12 @@
-// The handlers: one a state, named after it, in the order of the table.
+// The handlers: one for each state, named after it, in the order of the table.
 //
-// Each runs once per turn of the loop, on the main thread, and either calls setState or leaves the state as
-// it is, which means: again.
+// The loop runs the handler of the current state once per turn, on the main thread. A handler either calls setState or
+// leaves the state as it is; then it runs again.
 #pragma once
 
 namespace states {
 
-// states_connect.cpp: from the start, or a selection, to a source that is known
+// states_connect.cpp: from the start or a selection to a detected source
 void startUl();
 void connect();
 void requestEncoderType();
@@ -14,7 +14,7 @@ void sendOnlyPtz();
 void selectSourceId();
 void flushCacheConnected();
 
-// states_disconnected.cpp: stopping, and what there is without playback
+// states_disconnected.cpp: stopping, disconnected, locked
 void disconnected();
 void flushCache();
 void locked();
@@ -23,7 +23,7 @@ void shutdownCurrentPlayer();
 void waitDisconnectShutdown();
 void playingStopped();
 
-// states_request_failed.cpp: a source that could not be detected; error sleeps
+// states_request_failed.cpp: a failed detection; error sleeps
 void requestEncoderFailed();
 void setSleep10Timer();
 void setSleep1Timer();
@@ -31,7 +31,7 @@ void shutdownCurrentPlayerAfterRequestFailed();
 void waitShutdownCurrentPlayerAfterRequestFailed();
 void currentPlayerStoppedAfterRequestFailed();
 
-// states_launch.cpp: starting a player, alone or behind the one that shows
+// states_launch.cpp: starting a player, with or without a current player
 void launchPendingPlayer();
 void launchCurrentPlayerPosWithNonExisting();
 void waitLaunchedCurrentPlayerPosWithNonExisting();
@@ -42,7 +42,7 @@ void waitShutdownCurrentPlayer();
 void switchPlayer();
 void doneSwitchedPlayer();
 
-// states_crash.cpp: players that exit when they should not
+// states_crash.cpp: players that exit unexpectedly
 void currentPlayerCrashedDuringPlaying();
 void couldNotLaunchPendingPlayer();
 void currentPlayerCrashedDuringPendingLaunch();
@@ -66,7 +66,7 @@ void currentPlayerCrashedDuringPause();
 void sleepAfterCrashDuringPause();
 void requestEncoderAfterCrashDuringPause();
 
-// states_manual.cpp: one source until the user wants another
+// states_manual.cpp: one source until the user or an alarm selects another
 void manualWaitForNewSelection();
 void manualAlarm();
 void manualDirectSourceSelect();

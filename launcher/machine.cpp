@@ -8,8 +8,7 @@
 #include <cstdlib>
 #include <limits>
 
-// Process-wide state: the machine. Initial values stand in the header; the main thread alone reads and writes
-// it.
+// Process-wide state: the machine. Its initial values are in the header. Main thread only.
 Machine machine;
 
 Param configuration(const char* name) {
@@ -46,7 +45,7 @@ void endPause() {
 std::string sourceValue(int source, const char* key) {
     if (source < 0 || static_cast<std::size_t>(source) >= machine.sources.size())
         return "";
-    const SourceParams& record = machine.sources[static_cast<std::size_t>(source)];
+    const SourceParams record = machine.sources[static_cast<std::size_t>(source)];
     const auto found = record.find(key);
     return found == record.end() ? "" : found->second;
 }

@@ -1,9 +1,9 @@
-// What the playback machine knows.
+// The variables of the playback machine.
 //
-// One machine a process; it runs on the main thread and everything here is read and written there alone. What
-// other threads and the shutdown handler must see - the mode, the verbosity and the pids of the two players -
-// stands in process/process_state.h. The machine owns no players and no detected entries: a player is a pid
-// whose end comes as EID_CHILD, an entry belongs to the source cache.
+// There is one machine in a process. Only the main thread reads and writes these variables. The values that other
+// threads and the shutdown handler need (mode, verbosity, pids of the two players) are in process/process_state.h.
+// The machine owns neither players nor entries: a player is a pid whose exit comes as EID_CHILD, an entry belongs to
+// the source cache.
 #pragma once
 
 #include "launcher/states.h"
@@ -15,9 +15,11 @@
 #include <string>
 #include <vector>
 
+// Changes the state; nothing else does. Logs every call when the verbosity is above 0, also when old and new are
+// equal (setMode logs changes only). Defined in state_machine.cpp.
 void setState(int newState);
 
-// The number of the state being run. Everybody may read it; only setState writes it.
+// The number of the current state. Anyone may read it; only setState writes it.
 class StateNumber {
 public:
     operator int() const { return number_; }
@@ -27,12 +29,12 @@ private:
     int number_ = STATE_NULL;
 };
 
-// Sources are named by source index, -1 none; times are microseconds of gettimeusec().
+// Sources are source indices, -1 for none; times are microseconds of gettimeusec().
 struct Machine {
     StateNumber currentState;
 
     int currentSource = -1;          // shown by the player process.currentPID
-    int pendingSource = -1;          // chosen next: being detected, launched or selected
+    int pendingSource = -1;          // the next one: being selected, detected or launched
     int sequencePos = -1;            // position of pendingSource in sourceSequence
     std::vector<int> sourceSequence; // usable in the current mode, ascending; rebuilt by CONNECT
 
@@ -43,38 +45,39 @@ struct Machine {
     std::int64_t sequenceStart = 0; // when the current choice was first shown; -1 not yet
 
     std::int64_t autoDetectTimeout = 10000000; // microseconds; read by CONNECT
-    std::int64_t lastAlarmTime = 0;            // when the last alarm was shown; starts one display time ago
-    std::string alarmText;                     // text of the last alarm taken
+    std::int64_t lastAlarmTime = 0; // when the last alarm was shown; starts one display time in the past
+    std::string alarmText;          // text of the last alarm taken
 
-    std::vector<SourceParams> sources; // every configured source as CONNECT read it
+    std::string shown; // the source in the last log line about the screen; empty: nothing is shown
 
-    std::optional<ParamWrapper> configuration; // parameter file 0, open for the machine's whole run
-    std::optional<ParamWrapper> information;   // parameter file 1, likewise
+    SubGroups sources; // all configured sources when CONNECT read them
+
+    std::optional<ParamWrapper> configuration; // parameter file 0, open while the machine runs
+    std::optional<ParamWrapper> information;   // parameter file 1, the same
 };
 
 extern Machine machine;
 
-// A parameter of file 0 (configuration) or file 1 (what the decoder tells about itself), to read or to assign
-// to.
+// A parameter of file 0 (configuration) or file 1 (the decoder's own status), to read or to assign.
 Param configuration(const char* name);
 Param information(const char* name);
 
 bool inAutoMode();
 
-// Goes to the state that does the same thing in the mode we are in.
+// Goes to one of two states, depending on the mode.
 void setStateByMode(State inAuto, State inManual);
 
 // Writes currentSource to "Decoder.Info.CurrentSource".
 void publishCurrentSource();
 
-// The current player is gone: pid and source are cleared together, and nothing is shown any more.
+// Clears the pid and the source of the current player together, and publishes that no source is shown.
 void forgetCurrentPlayer();
 
-// The automatic sequence is not paused any more, and says so.
+// Ends the pause of the automatic sequence and clears its on-screen message.
 void endPause();
 
-// A value of a source's record as the last CONNECT read it; "" for a missing key and for an index, such as an
-// event may carry, that names no source.
+// A value of a source's record, as the last CONNECT read it; "" for a missing key and for an index that names no
+// source, which an event may carry.
 std::string sourceValue(int source, const char* key);
 
 // A source's display time in seconds; 0 without digits, saturating at int's limits.

@@ -62,7 +62,7 @@ MachineTest::MachineTest() {
 }
 
 void MachineTest::enter(State state) {
-    machine.sources = fake::sources;
+    machine.sources = getSubGroups(0, "Encoder");
     if (machine.sourceSequence.empty())
         machine.sourceSequence = {0, 1, 2};
     machine.autoDetectTimeout = 5'000'000;

@@ -1,5 +1,5 @@
-// What every test of the state machine starts from: a machine that was started with eight sources, in
-// automatic mode, over fakes of everything that it calls.
+// The fixture of the state machine's tests: a started machine with eight sources, in automatic mode, over fakes of
+// everything that it calls.
 #pragma once
 
 #include "launcher/state_machine.h"
@@ -37,24 +37,23 @@ Event childExit(int pid, int status = 0);
 struct MachineTest : testing::Test {
     MachineTest();
 
-    // The machine is in that state from now on, as CONNECT would have left it: sources read, sequence 0,
-    // 1, 2. What happened so far is forgotten.
+    // Puts the machine into a state as after CONNECT: sources read, sequence 0, 1, 2. Clears calls and log.
     void enter(State state);
 
     // A player shows the source; another one is being started for it.
     void playing(int source);
     void launching(int source);
 
-    // One turn with these events queued. `calls` and `log` are then what this turn did.
+    // One turn with these events queued. Afterwards `calls` and `log` are those of this turn.
     void turn(const std::vector<Event>& events = {});
 
-    // One turn that ends waiting for more.
+    // One turn that ends in a wait for another event.
     void turnThatWaits(const std::vector<Event>& events = {});
 
     Calls calls;
     Log log;
 };
 
-// The state that the machine is in, by name.
+// The name of the current state.
 std::string state();
 std::vector<int> queuedIds();

@@ -18,7 +18,7 @@ bool isInSequence(int position) {
     return position >= 0 && static_cast<std::size_t>(position) < machine.sourceSequence.size();
 }
 
-// In automatic mode a running picture is not covered; in manual mode the user waits for this very source.
+// In automatic mode the message must not cover a running picture. In manual mode the user waits for this source.
 void announceDetection() {
     if (inAutoMode())
         osdClear(0);
@@ -62,8 +62,8 @@ void chooseSourceBefore() {
         const auto after = found == sequence.begin() ? sequence.end() : found;
         machine.sequencePos = static_cast<int>(after - sequence.begin()) - 1;
     }
-    // A user's selection outside the sequence can be the first source ever: then there is no position to go
-    // back to, and what is shown is the current source.
+    // The first source of all may be a selection outside the sequence. There is no position to go back to then, and the
+    // current source is the one that is shown.
     machine.pendingSource = isInSequence(machine.sequencePos)
                                 ? sequence[static_cast<std::size_t>(machine.sequencePos)]
                                 : machine.currentSource;

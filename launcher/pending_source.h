@@ -1,24 +1,24 @@
-// The pending source: choosing what comes next, and making sure that it is known.
+// Choosing and detecting the pending source.
 #pragma once
 
 #include "launcher/states.h"
 #include "sources/source_entry.h"
 
-// The user or an alarm wants this source; `next` starts it. The index may name no source: its detection will
-// fail.
+// Makes this the pending source and goes to `next`. The index may name no source; its detection then fails.
 void choose(int source, State next);
 
-// The source after the pending one: the next higher index of the sequence, or its first - wherever the
-// pending one stands. With an empty sequence playback stops, for only the user's selection was keeping it.
+// Chooses the next higher index of the sequence, or its first source at the end; the pending source need not be in the
+// sequence. With an empty sequence playback stops: only a selection by the user had started it.
 void chooseNextSource();
 
-// Steps back to the source before the pending one, so that a pause stays on what is being shown.
+// Goes back to the source before the pending one, so that the pause keeps the source that is shown.
 void chooseSourceBefore();
 
-// Detects the pending source where it is not known, telling the user; blocks for as long as that takes. Its
-// entry, or null for an interrupted detection and an unknown source; look at isUsable.
+// Detects the pending source if it is not known yet, and shows a message meanwhile; blocks for the time of
+// the detection. Returns its entry, or null after an interrupted detection and for an index that names no
+// source; see isUsable.
 SourceEntry* detectPendingSource();
 bool isUsable(const SourceEntry* entry);
 
-// Makes the next detection see a changed answer of the name servers.
+// Re-reads the resolver configuration, so that the next detection uses a changed answer of the name servers.
 void flushResolver();

@@ -7,6 +7,7 @@
 #include "launcher/shutdown.h"
 #include "launcher/state_machine.h"
 #include "player/children.h"
+#include "process/agreed_numbers.h"
 #include "process/owner_lock.h"
 #include "process/process_state.h"
 #include "process/signal_mask.h"
@@ -25,8 +26,6 @@
 
 namespace {
 
-constexpr int playerStartSemaphore = 2001;
-constexpr int lockSemaphore = 2003;
 constexpr int noButtonThread = -1; // exit status 255
 constexpr int notTheOwner = 1;
 

@@ -18,7 +18,7 @@ void startMachine() {
     machine = Machine{};
     machine.configuration.emplace(0, true);
     machine.information.emplace(1, true);
-    // One display time ago, so that the first alarm is shown at once.
+    // One display time in the past, so that the first alarm is shown at once.
     machine.lastAlarmTime =
         gettimeusec() - configuration("Alarm.DisplayTime").toInt() * std::int64_t{1000000};
     setState(START_UL);
@@ -28,7 +28,7 @@ void startMachine() {
 void runState() {
     const StateHandler handler = stateHandler(machine.currentState);
     if (handler == nullptr) {
-        // Kept: the state is not repaired, the machine goes on logging.
+        // kept: the state is not repaired, and the machine logs this in every turn
         logmsg(2, "Illegal state");
         return;
     }

@@ -7,7 +7,7 @@
 
 namespace {
 
-// A handler's name is its state's in lower camel case: selectSourceId for SELECT_SOURCE_ID.
+// A handler has the name of its state in lower camel case: selectSourceId for SELECT_SOURCE_ID.
 constexpr bool isNamedAfter(std::string_view handler, std::string_view state) {
     std::size_t next = 0;
     bool capital = false;
@@ -25,7 +25,7 @@ constexpr bool isNamedAfter(std::string_view handler, std::string_view state) {
     return next == handler.size();
 }
 
-// A row whose number or handler is another state's gets a number that is in nobody's place.
+// A row with the wrong number or handler gets the number -1, which inOrder() rejects.
 #define ROW(number, state, handler, group)                                                                   \
     StateRow {                                                                                               \
         (number) == (state) && isNamedAfter(#handler, #state) ? (number) : -1, #state, states::handler,      \
@@ -105,8 +105,8 @@ constexpr bool inGroups() {
     return true;
 }
 
-static_assert(table.size() == stateCount, "a row is missing, or one too many");
-static_assert(inOrder(), "a row stands in another state's place, or has another state's handler");
+static_assert(table.size() == stateCount, "a row is missing, or there is one too many");
+static_assert(inOrder(), "a row is in the place of another state, or has the handler of another state");
 static_assert(inGroups(), "every state but NULL has a group");
 
 bool isState(int state) {

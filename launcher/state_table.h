@@ -1,6 +1,6 @@
-// The table of states: what runs in each of them, and to which group it belongs.
+// The table of states: the handler and the group of each state.
 //
-// One row a state, in the order of the numbers; the dispatch, the transition log, the diagrams and the tests
+// One row for each state, in the order of the numbers. The dispatch, the transition log, the diagrams and the tests
 // read it. The compiler checks order, count and completeness.
 #pragma once
 
@@ -10,7 +10,7 @@
 
 using StateHandler = void (*)();
 
-// States that belong together: one file of handlers and one diagram each.
+// Each group has one file of handlers and one diagram.
 enum StateGroup : int {
     GROUP_NONE,           // STATE_NULL
     GROUP_CONNECT,        // states_connect.cpp
@@ -28,15 +28,15 @@ inline constexpr int stateGroupCount = 9;
 struct StateRow {
     int number;
     const char* name;
-    StateHandler handler; // null for STATE_NULL alone
+    StateHandler handler; // null only for STATE_NULL
     StateGroup group;
 };
 
 // The whole table; the position is the number.
 std::span<const StateRow> stateTable();
 
-// The state's name, "?" for a number that is no state's.
+// The state's name; "?" for a number without a state.
 const char* stateName(int state);
 
-// The state's handler, null for STATE_NULL and for a number that is no state's.
+// The state's handler; null for STATE_NULL and for a number without a state.
 StateHandler stateHandler(int state);

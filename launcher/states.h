@@ -1,7 +1,6 @@
 // The states of the playback machine.
 //
-// Names and numbers are the product's vocabulary: they stand in the transition log, so neither ever changes.
-// What runs in each state is in state_table.cpp, what leads from one to another in transitions.cpp.
+// Names and numbers appear in the transition log and never change. state_table.cpp has the handler of each state.
 #pragma once
 
 // clang-format off
@@ -15,7 +14,7 @@ enum State : int {
     LOCKED = 5,                     // no playback for ten seconds after the last lock
     REQUEST_ENCODER_TYPE = 6,       // makes sure that the pending source is detected
     CURRENT_PLAYER_CRASHED_DURING_PLAYING = 7, // the current player exited while it played
-    SEND_ONLY_PTZ = 8,              // the same encoder input: only the camera turns
+    SEND_ONLY_PTZ = 8,              // the same encoder input: only a PTZ goto
     SELECT_SOURCE_ID = 9,           // a PTZ goto, or a new player?
 
     REQUEST_ENCODER_FAILED = 10,    // the pending source could not be detected
@@ -25,26 +24,26 @@ enum State : int {
     WAIT_SHUTDOWN_CURRENT_PLAYER_AFTER_REQUEST_FAILED = 14, // waits for that player's exit
     CURRENT_PLAYER_STOPPED_AFTER_REQUEST_FAILED = 15,       // that player is gone
 
-    STOP_PLAYING = 16,              // told to stop
-    SHUTDOWN_CURRENT_PLAYER = 17,   // hangs the current player up and meets it at its barrier
+    STOP_PLAYING = 16,              // clears the pause and stops the current player
+    SHUTDOWN_CURRENT_PLAYER = 17,   // sends the current player SIGHUP and waits at its barrier
     WAIT_DISCONNECT_SHUTDOWN = 18,  // waits for the current player's exit
     PLAYING_STOPPED = 19,           // forgets players and sources
 
     FLUSH_CACHE_CONNECTED = 20,     // forgets what was detected, then detects again
 
     LAUNCH_PENDING_PLAYER = 21,     // starts the pending player behind the current one
-    LAUNCH_CURRENT_PLAYER_POS_WITH_NON_EXISTING = 22,        // starts a player where there is none
+    LAUNCH_CURRENT_PLAYER_POS_WITH_NON_EXISTING = 22,        // starts a player without a current one
     WAIT_LAUNCHED_CURRENT_PLAYER_POS_WITH_NON_EXISTING = 23, // waits for that player's first barrier
     SINGLE_PLAYER_LAUNCHED = 24,    // waits for that player's second barrier
     SINGLE_PLAYER_STARTED = 25,     // that player becomes the current one
     WAIT_LAUNCHED_PENDING_PLAYER = 26,     // waits for the pending player's first barrier
-    COULD_NOT_LAUNCH_PENDING_PLAYER = 27,  // the pending player never showed a picture
-    WAIT_SHUTDOWN_CURRENT_PLAYER = 28,     // both players meet
+    COULD_NOT_LAUNCH_PENDING_PLAYER = 27,  // the pending player could not be started or exited early
+    WAIT_SHUTDOWN_CURRENT_PLAYER = 28,     // waits until both players have arrived at barrier 1
     SWITCH_PLAYER = 29,             // waits for the current player's exit
     DONE_SWITCHED_PLAYER = 30,      // the pending player becomes the current one
-    CURRENT_PLAYER_CRASHED_DURING_PENDING_LAUNCH = 31,      // the current player exited too early
-    CURRENT_PLAYER_CRASHED_DURING_SWITCH = 32,              // the current player exited at the meeting
-    PENDING_PLAYER_CRASHED_STOPPING_CURRENT = 33,           // the pending player exited at the meeting
+    CURRENT_PLAYER_CRASHED_DURING_PENDING_LAUNCH = 31,      // the current player exited before the pending one was ready
+    CURRENT_PLAYER_CRASHED_DURING_SWITCH = 32,              // the current player exited at barrier 1
+    PENDING_PLAYER_CRASHED_STOPPING_CURRENT = 33,           // the pending player exited at barrier 1
     WAIT_FOR_CURRENT_PLAYER_STOP_DURING_PENDING_CRASH = 34, // waits for the current player's exit
     BOTH_PLAYERS_DOWN_AFTER_PENDING_CRASH = 35,             // no player is left
 

@@ -69,7 +69,7 @@ void states::autoWaitErrorSleepEvent() {
     showNoConnectionUnlessPlaying();
     const Event event =
         waitForEvent(EID_BUTTON, EID_SELECT, EID_TIMEOUT, EID_CONNECTPROPERTYCHANGED, EID_LOCK);
-    // kept: a short press does nothing here, while the other sleep moves on
+    // kept: a short press does nothing here, although it ends the other sleep
     if (event.id == EID_SELECT)
         choose(event.value1, AUTO_DIRECT_SOURCE_SELECT);
     else if (isTimeout(event, machine.sleepTimerId))

@@ -1,9 +1,10 @@
-// From the start, or from a selection, to a source that is known: START_UL, CONNECT, REQUEST_ENCODER_TYPE,
-// SEND_ONLY_PTZ, SELECT_SOURCE_ID, FLUSH_CACHE_CONNECTED.
+// From the start or a selection to a detected source: START_UL, CONNECT, REQUEST_ENCODER_TYPE, SEND_ONLY_PTZ,
+// SELECT_SOURCE_ID, FLUSH_CACHE_CONNECTED.
 
 #include "launcher/display.h"
 #include "launcher/handlers.h"
 #include "launcher/pending_source.h"
+#include "launcher/shown.h"
 #include "launcher/waiting.h"
 #include "player/ptz.h"
 #include "process/process_state.h"
@@ -34,9 +35,9 @@ void forgetPlayersAndSources() {
     machine.sequenceStart = -1;
 }
 
-// What woke a disconnected machine is honoured first. A select wins over an alarm that came with it: the
-// alarm is shown, the source is the user's.
-void takeWhatWokeUs() {
+// The event that connected a disconnected machine comes first. If an alarm and a select are queued, the alarm's text is
+// shown and the source is that of the select.
+void takeQueuedChoice() {
     if (!inAutoMode()) {
         if (const auto alarm = takeIfQueued(EID_ALARM)) {
             takeAlarm(*alarm);
@@ -56,9 +57,9 @@ void giveUpConnecting() {
     setState(DISCONNECTED);
 }
 
-// A flush of the cache, or a short press that pauses the sequence on what is being shown, comes before the
-// launch. True when the state has changed.
-bool turnedAwayWhileDetecting() {
+// Before the launch: a queued cache flush is executed, and a short press pauses the sequence on the source that is
+// shown. True when the state has changed.
+bool leftForQueuedEvent() {
     const auto event = takeIfQueued(EID_FLUSHCACHE, EID_BUTTON);
     if (!event)
         return false;
@@ -72,15 +73,16 @@ bool turnedAwayWhileDetecting() {
         setState(AUTO_PAUSE);
         return true;
     }
-    pushEvent(*event); // a later state's
+    pushEvent(*event); // for a later state
     return false;
 }
 
-// An index that names no source has the empty key. It is nobody's twin, not even that of a shown source which
-// the configuration has lost: the player would be left without a source.
-bool isSameInput(int source, int other) {
-    const std::string key = getSourceKey(source);
-    return !key.empty() && key == getSourceKey(other);
+// Whether the pending source is the input that the current player shows. Keys are compared byte for byte, so two
+// indices that name no source, both with the empty key, are equal. The one exception is index -1: it stands for
+// "none", and keeping the player for it would leave the player without a source.
+bool isShownInput() {
+    return machine.pendingSource != -1 &&
+           getSourceKey(machine.pendingSource) == getSourceKey(machine.currentSource);
 }
 
 } // namespace
@@ -97,7 +99,7 @@ void states::connect() {
     readSources();
     information("Decoder.Info.Connected") = "yes";
     forgetPlayersAndSources();
-    takeWhatWokeUs();
+    takeQueuedChoice();
     if (machine.pendingSource == -1) {
         if (machine.sourceSequence.empty())
             return giveUpConnecting();
@@ -109,7 +111,7 @@ void states::connect() {
 
 void states::requestEncoderType() {
     const SourceEntry* entry = detectPendingSource();
-    if (turnedAwayWhileDetecting())
+    if (leftForQueuedEvent())
         return;
     if (!isUsable(entry)) {
         flushResolver();
@@ -122,6 +124,7 @@ void states::sendOnlyPtz() {
     gotoPtzPreset(machine.pendingSource);
     machine.currentSource = machine.pendingSource;
     publishCurrentSource();
+    logShownSource();
     setStateByMode(AUTO_START_TIMER, MANUAL_WAIT_FOR_NEW_SELECTION);
 }
 
@@ -130,7 +133,7 @@ void states::selectSourceId() {
         machine.sequenceStart = -1;
     if (takeIfQueued(EID_FLUSHCACHE))
         return setState(FLUSH_CACHE_CONNECTED);
-    if (process.currentPID == -1 || !isSameInput(machine.pendingSource, machine.currentSource))
+    if (process.currentPID == -1 || !isShownInput())
         return setState(REQUEST_ENCODER_TYPE);
     getSourceEntry(machine.pendingSource); // refreshes the status values of this source
     setState(SEND_ONLY_PTZ);

@@ -361,8 +361,31 @@ TEST_F(SelectSourceId, KeysAreComparedByteForByte) {
     EXPECT_EQ(state(), "REQUEST_ENCODER_TYPE");
 }
 
-TEST_F(SelectSourceId, AnIndexThatNamesNoSourceIsNobodysTwin) {
+TEST_F(SelectSourceId, TwoEmptyKeysAreEqual) {
     fake::cachedSources.clear(); // the configuration has lost the source that is shown, too
+    for (const int source : {99, 1, -5}) {
+        enter(SELECT_SOURCE_ID);
+        playing(1);
+        machine.pendingSource = source;
+        turn();
+        EXPECT_EQ(state(), "SEND_ONLY_PTZ") << source;
+        EXPECT_EQ(calls, (Calls{"peekNextEvent(10)", "getSourceEntry(" + std::to_string(source) + ")"}));
+        turn();
+        EXPECT_EQ(machine.currentSource, source);
+        EXPECT_EQ(process.currentPID, currentPlayer);
+    }
+}
+
+TEST_F(SelectSourceId, AnIndexThatNamesNoSourceDiffersFromASourceThatIsThere) {
+    enter(SELECT_SOURCE_ID);
+    playing(1);
+    machine.pendingSource = 99;
+    turn();
+    EXPECT_EQ(state(), "REQUEST_ENCODER_TYPE");
+}
+
+TEST_F(SelectSourceId, MinusOneNeverKeepsThePlayer) {
+    fake::cachedSources.clear();
     enter(SELECT_SOURCE_ID);
     playing(1);
     machine.pendingSource = -1;

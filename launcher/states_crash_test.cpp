@@ -124,7 +124,7 @@ TEST_F(Crash, TheCurrentPlayerMayExitInsteadOfComingToItsBarrier) {
     EXPECT_EQ(calls, (Calls{"masterBarrier(1,100)", "getNextEvent(2)", "handleError(1,100,9)"}));
 }
 
-TEST_F(Crash, AnyOtherChildIsDroppedWithoutAWord) {
+TEST_F(Crash, AnyOtherChildIsDroppedSilently) {
     for (const State waits : {CURRENT_PLAYER_CRASHED_DURING_SWITCH, PENDING_PLAYER_CRASHED_STOPPING_CURRENT,
                               WAIT_FOR_CURRENT_PLAYER_STOP_DURING_PENDING_CRASH}) {
         enterSwitching(waits);

@@ -1,22 +1,22 @@
-// Stopping, and what there is without playback: DISCONNECTED, FLUSH_CACHE, LOCKED, STOP_PLAYING,
-// SHUTDOWN_CURRENT_PLAYER, WAIT_DISCONNECT_SHUTDOWN, PLAYING_STOPPED.
+// Stopping, disconnected, locked: DISCONNECTED, FLUSH_CACHE, LOCKED, STOP_PLAYING, SHUTDOWN_CURRENT_PLAYER,
+// WAIT_DISCONNECT_SHUTDOWN, PLAYING_STOPPED.
 
 #include "events/timers.h"
 #include "launcher/display.h"
 #include "launcher/handlers.h"
+#include "launcher/shown.h"
 #include "launcher/waiting.h"
 #include "player/player_exit.h"
+#include "process/agreed_numbers.h"
 #include "process/process_state.h"
 #include "sources/source_cache.h"
 
 #include <libcommon/display.h>
-#include <libcommon/log.h>
 #include <libcommon/semaphores.h>
 
 namespace {
 
 constexpr long lockMilliseconds = 10000;
-constexpr int lockSemaphore = 2003; // raised once per lock request
 
 void showDisconnected() {
     if (configuration("Decoder.ShowDisconnectedMessage") == "yes")
@@ -33,7 +33,7 @@ void showDisconnected() {
     blankscreen();
 }
 
-// A lock goes before everything that was queued earlier.
+// A queued lock comes before all other events.
 Event waitDisconnected() {
     if (const auto lock = takeIfQueued(EID_LOCK))
         return *lock;
@@ -91,11 +91,11 @@ void states::flushCache() {
 void states::locked() {
     const Event event = waitForEvent(EID_TIMEOUT, EID_RECONNECT, EID_LOCK);
     if (event.id == EID_RECONNECT || isTimeout(event, machine.lockTimerId)) {
-        // Back in DISCONNECTED this connects again, if that is still wanted.
+        // In DISCONNECTED this event connects again if "Decoder.Connected" is still yes.
         pushEvent(Event{.id = EID_CONNECTPROPERTYCHANGED, .value1 = 0, .value2 = 0, .payload = {}});
         setState(FLUSH_CACHE);
     } else if (event.id == EID_LOCK) {
-        startLock(); // renewed: the earlier timer is nobody's now
+        startLock(); // renewed: the event of the earlier timer no longer matches
     }
 }
 
@@ -105,26 +105,16 @@ void states::stopPlaying() {
 }
 
 void states::shutdownCurrentPlayer() {
-    hangUpCurrentPlayer();
-    if (meetAtBarrier(1, process.currentPID))
-        return setState(WAIT_DISCONNECT_SHUTDOWN);
-    const Event event = waitForEvent(EID_CHILD);
-    if (currentPlayerEnded(event))
-        setState(PLAYING_STOPPED);
-    else if (event.id == EID_CHILD)
-        logmsg(7, "SIG_CHILD from PID %d\n", event.value1);
+    stopCurrentPlayer(WAIT_DISCONNECT_SHUTDOWN, PLAYING_STOPPED);
 }
 
 void states::waitDisconnectShutdown() {
-    const Event event = waitForEvent(EID_CHILD);
-    if (currentPlayerEnded(event))
-        setState(PLAYING_STOPPED);
-    else
-        logUnknownChild(event);
+    waitForCurrentPlayersExit(PLAYING_STOPPED);
 }
 
 void states::playingStopped() {
     forgetCurrentPlayer();
+    logNothingShown("playback was stopped");
     process.pendingPID = -1;
     machine.pendingSource = -1;
     machine.sequencePos = -1;

@@ -1,11 +1,12 @@
-// Starting a player, alone or behind the one that shows: LAUNCH_PENDING_PLAYER to SINGLE_PLAYER_STARTED,
+// Starting a player, with or without a current player: LAUNCH_PENDING_PLAYER to SINGLE_PLAYER_STARTED,
 // WAIT_LAUNCHED_PENDING_PLAYER, WAIT_SHUTDOWN_CURRENT_PLAYER, SWITCH_PLAYER, DONE_SWITCHED_PLAYER.
 //
-// A player meets us at barrier 0 with its first picture decoded and at barrier 1 ready to show it. In a
-// switch the current player comes to barrier 1 too, still showing: both are released together, and the
-// picture never goes dark. A player that never comes is not waited for by time but by its exit.
+// A player arrives at barrier 0 when it has decoded its first frame, and at barrier 1 when it is ready to show it. In a
+// switch the current player arrives at barrier 1, too, while it still shows. Both are released together, so the screen
+// never goes dark. There is no time limit for a player that does not arrive: its exit ends the wait.
 
 #include "launcher/handlers.h"
+#include "launcher/shown.h"
 #include "launcher/waiting.h"
 #include "player/launch.h"
 #include "player/player_exit.h"
@@ -23,7 +24,7 @@ void launchPendingSource(State launched) {
     setState(launched);
 }
 
-// The one player there is; any other child's exit is dropped.
+// Meets the only player at a barrier. The exit of any other child is dropped.
 void meetSinglePlayer(int barrierId, State next) {
     if (meetAtBarrier(barrierId, process.pendingPID))
         return setState(next);
@@ -38,7 +39,7 @@ void states::launchPendingPlayer() {
 }
 
 void states::launchCurrentPlayerPosWithNonExisting() {
-    // Already now: what is being started is what the status shows.
+    // kept: the status names the source before its player is up
     information("Decoder.Info.CurrentSource") = machine.pendingSource;
     launchPendingSource(WAIT_LAUNCHED_CURRENT_PLAYER_POS_WITH_NON_EXISTING);
 }
@@ -55,9 +56,10 @@ void states::singlePlayerStarted() {
     process.currentPID = process.pendingPID.load();
     machine.currentSource = machine.pendingSource;
     process.pendingPID = -1;
-    // A player that was left alone by the current one's crash during its launch is not in the status yet.
+    // The status does not name this source yet if the current player crashed during the launch.
     if (information("Decoder.Info.CurrentSource").toInt() != machine.currentSource)
         publishCurrentSource();
+    logShownSource();
     setStateByMode(AUTO_START_TIMER, MANUAL_WAIT_FOR_NEW_SELECTION);
 }
 
@@ -99,5 +101,6 @@ void states::doneSwitchedPlayer() {
     machine.currentSource = machine.pendingSource;
     publishCurrentSource();
     process.pendingPID = -1;
+    logShownSource();
     setStateByMode(AUTO_START_TIMER, MANUAL_WAIT_FOR_NEW_SELECTION);
 }

@@ -75,7 +75,7 @@ TEST_F(SingleLaunch, APlayerThatExitsBeforeABarrierCouldNotBeLaunched) {
     }
 }
 
-TEST_F(SingleLaunch, AnyOtherChildIsDroppedWithoutAWord) {
+TEST_F(SingleLaunch, AnyOtherChildIsDroppedSilently) {
     for (const State waits : {WAIT_LAUNCHED_CURRENT_PLAYER_POS_WITH_NON_EXISTING, SINGLE_PLAYER_LAUNCHED}) {
         enterLaunched(waits);
         fake::barrierResults = {-1};
@@ -91,7 +91,7 @@ TEST_F(SingleLaunch, TheStartedPlayerIsTheCurrentOne) {
     fake::setParam(1, "Decoder.Info.CurrentSource", "2");
     turn();
     EXPECT_EQ(state(), "AUTO_START_TIMER");
-    EXPECT_EQ(calls, Calls{}); // the status says so since the launch
+    EXPECT_EQ(calls, Calls{}); // the launch has written the status already
     EXPECT_EQ(process.currentPID, pendingPlayer);
     EXPECT_EQ(process.pendingPID, -1);
     EXPECT_EQ(machine.currentSource, 2);

@@ -1,5 +1,5 @@
-// Manual mode, one source until the user or an alarm wants another: MANUAL_WAIT_FOR_NEW_SELECTION to
-// MANUAL_WAIT_ERROR_SLEEP_EVENT.
+// Manual mode, one source until the user or an alarm selects another:
+// MANUAL_WAIT_FOR_NEW_SELECTION to MANUAL_WAIT_ERROR_SLEEP_EVENT.
 
 #include "launcher/display.h"
 #include "launcher/handlers.h"

@@ -132,7 +132,7 @@ TEST_F(Manual, TheErrorSleepCoversARunningPictureToo) {
 TEST_F(Manual, TheErrorSleepEndsWithItsTimerAPressASelectionOrAnAlarm) {
     enterErrorSleep();
     turn({fake::event(EID_TIMEOUT, 70000)});
-    EXPECT_EQ(state(), "REQUEST_ENCODER_TYPE"); // the same source, for ever
+    EXPECT_EQ(state(), "REQUEST_ENCODER_TYPE"); // the same source again
     EXPECT_EQ(machine.pendingSource, 4);
 
     enterErrorSleep();

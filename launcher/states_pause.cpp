@@ -1,12 +1,13 @@
 // The automatic sequence, paused: AUTO_PAUSE to REQUEST_ENCODER_AFTER_CRASH_DURING_PAUSE.
 //
-// No timer runs during a pause. The display timer armed before it is not cancelled: its event stays queued
-// until a state that waits for timers drops it as not its own.
+// No timer is armed during a pause. The display timer from before the pause is not cancelled: its event stays queued,
+// and the next state that waits for timers drops it.
 
 #include "events/timers.h"
 #include "launcher/display.h"
 #include "launcher/handlers.h"
 #include "launcher/pending_source.h"
+#include "launcher/shown.h"
 #include "launcher/waiting.h"
 #include "player/player_exit.h"
 #include "process/process_state.h"
@@ -37,7 +38,7 @@ void states::autoPause() {
         if (isLongPress(event))
             endPause();
         reactAsEveryWaitingState(event);
-        machine.sequencePaused = machine.currentState == AUTO_PAUSE; // what stops playback ends the pause
+        machine.sequencePaused = machine.currentState == AUTO_PAUSE; // stopping ends the pause
     }
 }
 
@@ -46,6 +47,7 @@ void states::currentPlayerCrashedDuringPause() {
     machine.sleepTimerId = setTimeout(retryMilliseconds);
     invalidateSource(machine.currentSource);
     forgetCurrentPlayer();
+    logNothingShown("the player exited while the sequence was paused");
     setState(SLEEP_AFTER_CRASH_DURING_PAUSE);
 }
 
@@ -71,7 +73,7 @@ void states::requestEncoderAfterCrashDuringPause() {
         return setState(SLEEP_AFTER_CRASH_DURING_PAUSE);
     }
     if (process.currentPID != -1)
-        // kept: the message's short form of the state's name
+        // kept: the message has a short form of the state's name
         logmsg(2, "currentPID is set but should not be in REQUEST_AFTER_PAUSE_CRASH.");
     setState(LAUNCH_CURRENT_PLAYER_POS_WITH_NON_EXISTING);
 }

@@ -1,21 +1,20 @@
-// A source that could not be detected, and the error sleeps: REQUEST_ENCODER_FAILED, SET_SLEEP_10_TIMER,
+// A failed detection, and the error sleeps: REQUEST_ENCODER_FAILED, SET_SLEEP_10_TIMER,
 // SET_SLEEP_1_TIMER, SHUTDOWN_CURRENT_PLAYER_AFTER_REQUEST_FAILED,
 // WAIT_SHUTDOWN_CURRENT_PLAYER_AFTER_REQUEST_FAILED, CURRENT_PLAYER_STOPPED_AFTER_REQUEST_FAILED.
 
 #include "events/timers.h"
 #include "launcher/display.h"
 #include "launcher/handlers.h"
+#include "launcher/shown.h"
 #include "launcher/waiting.h"
 #include "player/player_exit.h"
 #include "process/process_state.h"
-
-#include <libcommon/log.h>
 
 namespace {
 
 constexpr long failedRequestMilliseconds = 4000;
 constexpr long longSleepMilliseconds = 10000;
-constexpr long shortSleepMilliseconds = 4000; // kept: four seconds, whatever the state's name says
+constexpr long shortSleepMilliseconds = 4000; // kept: four seconds, although the state's name says 1
 
 void startErrorSleep(long milliseconds) {
     machine.sleepTimerId = setTimeout(milliseconds);
@@ -42,22 +41,12 @@ void states::setSleep1Timer() {
 }
 
 void states::shutdownCurrentPlayerAfterRequestFailed() {
-    hangUpCurrentPlayer();
-    if (meetAtBarrier(1, process.currentPID))
-        return setState(WAIT_SHUTDOWN_CURRENT_PLAYER_AFTER_REQUEST_FAILED);
-    const Event event = waitForEvent(EID_CHILD);
-    if (currentPlayerEnded(event))
-        setState(CURRENT_PLAYER_STOPPED_AFTER_REQUEST_FAILED);
-    else if (event.id == EID_CHILD)
-        logmsg(7, "SIG_CHILD from PID %d\n", event.value1);
+    stopCurrentPlayer(WAIT_SHUTDOWN_CURRENT_PLAYER_AFTER_REQUEST_FAILED,
+                      CURRENT_PLAYER_STOPPED_AFTER_REQUEST_FAILED);
 }
 
 void states::waitShutdownCurrentPlayerAfterRequestFailed() {
-    const Event event = waitForEvent(EID_CHILD);
-    if (currentPlayerEnded(event))
-        setState(CURRENT_PLAYER_STOPPED_AFTER_REQUEST_FAILED);
-    else
-        logUnknownChild(event);
+    waitForCurrentPlayersExit(CURRENT_PLAYER_STOPPED_AFTER_REQUEST_FAILED);
 }
 
 void states::currentPlayerStoppedAfterRequestFailed() {
@@ -65,5 +54,7 @@ void states::currentPlayerStoppedAfterRequestFailed() {
     showFailureLed();
     printNoConnection();
     forgetCurrentPlayer();
+    logNothingShown("the encoder of source " + std::to_string(machine.pendingSource) + ", " +
+                    sourceValue(machine.pendingSource, "Name") + ", could not be detected");
     setState(REQUEST_ENCODER_FAILED);
 }

@@ -3,6 +3,7 @@
 #include "barrier/master_barrier.h"
 #include "launcher/player_signal.h"
 #include "player/player_exit.h"
+#include "process/agreed_numbers.h"
 #include "process/process_state.h"
 #include "process/signal_mask.h"
 
@@ -13,8 +14,6 @@
 #include <cstring>
 
 namespace {
-
-constexpr int holdFlag = 0xff; // low byte of a button event's value 2
 
 bool isExitOf(int pid, const Event& event) {
     return event.id == EID_CHILD && event.value1 == pid;
@@ -35,11 +34,11 @@ void reportFailedWait(int result) {
 }
 
 bool isShortPress(const Event& event) {
-    return event.id == EID_BUTTON && (event.value2 & holdFlag) == 0;
+    return event.id == EID_BUTTON && (event.value2 & buttonHeldMask) == 0;
 }
 
 bool isLongPress(const Event& event) {
-    return event.id == EID_BUTTON && (event.value2 & holdFlag) != 0;
+    return event.id == EID_BUTTON && (event.value2 & buttonHeldMask) != 0;
 }
 
 bool isTimeout(const Event& event, int timerId) {
@@ -70,7 +69,7 @@ void reactAsEveryWaitingState(const Event& event) {
         if (configuration("Decoder.Connected") == "no")
             setState(STOP_PLAYING);
     } else if (event.id == EID_LOCK) {
-        // Back into the queue: once playback is stopped, DISCONNECTED finds it first thing.
+        // Back into the queue: DISCONNECTED takes it first when playback has stopped.
         pushEvent(event);
         setState(STOP_PLAYING);
     } else if (isLongPress(event)) {
@@ -108,4 +107,23 @@ bool meetAtBarrier(int barrierId, int firstPlayer, int secondPlayer) {
 void hangUpCurrentPlayer() {
     signalPlayer(process.currentPID, SIGHUP);
     logmsg(7, "Sending HUP to current player\n");
+}
+
+void stopCurrentPlayer(State released, State gone) {
+    hangUpCurrentPlayer();
+    if (meetAtBarrier(1, process.currentPID))
+        return setState(released);
+    const Event event = waitForEvent(EID_CHILD);
+    if (currentPlayerEnded(event))
+        setState(gone);
+    else if (event.id == EID_CHILD)
+        logmsg(7, "SIG_CHILD from PID %d\n", event.value1);
+}
+
+void waitForCurrentPlayersExit(State gone) {
+    const Event event = waitForEvent(EID_CHILD);
+    if (currentPlayerEnded(event))
+        setState(gone);
+    else
+        logUnknownChild(event);
 }

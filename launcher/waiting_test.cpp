@@ -8,7 +8,7 @@ namespace {
 
 using Waiting = MachineTest;
 
-// The waiting states of both modes, with the events that each of them takes and what it says first.
+// The waiting states of both modes, the events that each takes, and the calls at its beginning.
 struct WaitingState {
     State state;
     const char* wait;

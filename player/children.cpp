@@ -1,5 +1,7 @@
 #include "player/children.h"
 
+#include "process/agreed_numbers.h"
+
 #include <libcommon/events.h>
 #include <libcommon/semaphores.h>
 
@@ -13,19 +15,17 @@
 namespace {
 
 // Process-wide state.
-// Pids of live children in the order of their creation; empty at first. Main thread: addChild appends, with
-// SIGCHLD blocked, and alone may allocate; the handler only erases, which moves pids and frees nothing. Never
-// destroyed, because a child may end while the process exits.
+// Pids of live children in the order of their creation; empty at first. Main thread: addChild appends with SIGCHLD
+// blocked; the handler only erases, which moves pids and neither allocates nor frees. Never destroyed, because a child
+// may end while the process exits.
 std::vector<int>& children = *new std::vector<int>;
-
-constexpr int forkHandshakeSemaphore = 2002;
 
 void announceExit(int pid, int status) {
     Event event{};
     event.id = EID_CHILD;
     event.value1 = pid;
     event.value2 = status;
-    // Not logmsg: the library's log is not made for signal handlers.
+    // Not logmsg, which is not safe in a signal handler.
     if (sendEvent(&event) != 0)
         syslog(LOG_ERR, "SIGCHLD: Failed to sendEvent() from the signalHandler");
 }
@@ -61,7 +61,7 @@ void installChildReaper() {
     action.sa_handler = reapChildren;
     action.sa_flags = SA_RESTART | SA_NOCLDSTOP;
     sigemptyset(&action.sa_mask);
-    sigaddset(&action.sa_mask, SIGINT); // a shutdown must not begin between the reaping and its event
+    sigaddset(&action.sa_mask, SIGINT); // a shutdown must not start between the reaping and its event
     sigaction(SIGCHLD, &action, nullptr);
     semaphoreInit(forkHandshakeSemaphore);
 }

@@ -14,12 +14,12 @@
 
 namespace {
 
-// What the handler wrote to the system log, as "PRIORITY TEXT".
+// The lines that the handler wrote to the system log, as "PRIORITY TEXT".
 std::vector<std::string> systemLog;
 
 } // namespace
 
-// In place of the C library's, so that the test sees the line.
+// Replaces the C library's function, so that the test sees the line.
 extern "C" void syslog(int priority, const char* format, ...) {
     char text[256];
     va_list args;
@@ -95,7 +95,7 @@ TEST_F(ChildReaper, LivingChildrenStayInTheList) {
     EXPECT_THAT(exits(), ElementsAre(Pair(ended, 0), Pair(living, SIGKILL)));
 }
 
-TEST_F(ChildReaper, ChildOutsideTheListIsLeftToWhoeverWaitsForIt) {
+TEST_F(ChildReaper, ChildOutsideTheListIsNotReaped) {
     const int listed = livingChild();
     addChild(listed);
     const int other = endedChild(7);
@@ -165,7 +165,7 @@ TEST_F(ChildReaper, InstalledHandlerRestartsSystemCallsAndMakesTheHandshakeSemap
 }
 
 TEST_F(ChildReaper, InstalledHandlerAnnouncesARealExit) {
-    Event announced{}; // the stand-in's own list grows, which a handler must not do
+    Event announced{}; // the fake's list would allocate, which a handler must not do
     fake::onSendEvent = [&](const Event* event) {
         announced = *event;
         return 0;

@@ -2,8 +2,9 @@
 
 #include "barrier/barrier_table.h"
 #include "player/children.h"
-#include "player/command_line.h"
+#include "player/player_command.h"
 #include "player/port_pairs.h"
+#include "process/agreed_numbers.h"
 #include "process/process_state.h"
 #include "process/signal_mask.h"
 #include "process/trace_output.h"
@@ -20,11 +21,8 @@
 
 namespace {
 
-constexpr int playerStartSemaphore = 2001;
-constexpr int forkHandshakeSemaphore = 2002;
-
-// Keeps every handler from running between fork and registration: a child that took a SIGINT with the
-// supervisor's handler would shut the supervisor's players down. SIGSEGV is never blocked.
+// Blocks all signals between fork and registration: a child that ran the supervisor's SIGINT handler would stop the
+// supervisor's players. SIGSEGV is never blocked.
 sigset_t holdSignals() {
     sigset_t held;
     sigset_t saved;
@@ -36,12 +34,11 @@ sigset_t holdSignals() {
 
 // The child's half of gaffel.
 void becomeChild(int parent) {
-    // A child whose supervisor dies before it is released would wait for ever, and take the release that was
-    // meant for a child of the next supervisor. The signal stays set for the player: it dies with its
-    // supervisor.
+    // Without this a child whose supervisor dies before the release would wait without end, and take the release of a
+    // child of the next supervisor. The setting survives exec: a player dies with its supervisor.
     prctl(PR_SET_PDEATHSIG, SIGTERM);
     if (getppid() != parent)
-        _exit(1); // it died before the call above
+        _exit(1); // the supervisor died before the call above
     for (int signo = 0; signo < 32; ++signo)
         std::signal(signo, SIG_DFL);
     unblockAllSignals();
@@ -60,6 +57,10 @@ void registerChild(int pid) {
 
 int gaffel() {
     const int parent = getpid();
+    // A child that was killed before its release has left a token behind, which would let the next child pass
+    // before its barrier exists. Every earlier child is dead or past the hand-shake by now: the state machine
+    // starts a player only after the last one reached a barrier or was reaped.
+    semaphoreSet(forkHandshakeSemaphore, 0);
     const sigset_t saved = holdSignals();
     const int pid = fork();
     if (pid == 0) {
@@ -84,7 +85,7 @@ int launchPlayer(SourceEntry* entry) {
         return -1;
     }
     int port = -1;
-    if (entry->detectedType == TYPE_RTSP_UNICAST) {
+    if (streamKind(entry->detectedType).ports == PlayerPorts::OwnPair) {
         port = allocatePlayerPortPair();
         if (port == -1) {
             logmsg(3, "launchPlayer failed to bind port.");

@@ -2,7 +2,7 @@
 
 #include "barrier/barrier_table.h"
 #include "player/children.h"
-#include "player/command_line.h"
+#include "player/player_command.h"
 #include "player/port_pairs.h"
 #include "process/process_state.h"
 #include "tests/fakes/fake_libcommon.h"
@@ -26,16 +26,16 @@
 
 namespace {
 
-// What the stand-ins below do; set by the tests, reset by the fixture.
+// The behaviour of the replaced functions below; set by the tests, reset by the fixture.
 bool forkFails = false;
-int parentPid = 0;         // what getppid says; 0: the truth
+int parentPid = 0;         // the result of getppid; 0: the real one
 int childReport = -1;      // a child that ends with _exit writes its last log line here
-int nextPort = 20004;      // what the port search finds
+int nextPort = 20004;      // the result of the port search
 bool loggingHangs = false; // a failed exec never gets to the end of its log line
 
 } // namespace
 
-// In place of the C library's and of the folders that launching calls.
+// Replaces functions of the C library and of the folders that launching calls.
 
 extern "C" pid_t fork() {
     if (forkFails) {
@@ -66,7 +66,7 @@ extern "C" char* strerror(int error) noexcept {
     return const_cast<char*>(strerrordesc_np(error));
 }
 
-// Two seconds become twenty milliseconds.
+// Takes one hundredth of the time.
 extern "C" unsigned alarm(unsigned seconds) {
     const itimerval timer{{0, 0}, {0, static_cast<suseconds_t>(seconds) * 10'000}};
     setitimer(ITIMER_REAL, &timer, nullptr);
@@ -138,7 +138,7 @@ protected:
     }
     ~Launch() override { std::filesystem::remove_all(root_); }
 
-    // A player that writes its arguments, one a line, beside itself and ends with `status`.
+    // A player that writes its arguments, one on each line, into a file beside itself and exits with `status`.
     void installPlayer(const std::string& name, int status) const {
         const std::filesystem::path file = root_ / "bin" / name;
         std::ofstream(file) << "#!/bin/sh\nprintf '%s\\n' \"$0\" \"$@\" > " << file.string() << ".args\nexit "
@@ -186,7 +186,7 @@ TEST_F(Launch, FailedForkIsLoggedWithItsReason) {
     EXPECT_EQ(launchPlayer(&entry_), -1);
     EXPECT_THAT(fake::log, ElementsAre(fake::LogLine{
                                3, "Failed to gaffel() errno=11 (Resource temporarily unavailable)"}));
-    EXPECT_THAT(fake::calls, ElementsAre("semaphoreSet(2001,0)"));
+    EXPECT_THAT(fake::calls, ElementsAre("semaphoreSet(2001,0)", "semaphoreSet(2002,0)"));
 }
 
 TEST_F(Launch, StepsComeInOrder) {
@@ -196,8 +196,9 @@ TEST_F(Launch, StepsComeInOrder) {
     const std::string number = std::to_string(pid);
     EXPECT_EQ(testing::internal::GetCapturedStdout(),
               "Pushing back pid: " + number + "\nLaunched pid: " + number + "\n");
-    EXPECT_THAT(fake::calls, ElementsAre("allocatePlayerPortPair()", "semaphoreSet(2001,0)",
-                                         "createBarrier(" + number + ")", "semaphoreIncrease(2002)"));
+    EXPECT_THAT(fake::calls,
+                ElementsAre("allocatePlayerPortPair()", "semaphoreSet(2001,0)", "semaphoreSet(2002,0)",
+                            "createBarrier(" + number + ")", "semaphoreIncrease(2002)"));
     waitStatus(pid);
 }
 
@@ -205,7 +206,7 @@ TEST_F(Launch, PlayerOfAnAbsolutePathRunsBelowTheApplianceRootUnderItsOwnName) {
     installPlayer("mpeg4player", 14);
     entry_.detectedType = TYPE_RTSP_UNICAST;
     EXPECT_EQ(waitStatus(launchPlayer(&entry_)), 14 << 8);
-    // The shell knows its script by the file that was executed; the rest is the list as it was built.
+    // The shell passes its script the path of the executed file as $0; the other arguments are unchanged.
     EXPECT_EQ(
         contents(root_ / "bin/mpeg4player.args"),
         (root_ / "bin/mpeg4player").string() +
@@ -251,7 +252,7 @@ TEST_F(Launch, UnknownKindsOfStreamEndWithThirteen) {
 }
 
 TEST_F(Launch, ChildThatCannotWriteItsLineStillEndsWithThirteen) {
-    loggingHangs = true; // as behind a lock that a thread of the supervisor held at the fork
+    loggingHangs = true; // as if a thread of the supervisor held the log's lock at the fork
     EXPECT_EQ(waitStatus(launchPlayer(&entry_)), 13 << 8);
 }
 
@@ -280,8 +281,8 @@ TEST_F(Launch, ChildIsHeldUntilItIsListedAndItsBarrierStands) {
     const int pid = gaffel();
     if (pid == 0)
         _exit(write(passed.writeEnd, "x", 1) == 1 ? 5 : 6);
-    EXPECT_THAT(fake::calls,
-                ElementsAre("createBarrier(" + std::to_string(pid) + ")", "semaphoreIncrease(2002)"));
+    EXPECT_THAT(fake::calls, ElementsAre("semaphoreSet(2002,0)", "createBarrier(" + std::to_string(pid) + ")",
+                                         "semaphoreIncrease(2002)"));
     EXPECT_EQ(fcntl(passed.readEnd, F_SETFL, O_NONBLOCK), 0);
     char token = 0;
     EXPECT_EQ(read(passed.readEnd, &token, 1), -1) << "the child has not passed yet";
@@ -310,8 +311,8 @@ TEST_F(Launch, ParentsSignalMaskIsWhatItWas) {
     waitStatus(pid);
 }
 
-// 0 when this process has every signal at its default, none blocked, and dies with its parent; else what is
-// wrong.
+// 0 when this process has all signals at their defaults, none blocked, and dies with its parent; otherwise a code
+// for the mistake.
 int signalsAreFresh() {
     for (int signo = 1; signo < 32; ++signo) {
         struct sigaction action {};
@@ -365,7 +366,7 @@ TEST_F(Launch, ChildThatWaitsForItsReleaseDiesWithTheSupervisor) {
 TEST_F(Launch, ChildWhoseSupervisorDiedRightAfterTheForkEndsAtOnce) {
     parentPid = 1;
     fake::onSemaphoreDecrease = [](int) {
-        _exit(77); // it must not come to the hand-shake
+        _exit(77); // it must not reach the hand-shake
         return 0;
     };
     EXPECT_EQ(waitStatus(gaffel()), 1 << 8);

@@ -8,7 +8,7 @@
 
 namespace {
 
-// Values of "ErrorCode" for players that did not end by themselves; exit codes stand there as they are.
+// Values of "ErrorCode" for players that were killed or stopped; an exit code is written as it is.
 constexpr int errorKilledBySignal = 29;
 constexpr int errorStopped = 30;
 
@@ -68,7 +68,7 @@ void handleError(int sourceIndex, const Event* event) {
         logmsg(3, "handleError called with -1 sourceID");
         return;
     }
-    // The bits are read as they stand: W* macros would count a stopped child's status differently.
+    // The bits are read directly: the W* macros treat a stopped child's status differently.
     const int waitStatus = event->value2;
     if ((waitStatus & 0x7f) != 0) {
         handleAbnormalEnd(sourceIndex, waitStatus);

@@ -25,7 +25,7 @@ Event childEnded(int waitStatus) {
     return event;
 }
 
-// The appliance's commands stand first on the PATH as scripts that write down how they were called.
+// The appliance's commands are scripts at the beginning of PATH; they record their calls.
 class PlayerExit : public testing::Test {
 protected:
     PlayerExit() {

@@ -14,8 +14,8 @@ struct PortRange {
     int counter;
 };
 
-// Process-wide state: the next candidate of each range, for the life of the process, so that successive
-// players get different ports even when the earlier ones are free again. Main thread.
+// Process-wide state: the next candidate of each range. Never reset, so that successive players get different ports
+// even when the earlier ones are free again. Main thread.
 PortRange playerPorts{20000, 4, 40000, 20000};
 PortRange probePorts{10000, 2, 12000, 10000};
 

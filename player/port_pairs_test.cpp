@@ -11,8 +11,8 @@
 
 namespace {
 
-// In a network of its own: on the machine's any port may be somebody else's. The counters live as long as the
-// process, so that each test needs one of its own, as ctest gives it.
+// In a network namespace, because any port of the machine may be taken. The counters keep their values in a process, so
+// each test needs a process of its own, which ctest gives it.
 class PortPairs : public testing::Test {
 protected:
     void SetUp() override {
@@ -59,7 +59,7 @@ TEST_F(PortPairs, TakenPairIsPassedOver) {
 TEST_F(PortPairs, HalfTakenPairIsPassedOver) {
     take(20001);
     take(20004);
-    take(10001, INADDR_LOOPBACK); // the wildcard address meets every other
+    take(10001, INADDR_LOOPBACK); // conflicts with the wildcard address, too
     EXPECT_EQ(allocatePlayerPortPair(), 20008);
     EXPECT_EQ(allocateProbePortPair(), 10002);
 }

@@ -13,14 +13,14 @@ namespace {
 
 constexpr int requestTimeout = 10; // seconds
 
-// One goto: the request, and how it may be sent.
+// The request, and the ways to send it.
 class PresetRequest {
 public:
     PresetRequest(SourceParams& record, const std::string& preset)
         : user_(record["UserName"]), password_(record["Password"]), address_(record["Address"]),
           path_("/vexo-cgi/com/ptz.cgi?gotoserverpresetname=" + preset) {} // kept: not escaped
 
-    // libcommon chooses the scheme. The connect mode that worked, CONNECT_AUTO when none did.
+    // libcommon chooses the scheme. Returns the connect mode that worked, CONNECT_AUTO when none did.
     int sendAutomatically() const {
         ConnectMode mode = CONNECT_AUTO;
         const int result =
@@ -42,7 +42,7 @@ public:
     }
 
 private:
-    // An address that can't be read gives an empty host, to which every request fails.
+    // An unreadable address gives an empty host, and the request then fails.
     std::string split(unsigned short& port) const {
         std::string host;
         splitAddress(address_, host, port);
@@ -55,8 +55,8 @@ private:
     std::string path_;
 };
 
-void waitInVain() {
-    const OpenSignals open; // a shutdown must still be possible
+void pauseBetweenTests() {
+    const OpenSignals open; // a shutdown must be possible
     const timespec pause{0, 10'000'000};
     nanosleep(&pause, nullptr);
 }
@@ -87,12 +87,12 @@ void gotoPtzPreset(int sourceIndex) {
         case CONNECT_HTTPS:
             sent = request.sendHttps();
             break;
-        default: // kept: a mode that names no way to send is tested for ever
-            waitInVain();
+        default: // kept: any other mode is tested without end
+            pauseBetweenTests();
             continue;
         }
         if (sent)
             return;
-        entry->connectMode = CONNECT_AUTO; // the next pass asks libcommon to find the way anew
+        entry->connectMode = CONNECT_AUTO; // in the next pass libcommon finds the mode again
     }
 }

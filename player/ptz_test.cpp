@@ -50,7 +50,7 @@ protected:
         return list;
     }
 
-    // Runs the goto with that mode; the mode that the entry has afterwards.
+    // Runs the goto with this mode. Returns the mode that the entry has afterwards.
     static int modeAfterGoto(int mode) {
         SourceEntry& entry = fake::addSource(1, "key");
         entry.connectMode = mode;
@@ -146,7 +146,7 @@ TEST_F(PtzPreset, NothingIsLoggedWhateverHappens) {
     EXPECT_THAT(fake::log, IsEmpty());
 }
 
-// Goes on until the alarm ends it; a request would end it with status 1 before.
+// Runs until the alarm ends it; a request would end it earlier with status 1.
 void gotoWithModeUntilTheAlarm(int mode) {
     fake::onRequest = [](const fake::Request&) -> fake::Reply { _exit(1); };
     const itimerval timer{{0, 0}, {0, 50'000}};

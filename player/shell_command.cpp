@@ -12,7 +12,7 @@ extern char** environ;
 
 namespace {
 
-// Starts the shell with no signal blocked. 0 or an errno value.
+// Starts the shell with no signal blocked. Returns 0 or an errno value.
 int spawnShell(const char* command, pid_t& pid) {
     posix_spawnattr_t attributes;
     if (const int error = posix_spawnattr_init(&attributes))
@@ -38,7 +38,7 @@ int runShellCommand(const char* command) {
     }
     int status = 0;
     const OpenSignals open; // a command may never end; SIGINT ends the supervisor all the same
-    // A handler that runs meanwhile must not leave a zombie that nobody waits for.
+    // After an interruption by a handler it waits again, so that no zombie is left.
     while (waitpid(pid, &status, 0) == -1)
         if (errno != EINTR)
             return -1;

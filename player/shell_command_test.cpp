@@ -65,7 +65,7 @@ TEST(ShellCommand, WaitGoesOnAfterAHandlerRan) {
 }
 
 TEST(ShellCommand, FailureToStartIsMinusOneWithErrno) {
-    const std::string tooLong(4 << 20, 'x'); // more than the kernel takes as one argument
+    const std::string tooLong(4 << 20, 'x'); // longer than the kernel accepts for one argument
     errno = 0;
     EXPECT_EQ(runShellCommand(tooLong.c_str()), -1);
     EXPECT_EQ(errno, E2BIG);

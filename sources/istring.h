@@ -1,5 +1,4 @@
-// Parameter names are case-insensitive strings; the type belongs to the library that returns them in its
-// maps.
+// The case-insensitive string type of parameter names. libcommon defines it, because its maps have it as their key.
 #pragma once
 
 #include <libcommon/istring.h>

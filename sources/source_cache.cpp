@@ -19,27 +19,25 @@ namespace {
 
 using Cache = std::map<std::string, std::unique_ptr<SourceEntry>>;
 
-// All process-wide state of this file: one entry per source key, empty at start, used by the main thread
-// alone. Never destroyed: the shutdown handler ends the process in the middle of whatever the main thread
-// does.
+// All process-wide state of this file: one entry for each source key, empty at start. Main thread only. Never
+// destroyed, because the shutdown handler may end the process while the main thread uses it.
 Cache& cache() {
     static Cache& entries = *new Cache;
     return entries;
 }
 
-// What a detection publishes, in the order in which it is cleared and copied. "ImageRotation" is deliberately
-// not among them: it is neither copied to a source that shares the entry nor cleared when the entry is
-// forgotten.
+// The status values of a detection, in the order in which they are cleared and copied. kept: "ImageRotation" is not
+// one of them; it is neither copied to a source that shares the entry nor cleared when the entry is forgotten.
 constexpr std::array detectionKeys{
     "NumberOfVideoSources", "VideoSourceType", "ConnectMode", "Audio",     "AudioFormat",
     "APIVersion",           "Model",           "BitRate",     "FrameRate", "Resolution"};
 
-// The record of a source that exists; unlike an empty record, no value says that the index names no source.
+// The record of a source. No value when the index names no source, which an empty record would not tell.
 std::optional<SourceParams> findSource(int index) {
-    std::vector<SourceParams> sources = readSources();
+    const SubGroups sources = readSources();
     if (index < 0 || static_cast<std::size_t>(index) >= sources.size())
         return std::nullopt;
-    return std::move(sources[static_cast<std::size_t>(index)]);
+    return sources[static_cast<std::size_t>(index)];
 }
 
 int decimal(const std::string& text) {
@@ -84,7 +82,8 @@ SourceEntry* getSourceEntry(int index) {
     std::optional<SourceParams> params = findSource(index);
     if (!params)
         return nullptr;
-    std::unique_ptr<SourceEntry>& slot = cache()[sourceKey(*params)];
+    const std::string key = sourceKey(*params);
+    std::unique_ptr<SourceEntry>& slot = cache()[key];
     if (!slot)
         slot = std::make_unique<SourceEntry>();
     if (slot->detectedOK) {
@@ -95,6 +94,9 @@ SourceEntry* getSourceEntry(int index) {
     if (!detectSource(*slot, index)) {
         status(index, "ErrorCode", "");
         invalidateSource(index);
+        // The sources may have changed during the detection, and the index then leads to another key. The entry
+        // that was filled must not stay in any case.
+        cache().erase(key);
         return nullptr;
     }
     return slot.get();
@@ -111,8 +113,8 @@ void invalidateSource(int index) {
 }
 
 void flushSourceCache() {
-    // The lock spans the emptying: no process may change a source between the forgetting of what was detected
-    // and the dropping of the status values that belonged to it.
+    // The lock is held during both steps, so that no process can change a source after its entry is deleted and before
+    // its status values are dropped.
     userOpenAndLockParamFile(0, 1);
     cache().clear();
     syncEncoderInfo();

@@ -1,8 +1,8 @@
 // The source cache: one detected entry per distinct encoder input.
 //
-// Keyed by the source key, so that sources which are the same input of the same encoder share one detection.
-// The cache owns its entries. Every operation reads the source list afresh and takes a source index; an index
-// that names no source does nothing. Main thread only: no lock.
+// The key is the source key, so sources that are the same input of the same encoder share one detection. The cache owns
+// its entries. Each operation reads the source list afresh and takes a source index; an index that names no source does
+// nothing. Main thread only: no lock.
 #pragma once
 
 #include "sources/source_entry.h"
@@ -15,9 +15,9 @@ std::string getSourceKey(int index);
 // Whether the source's key is cached with a usable entry.
 bool isSourceDetected(int index);
 
-// The entry to play the source from; detects the encoder first when it is not known, which may take seconds.
-// Null for an index that names no source and for an interrupted detection; otherwise look at detectedOK. The
-// pointer is valid until the next invalidateSource of the same key or flushSourceCache.
+// Returns the entry to play the source from. Detects an unknown encoder first, which may take seconds. Null for an
+// index that names no source and after an interrupted detection; otherwise detectedOK says whether the entry is
+// usable. The pointer is valid until the next invalidateSource of the same key or flushSourceCache.
 SourceEntry* getSourceEntry(int index);
 
 // Forgets what is known about the source: the next getSourceEntry detects it again.

@@ -211,6 +211,41 @@ TEST_F(SourceCacheTest, AnInterruptedDetectionLeavesNothingBehind) {
     EXPECT_EQ(seen.rtspHost, "");
 }
 
+TEST_F(SourceCacheTest, AnInterruptedDetectionLeavesNothingBehindWhenTheSourcesChangedMeanwhile) {
+    fake::onDetectSource = [](SourceEntry& entry, int) {
+        entry.rtspHost = "half";
+        fake::sources.insert(fake::sources.begin(), SourceParams{{"Address", "new"}});
+        return false;
+    };
+    EXPECT_EQ(getSourceEntry(0), nullptr);
+    SourceEntry seen;
+    fake::onDetectSource = [&](SourceEntry& entry, int) {
+        seen = entry;
+        return true;
+    };
+    ASSERT_EQ(getSourceKey(1), "cam#1#mjpeg") << "the source has another index now";
+    getSourceEntry(1);
+    EXPECT_EQ(seen.rtspHost, "") << "the half-detected entry was used again";
+}
+
+TEST_F(SourceCacheTest, AnInterruptedDetectionLeavesNothingBehindWhenItsSourceIsGone) {
+    fake::onDetectSource = [](SourceEntry& entry, int) {
+        entry.rtspHost = "half";
+        fake::sources.clear();
+        return false;
+    };
+    const std::vector<SourceParams> before = fake::sources;
+    EXPECT_EQ(getSourceEntry(2), nullptr);
+    fake::sources = before;
+    SourceEntry seen;
+    fake::onDetectSource = [&](SourceEntry& entry, int) {
+        seen = entry;
+        return true;
+    };
+    getSourceEntry(2);
+    EXPECT_EQ(seen.rtspHost, "");
+}
+
 TEST_F(SourceCacheTest, InvalidatingOneOfTwoSharersForgetsTheEntryButNotTheOthersStatusValues) {
     acceptWith("Vexo 1");
     getSourceEntry(0);

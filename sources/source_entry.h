@@ -1,8 +1,10 @@
-// What is known about one encoder input once it was detected.
+// A source entry: what is known about an encoder input after its detection.
 //
-// Owned by the source cache, which hands it out by pointer; filled by the detection; read where players are
-// started and PTZ requests sent. Main thread (and, after a fork, the child that becomes the player).
+// The source cache owns the entries and hands out pointers. The detection fills them; launching a player and sending
+// a PTZ request read them. Main thread.
 #pragma once
+
+#include "sources/stream_kinds.h"
 
 #include <cstdint>
 #include <string>
@@ -16,25 +18,13 @@ struct SourceEntry {
     int configuredType = 0;  // "VideoSourceType" as an index; 0 automatic, -1 unknown text
     bool detectedOK = false; // the entry is usable
     int errorCode = 0;
-    int detectedType = 0; // index into videoSourceTypeString
+    int detectedType = 0; // a StreamType
     bool audioAvailable = false;
     int connectMode = 0;  // index into connectModeString
     int recoveryStep = 0; // 0 when the entry is filled
-    std::string rtspHost; // host and port that the player is to use, whatever the kind of stream
+    std::string rtspHost; // host and port for the player, for every kind of stream
     std::uint16_t rtspPort = 0;
     std::string audioHost;
     std::uint16_t audioPort = 0;
     std::string streamOptions; // camera selection of an MJPEG source: "camera=2", "quad=1"
-};
-
-// Kinds of stream: indices into videoSourceTypeString.
-enum StreamType : int {
-    TYPE_AUTO = 0,
-    TYPE_MJPEG = 1,
-    TYPE_MPEG2 = 2,
-    TYPE_SDP = 3,
-    TYPE_RTSP_UNICAST = 4,
-    TYPE_RTSP_MULTICAST = 5,
-    TYPE_RTSP_TCP = 6,
-    TYPE_RTSP_HTTP = 7,
 };

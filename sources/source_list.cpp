@@ -19,7 +19,7 @@ void readMode(const ParamWrapper& parameters) {
         logmsg(2, "Illegal mode '%s' in Decoder.SequenceMode!", text.c_str());
 }
 
-// On a copy: the look-ups insert missing keys, which must not show in the list that is kept.
+// On a copy, because the look-ups insert missing keys.
 bool isEnabled(SourceParams params, int mode) {
     const char* key = mode == MODE_AUTO ? "AutoEnabled" : "ManualEnabled";
     return params[key] == "yes" && !params["Address"].empty();

@@ -1,4 +1,4 @@
-// Which sources are enabled in the mode that is configured.
+// The sources that are enabled in the configured mode.
 #pragma once
 
 #include <libcommon/params.h>
@@ -7,11 +7,11 @@
 #include <vector>
 
 struct SourceList {
-    std::vector<SourceParams> configured; // every source; the position is the source index
-    std::vector<int> enabled;             // indices usable in the mode, ascending
-    std::int64_t autoDetectTimeout = 0;   // microseconds
+    SubGroups configured;               // every source; the position is the source index
+    std::vector<int> enabled;           // indices usable in the mode, ascending
+    std::int64_t autoDetectTimeout = 0; // microseconds
 };
 
-// Reads "Decoder.SequenceMode" and sets the mode (an unknown text is logged and keeps it), then reads the
-// source list afresh. Main thread.
+// Reads "Decoder.SequenceMode" and sets the mode; an unknown text is logged and the mode is kept. Then reads the source
+// list afresh. Main thread.
 SourceList buildSourceList();

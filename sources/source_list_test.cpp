@@ -90,7 +90,7 @@ TEST_F(SourceListTest, NoSourcesGiveAnEmptyListAndTheCount) {
 
 TEST_F(SourceListTest, TheConfiguredListIsKeptAsTheFileHasIt) {
     fake::sources = {{{"Address", "a"}}, {{"Name", "without address"}}};
-    EXPECT_EQ(buildSourceList().configured, fake::sources);
+    EXPECT_EQ(std::vector<SourceParams>(buildSourceList().configured), fake::sources);
 }
 
 TEST_F(SourceListTest, TheDetectionTimeoutIsKeptInMicroseconds) {

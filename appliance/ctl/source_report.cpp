@@ -81,7 +81,7 @@ nlohmann::json asObject(const std::vector<std::pair<std::string, std::string>>& 
 
 std::vector<SourceReport> readSourceReports() {
     std::vector<SourceReport> reports;
-    for (SourceParams& params : getSubGroups(0, "Encoder")) {
+    for (SourceParams params : getSubGroups(0, "Encoder")) {
         reports.push_back(makeReport(static_cast<int>(reports.size()), params));
     }
     return reports;

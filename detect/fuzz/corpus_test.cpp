@@ -1,4 +1,4 @@
-// The fuzzers' corpora run in every build, each file whole and cut at every byte.
+// Runs the fuzzers' corpora in every build: each file whole and cut at every byte.
 #include "detect/fuzz/targets.h"
 
 #include <algorithm>

@@ -1,4 +1,4 @@
-// libFuzzer's entry to the target that the build names.
+// The entry point of libFuzzer; the build names the target.
 #include "detect/fuzz/targets.h"
 
 extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size) {

@@ -18,7 +18,7 @@ void require(bool promise) {
         std::abort();
 }
 
-// The bytes in memory of exactly their size, so that a sanitizer sees every step beyond them.
+// A copy in memory of exactly this size, so that a sanitizer reports any access beyond it.
 std::vector<char> copyOf(const std::uint8_t* data, std::size_t size) {
     return {data, data + size};
 }

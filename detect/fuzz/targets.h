@@ -8,5 +8,5 @@
 int fuzzSdp(const std::uint8_t* data, std::size_t size);
 int fuzzTransport(const std::uint8_t* data, std::size_t size);
 
-// The first byte tells how long the parameter's name is, the name follows, then the reply.
+// The first byte is the length of the parameter's name; the name and the reply follow.
 int fuzzParameterReply(const std::uint8_t* data, std::size_t size);

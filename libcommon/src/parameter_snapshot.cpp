@@ -1,8 +1,16 @@
 #include "libcommon/src/parameter_snapshot.h"
 
+#include <utility>
+
 std::string_view ParameterSnapshot::value(std::string_view name) const {
-    const auto found = values.find(local::splitName(name));
-    return found == values.end() ? std::string_view{} : found->second;
+    const auto [section, key] = local::splitName(name);
+    const auto found = sectionPositions.find(section);
+    std::string_view latest;
+    if (found != sectionPositions.end())
+        for (std::uint32_t at = sections[found->second].first; at != none; at = values[at].next)
+            if (local::NameEqual{}(values[at].key, key))
+                latest = values[at].value;
+    return latest;
 }
 
 namespace local {
@@ -18,18 +26,46 @@ void complain(std::vector<Complaint>& complaints, std::size_t& more, const IniLi
 
 } // namespace
 
+namespace {
+
+// Fills a snapshot section by section.
+class Filler {
+public:
+    explicit Filler(ParameterSnapshot& snapshot) : snapshot_(snapshot) {}
+
+    void enterSection(std::string_view name) {
+        const auto next = static_cast<std::uint32_t>(snapshot_.sections.size());
+        const auto [at, isNew] = snapshot_.sectionPositions.try_emplace(name, next);
+        if (isNew)
+            snapshot_.sections.push_back({.name = name});
+        current_ = at->second;
+    }
+
+    void add(const IniLine& line) {
+        if (current_ == ParameterSnapshot::none) // above every section line
+            enterSection(line.section);
+        const auto position = static_cast<std::uint32_t>(snapshot_.values.size());
+        snapshot_.values.push_back({.key = line.key, .value = line.value});
+        ParameterSnapshot::Section& section = snapshot_.sections[current_];
+        if (section.first == ParameterSnapshot::none)
+            section.first = position;
+        else
+            snapshot_.values[section.last].next = position;
+        section.last = position;
+    }
+
+private:
+    ParameterSnapshot& snapshot_;
+    std::uint32_t current_ = ParameterSnapshot::none; // position of the section that the lines belong to
+};
+
+} // namespace
+
 std::vector<Complaint> parse(std::string text, ParameterSnapshot& snapshot) {
     snapshot.text = std::move(text);
-    std::unordered_map<std::string_view, std::size_t, NameHash, NameEqual> positions;
-    const auto sectionOf = [&](std::string_view name) -> ParameterSnapshot::Section& {
-        const auto [at, isNew] = positions.try_emplace(name, snapshot.sections.size());
-        if (isNew)
-            snapshot.sections.push_back({name, {}});
-        return snapshot.sections[at->second];
-    };
-
     std::vector<Complaint> complaints;
     std::size_t more = 0;
+    Filler filler(snapshot);
     IniReader reader(snapshot.text);
     for (IniLine line; reader.next(line);) {
         switch (line.kind) {
@@ -37,11 +73,10 @@ std::vector<Complaint> parse(std::string text, ParameterSnapshot& snapshot) {
         case LineKind::comment:
             break;
         case LineKind::section:
-            sectionOf(line.section);
+            filler.enterSection(line.section);
             break;
         case LineKind::key:
-            sectionOf(line.section).values.emplace_back(line.key, line.value);
-            snapshot.values.insert_or_assign({line.section, line.key}, line.value);
+            filler.add(line);
             break;
         case LineKind::skipped:
             line.reason = "it is below a section line that can't be read";
@@ -57,19 +92,29 @@ std::vector<Complaint> parse(std::string text, ParameterSnapshot& snapshot) {
     return complaints;
 }
 
-std::vector<SourceParams> subGroups(const ParameterSnapshot& snapshot, std::string_view group) {
-    std::vector<SourceParams> groups;
-    for (const ParameterSnapshot::Section& section : snapshot.sections) {
-        const std::size_t length = group.size();
-        if (section.name.size() <= length + 1 || section.name[length] != '.' ||
-            !NameEqual{}(section.name.substr(0, length), group))
-            continue;
-        SourceParams& params = groups.emplace_back();
-        for (const auto& [key, value] : section.values)
-            params[istring(key.data(), key.size())] = value;
-        params.try_emplace("Name", section.name.substr(length + 1));
+Sections::Sections(std::shared_ptr<const ParameterSnapshot> snapshot, std::string_view group)
+    : snapshot_(std::move(snapshot)), group_(group) {
+    const std::size_t length = group.size();
+    for (std::uint32_t at = 0; at < snapshot_->sections.size(); ++at) {
+        const std::string_view name = snapshot_->sections[at].name;
+        if (name.size() > length + 1 && name[length] == '.' && NameEqual{}(name.substr(0, length), group))
+            positions_.push_back(at);
     }
-    return groups;
+}
+
+bool Sections::are(const ParameterSnapshot& snapshot, std::string_view group) const {
+    return snapshot_.get() == &snapshot && group_ == group;
+}
+
+SourceParams Sections::record(std::size_t position) const {
+    const ParameterSnapshot::Section& section = snapshot_->sections[positions_[position]];
+    SourceParams params;
+    for (std::uint32_t at = section.first; at != ParameterSnapshot::none; at = snapshot_->values[at].next) {
+        const ParameterSnapshot::Value& line = snapshot_->values[at];
+        params[istring(line.key.data(), line.key.size())] = line.value;
+    }
+    params.try_emplace("Name", section.name.substr(group_.size() + 1));
+    return params;
 }
 
 } // namespace local

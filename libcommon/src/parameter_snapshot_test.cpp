@@ -107,18 +107,18 @@ TEST(ParameterSnapshot, AFileOfGarbageComplainsFiftyTimesAndCountsTheRest) {
 }
 
 TEST(ParameterSnapshot, SubGroupsComeInFileOrderWithTheirNames) {
-    ParameterSnapshot snapshot;
+    const auto snapshot = std::make_shared<ParameterSnapshot>();
     parse("[Encoder.Gate]\nAddress = 10.0.0.1\naddress = 10.0.0.2\n[Decoder]\nx = 1\n[encoder.Yard]\nName = "
           "The yard\n"
           "[Encoder.10.0.0.9]\n[Encoders.No]\n[Encoder]\nx = 1\n[Encoder.GATE]\nPort = 8\n",
-          snapshot);
-    const auto groups = local::subGroups(snapshot, "Encoder");
+          *snapshot);
+    const SubGroups groups(std::make_shared<const local::Sections>(snapshot, "Encoder"));
     ASSERT_EQ(groups.size(), 3U);
     EXPECT_EQ(groups[0], (SourceParams{{"Address", "10.0.0.2"}, {"Name", "Gate"}, {"Port", "8"}}));
     EXPECT_EQ(groups[1], (SourceParams{{"Name", "The yard"}}));
     EXPECT_EQ(groups[2], (SourceParams{{"Name", "10.0.0.9"}}));
-    EXPECT_TRUE(local::subGroups(snapshot, "Camera").empty());
-    EXPECT_TRUE(local::subGroups(snapshot, "").empty());
+    EXPECT_TRUE(local::Sections(snapshot, "Camera").size() == 0);
+    EXPECT_TRUE(local::Sections(snapshot, "").size() == 0);
 }
 
 } // namespace

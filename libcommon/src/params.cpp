@@ -1,5 +1,6 @@
 #include <libcommon/params.h>
 
+#include "libcommon/src/fork_safe_mutex.h"
 #include "libcommon/src/parameter_files.h"
 #include "libcommon/src/parameter_lock.h"
 #include "libcommon/src/parameter_snapshot.h"
@@ -12,8 +13,26 @@
 #include <cstdlib>
 #include <cstring>
 #include <limits>
+#include <mutex>
 
 namespace {
+
+// The list that was asked for last. The supervisor asks for its sources several times while it changes from one to
+// another; finding them in a file of thousands takes longer than all the rest. Read and written by any thread under
+// the mutex; never destroyed.
+local::ForkSafeMutex& listMutex = *new local::ForkSafeMutex;
+std::shared_ptr<const local::Sections>& lastList = *new std::shared_ptr<const local::Sections>;
+
+std::shared_ptr<const local::Sections> knownList(const ParameterSnapshot& snapshot, std::string_view group) {
+    const std::lock_guard guard(listMutex);
+    return lastList != nullptr && lastList->are(snapshot, group) ? lastList : nullptr;
+}
+
+// The earlier list may be the last owner of a snapshot. It is destroyed with the parameter, after the unlocking.
+void keepList(std::shared_ptr<const local::Sections> list) {
+    const std::lock_guard guard(listMutex);
+    lastList.swap(list);
+}
 
 std::string_view viewOf(const char* text) {
     return text == nullptr ? std::string_view{} : std::string_view{text};
@@ -73,10 +92,16 @@ Param ParamWrapper::operator[](const char* name) const {
     return {fileId_, std::string(viewOf(name)), snapshot_};
 }
 
-std::vector<SourceParams> getSubGroups(int fileId, const char* group) {
+SubGroups getSubGroups(int fileId, const char* group) {
     if (!local::isParameterFile(fileId))
         logmsg(3, "There is no parameter file %d.", fileId);
-    return local::subGroups(*local::currentParameters(fileId), viewOf(group));
+    const auto snapshot = local::currentParameters(fileId);
+    auto list = knownList(*snapshot, viewOf(group));
+    if (list == nullptr) {
+        list = std::make_shared<const local::Sections>(snapshot, viewOf(group));
+        keepList(list);
+    }
+    return SubGroups(std::move(list));
 }
 
 int userOpenAndLockParamFile(int fileId, int exclusive) {

@@ -158,6 +158,25 @@ TEST_F(Params, SourcesComeInFileOrder) {
     EXPECT_TRUE(getSubGroups(0, nullptr).empty());
 }
 
+TEST_F(Params, AListOfSourcesIsThatOfItsMoment) {
+    conf("[Encoder.Gate]\nAddress = 10.0.0.1\n[Encoder.Yard]\n[Camera.Roof]\n");
+    const SubGroups before = getSubGroups(0, "Encoder");
+    EXPECT_EQ(getSubGroups(0, "Camera").size(), 1U);
+    EXPECT_EQ(getSubGroups(0, "encoder").size(), 2U) << "a group's name ignores case, too";
+    conf("[Encoder.Pier]\nAddress = 10.0.0.3\n");
+    const SubGroups after = getSubGroups(0, "Encoder");
+    ASSERT_EQ(before.size(), 2U);
+    EXPECT_EQ(before[0].at("Address"), "10.0.0.1");
+    ASSERT_EQ(after.size(), 1U);
+    EXPECT_EQ(after[0].at("Name"), "Pier");
+    std::vector<std::string> names;
+    for (SourceParams source : before)
+        names.push_back(source["Name"]);
+    EXPECT_EQ(names, (std::vector<std::string>{"Gate", "Yard"}));
+    EXPECT_EQ(std::vector<SourceParams>(before).at(1), before[1]);
+    EXPECT_TRUE(SubGroups().empty());
+}
+
 TEST_F(Params, ThereAreTwoFiles) {
     for (const int fileId : {-1, 2, INT_MAX, INT_MIN}) {
         clearLog();

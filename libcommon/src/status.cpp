@@ -38,14 +38,15 @@ std::string statusOwnerPath(int index) {
     return statusFolder(index) + ".source";
 }
 
-std::string configuredSource(const std::vector<SourceParams>& sources, std::size_t index) {
+std::string configuredSource(const SubGroups& sources, std::size_t index) {
     if (index >= sources.size())
         return "";
+    const SourceParams source = sources[index];
     std::string text;
     for (const char* key : {"Address", "VideoSourceNumber", "VideoSourceType"}) {
-        const auto found = sources[index].find(key);
+        const auto found = source.find(key);
         text += *key == 'A' ? "" : "#";
-        text += found == sources[index].end() ? "" : found->second;
+        text += found == source.end() ? "" : found->second;
     }
     return text;
 }

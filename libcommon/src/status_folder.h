@@ -22,6 +22,6 @@ std::string statusFolder(int index);
 std::string statusOwnerPath(int index);
 
 // The source that is configured under the index now; "" when there is none.
-std::string configuredSource(const std::vector<SourceParams>& sources, std::size_t index);
+std::string configuredSource(const SubGroups& sources, std::size_t index);
 
 } // namespace local

@@ -1,5 +1,6 @@
 // Bringing the status store in line with the configured sources.
 #include "libcommon/src/parameter_files.h"
+#include "libcommon/src/parameter_snapshot.h"
 #include "libcommon/src/status_folder.h"
 
 #include <libcommon/log.h>
@@ -56,7 +57,7 @@ void dropValues(int index) {
         logmsg(3, "Failed to remove %s. (errno=%d %s)", folder.c_str(), errno, std::strerror(errno));
 }
 
-void syncFolder(int index, const std::vector<SourceParams>& sources) {
+void syncFolder(int index, const SubGroups& sources) {
     const std::string source = configuredSource(sources, static_cast<std::size_t>(index));
     std::string owner;
     const bool known = readSmallFile(statusOwnerPath(index), maximumOwner, owner);
@@ -79,7 +80,7 @@ void syncEncoderInfo() {
     const auto parameters = currentParameters(0);
     if (!parameters->readable) // an unreadable file does not mean that there are no sources
         return;
-    const std::vector<SourceParams> sources = subGroups(*parameters, "Encoder");
+    const SubGroups sources(std::make_shared<const Sections>(parameters, "Encoder"));
     const LockedFile lock(statusLockPath().c_str());
     if (!lock) {
         logmsg(3,

@@ -1,4 +1,4 @@
-// A detection for unit tests, linked in place of detect: the test says how it ends.
+// A detection for unit tests, linked in place of detect. The test says how it ends.
 // Call fake::resetDetect() after fake::reset().
 //
 // Recorded in fake::calls as detectSource(3) when entry and status agree on the source, else

@@ -126,7 +126,7 @@ int takeEvent(Event* out, const SelectionWord* words, std::size_t count, bool wa
         if (!wait)
             return -1;
         if (!fake::onWait || !fake::onWait())
-            throw fake::WouldBlock("getNextEvent(" + selection.text + ") would wait for ever");
+            throw fake::WouldBlock("getNextEvent(" + selection.text + ") would never end");
     }
     return 0;
 }

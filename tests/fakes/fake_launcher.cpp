@@ -26,7 +26,7 @@ void sleepSeconds(int seconds) {
         fake::onSleepSeconds(seconds);
 }
 
-// In place of the C library's.
+// Replaces the C library's function.
 extern "C" int __res_init() noexcept {
     fake::calls.emplace_back("__res_init()");
     return 0;

@@ -1,5 +1,5 @@
-// What the state machine does to the world outside, for unit tests: no signal is sent, nobody sleeps, no
-// resolver configuration is read. Link it before the library `process`, whose sleep it replaces.
+// Replaces the state machine's effects on the rest of the system in unit tests: no signal is sent, no time is slept
+// and no resolver configuration is read. Link it before the library `process`, whose sleep it replaces.
 //
 // Recorded in fake::calls as signalPlayer(100,1)  sleepSeconds(2)  __res_init()
 #pragma once
@@ -14,7 +14,7 @@ namespace fake {
 
 void resetLauncher();
 
-// Run after the call was recorded; default nothing.
+// Called after the call was recorded; nothing by default.
 extern std::function<void(int pid, int signo)> onSignalPlayer;
 extern std::function<void(int seconds)> onSleepSeconds;
 

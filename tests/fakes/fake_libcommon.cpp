@@ -152,8 +152,22 @@ Param ParamWrapper::operator[](const char* name) const {
     return {fileId_, name, nullptr};
 }
 
-std::vector<SourceParams> getSubGroups(int, const char*) {
-    return fake::sources;
+namespace {
+
+class FakeSubGroups : public SubGroupList {
+public:
+    explicit FakeSubGroups(std::vector<SourceParams> records) : records_(std::move(records)) {}
+    std::size_t size() const override { return records_.size(); }
+    SourceParams record(std::size_t position) const override { return records_.at(position); }
+
+private:
+    std::vector<SourceParams> records_;
+};
+
+} // namespace
+
+SubGroups getSubGroups(int, const char*) {
+    return SubGroups(std::make_shared<const FakeSubGroups>(fake::sources));
 }
 int userOpenAndLockParamFile(int fileId, int exclusive) {
     fake::recordf("lockParamFile(%d,%d)", fileId, exclusive);

@@ -1,11 +1,11 @@
-// A libcommon for unit tests, linked in place of the real one: everything it is asked is remembered, everything
-// it answers is set by the test. Call fake::reset() first in every test (fixture constructor).
+// A libcommon for unit tests, linked in place of the real one. It records each call, and the test sets each answer.
+// Call fake::reset() first in every test (fixture constructor).
 //
-// All effects stand in one ordered list, fake::calls, as texts such as
+// All effects are in one ordered list, fake::calls, as texts such as
 //   param(0) Decoder.Connected=yes      status(3) ErrorCode=0        osdPrintf(0,0) No connection...
 //   osdClear(1)   osdBlank()   set_led(2,3,3)   semaphoreSet(2001,0)  sendEvent(2,117,9)  syncEncoderInfo()
 //   lockParamFile(0,1)  unlockParamFile(0,1)  clearEventQueue()  initEventQueue()  removeEventQueue()
-// Log lines stand in fake::log. Where a hook is empty, the default beside it holds.
+// Log lines are in fake::log. An empty hook has the default that is named beside it.
 #pragma once
 
 #include <libcommon/libcommon.h>
@@ -39,7 +39,7 @@ struct Request {
     int timeout = 0;
 };
 
-// What a request gets. A body longer than the buffer is cut; `result` overrides the byte count when set.
+// The reply to a request. A body longer than the buffer is cut; `result`, if set, replaces the byte count.
 struct Reply {
     std::string body;
     int result = useBodySize;
@@ -52,7 +52,7 @@ struct Reply {
 void reset();
 
 extern std::vector<std::string> calls;
-extern std::vector<LogLine> log; // guarded by a lock inside logmsg; read it when the other threads are done
+extern std::vector<LogLine> log; // logmsg locks it; read it when the other threads have ended
 bool logged(int level, const std::string& text);
 
 // Parameters. Every write goes to `calls` too.
@@ -70,7 +70,7 @@ extern std::function<std::int64_t()> onGetTime; // default: now
 // Events.
 extern std::vector<Event> sentEvents;
 extern int sendEventResult;             // default 0
-extern std::deque<Event> waitingEvents; // what waitEvent hands out; empty: -1
+extern std::deque<Event> waitingEvents; // the events that waitEvent returns; empty: -1
 extern std::function<int(Event*)> onWaitEvent;
 extern std::function<int(const Event*)> onSendEvent;
 
@@ -80,7 +80,8 @@ extern std::function<Reply(const Request&)> onRequest;                          
 extern std::function<int(const std::string&, unsigned short, bool, int)> onConnectTCP; // default -1
 extern std::function<int(const std::string&, unsigned short, bool)> onConnectUDP;      // default -1
 extern std::function<int(int, ResponseHeader&)> onParseResponseHeader;                 // default -1
-extern std::function<int(int, const void*, std::size_t)> onWriteFD; // default: remembers in `written`, 1
+extern std::function<int(int, const void*, std::size_t)>
+    onWriteFD; // default: appends to `written`, returns 1
 extern std::string written;
 extern bool interrupted;
 

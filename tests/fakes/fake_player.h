@@ -1,4 +1,4 @@
-// Players for unit tests, linked in place of the player folder: nothing is started, everything is remembered.
+// Players for unit tests, linked in place of the player folder. Nothing is started, each call is recorded.
 // Call fake::resetPlayer() after fake::reset().
 //
 // Recorded in fake::calls as
@@ -17,13 +17,13 @@ namespace fake {
 
 void resetPlayer();
 
-// The pid of the next player of the default launch, which counts up; resetPlayer sets 1000.
+// The pid of the next player of the default launch; it counts up from 1000, which resetPlayer sets.
 extern int nextPlayerPid;
 
 // Default: -1 for a null or undetected entry, else nextPlayerPid++.
 extern std::function<int(SourceEntry*)> onLaunchPlayer;
 
-// Run after the call was recorded; default nothing.
+// Called after the call was recorded; nothing by default.
 extern std::function<void(int sourceIndex)> onGotoPtzPreset;
 extern std::function<void(int sourceIndex, const Event* event)> onHandleError;
 

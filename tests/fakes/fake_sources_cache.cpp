@@ -20,7 +20,7 @@ SourceEntry& addSource(int index, const std::string& key) {
 
 namespace {
 
-// The detected source with that key, or null.
+// The detected source with this key, or null.
 CachedSource* detectedSource(const std::string& key) {
     for (auto& [index, source] : cachedSources)
         if (source.key == key && source.detected)

@@ -27,7 +27,7 @@ bool writeFile(const char* file, const std::string& text) {
     return written;
 }
 
-// As the user that we are, root inside a user namespace of our own may have a network of its own.
+// A user namespace makes an ordinary user root inside it, who may create a network namespace.
 std::string enterAsUser() {
     const unsigned uid = getuid();
     const unsigned gid = getgid();

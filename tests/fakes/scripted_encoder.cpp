@@ -2,7 +2,7 @@
 
 #include "detect/detection.h"
 #include "detect/multicast_group.h"
-#include "detect/network_wait.h"
+#include "detect/probe_wait.h"
 #include "detect/rtsp_transport_wait.h"
 #include "player/port_pairs.h"
 
@@ -17,14 +17,14 @@
 namespace detect_test {
 namespace {
 
-// The encoder's part in one run.
+// The encoder in one run.
 class Encoder {
 public:
     Encoder(const Case& one, Disturbance disturbance, std::size_t where)
         : case_(one), disturbance_(disturbance), where_(where) {}
 
-    // Plays the next exchange, which must be this request. Null: it fails, because of a disturbance or
-    // because it was not expected.
+    // Plays the next exchange, which must be this request. Null: it fails because of a disturbance, or because the
+    // request was not expected.
     const Exchange* play(const std::string& request) {
         if (disturbed_ && disturbance_ == Disturbance::NetworkInterrupted) {
             afterwards_ += request.starts_with("LEAVE") ? 0 : 1;
@@ -53,7 +53,7 @@ public:
     int sequenceBegan() const { return firstSequence_; }
 
     const Exchange* lastRtsp = nullptr; // what the next answer is read from
-    int connection = -1;                // the RTSP connection opened last
+    int connection = -1;                // the RTSP connection that was opened last
 
 private:
     // True: the exchange fails.
@@ -67,7 +67,8 @@ private:
         return true;
     }
 
-    // Files count sequence numbers from 0, a process that runs several cases does not: the first one tells.
+    // Case files count sequence numbers from 0. A process that runs several cases goes on counting, so the first
+    // request of a case gives the offset.
     bool matches(const std::string& expected, const std::string& actual) {
         const int expectedNumber = sequenceNumber(expected);
         const int actualNumber = sequenceNumber(actual);
@@ -213,7 +214,7 @@ CaseRun runCase(const Case& one, Disturbance disturbance, std::size_t where) {
     encoder = &theEncoder;
     CaseRun run;
     run.entry = one.entry;
-    // Descriptor 0 is a sacrifice: it is closed where RTSP over HTTP is found.
+    // Descriptor 0 is opened for this purpose: a detection that finds RTSP over HTTP closes it.
     const int standardInput = dup(0);
     const int before = openDescriptors();
     testing::internal::CaptureStdout();
@@ -234,7 +235,7 @@ CaseRun runCase(const Case& one, Disturbance disturbance, std::size_t where) {
 
 } // namespace detect_test
 
-// The waits on sockets, in place of the real ones, and the port search.
+// Replaces the waits on sockets and the port search.
 
 namespace detect {
 

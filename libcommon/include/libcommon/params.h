@@ -26,9 +26,12 @@
 
 #include <libcommon/istring.h>
 
+#include <cstddef>
+#include <iterator>
 #include <map>
 #include <memory>
 #include <string>
+#include <utility>
 #include <vector>
 
 // The configuration of one source, name to value, exactly as the file has it.
@@ -78,9 +81,65 @@ private:
     std::shared_ptr<const ParameterSnapshot> snapshot_; // null: fresh
 };
 
-// One map for every section `[GROUP.NAME]` of the file, in file order; the section's NAME is its "Name"
-// unless the section has that key itself. An index into this list is a source index.
-std::vector<SourceParams> getSubGroups(int fileId, const char* group);
+// Where the records of a group come from. The library has one; tests may have their own.
+class SubGroupList {
+public:
+    SubGroupList() = default;
+    SubGroupList(const SubGroupList&) = delete;
+    SubGroupList& operator=(const SubGroupList&) = delete;
+    virtual ~SubGroupList() = default;
+    virtual std::size_t size() const = 0;
+    virtual SourceParams record(std::size_t position) const = 0; // `position` is below size()
+};
+
+// The sections of a group, one record each, in file order. The list is that of the moment when it was asked for. It is
+// cheap to make and to copy however long it is, because a record is built when it is looked at. All inline: a program
+// needs nothing of the library but getSubGroups().
+class SubGroups {
+public:
+    SubGroups() = default; // an empty list
+    explicit SubGroups(std::shared_ptr<const SubGroupList> list) : list_(std::move(list)) {}
+
+    std::size_t size() const { return list_ == nullptr ? 0 : list_->size(); }
+    bool empty() const { return size() == 0; }
+
+    // The record at this position, which is below size(); a new one at each call.
+    SourceParams operator[](std::size_t position) const { return list_->record(position); }
+
+    // All records at once.
+    operator std::vector<SourceParams>() const { return {begin(), end()}; }
+
+    class Iterator {
+    public:
+        using iterator_category = std::input_iterator_tag;
+        using value_type = SourceParams;
+        using difference_type = std::ptrdiff_t;
+        using pointer = const SourceParams*;
+        using reference = SourceParams;
+
+        Iterator(const SubGroups& groups, std::size_t position) : groups_(&groups), position_(position) {}
+        SourceParams operator*() const { return (*groups_)[position_]; }
+        Iterator& operator++() {
+            ++position_;
+            return *this;
+        }
+        void operator++(int) { ++position_; }
+        bool operator==(const Iterator&) const = default;
+
+    private:
+        const SubGroups* groups_;
+        std::size_t position_;
+    };
+    Iterator begin() const { return {*this, 0}; }
+    Iterator end() const { return {*this, size()}; }
+
+private:
+    std::shared_ptr<const SubGroupList> list_; // null: empty
+};
+
+// One record for every section `[GROUP.NAME]` of the file, in file order; the section's NAME is the value of
+// "Name" unless the section has that key itself. An index into this list is a source index.
+SubGroups getSubGroups(int fileId, const char* group);
 
 // Takes the file's lock, `exclusive` 1 for the exclusive one (0 shared); other processes' writes wait
 // meanwhile, this process's own go through, whatever thread makes them. Reading never waits. Calls nest
