@@ -1,6 +1,6 @@
 // Streams that ffmpeg and GStreamer's command line publish, as our players show them and our encoder's gateway
 // hands them on; and a player and ffmpeg side by side on one stream.
-#include "appliance/players/player_test.h"
+#include "appliance/players/testing/player_test.h"
 #include "tests/peers/peer_program.h"
 
 #include <algorithm>

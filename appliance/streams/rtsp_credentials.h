@@ -1,0 +1,34 @@
+// Answers to an encoder's demand for credentials over RTSP.
+#pragma once
+
+#include <string>
+#include <vector>
+
+namespace streams {
+
+class RtspCredentials {
+public:
+    RtspCredentials(std::string user, std::string password);
+
+    // Takes the challenges of a 401 ("WWW-Authenticate" values). True when one can be answered that was not
+    // answered already in the same way: Digest (MD5 or SHA-256) before Basic.
+    bool challenge(const std::vector<std::string>& challenges);
+
+    // The "Authorization" value of a request; "" before a challenge.
+    std::string answer(const std::string& method, const std::string& url);
+
+private:
+    std::string digest(const std::string& method, const std::string& url);
+
+    std::string user_;
+    std::string password_;
+    enum class Scheme { none, basic, digest } scheme_ = Scheme::none;
+    std::string realm_;
+    std::string nonce_;
+    std::string opaque_;
+    std::string algorithm_;
+    bool withQuality_ = false; // qop=auth
+    unsigned count_ = 0;
+};
+
+} // namespace streams
