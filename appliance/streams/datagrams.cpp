@@ -30,7 +30,7 @@ bool resolve(const std::string& host, std::uint16_t port, sockaddr_in& address) 
     return true;
 }
 
-// Binds to the group's own address, so that another group on the same port stays out.
+// Binds to the group's address, so that packets of another group on the same port are not received.
 bool bindAndJoin(int socket, const sockaddr_in& address) {
     const int yes = 1;
     setsockopt(socket, SOL_SOCKET, SO_REUSEADDR, &yes, sizeof yes);
@@ -121,7 +121,7 @@ void widen(int socket) {
 
 bool receiveWaiting(int socket, const std::string& from, const std::function<void(std::string_view)>& take) {
     static thread_local std::array<char, largestDatagram> bytes;
-    constexpr int atOnce = 256; // the clock and other sockets want their turn
+    constexpr int atOnce = 256; // then the caller checks its time limits and other sockets
     for (int i = 0; i < atOnce; ++i) {
         sockaddr_in sender{};
         socklen_t length = sizeof sender;

@@ -8,12 +8,12 @@
 
 namespace streams {
 
-// A socket that receives what is sent to the group and port; a host that is no multicast group stands for
-// this machine. -1 with errno and a log line.
+// Opens a socket that receives what is sent to the group and port. For a host that is not a multicast group it
+// receives what is sent to this machine. -1 with errno and a log line on failure.
 int joinGroup(const std::string& group, std::uint16_t port);
 
-// A pair of sockets on an even port and the next, for RTP and RTCP: on that port, or, for 0, on any. -1 with
-// errno and a log line.
+// A pair of sockets for RTP and RTCP, on that port and the next one. Port 0: on any even port. -1 with errno
+// and a log line on failure.
 struct SocketPair {
     int data = -1;
     int control = -1;
@@ -21,14 +21,14 @@ struct SocketPair {
 };
 SocketPair bindPair(std::uint16_t port);
 
-// Makes room for a key picture's burst of packets; as much as the system allows.
+// Enlarges the receive buffer as far as the system allows: a key picture is a burst of packets.
 void widen(int socket);
 
-// Receives what is there, without waiting. `from` unless empty: only what comes from that numeric address.
-// False when the socket is broken.
+// Receives what has arrived, without waiting. `from`: only datagrams from that numeric address; "": all. False
+// when the socket is broken.
 bool receiveWaiting(int socket, const std::string& from, const std::function<void(std::string_view)>& take);
 
-// Receives for ever; returns when the socket is broken. `take` gets each datagram, valid during the call.
+// Receives until the socket breaks. `take` gets each datagram, valid during the call.
 void receiveDatagrams(int socket, const std::function<void(std::string_view)>& take);
 
 } // namespace streams

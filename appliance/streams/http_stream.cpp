@@ -14,7 +14,7 @@ namespace {
 
 constexpr std::size_t headerLimit = 64 * 1024;
 constexpr curl_off_t refusalLimit = 16 * 1024;
-constexpr long receiveBytes = 128 * 1024; // a whole picture at once, mostly
+constexpr long receiveBytes = 128 * 1024; // most JPEG pictures fit
 
 class Transfer {
 public:
@@ -105,7 +105,8 @@ std::size_t Transfer::onBody(char* bytes, std::size_t size, std::size_t count, v
     return transfer.taker_.body(bytes, size * count) ? size * count : 0;
 }
 
-// The body of a refusal that libcurl answers with credentials never reaches onBody, and may have no end.
+// libcurl reads the body of a 401 itself before it answers with credentials. An endless one never reaches
+// onBody(), so it is limited here.
 int Transfer::onProgress(void* self, curl_off_t /*total*/, curl_off_t now, curl_off_t /*upTotal*/,
                          curl_off_t /*upNow*/) {
     const auto& transfer = *static_cast<Transfer*>(self);

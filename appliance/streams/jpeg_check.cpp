@@ -7,7 +7,7 @@ namespace streams {
 namespace {
 
 constexpr int sizeLimit = 4096;
-// Some encoders pad a picture behind its end mark.
+// Some encoders append padding to the end marker.
 constexpr std::size_t paddingLimit = 1024;
 
 std::uint8_t at(std::string_view bytes, std::size_t index) {
@@ -51,7 +51,7 @@ std::optional<JpegSize> wholeJpeg(std::string_view bytes) {
             return good ? std::optional(size) : std::nullopt;
         }
         const int length = wordAt(bytes, position + 2);
-        if (marker == 0xda || marker == 0xd9 || length < 2) // pictures before their size: none that we know
+        if (marker == 0xda || marker == 0xd9 || length < 2) // picture data before the size: not valid
             return std::nullopt;
         position += 2 + static_cast<std::size_t>(length);
     }

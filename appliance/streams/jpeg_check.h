@@ -1,4 +1,4 @@
-// A look at a JPEG picture before it is handed to a decoder.
+// Checks a JPEG picture before it is decoded.
 #pragma once
 
 #include <optional>
@@ -11,8 +11,8 @@ struct JpegSize {
     int height;
 };
 
-// The size of a picture that is whole (it begins and ends as one) and of a kind and size that the decoder may
-// be given; nothing else. A picture is at most 4096 by 4096: a few bytes of a hostile one may else ask for
+// The size of a picture that is complete (it has its start and end marker) and safe to decode; otherwise
+// nothing. The limit is 4096 by 4096: without it a hostile picture of a few bytes makes the decoder allocate
 // gigabytes.
 std::optional<JpegSize> wholeJpeg(std::string_view bytes);
 

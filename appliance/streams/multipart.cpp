@@ -25,13 +25,13 @@ std::string boundaryOf(std::string_view contentType) {
         value = value.substr(1, value.find('"', 1) - 1);
     else
         value = value.substr(0, value.find_first_of("; \t\r\n"));
-    // Kept: some encoders announce the boundary with the dashes that it begins with in the body.
+    // Some encoders give the boundary with the dashes that precede it in the body.
     if (value.starts_with("--"))
         value.remove_prefix(2);
     return value.empty() || value.size() > boundaryLimit ? "" : "--" + std::string(value);
 }
 
-// The value of Content-Length in a part's header; npos when there is none that can be used.
+// The value of Content-Length in a part's header; npos without a valid one.
 std::size_t lengthIn(std::string_view header) {
     constexpr std::string_view name = "content-length:";
     while (!header.empty()) {
@@ -54,7 +54,7 @@ MultipartReader::MultipartReader(std::string_view contentType, std::function<voi
     : part_(std::move(part)), boundary_(boundaryOf(contentType)) {}
 
 void MultipartReader::feed(const char* bytes, std::size_t count) {
-    // In pieces, so that the buffer stays bounded whatever is handed in.
+    // In pieces, so that the buffer stays bounded for any count.
     constexpr std::size_t piece = 256 * 1024;
     for (std::size_t at = 0; at < count; at += piece) {
         buffer_.append(bytes + at, std::min(piece, count - at));
@@ -83,7 +83,7 @@ void MultipartReader::drop(std::size_t count) {
 
 bool MultipartReader::findBoundary() {
     if (boundary_.empty()) {
-        // Not announced: it is the first line that begins with two dashes.
+        // Not in the content type: the first line that begins with two dashes is the boundary.
         const std::size_t dashes = buffer_.starts_with("--") ? 0 : buffer_.find("\n--");
         const std::size_t start = dashes == npos ? npos : buffer_.find("--", dashes);
         const std::size_t end = start == npos ? npos : buffer_.find_first_of("\r\n", start);
@@ -117,7 +117,7 @@ bool MultipartReader::findBoundary() {
 bool MultipartReader::readHeader() {
     if (buffer_.empty())
         return false;
-    // Without any header the empty line comes at once.
+    // A part without a header begins with the empty line.
     const std::size_t none = buffer_.starts_with("\r\n") ? 2 : buffer_.starts_with('\n') ? 1 : 0;
     if (none != 0) {
         length_ = npos;

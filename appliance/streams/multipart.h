@@ -1,8 +1,8 @@
-// Takes a multipart body (multipart/x-mixed-replace) apart, as it comes.
+// Splits a multipart body (multipart/x-mixed-replace) into its parts while it arrives.
 //
-// Parts may tell their length or not; boundaries may or may not be announced, with or without their leading
-// dashes. What does not fit is skipped up to the next boundary. Memory is bounded: 8 KiB of header a part, 8
-// MiB of body; longer ones are skipped. No threads.
+// A part may have a Content-Length or not. The boundary may be missing in the content type, or be given there
+// with its leading dashes. Malformed parts are skipped up to the next boundary. Memory is bounded: a part has
+// at most 8 KiB of header and 8 MiB of body; longer ones are skipped. For one thread.
 #pragma once
 
 #include <cstddef>
@@ -17,12 +17,12 @@ public:
     static constexpr std::size_t headerLimit = 8 * 1024;
     static constexpr std::size_t partLimit = 8 * 1024 * 1024;
 
-    // `contentType` is the response's; `part` gets each whole part's body, valid during the call.
+    // `contentType` of the response. `part` gets the body of each complete part, valid during the call.
     MultipartReader(std::string_view contentType, std::function<void(std::string_view)> part);
 
     void feed(const char* bytes, std::size_t count);
 
-    std::size_t skipped() const { return skipped_; } // parts that were too long or broken
+    std::size_t skipped() const { return skipped_; } // number of parts that were too long or malformed
 
 private:
     enum class Place { beforePart, inHeader, inBody };
@@ -36,10 +36,10 @@ private:
     std::size_t boundaryAfter(std::size_t start) const;
 
     std::function<void(std::string_view)> part_;
-    std::string boundary_; // with its two leading dashes; "" not known yet
+    std::string boundary_; // with its two leading dashes; "": not known yet
     std::string buffer_;
-    std::size_t searched_ = 0; // no boundary begins before this in buffer_
-    std::size_t length_ = 0;   // of the body, npos: not told
+    std::size_t searched_ = 0; // no boundary begins in buffer_ before this
+    std::size_t length_ = 0;   // of the body; npos: unknown
     std::size_t skipped_ = 0;
     Place place_ = Place::beforePart;
 };

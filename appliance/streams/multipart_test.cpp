@@ -15,7 +15,7 @@ using testing::IsEmpty;
 
 constexpr const char* announced = "multipart/x-mixed-replace; boundary=next";
 
-// Feeds the body in pieces of that size; 0: all at once.
+// Feeds the body in pieces of that size; 0: in one piece.
 std::vector<std::string> partsOf(const std::string& contentType, const std::string& body,
                                  std::size_t piece = 0) {
     std::vector<std::string> parts;

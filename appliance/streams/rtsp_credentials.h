@@ -1,4 +1,4 @@
-// Answers to an encoder's demand for credentials over RTSP.
+// Credentials for RTSP requests: Basic and Digest.
 #pragma once
 
 #include <string>
@@ -10,11 +10,11 @@ class RtspCredentials {
 public:
     RtspCredentials(std::string user, std::string password);
 
-    // Takes the challenges of a 401 ("WWW-Authenticate" values). True when one can be answered that was not
-    // answered already in the same way: Digest (MD5 or SHA-256) before Basic.
+    // Takes the challenges of a 401 ("WWW-Authenticate" values); Digest (MD5 or SHA-256) is preferred to Basic.
+    // True when one of them can be answered and was not already answered in the same way.
     bool challenge(const std::vector<std::string>& challenges);
 
-    // The "Authorization" value of a request; "" before a challenge.
+    // The "Authorization" value of a request; "" without a challenge so far.
     std::string answer(const std::string& method, const std::string& url);
 
 private:

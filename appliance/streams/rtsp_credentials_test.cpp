@@ -11,7 +11,7 @@ namespace {
 using testing::HasSubstr;
 using testing::Not;
 
-TEST(RtspCredentials, NothingIsSaidBeforeItIsAsked) {
+TEST(RtspCredentials, WithoutAChallengeThereAreNone) {
     RtspCredentials credentials("viewer", "secret");
     EXPECT_EQ(credentials.answer("DESCRIBE", "rtsp://h/x"), "");
 }
@@ -20,10 +20,10 @@ TEST(RtspCredentials, BasicIsAnsweredOnce) {
     RtspCredentials credentials("viewer", "secret");
     EXPECT_TRUE(credentials.challenge({"Basic realm=\"x\""}));
     EXPECT_EQ(credentials.answer("DESCRIBE", "rtsp://h/x"), "Basic dmlld2VyOnNlY3JldA==");
-    EXPECT_FALSE(credentials.challenge({"Basic realm=\"x\""})) << "the same answer was refused";
+    EXPECT_FALSE(credentials.challenge({"Basic realm=\"x\""})) << "the encoder refused this answer";
 }
 
-// The example that the scheme's own description (RFC 2069, corrected) is known by.
+// The example of RFC 2069, with its erratum.
 TEST(RtspCredentials, DigestIsAsPublished) {
     RtspCredentials credentials("Mufasa", "CircleOfLife");
     EXPECT_TRUE(credentials.challenge({"Digest realm=\"testrealm@host.com\", "

@@ -74,7 +74,7 @@ bool RtspReader::feed(const char* bytes, std::size_t count) {
 bool RtspReader::step() {
     if (buffer_[0] == '$')
         return takePacket();
-    // Some servers end a body with a line end too many.
+    // Some servers send an extra line end after a body.
     if (buffer_[0] == '\r' || buffer_[0] == '\n') {
         buffer_.erase(0, 1);
         return true;
@@ -107,8 +107,7 @@ bool RtspReader::takeMessage() {
         broken_ = true;
         return false;
     }
-    // Kept: the answer that opens a tunnel may tell a length; what follows it is the tunnel's content all the
-    // same.
+    // The answer that opens a tunnel may have a Content-Length, but what follows is the content of the tunnel.
     const bool tunnel = message.header("Content-Type") == "application/x-rtsp-tunnelled";
     const std::string told = tunnel ? "" : message.header("Content-Length");
     const int length = told.empty() ? 0 : numberAt(told);

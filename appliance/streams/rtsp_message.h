@@ -1,4 +1,4 @@
-// RTSP on the wire: messages and the packets between them, as they come.
+// Parses what arrives on an RTSP connection: messages, and interleaved packets between them.
 #pragma once
 
 #include <libcommon/istring.h>
@@ -13,13 +13,13 @@
 namespace streams {
 
 struct RtspMessage {
-    int status = 0;     // of a response; 0: it is a request of the server's, or broken
+    int status = 0;     // of a response; 0: a request of the server
     std::string method; // of a request; "" for a response
     std::multimap<istring, std::string> headers;
     std::string body;
 
-    std::string header(const char* name) const; // the first of that name; "" when there is none
-    int sequence() const;                       // CSeq; -1 when there is none
+    std::string header(const char* name) const; // the first one with that name; "": none
+    int sequence() const;                       // CSeq; -1: none
 };
 
 struct RtspEvents {
@@ -27,8 +27,8 @@ struct RtspEvents {
     std::function<void(int channel, std::string_view packet)> packet; // valid during the call
 };
 
-// Takes what a server sends apart. Memory is bounded: a header of 16 KiB, a body of 256 KiB; more is an
-// error, after which nothing is read any more. No threads.
+// Splits what a server sends. Memory is bounded: a header has at most 16 KiB, a body 256 KiB. More is an error,
+// and the reader then stays in that state. For one thread.
 class RtspReader {
 public:
     static constexpr std::size_t headerLimit = 16 * 1024;
@@ -36,7 +36,7 @@ public:
 
     explicit RtspReader(RtspEvents events);
 
-    // False after something that can't be RTSP.
+    // False after bytes that are not RTSP.
     bool feed(const char* bytes, std::size_t count);
 
 private:
@@ -49,10 +49,10 @@ private:
     bool broken_ = false;
 };
 
-// The value of `name` in a parameter list ("RTP/AVP;unicast;client_port=5000-5001"); "" when it is not there.
+// The value of `name` in a parameter list ("RTP/AVP;unicast;client_port=5000-5001"); "": none.
 std::string parameterIn(std::string_view list, std::string_view name);
 
-// The number at the start of the text; -1 without one.
+// The number at the start of the text; -1: none.
 int numberAt(std::string_view text);
 
 } // namespace streams

@@ -63,7 +63,7 @@ TEST_F(StreamDescriptionText, WellKnownTypesNeedNoDescription) {
     }
 }
 
-TEST_F(StreamDescriptionText, WithoutVideoTheReasonIsTold) {
+TEST_F(StreamDescriptionText, WithoutVideoThereIsAReason) {
     EXPECT_FALSE(read(""));
     EXPECT_EQ(reason, "the description is empty");
     EXPECT_FALSE(read(head + sound));

@@ -1,4 +1,4 @@
-// The screen passing from player to player, seen from the frame store.
+// Switching from player to player, seen in the frame store.
 #include "appliance/players/testing/fake_supervisor.h"
 #include "appliance/players/testing/test_pictures.h"
 
@@ -21,7 +21,7 @@ namespace {
 
 using scripted::Server;
 
-// Looks at every picture as a monitor does and counts what must not be.
+// Examines every picture as a monitor shows it, and counts the wrong ones.
 class Watcher {
 public:
     Watcher() : thread_(&Watcher::watch, this) {}
@@ -36,9 +36,9 @@ public:
     }
 
     std::atomic<int> seen{0};
-    std::atomic<int> unreadable{0};       // black, torn or broken: the mark in it can't be read
-    std::atomic<int> strange{0};          // the mark is not that of the source that is recorded with it
-    std::vector<screen::FrameInfo> infos; // all hand-ins; read it after stop()
+    std::atomic<int> unreadable{0};       // black, torn or broken: the mark can't be read
+    std::atomic<int> strange{0};          // the mark is not of the source that is stored with the picture
+    std::vector<screen::FrameInfo> infos; // all pictures; read it after stop()
 
 private:
     void watch() {
@@ -74,7 +74,7 @@ protected:
         return supervisor_.start(PLAYER, {"-m", mode, "-o", "tv", "-n", std::to_string(source), "-r", "10000",
                                           "-P", std::to_string(server.port()), "127.0.0.1"});
     }
-    // As the supervisor does it. The old player has ended when it returns; false when a step failed.
+    // Switches as the supervisor does. The old player has ended when this returns; false when a step failed.
     bool switchOver(pid_t old, pid_t next) {
         if (!supervisor_.arrived(next, 0))
             return false;
@@ -101,7 +101,7 @@ protected:
 
 struct Gaps {
     std::vector<double> milliseconds;
-    int returned = 0; // pictures of a player after the next one's first
+    int returned = 0; // pictures of a player after the first one of the next player
 
     explicit Gaps(const std::vector<screen::FrameInfo>& infos) {
         std::vector<int> gone;
@@ -116,7 +116,7 @@ struct Gaps {
     }
 };
 
-TEST_F(HandOver, ShowsNoTornAndNoBlackPictureAndHardlyAGap) {
+TEST_F(HandOver, ShowsNoTornAndNoBlackPictureAndNoLongGap) {
     constexpr int switches = 20;
     const Server one(pictureStream(1, 200));
     const Server two(pictureStream(2, 200));
@@ -143,13 +143,13 @@ TEST_F(HandOver, ShowsNoTornAndNoBlackPictureAndHardlyAGap) {
     std::printf(
         "%d switches, %d pictures looked at; gap between old and new: median %.1f ms, worst %.1f ms\n",
         switches, watcher.seen.load(), gaps.milliseconds[switches / 2], gaps.milliseconds.back());
-    // Far above what it takes (see the printed figures): tests share their machine.
+    // Generous limits (the printed figures are much lower): tests share the machine with other programs.
     EXPECT_LT(gaps.milliseconds[switches / 2], 40);
     EXPECT_LT(gaps.milliseconds.back(), 400);
     std::int64_t longest = 0;
     for (std::size_t i = 1; i < watcher.infos.size(); ++i)
         longest = std::max(longest, watcher.infos[i].time - watcher.infos[i - 1].time);
-    std::printf("longest time that a picture stood: %.1f ms\n", static_cast<double>(longest) / 1000);
+    std::printf("longest time between two pictures: %.1f ms\n", static_cast<double>(longest) / 1000);
 }
 
 TEST_F(HandOver, BetweenVideoModesShowsNoBlackPicture) {
@@ -169,7 +169,7 @@ TEST_F(HandOver, BetweenVideoModesShowsNoBlackPicture) {
     }
 }
 
-TEST_F(HandOver, NewPlayerThatDiesBeforeItsTurnLeavesTheOldOneShowing) {
+TEST_F(HandOver, NewPlayerThatDiesBeforeItShowsLeavesTheOldOneShowing) {
     const Server one(pictureStream(1, 250));
     const Server two(pictureStream(2, 250));
     const pid_t old = start(one, 1);

@@ -1,4 +1,4 @@
-// multicastplayer as the supervisor runs it, in a network of the test's own.
+// multicastplayer as the supervisor runs it, in a network namespace.
 #include "appliance/players/decoding/rtp_decoding.h"
 #include "appliance/players/testing/player_test.h"
 #include "appliance/players/testing/test_stream.h"
@@ -73,8 +73,9 @@ TEST_F(MulticastPlayer, SoundComesFromItsOwnGroup) {
 
 TEST_F(MulticastPlayer, SilentGroupIsElevenAndStalledOneTwentyThree) {
     EXPECT_EQ(supervisor_.end(start({group, "5004"}, 400)), 11);
-    const TestStream stream = TestStream::paced(mpeg2Stream(8, 50), "rtpmpvpay" + sink(group, 5004));
-    EXPECT_EQ(supervisor_.end(start({group, "5004"}, 1500)), 23);
+    const TestStream stream = TestStream::paced(mpeg2Stream(8, 150), "rtpmpvpay" + sink(group, 5004));
+    // The limit holds for the first picture, too, which takes long on a loaded machine.
+    EXPECT_EQ(supervisor_.end(start({group, "5004"}, 4000)), 23);
 }
 
 TEST_F(MulticastPlayer, UnicastAddressIsReceivedToo) {
@@ -89,7 +90,7 @@ TEST_F(MulticastPlayer, NonsenseIsEleven) {
     to.sin_port = htons(5024);
     inet_pton(AF_INET, "127.0.0.1", &to.sin_addr);
     const pid_t pid = start({"127.0.0.1", "5024"}, 1500);
-    std::string packet("\x80\x20\0\1\0\0\0\0\0\0\0\1", 12); // the head of MPEG-2 video, and then nonsense
+    std::string packet("\x80\x20\0\1\0\0\0\0\0\0\0\1", 12); // an RTP header for MPEG-2 video
     for (int i = 0; supervisor_.running(pid); ++i) {
         packet[3] = static_cast<char>(i);
         const std::string sent =

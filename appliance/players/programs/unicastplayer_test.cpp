@@ -1,4 +1,4 @@
-// unicastplayer as the supervisor runs it: MPEG-2 in every container, and what is none.
+// unicastplayer as the supervisor runs it: MPEG-2 in every container, and streams that are not MPEG-2.
 #include "appliance/players/testing/player_test.h"
 #include "appliance/players/testing/test_pictures.h"
 #include "appliance/players/testing/test_stream.h"
@@ -12,7 +12,7 @@ using scripted::Server;
 using streams::Mpeg2Container;
 using testing::HasSubstr;
 
-// Sends the stream at its speed, in pieces of a picture's time.
+// Sends the stream in real time, in pieces of one picture's duration.
 scripted::Script paced(const std::string& stream, int pictures) {
     scripted::Script script{scripted::readRequest(),
                             scripted::send("HTTP/1.1 200 OK\r\nContent-Type: video/mpeg\r\n\r\n")};
@@ -43,7 +43,7 @@ TEST_F(UnicastPlayer, ShowsElementaryProgramAndTransportStreams) {
         {stream(), Mpeg2Container::elementary},
         {packed(stream(), "mpegpsmux"), Mpeg2Container::program},
         {packed(stream(), "mpegtsmux"), Mpeg2Container::transport},
-        // Joined in the middle of a packet; what can't be decoded comes before the tables.
+        // Joined in the middle of a packet; the packets before the next tables can't be decoded.
         {packed(mpeg2Stream(5, 10), "mpegtsmux").substr(1000) + packed(stream(), "mpegtsmux"),
          Mpeg2Container::transport},
     };
@@ -58,7 +58,7 @@ TEST_F(UnicastPlayer, ShowsElementaryProgramAndTransportStreams) {
     }
 }
 
-TEST_F(UnicastPlayer, EndsAsTheStreamDoes) {
+TEST_F(UnicastPlayer, EndsWithTheStream) {
     const Server ending(paced(stream(), 100));
     const pid_t pid = start(ending);
     ASSERT_TRUE(supervisor_.letShow(pid));
@@ -67,7 +67,8 @@ TEST_F(UnicastPlayer, EndsAsTheStreamDoes) {
     scripted::Script stalling = paced(stream().substr(0, stream().size() / 4), 25);
     stalling.push_back(scripted::stall());
     const Server stalls(stalling);
-    EXPECT_EQ(supervisor_.end(start(stalls, 800)), 23);
+    // The limit holds for the first picture, too, which takes long on a loaded machine.
+    EXPECT_EQ(supervisor_.end(start(stalls, 4000)), 23);
 }
 
 TEST_F(UnicastPlayer, NoPictureIsEleven) {
@@ -85,7 +86,7 @@ TEST_F(UnicastPlayer, NoPictureIsEleven) {
     EXPECT_EQ(statusAgainst({ask, good, scripted::sendEndlessly("G" + std::string(187, '\xff'))}), 11);
 }
 
-TEST_F(UnicastPlayer, CredentialsAreGiven) {
+TEST_F(UnicastPlayer, CredentialsAreSent) {
     scripted::Script script{
         scripted::readRequest(),
         scripted::send(scripted::reply("401 Unauthorized", "", "WWW-Authenticate: Basic realm=\"x\"\r\n"))};

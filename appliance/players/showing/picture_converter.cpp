@@ -26,7 +26,7 @@ double aspectOf(const GstVideoInfo& picture) {
     return static_cast<double>(width) * parN / (static_cast<double>(height) * parD);
 }
 
-// One plane, each row replaced by the weighted mean of itself and its neighbours.
+// Replaces each row of a plane by the weighted mean of itself and its neighbours.
 void smoothPlane(const std::uint8_t* from, int fromStride, std::uint8_t* to, int toStride, int bytes,
                  int rows) {
     for (int y = 0; y < rows; ++y) {
@@ -50,7 +50,7 @@ bool isEightBitYuv(const GstVideoInfo& info) {
 Place placeOnScreen(const GstVideoInfo& picture, int screenWidth, int screenHeight) {
     const double aspect = aspectOf(picture);
     Place place{0, 0, screenWidth, screenHeight};
-    // Even sizes: chroma comes in pairs.
+    // Even sizes, because two pixels share a chroma value.
     const auto even = [](double value) { return std::max(2, 2 * static_cast<int>(std::lround(value / 2))); };
     if (aspect > screenAspect * 1.01)
         place.height = std::min(screenHeight, even(screenHeight * screenAspect / aspect));
@@ -68,7 +68,7 @@ bool showsCombs(const GstVideoFrame& picture) {
     const int stride = GST_VIDEO_FRAME_COMP_STRIDE(&picture, 0);
     const int width = GST_VIDEO_FRAME_COMP_WIDTH(&picture, 0);
     const int height = GST_VIDEO_FRAME_COMP_HEIGHT(&picture, 0);
-    constexpr int step = 3; // columns looked at
+    constexpr int step = 3; // every third column is examined
     constexpr int edge = 12;
     int looked = 0;
     int combed = 0;
@@ -109,12 +109,12 @@ bool PictureConverter::prepare(const GstVideoInfo& from, int width, int height) 
                               static_cast<guint>(GST_VIDEO_INFO_HEIGHT(&from)));
     gst_video_info_set_format(&to_, GST_VIDEO_FORMAT_BGRx, static_cast<guint>(width),
                               static_cast<guint>(height));
-    // The converter wants both sides to agree on what it does not convert.
+    // The converter refuses sides that differ in what it does not convert.
     GST_VIDEO_INFO_FPS_N(&to_) = GST_VIDEO_INFO_FPS_N(&from);
     GST_VIDEO_INFO_FPS_D(&to_) = GST_VIDEO_INFO_FPS_D(&from);
     GST_VIDEO_INFO_INTERLACE_MODE(&to_) = GST_VIDEO_INFO_INTERLACE_MODE(&from);
     const Place place = placeOnScreen(from, width, height);
-    // Bilinear is what the eye needs at this size, and half the work of the default.
+    // Bilinear scaling: no visible difference at this size, and half the work of the default.
     converter_ = gst_video_converter_new(
         &from_, &to_,
         gst_structure_new(

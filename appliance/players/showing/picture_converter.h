@@ -1,8 +1,8 @@
-// From a decoded picture to one that fits the screen: scaled, in BGRx, turned, smoothed.
+// Converts a decoded picture for the screen: scales it to BGRx, and turns and smooths it where asked.
 //
-// The screen is 4:3 in either mode, whatever its pixels are. A picture of the sizes that analogue video has
-// (704 or 720 wide and their halves) counts as 4:3 and fills the screen; any other has square pixels unless
-// its stream says otherwise, and is framed in black where its shape is another.
+// The screen is 4:3 in both modes; its pixels are not square. A picture in a size of analogue video (704 or 720
+// wide and the halves of that) is taken as 4:3 and fills the screen. Any other picture has square pixels unless
+// its stream says otherwise, and gets a black frame where its shape differs.
 #pragma once
 
 #include "appliance/players/showing/player_options.h"
@@ -13,7 +13,7 @@
 
 namespace player {
 
-// Where a picture lies on the screen, in pixels.
+// A picture's place on the screen, in pixels.
 struct Place {
     int x = 0;
     int y = 0;
@@ -24,7 +24,7 @@ struct Place {
 
 Place placeOnScreen(const GstVideoInfo& picture, int screenWidth, int screenHeight);
 
-// Whether the picture shows the combs of two fields that were taken at different times.
+// Whether the picture shows combs: its two fields were taken at different times.
 bool showsCombs(const GstVideoFrame& picture);
 
 class PictureConverter {
@@ -34,8 +34,8 @@ public:
     PictureConverter& operator=(const PictureConverter&) = delete;
     ~PictureConverter();
 
-    // Fills `out`, a BGRx picture of that size without gaps between its rows. False when the picture's format
-    // can't be converted. One thread at a time.
+    // Fills `out`, a BGRx picture of that size without gaps between its rows. False when the format can't be
+    // converted. For one thread at a time.
     bool convert(const GstVideoFrame& picture, std::uint8_t* out, int width, int height);
 
 private:
@@ -48,7 +48,7 @@ private:
     GstVideoInfo to_{};
     GstVideoConverter* converter_ = nullptr;
     GstVideoInfo smoothedInfo_{};
-    GstBuffer* smoothed_ = nullptr; // a smoothed picture of from_'s size; null: none needed yet
+    GstBuffer* smoothed_ = nullptr; // a smoothed picture of the size of from_; null: not needed so far
 };
 
 } // namespace player

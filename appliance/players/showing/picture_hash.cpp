@@ -10,7 +10,7 @@ namespace {
 
 constexpr std::uint64_t factor = 0x9e3779b97f4a7c15;
 
-// Four sums side by side, so that the multiplications of one step don't wait for each other.
+// Four independent sums, so that the processor overlaps their multiplications.
 class Mixer {
 public:
     void add(const std::uint8_t* bytes, std::size_t count) {

@@ -1,4 +1,4 @@
-// Tells two decoded pictures apart.
+// Compares decoded pictures by a hash.
 #pragma once
 
 #include <cstdint>
@@ -6,9 +6,8 @@
 
 namespace player {
 
-// A number over every byte of the picture that can be seen. Two pictures that differ in a single bit have the
-// same number about once in 2^64; nobody chooses pictures against us here, so it need not be a cryptographic
-// one.
+// A hash of every visible byte of the picture. Two different pictures have the same hash about once in 2^64.
+// It is not cryptographic: an encoder gains nothing from a collision.
 std::uint64_t hashOf(const GstVideoFrame& picture);
 
 } // namespace player

@@ -1,4 +1,4 @@
-// Pictures on their way to the screen: converted, kept ready, shown, compared.
+// From the decoded picture to the screen: converting, keeping ready, showing, comparing.
 #include "appliance/players/showing/presenter.h"
 
 #include "appliance/players/showing/picture_hash.h"
@@ -163,7 +163,7 @@ TEST_F(PresenterTest, SomethingElseThanAPictureIsDropped) {
     EXPECT_EQ(firsts, 0);
 }
 
-// Two fields of a bright bar that moves: each row shifted against its neighbours.
+// Two fields of a bright bar that moves: each row is shifted against its neighbours.
 int combed(int x, int y) {
     const int bar = x - (y % 2) * 24;
     return bar > 300 && bar < 400 ? 200 : 50;

@@ -19,7 +19,7 @@ namespace {
 
 namespace fs = std::filesystem;
 
-// The appliance of this process: libcommon reads its root once.
+// The appliance root of this process. There is only one, because libcommon reads APPLIANCE_ROOT once.
 class Appliance {
 public:
     Appliance() {
@@ -111,7 +111,7 @@ void FakeSupervisor::listen() {
             continue;
         const std::lock_guard guard(lock_);
         ++arrivals_[{event.value1, event.value2}];
-        news_.notify_all();
+        arrived_.notify_all();
     }
 }
 
@@ -124,7 +124,6 @@ pid_t FakeSupervisor::start(const std::string& program, std::vector<std::string>
     if (pid == 0)
         becomePlayer(program, arguments, gate[0]);
     std::ofstream(barrierFile(pid)).flush();
-    // Two files may give the same key (it holds 16 bits of a file's number); here that would only confuse.
     const int queue = msgget(ftok(barrierFile(pid).c_str(), 0), IPC_CREAT | 0666);
     {
         const std::lock_guard guard(lock_);
@@ -145,7 +144,7 @@ bool FakeSupervisor::hasArrived(pid_t pid, int barrier, int times) {
 
 bool FakeSupervisor::arrived(pid_t pid, int barrier, int times) {
     std::unique_lock guard(lock_);
-    return news_.wait_for(guard, patience, [&] { return arrivals_[{pid, barrier}] >= times; });
+    return arrived_.wait_for(guard, patience, [&] { return arrivals_[{pid, barrier}] >= times; });
 }
 
 void FakeSupervisor::release(int barrier, const std::vector<pid_t>& pids) {

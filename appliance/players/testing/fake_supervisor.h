@@ -1,5 +1,5 @@
-// Plays the supervisor for players under test: starts them with a barrier each, hears their arrivals,
-// releases them, and tells how they ended; in an appliance of the test's own.
+// A supervisor for tests of the players: starts each with a barrier, receives its announcements, releases it,
+// and returns its exit status. It makes a temporary appliance root.
 #pragma once
 
 #include <libcommon/events.h>
@@ -17,39 +17,40 @@
 
 namespace player {
 
-// What a loaded machine may take for what usually takes milliseconds; waited out only when something fails.
+// A limit that holds on a loaded machine, too. Only a failing test waits that long.
 inline constexpr std::chrono::seconds patience{30};
 
 class FakeSupervisor {
 public:
-    // Makes an appliance root for this process where there is none yet, and an event queue.
+    // Makes an event queue, and the first time in this process an appliance root.
     FakeSupervisor();
     ~FakeSupervisor(); // ends the players that still run
     FakeSupervisor(const FakeSupervisor&) = delete;
     FakeSupervisor& operator=(const FakeSupervisor&) = delete;
 
     static const std::string& root();
-    static void setParameters(const std::string& text); // the decoder's parameter file from now on
-    static std::string log();                           // all that players logged in this process's appliance
+    static void setParameters(const std::string& text); // replaces the decoder's parameter file
+    static std::string log();                           // everything that players logged in this process
 
-    // Starts a program with these arguments, behind a barrier of its own.
+    // Starts a program with these arguments and a barrier.
     pid_t start(const std::string& program, std::vector<std::string> arguments);
 
-    // Waits until that player has announced itself at the barrier as often as told; whether it did.
+    // Waits until the player has announced itself at the barrier that many times. False when it has not in time.
     bool arrived(pid_t pid, int barrier, int times = 1);
     bool hasArrived(pid_t pid, int barrier, int times = 1);
 
-    // Releases them, in this order, from the barrier.
+    // Releases the players from the barrier, in this order.
     void release(int barrier, const std::vector<pid_t>& pids);
 
-    // Waits for its end: the exit status, or minus the signal that killed it; nothing when it does not end.
+    // Waits for the player's end: its exit status, or minus the signal that killed it; nothing when it does not
+    // end in time.
     std::optional<int> end(pid_t pid, std::chrono::milliseconds limit = patience);
     bool running(pid_t pid);
 
-    // Both meetings: the player shows from then on. False when it did not come that far.
+    // Meets the player at both barriers, so that it shows. False when it does not announce itself.
     bool letShow(pid_t pid);
 
-    void removeQueue(); // as when the supervisor has gone
+    void removeQueue(); // as if the supervisor had ended
     void removeBarrier(pid_t pid);
 
 private:
@@ -57,8 +58,8 @@ private:
     void forget(pid_t pid);
 
     std::mutex lock_;
-    std::condition_variable news_;
-    std::map<std::pair<int, int>, int> arrivals_; // pid and barrier to how often
+    std::condition_variable arrived_;
+    std::map<std::pair<int, int>, int> arrivals_; // pid and barrier: number of announcements
     std::map<pid_t, int> barriers_;               // running players and their queues
     bool queueRemoved_ = false;
     std::thread listener_;

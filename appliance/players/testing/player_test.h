@@ -25,14 +25,14 @@ class PlayerTest : public testing::Test {
 protected:
     PlayerTest() : network_(ownNetwork()) {}
 
-    // Message queues and a network that are not the machine's, where that is allowed. Once a process: threads
-    // that a library keeps stay in the network that they were made in. Why there is none; "" there is one.
+    // Gives the process message queues and a network of its own, where the machine allows it. Once in a process,
+    // because threads of libraries stay in the network that they were started in. Returns "" or why not.
     static const std::string& ownNetwork() {
         static const std::string refused = (appliance::isolate(), enterNetworkNamespace());
         return refused;
     }
 
-    // What the screen's newest picture says of itself.
+    // The mark of the newest picture on the screen.
     std::optional<FrameMark> mark() {
         screen::Frame frame;
         if (!store_.newest(frame))
@@ -41,7 +41,7 @@ protected:
                              frame.height, 4 * frame.width);
     }
 
-    // Waits until the screen shows that source, moving.
+    // Waits until the screen shows a moving picture of that source.
     bool moves(int source) {
         const std::int64_t until = gettimeusec() + 30'000'000;
         std::optional<int> first;
@@ -59,7 +59,7 @@ protected:
         return false;
     }
 
-    // A player's whole life: both meetings, a moving picture of that source, the parting.
+    // A player's whole life: both barriers, a moving picture of that source, SIGHUP, the exit.
     void showsAndLeaves(pid_t pid, int source) {
         const std::int64_t begin = gettimeusec();
         ASSERT_TRUE(supervisor_.arrived(pid, 0)) << FakeSupervisor::log();
@@ -72,7 +72,7 @@ protected:
         EXPECT_EQ(supervisor_.end(pid), 0);
     }
 
-    const std::string network_; // why there is none of our own; "" there is one
+    const std::string network_; // why the process has no network of its own; "": it has one
     FakeSupervisor supervisor_;
     screen::FrameStore store_;
 };

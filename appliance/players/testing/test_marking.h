@@ -1,4 +1,4 @@
-// Frame marks in pictures that GStreamer makes for tests.
+// Draws frame marks into pictures that GStreamer makes for tests.
 #pragma once
 
 #include <atomic>
@@ -6,17 +6,16 @@
 
 namespace player {
 
-// Must stay as long as what it is applied to runs.
+// Must outlive the pipelines that it is applied to.
 class Marking {
 public:
     Marking(int source, int width, int height) : source_(source), width_(width), height_(height) {}
 
-    // Draws a mark into each picture (BGRx of that size) that leaves the bin's element "mark", and stamps
-    // what leaves its element "stamp", if it has one, with the time: for encoders that fail to.
+    // Draws a mark into each picture (BGRx of that size) that leaves the bin's element "mark". Gives each buffer
+    // that leaves its element "stamp", if there is one, the present time: some encoders set none.
     void apply(GstElement* bin);
 
-    // Stamps what leaves the bin's element "pace" with the times of 25 pictures a second, counted from its
-    // start.
+    // Gives the buffers that leave the bin's element "pace" the times of 25 pictures a second.
     void pace(GstElement* bin);
 
 private:

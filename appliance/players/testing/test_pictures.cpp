@@ -48,7 +48,7 @@ std::string jpegOf(const Pixels& pixels, int width, int height) {
 std::string jpegPicture(int source, int counter, int width, int height, int noise) {
     Pixels pixels(std::size_t{4} * static_cast<std::size_t>(width) * static_cast<std::size_t>(height));
     auto random = static_cast<std::uint32_t>(noise < 0 ? counter * 7919 + source : noise);
-    for (std::size_t i = 0; i < pixels.size(); i += 64) { // blocks, as real pictures have
+    for (std::size_t i = 0; i < pixels.size(); i += 64) { // larger blocks compress as in real pictures
         random = random * 1664525 + 1013904223;
         for (std::size_t at = i; at < i + 64; ++at)
             pixels[at] = static_cast<std::uint8_t>((random >> (8 * (at % 4))) & 0x7f);
@@ -87,7 +87,7 @@ scripted::Step later(std::string bytes, std::chrono::milliseconds time) {
 scripted::Script pictureStream(int source, int count, int first, int width, int height) {
     scripted::Script script{scripted::readRequest(), scripted::send(multipartHeader)};
     script.push_back(scripted::send(part(jpegPicture(source, first, width, height))));
-    // On a beat, not with a pause after each: the pictures' own time would add up. One beat a connection.
+    // Pictures are sent at fixed times, because the time to make them would add up. Each connection has its own.
     const auto next = std::make_shared<std::chrono::steady_clock::time_point>();
     for (int i = 1; i < count; ++i)
         script.push_back(scripted::answer([=](const std::string& /*request*/) {

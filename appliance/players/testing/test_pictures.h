@@ -9,8 +9,8 @@
 
 namespace player {
 
-// A JPEG picture with a frame mark that names its source and counter, and with noise above it: of its own, or
-// of that `noise`.
+// A JPEG picture with noise and a frame mark of that source and counter. `noise` selects the noise; -1: each
+// picture has its own.
 std::string jpegPicture(int source, int counter, int width = 720, int height = 576, int noise = -1);
 
 // A JPEG picture of four differently coloured quarters: red, green; blue, white.
@@ -24,8 +24,8 @@ inline const std::string multipartHeader =
 
 inline constexpr std::chrono::milliseconds pictureTime{40};
 
-// A script that answers a request with the multipart header and then pictures of that source, counted from
-// `first`, one every 40 ms.
+// A script that answers a request with the multipart header and then sends pictures of that source, one every
+// 40 ms. Their counters begin with `first`.
 scripted::Script pictureStream(int source, int count, int first = 0, int width = 720, int height = 576);
 
 // A step that sends the bytes after that time.

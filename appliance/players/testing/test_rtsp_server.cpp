@@ -12,8 +12,8 @@ namespace player {
 
 namespace {
 
-// What clients asked for, and what serves them. The server's callbacks may outlive the server that the test
-// has: each holds a share.
+// What clients requested, and the media that serve them. The server's callbacks may outlive TestRtspServer, so
+// each of them shares the ownership.
 struct Notes {
     std::mutex lock; // guards the rest
     std::string transports;

@@ -1,4 +1,4 @@
-// An RTSP server for tests of mpeg4player, with GStreamer's own server library: nothing of ours speaks in it.
+// An RTSP server for tests of mpeg4player, made with GStreamer's server library and none of our RTSP code.
 #pragma once
 
 #include <memory>
@@ -7,15 +7,15 @@
 namespace player {
 
 struct RtspServerOptions {
-    // The encoder and payloader, as for gst-launch; pictures of 352x288 with a frame mark come in, "pay0"
-    // goes out.
+    // Encoder and payloader in the syntax of gst-launch. Pictures of 352x288 with a frame mark come in; the
+    // payloader is named "pay0".
     std::string encoding = "x264enc tune=zerolatency speed-preset=ultrafast bitrate=1500 key-int-max=10 ! "
                            "rtph264pay name=pay0 pt=96 config-interval=1";
-    std::string sound;      // the same for sound; "" none
+    std::string sound;      // the same for sound; "": no sound
     int source = 9;         // in the pictures' marks
-    bool basic = false;     // ask for viewer/secret
-    bool digest = false;    // likewise
-    bool multicast = false; // offer that only
+    bool basic = false;     // require viewer/secret
+    bool digest = false;    // require viewer/secret
+    bool multicast = false; // offer only multicast
     std::string path = "/mpeg4/1/media.orv";
 };
 
@@ -27,10 +27,10 @@ public:
     TestRtspServer& operator=(const TestRtspServer&) = delete;
 
     unsigned short port() const;
-    void endStreams();    // that play now, as if a file were over
-    int sessions() const; // that were torn down or not yet: open now
-    std::string
-    transports() const; // asked for so far: "udp", "tcp", "udp-mcast", in order, separated by blanks
+    void endStreams();    // all that play now, as at the end of a file
+    int sessions() const; // number of open sessions
+    // The transports that clients requested, in order, each with a blank after it: "udp", "tcp", "udp-mcast".
+    std::string transports() const;
 
 private:
     struct State;

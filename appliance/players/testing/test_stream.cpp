@@ -42,7 +42,7 @@ GstElement* pipelineOf(const std::string& description) {
     return pipeline;
 }
 
-// Runs to its end. False after an error.
+// Runs the pipeline to its end. False after an error.
 bool runToEnd(GstElement* pipeline) {
     gst_element_set_state(pipeline, GST_STATE_PLAYING);
     GstBus* bus = gst_element_get_bus(pipeline);
@@ -60,7 +60,7 @@ bool runToEnd(GstElement* pipeline) {
 constexpr int width = 176;
 constexpr int height = 144;
 
-// libavcodec itself: it repeats the sequence header with each key picture, without which nobody could join.
+// Uses libavcodec directly: it repeats the sequence header before each key picture, so that a player can join.
 class Mpeg2Encoder {
 public:
     Mpeg2Encoder() {

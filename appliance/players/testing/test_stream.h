@@ -1,4 +1,4 @@
-// Live streams for tests, made by GStreamer: pictures with a frame mark, encoded, and sent somewhere.
+// Live streams for tests, made with GStreamer: pictures with a frame mark, encoded and sent.
 #pragma once
 
 #include <memory>
@@ -8,17 +8,17 @@ namespace player {
 
 class TestStream {
 public:
-    // `rest` is what becomes of the pictures (I420, 176x144, 25 a second), as for gst-launch, up to its sink.
-    // Runs until it is destroyed.
+    // `rest` is the pipeline for the pictures (I420, 176x144, 25 a second) up to its sink, in the syntax of
+    // gst-launch. Runs until it is destroyed.
     TestStream(int source, const std::string& rest);
     ~TestStream();
     TestStream(const TestStream&) = delete;
     TestStream& operator=(const TestStream&) = delete;
 
-    bool good() const; // it runs; what it lacks stands on standard error
+    bool good() const; // it runs; otherwise the reason is on standard error
 
-    // The pictures of an MPEG-2 elementary stream, at the speed of 25 a second, up to its end; `rest` is what
-    // becomes of them. `more` is another branch beside it.
+    // Plays an MPEG-2 elementary stream with 25 pictures a second to its end. `rest` is the pipeline for it, `more`
+    // a second branch beside it.
     static TestStream paced(const std::string& elementary, const std::string& rest,
                             const std::string& more = "");
 
@@ -28,10 +28,10 @@ private:
     std::unique_ptr<State> state_;
 };
 
-// A whole MPEG-2 elementary stream of that many marked pictures; "" when there is no encoder.
+// An MPEG-2 elementary stream of that many pictures with marks; "" when there is no encoder.
 std::string mpeg2Stream(int source, int pictures);
 
-// The same in a container: "mpegtsmux", "mpegpsmux".
+// The stream in a container; `muxer` is "mpegtsmux" or "mpegpsmux".
 std::string packed(const std::string& elementary, const std::string& muxer);
 
 } // namespace player

@@ -1,4 +1,4 @@
-// What the screen's programs share in reading their command lines.
+// Command lines of the screen's programs.
 #pragma once
 
 #include <CLI/CLI.hpp>
@@ -6,8 +6,8 @@
 
 namespace screen {
 
-// Reads the command line. Gives the exit status when the program is to end at once: 0 after --help or
-// --version, 2 with a message after a mistake.
+// Parses the command line. Returns an exit status if the program must end: 0 after --help or --version, 2 with a
+// message after a mistake.
 inline std::optional<int> parseCommandLine(CLI::App& app, int argc, char** argv) {
     try {
         app.parse(argc, argv);
