@@ -123,7 +123,7 @@ bool FrameStore::openForWriting() {
     if (file_ != nullptr)
         return true;
     if (!reason.empty())
-        logmsg(6, "Frame store %s is made anew: %s", path_.c_str(), reason.c_str());
+        logmsg(6, "Frame store %s is replaced: %s", path_.c_str(), reason.c_str());
     file_ = StoreFile::create(path_, wantedMode_, nullptr, false);
     return file_ != nullptr;
 }

@@ -22,8 +22,7 @@
 // when it can't get the lock within a second.
 //
 // A FrameStore object is for one thread at a time; every thread and process makes its own. Files are opened
-// when they are needed, so an object may be made before the store exists. Each cause of a failure is logged
-// once.
+// when they are needed, so an object may be made before the store exists. A repeated failure is logged once.
 #pragma once
 
 #include "appliance/screen/video_mode.h"
@@ -124,8 +123,7 @@ public:
     bool setMode(VideoMode mode);
 
     // Like setMode(), and takes the screen over: from now on an object that took it over earlier gets an empty
-    // Drawing, without a log line, until it takes the screen over again. Objects that never took it over are not
-    // limited.
+    // Drawing, without a log line, until it takes the screen over again. Objects that never did are not limited.
     bool takeOver(VideoMode mode);
 
     // Replaces the store by a black one in this mode. Numbers and records stay.

@@ -125,7 +125,7 @@ bool Window::start(bool fullscreen, std::string& reason) {
     if (fullscreen && hasProperty(sink_, "fullscreen"))
         g_object_set(sink_, "fullscreen", TRUE, nullptr);
     else if (fullscreen)
-        std::fprintf(stderr, "decoder-monitor: %s knows no full screen; showing its window\n",
+        std::fprintf(stderr, "decoder-monitor: %s has no full-screen mode; it shows a window\n",
                      G_OBJECT_TYPE_NAME(sink_));
     for (const GstState state : {GST_STATE_READY, GST_STATE_PLAYING})
         if (gst_element_set_state(pipeline_.get(), state) == GST_STATE_CHANGE_FAILURE) {

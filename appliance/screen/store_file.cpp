@@ -127,8 +127,8 @@ int openLockFile(const std::string& path) {
     return fd;
 }
 
-// False when the folder was removed and another process made a new lock file: the lock on the old one has no
-// effect.
+// False when the folder was removed and another process made a new lock file: a lock on the old one then
+// excludes no other writer.
 bool stillThere(int fd) {
     struct stat info {};
     return fstat(fd, &info) == 0 && info.st_nlink > 0;
@@ -157,8 +157,7 @@ WriterLock::WriterLock(const std::string& storePath) {
             fd = openLockFile(path);
             continue;
         }
-        // A drawing takes about two milliseconds. Polling with a limit, because a stopped process may hold the
-        // lock.
+        // A drawing takes about two milliseconds. Poll with a limit: a stopped process may hold the lock.
         usleep(200);
     }
     const int error = errno;

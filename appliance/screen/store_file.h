@@ -5,8 +5,7 @@
 // that readers use are atomic, because writers change them meanwhile.
 //
 // A file is replaced as a whole (rename) by one that is complete and has its memory allocated; it is never
-// resized. So a mapping stays valid unless another program truncates the file, which is checked before each
-// use.
+// resized. So a mapping stays valid unless another program truncates the file. Each use checks that first.
 #pragma once
 
 #include "appliance/screen/frame_store.h"
@@ -74,8 +73,8 @@ private:
 // One open, mapped store file. It stays mapped while it has an owner, so a Drawing outlives a reopening.
 class StoreFile {
 public:
-    // Opens and checks the file. Null when it is missing (`reason` is then empty) or not usable (`reason` says
-    // why).
+    // Opens and checks the file. Null when it is missing or not usable; `reason` says why it is not usable, and is
+    // empty for a missing file.
     static std::shared_ptr<StoreFile> open(const std::string& path, bool writable, std::string& reason);
 
     // Creates a file in this mode and moves it to `path`, with the records of `old` (may be null). The caller

@@ -12,8 +12,8 @@ struct JpegSize {
 };
 
 // The size of a picture that is complete (it has its start and end marker) and safe to decode; otherwise
-// nothing. The limit is 4096 by 4096: without it a hostile picture of a few bytes makes the decoder allocate
-// gigabytes.
+// nothing. The limit is 4096 by 4096: without one, a hostile picture of a few bytes makes the decoder
+// allocate gigabytes.
 std::optional<JpegSize> wholeJpeg(std::string_view bytes);
 
 } // namespace streams

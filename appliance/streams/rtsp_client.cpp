@@ -50,8 +50,8 @@ std::string RtspClient::openDown() {
                        source_.answerMs);
 }
 
-// Two connections that share a cookie: answers arrive on the GET connection, requests leave in base64 on the POST
-// connection.
+// Two connections that share a cookie: answers arrive on the one with GET, requests are sent in base64 on the
+// one with POST.
 std::string RtspClient::openTunnel() {
     char cookie[24];
     std::snprintf(cookie, sizeof cookie, "%08x%08x", g_random_int(), g_random_int());

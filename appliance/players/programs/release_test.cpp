@@ -61,8 +61,7 @@ TEST_F(Release, TakenByAStrangerEndsThePlayer) {
     EXPECT_EQ(supervisor_.end(pid), 25);
 }
 
-// The supervisor may take longer than the picture limit, for instance when a camera answers slowly to its
-// preset.
+// The supervisor may take longer than the picture limit, for instance when a camera is slow to answer.
 TEST_F(Release, IsAwaitedLongerThanThePictureLimit) {
     const Server server(pictureStream(7, 500));
     const pid_t pid = start(server, "60000", "5000");

@@ -9,9 +9,8 @@
 
 namespace player {
 
-// The target of an HTTP request: a CGI with the stream options of the command line. The supervisor writes the
-// options in several forms ("?", "?&compression=30", "camera=1&resolution=640x480"); each gives a valid
-// request.
+// The target of an HTTP request: a CGI with the stream options of the command line. The supervisor writes
+// them in several forms ("?", "?&compression=30", "camera=1&resolution=640x480"). Each gives a valid request.
 std::string requestTarget(const std::string& cgi, const std::string& streamOptions);
 
 // The HTTP request for that target.

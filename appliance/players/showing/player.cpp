@@ -34,8 +34,7 @@ constexpr int freshDrawingMs = 5;
 constexpr int drawingPatienceMs = 60;
 constexpr int endSessionMs = 200;
 
-// What the other threads report to the main thread. They signal an eventfd; the main thread then takes the
-// reports.
+// What the other threads report to the main thread. They signal an eventfd, which wakes the main thread.
 class Reports {
 public:
     Reports() : signal_(eventfd(0, EFD_CLOEXEC | EFD_NONBLOCK)) {}

@@ -23,8 +23,8 @@ using EndSession = std::function<void()>;
 // log line when the stream can't be started.
 using StartStream = std::function<bool(const PlayerOptions&, const StreamSink&, EndSession&)>;
 
-// The whole main() of a player of that kind. Returns only after a mistake in the command line, --help or
-// --version.
+// The whole main() of a player of that kind. Returns only after --help, --version or a mistake in the command
+// line; otherwise it ends the process.
 int runPlayer(Kind kind, int argc, char** argv, const StartStream& startStream);
 
 } // namespace player
