@@ -6,25 +6,25 @@
 
 namespace {
 
-constexpr int bitCount = 32; // source 8, counter 16, check 8; the highest bit stands at the left
+constexpr int bitCount = 32; // source 8, counter 16, check 8; the highest bit is at the left
 constexpr double stripTop = 0.90;
 constexpr double rowHeight = (1.0 - stripTop) / 2;
 constexpr int minWidth = 64;
 constexpr int minHeight = 40;
 
-// Within the range that broadcast video carries, so that no converter on the way clips one of the two.
+// The limits of broadcast video, so that no converter clips one of them.
 constexpr std::uint8_t dark = 16;
 constexpr std::uint8_t light = 235;
 
-// The two cells of a pair must differ by this much. Plain and softly shaded pictures never do over the whole
-// width, and noise averages out within a cell.
+// The least difference between the two cells of a pair. Plain and softly shaded pictures don't reach it over
+// the whole width, and noise averages out within a cell.
 constexpr double minContrast = 50;
 
 struct Box {
-    int left, top, right, bottom; // right and bottom are past the end
+    int left, top, right, bottom; // right and bottom are exclusive
 };
 
-// The cell of a bit in the upper (0) or lower (1) row, without a share of `inset` at each of its edges.
+// The cell of a bit in the upper (0) or lower (1) row, reduced by the share `inset` at each edge.
 Box cell(int bit, int row, int width, int height, double inset) {
     const double cellWidth = static_cast<double>(width) / bitCount;
     const double cellHeight = rowHeight * height;
@@ -40,7 +40,7 @@ Box cell(int bit, int row, int width, int height, double inset) {
 }
 
 std::uint8_t checkOf(std::uint32_t sourceAndCounter) {
-    std::uint8_t crc = 0xA5; // not 0: a strip of zeros must not check
+    std::uint8_t crc = 0xA5; // not 0: a strip of zeros must not be valid
     for (int shift = 16; shift >= 0; shift -= 8) {
         crc = static_cast<std::uint8_t>(crc ^ (sourceAndCounter >> shift));
         for (int i = 0; i < 8; ++i)
@@ -95,7 +95,7 @@ std::optional<FrameMark> readFrameMark(const std::uint8_t* bgrx, int width, int 
         return std::nullopt;
     std::uint32_t word = 0;
     for (int bit = 0; bit < bitCount; ++bit) {
-        // The middle half of a cell: its edges are blurred by scaling and ring after compression.
+        // The middle half of a cell: scaling blurs its edges and compression distorts them.
         const double upper = meanLuma(bgrx, stride, cell(bit, 0, width, height, 0.25));
         const double lower = meanLuma(bgrx, stride, cell(bit, 1, width, height, 0.25));
         if (std::abs(upper - lower) < minContrast)

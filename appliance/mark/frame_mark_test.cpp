@@ -24,7 +24,7 @@ struct Picture {
     }
 };
 
-// Something to compress: a colour gradient with stripes in it.
+// A picture to compress: a colour gradient with stripes.
 Picture scene(int width, int height) {
     Picture picture(width, height);
     for (int y = 0; y < height; ++y) {

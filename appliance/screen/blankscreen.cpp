@@ -1,6 +1,6 @@
-// blankscreen: turns the appliance's screen black until the next frame.
-#include "appliance/screen/command_line.h"
+// blankscreen: turns the screen black until the next frame.
 #include "appliance/screen/frame_store.h"
+#include "appliance/screen/program_options.h"
 
 #include <libcommon/params.h>
 
@@ -18,7 +18,7 @@ int main(int argc, char** argv) {
     const bool done =
         store.present() ? store.blank() : store.reset(configured.value_or(screen::VideoMode::ntsc));
     if (!done)
-        std::fprintf(stderr, "blankscreen: the screen %s can't be written; the log tells why\n",
+        std::fprintf(stderr, "blankscreen: the screen %s can't be written; see the log\n",
                      screen::FrameStore::appliancePath().c_str());
     return done ? 0 : 1;
 }

@@ -20,8 +20,8 @@ Composer::Composer(Composer&&) noexcept = default;
 Composer::~Composer() = default;
 
 const Picture& Composer::compose() {
-    // The texts first: a text that is shown over the last frame and blanked with it is never seen over that
-    // frame.
+    // Read the texts before the frame: a text that was set together with a blanking then never appears over the
+    // frame before the blanking.
     ScreenText text;
     for (int line = 0; line < libcommon::osdLines; ++line)
         text[static_cast<std::size_t>(line)] = libcommon::osdText(line);
@@ -80,7 +80,7 @@ bool writePng(const Picture& picture, const std::string& path) {
     std::FILE* file = std::fopen(path.c_str(), "wbe");
     bool good = file != nullptr && std::fwrite(bytes.data(), 1, bytes.size(), file) == bytes.size();
     int error = errno;
-    // A device or a pipe is somebody else's: only a file that we left half-written goes.
+    // Only a regular file is removed, not a device or a pipe.
     struct stat info {};
     const bool ours = file != nullptr && fstat(fileno(file), &info) == 0 && S_ISREG(info.st_mode);
     if (file != nullptr && std::fclose(file) != 0) {

@@ -30,7 +30,7 @@ Frame greyFrame(VideoMode mode = VideoMode::pal, std::int64_t time = 100) {
     return frame;
 }
 
-// The rows [first, last] in which a colour is seen; first > last: nowhere.
+// The rows [first, last] that have a colour; first > last: none.
 struct Extent {
     int first = 1 << 20;
     int last = -1;
@@ -154,7 +154,7 @@ TEST(Composition, TextsOfAnyAlphabetAreDrawn) {
         EXPECT_TRUE(extentOf(composer.compose(&frame, frame.mode, 0, {text, "", ""}), changed).any()) << text;
 }
 
-TEST(Composition, BrokenTextsAreDrawnAsFarAsTheyGo) {
+TEST(Composition, InvalidTextsAreDrawnUpToTheirFault) {
     Composer composer;
     const Frame frame = greyFrame();
     std::string zeros("A\0B", 3);
@@ -176,7 +176,7 @@ TEST(Composition, ClearedTextLeavesNothingBehind) {
     EXPECT_EQ(composer.compose(&frame, frame.mode, 0, {}).pixels, frame.pixels);
 }
 
-TEST(Composition, TextStandsOverABlankScreen) {
+TEST(Composition, TextIsShownOnABlankScreen) {
     Composer composer;
     const Frame frame = greyFrame();
     const Picture& picture = composer.compose(&frame, frame.mode, 200, {"No connection", "", ""});
@@ -226,7 +226,7 @@ TEST_F(CompositionFiles, PngThatCannotBeWrittenIsAClearFailure) {
     }
 }
 
-TEST_F(CompositionFiles, StoreIsComposedAsItStands) {
+TEST_F(CompositionFiles, StoreIsComposedAsItIs) {
     const std::string path = root / "frames";
     FrameStore player(path);
     Composer composer{FrameStore(path)};

@@ -1,6 +1,6 @@
-// decoder-monitor: a window, or a whole screen, that shows what the decoder shows.
-#include "appliance/screen/command_line.h"
+// decoder-monitor: shows the decoder's screen in a window or on a whole monitor.
 #include "appliance/screen/monitor.h"
+#include "appliance/screen/program_options.h"
 
 #include <CLI/CLI.hpp>
 
@@ -9,13 +9,12 @@ int main(int argc, char** argv) {
     int seconds = 0;
     CLI::App app("Shows the decoder's screen: the picture with its on-screen texts.", "decoder-monitor");
     app.set_version_flag("--version", HOUSE_VERSION);
-    app.add_option(
-        "--sink", options.sink,
-        "GStreamer video sink to show it with: kmssink on a console, ximagesink, waylandsink, fakesink; "
-        "chosen for the desktop when not given");
-    app.add_flag("--fullscreen", options.fullscreen, "Fill the screen, where the sink can");
+    app.add_option("--sink", options.sink,
+                   "GStreamer video sink: kmssink on a console, ximagesink, waylandsink, fakesink; "
+                   "default: the first one for the desktop that works");
+    app.add_flag("--fullscreen", options.fullscreen, "Fill the screen, if the sink can");
     CLI::Option* limited =
-        app.add_option("--seconds", seconds, "End after so many seconds")->check(CLI::Range(1, 1'000'000));
+        app.add_option("--seconds", seconds, "End after that many seconds")->check(CLI::Range(1, 1'000'000));
     if (const auto ended = screen::parseCommandLine(app, argc, argv))
         return *ended;
     if (limited->count() > 0)

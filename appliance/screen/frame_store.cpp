@@ -17,9 +17,9 @@
 namespace screen {
 namespace {
 
-// How often a waiter looks whether there is a store (again), milliseconds.
+// How often a waiter looks for a missing store, in milliseconds.
 constexpr int lookAgainMs = 20;
-// A waiter whose store was removed by hand is not woken; it looks after this time, milliseconds.
+// Removing a store does not wake its waiters, so they look after this time, in milliseconds.
 constexpr int futexSliceMs = 200;
 
 void futexWait(std::atomic<std::uint32_t>& word, std::uint32_t seen, int timeoutMs) {
@@ -27,7 +27,7 @@ void futexWait(std::atomic<std::uint32_t>& word, std::uint32_t seen, int timeout
     syscall(SYS_futex, reinterpret_cast<std::uint32_t*>(&word), FUTEX_WAIT, seen, &timeout, nullptr, 0);
 }
 
-// Copies the picture of that number out of its slot; false when it was drawn over meanwhile.
+// Copies the picture with that number from its slot. False when it was overwritten meanwhile.
 bool copyPicture(StoreFile& file, std::uint64_t number, Frame& out) {
     const FrameSlot& slot = file.header().slot[number % slotCount];
     if (slot.sequence.load(std::memory_order_acquire) != 2 * number)
@@ -95,7 +95,7 @@ std::string FrameStore::appliancePath() {
     return libcommon::appliancePath("/run/decoder/screen/frames");
 }
 
-// Lets go of a store that is no longer the appliance's.
+// Closes a store that was replaced.
 void FrameStore::follow() {
     if (file_ != nullptr && !file_->current())
         file_.reset();
@@ -113,7 +113,7 @@ bool FrameStore::openForReading() {
     return file_ != nullptr;
 }
 
-// With the writers' lock held: opens the store, or makes one where there is none to use.
+// Opens the store, or creates one if there is no usable one. The caller holds the writers' lock.
 bool FrameStore::openForWriting() {
     follow();
     if (file_ != nullptr && file_->writable())
@@ -123,7 +123,7 @@ bool FrameStore::openForWriting() {
     if (file_ != nullptr)
         return true;
     if (!reason.empty())
-        logmsg(6, "Frame store %s is made anew: %s", path_.c_str(), reason.c_str());
+        logmsg(6, "Frame store %s is replaced: %s", path_.c_str(), reason.c_str());
     file_ = StoreFile::create(path_, wantedMode_, nullptr, false);
     return file_ != nullptr;
 }
@@ -133,7 +133,7 @@ bool FrameStore::present() {
 }
 
 bool FrameStore::newest(Frame& out) {
-    // A reader that is overtaken by three drawings while it copies one tries the newest again.
+    // If three drawings complete while the reader copies, it copies the newest one again.
     for (int attempt = 0; attempt < 64; ++attempt) {
         if (!openForReading())
             return false;
@@ -216,7 +216,7 @@ std::uint64_t FrameStore::wait(std::uint64_t seen, int timeoutMs) {
     }
 }
 
-// With the writers' lock held: puts a new file in the place of the present one.
+// Replaces the present file by a new one. The caller holds the writers' lock.
 bool FrameStore::renew(VideoMode mode, bool keepPicture) {
     std::string reason;
     if (file_ == nullptr || !file_->current() || !file_->writable())
@@ -277,9 +277,8 @@ FrameInfo FrameStore::draw(const void* bgrx, int width, int height, std::size_t 
 }
 
 bool FrameStore::blank() {
-    // Without the lock: a player that was stopped in the middle of a drawing must not keep the screen on. A
-    // store that is being made anew in this moment takes the old value over, so the new one is looked for
-    // again.
+    // Without the lock, because a player that was stopped while it draws holds it. If the store is being replaced
+    // now, the new file may have the old value, so the loop looks for a new file afterwards.
     for (int attempt = 0; attempt < 3; ++attempt) {
         follow();
         if (file_ == nullptr || !file_->writable()) {

@@ -1,30 +1,28 @@
-// The frame store: what stands on the appliance's monitor.
+// The frame store: the frames on the appliance's monitor.
 //
-// One store an appliance, the shared file /run/decoder/screen/frames below the appliance root. Players draw
-// whole pictures into it; the monitor window, the panel, snapshots, tests and benchmarks read them. The store
-// keeps the newest pictures in a short ring, so that a reader copies one while the next is drawn, and a
-// record of the last 256 hand-ins (number, time, pid, source), so that a benchmark misses none.
+// Each appliance has one store, the shared file /run/decoder/screen/frames below the appliance root. Players
+// draw complete pictures into it; the monitor window, the panel, snapshots, tests and benchmarks read them. The
+// store keeps the newest pictures in a short ring, so that a reader can copy one while the next is drawn. It
+// records the last 256 commits (number, time, pid, source), so that a benchmark misses none.
 //
-// Pictures are BGRx: 32 bits a pixel, blue in the first byte, the fourth byte unused; as a number of this
-// machine 0x00RRGGBB, which is cairo's RGB24. Rows follow each other without a gap.
+// Pictures are BGRx: 32 bits for each pixel, blue in the first byte, the fourth byte unused. As a number of this
+// machine a pixel is 0x00RRGGBB, which is cairo's RGB24. There is no gap between rows.
 //
-// Promises, also across processes and when one of them is killed in the middle of a drawing:
-// - A reader gets a whole picture of one hand-in, never parts of two.
-// - Numbers begin at 1 and grow by one a hand-in; none comes twice. Times never go back.
-// - A drawing that was not finished leaves no trace.
-// - A store that is missing, cut short, garbage, of another layout or left over from before a restart of the
-//   machine is never used: readers see no frame, writers make it anew. No access ends in a signal.
-// - Another video mode makes the store anew while others have it open; they follow at their next call.
+// Guarantees, also across processes and when a process is killed while it draws:
+// - A reader gets one complete picture, never parts of two.
+// - Numbers begin at 1 and grow by one with each commit; none is used twice. Times never go back.
+// - An unfinished drawing leaves no trace.
+// - A store that is missing, truncated, garbage, of another layout or older than the machine's last restart is
+//   never used: readers see no frame, writers create a new store. No access ends in a signal.
+// - A change of the video mode replaces the store; processes that have it open follow at their next call.
+// - When one player takes the screen over from another, drawings of the earlier one are dropped. So its last
+//   picture can't appear after the first one of the new player.
 //
-// - Of two players that hand the screen over, the one that took it over last draws; drawings of the other are
-//   dropped, so that its last picture can't come after the first of the new one.
+// Writers exclude each other with a file lock, which the kernel releases when its holder dies. A call fails
+// when it can't get the lock within a second.
 //
-// Writers exclude each other with a file lock, which the kernel gives back when its holder dies. A lock that
-// can't be had within a second fails the call.
-//
-// A FrameStore object belongs to one thread at a time; every thread and process makes its own. Nothing is
-// opened before it is needed, so an object may be made before the store exists. Failures are logged once a
-// cause.
+// A FrameStore object is for one thread at a time; every thread and process makes its own. Files are opened
+// when they are needed, so an object may be made before the store exists. A repeated failure is logged once.
 #pragma once
 
 #include "appliance/screen/video_mode.h"
@@ -37,12 +35,12 @@
 
 namespace screen {
 
-// One hand-in.
+// One committed picture.
 struct FrameInfo {
     std::uint64_t number = 0; // 1, 2, 3, ...; 0: no frame
-    std::int64_t time = 0;    // when it was handed in, on gettimeusec()'s clock
+    std::int64_t time = 0;    // of the commit, on gettimeusec()'s clock
     std::int32_t pid = 0;     // of the process that drew it
-    std::int32_t source = -1; // source index that the drawer told
+    std::int32_t source = -1; // source index, from the process that drew it
 
     bool operator==(const FrameInfo&) const = default;
 };
@@ -58,22 +56,21 @@ struct Frame {
 class StoreFile;
 class WriterLock;
 
-// A picture being drawn, in the store's own memory; nobody sees it before commit(). The writers' lock is held
-// meanwhile, so fill it and commit, and do nothing else in between. What is destroyed without commit() is
-// dropped.
+// A picture being drawn, in the store's own memory. Readers see it after commit(). It holds the writers' lock,
+// so fill it and commit it without doing anything else in between. Without commit() the picture is dropped.
 class Drawing {
 public:
     Drawing(Drawing&& other) noexcept;
     Drawing& operator=(Drawing&&) = delete;
     ~Drawing();
 
-    explicit operator bool() const { return pixels_ != nullptr; } // false: nothing to draw in
+    explicit operator bool() const { return pixels_ != nullptr; } // false: there is no memory to draw in
     std::uint8_t* pixels() const { return pixels_; }              // not cleared: fill all of it
     int width() const { return width_; }
     int height() const { return height_; }
     std::size_t stride() const { return std::size_t(4) * static_cast<std::size_t>(width_); } // bytes
 
-    // Hands the picture in and wakes who waits for it. Returns what was recorded; number 0 on failure.
+    // Publishes the picture and wakes the waiting readers. Returns its record; number 0 on failure.
     FrameInfo commit(std::int32_t source);
 
 private:
@@ -97,49 +94,47 @@ public:
 
     static std::string appliancePath(); // /run/decoder/screen/frames below the appliance root
 
-    // ---- Reading. A store that can't be read is one without frames, in PAL.
+    // ---- Reading. A store that can't be read is like one without frames, in PAL.
 
-    bool present(); // there is a store that can be used
+    bool present(); // there is a usable store
 
-    // Copies the newest frame: true; false when none was drawn yet (`out` is then unchanged).
+    // Copies the newest frame. False when there is none yet; `out` is then unchanged.
     bool newest(Frame& out);
 
     FrameInfo newestInfo(); // number 0: none yet
 
-    // The recorded hand-ins with a number greater than `after`, ascending, at most the last 256.
+    // The records with a number greater than `after`, ascending, at most the last 256.
     std::vector<FrameInfo> infosSince(std::uint64_t after);
 
-    // When the screen was last blanked, on gettimeusec()'s clock; 0 never. A frame handed in at this time or
-    // before is not to be seen.
+    // When the screen was last blanked, on gettimeusec()'s clock; 0: never. Frames committed at this time or
+    // earlier are not visible.
     std::int64_t blankedAt();
 
     VideoMode mode();
 
-    // Waits until the newest number is another than `seen`, or something else about the screen changed
-    // (blanked, mode), at most `timeoutMs` milliseconds. Returns the newest number.
+    // Waits until the newest number differs from `seen`, or the screen was blanked or changed its mode, at most
+    // `timeoutMs` milliseconds. Returns the newest number.
     std::uint64_t wait(std::uint64_t seen, int timeoutMs);
 
     // ---- Writing. False or an empty Drawing with a log line when the store can't be written.
 
-    // Makes the store be in this mode, making it anew where it is in another or missing. Numbers, records and
-    // the newest picture stay (cut or framed in black), so that a hand-over between modes shows no black
-    // frame.
+    // Sets the mode; replaces the store if it has another mode or is missing. Numbers, records and the newest
+    // picture stay (cut or framed in black), so that a switch between modes shows no black frame.
     bool setMode(VideoMode mode);
 
-    // As setMode(); from then on drawings of whoever took the screen over before are dropped (an empty
-    // Drawing, without a log line), until they take it over again. Objects that never took it over draw as
-    // they like.
+    // Like setMode(), and takes the screen over: from now on an object that took it over earlier gets an empty
+    // Drawing, without a log line, until it takes the screen over again. Objects that never did are not limited.
     bool takeOver(VideoMode mode);
 
-    // Makes the store anew in this mode, black. Numbers and records stay.
+    // Replaces the store by a black one in this mode. Numbers and records stay.
     bool reset(VideoMode mode);
 
-    // Begins a drawing in the size of the store's present mode (a missing store is made in the mode that
-    // setMode() or reset() last asked of this object, else PAL).
+    // Begins a drawing in the size of the store's present mode. A missing store is created in the mode of this
+    // object's last setMode() or reset(), or in PAL.
     Drawing draw();
 
-    // Draws a finished picture of the store's present size. `stride` is bytes from row to row, at least 4 *
-    // width. Number 0 when it failed or the store's size is another.
+    // Draws a finished picture of the store's present size. `stride` is the distance between rows in bytes, at
+    // least 4 * width. Number 0 on failure and when the store has another size.
     FrameInfo draw(const void* bgrx, int width, int height, std::size_t stride, std::int32_t source);
 
     // Turns the screen black until the next frame.
@@ -153,10 +148,10 @@ private:
 
     std::string path_;
     VideoMode wantedMode_ = VideoMode::pal;
-    std::uint64_t turn_ = 0;          // of this object's take-over; 0: none
+    std::uint64_t turn_ = 0;          // number of this object's take-over; 0: none
     std::shared_ptr<StoreFile> file_; // null: not open
-    std::string lastReason_;          // why the store was last refused, so that it is logged once
-    Frame scratch_;                   // keeps the memory of the last copy
+    std::string lastReason_;          // why the store was last refused; logged once
+    Frame scratch_;                   // reuses the memory of the last copy
 };
 
 } // namespace screen

@@ -35,7 +35,7 @@ protected:
     }
     ~FrameStoreTest() override { fs::remove_all(root); }
 
-    // A picture all of one colour: a reader can tell from any two pixels whether it is torn.
+    // A picture of one colour: it is torn if two pixels differ.
     static std::vector<std::uint32_t> plain(VideoMode mode, std::uint32_t colour) {
         const VideoFormat& format = formatOf(mode);
         return std::vector<std::uint32_t>(static_cast<std::size_t>(format.width * format.height), colour);
@@ -113,7 +113,7 @@ TEST_F(FrameStoreTest, PictureOfAnotherSizeIsRefused) {
     EXPECT_EQ(drawPlain(store, 1).number, 1U) << "the refusal cost a number or kept the lock";
 }
 
-TEST_F(FrameStoreTest, RecordsOfTheLast256HandInsAreKept) {
+TEST_F(FrameStoreTest, RecordsOfTheLast256CommitsAreKept) {
     FrameStore store(path);
     for (int i = 0; i < 300; ++i)
         store.draw().commit(i);
@@ -168,12 +168,12 @@ TEST_F(FrameStoreTest, BlankingIsLaterThanTheFramesBeforeIt) {
     EXPECT_LE(store.blankedAt(), drawPlain(store, 2).time);
 }
 
-TEST_F(FrameStoreTest, BlankingWorksWhileADrawingIsUnderWay) {
+TEST_F(FrameStoreTest, BlankingWorksDuringADrawing) {
     FrameStore store(path);
     Drawing held = store.draw();
     FrameStore tool(path);
     ASSERT_TRUE(held);
-    // The tool has to open the store first, for which it needs no lock when the store is good.
+    // Opening a good store needs no lock.
     Frame frame;
     tool.newest(frame);
     held.commit(0);
@@ -196,7 +196,7 @@ TEST_F(FrameStoreTest, WaiterIsWokenByAFrame) {
     EXPECT_EQ(seen, 2U);
 }
 
-TEST_F(FrameStoreTest, WaiterSeesAStoreThatIsMadeMeanwhile) {
+TEST_F(FrameStoreTest, WaiterSeesAStoreThatIsCreatedMeanwhile) {
     std::uint64_t seen = 0;
     std::thread waiter([&] {
         FrameStore reader(path);
@@ -242,7 +242,7 @@ TEST_F(FrameStoreTest, ModeChangeKeepsNumbersRecordsAndPicture) {
     EXPECT_EQ(frame.pixels[720 * 528], 0U);
 }
 
-TEST_F(FrameStoreTest, WhoTookTheScreenOverLastDraws) {
+TEST_F(FrameStoreTest, LastOneToTakeTheScreenOverDraws) {
     FrameStore old(path);
     FrameStore next(path);
     FrameStore anybody(path);
@@ -273,7 +273,7 @@ TEST_F(FrameStoreTest, SameModeAgainChangesNothing) {
     EXPECT_EQ(before.st_ino, after.st_ino);
 }
 
-TEST_F(FrameStoreTest, ResetIsBlackAndGoesOnCounting) {
+TEST_F(FrameStoreTest, ResetIsBlackAndContinuesTheNumbers) {
     FrameStore store(path);
     const FrameInfo info = drawPlain(store, 0xffffff);
     ASSERT_TRUE(FrameStore(path).reset(VideoMode::pal));
@@ -284,14 +284,14 @@ TEST_F(FrameStoreTest, ResetIsBlackAndGoesOnCounting) {
     EXPECT_EQ(drawPlain(store, 1).number, 2U);
 }
 
-TEST_F(FrameStoreTest, FirstDrawingMakesTheStoreInTheModeAskedBefore) {
+TEST_F(FrameStoreTest, FirstDrawingCreatesTheStoreInTheModeSetBefore) {
     FrameStore store(path);
     ASSERT_TRUE(store.setMode(VideoMode::ntsc));
     fs::remove(path);
     EXPECT_EQ(drawPlain(store, 1, 0, VideoMode::ntsc).number, 1U);
 }
 
-TEST_F(FrameStoreTest, GarbageFilesAreRefusedAndMadeAnew) {
+TEST_F(FrameStoreTest, GarbageFilesAreRefusedAndReplaced) {
     const std::uint64_t size = storeFileSize(VideoMode::pal);
     for (const std::string& content : {std::string(), std::string("screen\r\n"), std::string(size, '\xff'),
                                        std::string(size, '\0'), std::string(size - 1, 'x')}) {
@@ -311,7 +311,7 @@ TEST_F(FrameStoreTest, EveryDamagedHeaderFieldIsRefused) {
     drawPlain(*std::make_unique<FrameStore>(path), 1);
     std::ifstream in(path, std::ios::binary);
     const std::string good((std::istreambuf_iterator<char>(in)), std::istreambuf_iterator<char>());
-    // The fields up to the futex word; what follows may hold anything but times to come.
+    // The fields before the futex word. The others may have any value, except times in the future.
     for (std::size_t offset = 0; offset < offsetof(StoreHeader, changes); ++offset) {
         std::string bad = good;
         bad[offset] = static_cast<char>(bad[offset] ^ 0x55);
@@ -331,7 +331,7 @@ TEST_F(FrameStoreTest, StoreFromBeforeARestartIsRefused) {
     EXPECT_EQ(drawPlain(*std::make_unique<FrameStore>(path), 2).number, 1U);
 }
 
-TEST_F(FrameStoreTest, FileCutWhileItIsOpenIsMadeAnewWithoutASignal) {
+TEST_F(FrameStoreTest, FileTruncatedWhileOpenIsReplacedWithoutASignal) {
     FrameStore writer(path);
     FrameStore reader(path);
     Frame frame;
@@ -344,7 +344,7 @@ TEST_F(FrameStoreTest, FileCutWhileItIsOpenIsMadeAnewWithoutASignal) {
     EXPECT_TRUE(reader.newest(frame));
 }
 
-TEST_F(FrameStoreTest, RemovedFolderIsMadeAgain) {
+TEST_F(FrameStoreTest, RemovedFolderIsCreatedAgain) {
     FrameStore writer(path);
     FrameStore reader(path);
     Frame frame;
@@ -366,8 +366,8 @@ TEST_F(FrameStoreTest, FolderInItsPlaceIsAClearFailure) {
     EXPECT_FALSE(store.reset(VideoMode::pal));
 }
 
-// Child processes draw pictures of one colour each as fast as they can; the parent kills one of them every
-// few milliseconds, mostly in the middle of a drawing, and starts another; meanwhile it reads.
+// Child processes draw pictures of one colour as fast as they can. Every few milliseconds the parent kills one
+// of them, mostly while it draws, and starts another. It reads all the time.
 TEST_F(FrameStoreTest, KilledWritersTearNothingAndNumbersNeverRepeat) {
     constexpr int rounds = 40;
     const auto startWriter = [&](std::uint32_t colour) {

@@ -22,7 +22,7 @@ namespace {
 // Set by the handler of SIGINT and SIGTERM; read by the loop.
 volatile std::sig_atomic_t stopAsked = 0;
 
-// Texts change without a word to those who wait for frames: the picture is put together anew after this time.
+// A change of the texts does not wake a waiter for frames, so the picture is composed again after this time.
 constexpr int textIntervalMs = 200;
 
 struct Unref {
@@ -36,8 +36,8 @@ bool isSet(const char* name) {
     return value != nullptr && *value != '\0';
 }
 
-// The sinks to try, best first. Not GStreamer's own automatic choice: it also tries sinks that end the
-// program where their hardware is missing.
+// The sinks to try, best first. GStreamer's automatic choice is not used: it also tries sinks that end the
+// program if their hardware is missing.
 std::vector<std::string> sinksFor(const MonitorOptions& options) {
     if (!options.sink.empty())
         return {options.sink};
@@ -49,7 +49,7 @@ std::vector<std::string> sinksFor(const MonitorOptions& options) {
     return sinks;
 }
 
-// A television shows either mode 4:3, so its pixels are no squares.
+// A television shows both modes as 4:3, so the pixels are not square.
 GstCaps* capsOf(VideoMode mode) {
     const VideoFormat& format = formatOf(mode);
     return gst_caps_new_simple("video/x-raw", "format", G_TYPE_STRING, "BGRx", "width", G_TYPE_INT,
@@ -65,7 +65,7 @@ bool hasProperty(GstElement* element, const char* name) {
 
 class Window {
 public:
-    // Null when the window can't be opened; `reason` then tells why.
+    // Null with a `reason` when the window can't be opened.
     static std::unique_ptr<Window> open(const std::string& sinkName, bool fullscreen, VideoMode mode,
                                         std::string& reason);
     ~Window() { gst_element_set_state(pipeline_.get(), GST_STATE_NULL); }
@@ -125,7 +125,7 @@ bool Window::start(bool fullscreen, std::string& reason) {
     if (fullscreen && hasProperty(sink_, "fullscreen"))
         g_object_set(sink_, "fullscreen", TRUE, nullptr);
     else if (fullscreen)
-        std::fprintf(stderr, "decoder-monitor: %s knows no full screen; showing its window\n",
+        std::fprintf(stderr, "decoder-monitor: %s has no full-screen mode; it shows a window\n",
                      G_OBJECT_TYPE_NAME(sink_));
     for (const GstState state : {GST_STATE_READY, GST_STATE_PLAYING})
         if (gst_element_set_state(pipeline_.get(), state) == GST_STATE_CHANGE_FAILURE) {
@@ -158,7 +158,7 @@ bool Window::alive(std::string& reason) {
         return true;
     GError* error = nullptr;
     gst_message_parse_error(message, &error, nullptr);
-    // The X sinks report a closed window as an error that nothing but its text tells apart.
+    // The X sinks report a closed window as an error; only its text differs from other errors.
     const bool closed = std::strstr(error->message, "window was closed") != nullptr;
     reason = closed ? "" : error->message;
     g_error_free(error);
@@ -171,7 +171,7 @@ int failed(const std::string& reason) {
     return 1;
 }
 
-// Shows what the composer makes until something ends it. The program's exit status.
+// Shows the composed pictures until something ends it. Returns the program's exit status.
 int showScreen(Window& window, Composer& composer, const std::optional<int>& seconds) {
     const std::int64_t end = gettimeusec() + seconds.value_or(0) * std::int64_t{1'000'000};
     std::string reason;

@@ -7,13 +7,13 @@
 namespace screen {
 
 struct MonitorOptions {
-    std::string sink;           // name of a GStreamer video sink; "" chooses one for the desktop
-    bool fullscreen = false;    // where the sink can
-    std::optional<int> seconds; // stops after so long
+    std::string sink;           // name of a GStreamer video sink; "": one for the desktop
+    bool fullscreen = false;    // if the sink can
+    std::optional<int> seconds; // ends after this time
 };
 
-// Shows the screen until the window is closed, SIGINT or SIGTERM comes, or the time is over. Returns the
-// program's exit status: 0, or 1 with a message on standard error. Call once, on the main thread.
+// Shows the screen until the window is closed, SIGINT or SIGTERM arrives, or the time is over. Returns the
+// program's exit status: 0, or 1 with a message on standard error. Called once, on the main thread.
 int runMonitor(const MonitorOptions& options);
 
 } // namespace screen

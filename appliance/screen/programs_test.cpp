@@ -1,4 +1,4 @@
-// The screen's programs as a user runs them.
+// The screen's programs as users run them.
 #include "appliance/screen/frame_store.h"
 
 #include <gmock/gmock.h>
@@ -31,7 +31,7 @@ protected:
     }
     ~ScreenPrograms() override { fs::remove_all(root); }
 
-    // Runs a program of this build on an appliance and a desktop (none) of its own.
+    // Runs a program of this build with a temporary appliance root and without a desktop.
     Ended run(const std::string& command, const std::string& desktop = "") const {
         const std::string line = "env -u DISPLAY -u WAYLAND_DISPLAY " + desktop +
                                  " APPLIANCE_ROOT=" + root.string() +
@@ -58,7 +58,7 @@ TEST_F(ScreenPrograms, BlankscreenHidesWhatWasDrawn) {
     EXPECT_GT(store.draw().commit(0).time, store.blankedAt());
 }
 
-TEST_F(ScreenPrograms, BlankscreenWithoutAStoreMakesOneInTheConfiguredMode) {
+TEST_F(ScreenPrograms, BlankscreenWithoutAStoreCreatesOneInTheConfiguredMode) {
     fs::create_directories(root / "etc/decoder");
     std::ofstream(root / "etc/decoder/decoder.conf") << "[Decoder]\nVideoMode = pal\n";
     EXPECT_EQ(run("blankscreen").status, 0);
@@ -78,7 +78,7 @@ TEST_F(ScreenPrograms, BlankscreenFailsWhereNothingCanBeWritten) {
     EXPECT_THAT(ended.output, HasSubstr("can't be written"));
 }
 
-TEST_F(ScreenPrograms, ResetruaSetsTheModeUpBlackAndGoesOnCounting) {
+TEST_F(ScreenPrograms, ResetruaSetsTheModeBlackAndContinuesTheNumbers) {
     FrameStore store(framesPath());
     const FrameInfo info = store.draw().commit(0);
     EXPECT_EQ(run("resetrua ntsc").status, 0);
@@ -106,7 +106,7 @@ TEST_F(ScreenPrograms, MonitorShowsUntilItsTimeIsOver) {
     EXPECT_EQ(ended.output, "");
 }
 
-TEST_F(ScreenPrograms, MonitorTellsWhenThereIsNoDisplay) {
+TEST_F(ScreenPrograms, MonitorReportsAMissingDisplay) {
     const Ended none = run("decoder-monitor");
     EXPECT_EQ(none.status, 1);
     EXPECT_THAT(none.output, HasSubstr("there is no display here"));
@@ -115,7 +115,7 @@ TEST_F(ScreenPrograms, MonitorTellsWhenThereIsNoDisplay) {
     EXPECT_THAT(wrong.output, HasSubstr("decoder-monitor: the picture can't be shown"));
 }
 
-TEST_F(ScreenPrograms, MonitorTellsWhatIsWrongWithASink) {
+TEST_F(ScreenPrograms, MonitorReportsAFailingSink) {
     const Ended unknown = run("decoder-monitor --sink nosuchsink");
     EXPECT_EQ(unknown.status, 1);
     EXPECT_THAT(unknown.output, HasSubstr("no element \"nosuchsink\""));
@@ -124,7 +124,7 @@ TEST_F(ScreenPrograms, MonitorTellsWhatIsWrongWithASink) {
     EXPECT_THAT(source.output, HasSubstr("\"fakesrc\" is not a video sink"));
 }
 
-TEST_F(ScreenPrograms, AllTellTheirUseAndVersion) {
+TEST_F(ScreenPrograms, AllPrintTheirHelpAndVersion) {
     for (const std::string name : {"blankscreen", "resetrua", "decoder-monitor"}) {
         EXPECT_EQ(run(name + " --help").status, 0);
         EXPECT_THAT(run(name + " --help").output, HasSubstr("--version"));

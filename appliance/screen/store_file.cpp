@@ -46,8 +46,8 @@ StoreHeader* mapStore(int fd, std::uint64_t size, bool writable) {
     return at == MAP_FAILED ? nullptr : static_cast<StoreHeader*>(at);
 }
 
-// Why a file of `size` bytes is not to be used; null when it is good. Reads the header only after its size is
-// known to be right, so nothing here can touch memory that the file does not have.
+// Why a file of `size` bytes is not usable; null when it is. Reads the header only after checking the size, so
+// it can't touch memory beyond the file.
 const char* faultOf(const StoreHeader& header, std::uint64_t size) {
     if (std::memcmp(header.magic, storeMagic, sizeof storeMagic) != 0)
         return "not a frame store";
@@ -61,7 +61,7 @@ const char* faultOf(const StoreHeader& header, std::uint64_t size) {
         header.height != static_cast<std::uint32_t>(format.height) || header.slots != slotCount ||
         header.records != recordCount || header.fileSize != size || size != storeFileSize(mode))
         return "a wrong size";
-    // The clock starts anew with the machine: times that have not been yet are from before.
+    // The clock starts with the machine, so a time in the future is from before the restart.
     const std::int64_t latest = gettimeusec() + clockSlackUs;
     if (header.newestTime > latest || header.blankedAt > latest)
         return "left over from before a restart";
@@ -104,7 +104,7 @@ void carryOver(StoreFile& from, StoreFile& to, bool keepPicture) {
     slot.source = oldSlot.source.load();
     if (!keepPicture)
         return;
-    // Both modes have the same width; rows are cut, or framed in the black that a new file is.
+    // Both modes have the same width. Rows are cut, or framed by the black of the new file.
     const int oldHeight = static_cast<int>(old.height);
     const int height = static_cast<int>(fresh.height);
     const std::size_t row = std::size_t(4) * fresh.width;
@@ -114,7 +114,7 @@ void carryOver(StoreFile& from, StoreFile& to, bool keepPicture) {
     std::memcpy(to.picture(newest) + indent, from.picture(newest) + skip, rows * row);
 }
 
-// Both files are for the appliance's user and group, whatever the umask; not for the world.
+// Sets access to both files for the appliance's user and group only, independent of the umask.
 constexpr mode_t accessMode = 0660;
 
 int openLockFile(const std::string& path) {
@@ -127,7 +127,8 @@ int openLockFile(const std::string& path) {
     return fd;
 }
 
-// Somebody removed the folder and a new lock file was made: a lock on the old one excludes nobody.
+// False when the folder was removed and another process made a new lock file: a lock on the old one then
+// excludes no other writer.
 bool stillThere(int fd) {
     struct stat info {};
     return fstat(fd, &info) == 0 && info.st_nlink > 0;
@@ -156,8 +157,7 @@ WriterLock::WriterLock(const std::string& storePath) {
             fd = openLockFile(path);
             continue;
         }
-        // A drawing takes about two milliseconds; asking again keeps a stopped holder from stopping us for
-        // ever.
+        // A drawing takes about two milliseconds. Poll with a limit: a stopped process may hold the lock.
         usleep(200);
     }
     const int error = errno;
@@ -215,7 +215,7 @@ std::shared_ptr<StoreFile> StoreFile::create(const std::string& path, VideoMode 
         return nullptr;
     }
     fchmod(fd, accessMode);
-    // The memory is taken now: a full file system would else end a drawing with SIGBUS.
+    // Allocate the memory now: on a full file system, a drawing would otherwise end with SIGBUS.
     const int refused = posix_fallocate(fd, 0, static_cast<off_t>(size));
     StoreHeader* header = refused == 0 ? mapStore(fd, size, true) : nullptr;
     if (header == nullptr) {

@@ -1,11 +1,11 @@
-// The frame store's file: its layout, how it is opened, and how a new one takes its place.
+// The file of the frame store: its layout, opening and replacing it.
 //
-// Layout: one page-rounded StoreHeader, then `slotCount` pictures. A picture with number N lies in slot
-// N % slotCount; its slot's `sequence` is 2N when whole and odd while somebody draws there. What readers need
-// is in atomics, because writers change it under their eyes.
+// Layout: one StoreHeader, rounded up to pages, then `slotCount` pictures. The picture with number N is in slot
+// N % slotCount. The slot's `sequence` is 2N when the picture is complete and odd while it is drawn. The fields
+// that readers use are atomic, because writers change them meanwhile.
 //
-// A file is only ever replaced as a whole (rename), complete and backed by memory, never resized; so a
-// mapping stays valid for as long as nobody outside cuts the file, and that is looked at before each use.
+// A file is replaced as a whole (rename) by one that is complete and has its memory allocated; it is never
+// resized. So a mapping stays valid unless another program truncates the file. Each use checks that first.
 #pragma once
 
 #include "appliance/screen/frame_store.h"
@@ -29,7 +29,7 @@ struct FrameSlot {
 };
 
 struct FrameRecord {
-    std::atomic<std::uint64_t> number; // 0 while it is written
+    std::atomic<std::uint64_t> number; // 0: being written
     std::atomic<std::int64_t> time;
     std::atomic<std::int32_t> pid;
     std::atomic<std::int32_t> source;
@@ -44,9 +44,9 @@ struct StoreHeader {
     std::uint32_t height;
     std::uint32_t slots;
     std::uint32_t records;
-    std::atomic<std::uint32_t> changes; // futex: counts hand-ins, blankings and retirement
-    std::atomic<std::uint32_t> retired; // 1: another file has taken this one's place
-    std::atomic<std::uint64_t> newest;  // number; 0 none
+    std::atomic<std::uint32_t> changes; // futex: counts commits, blankings and the replacement
+    std::atomic<std::uint32_t> retired; // 1: this file was replaced
+    std::atomic<std::uint64_t> newest;  // number; 0: none
     std::atomic<std::int64_t> newestTime;
     std::atomic<std::int64_t> blankedAt;
     std::atomic<std::uint64_t> turn; // counts take-overs
@@ -56,10 +56,10 @@ struct StoreHeader {
 static_assert(std::atomic<std::uint64_t>::is_always_lock_free &&
               std::atomic<std::uint32_t>::is_always_lock_free);
 
-// The lock that writers hold: a file beside the store that is never replaced.
+// The writers' lock: a file beside the store that is never replaced.
 class WriterLock {
 public:
-    // Takes it, waiting at most a second. `held()` is false, with a log line, when that failed.
+    // Waits at most a second for the lock. `held()` is false, with a log line, when that failed.
     explicit WriterLock(const std::string& storePath);
     WriterLock(const WriterLock&) = delete;
     WriterLock& operator=(const WriterLock&) = delete;
@@ -70,16 +70,15 @@ private:
     int fd_ = -1;
 };
 
-// One open, mapped store file. Unmapped when the last owner lets go, so that a Drawing outlives a reopening.
+// One open, mapped store file. It stays mapped while it has an owner, so a Drawing outlives a reopening.
 class StoreFile {
 public:
-    // Opens and checks the file; null when there is none or it is not to be used (`reason` then tells why,
-    // and is empty when there simply is no file).
+    // Opens and checks the file. Null when it is missing or not usable; `reason` says why it is not usable, and is
+    // empty for a missing file.
     static std::shared_ptr<StoreFile> open(const std::string& path, bool writable, std::string& reason);
 
-    // Makes a new file in this mode and puts it at `path`, carrying over what `old` (may be null) has
-    // recorded. The caller holds the writers' lock. Null with a log line on failure; the old file then is as
-    // it was.
+    // Creates a file in this mode and moves it to `path`, with the records of `old` (may be null). The caller
+    // holds the writers' lock. Null with a log line on failure; the old file is then unchanged.
     static std::shared_ptr<StoreFile> create(const std::string& path, VideoMode mode, StoreFile* old,
                                              bool keepPicture);
 
@@ -90,13 +89,13 @@ public:
     StoreHeader& header() { return *header_; }
     VideoMode mode() const { return mode_; }
     std::size_t pictureBytes() const;
-    std::uint8_t* picture(std::uint64_t number); // the slot where the picture of that number lies
+    std::uint8_t* picture(std::uint64_t number); // the slot of the picture with that number
     bool writable() const { return writable_; }
 
-    // False when the file was replaced, removed or cut since it was opened.
+    // False when the file was replaced, removed or truncated since it was opened.
     bool current() const;
 
-    // Tells everybody who waits that something changed.
+    // Wakes all waiters.
     void announceChange();
     void retire();
 
@@ -106,11 +105,11 @@ private:
 
     int fd_;
     StoreHeader* header_;
-    VideoMode mode_; // as checked when it was opened; never read from the file again
+    VideoMode mode_; // as checked on opening; never read from the file again
     bool writable_;
 };
 
-// Bytes of a store file of that mode.
+// The size of a store file in that mode, in bytes.
 std::uint64_t storeFileSize(VideoMode mode);
 
 } // namespace screen

@@ -12,8 +12,7 @@ struct Unref {
 };
 using Layout = std::unique_ptr<PangoLayout, Unref>;
 
-// All measures grow with the picture. Old monitors hide the outermost twentieth of a picture: texts stay out
-// of it.
+// All sizes scale with the picture. Old monitors hide the outermost twentieth of a picture, so no text is there.
 struct Measures {
     explicit Measures(int width, int height)
         : left(width / 20), top(height / 22), room(width - 2 * left), place(height * 2 / 23),
@@ -21,13 +20,13 @@ struct Measures {
     int left;
     int top;
     int room;   // width of a row
-    int place;  // from one line to the next
+    int place;  // distance from one line to the next
     int bottom; // no text below this
     int fontPixels;
     double outline;
 };
 
-// Text as it can be drawn on one line: whole UTF-8 characters, no control characters.
+// The text with valid UTF-8 only and without control characters.
 std::string drawable(const std::string& text) {
     char* valid = g_utf8_make_valid(text.data(), static_cast<gssize>(text.size()));
     std::string clean = valid;
@@ -46,7 +45,7 @@ Layout layOut(cairo_t* context, const std::string& text, const Measures& measure
     pango_font_description_free(font);
     pango_layout_set_text(layout.get(), text.data(), static_cast<int>(text.size()));
     pango_layout_set_width(layout.get(), measures.room * PANGO_SCALE);
-    pango_layout_set_height(layout.get(), -rows); // rows a paragraph
+    pango_layout_set_height(layout.get(), -rows); // negative: a number of rows for each paragraph
     pango_layout_set_wrap(layout.get(), PANGO_WRAP_WORD_CHAR);
     pango_layout_set_ellipsize(layout.get(), PANGO_ELLIPSIZE_END);
     pango_layout_set_alignment(layout.get(), PANGO_ALIGN_CENTER);
@@ -59,7 +58,7 @@ int heightOf(const Layout& layout) {
     return height;
 }
 
-// The lines' layouts and where each begins; an empty text has no layout. False when they reach too far down.
+// Lays out the lines; an empty text has no layout. False when they reach too far down.
 bool place(cairo_t* context, const ScreenText& text, const Measures& measures, int rows,
            std::array<Layout, libcommon::osdLines>& layouts, std::array<int, libcommon::osdLines>& tops) {
     int below = 0;
@@ -82,7 +81,7 @@ void drawOutlined(cairo_t* context, PangoLayout* layout, double x, double y, dou
     cairo_set_line_width(context, 2 * outline);
     cairo_set_source_rgba(context, 0, 0, 0, 0.85);
     cairo_stroke(context);
-    // The text itself once more as text: a path would lose the colours of coloured characters.
+    // The text is drawn as text, not as a path, because a path loses the colours of coloured characters.
     cairo_move_to(context, x, y);
     cairo_set_source_rgb(context, 1, 1, 1);
     pango_cairo_show_layout(context, layout);
@@ -105,7 +104,7 @@ void Composer::TextLayer::update(const ScreenText& wanted, int pictureWidth, int
     cairo_t* context = cairo_create(surface);
     std::array<Layout, libcommon::osdLines> layouts;
     std::array<int, libcommon::osdLines> tops{};
-    // As many rows a line as there is room for all of them.
+    // As many rows for each line as fit for all lines.
     for (int rows = 4; rows > 0; --rows)
         if (place(context, text, measures, rows, layouts, tops))
             break;

@@ -1,4 +1,4 @@
-// The on-screen texts as a transparent layer, drawn once and laid over many pictures.
+// The on-screen texts as a transparent layer, which is rendered once and drawn over many pictures.
 #pragma once
 
 #include "appliance/screen/composition.h"
@@ -11,17 +11,17 @@ struct Composer::TextLayer {
     ScreenText text;
     int width = 0;
     int height = 0;
-    cairo_surface_t* surface = nullptr; // null: nothing to lay over
+    cairo_surface_t* surface = nullptr; // null: no text
 
     TextLayer() = default;
     TextLayer(const TextLayer&) = delete;
     TextLayer& operator=(const TextLayer&) = delete;
     ~TextLayer() { cairo_surface_destroy(surface); }
 
-    // Draws these texts for a picture of that size, unless they are what the layer holds already.
+    // Renders these texts for a picture of that size, if the layer has others.
     void update(const ScreenText& wanted, int pictureWidth, int pictureHeight);
 
-    // Lays them over the picture.
+    // Draws the layer over the picture.
     void layOver(Picture& picture) const;
 };
 

@@ -9,8 +9,9 @@ namespace screen {
 
 enum class VideoMode : std::uint32_t { pal = 1, ntsc = 2 };
 
-// What a mode means for a picture. A television shows both 4:3, so pixels are a little wider (pal) or narrower (ntsc)
-// than high: players fit their pictures into 4:3, the monitor window shows them so; a picture file has the bare pixels.
+// The picture format of a mode. A television shows both modes as 4:3, so pixels are slightly wider (pal) or
+// narrower (ntsc) than high: players fit their pictures into 4:3 and the monitor window shows them as 4:3. A
+// picture file has the plain pixels.
 struct VideoFormat {
     int width;         // pixels
     int height;        // rows

@@ -1,6 +1,6 @@
 // Our players and our encoder's gateway receive what ffmpeg and gst-launch-1.0 publish. A player and ffmpeg read one
 // stream at the same time.
-#include "appliance/players/player_test.h"
+#include "appliance/players/testing/player_test.h"
 #include "tests/peers/peer_program.h"
 
 #include <algorithm>

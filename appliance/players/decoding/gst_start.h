@@ -1,0 +1,22 @@
+// Starts GStreamer with exactly the plugins that a player needs.
+//
+// gst_init() normally reads a registry of all installed plugins. When its cache is missing or old, it opens every
+// plugin, which takes seconds, and writes the cache into the user's home. Loading named plugins takes a millisecond or
+// two and needs no cache.
+#pragma once
+
+#include <initializer_list>
+
+namespace player {
+
+// Starts GStreamer with these plugins ("jpeg" is libgstjpeg.so). False with a log line when one is missing. Called
+// once, before other threads exist.
+bool startGStreamer(std::initializer_list<const char*> plugins);
+
+// Loads more plugins after startGStreamer(). False with a log line when one is missing. Any thread.
+bool loadPlugins(std::initializer_list<const char*> plugins);
+
+// Loads the installed ones of these plugins. Any thread.
+void loadWhereInstalled(std::initializer_list<const char*> plugins);
+
+} // namespace player

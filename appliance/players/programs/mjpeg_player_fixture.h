@@ -1,0 +1,94 @@
+// What the tests of mjpeg_player share.
+#pragma once
+
+#include "appliance/mark/frame_mark.h"
+#include "appliance/players/testing/fake_supervisor.h"
+#include "appliance/players/testing/test_pictures.h"
+#include "appliance/screen/frame_store.h"
+#include "tests/appliance/isolation.h"
+
+#include <libcommon/clock.h>
+
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+
+#include <csignal>
+#include <optional>
+#include <string>
+#include <vector>
+
+namespace player {
+
+using scripted::Server;
+using std::chrono::milliseconds;
+using testing::HasSubstr;
+using testing::Not;
+
+class MjpegPlayer : public testing::Test {
+protected:
+    // Message queues of the test's own, where the machine allows it.
+    MjpegPlayer() : isolated_(appliance::isolate()) {}
+
+    std::vector<std::string> line(unsigned short port, std::vector<std::string> more = {},
+                                  int patienceMs = 10'000) {
+        std::vector<std::string> arguments{"-m",
+                                           "pal",
+                                           "-o",
+                                           "tv",
+                                           "-n",
+                                           "3",
+                                           "-v",
+                                           "-r",
+                                           std::to_string(patienceMs),
+                                           "-P",
+                                           std::to_string(port)};
+        arguments.insert(arguments.end(), more.begin(), more.end());
+        arguments.emplace_back("127.0.0.1");
+        return arguments;
+    }
+    pid_t start(unsigned short port, std::vector<std::string> more = {}, int patienceMs = 10'000) {
+        return supervisor_.start(PLAYER, line(port, std::move(more), patienceMs));
+    }
+    pid_t start(const Server& server, std::vector<std::string> more = {}, int patienceMs = 10'000) {
+        return start(server.port(), std::move(more), patienceMs);
+    }
+    // The mark of the newest picture on the screen.
+    std::optional<FrameMark> mark() {
+        screen::Frame frame;
+        if (!store_.newest(frame))
+            return std::nullopt;
+        return readFrameMark(reinterpret_cast<const std::uint8_t*>(frame.pixels.data()), frame.width,
+                             frame.height, 4 * frame.width);
+    }
+    std::uint64_t waitForFrames(std::uint64_t count) {
+        std::uint64_t number = store_.newestInfo().number;
+        const std::uint64_t wanted = number + count;
+        const std::int64_t until = gettimeusec() + 30'000'000;
+        while (number < wanted && gettimeusec() < until)
+            number = store_.wait(number, 1000);
+        return number;
+    }
+    // For streams that may have a single picture, which may be on the screen already.
+    void waitForPictureOf(pid_t pid) {
+        const std::int64_t until = gettimeusec() + 30'000'000;
+        while (store_.newestInfo().pid != pid && gettimeusec() < until)
+            store_.wait(store_.newestInfo().number, 20);
+        EXPECT_EQ(store_.newestInfo().pid, pid);
+    }
+    std::uint32_t pixel(const screen::Frame& frame, int x, int y) {
+        return frame.pixels[static_cast<std::size_t>(y) * static_cast<std::size_t>(frame.width) +
+                            static_cast<std::size_t>(x)];
+    }
+    // The exit status of a player that plays this script.
+    std::optional<int> statusAgainst(scripted::Script script, int patienceMs = 400,
+                                     std::vector<std::string> more = {}) {
+        const Server server(std::move(script));
+        return supervisor_.end(start(server, std::move(more), patienceMs));
+    }
+
+    const bool isolated_;
+    FakeSupervisor supervisor_;
+    screen::FrameStore store_;
+};
+
+} // namespace player

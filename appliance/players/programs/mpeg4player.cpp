@@ -1,0 +1,76 @@
+// mpeg4player: MPEG-4 or H.264 over RTSP: unicast, multicast, on the RTSP connection, or tunnelled over HTTP.
+#include "appliance/players/decoding/decoder_pipeline.h"
+#include "appliance/players/decoding/gst_start.h"
+#include "appliance/players/decoding/rtp_decoding.h"
+#include "appliance/players/decoding/rtp_sound.h"
+#include "appliance/players/programs/stream_request.h"
+#include "appliance/players/showing/player.h"
+#include "appliance/streams/http_stream.h"
+#include "appliance/streams/rtsp_stream.h"
+
+#include <libcommon/log.h>
+
+#include <memory>
+#include <string>
+#include <string_view>
+#include <thread>
+
+namespace player {
+namespace {
+
+// Decodes the packets of the session.
+class Mpeg4Decoding {
+public:
+    Mpeg4Decoding(const StreamSink& sink, bool verbose) : sink_(sink), verbose_(verbose) {}
+
+    streams::RtspReceiver receiver() {
+        return {
+            .usesVideo = [](const std::string& encoding) { return !videoChainOf(encoding).elements.empty(); },
+            .usesSound = [](const std::string& encoding) { return !soundChainOf(encoding).elements.empty(); },
+            .beginVideo = [this](const streams::DescribedStream& stream,
+                                 bool ordered) { return beginVideo(stream, ordered); },
+            .beginSound =
+                [this](const streams::DescribedStream& stream) { sound_ = new RtpSound(sink_, stream.caps); },
+            .noSound =
+                [this](const std::string& reason) {
+                    if (verbose_)
+                        logmsg(7, "No sound: %s", reason.c_str());
+                },
+            .video = [this](std::string_view packet) { return decoder_->feed(packet.data(), packet.size()); },
+            .sound = [this](std::string_view packet) { sound_->feed(packet.data(), packet.size()); }};
+    }
+
+private:
+    std::string beginVideo(const streams::DescribedStream& stream, bool ordered) {
+        const RtpChain chain = videoChainOf(stream.encodingName);
+        decoder_ = std::make_unique<DecoderPipeline>(
+            (ordered ? "" : std::string(reordering) + " ! ") + chain.elements, stream.caps, Feed::packets);
+        return loadRtpPlugins(chain) && decoder_->start(sink_) ? "" : "the decoder can't be started";
+    }
+
+    const StreamSink& sink_;
+    const bool verbose_;
+    std::unique_ptr<DecoderPipeline> decoder_;
+    RtpSound* sound_ = nullptr; // never destroyed: it has a thread of its own
+};
+
+bool startMpeg4(const PlayerOptions& options, const StreamSink& sink, EndSession& endSession) {
+    if (!startGStreamer({"app"}))
+        return false;
+    streams::startHttp();
+    // Both live until the process ends: their threads do.
+    auto* decoding = new Mpeg4Decoding(sink, options.verbose);
+    auto* stream = new streams::RtspStream(rtspSourceOf(options), decoding->receiver());
+    endSession = [stream] { stream->end(); };
+    // The decoders' library is large: load it while the encoder answers.
+    std::thread([] { loadRtpPlugins(videoChainOf("MP4V-ES")); }).detach();
+    std::thread([stream, &sink] { sink.ended(stream->run()); }).detach();
+    return true;
+}
+
+} // namespace
+} // namespace player
+
+int main(int argc, char** argv) {
+    return player::runPlayer(player::Kind::mpeg4, argc, argv, player::startMpeg4);
+}

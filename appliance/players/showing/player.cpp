@@ -1,0 +1,264 @@
+#include "appliance/players/showing/player.h"
+
+#include "appliance/players/showing/arguments.h"
+#include "appliance/players/showing/exit_code.h"
+#include "appliance/players/showing/presenter.h"
+#include "appliance/players/showing/supervisor_link.h"
+
+#include <libcommon/clock.h>
+#include <libcommon/log.h>
+
+#include <algorithm>
+#include <array>
+#include <cerrno>
+#include <climits>
+#include <csignal>
+#include <cstdio>
+#include <cstring>
+#include <mutex>
+#include <optional>
+#include <poll.h>
+#include <sys/eventfd.h>
+#include <sys/prctl.h>
+#include <sys/signalfd.h>
+#include <thread>
+#include <unistd.h>
+#include <utility>
+
+namespace player {
+namespace {
+
+// A player that leaves waits for a picture of its own and announces itself right after it. The next player
+// then takes the screen within a few milliseconds of that picture, instead of at any time between two pictures.
+constexpr int freshDrawingMs = 5;
+constexpr int drawingPatienceMs = 60;
+constexpr int endSessionMs = 200;
+
+// What the other threads report to the main thread. They signal an eventfd, which wakes the main thread.
+class Reports {
+public:
+    Reports() : signal_(eventfd(0, EFD_CLOEXEC | EFD_NONBLOCK)) {}
+    int descriptor() const { return signal_; }
+
+    void firstPicture() {
+        change([this] { firstPicture_ = true; });
+    }
+    void streamEnded(const std::string& reason) {
+        change([&] {
+            if (!streamEnd_)
+                streamEnd_ = reason;
+        });
+    }
+    void linkEnded() {
+        change([this] { linkEnded_ = true; });
+    }
+    void waitingForRelease(std::int64_t since) {
+        change([&] { waitingSince_ = since; });
+    }
+
+    // Each report is taken once.
+    bool takeFirstPicture() {
+        const std::lock_guard guard(lock_);
+        return std::exchange(firstPicture_, false);
+    }
+    std::optional<std::string> takeStreamEnd() {
+        const std::lock_guard guard(lock_);
+        return std::exchange(streamEnd_, std::nullopt);
+    }
+    bool takeLinkEnd() {
+        const std::lock_guard guard(lock_);
+        return std::exchange(linkEnded_, false);
+    }
+
+    // Since when the player waits for a release, on gettimeusec()'s clock; 0: it doesn't.
+    std::int64_t waitingSince() const {
+        const std::lock_guard guard(lock_);
+        return waitingSince_;
+    }
+    void clearSignal() const {
+        eventfd_t count = 0;
+        eventfd_read(signal_, &count);
+    }
+
+private:
+    template<class Change>
+    void change(const Change& make) {
+        const std::lock_guard guard(lock_);
+        make();
+        eventfd_write(signal_, 1);
+    }
+    const int signal_;
+    mutable std::mutex lock_; // guards all that follows
+    bool firstPicture_ = false;
+    bool linkEnded_ = false;
+    std::int64_t waitingSince_ = 0;
+    std::optional<std::string> streamEnd_;
+};
+
+// Signals are read from a descriptor. They are blocked in every thread started later, so no handler ever runs.
+int openSignals() {
+    sigset_t signals;
+    sigemptyset(&signals);
+    for (const int number : {SIGHUP, SIGINT, SIGTERM}) {
+        std::signal(number, SIG_DFL); // an ignored signal never reaches the descriptor
+        sigaddset(&signals, number);
+    }
+    std::signal(SIGPIPE, SIG_IGN);
+    sigprocmask(SIG_BLOCK, &signals, nullptr);
+    return signalfd(-1, &signals, SFD_CLOEXEC | SFD_NONBLOCK);
+}
+
+// Makes the kernel send SIGTERM when the supervisor dies. False when it died before this took effect.
+bool dieWithParent() {
+    const pid_t parent = getppid();
+    prctl(PR_SET_PDEATHSIG, SIGTERM);
+    return getppid() == parent;
+}
+
+// The time `limitMs` after `since`; without a limit or a start: never.
+std::int64_t after(std::int64_t since, int limitMs) {
+    return since == 0 || limitMs == 0 ? INT64_MAX : since + std::int64_t{1000} * limitMs;
+}
+
+class Player {
+public:
+    Player(const PlayerOptions& options, int signals);
+    [[noreturn]] void run(const StartStream& startStream);
+
+private:
+    [[noreturn]] void end(ExitCode code, const char* reason);
+    void takeSignals();
+    void takeReports();
+    void checkTime();
+    int millisecondsToWait() const;
+    std::int64_t pictureDeadline() const;
+    std::int64_t releaseDeadline() const;
+    LinkActions linkActions();
+
+    const PlayerOptions& options_;
+    const int signals_;
+    const std::int64_t start_ = gettimeusec();
+    Reports reports_;
+    Presenter presenter_;
+    SupervisorLink link_;
+    EndSession endSession_;
+    bool pictured_ = false; // the first picture was decoded
+};
+
+Player::Player(const PlayerOptions& options, int signals)
+    : options_(options), signals_(signals),
+      presenter_(options, screen::FrameStore(), [this] { reports_.firstPicture(); }), link_(linkActions()) {}
+
+LinkActions Player::linkActions() {
+    return {.show = [this] { presenter_.show(); },
+            .beforeLeaving = [this] { presenter_.waitForDrawing(freshDrawingMs, drawingPatienceMs); },
+            .stop = [this] { presenter_.stop(); },
+            .waiting = [this](std::int64_t since) { reports_.waitingForRelease(since); },
+            .ended = [this](bool /*released*/) { reports_.linkEnded(); }};
+}
+
+void Player::run(const StartStream& startStream) {
+    const StreamSink sink{[this](GstSample* sample) { presenter_.picture(sample); },
+                          [this](const std::string& reason) { reports_.streamEnded(reason); },
+                          [this] { return presenter_.showing(); }, [this] { presenter_.awaitShowing(); }};
+    if (!startStream(options_, sink, endSession_))
+        end(ExitCode::noPicture, "the stream can't be started");
+    for (;;) {
+        std::array<pollfd, 2> watched{{{signals_, POLLIN, 0}, {reports_.descriptor(), POLLIN, 0}}};
+        if (poll(watched.data(), watched.size(), millisecondsToWait()) < 0 && errno != EINTR)
+            logmsg(3, "poll failed (errno=%d %s)", errno, std::strerror(errno));
+        takeSignals();
+        takeReports();
+        checkTime();
+    }
+}
+
+void Player::takeSignals() {
+    signalfd_siginfo signal{};
+    while (read(signals_, &signal, sizeof signal) == sizeof signal) {
+        if (signal.ssi_signo != SIGHUP)
+            end(ExitCode::asked, "asked to end");
+        // Before the first picture the player has announced nothing, so no release would follow.
+        if (options_.alone || !pictured_)
+            end(ExitCode::asked, "asked to leave");
+        link_.leave();
+    }
+}
+
+void Player::takeReports() {
+    reports_.clearSignal();
+    if (reports_.takeLinkEnd())
+        end(ExitCode::asked, "left");
+    if (reports_.takeFirstPicture()) {
+        pictured_ = true;
+        if (options_.verbose)
+            logmsg(7, "First picture after %lld ms", static_cast<long long>((gettimeusec() - start_) / 1000));
+        if (options_.alone)
+            presenter_.show();
+        else
+            link_.start();
+    }
+    if (const auto reason = reports_.takeStreamEnd())
+        end(pictured_ ? ExitCode::endOfStream : ExitCode::noPicture, reason->c_str());
+}
+
+std::int64_t Player::pictureDeadline() const {
+    return after(pictured_ ? presenter_.lastChange() : start_, options_.patienceMs);
+}
+
+std::int64_t Player::releaseDeadline() const {
+    return after(reports_.waitingSince(), options_.releaseMs);
+}
+
+int Player::millisecondsToWait() const {
+    const std::int64_t until = std::min(pictureDeadline(), releaseDeadline());
+    if (until == INT64_MAX)
+        return -1;
+    return static_cast<int>(std::clamp<std::int64_t>((until - gettimeusec() + 999) / 1000, 0, INT_MAX));
+}
+
+void Player::checkTime() {
+    const std::int64_t now = gettimeusec();
+    if (now >= releaseDeadline())
+        end(ExitCode::noRelease, "not released from its barrier in time");
+    if (now < pictureDeadline())
+        return;
+    if (pictured_)
+        end(ExitCode::stoodStill, "the picture stands still");
+    end(ExitCode::noPicture, "no picture in time");
+}
+
+void Player::end(ExitCode code, const char* reason) {
+    if (options_.verbose || code == ExitCode::noPicture || code == ExitCode::noRelease)
+        logmsg(6, "%s of source %d ends with %d: %s", programName(options_.kind), options_.source,
+               static_cast<int>(code), reason);
+    presenter_.stop();
+    if (endSession_) {
+        Reports session;
+        std::thread([&] {
+            endSession_();
+            session.linkEnded();
+        }).detach();
+        pollfd done{session.descriptor(), POLLIN, 0};
+        poll(&done, 1, endSessionMs);
+    }
+    std::fflush(nullptr);
+    _exit(static_cast<int>(code));
+}
+
+} // namespace
+
+int runPlayer(Kind kind, int argc, char** argv, const StartStream& startStream) {
+    const int signals = openSignals();
+    Arguments arguments(argc, argv);
+    static const ParsedOptions& parsed =
+        *new ParsedOptions(parseOptions(kind, arguments.count(), arguments.values()));
+    if (!parsed.options)
+        return parsed.status;
+    if (!dieWithParent())
+        return static_cast<int>(ExitCode::asked);
+    // Never destroyed: threads use it until the process ends.
+    (new Player(*parsed.options, signals))->run(startStream);
+}
+
+} // namespace player

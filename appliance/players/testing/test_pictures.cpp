@@ -1,0 +1,103 @@
+#include "appliance/players/testing/test_pictures.h"
+
+#include "appliance/mark/frame_mark.h"
+
+#include <cstdio>
+#include <cstdlib>
+#include <memory>
+#include <thread>
+#include <utility>
+#include <vector>
+
+#include <jpeglib.h>
+
+namespace player {
+namespace {
+
+using Pixels = std::vector<std::uint8_t>; // BGRx
+
+std::string jpegOf(const Pixels& pixels, int width, int height) {
+    jpeg_compress_struct encoder{};
+    jpeg_error_mgr errors{};
+    encoder.err = jpeg_std_error(&errors);
+    jpeg_create_compress(&encoder);
+    unsigned char* out = nullptr;
+    unsigned long size = 0;
+    jpeg_mem_dest(&encoder, &out, &size);
+    encoder.image_width = static_cast<JDIMENSION>(width);
+    encoder.image_height = static_cast<JDIMENSION>(height);
+    encoder.input_components = 4;
+    encoder.in_color_space = JCS_EXT_BGRX;
+    jpeg_set_defaults(&encoder);
+    jpeg_set_quality(&encoder, 80, TRUE);
+    jpeg_start_compress(&encoder, TRUE);
+    while (encoder.next_scanline < encoder.image_height) {
+        const std::size_t offset = std::size_t{4} * encoder.image_width * encoder.next_scanline;
+        JSAMPROW row = const_cast<JSAMPROW>(pixels.data() + offset);
+        jpeg_write_scanlines(&encoder, &row, 1);
+    }
+    jpeg_finish_compress(&encoder);
+    std::string jpeg(reinterpret_cast<const char*>(out), size);
+    jpeg_destroy_compress(&encoder);
+    std::free(out);
+    return jpeg;
+}
+
+} // namespace
+
+std::string jpegPicture(int source, int counter, int width, int height, int noise) {
+    Pixels pixels(std::size_t{4} * static_cast<std::size_t>(width) * static_cast<std::size_t>(height));
+    auto random = static_cast<std::uint32_t>(noise < 0 ? counter * 7919 + source : noise);
+    for (std::size_t i = 0; i < pixels.size(); i += 64) { // larger blocks compress as in real pictures
+        random = random * 1664525 + 1013904223;
+        for (std::size_t at = i; at < i + 64; ++at)
+            pixels[at] = static_cast<std::uint8_t>((random >> (8 * (at % 4))) & 0x7f);
+    }
+    drawFrameMark(pixels.data(), width, height, 4 * width,
+                  {static_cast<std::uint8_t>(source), static_cast<std::uint16_t>(counter)});
+    return jpegOf(pixels, width, height);
+}
+
+std::string quarteredJpeg(int width, int height) {
+    Pixels pixels;
+    for (int y = 0; y < height; ++y)
+        for (int x = 0; x < width; ++x) {
+            const bool left = x < width / 2;
+            const bool top = y < height / 2;
+            const std::uint32_t colour =
+                top ? (left ? 0xff0000U : 0x00ff00U) : (left ? 0x0000ffU : 0xffffffU);
+            for (const int shift : {0, 8, 16, 24})
+                pixels.push_back(static_cast<std::uint8_t>(colour >> shift));
+        }
+    return jpegOf(pixels, width, height);
+}
+
+std::string part(const std::string& body) {
+    return "Content-Type: image/jpeg\r\nContent-Length: " + std::to_string(body.size()) + "\r\n\r\n" + body +
+           "\r\n--next\r\n";
+}
+
+scripted::Step later(std::string bytes, std::chrono::milliseconds time) {
+    return scripted::answer([bytes = std::move(bytes), time](const std::string& /*request*/) {
+        std::this_thread::sleep_for(time);
+        return bytes;
+    });
+}
+
+scripted::Script pictureStream(int source, int count, int first, int width, int height) {
+    scripted::Script script{scripted::readRequest(), scripted::send(multipartHeader)};
+    script.push_back(scripted::send(part(jpegPicture(source, first, width, height))));
+    // Pictures are sent at fixed times, because the time to make them would add up. Each connection has its own.
+    const auto next = std::make_shared<std::chrono::steady_clock::time_point>();
+    for (int i = 1; i < count; ++i)
+        script.push_back(scripted::answer([=](const std::string& /*request*/) {
+            const auto now = std::chrono::steady_clock::now();
+            *next = i == 1 || *next + pictureTime < now ? now + pictureTime : *next + pictureTime;
+            std::string picture = part(jpegPicture(source, first + i, width, height));
+            std::this_thread::sleep_until(*next);
+            return picture;
+        }));
+    return script;
+}
+
+} // namespace player

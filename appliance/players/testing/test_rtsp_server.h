@@ -1,0 +1,40 @@
+// An RTSP server for tests of mpeg4player, made with GStreamer's server library and none of our RTSP code.
+#pragma once
+
+#include <memory>
+#include <string>
+
+namespace player {
+
+struct RtspServerOptions {
+    // Encoder and payloader in the syntax of gst-launch. Pictures of 352x288 with a frame mark come in; the
+    // payloader is named "pay0".
+    std::string encoding = "x264enc tune=zerolatency speed-preset=ultrafast bitrate=1500 key-int-max=10 ! "
+                           "rtph264pay name=pay0 pt=96 config-interval=1";
+    std::string sound;      // the same for sound; "": no sound
+    int source = 9;         // in the pictures' marks
+    bool basic = false;     // require viewer/secret
+    bool digest = false;    // require viewer/secret
+    bool multicast = false; // offer only multicast
+    std::string path = "/mpeg4/1/media.orv";
+};
+
+class TestRtspServer {
+public:
+    explicit TestRtspServer(const RtspServerOptions& options);
+    ~TestRtspServer();
+    TestRtspServer(const TestRtspServer&) = delete;
+    TestRtspServer& operator=(const TestRtspServer&) = delete;
+
+    unsigned short port() const;
+    void endStreams();    // all that play now, as at the end of a file
+    int sessions() const; // number of open sessions
+    // The transports that clients requested, in order, each with a blank after it: "udp", "tcp", "udp-mcast".
+    std::string transports() const;
+
+private:
+    struct State;
+    std::unique_ptr<State> state_;
+};
+
+} // namespace player

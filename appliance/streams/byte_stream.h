@@ -1,0 +1,40 @@
+// A TCP connection, plain or TLS. libcurl makes the connection and verifies the certificate as for HTTP.
+#pragma once
+
+#include <cstddef>
+#include <cstdint>
+#include <memory>
+#include <string>
+#include <string_view>
+
+namespace streams {
+
+class ByteStream {
+public:
+    ByteStream();
+    ~ByteStream();
+    ByteStream(const ByteStream&) = delete;
+    ByteStream& operator=(const ByteStream&) = delete;
+
+    // Connects within that time (0: libcurl's own limit). "" or the reason of the failure, for the log.
+    std::string open(const std::string& host, std::uint16_t port, bool tls, int timeoutMs);
+
+    // Sends all bytes within 5 seconds. False when the connection broke or the time is over.
+    bool send(std::string_view bytes);
+
+    enum class Read { some, nothing, closed };
+    // Receives what has arrived, without waiting; `count` is set to the number of bytes.
+    Read receive(char* bytes, std::size_t size, std::size_t& count);
+
+    int descriptor() const;   // to poll; -1 when not open
+    std::string peer() const; // the encoder's numeric address
+
+private:
+    struct Handle;
+    std::unique_ptr<Handle> handle_;
+};
+
+// Applies the TLS settings of parameter file 0 to a libcurl handle. False when libcurl refuses one.
+bool configureTls(void* curlHandle);
+
+} // namespace streams

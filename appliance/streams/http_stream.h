@@ -1,0 +1,38 @@
+// Receives an endless body over HTTP or HTTPS.
+//
+// Credentials answer Basic and Digest challenges. Certificates are verified as everywhere in the appliance:
+// "Network.TLS.Verify" = no in parameter file 0 turns that off, "Network.TLS.CAFile" names the trusted
+// authorities. A response header may have 64 KiB, the body of a refusal 16 KiB. Redirections are not followed
+// and proxies are not used.
+#pragma once
+
+#include <cstddef>
+#include <cstdint>
+#include <functional>
+#include <string>
+
+namespace streams {
+
+struct HttpSource {
+    std::string host; // name, IPv4 or IPv6 address
+    std::uint16_t port = 80;
+    bool https = false;
+    std::string user; // "": no credentials
+    std::string password;
+    std::string target; // "/path?query"
+    int connectMs = 0;  // time limit for connecting; 0: libcurl's own limit
+};
+
+struct HttpTaker {
+    std::function<bool(const std::string& contentType)> begin;      // status 200; false ends the transfer
+    std::function<bool(const char* bytes, std::size_t count)> body; // false ends the transfer
+};
+
+// Receives until the stream ends or fails, or the taker returns false. Returns the reason, for the log. Blocks
+// its thread.
+std::string receiveHttp(const HttpSource& source, const HttpTaker& taker);
+
+// Prepares libcurl. Called once, before other threads exist.
+void startHttp();
+
+} // namespace streams

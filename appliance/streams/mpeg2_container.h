@@ -1,0 +1,18 @@
+// The container of an MPEG-2 stream.
+#pragma once
+
+#include <cstddef>
+#include <string_view>
+
+namespace streams {
+
+enum class Mpeg2Container { transport, program, elementary };
+
+// The number of bytes that containerOf() needs to tell the container; with fewer it may take a transport stream for
+// an elementary one.
+inline constexpr std::size_t containerBytes = 3 * 188;
+
+// The container of a stream with these first bytes.
+Mpeg2Container containerOf(std::string_view begin);
+
+} // namespace streams

@@ -1,0 +1,21 @@
+// What an RTP stream carries, as GStreamer caps ("application/x-rtp,media=video,...").
+//
+// gst_init() must have been called.
+#pragma once
+
+#include <string>
+#include <string_view>
+
+namespace streams {
+
+// The caps of a stream without a description, from one of its packets: a static payload type defines the encoding;
+// for a dynamic one the payload is examined. "" when the bytes are no RTP packet or the encoding is unknown.
+std::string capsOfPacket(std::string_view packet);
+
+// The caps of a static payload type (RFC 3551); "" for all others.
+std::string capsOfPayloadType(int type);
+
+// The encoding name in such caps: "H264", "MP4V-ES", "PCMU"; "" when there is none.
+std::string encodingNameIn(const std::string& caps);
+
+} // namespace streams
