@@ -1,5 +1,6 @@
 #include <libcommon/params.h>
 
+#include "libcommon/src/connected.h"
 #include "libcommon/src/parameter_files.h"
 #include "libcommon/src/parameter_lock.h"
 #include "libcommon/src/parameter_snapshot.h"
@@ -55,7 +56,8 @@ bool Param::operator!=(const char* text) const {
 }
 
 Param& Param::operator=(const char* text) {
-    local::writeParameter(fileId_, name_, viewOf(text));
+    if (local::writeParameter(fileId_, name_, viewOf(text)))
+        local::noteWrite(fileId_, name_, viewOf(text));
     return *this;
 }
 
