@@ -1,5 +1,7 @@
 #include "appliance/ctl/explanation.h"
 
+#include "appliance/ctl/shown_text.h"
+
 #include <charconv>
 #include <iomanip>
 #include <nlohmann/json.hpp>
@@ -91,22 +93,22 @@ std::string explanationText(const std::vector<TraceLine>& lines) {
     for (const TraceLine& line : lines) {
         switch (line.kind) {
         case TraceLine::Kind::Heading:
-            text += line.text;
+            text += shown(line.text);
             break;
         case TraceLine::Kind::Request:
-            text += milliseconds(line.begin) + line.text;
+            text += milliseconds(line.begin) + shown(line.text);
             if (!line.answer.empty()) {
-                text += '\n' + milliseconds(line.begin + line.took) + "  <- " + line.answer;
+                text += '\n' + milliseconds(line.begin + line.took) + "  <- " + shown(line.answer);
             }
             break;
         case TraceLine::Kind::Decision:
-            text += margin + "=> " + line.text;
+            text += margin + "=> " + shown(line.text);
             break;
         case TraceLine::Kind::End:
-            text += milliseconds(line.begin) + line.text;
+            text += milliseconds(line.begin) + shown(line.text);
             break;
         case TraceLine::Kind::Other:
-            text += margin + line.text;
+            text += margin + shown(line.text);
             break;
         }
         text += '\n';

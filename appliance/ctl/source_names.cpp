@@ -1,6 +1,7 @@
 #include "appliance/ctl/source_names.h"
 
 #include "appliance/ctl/refused.h"
+#include "appliance/ctl/shown_text.h"
 
 #include <algorithm>
 #include <charconv>
@@ -15,7 +16,7 @@ bool beginsWith(std::string_view name, std::string_view start) {
 std::string listed(const std::vector<int>& indices, const std::vector<std::string>& names) {
     std::string text;
     for (const int index : indices) {
-        text += (text.empty() ? "" : ", ") + std::to_string(index) + " \"" + names[index] + '"';
+        text += (text.empty() ? "" : ", ") + std::to_string(index) + ' ' + inQuotes(names[index]);
     }
     return text;
 }
@@ -48,14 +49,14 @@ int resolveSource(std::string_view wanted, const std::vector<std::string>& names
     if (fitting.size() == 1) {
         return fitting.front();
     }
-    const std::string quoted = '"' + std::string(wanted) + '"';
+    const std::string typed = inQuotes(wanted);
     if (fitting.size() > 1) {
-        throw Refused(quoted + " fits more than one source: " + listed(fitting, names) + "; use the number");
+        throw Refused(typed + " fits more than one source: " + listed(fitting, names) + "; use the number");
     }
     std::vector<int> all(std::min<std::size_t>(names.size(), 20));
     for (std::size_t i = 0; i < all.size(); ++i) {
         all[i] = static_cast<int>(i);
     }
-    throw Refused("there is no source " + quoted + "; there " + (names.size() == 1 ? "is " : "are ") +
+    throw Refused("there is no source " + typed + "; there " + (names.size() == 1 ? "is " : "are ") +
                   listed(all, names) + (all.size() < names.size() ? ", ..." : ""));
 }
