@@ -1,7 +1,9 @@
 #include "appliance/ctl/error_words.h"
 
+#include <fstream>
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
+#include <iterator>
 
 namespace {
 
@@ -19,6 +21,14 @@ TEST(ErrorWords, EveryCodeOfADetectionAndOfThePlayersHasWordsOfItsOwn) {
         EXPECT_NE(errorWords(code), unknown) << code;
     }
     EXPECT_EQ(errorText("32"), "error 32 (no connection to the encoder)");
+}
+
+TEST(ErrorWords, PageHasTheSameWords) {
+    std::ifstream file(HOUSE_ROOT "/docs/parameters.md");
+    const std::string page(std::istreambuf_iterator<char>(file), {});
+    for (const char* code : {"10", "11", "13", "14", "20", "23", "24", "29", "30", "32"}) {
+        EXPECT_THAT(page, testing::HasSubstr("| " + std::string(code) + " | " + errorWords(code) + " |\n"));
+    }
 }
 
 TEST(ErrorWords, OtherCodesAreExitStatusesOfAPlayer) {

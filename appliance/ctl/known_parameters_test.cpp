@@ -70,7 +70,7 @@ std::vector<std::string> rowOf(const std::string& page, const std::string& name)
     return {};
 }
 
-// The page has a row for every parameter, and its last cell says when the parameter is read.
+// The page has a row for every parameter; its last cell says when the parameter is read.
 TEST(Parameters, PageSaysWhenEachIsRead) {
     std::ifstream file(HOUSE_ROOT "/docs/parameters.md");
     std::stringstream text;
