@@ -12,7 +12,7 @@ namespace {
 
 constexpr int timeWidth = 9;
 
-// Takes a number and the blank behind it off the front of `line`.
+// Removes a number and the blank behind it from the beginning of `line`.
 bool takeNumber(std::string_view& line, double& number) {
     const auto [end, error] = std::from_chars(line.data(), line.data() + line.size(), number);
     if (error != std::errc() || end == line.data() + line.size() || *end != ' ') {
@@ -44,7 +44,7 @@ TraceLine readLine(const std::string& whole) {
         line.text = rest;
     } else if (rest = whole; takeNumber(rest, line.begin) && takeNumber(rest, line.took)) {
         line.kind = TraceLine::Kind::Request;
-        // The request itself may have an arrow in it, what an encoder sent is quoted: the first one divides.
+        // The first arrow separates them: later ones are in the answer, which quotes the encoder.
         const std::size_t arrow = rest.find(" -> ");
         line.text = rest.substr(0, arrow);
         line.answer = arrow == std::string_view::npos ? "" : rest.substr(arrow + 4);

@@ -1,4 +1,4 @@
-// Finding the name that was meant.
+// Finding the intended name behind a mistyped one.
 #pragma once
 
 #include <span>

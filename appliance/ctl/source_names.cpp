@@ -21,7 +21,7 @@ std::string listed(const std::vector<int>& indices, const std::vector<std::strin
     return text;
 }
 
-// -1 when the text is no index of a source.
+// -1 when the text is not the index of a source.
 int asIndex(std::string_view wanted, std::size_t count) {
     int index = -1;
     const auto [end, error] = std::from_chars(wanted.data(), wanted.data() + wanted.size(), index);
