@@ -44,8 +44,8 @@ protected:
     static pid_t start(const std::function<int()>& act);
     static int finish(pid_t child);
 
-    // Waits until the process sleeps in a flock that another one holds; false after ten seconds.
-    static bool waitsForLock(pid_t child);
+    // Waits until the process has the lock file open, which another one holds; false after ten seconds.
+    static bool waitsForLock(pid_t child, const std::string& lock);
 };
 
 // Tells one process that another one got somewhere.

@@ -1,15 +1,16 @@
 #include <libcommon/barriers.h>
 
 #include "libcommon/src/barrier_file.h"
+#include "libcommon/src/run_path.h"
 
 #include <libcommon/events.h>
-#include <libcommon/paths.h>
+#include <libcommon/log.h>
 
 #include <cerrno>
+#include <charconv>
+#include <climits>
 #include <cstddef>
-#include <cstring>
 #include <ctime>
-#include <string>
 #include <sys/ipc.h>
 #include <sys/msg.h>
 #include <unistd.h>
@@ -49,10 +50,6 @@ int receiveRelease(int barrierId, int flags) {
 
 namespace local {
 
-std::string barrierFilePrefix() {
-    return libcommon::appliancePath("/var/tmp/barrier.");
-}
-
 int barrierQueueOf(const char* path, struct stat& file) {
     if (lstat(path, &file) != 0)
         return -1;
@@ -69,8 +66,13 @@ int barrierQueueOf(const char* path, struct stat& file) {
 } // namespace local
 
 int getBarrierIPC(int pid) {
+    char number[16] = {};
+    char path[PATH_MAX];
     struct stat file {};
-    return local::barrierQueueOf((local::barrierFilePrefix() + std::to_string(pid)).c_str(), file);
+    std::to_chars(number, number + sizeof number - 1, pid);
+    if (!local::appliancePathInto(path, sizeof path, {"/var/tmp/barrier.", number}))
+        return -1;
+    return local::barrierQueueOf(path, file);
 }
 
 namespace libcommon {
@@ -80,10 +82,14 @@ int announceBarrier(int barrierId) {
     event.id = EID_BARRIER;
     event.value1 = getpid();
     event.value2 = barrierId;
-    while (sendEvent(&event) != 0) {
+    constexpr int triesBeforeLog = 100; // a second
+    for (int tries = 1; sendEvent(&event) != 0; ++tries) {
         const timespec pause{.tv_sec = 0, .tv_nsec = 10'000'000};
         if (errno != EAGAIN || nanosleep(&pause, nullptr) != 0)
             return -1;
+        if (tries == triesBeforeLog)
+            logmsg(3, "The event queue is full; the announcement at barrier %d waits for room in it.",
+                   barrierId);
     }
     return 0;
 }

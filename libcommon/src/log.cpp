@@ -5,6 +5,7 @@
 #include "libcommon/src/signals_held.h"
 #include "libcommon/src/utf8.h"
 
+#include <algorithm>
 #include <cerrno>
 #include <chrono>
 #include <cstdarg>
@@ -13,6 +14,7 @@
 #include <cstring>
 #include <fcntl.h>
 #include <mutex>
+#include <poll.h>
 #include <string>
 #include <string_view>
 #include <sys/stat.h>
@@ -141,6 +143,24 @@ bool writeLine(int fd, const char* line, std::size_t length) {
     return written >= 0;
 }
 
+// Without waiting: the program that reads standard error may have been stopped. False when nothing could be written; a
+// line that could be written in part only is cut.
+bool writeToStandardError(const char* line, std::size_t length) {
+    constexpr std::size_t part = 4096; // a pipe that is ready takes so much without waiting
+    bool begun = false;
+    while (length > 0) {
+        pollfd ready{.fd = STDERR_FILENO, .events = POLLOUT, .revents = 0};
+        const std::size_t next = std::min(length, part);
+        if (poll(&ready, 1, 0) != 1 || (ready.revents & POLLOUT) == 0 ||
+            !writeLine(STDERR_FILENO, line, next))
+            return begun;
+        begun = true;
+        line += next;
+        length -= next;
+    }
+    return true;
+}
+
 bool writeToFile(const char* path, const char* line, std::size_t length) {
     bringLogFile(path);
     struct stat file {};
@@ -167,7 +187,7 @@ void logmsg(int level, const char* format, ...) {
     const local::SignalsHeld signalsHeld;
     const std::lock_guard guard(mutex);
     line[length] = '\n';
-    if (to.destination == Destination::standardError && writeLine(STDERR_FILENO, line, length + 1))
+    if (to.destination == Destination::standardError && writeToStandardError(line, length + 1))
         return;
     if (to.destination == Destination::file && writeToFile(to.path.c_str(), line, length + 1))
         return;

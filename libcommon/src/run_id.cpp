@@ -1,5 +1,6 @@
 #include "libcommon/src/run_id.h"
 
+#include "libcommon/src/bounded_lock.h"
 #include "libcommon/src/files.h"
 #include "libcommon/src/run_path.h"
 
@@ -22,10 +23,7 @@ struct Path {
     bool fits;
 
     Path(const char* prefix, const char* name, const char* suffix)
-        : fits(runPath(text, sizeof text, prefix, name, suffix)) {
-        if (!fits)
-            errno = ENAMETOOLONG;
-    }
+        : fits(appliancePathInto(text, sizeof text, {"/run/decoder/", prefix, name, suffix})) {}
 };
 
 // Takes a number and the character behind it off the front of the text.
@@ -93,7 +91,7 @@ void removeRunId(const char* name) {
 RunIdLock::RunIdLock(const char* name) {
     const Path path(".", name, ".lock");
     fd_ = path.fits ? openLockFile(path.text) : -1;
-    if (fd_ < 0 || waitForLock(fd_, LOCK_EX))
+    if (fd_ < 0 || lockWithin(fd_, LOCK_EX, lockPatience(), SignalsInWait::kept))
         return;
     const ErrnoKept errnoKept;
     close(std::exchange(fd_, -1));

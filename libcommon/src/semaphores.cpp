@@ -3,6 +3,7 @@
 #include "libcommon/src/files.h"
 #include "libcommon/src/run_id.h"
 #include "libcommon/src/semaphore_set.h"
+#include "libcommon/src/system_v.h"
 
 #include <libcommon/log.h>
 #include <libcommon/paths.h>
@@ -53,25 +54,26 @@ bool isOurs(const local::RunId& record) {
             errno = EINVAL;
         return false;
     }
-    const bool ours = record.stamp == machineStart() && state.sem_perm.__key == IPC_PRIVATE &&
+    const bool ours = record.stamp == machineStart() && local::isOurKey(state.sem_perm.__key) &&
                       state.sem_nsems == semaphoreCount;
     if (!ours)
         errno = EINVAL;
     return ours;
 }
 
-int makeSet() {
-    const int set = semget(IPC_PRIVATE, semaphoreCount, IPC_CREAT | 0660);
+bool prepareSet(local::RunId& record) {
     unsigned short zeros[semaphoreCount] = {};
-    Argument argument{.values = zeros};
-    if (set >= 0 && semctl(set, 0, SETALL, argument) == 0 &&
-        local::writeRunId(setName, {.id = set, .pid = getpid(), .stamp = machineStart()}))
-        return set;
-    const local::ErrnoKept errnoKept;
-    if (set >= 0)
-        semctl(set, 0, IPC_RMID);
-    return -1;
+    record.stamp = machineStart();
+    return semctl(record.id, 0, SETALL, Argument{.values = zeros}) == 0;
 }
+
+constexpr local::SystemVObject setObject{
+    .name = setName,
+    .make = [](key_t key) { return semget(key, semaphoreCount, IPC_CREAT | IPC_EXCL | 0660); },
+    .find = [](key_t key) { return semget(key, 0, 0); },
+    .prepare = prepareSet,
+    .remove = [](int id) { return semctl(id, 0, IPC_RMID); },
+};
 
 // The appliance's set, made by whoever comes first; the lock keeps it one. -1 with errno.
 int findSet() {
@@ -86,7 +88,7 @@ int findSet() {
     if (local::readRunId(setName, record) && isOurs(record))
         set = record.id;
     else if (errno == ENOENT || errno == EINVAL)
-        set = makeSet();
+        set = local::makeRecorded(setObject, record) ? record.id : -1;
     knownSet = set;
     return set;
 }
@@ -157,19 +159,20 @@ namespace local {
 
 int removeSemaphoreSet() {
     RunId record;
-    if (!readRunId(setName, record))
+    if (!readRunId(setName, record) && !hasNote(setObject))
         return 0;
     const RunIdLock lock(setName);
+    const int unrecorded = lock ? removeUnrecorded(setObject) : -1;
     const bool found = lock && readRunId(setName, record) && isOurs(record);
-    knownSet = -1;
     const bool gone =
         lock && (found ? semctl(record.id, 0, IPC_RMID) == 0 : errno == EINVAL || errno == ENOENT);
-    if (!gone) {
+    knownSet = -1;
+    if (!gone || unrecorded < 0) {
         logmsg(3, "Failed to remove the semaphores. (errno=%d %s)", errno, std::strerror(errno));
         return -1;
     }
     removeRunId(setName);
-    return found ? 1 : 0;
+    return unrecorded + (found ? 1 : 0);
 }
 
 } // namespace local

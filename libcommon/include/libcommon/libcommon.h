@@ -16,3 +16,4 @@
 #include <libcommon/semaphores.h>
 #include <libcommon/status.h>
 #include <libcommon/sweep.h>
+#include <libcommon/text.h>
