@@ -2,8 +2,8 @@
 
 #include "appliance/ctl/connection.h"
 #include "appliance/ctl/in_force.h"
+#include "appliance/ctl/quoted_text.h"
 #include "appliance/ctl/refused.h"
-#include "appliance/ctl/shown_text.h"
 
 #include <libcommon/display.h>
 #include <libcommon/params.h>

@@ -14,24 +14,31 @@
 #include <algorithm>
 #include <cerrno>
 #include <ctime>
+#include <sstream>
 #include <unistd.h>
 
 namespace {
 
 constexpr const char* connectedName = "Decoder.Connected";
-constexpr std::int64_t patience = 15'000'000; // microseconds; a lock lasts ten seconds
 constexpr timespec betweenLooks{0, 20'000'000};
 
 bool isWanted() {
     return ParamWrapper(0, false)[connectedName] == "yes";
 }
 
+// "15 seconds", "0.5 seconds".
+std::string secondsText(double seconds) {
+    std::ostringstream text;
+    text << seconds << (seconds == 1 ? " second" : " seconds");
+    return text.str();
+}
+
 // Waits until the decoder is connected or not; false when the time is over.
-bool awaitConnected(bool connected) {
+bool awaitConnected(bool connected, double wait) {
     const std::int64_t start = gettimeusec();
     while (isConnected() != connected) {
         requireRunningAppliance();
-        if (gettimeusec() - start > patience) {
+        if (static_cast<double>(gettimeusec() - start) > wait * 1e6) {
             return false;
         }
         nanosleep(&betweenLooks, nullptr);
@@ -53,15 +60,18 @@ bool hasUsableSource() {
         sources, [&](SourceParams& source) { return source[key] == "yes" && !source["Address"].empty(); });
 }
 
-std::string connect() {
+std::string connect(double wait) {
     if (isConnected() && isWanted()) {
         return "already connected";
     }
     announce(true);
-    if (!awaitConnected(true)) {
+    if (wait == 0) {
+        return "the decoder has the request to connect";
+    }
+    if (!awaitConnected(true, wait)) {
         throw Refused(
-            "the decoder has not connected within 15 seconds; it has the request and connects when it "
-            "can (a lock delays it by up to ten seconds)");
+            "the decoder has not connected within " + secondsText(wait) +
+            "; it has the request and connects when it can (a lock delays it by up to ten seconds)");
     }
     if (!hasUsableSource()) {
         throw Refused("no source is enabled in the configured mode: the decoder disconnects again "
@@ -70,14 +80,17 @@ std::string connect() {
     return "connected";
 }
 
-std::string disconnect() {
+std::string disconnect(double wait) {
     if (!isConnected() && !isWanted()) {
         return "already disconnected";
     }
     announce(false);
-    if (!awaitConnected(false)) {
-        throw Refused(
-            "the decoder has not disconnected within 15 seconds; it has the request and may still do it");
+    if (wait == 0) {
+        return "the decoder has the request to disconnect";
+    }
+    if (!awaitConnected(false, wait)) {
+        throw Refused("the decoder has not disconnected within " + secondsText(wait) +
+                      "; it has the request and may still do it");
     }
     return "disconnected";
 }
@@ -109,9 +122,9 @@ bool isConnected() {
     return ParamWrapper(1, false)["Decoder.Info.Connected"] == "yes";
 }
 
-std::string setConnected(bool connected) {
+std::string setConnected(bool connected, double wait) {
     requireRunningAppliance();
-    return connected ? connect() : disconnect();
+    return connected ? connect(wait) : disconnect(wait);
 }
 
 std::string applyConfiguration() {

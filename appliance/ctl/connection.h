@@ -17,9 +17,11 @@ std::string applianceText();
 // "Decoder.Info.Connected": whether the decoder plays, or tries to.
 bool isConnected();
 
+inline constexpr double usualWait = 15; // seconds; a lock lasts ten
+
 // Writes "Decoder.Connected", announces it and waits until the decoder has obeyed; Refused when it has not within
-// fifteen seconds, with the reason as far as it is known.
-std::string setConnected(bool connected);
+// `wait` seconds. 0 does not wait.
+std::string setConnected(bool connected, double wait = usualWait);
 
 // Brings the whole configuration into force: disconnects, has every encoder asked again, connects. Does nothing when
 // the configuration has not changed since the last connect.

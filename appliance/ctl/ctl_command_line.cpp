@@ -72,13 +72,21 @@ private:
         add(Command::Lock, "lock", "Stop playing for ten seconds");
         add(Command::Reconnect, "reconnect", "End a lock now");
         add(Command::Flush, "flush", "Forget what was detected: every encoder is asked again");
-        add(Command::Connect, "connect", "Start playing");
-        add(Command::Disconnect, "disconnect", "Stop playing until connect, select or the button");
+        addWait(add(Command::Connect, "connect", "Start playing"));
+        addWait(add(Command::Disconnect, "disconnect", "Stop playing until connect, select or the button"));
         CLI::App* button = add(Command::Button, "button", "Press the video-select button");
         button->add_flag("--hold", request.hold, "Hold it instead: disconnects");
         add(Command::Sweep, "sweep",
             "Remove what dead decoders left: players, barriers, queues, semaphores, files; refused while one "
             "runs");
+    }
+
+    void addWait(CLI::App* command) {
+        command
+            ->add_option("--wait", request.wait,
+                         "Wait this long until it has happened (default 15; 0: not at all)")
+            ->check(CLI::Range(0.0, 86400.0))
+            ->type_name("S");
     }
 
     void addParameters() {

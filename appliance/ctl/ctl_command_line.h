@@ -41,6 +41,7 @@ struct Request {
     bool hold = false;  // button
     bool force = false; // set
     double seconds = 0; // watch; 0: until it is interrupted
+    double wait = 15;   // connect, disconnect: the longest wait in seconds
 };
 
 inline constexpr int usageStatus = 2;

@@ -116,6 +116,8 @@ TEST(CommandLine, OptionsOfCommands) {
     EXPECT_EQ(parse({"parameters", "--values", "Alarm.Enabled"}).request().name, "Alarm.Enabled");
     EXPECT_EQ(parse({"check", "my.conf"}).request().file, "my.conf");
     EXPECT_TRUE(parse({"set", "--force", "A.B", "c"}).request().force);
+    EXPECT_DOUBLE_EQ(parse({"disconnect"}).request().wait, 15);
+    EXPECT_DOUBLE_EQ(parse({"connect", "--wait", "0"}).request().wait, 0);
     EXPECT_DOUBLE_EQ(parse({"watch", "--seconds", "2.5"}).request().seconds, 2.5);
     EXPECT_EQ(parse({"--root", "/some/where", "status"}).request().root, "/some/where");
 }

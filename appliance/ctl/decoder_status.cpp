@@ -1,13 +1,14 @@
 #include "appliance/ctl/decoder_status.h"
 
 #include "appliance/ctl/error_words.h"
-#include "appliance/ctl/shown_text.h"
+#include "appliance/ctl/quoted_text.h"
 #include "appliance/ctl/source_report.h"
 
 #include <libcommon/clock.h>
 #include <libcommon/events.h>
 #include <libcommon/params.h>
 #include <libcommon/status.h>
+#include <libcommon/text.h>
 
 #include <algorithm>
 #include <charconv>
@@ -52,7 +53,7 @@ std::string sourceLine(const DecoderStatus& status) {
     }
     const std::string error = errorText(status.errorCode);
     return std::to_string(status.currentSource) + ' ' + inQuotes(status.sourceName) + " at " +
-           shown(status.sourceAddress) + (error.empty() ? "" : ", " + error);
+           libcommon::printable(status.sourceAddress) + (error.empty() ? "" : ", " + error);
 }
 
 std::string connectedLine(const DecoderStatus& status) {
@@ -118,7 +119,8 @@ nlohmann::json ledJson(const libcommon::LedState& led) {
 
 std::string modeText(const DecoderStatus& status) {
     const bool usable = status.configuredMode == "auto" || status.configuredMode == "manual";
-    const std::string configured = status.configuredMode.empty() ? "nothing" : shown(status.configuredMode);
+    const std::string configured =
+        status.configuredMode.empty() ? "nothing" : libcommon::printable(status.configuredMode);
     if (status.mode != status.configuredMode) {
         return status.mode + "; configured: " + configured +
                (usable ? ", in force at the next connect" : ", which is no mode: the mode stays");
@@ -135,7 +137,7 @@ std::string statusText(const DecoderStatus& status) {
     text += "picture     " + pictureLine(status.picture) + '\n';
     for (int line = 0; line < libcommon::osdLines; ++line) {
         if (!status.osd[line].empty()) {
-            text += "text " + std::to_string(line) + "      " + shown(status.osd[line]) + '\n';
+            text += "text " + std::to_string(line) + "      " + libcommon::printable(status.osd[line]) + '\n';
         }
     }
     text += "status LED  " + ledText(status.statusLed) + '\n';

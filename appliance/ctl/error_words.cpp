@@ -1,6 +1,6 @@
 #include "appliance/ctl/error_words.h"
 
-#include "appliance/ctl/shown_text.h"
+#include <libcommon/text.h>
 
 #include <algorithm>
 #include <array>
@@ -41,5 +41,5 @@ std::string errorWords(std::string_view code) {
 }
 
 std::string errorText(std::string_view code) {
-    return isError(code) ? "error " + shown(code) + " (" + errorWords(code) + ')' : "";
+    return isError(code) ? "error " + libcommon::printable(code) + " (" + errorWords(code) + ')' : "";
 }

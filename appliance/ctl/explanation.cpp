@@ -1,6 +1,6 @@
 #include "appliance/ctl/explanation.h"
 
-#include "appliance/ctl/shown_text.h"
+#include <libcommon/text.h>
 
 #include <charconv>
 #include <iomanip>
@@ -93,22 +93,23 @@ std::string explanationText(const std::vector<TraceLine>& lines) {
     for (const TraceLine& line : lines) {
         switch (line.kind) {
         case TraceLine::Kind::Heading:
-            text += shown(line.text);
+            text += libcommon::printable(line.text);
             break;
         case TraceLine::Kind::Request:
-            text += milliseconds(line.begin) + shown(line.text);
+            text += milliseconds(line.begin) + libcommon::printable(line.text);
             if (!line.answer.empty()) {
-                text += '\n' + milliseconds(line.begin + line.took) + "  <- " + shown(line.answer);
+                text +=
+                    '\n' + milliseconds(line.begin + line.took) + "  <- " + libcommon::printable(line.answer);
             }
             break;
         case TraceLine::Kind::Decision:
-            text += margin + "=> " + shown(line.text);
+            text += margin + "=> " + libcommon::printable(line.text);
             break;
         case TraceLine::Kind::End:
-            text += milliseconds(line.begin) + shown(line.text);
+            text += milliseconds(line.begin) + libcommon::printable(line.text);
             break;
         case TraceLine::Kind::Other:
-            text += margin + shown(line.text);
+            text += margin + libcommon::printable(line.text);
             break;
         }
         text += '\n';

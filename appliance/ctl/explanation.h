@@ -17,7 +17,7 @@ struct TraceLine {
     Kind kind = Kind::Other;
     double begin = 0; // milliseconds since the detection began: Request, End
     double took = 0;  // milliseconds: Request
-    std::string text;   // the request, decision or result
+    std::string text; // the request, decision or result
     std::string answer;
 };
 

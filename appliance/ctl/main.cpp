@@ -9,8 +9,8 @@
 #include "appliance/ctl/known_parameters.h"
 #include "appliance/ctl/parameter_check.h"
 #include "appliance/ctl/parameter_commands.h"
+#include "appliance/ctl/quoted_text.h"
 #include "appliance/ctl/refused.h"
-#include "appliance/ctl/shown_text.h"
 #include "appliance/ctl/snapshot.h"
 #include "appliance/ctl/source_names.h"
 #include "appliance/ctl/source_report.h"
@@ -18,6 +18,7 @@
 #include "appliance/ctl/watch.h"
 
 #include <libcommon/status.h>
+#include <libcommon/text.h>
 
 #include <cstdlib>
 #include <exception>
@@ -31,7 +32,7 @@ void answer(const Request& request, const std::string& sentence) {
     if (request.json) {
         std::cout << jsonLine({{"done", sentence}}) << '\n';
     } else if (!sentence.empty()) {
-        std::cout << shown(sentence) << '\n';
+        std::cout << libcommon::printable(sentence) << '\n';
     }
 }
 
@@ -42,7 +43,7 @@ void show(const Request& request, const std::string& text, const nlohmann::json&
 void showNames(const Request& request, const std::vector<std::string>& names) {
     std::string text;
     for (const std::string& name : names) {
-        text += shown(name) + '\n';
+        text += libcommon::printable(name) + '\n';
     }
     show(request, text, names);
 }
@@ -104,7 +105,7 @@ void showParameters(const Request& request) {
 
 void showParameter(const Request& request) {
     const std::string value = getParameter(request.name);
-    show(request, shown(value) + '\n', {{"name", request.name}, {"value", value}});
+    show(request, libcommon::printable(value) + '\n', {{"name", request.name}, {"value", value}});
 }
 
 void writeParameter(const Request& request) {
@@ -165,9 +166,9 @@ void runCommand(const Request& request) {
     case Command::Flush:
         return answer(request, flushDetections());
     case Command::Connect:
-        return answer(request, setConnected(true));
+        return answer(request, setConnected(true, request.wait));
     case Command::Disconnect:
-        return answer(request, setConnected(false));
+        return answer(request, setConnected(false, request.wait));
     case Command::Button:
         return answer(request, pressButton(request.hold));
     case Command::Snapshot:
@@ -208,7 +209,7 @@ int main(int argc, char** argv) {
         if (request.json) {
             std::cout << jsonLine({{"error", error.what()}}) << '\n';
         }
-        std::cerr << "decoderctl: " << shown(error.what()) << '\n';
+        std::cerr << "decoderctl: " << libcommon::printable(error.what()) << '\n';
         return 1;
     }
     std::cout.flush();

@@ -2,13 +2,14 @@
 
 #include "appliance/ctl/known_parameters.h"
 #include "appliance/ctl/nearest_name.h"
+#include "appliance/ctl/quoted_text.h"
 #include "appliance/ctl/refused.h"
-#include "appliance/ctl/shown_text.h"
 #include "appliance/ctl/value_check.h"
 
 #include <libcommon/istring.h>
 #include <libcommon/parameter_lines.h>
 #include <libcommon/paths.h>
+#include <libcommon/text.h>
 
 #include <algorithm>
 #include <cerrno>
@@ -107,7 +108,7 @@ private:
             sections_.try_emplace(nameKey(line.section), Section{line.number, line.section, {}});
         if (!isNew) {
             return add(line.number,
-                       "the section [" + shown(line.section) + "] is also in line " +
+                       "the section [" + libcommon::printable(line.section) + "] is also in line " +
                            std::to_string(at->second.line) + ": both are read as one",
                        "merge the two, or rename one");
         }
@@ -126,8 +127,9 @@ private:
         std::vector<std::string> names = knownSections();
         names.emplace_back("Encoder." + line.section.substr(line.section.find('.') + 1));
         const std::string nearest = nearestName(line.section, names);
-        add(line.number, "the section [" + shown(line.section) + "] is unknown and has no effect",
-            nearest.empty() ? "remove it" : "is it [" + shown(nearest) + "]?");
+        add(line.number,
+            "the section [" + libcommon::printable(line.section) + "] is unknown and has no effect",
+            nearest.empty() ? "remove it" : "is it [" + libcommon::printable(nearest) + "]?");
     }
 
     void takeKey(const ParameterLine& line) {
@@ -140,7 +142,7 @@ private:
         const auto [at, isNew] = section.keys.try_emplace(nameKey(line.key), Entry{line.number, line.value});
         if (!isNew) {
             add(line.number,
-                shown(line.key) + " is also in line " + std::to_string(at->second.line) +
+                libcommon::printable(line.key) + " is also in line " + std::to_string(at->second.line) +
                     ": this value holds",
                 "remove one of the two");
             at->second = {line.number, line.value};
@@ -160,10 +162,11 @@ private:
                                        : "is it " + nearest.substr(nearest.rfind('.') + 1) + '?');
         }
         if (std::optional<Mistake> mistake = valueMistake(*known, line.value)) {
-            return add(line.number, shown(line.key) + ' ' + mistake->reason, mistake->remedy);
+            return add(line.number, libcommon::printable(line.key) + ' ' + mistake->reason, mistake->remedy);
         }
-        if (shown(line.value) != line.value) {
-            add(line.number, "the value of " + shown(line.key) + " is not UTF-8", "save the file as UTF-8");
+        if (libcommon::printable(line.value) != line.value) {
+            add(line.number, "the value of " + libcommon::printable(line.key) + " is not UTF-8",
+                "save the file as UTF-8");
         }
     }
 
@@ -227,11 +230,11 @@ std::vector<Finding> findMistakes(std::string_view text) {
 std::string findingsText(const std::string& file, const std::vector<Finding>& findings) {
     std::string text;
     for (const Finding& finding : findings) {
-        text += shown(file) + (finding.line == 0 ? "" : ':' + std::to_string(finding.line)) + ": " +
-                finding.reason + (finding.remedy.empty() ? "" : "; " + finding.remedy) + '\n';
+        text += libcommon::printable(file) + (finding.line == 0 ? "" : ':' + std::to_string(finding.line)) +
+                ": " + finding.reason + (finding.remedy.empty() ? "" : "; " + finding.remedy) + '\n';
     }
     const std::size_t count = findings.size();
-    return text + (count == 0 ? shown(file) + ": no mistakes\n"
+    return text + (count == 0 ? libcommon::printable(file) + ": no mistakes\n"
                               : std::to_string(count) + (count == 1 ? " mistake\n" : " mistakes\n"));
 }
 
@@ -240,7 +243,7 @@ nlohmann::json findingsJson(const std::string& file, const std::vector<Finding>&
     for (const Finding& finding : findings) {
         list.push_back({{"line", finding.line}, {"reason", finding.reason}, {"remedy", finding.remedy}});
     }
-    return {{"file", shown(file)}, {"findings", list}};
+    return {{"file", libcommon::printable(file)}, {"findings", list}};
 }
 
 std::string readParameterText(const std::string& file) {
@@ -250,13 +253,14 @@ std::string readParameterText(const std::string& file) {
         errno = folder ? EISDIR : 0;
         opened.open(file, std::ios::binary);
         if (!opened || folder) {
-            throw Refused(shown(file) + " can't be read: " + std::strerror(errno));
+            throw Refused(libcommon::printable(file) + " can't be read: " + std::strerror(errno));
         }
     }
     std::istream& input = file == "-" ? std::cin : opened;
     std::string text(std::istreambuf_iterator<char>(input), {});
     if (text.size() > maximumFile) {
-        throw Refused(shown(file) + " has more than 4 MiB: the decoder reads it as an empty file");
+        throw Refused(libcommon::printable(file) +
+                      " has more than 4 MiB: the decoder reads it as an empty file");
     }
     return text;
 }

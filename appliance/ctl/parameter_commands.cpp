@@ -4,12 +4,12 @@
 #include "appliance/ctl/known_parameters.h"
 #include "appliance/ctl/parameter_check.h"
 #include "appliance/ctl/refused.h"
-#include "appliance/ctl/shown_text.h"
 #include "appliance/ctl/value_check.h"
 
 #include <libcommon/events.h>
 #include <libcommon/parameter_lines.h>
 #include <libcommon/params.h>
+#include <libcommon/text.h>
 
 #include <algorithm>
 #include <nlohmann/json.hpp>
@@ -141,8 +141,8 @@ std::string parametersText() {
     }
     std::string text;
     for (const Row& row : all) {
-        text += shown(row.name) + std::string(width - row.name.size() + 2, ' ') + takenText(*row.parameter) +
-                "; in force " + effectText(*row.parameter) + '\n';
+        text += libcommon::printable(row.name) + std::string(width - row.name.size() + 2, ' ') +
+                takenText(*row.parameter) + "; in force " + effectText(*row.parameter) + '\n';
     }
     return text;
 }

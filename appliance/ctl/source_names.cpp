@@ -1,7 +1,7 @@
 #include "appliance/ctl/source_names.h"
 
+#include "appliance/ctl/quoted_text.h"
 #include "appliance/ctl/refused.h"
-#include "appliance/ctl/shown_text.h"
 
 #include <algorithm>
 #include <charconv>

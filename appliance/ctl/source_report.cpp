@@ -1,9 +1,9 @@
 #include "appliance/ctl/source_report.h"
 
 #include "appliance/ctl/error_words.h"
-#include "appliance/ctl/shown_text.h"
 
 #include <libcommon/status.h>
+#include <libcommon/text.h>
 
 #include <algorithm>
 #include <array>
@@ -51,7 +51,7 @@ std::string condition(const SourceReport& source) {
         return "not detected";
     }
     const std::string mode = valueOf(source.status, "ConnectMode");
-    return shown(type) + (mode.empty() ? "" : ", " + shown(mode));
+    return libcommon::printable(type) + (mode.empty() ? "" : ", " + libcommon::printable(mode));
 }
 
 // Behind the condition of a source that the decoder does not use as it is configured.
@@ -73,7 +73,7 @@ std::string padded(const std::string& text, std::size_t width) {
 }
 
 void addLine(std::string& text, const std::string& key, const std::string& value) {
-    text += shown(key) + '=' + shown(value) + '\n';
+    text += libcommon::printable(key) + '=' + libcommon::printable(value) + '\n';
 }
 
 nlohmann::json asObject(const std::vector<std::pair<std::string, std::string>>& pairs) {
@@ -112,14 +112,15 @@ std::string sourcesText(const std::vector<SourceReport>& sources, int current) {
     std::size_t nameWidth = 4;
     std::size_t addressWidth = 7;
     for (const SourceReport& source : sources) {
-        nameWidth = std::max(nameWidth, characters(shown(source.name)));
-        addressWidth = std::max(addressWidth, characters(shown(source.address)));
+        nameWidth = std::max(nameWidth, characters(libcommon::printable(source.name)));
+        addressWidth = std::max(addressWidth, characters(libcommon::printable(source.address)));
     }
     std::string text;
     for (const SourceReport& source : sources) {
         text += (source.index == current ? "* " : "  ") + padded(std::to_string(source.index), 4) +
-                padded(shown(source.name), nameWidth + 2) + padded(shown(source.address), addressWidth + 2) +
-                condition(source) + notInForce(source) + '\n';
+                padded(libcommon::printable(source.name), nameWidth + 2) +
+                padded(libcommon::printable(source.address), addressWidth + 2) + condition(source) +
+                notInForce(source) + '\n';
     }
     return text;
 }

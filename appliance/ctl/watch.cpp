@@ -3,9 +3,10 @@
 #include "appliance/ctl/connection.h"
 #include "appliance/ctl/error_words.h"
 #include "appliance/ctl/json_text.h"
-#include "appliance/ctl/shown_text.h"
+#include "appliance/ctl/quoted_text.h"
 
 #include <libcommon/clock.h>
+#include <libcommon/text.h>
 
 #include <algorithm>
 #include <chrono>
@@ -106,7 +107,7 @@ std::vector<Change> everything(const DecoderStatus& now) {
         {"error", errorText(now.errorCode), "error", errorValue(now)}};
     for (int line = 0; line < libcommon::osdLines; ++line) {
         all.push_back({"text " + std::to_string(line),
-                       shown(now.osd[line]),
+                       libcommon::printable(now.osd[line]),
                        "text",
                        {{"line", line}, {"text", now.osd[line]}}});
     }

@@ -7,6 +7,7 @@
 
 #include <libcommon/log.h>
 #include <libcommon/paths.h>
+#include <libcommon/text.h>
 
 #include <algorithm>
 #include <cerrno>
@@ -43,7 +44,7 @@ std::string presentStamp() {
 
 // By its beginning, so that a line without '=' does not give a password away either.
 bool isCredential(std::string_view line) {
-    const std::string_view content = trimmed(line);
+    const std::string_view content = libcommon::trimmed(line);
     return NameEqual{}(content.substr(0, 8), "Password") || NameEqual{}(content.substr(0, 8), "UserName");
 }
 

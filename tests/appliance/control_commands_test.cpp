@@ -93,9 +93,11 @@ TEST_F(Commands, DisconnectReportsAfterItHasHappened) {
 
 TEST_F(Commands, DisconnectThatDoesNotHappenIsAFailure) {
     playIn("auto");
-    const Finished finished = ctl({"disconnect"});
+    const Finished finished = ctl({"disconnect", "--wait", "0.5"});
     EXPECT_EQ(finished.status, 1);
-    EXPECT_THAT(finished.errors, HasSubstr("the decoder has not disconnected within 15 seconds"));
+    EXPECT_THAT(finished.errors,
+                HasSubstr("the decoder has not disconnected within 0.5 seconds; it has the request"));
+    EXPECT_EQ(ctl({"disconnect", "--wait", "0"}).output, "the decoder has the request to disconnect\n");
 }
 
 TEST_F(Commands, DecoderThatEndsMeanwhileIsReported) {

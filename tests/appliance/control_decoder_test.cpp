@@ -48,6 +48,17 @@ TEST(ControlOfADecoder, ChangesAreMarkedUntilApplyBringsThemIntoForce) {
     EXPECT_TRUE(decoder.showsMoving(0));
 }
 
+TEST(ControlOfADecoder, ExplainShowsEachStepOnALineOfItsOwn) {
+    Appliance decoder;
+    decoder.addEncoder("Yard");
+    decoder.start();
+    ASSERT_TRUE(decoder.showsMoving(0));
+    const nlohmann::json steps = nlohmann::json::parse(decoder.ctl({"--json", "explain", "0"}).output);
+    ASSERT_GE(steps.size(), 3U);
+    EXPECT_EQ(steps.front()["kind"], "detection");
+    EXPECT_EQ(steps.back()["kind"], "end");
+}
+
 TEST(ControlOfADecoder, SweepAfterAKilledDecoderLeavesNothing) {
     Appliance decoder;
     decoder.addEncoder("Yard");

@@ -83,8 +83,8 @@ protected:
 
     std::string file() const { return appliance::readFile(root + "/etc/decoder/decoder.conf"); }
 
-    // The library reads APPLIANCE_ROOT once, so all tests of a process share one root, which each test finds empty. With
-    // a root for each test the second one would wait for events in a queue of the first.
+    // The library reads APPLIANCE_ROOT once, so all tests of a process share one root, which each test finds empty.
+    // With a root for each test the second one would wait for events in a queue of the first.
     static const std::string& sharedRoot() {
         static const struct Root {
             Root() {
