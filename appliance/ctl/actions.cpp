@@ -1,25 +1,23 @@
 #include "appliance/ctl/actions.h"
 
-#include "appliance/ctl/parameters.h"
+#include "appliance/ctl/connection.h"
+#include "appliance/ctl/in_force.h"
+#include "appliance/ctl/quoted_text.h"
 #include "appliance/ctl/refused.h"
 
+#include <libcommon/display.h>
 #include <libcommon/params.h>
 #include <libcommon/paths.h>
 
 #include <cerrno>
 #include <cstring>
 #include <fcntl.h>
-#include <strings.h>
 #include <sys/stat.h>
 #include <unistd.h>
 
 namespace {
 
-constexpr const char* connectedName = "Decoder.Connected";
-
-std::string where() {
-    return libcommon::applianceRoot().empty() ? "on this machine" : "under " + libcommon::applianceRoot();
-}
+constexpr int alarmLine = 1; // of the on-screen texts
 
 void send(const Event& event) {
     if (sendEvent(&event) == 0) {
@@ -27,102 +25,114 @@ void send(const Event& event) {
     }
     switch (errno) {
     case ENOENT:
-        throw Refused("no decoder is running " + where());
+        throw Refused("no decoder is running " + applianceText());
     case EAGAIN:
         throw Refused("the decoder's event queue is full: it does not keep up, try again");
     case EACCES:
-        throw Refused("not allowed to talk to the decoder " + where() + ": use its user or group");
+        throw Refused("not allowed to talk to the decoder " + applianceText() + ": use its user or group");
     default:
         throw Refused(std::string("the event could not be sent: ") + std::strerror(errno));
     }
 }
 
-std::string quoted(int index, const std::string& name) {
-    return std::to_string(index) + " \"" + name + '"';
+std::string sourceText(int index, const std::string& name) {
+    return std::to_string(index) + ' ' + inQuotes(name);
 }
 
-void writeParameter(const std::string& name, const std::string& value) {
-    ParamWrapper parameters(parameterFile(name), true);
-    parameters[name.c_str()] = value.c_str();
-    if (parameters[name.c_str()].toString() != value) {
-        throw Refused(name + " could not be written");
+// A decoder that is to play and does not is locked, or on its way to the first picture.
+bool isHeldBack() {
+    return !isConnected() && ParamWrapper(0, false)["Decoder.Connected"] == "yes";
+}
+
+// Why the decoder will not show an alarm now, and what it does with it; "" when it shows it.
+std::string alarmObstacle() {
+    const ParamWrapper configuration(0, false);
+    const bool manual = configuration["Decoder.SequenceMode"] == "manual";
+    if (configuration["Alarm.Enabled"] != "yes") {
+        return "the decoder drops it: Alarm.Enabled is not \"yes\"";
     }
+    if (isHeldBack()) {
+        return manual ? "the decoder is locked and shows it afterwards"
+                      : "the decoder is locked and drops it afterwards";
+    }
+    if (!isConnected()) {
+        return manual ? "" : "the decoder drops it: it is disconnected and in automatic mode";
+    }
+    const InForce inForce = readInForce();
+    if (inForce.known && inForce.sequenceMode == "auto") {
+        return manual
+                   ? "it waits: the decoder is in automatic mode until the next connect, and alarms show in "
+                     "manual mode only (decoderctl apply)"
+                   : "it waits: alarms show in manual mode only. The next disconnect drops it, unless "
+                     "Decoder.SequenceMode is \"manual\" by then";
+    }
+    if (libcommon::osdText(alarmLine).starts_with("ALARM: ")) {
+        return "the decoder drops it if the alarm before still shows then";
+    }
+    return "";
 }
 
 } // namespace
 
-void requireRunningAppliance() {
-    if (libcommon::eventQueueOwner() < 0) {
-        throw Refused("no decoder is running " + where());
-    }
-}
-
-std::string sendPlainEvent(EventId id) {
+void sendPlainEvent(EventId id) {
     Event event{};
     event.id = id;
     send(event);
-    return "";
 }
 
 std::string selectSource(int index, const std::string& name) {
+    const bool heldBack = isHeldBack();
     Event event{};
     event.id = EID_SELECT;
     event.value1 = index;
     send(event);
-    return "selected " + quoted(index, name);
+    return "selected " + sourceText(index, name) + (heldBack ? "; shown when the lock ends" : "");
 }
 
 std::string raiseAlarm(int index, const std::string& name, const std::string& text) {
+    const std::string obstacle = alarmObstacle();
     Event event{};
     event.id = EID_ALARM;
     event.value1 = index;
     libcommon::setEventText(event, text.c_str());
     send(event);
-    std::string answer = "alarm raised for " + quoted(index, name);
+    std::string answer = "alarm raised for " + sourceText(index, name);
     const char* sent = reinterpret_cast<const char*>(event.payload);
     if (text != sent) {
-        answer += "; the text was cut to \"" + std::string(sent) + '"';
+        answer += "; the text was cut to " + inQuotes(sent);
     }
-    return answer;
+    return answer + (obstacle.empty() ? "" : "; " + obstacle);
 }
 
-std::string setConnected(bool connected) {
-    requireRunningAppliance();
-    writeParameter(connectedName, connected ? "yes" : "no");
-    sendPlainEvent(EID_CONNECTPROPERTYCHANGED);
-    return connected ? "connected" : "disconnected";
+std::string lockDecoder() {
+    sendPlainEvent(EID_LOCK);
+    return "locked: the decoder stops playing for ten seconds";
 }
 
-std::string getParameter(const std::string& name) {
-    std::string value = ParamWrapper(parameterFile(name), false)[name.c_str()].toString();
-    if (value.empty()) {
-        throw Refused(
-            name + (findParameter(name) == nullptr ? " is not a parameter of this decoder" : " is not set"));
+std::string endLock() {
+    const bool playing = isConnected();
+    const bool heldBack = isHeldBack();
+    sendPlainEvent(EID_RECONNECT);
+    if (playing) {
+        return "the decoder is not locked: the request waits and ends the next lock as soon as it begins; a "
+               "connect "
+               "drops it";
     }
-    return value;
+    return heldBack ? "the lock ends and the decoder connects"
+                    : "the decoder is disconnected and stays so; a lock ends, and without one the request "
+                      "waits for "
+                      "the next lock";
 }
 
-std::string setParameter(const std::string& name, const std::string& value, bool force) {
-    if (!force) {
-        const KnownParameter* known = findParameter(name);
-        if (known == nullptr) {
-            throw Refused(name + " is not a parameter of this decoder (--force writes it all the same)");
-        }
-        if (parameterFile(name) == 1) {
-            throw Refused(name + " is written by the decoder itself (--force writes it all the same)");
-        }
-        if (const std::string wanted = refusal(*known, value); !wanted.empty()) {
-            throw Refused(name + " takes " + wanted + ", not \"" + value +
-                          "\" (--force writes it all the same)");
-        }
+std::string flushDetections() {
+    const bool playing = isConnected();
+    const bool heldBack = isHeldBack();
+    sendPlainEvent(EID_FLUSHCACHE);
+    if (playing) {
+        return "the picture stays: the decoder forgets what was detected when it next changes the source "
+               "(decoderctl apply: now, after a change of the configuration)";
     }
-    if (strcasecmp(name.c_str(), connectedName) == 0) {
-        requireRunningAppliance();
-        writeParameter(name, value);
-        return sendPlainEvent(EID_CONNECTPROPERTYCHANGED);
-    }
-    writeParameter(name, value);
-    return "";
+    return heldBack ? "what was detected is forgotten when the lock ends" : "what was detected is forgotten";
 }
 
 std::string pressButton(bool hold) {
@@ -130,16 +140,16 @@ std::string pressButton(bool hold) {
     const std::string file = libcommon::appliancePath("/proc/sys/dev/button_videoselect");
     const int fd = open(file.c_str(), O_WRONLY | O_NONBLOCK | O_CLOEXEC);
     if (fd < 0) {
-        throw Refused(errno == ENXIO ? "nobody reads the button " + file + ": no decoder is running"
+        throw Refused(errno == ENXIO ? "no program reads the button " + file + ": no decoder is running"
                                      : "the button " + file + " can't be pressed: " + std::strerror(errno));
     }
     struct stat info {};
-    // An ordinary file would go on reading as pressed, a press per read.
+    // An ordinary file would read as pressed at every look.
     const bool fifo = fstat(fd, &info) == 0 && S_ISFIFO(info.st_mode);
     const ssize_t written = fifo ? write(fd, hold ? "2" : "1", 1) : 0;
     close(fd);
     if (!fifo) {
-        throw Refused("the button " + file + " is not a FIFO: it is pressed by hand only");
+        throw Refused("the button " + file + " is not a FIFO: only a hand can press it");
     }
     if (written != 1) {
         throw Refused("the button " + file + " took no press: " + std::strerror(errno));

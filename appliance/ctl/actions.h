@@ -1,6 +1,6 @@
-// What decoderctl does to the decoder: events, parameters, the button.
+// Events for the decoder, and its button.
 //
-// Each returns what to tell the person who typed it ("" nothing but success) and throws Refused when it was
+// Each command returns the sentence to print, which says what the decoder will do, and throws Refused when it was
 // refused or failed.
 #pragma once
 
@@ -8,25 +8,17 @@
 
 #include <string>
 
-// Throws Refused when no supervisor runs under this appliance root.
-void requireRunningAppliance();
-
 // Sends an event with nothing but its identifier.
-std::string sendPlainEvent(EventId id);
+void sendPlainEvent(EventId id);
 
 std::string selectSource(int index, const std::string& name);
 
-// Warns in its answer when the text had to be cut.
+// Says when the text had to be cut, and why the alarm may not be shown.
 std::string raiseAlarm(int index, const std::string& name, const std::string& text);
 
-// Writes "Decoder.Connected" and announces it.
-std::string setConnected(bool connected);
-
-// The value of a parameter; Refused when it is not set.
-std::string getParameter(const std::string& name);
-
-// Writes it; unknown names, unknown values and values of the supervisor's own only by `force`.
-std::string setParameter(const std::string& name, const std::string& value, bool force);
+std::string lockDecoder();
+std::string endLock();
+std::string flushDetections();
 
 // Presses the button file. A held press reads as '2', a short one as '1'.
 std::string pressButton(bool hold);

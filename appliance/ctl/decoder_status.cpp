@@ -1,12 +1,16 @@
 #include "appliance/ctl/decoder_status.h"
 
+#include "appliance/ctl/error_words.h"
+#include "appliance/ctl/quoted_text.h"
 #include "appliance/ctl/source_report.h"
 
 #include <libcommon/clock.h>
 #include <libcommon/events.h>
 #include <libcommon/params.h>
 #include <libcommon/status.h>
+#include <libcommon/text.h>
 
+#include <algorithm>
 #include <charconv>
 #include <nlohmann/json.hpp>
 
@@ -47,17 +51,21 @@ std::string sourceLine(const DecoderStatus& status) {
     if (status.currentSource < 0) {
         return "none";
     }
-    std::string text =
-        std::to_string(status.currentSource) + " \"" + status.sourceName + "\" at " + status.sourceAddress;
-    if (!status.errorCode.empty() && status.errorCode != "0") {
-        text += ", error " + status.errorCode;
+    const std::string error = errorText(status.errorCode);
+    return std::to_string(status.currentSource) + ' ' + inQuotes(status.sourceName) + " at " +
+           libcommon::printable(status.sourceAddress) + (error.empty() ? "" : ", " + error);
+}
+
+std::string connectedLine(const DecoderStatus& status) {
+    if (status.connected) {
+        return status.wanted ? "yes" : "yes, about to disconnect";
     }
-    return text;
+    return status.wanted ? "no, locked or about to connect" : "no";
 }
 
 std::string pictureLine(const std::optional<Picture>& picture) {
     if (!picture) {
-        return "none was drawn yet";
+        return "none yet";
     }
     if (picture->blanked) {
         return "blank";
@@ -75,9 +83,15 @@ DecoderStatus readDecoderStatus() {
     const ParamWrapper information(1, false);
     status.supervisorPid = libcommon::eventQueueOwner();
     status.connected = information["Decoder.Info.Connected"] == "yes";
-    status.mode = configuration["Decoder.SequenceMode"].toString();
+    status.wanted = configuration["Decoder.Connected"] == "yes";
+    status.configuredMode = configuration["Decoder.SequenceMode"].toString();
+    const InForce inForce = readInForce();
+    status.mode = inForce.known ? inForce.sequenceMode : status.configuredMode;
+    status.unread = !inForce.unchanged;
     status.currentSource = sourceIndexOf(information["Decoder.Info.CurrentSource"].toString());
-    const std::vector<SourceReport> sources = readSourceReports();
+    const std::vector<SourceReport> sources = readSourceReports(inForce);
+    status.sourcesNotInForce = static_cast<int>(std::ranges::count_if(
+        sources, [](const SourceReport& source) { return !source.difference.inForce(); }));
     if (status.currentSource >= 0 && static_cast<std::size_t>(status.currentSource) < sources.size()) {
         status.sourceName = sources[status.currentSource].name;
         status.sourceAddress = sources[status.currentSource].address;
@@ -98,34 +112,61 @@ std::string ledText(const libcommon::LedState& led) {
     return colourText(led.colour) + ", " + patternText(led.pattern);
 }
 
+nlohmann::json ledJson(const libcommon::LedState& led) {
+    return {
+        {"led", statusLedNumber}, {"colour", led.colour}, {"pattern", led.pattern}, {"text", ledText(led)}};
+}
+
+std::string modeText(const DecoderStatus& status) {
+    const bool usable = status.configuredMode == "auto" || status.configuredMode == "manual";
+    const std::string configured =
+        status.configuredMode.empty() ? "nothing" : libcommon::printable(status.configuredMode);
+    if (status.mode != status.configuredMode) {
+        return status.mode + "; configured: " + configured +
+               (usable ? ", in force at the next connect" : ", which is no mode: the mode stays");
+    }
+    return usable ? status.mode
+                  : configured + " is configured, which is no mode: the decoder keeps the mode before";
+}
+
 std::string statusText(const DecoderStatus& status) {
     std::string text;
-    text += "connected   " + std::string(status.connected ? "yes" : "no") + '\n';
-    text += "mode        " + (status.mode.empty() ? "not set" : status.mode) + '\n';
+    text += "connected   " + connectedLine(status) + '\n';
+    text += "mode        " + modeText(status) + '\n';
     text += "source      " + sourceLine(status) + '\n';
     text += "picture     " + pictureLine(status.picture) + '\n';
     for (int line = 0; line < libcommon::osdLines; ++line) {
         if (!status.osd[line].empty()) {
-            text += "text " + std::to_string(line) + "      " + status.osd[line] + '\n';
+            text += "text " + std::to_string(line) + "      " + libcommon::printable(status.osd[line]) + '\n';
         }
     }
     text += "status LED  " + ledText(status.statusLed) + '\n';
+    if (status.unread) {
+        text += "configured  changed since the decoder connected";
+        if (status.sourcesNotInForce > 0) {
+            text += ", " + std::to_string(status.sourcesNotInForce) + " of the sources (decoderctl sources)";
+        }
+        text += "; decoderctl apply brings it into force\n";
+    }
     return text;
 }
 
 nlohmann::json statusJson(const DecoderStatus& status) {
     nlohmann::json json{{"supervisorPid", status.supervisorPid},
                         {"connected", status.connected},
+                        {"connectWanted", status.wanted},
                         {"mode", status.mode},
+                        {"configuredMode", status.configuredMode},
+                        {"configurationChanged", status.unread},
+                        {"sourcesNotInForce", status.sourcesNotInForce},
                         {"currentSource", status.currentSource},
                         {"sourceName", status.sourceName},
+                        {"sourceAddress", status.sourceAddress},
+                        {"errorCode", isError(status.errorCode) ? status.errorCode : ""},
+                        {"error", errorWords(status.errorCode)},
                         {"playerPid", -1},
                         {"osd", status.osd},
-                        {"leds",
-                         {{{"led", statusLedNumber},
-                           {"colour", status.statusLed.colour},
-                           {"pattern", status.statusLed.pattern},
-                           {"text", ledText(status.statusLed)}}}},
+                        {"leds", nlohmann::json::array({ledJson(status.statusLed)})},
                         {"frame", nullptr}};
     if (status.picture) {
         json["frame"] = {{"number", status.picture->number},

@@ -1,5 +1,7 @@
 #include "appliance/ctl/explanation.h"
 
+#include <libcommon/text.h>
+
 #include <charconv>
 #include <iomanip>
 #include <nlohmann/json.hpp>
@@ -10,7 +12,7 @@ namespace {
 
 constexpr int timeWidth = 9;
 
-// Takes a number and the blank behind it off the front of `line`.
+// Removes a number and the blank behind it from the beginning of `line`.
 bool takeNumber(std::string_view& line, double& number) {
     const auto [end, error] = std::from_chars(line.data(), line.data() + line.size(), number);
     if (error != std::errc() || end == line.data() + line.size() || *end != ' ') {
@@ -42,7 +44,7 @@ TraceLine readLine(const std::string& whole) {
         line.text = rest;
     } else if (rest = whole; takeNumber(rest, line.begin) && takeNumber(rest, line.took)) {
         line.kind = TraceLine::Kind::Request;
-        // The request itself may have an arrow in it, what an encoder sent is quoted: the first one divides.
+        // The first arrow separates them: later ones are in the answer, which quotes the encoder.
         const std::size_t arrow = rest.find(" -> ");
         line.text = rest.substr(0, arrow);
         line.answer = arrow == std::string_view::npos ? "" : rest.substr(arrow + 4);
@@ -91,22 +93,23 @@ std::string explanationText(const std::vector<TraceLine>& lines) {
     for (const TraceLine& line : lines) {
         switch (line.kind) {
         case TraceLine::Kind::Heading:
-            text += line.text;
+            text += libcommon::printable(line.text);
             break;
         case TraceLine::Kind::Request:
-            text += milliseconds(line.begin) + line.text;
+            text += milliseconds(line.begin) + libcommon::printable(line.text);
             if (!line.answer.empty()) {
-                text += '\n' + milliseconds(line.begin + line.took) + "  <- " + line.answer;
+                text +=
+                    '\n' + milliseconds(line.begin + line.took) + "  <- " + libcommon::printable(line.answer);
             }
             break;
         case TraceLine::Kind::Decision:
-            text += margin + "=> " + line.text;
+            text += margin + "=> " + libcommon::printable(line.text);
             break;
         case TraceLine::Kind::End:
-            text += milliseconds(line.begin) + line.text;
+            text += milliseconds(line.begin) + libcommon::printable(line.text);
             break;
         case TraceLine::Kind::Other:
-            text += margin + line.text;
+            text += margin + libcommon::printable(line.text);
             break;
         }
         text += '\n';

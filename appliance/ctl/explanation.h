@@ -1,11 +1,11 @@
-// Why a source is played as it is: the trace of its last detection, made readable.
+// Why a source is played as it is: the trace of its last detection in readable form.
 //
-// The detection publishes the trace as the source's status value "DetectionTrace", one line a step:
+// The detection publishes the trace as the source's status value "DetectionTrace", one line for each step:
 //   detection of 127.0.0.1:8081, source 1, configured type auto, timeout 10 s
-//   0.0 4.1 GET /path -> 23 bytes "..."      milliseconds since the beginning, milliseconds it took
+//   0.0 4.1 GET /path -> 23 bytes "..."      milliseconds since the beginning, duration in milliseconds
 //   = API version 1: the reason
 //   end 41.7 accepted: ...
-// A line that is none of these is shown as it is.
+// Any other line is shown unchanged.
 #pragma once
 
 #include <nlohmann/json_fwd.hpp>
@@ -17,12 +17,12 @@ struct TraceLine {
     Kind kind = Kind::Other;
     double begin = 0; // milliseconds since the detection began: Request, End
     double took = 0;  // milliseconds: Request
-    std::string text; // what was asked, decided, or came of it
+    std::string text; // the request, decision or result
     std::string answer;
 };
 
 std::vector<TraceLine> readTrace(const std::string& trace);
 
-// A ladder: when, what was asked, below it what came back after how long, and what was decided.
+// Each request with its time, below it the answer with its time, and the decisions.
 std::string explanationText(const std::vector<TraceLine>& lines);
 nlohmann::json explanationJson(const std::vector<TraceLine>& lines);

@@ -12,7 +12,7 @@ constexpr const char* trace = "detection of 127.0.0.1:8081, source 1, configured
                               "something newer\n"
                               "end 41.7 accepted: kind 1 (mjpeg)\n";
 
-TEST(Explanation, IsALadderOfRequestsAnswersAndDecisions) {
+TEST(Explanation, ShowsRequestsAnswersAndDecisionsInOrder) {
     EXPECT_EQ(explanationText(readTrace(trace)),
               "detection of 127.0.0.1:8081, source 1, configured type auto, timeout 10 s\n"
               "      0.0 ms  GET /param\n"
@@ -36,7 +36,7 @@ TEST(Explanation, JsonHasTimesAndAnswers) {
     EXPECT_DOUBLE_EQ(json[5]["beginMs"], 41.7);
 }
 
-TEST(Explanation, TornTracesAreShownAsTheyAre) {
+TEST(Explanation, IncompleteTracesAreShownUnchanged) {
     EXPECT_EQ(explanationText(readTrace("")), "");
     EXPECT_EQ(readTrace("12.5").at(0).kind, TraceLine::Kind::Other);
     EXPECT_EQ(readTrace("end").at(0).kind, TraceLine::Kind::Other);

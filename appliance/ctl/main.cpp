@@ -1,15 +1,24 @@
 // decoderctl: the control command of the decoder.
 #include "appliance/ctl/actions.h"
-#include "appliance/ctl/command_line.h"
+#include "appliance/ctl/connection.h"
+#include "appliance/ctl/ctl_command_line.h"
 #include "appliance/ctl/decoder_status.h"
 #include "appliance/ctl/explanation.h"
+#include "appliance/ctl/in_force.h"
+#include "appliance/ctl/json_text.h"
+#include "appliance/ctl/known_parameters.h"
+#include "appliance/ctl/parameter_check.h"
+#include "appliance/ctl/parameter_commands.h"
+#include "appliance/ctl/quoted_text.h"
 #include "appliance/ctl/refused.h"
 #include "appliance/ctl/snapshot.h"
 #include "appliance/ctl/source_names.h"
 #include "appliance/ctl/source_report.h"
+#include "appliance/ctl/sweep_command.h"
 #include "appliance/ctl/watch.h"
 
 #include <libcommon/status.h>
+#include <libcommon/text.h>
 
 #include <cstdlib>
 #include <exception>
@@ -18,57 +27,85 @@
 
 namespace {
 
-constexpr int jsonIndent = 2;
-
 // Answers of commands that do something: a sentence, or {"done": sentence}.
 void answer(const Request& request, const std::string& sentence) {
     if (request.json) {
-        std::cout << nlohmann::json{{"done", sentence}}.dump() << '\n';
+        std::cout << jsonLine({{"done", sentence}}) << '\n';
     } else if (!sentence.empty()) {
-        std::cout << sentence << '\n';
+        std::cout << libcommon::printable(sentence) << '\n';
     }
 }
 
 void show(const Request& request, const std::string& text, const nlohmann::json& json) {
-    std::cout << (request.json ? json.dump(jsonIndent) + '\n' : text);
+    std::cout << (request.json ? jsonLines(json) : text);
+}
+
+void showNames(const Request& request, const std::vector<std::string>& names) {
+    std::string text;
+    for (const std::string& name : names) {
+        text += libcommon::printable(name) + '\n';
+    }
+    show(request, text, names);
 }
 
 void showStatus(const Request& request) {
     requireRunningAppliance();
+    requireReadableConfiguration();
     const DecoderStatus status = readDecoderStatus();
     show(request, statusText(status), statusJson(status));
 }
 
+std::vector<SourceReport> readSources() {
+    requireReadableConfiguration();
+    return readSourceReports(readInForce());
+}
+
 void showSources(const Request& request) {
-    const std::vector<SourceReport> sources = readSourceReports();
+    const std::vector<SourceReport> sources = readSources();
+    if (request.names) {
+        return showNames(request, sourceNames(sources));
+    }
     const int current = readDecoderStatus().currentSource;
     show(request, sourcesText(sources, current), sourcesJson(sources, current));
 }
 
-// The source that was meant on the command line.
-SourceReport meantSource(const Request& request) {
-    std::vector<SourceReport> sources = readSourceReports();
+// The source that the command line names.
+SourceReport namedSource(const Request& request) {
+    std::vector<SourceReport> sources = readSources();
     return std::move(sources[resolveSource(request.source, sourceNames(sources))]);
 }
 
 void showSource(const Request& request) {
-    const SourceReport source = meantSource(request);
+    const SourceReport source = namedSource(request);
     show(request, sourceText(source), sourceJson(source));
 }
 
 void explainSource(const Request& request) {
-    const SourceReport source = meantSource(request);
+    const SourceReport source = namedSource(request);
     const std::vector<TraceLine> trace = readTrace(status(source.index, "DetectionTrace"));
     if (trace.empty()) {
-        throw Refused("source " + std::to_string(source.index) + " \"" + source.name +
-                      "\" was not detected here: not yet, or another source of the same encoder input was");
+        throw Refused(
+            "source " + std::to_string(source.index) + ' ' + inQuotes(source.name) +
+            " was not detected: it was not shown yet, or it shares the detection of another source of the "
+            "same encoder input");
     }
     show(request, explanationText(trace), explanationJson(trace));
 }
 
+void showParameters(const Request& request) {
+    if (!request.name.empty()) {
+        const KnownParameter* known = findParameter(request.name);
+        return showNames(request, known == nullptr ? std::vector<std::string>{} : valueWords(*known));
+    }
+    if (request.names) {
+        return showNames(request, parameterNames());
+    }
+    show(request, parametersText(), parametersJson());
+}
+
 void showParameter(const Request& request) {
     const std::string value = getParameter(request.name);
-    show(request, value + '\n', {{"name", request.name}, {"value", value}});
+    show(request, libcommon::printable(value) + '\n', {{"name", request.name}, {"value", value}});
 }
 
 void writeParameter(const Request& request) {
@@ -80,17 +117,25 @@ void writeParameter(const Request& request) {
     answer(request, setParameter(request.name, value, request.force));
 }
 
+// The exit status: 1 with mistakes.
+int checkParameters(const Request& request) {
+    const std::string file = request.file.empty() ? configurationFile() : request.file;
+    const std::vector<Finding> findings = findMistakes(readParameterText(file));
+    show(request, findingsText(file, findings), findingsJson(file, findings));
+    return findings.empty() ? 0 : 1;
+}
+
 void sendSelect(const Request& request) {
-    const SourceReport source = meantSource(request);
+    const SourceReport source = namedSource(request);
     answer(request, selectSource(source.index, source.name));
 }
 
 void sendAlarm(const Request& request) {
-    const SourceReport source = meantSource(request);
+    const SourceReport source = namedSource(request);
     answer(request, raiseAlarm(source.index, source.name, request.text));
 }
 
-void run(const Request& request) {
+void runCommand(const Request& request) {
     switch (request.command) {
     case Command::Status:
         return showStatus(request);
@@ -100,31 +145,48 @@ void run(const Request& request) {
         return showSource(request);
     case Command::Explain:
         return explainSource(request);
+    case Command::Parameters:
+        return showParameters(request);
     case Command::Get:
         return showParameter(request);
     case Command::Set:
         return writeParameter(request);
+    case Command::Apply:
+        return answer(request, applyConfiguration());
+    case Command::Check:
+        return; // has an exit status of its own
     case Command::Select:
         return sendSelect(request);
     case Command::Alarm:
         return sendAlarm(request);
     case Command::Lock:
-        return answer(request, sendPlainEvent(EID_LOCK));
+        return answer(request, lockDecoder());
     case Command::Reconnect:
-        return answer(request, sendPlainEvent(EID_RECONNECT));
+        return answer(request, endLock());
     case Command::Flush:
-        return answer(request, sendPlainEvent(EID_FLUSHCACHE));
+        return answer(request, flushDetections());
     case Command::Connect:
-        return answer(request, setConnected(true));
+        return answer(request, setConnected(true, request.wait));
     case Command::Disconnect:
-        return answer(request, setConnected(false));
+        return answer(request, setConnected(false, request.wait));
     case Command::Button:
         return answer(request, pressButton(request.hold));
     case Command::Snapshot:
         return answer(request, saveSnapshot(request.file));
     case Command::Watch:
         return watchDecoder(request.seconds, request.json, std::cout);
+    case Command::Sweep:
+        return answer(request, sweepAppliance());
     }
+}
+
+// The exit status.
+int run(const Request& request) {
+    if (request.command == Command::Check) {
+        return checkParameters(request);
+    }
+    runCommand(request);
+    return 0;
 }
 
 } // namespace
@@ -138,17 +200,18 @@ int main(int argc, char** argv) {
     if (!request.root.empty()) {
         setenv("APPLIANCE_ROOT", request.root.c_str(), 1);
     }
-    // What the library has to say of a failure is for the person at the terminal.
+    // The person at the terminal reads why something failed in the library.
     setenv("LIBCOMMON_LOG", "stderr", 0);
+    int status = 0;
     try {
-        run(request);
+        status = run(request);
     } catch (const std::exception& error) {
         if (request.json) {
-            std::cout << nlohmann::json{{"error", error.what()}}.dump() << '\n';
+            std::cout << jsonLine({{"error", error.what()}}) << '\n';
         }
-        std::cerr << "decoderctl: " << error.what() << '\n';
+        std::cerr << "decoderctl: " << libcommon::printable(error.what()) << '\n';
         return 1;
     }
     std::cout.flush();
-    return std::cout ? 0 : 1;
+    return std::cout ? status : 1;
 }

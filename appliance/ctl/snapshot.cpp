@@ -1,6 +1,6 @@
 #include "appliance/ctl/snapshot.h"
 
-#include "appliance/ctl/actions.h"
+#include "appliance/ctl/connection.h"
 #include "appliance/ctl/refused.h"
 #include "appliance/screen/composition.h"
 

@@ -1,8 +1,8 @@
-// Saving what the monitor shows.
+// Saving the monitor's picture.
 #pragma once
 
 #include <string>
 
-// Writes the composed picture (frame, texts, blanking) as a PNG to `file`, "-" for standard output. Tells
-// what was saved; throws Refused when there is no screen or the file can't be written.
+// Writes the composed picture (frame, texts, blanking) as a PNG to `file`, "-" for standard output. Returns
+// what was saved; throws Refused when no decoder runs or the file can't be written.
 std::string saveSnapshot(const std::string& file);

@@ -1,5 +1,6 @@
 #include "appliance/ctl/source_names.h"
 
+#include "appliance/ctl/quoted_text.h"
 #include "appliance/ctl/refused.h"
 
 #include <algorithm>
@@ -15,12 +16,12 @@ bool beginsWith(std::string_view name, std::string_view start) {
 std::string listed(const std::vector<int>& indices, const std::vector<std::string>& names) {
     std::string text;
     for (const int index : indices) {
-        text += (text.empty() ? "" : ", ") + std::to_string(index) + " \"" + names[index] + '"';
+        text += (text.empty() ? "" : ", ") + std::to_string(index) + ' ' + inQuotes(names[index]);
     }
     return text;
 }
 
-// -1 when the text is no index of a source.
+// -1 when the text is not the index of a source.
 int asIndex(std::string_view wanted, std::size_t count) {
     int index = -1;
     const auto [end, error] = std::from_chars(wanted.data(), wanted.data() + wanted.size(), index);
@@ -48,14 +49,14 @@ int resolveSource(std::string_view wanted, const std::vector<std::string>& names
     if (fitting.size() == 1) {
         return fitting.front();
     }
-    const std::string quoted = '"' + std::string(wanted) + '"';
+    const std::string typed = inQuotes(wanted);
     if (fitting.size() > 1) {
-        throw Refused(quoted + " fits more than one source: " + listed(fitting, names) + "; use the number");
+        throw Refused(typed + " fits more than one source: " + listed(fitting, names) + "; use the number");
     }
     std::vector<int> all(std::min<std::size_t>(names.size(), 20));
     for (std::size_t i = 0; i < all.size(); ++i) {
         all[i] = static_cast<int>(i);
     }
-    throw Refused("there is no source " + quoted + "; there " + (names.size() == 1 ? "is " : "are ") +
+    throw Refused("there is no source " + typed + "; there " + (names.size() == 1 ? "is " : "are ") +
                   listed(all, names) + (all.size() < names.size() ? ", ..." : ""));
 }

@@ -1,6 +1,9 @@
 #include "appliance/ctl/source_report.h"
 
+#include "appliance/ctl/error_words.h"
+
 #include <libcommon/status.h>
+#include <libcommon/text.h>
 
 #include <algorithm>
 #include <array>
@@ -37,18 +40,25 @@ SourceReport makeReport(int index, SourceParams& params) {
     return report;
 }
 
-// What a person wants to know of a source at a glance.
+// The state of a source in a few words.
 std::string condition(const SourceReport& source) {
     const std::string error = valueOf(source.status, "ErrorCode");
     const std::string type = valueOf(source.status, "VideoSourceType");
-    if (!error.empty() && error != "0") {
-        return "error " + error;
+    if (isError(error)) {
+        return errorText(error);
     }
     if (type.empty()) {
         return "not detected";
     }
     const std::string mode = valueOf(source.status, "ConnectMode");
-    return type + (mode.empty() ? "" : ", " + mode);
+    return libcommon::printable(type) + (mode.empty() ? "" : ", " + libcommon::printable(mode));
+}
+
+// Behind the condition of a source that the decoder does not use as it is configured.
+std::string notInForce(const SourceReport& source) {
+    return source.difference.inForce()
+               ? ""
+               : "; not in force before the next connect (" + differenceText(source.difference) + ')';
 }
 
 // Characters, not bytes: names are UTF-8.
@@ -63,10 +73,7 @@ std::string padded(const std::string& text, std::size_t width) {
 }
 
 void addLine(std::string& text, const std::string& key, const std::string& value) {
-    text += key;
-    text += '=';
-    text += value;
-    text += '\n';
+    text += libcommon::printable(key) + '=' + libcommon::printable(value) + '\n';
 }
 
 nlohmann::json asObject(const std::vector<std::pair<std::string, std::string>>& pairs) {
@@ -79,10 +86,12 @@ nlohmann::json asObject(const std::vector<std::pair<std::string, std::string>>& 
 
 } // namespace
 
-std::vector<SourceReport> readSourceReports() {
+std::vector<SourceReport> readSourceReports(const InForce& inForce) {
     std::vector<SourceReport> reports;
     for (SourceParams params : getSubGroups(0, "Encoder")) {
+        SourceDifference difference = inForce.difference(reports.size(), params);
         reports.push_back(makeReport(static_cast<int>(reports.size()), params));
+        reports.back().difference = std::move(difference);
     }
     return reports;
 }
@@ -103,14 +112,15 @@ std::string sourcesText(const std::vector<SourceReport>& sources, int current) {
     std::size_t nameWidth = 4;
     std::size_t addressWidth = 7;
     for (const SourceReport& source : sources) {
-        nameWidth = std::max(nameWidth, characters(source.name));
-        addressWidth = std::max(addressWidth, characters(source.address));
+        nameWidth = std::max(nameWidth, characters(libcommon::printable(source.name)));
+        addressWidth = std::max(addressWidth, characters(libcommon::printable(source.address)));
     }
     std::string text;
     for (const SourceReport& source : sources) {
         text += (source.index == current ? "* " : "  ") + padded(std::to_string(source.index), 4) +
-                padded(source.name, nameWidth + 2) + padded(source.address, addressWidth + 2) +
-                condition(source) + '\n';
+                padded(libcommon::printable(source.name), nameWidth + 2) +
+                padded(libcommon::printable(source.address), addressWidth + 2) + condition(source) +
+                notInForce(source) + '\n';
     }
     return text;
 }
@@ -126,10 +136,17 @@ nlohmann::json sourcesJson(const std::vector<SourceReport>& sources, int current
 }
 
 std::string sourceText(const SourceReport& source) {
-    std::string text = "Index=" + std::to_string(source.index) + "\nName=" + source.name +
-                       "\nAddress=" + source.address + '\n';
+    std::string text;
+    addLine(text, "Index", std::to_string(source.index));
+    addLine(text, "Name", source.name);
+    addLine(text, "Address", source.address);
+    addLine(text, "InForce",
+            source.difference.inForce() ? "yes" : "no, " + differenceText(source.difference));
     for (const auto& [key, value] : source.status) {
         addLine(text, key, value);
+        if (key == "ErrorCode" && isError(value)) {
+            addLine(text, "Error", errorWords(value));
+        }
     }
     for (const auto& [key, value] : source.configured) {
         text += "Configured.";
@@ -142,6 +159,10 @@ nlohmann::json sourceJson(const SourceReport& source) {
     return {{"index", source.index},
             {"name", source.name},
             {"address", source.address},
+            {"inForce", source.difference.inForce()},
+            {"new", source.difference.isNew},
+            {"changed", source.difference.changed},
+            {"error", errorWords(valueOf(source.status, "ErrorCode"))},
             {"status", asObject(source.status)},
             {"configured", asObject(source.configured)}};
 }

@@ -1,6 +1,8 @@
 // The configured sources and what is known about them.
 #pragma once
 
+#include "appliance/ctl/in_force.h"
+
 #include <libcommon/params.h>
 
 #include <nlohmann/json_fwd.hpp>
@@ -14,10 +16,11 @@ struct SourceReport {
     std::string address;
     std::vector<std::pair<std::string, std::string>> status;     // what detection and players found out
     std::vector<std::pair<std::string, std::string>> configured; // the section's other keys
+    SourceDifference difference = {};                            // from what the last connect read
 };
 
 // All configured sources; a password's value is replaced by "***".
-std::vector<SourceReport> readSourceReports();
+std::vector<SourceReport> readSourceReports(const InForce& inForce);
 
 // The names alone, in index order.
 std::vector<std::string> sourceNames(const std::vector<SourceReport>& sources);

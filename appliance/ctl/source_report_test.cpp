@@ -1,5 +1,7 @@
 #include "appliance/ctl/source_report.h"
 
+#include "appliance/ctl/error_words.h"
+
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 #include <nlohmann/json.hpp>
@@ -22,7 +24,8 @@ SourceReport garage() {
 
 TEST(SourceReport, TableMarksTheCurrentSourceAndAligns) {
     EXPECT_EQ(sourcesText({frontDoor(), garage()}, 1), "  0   T\xc3\xbcr     127.0.0.1:8081  mjpeg, http\n"
-                                                       "* 1   Garage  127.0.0.1:8082  error 11\n");
+                                                       "* 1   Garage  127.0.0.1:8082  " +
+                                                           errorText("11") + "\n");
 }
 
 TEST(SourceReport, SourceThatWasNotDetected) {
@@ -36,9 +39,38 @@ TEST(SourceReport, EmptyListSaysSo) {
 }
 
 TEST(SourceReport, LinesOfOneSource) {
-    EXPECT_EQ(sourceText(frontDoor()), "Index=0\nName=T\xc3\xbcr\nAddress=127.0.0.1:8081\n"
+    EXPECT_EQ(sourceText(frontDoor()), "Index=0\nName=T\xc3\xbcr\nAddress=127.0.0.1:8081\nInForce=yes\n"
                                        "ErrorCode=0\nVideoSourceType=mjpeg\nConnectMode=http\nModel=\n"
                                        "Configured.DisplayTime=10\nConfigured.Password=***\n");
+}
+
+TEST(SourceReport, ErrorHasItsWords) {
+    EXPECT_THAT(sourceText(garage()), HasSubstr("ErrorCode=11\nError=" + errorWords("11") + '\n'));
+    EXPECT_EQ(sourceJson(garage())["error"], errorWords("11"));
+    EXPECT_EQ(sourceJson(frontDoor())["error"], "");
+}
+
+TEST(SourceReport, SourceThatIsNotInForceIsMarked) {
+    SourceReport added = garage();
+    added.difference.isNew = true;
+    EXPECT_THAT(sourcesText({added}, -1), HasSubstr("; not in force before the next connect (new)\n"));
+    EXPECT_THAT(sourceText(added), HasSubstr("InForce=no, new\n"));
+    EXPECT_EQ(sourceJson(added)["inForce"], false);
+    SourceReport changed = garage();
+    changed.difference.changed = {"Name", "DisplayTime"};
+    EXPECT_THAT(sourceText(changed), HasSubstr("InForce=no, changed: Name, DisplayTime\n"));
+    EXPECT_EQ(sourceJson(changed)["changed"], nlohmann::json({"Name", "DisplayTime"}));
+}
+
+TEST(SourceReport, WhatAnEncoderSaysIsMadePrintable) {
+    SourceReport hostile = frontDoor();
+    hostile.status.emplace_back("Model", "X\x1b]0;owned\x07\xff\n\rName=Y");
+    hostile.name = "\x1b[2J";
+    for (const std::string& text : {sourceText(hostile), sourcesText({hostile}, 0)}) {
+        EXPECT_THAT(text, testing::Not(HasSubstr("\x1b")));
+        EXPECT_THAT(text, testing::Not(HasSubstr("\xff")));
+        EXPECT_THAT(text, testing::Not(HasSubstr("\nName=Y")));
+    }
 }
 
 TEST(SourceReport, JsonOfOneSource) {

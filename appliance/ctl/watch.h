@@ -4,19 +4,25 @@
 #include "appliance/ctl/decoder_status.h"
 
 #include <iosfwd>
+#include <nlohmann/json.hpp>
 #include <string>
 #include <vector>
 
 struct Change {
-    std::string what;  // "connected", "mode", "source", "text 0", "LED", "picture"
-    std::string value; // as it is now
+    std::string what; // "connected", "mode", "source", "text 0", "LED", "picture"
+    std::string text; // as it is now, in words; "" for nothing
+    std::string key;  // the same for programs: "text" for each of the lines
+    nlohmann::json value;
 };
 
-// Every value that differs; frames are the business of FrameRate.
+// Every value that differs. Frames are not among them: FrameRate has them.
 std::vector<Change> changesBetween(const DecoderStatus& before, const DecoderStatus& now);
 
 // All values, as the first lines of a watch.
 std::vector<Change> everything(const DecoderStatus& now);
+
+// {"time", "what", "value"} on one line, with the date and time in ISO 8601.
+std::string changeJsonLine(const Change& change, const std::string& time);
 
 // Frames per second over windows of one second, announced only when it changes noticeably: by a tenth and at
 // least half a frame a second.
@@ -33,5 +39,5 @@ private:
     double announced_ = -1;
 };
 
-// Prints changes until `seconds` are over (0: for ever) or SIGINT or SIGTERM comes.
+// Prints changes until `seconds` are over (0: no end) or SIGINT or SIGTERM comes.
 void watchDecoder(double seconds, bool json, std::ostream& out);

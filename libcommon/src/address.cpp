@@ -18,3 +18,8 @@ int splitAddress(const std::string& address, std::string& host, unsigned short& 
     logmsg(3, "Can't read the address \"%s\": %s", shown.c_str(), parts.error);
     return -1;
 }
+
+std::string libcommon::whyNotAddress(const std::string& address) {
+    const network::AddressParts parts = network::parseAddress(address);
+    return parts.host.empty() ? parts.error : "";
+}

@@ -1,5 +1,6 @@
 #include <libcommon/params.h>
 
+#include "libcommon/src/connected.h"
 #include "libcommon/src/fork_safe_mutex.h"
 #include "libcommon/src/parameter_files.h"
 #include "libcommon/src/parameter_lock.h"
@@ -74,7 +75,8 @@ bool Param::operator!=(const char* text) const {
 }
 
 Param& Param::operator=(const char* text) {
-    local::writeParameter(fileId_, name_, viewOf(text));
+    if (local::writeParameter(fileId_, name_, viewOf(text)))
+        local::noteWrite(fileId_, name_, viewOf(text));
     return *this;
 }
 

@@ -85,6 +85,14 @@ bool holds(const std::string& path, const std::string& text) {
     return readSmallFile(path, maximumValue + 1, current) && current == text;
 }
 
+// Only for our own values of several lines, such as the trace of a detection.
+std::string printableLines(std::string_view text) {
+    std::string lines;
+    for (std::size_t end = 0; (end = text.find('\n')) != std::string_view::npos; text.remove_prefix(end + 1))
+        lines += libcommon::printable(text.substr(0, end)) + '\n';
+    return lines + libcommon::printable(text);
+}
+
 void write(int index, const std::string& key, const std::string& value) {
     const std::string path = statusFolder(index) + key;
     const LockedFile lock(statusLockPath().c_str());
@@ -117,8 +125,9 @@ void status(int index, const std::string& key, const char* value) {
                text.size());
         return;
     }
-    // Most values come from an encoder, and are shown in terminals and on web pages.
-    local::write(index, key, libcommon::printable(text));
+    // Most values are what an encoder says. People see them in terminals and on pages.
+    const bool severalLines = key == "DetectionTrace";
+    local::write(index, key, severalLines ? local::printableLines(text) : libcommon::printable(text));
 }
 
 void status(int index, const std::string& key, int value) {

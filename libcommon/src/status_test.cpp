@@ -87,6 +87,11 @@ TEST_F(Status, WhatWouldGarbleATerminalIsStoredPrintable) {
                                                   "?( ???\n");
 }
 
+TEST_F(Status, TheTraceOfADetectionKeepsItsLines) {
+    status(0, "DetectionTrace", "detection of x\n0.0 4.1 GET /\x1b\n\nend\xff");
+    EXPECT_EQ(status(0, "DetectionTrace"), "detection of x\n0.0 4.1 GET / \n\nend?");
+}
+
 TEST_F(Status, BadIndicesAndKeysAreLoggedAndChangeNothing) {
     status(0, "Model", "x");
     const auto before = entries(file("/run/decoder/source"));

@@ -146,7 +146,7 @@ void Scene::pause() {
 void Scene::stopCurrentAndDisconnect() {
     playManual();
     appliance::stop(current_);
-    decoder_.ctl({"disconnect"});
+    decoder_.ctl({"disconnect", "--wait", "0"});
     expectState("SHUTDOWN_CURRENT_PLAYER");
 }
 

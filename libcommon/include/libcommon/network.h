@@ -91,3 +91,11 @@ int splitAddress(const std::string& address, std::string& host, unsigned short& 
 
 // Lower-cases ASCII letters in place.
 void toLower(char* text);
+
+namespace libcommon {
+
+// Why splitAddress() does not take `address`, as in "the port is not a number from 1 to 65535"; "" when it does.
+// Logs nothing. Any thread.
+std::string whyNotAddress(const std::string& address);
+
+} // namespace libcommon

@@ -11,7 +11,7 @@
 #include <string>
 
 // Sets a value of the source with this index (0 or more). The empty text clears it. Values are stored printable: a
-// control character becomes a blank and a byte that is no UTF-8 becomes '?'.
+// control character becomes a blank and a byte that is no UTF-8 becomes '?'. Only "DetectionTrace" keeps its line breaks.
 void status(int index, const std::string& key, const char* value);
 void status(int index, const std::string& key, int value);
 

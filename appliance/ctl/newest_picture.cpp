@@ -1,4 +1,4 @@
-#include "appliance/ctl/picture.h"
+#include "appliance/ctl/newest_picture.h"
 
 #include "appliance/screen/frame_store.h"
 

@@ -1,4 +1,4 @@
-// What was typed after `decoderctl`.
+// The command line of decoderctl.
 #pragma once
 
 #include <iosfwd>
@@ -10,8 +10,11 @@ enum class Command {
     Sources,
     Source,
     Explain,
+    Parameters,
     Get,
     Set,
+    Apply,
+    Check,
     Select,
     Alarm,
     Lock,
@@ -22,25 +25,27 @@ enum class Command {
     Button,
     Snapshot,
     Watch,
+    Sweep,
 };
 
 struct Request {
     Command command = Command::Status;
     bool json = false;
-    std::string root;   // --root, "" when it was not given
+    std::string root;   // --root, "" when it is not given
     std::string source; // source, explain, select, alarm: as typed
-    std::string name;   // get, set
-    std::string value;  // set; "-" stands for a line of standard input
+    std::string name;   // get, set; parameters --values
+    std::string value;  // set; "-": a line of standard input
     std::string text;   // alarm
-    std::string file;   // snapshot
+    std::string file;   // snapshot, check; "" when it is not given
+    bool names = false; // sources, parameters: the names alone
     bool hold = false;  // button
     bool force = false; // set
-    double seconds = 0; // watch: 0 until it is interrupted
+    double seconds = 0; // watch; 0: until it is interrupted
+    double wait = 15;   // connect, disconnect: the longest wait in seconds
 };
 
 inline constexpr int usageStatus = 2;
 
-// The request, or the status to exit with after help (0) or a usage error (2), which are printed to `out` and
-// `errors`.
+// The request; or, after help (0) or a usage error (2), the exit status. Help goes to `out`, usage errors to `errors`.
 std::variant<Request, int> parseCommandLine(int argc, const char* const* argv, std::ostream& out,
                                             std::ostream& errors);

@@ -1,4 +1,4 @@
-#include "appliance/ctl/command_line.h"
+#include "appliance/ctl/ctl_command_line.h"
 
 #include <CLI/CLI.hpp>
 
@@ -9,12 +9,12 @@ namespace {
 
 constexpr const char* sourceHelp = "A source: its number, its name, or the beginning of its name";
 
-// Adds the subcommands and lets them fill `request`; words of an alarm text are collected in `words`.
+// The subcommands; parsing fills `request` and collects the words of an alarm text in `words`.
 class CommandLine {
 public:
     CommandLine() : app_("Talks to the network video decoder of this machine.", "decoderctl") {
         app_.footer("Exit status: 0 done, 1 refused or failed, 2 usage.\n"
-                    "The appliance is the one below the directory in APPLIANCE_ROOT, or below / without it.");
+                    "The decoder is the one below the directory in APPLIANCE_ROOT, or below / without it.");
         app_.set_version_flag("--version", HOUSE_VERSION);
         app_.add_flag("--json", request.json, "Answer in JSON, for programs");
         app_.add_option("--root", request.root, "The appliance's root directory, instead of APPLIANCE_ROOT")
@@ -39,9 +39,10 @@ private:
     }
 
     void addReports() {
-        add(Command::Status, "status", "What the decoder shows now: mode, source, picture, texts, LED");
-        add(Command::Sources, "sources",
-            "The configured sources, one a line; the one that shows has an asterisk");
+        add(Command::Status, "status", "What the decoder does now: mode, source, picture, texts, LED");
+        CLI::App* sources = add(Command::Sources, "sources",
+                                "The configured sources, one a line; the one that shows has an asterisk");
+        sources->add_flag("--names", request.names, "Print the names alone");
         CLI::App* source =
             add(Command::Source, "source", "Everything known about one source, as Key=value lines");
         source->add_option("N", request.source, sourceHelp)->required();
@@ -65,32 +66,55 @@ private:
         CLI::App* alarm =
             add(Command::Alarm, "alarm", "Raise an alarm: in manual mode its source shows, with the text");
         alarm->add_option("N", request.source, sourceHelp)->required();
-        alarm->add_option("TEXT", words, "Up to 39 bytes of UTF-8; what is longer is cut")
+        alarm->add_option("TEXT", words, "Up to 39 bytes of UTF-8; a longer text is cut")
             ->take_all()
             ->expected(0, -1);
         add(Command::Lock, "lock", "Stop playing for ten seconds");
         add(Command::Reconnect, "reconnect", "End a lock now");
-        add(Command::Flush, "flush", "Forget what was detected: every encoder is asked afresh");
-        add(Command::Connect, "connect", "Start playing");
-        add(Command::Disconnect, "disconnect", "Stop playing, until connect, select or the button");
+        add(Command::Flush, "flush", "Forget what was detected: every encoder is asked again");
+        addWait(add(Command::Connect, "connect", "Start playing"));
+        addWait(add(Command::Disconnect, "disconnect", "Stop playing until connect, select or the button"));
         CLI::App* button = add(Command::Button, "button", "Press the video-select button");
         button->add_flag("--hold", request.hold, "Hold it instead: disconnects");
+        add(Command::Sweep, "sweep",
+            "Remove what dead decoders left: players, barriers, queues, semaphores, files; refused while one "
+            "runs");
+    }
+
+    void addWait(CLI::App* command) {
+        command
+            ->add_option("--wait", request.wait,
+                         "Wait this long until it has happened (default 15; 0: not at all)")
+            ->check(CLI::Range(0.0, 86400.0))
+            ->type_name("S");
     }
 
     void addParameters() {
+        CLI::App* parameters = add(Command::Parameters, "parameters",
+                                   "All parameters: what each takes, and when a new value is in force");
+        parameters->add_flag("--names", request.names, "Print the names alone");
+        parameters->add_option("--values", request.name, "Print the words that this parameter takes")
+            ->type_name("NAME");
         CLI::App* get = add(Command::Get, "get", "Print a parameter's value");
         get->add_option("NAME", request.name,
                         "Such as Decoder.SequenceMode or \"Encoder.Front door.Address\"")
             ->required();
-        CLI::App* set =
-            add(Command::Set, "set", "Write a parameter; the decoder reads it when it next needs it");
+        CLI::App* set = add(Command::Set, "set", "Write a parameter, and say when the value is in force");
         set->add_option("NAME", request.name,
                         "Such as Decoder.SequenceMode or \"Encoder.Front door.Address\"")
             ->required();
         set->add_option("VALUE", request.value,
                         "The value; \"\" clears it, \"-\" reads it from standard input (for passwords)")
             ->required();
-        set->add_flag("--force", request.force, "Write names and values that the decoder does not know, too");
+        set->add_flag("--force", request.force, "Also write names and values that the decoder does not know");
+        add(Command::Apply, "apply",
+            "Bring the configuration into force now: disconnect, ask every encoder again, connect");
+        CLI::App* check =
+            add(Command::Check, "check",
+                "Find the mistakes in a parameter file, with line, reason and remedy; exit status 1 when "
+                "there are any");
+        check->add_option("FILE", request.file,
+                          "The file (default: the decoder's own); \"-\" is standard input");
     }
 
     CLI::App app_;

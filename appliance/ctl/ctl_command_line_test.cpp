@@ -1,4 +1,4 @@
-#include "appliance/ctl/command_line.h"
+#include "appliance/ctl/ctl_command_line.h"
 
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
@@ -32,8 +32,12 @@ TEST(CommandLine, EveryCommandIsKnown) {
         {{"sources"}, Command::Sources},
         {{"source", "0"}, Command::Source},
         {{"explain", "0"}, Command::Explain},
+        {{"parameters"}, Command::Parameters},
         {{"get", "Decoder.Connected"}, Command::Get},
         {{"set", "Decoder.Connected", "no"}, Command::Set},
+        {{"apply"}, Command::Apply},
+        {{"check"}, Command::Check},
+        {{"check", "my.conf"}, Command::Check},
         {{"select", "1"}, Command::Select},
         {{"alarm", "1"}, Command::Alarm},
         {{"lock"}, Command::Lock},
@@ -44,6 +48,7 @@ TEST(CommandLine, EveryCommandIsKnown) {
         {{"button"}, Command::Button},
         {{"snapshot", "a.png"}, Command::Snapshot},
         {{"watch"}, Command::Watch},
+        {{"sweep"}, Command::Sweep},
     };
     for (const auto& [words, command] : all) {
         const Parsed parsed = parse(words);
@@ -52,7 +57,7 @@ TEST(CommandLine, EveryCommandIsKnown) {
     }
 }
 
-TEST(CommandLine, NothingIsAUsageError) {
+TEST(CommandLine, CommandLineWithoutACommandIsAUsageError) {
     EXPECT_EQ(parse({}).status(), 2);
 }
 
@@ -83,13 +88,13 @@ TEST(CommandLine, HelpIsPrintedAndSucceeds) {
     EXPECT_THAT(ofOne.out, HasSubstr("its number, its name, or the beginning of its name"));
 }
 
-TEST(CommandLine, JsonMayStandBeforeAndAfterTheCommand) {
+TEST(CommandLine, JsonIsTakenBeforeAndAfterTheCommand) {
     EXPECT_TRUE(parse({"--json", "status"}).request().json);
     EXPECT_TRUE(parse({"status", "--json"}).request().json);
     EXPECT_FALSE(parse({"status"}).request().json);
 }
 
-TEST(CommandLine, NamesWithBlanksArriveWhole) {
+TEST(CommandLine, NamesMayHaveBlanks) {
     EXPECT_EQ(parse({"select", "Front door"}).request().source, "Front door");
     EXPECT_EQ(parse({"get", "Encoder.Front door.Address"}).request().name, "Encoder.Front door.Address");
 }
@@ -106,7 +111,13 @@ TEST(CommandLine, ValuesMayBeEmptyOrADash) {
 
 TEST(CommandLine, OptionsOfCommands) {
     EXPECT_TRUE(parse({"button", "--hold"}).request().hold);
+    EXPECT_TRUE(parse({"sources", "--names"}).request().names);
+    EXPECT_TRUE(parse({"parameters", "--names"}).request().names);
+    EXPECT_EQ(parse({"parameters", "--values", "Alarm.Enabled"}).request().name, "Alarm.Enabled");
+    EXPECT_EQ(parse({"check", "my.conf"}).request().file, "my.conf");
     EXPECT_TRUE(parse({"set", "--force", "A.B", "c"}).request().force);
+    EXPECT_DOUBLE_EQ(parse({"disconnect"}).request().wait, 15);
+    EXPECT_DOUBLE_EQ(parse({"connect", "--wait", "0"}).request().wait, 0);
     EXPECT_DOUBLE_EQ(parse({"watch", "--seconds", "2.5"}).request().seconds, 2.5);
     EXPECT_EQ(parse({"--root", "/some/where", "status"}).request().root, "/some/where");
 }

@@ -1,0 +1,145 @@
+#include "appliance/ctl/connection.h"
+
+#include "appliance/ctl/actions.h"
+#include "appliance/ctl/in_force.h"
+#include "appliance/ctl/parameter_check.h"
+#include "appliance/ctl/parameter_commands.h"
+#include "appliance/ctl/refused.h"
+
+#include <libcommon/clock.h>
+#include <libcommon/events.h>
+#include <libcommon/params.h>
+#include <libcommon/paths.h>
+
+#include <algorithm>
+#include <cerrno>
+#include <ctime>
+#include <sstream>
+#include <unistd.h>
+
+namespace {
+
+constexpr const char* connectedName = "Decoder.Connected";
+constexpr timespec betweenLooks{0, 20'000'000};
+
+bool isWanted() {
+    return ParamWrapper(0, false)[connectedName] == "yes";
+}
+
+// "15 seconds", "0.5 seconds".
+std::string secondsText(double seconds) {
+    std::ostringstream text;
+    text << seconds << (seconds == 1 ? " second" : " seconds");
+    return text.str();
+}
+
+// Waits until the decoder is connected or not; false when the time is over.
+bool awaitConnected(bool connected, double wait) {
+    const std::int64_t start = gettimeusec();
+    while (isConnected() != connected) {
+        requireRunningAppliance();
+        if (static_cast<double>(gettimeusec() - start) > wait * 1e6) {
+            return false;
+        }
+        nanosleep(&betweenLooks, nullptr);
+    }
+    return true;
+}
+
+void announce(bool connected) {
+    writeParameterChecked(connectedName, connected ? "yes" : "no");
+    sendPlainEvent(EID_CONNECTPROPERTYCHANGED);
+}
+
+// Sources that the decoder can show by itself in the configured mode.
+bool hasUsableSource() {
+    const char* key =
+        ParamWrapper(0, false)["Decoder.SequenceMode"] == "manual" ? "ManualEnabled" : "AutoEnabled";
+    std::vector<SourceParams> sources = getSubGroups(0, "Encoder");
+    return std::ranges::any_of(
+        sources, [&](SourceParams& source) { return source[key] == "yes" && !source["Address"].empty(); });
+}
+
+std::string connect(double wait) {
+    if (isConnected() && isWanted()) {
+        return "already connected";
+    }
+    announce(true);
+    if (wait == 0) {
+        return "the decoder has the request to connect";
+    }
+    if (!awaitConnected(true, wait)) {
+        throw Refused(
+            "the decoder has not connected within " + secondsText(wait) +
+            "; it has the request and connects when it can (a lock delays it by up to ten seconds)");
+    }
+    if (!hasUsableSource()) {
+        throw Refused("no source is enabled in the configured mode: the decoder disconnects again "
+                      "(decoderctl check names the mistakes)");
+    }
+    return "connected";
+}
+
+std::string disconnect(double wait) {
+    if (!isConnected() && !isWanted()) {
+        return "already disconnected";
+    }
+    announce(false);
+    if (wait == 0) {
+        return "the decoder has the request to disconnect";
+    }
+    if (!awaitConnected(false, wait)) {
+        throw Refused("the decoder has not disconnected within " + secondsText(wait) +
+                      "; it has the request and may still do it");
+    }
+    return "disconnected";
+}
+
+} // namespace
+
+std::string applianceText() {
+    return libcommon::applianceRoot().empty() ? "on this machine" : "under " + libcommon::applianceRoot();
+}
+
+void requireRunningAppliance() {
+    errno = 0;
+    if (libcommon::eventQueueOwner() >= 0) {
+        return;
+    }
+    if (errno == EACCES) {
+        throw Refused("not allowed to talk to the decoder " + applianceText() + ": use its user or group");
+    }
+    throw Refused("no decoder is running " + applianceText());
+}
+
+void requireReadableConfiguration() {
+    if (access(configurationFile().c_str(), R_OK) != 0 && errno == EACCES) {
+        throw Refused("not allowed to read " + configurationFile() + ": use the decoder's user or group");
+    }
+}
+
+bool isConnected() {
+    return ParamWrapper(1, false)["Decoder.Info.Connected"] == "yes";
+}
+
+std::string setConnected(bool connected, double wait) {
+    requireRunningAppliance();
+    return connected ? connect(wait) : disconnect(wait);
+}
+
+std::string applyConfiguration() {
+    requireRunningAppliance();
+    if (!isConnected()) {
+        sendPlainEvent(EID_FLUSHCACHE);
+        return isWanted() ? "the decoder is locked or about to connect: it reads the configuration then"
+                          : "the decoder is disconnected: it reads the configuration at the next connect";
+    }
+    const InForce inForce = readInForce();
+    if (inForce.known && inForce.unchanged) {
+        return "nothing to apply: the configuration has not changed since the decoder connected";
+    }
+    setConnected(false);
+    sendPlainEvent(EID_FLUSHCACHE); // taken while it is disconnected, before the next announcement
+    setConnected(true);
+    return "applied: the decoder has connected with the configuration as it is now";
+}

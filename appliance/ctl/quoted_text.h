@@ -1,0 +1,8 @@
+// Texts from outside in a sentence.
+#pragma once
+
+#include <string>
+#include <string_view>
+
+// The printable form of the text, in quotation marks.
+std::string inQuotes(std::string_view text);
