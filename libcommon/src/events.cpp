@@ -158,13 +158,13 @@ bool ownsEventQueue() {
 
 int initEventQueue() {
     libcommon::applianceRoot(); // senders in signal handlers can't read it for the first time
+    owner = getpid(); // also when it fails: waitEvent() goes on trying. First: a supervisor waits shorter for locks
     local::RunId record;
     const bool attached = local::attachEventQueue(record);
     if (!attached)
         logmsg(3, "Failed to attach to the event queue. (errno=%d %s)", errno, std::strerror(errno));
     ownedQueue = attached ? record.id : -1;
     removed = false;
-    owner = getpid(); // also without a queue: waitEvent() goes on trying
     ++attachments;
     attachments.notify_all();
     return attached ? 0 : -1;
