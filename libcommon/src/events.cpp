@@ -158,7 +158,9 @@ bool ownsEventQueue() {
 
 int initEventQueue() {
     libcommon::applianceRoot(); // senders in signal handlers can't read it for the first time
-    owner = getpid(); // also when it fails: waitEvent() goes on trying. First: a supervisor waits shorter for locks
+    // Before the rest, because the owner waits for locks for a shorter time; also when the rest fails, because
+    // waitEvent() then goes on trying.
+    owner = getpid();
     local::RunId record;
     const bool attached = local::attachEventQueue(record);
     if (!attached)
