@@ -10,6 +10,7 @@
 #include <csignal>
 #include <sys/ipc.h>
 #include <sys/msg.h>
+#include <sys/stat.h>
 #include <unistd.h>
 #include <vector>
 
@@ -83,6 +84,16 @@ TEST_F(Barriers, TheQueueOfABarrierIsFoundByItsPid) {
 TEST_F(Barriers, AFileWithoutAQueueIsNone) {
     write(barrierFile(4711), "");
     EXPECT_EQ(getBarrierIPC(4711), -1);
+}
+
+// Every user may put something under a barrier's name: the folder is for temporary files.
+TEST_F(Barriers, OnlyARegularFileHasAQueue) {
+    const int queue = makeBarrier(4711);
+    ASSERT_EQ(symlink(barrierFile(4711).c_str(), barrierFile(4712).c_str()), 0);
+    EXPECT_EQ(getBarrierIPC(4712), -1);
+    ASSERT_EQ(mkfifo(barrierFile(4713).c_str(), 0600), 0);
+    EXPECT_EQ(getBarrierIPC(4713), -1); // nor does the pipe block
+    EXPECT_EQ(getBarrierIPC(4711), queue);
 }
 
 TEST_F(Barriers, NoPidIsTooOddToAskFor) {

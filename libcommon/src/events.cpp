@@ -158,13 +158,15 @@ bool ownsEventQueue() {
 
 int initEventQueue() {
     libcommon::applianceRoot(); // senders in signal handlers can't read it for the first time
+    // Before the rest, because the owner waits for locks for a shorter time; also when the rest fails, because
+    // waitEvent() then goes on trying.
+    owner = getpid();
     local::RunId record;
     const bool attached = local::attachEventQueue(record);
     if (!attached)
         logmsg(3, "Failed to attach to the event queue. (errno=%d %s)", errno, std::strerror(errno));
     ownedQueue = attached ? record.id : -1;
     removed = false;
-    owner = getpid(); // also without a queue: waitEvent() goes on trying
     ++attachments;
     attachments.notify_all();
     return attached ? 0 : -1;
