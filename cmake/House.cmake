@@ -42,7 +42,7 @@ endif()
 add_compile_options(-fstack-protector-strong)
 add_link_options("$<$<STREQUAL:$<TARGET_PROPERTY:TYPE>,EXECUTABLE>:-pie>" LINKER:-z,relro LINKER:-z,now)
 if(NOT HOUSE_SANITIZE)
-    add_compile_options("$<$<NOT:$<CONFIG:Debug>>:-D_FORTIFY_SOURCE=2>")
+    add_compile_options("$<$<CONFIG:RelWithDebInfo,Release>:-D_FORTIFY_SOURCE=2>")
 endif()
 
 find_program(CCACHE ccache)
