@@ -37,12 +37,12 @@ endif()
 
 # Hardening of every binary; tests/checks/check_hardening looks at the results. _FORTIFY_SOURCE needs optimization, and
 # it hides calls from the sanitizers.
-include(CheckPIESupported)
-check_pie_supported()
+# -pie is an ordinary link option: CMake's own check would append it to every program, and it would override
+# -static-pie where a target has that.
 add_compile_options(-fstack-protector-strong)
-add_link_options(LINKER:-z,relro LINKER:-z,now)
+add_link_options("$<$<STREQUAL:$<TARGET_PROPERTY:TYPE>,EXECUTABLE>:-pie>" LINKER:-z,relro LINKER:-z,now)
 if(NOT HOUSE_SANITIZE)
-    add_compile_options("$<$<NOT:$<CONFIG:Debug>>:-D_FORTIFY_SOURCE=2>")
+    add_compile_options("$<$<CONFIG:RelWithDebInfo,Release>:-D_FORTIFY_SOURCE=2>")
 endif()
 
 find_program(CCACHE ccache)
