@@ -125,12 +125,10 @@ void Checker::checkPlayers() {
     std::map<int, int> hangUps;
     std::set<int> told;
     for (const Line& line : history_.lines) {
-        if (line.kind == Kind::killed) {
+        if (line.kind == Kind::killed || (line.kind == Kind::player && line.text == "signal")) {
             ends[line.pid].insert(line.number);
         } else if (line.kind == Kind::player && line.text == "exit") {
             ends[line.pid].insert(line.number << 8);
-        } else if (line.kind == Kind::player && line.text == "signal") {
-            ends[line.pid].insert(line.number);
         } else if (line.kind == Kind::player && line.text == "hup") {
             ++hangUps[line.pid];
         } else if (line.kind == Kind::player && line.text == "start" && wantedSource.contains(line.pid) &&
@@ -145,14 +143,15 @@ void Checker::checkPlayers() {
                                           ", as the supervisor heard");
         }
     }
-    for (const auto& [pid, count] : hangUps) {
-        if (std::ranges::none_of(
-                machines_,
-                [&](const Machine& machine) { return std::ranges::count(machine.hangUps, pid) >= count; }) &&
-            std::ranges::none_of(window_.texts, [](const std::string& text) {
-                return text == "Sending HUP to current player";
-            })) {
-            verdict_.violations.push_back("player " + std::to_string(pid) +
+    // The last window is still open: its line may be there, although the model has not sent the signal yet.
+    const bool justSent =
+        std::ranges::find(window_.texts, "Sending HUP to current player") != window_.texts.end();
+    for (const auto& player : hangUps) {
+        const bool explained = std::ranges::any_of(machines_, [&](const Machine& machine) {
+            return std::ranges::count(machine.hangUps, player.first) >= player.second;
+        });
+        if (!explained && !justSent) {
+            verdict_.violations.push_back("player " + std::to_string(player.first) +
                                           " was told to stop without a reason");
         }
     }
