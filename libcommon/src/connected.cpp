@@ -4,6 +4,7 @@
 #include "libcommon/src/files.h"
 #include "libcommon/src/ini_lines.h"
 #include "libcommon/src/parameter_files.h"
+#include "libcommon/src/parameter_snapshot.h"
 
 #include <libcommon/log.h>
 #include <libcommon/paths.h>
@@ -102,15 +103,15 @@ namespace libcommon {
 
 ConnectedConfiguration connectedConfiguration() {
     ConnectedConfiguration result;
-    ParameterSnapshot snapshot;
-    if (!local::readCopy(snapshot))
+    const auto snapshot = std::make_shared<ParameterSnapshot>();
+    if (!local::readCopy(*snapshot))
         return result;
-    const std::string_view pid = snapshot.value(local::supervisorName);
+    const std::string_view pid = snapshot->value(local::supervisorName);
     std::from_chars(pid.data(), pid.data() + pid.size(), result.supervisor);
     result.known = true;
-    result.sequenceMode = snapshot.value(local::modeName);
-    result.sources = local::subGroups(snapshot, "Encoder");
-    result.unchanged = snapshot.value(local::fileName) == local::presentStamp();
+    result.sequenceMode = snapshot->value(local::modeName);
+    result.sources = SubGroups(std::make_shared<local::Sections>(snapshot, "Encoder"));
+    result.unchanged = snapshot->value(local::fileName) == local::presentStamp();
     return result;
 }
 
