@@ -2,12 +2,12 @@
 
 #include "process/paths.h"
 #include "process/signal_mask.h"
+#include "process/trace_output.h"
 
 #include <libcommon/clock.h>
 #include <libcommon/events.h>
 #include <libcommon/log.h>
 
-#include <cstdio>
 #include <cstdlib>
 #include <ctime>
 #include <fcntl.h>
@@ -55,7 +55,7 @@ void* buttonThread(void*) {
     const ParamWrapper parameters(0, true);
     const int fd = button::openFile(underApplianceRoot(buttonFile));
     if (fd == -1) {
-        std::fputs("Failed to open\n", stderr);
+        printError("Failed to open\n");
         std::exit(1);
     }
     for (;;)

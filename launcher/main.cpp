@@ -1,10 +1,10 @@
 #include "launcher/startup.h"
-
-#include <cstdio>
+#include "process/standard_streams.h"
+#include "process/trace_output.h"
 
 int main(int argc, char** argv) {
-    // Trace lines come out one by one where they are written, in a file too, and a fork never carries half of
-    // them on.
-    std::setvbuf(stdout, nullptr, _IOLBF, BUFSIZ);
+    fillStandardStreams(); // before anything opens a file
+    surviveBrokenPipes();
+    openTraceOutput();
     runSupervisor(argc, argv);
 }

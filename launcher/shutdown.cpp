@@ -1,7 +1,9 @@
 #include "launcher/shutdown.h"
 
 #include "barrier/barrier_table.h"
+#include "launcher/shutdown_steps.h"
 #include "process/process_state.h"
+#include "process/trace_output.h"
 
 #include <libcommon/events.h>
 #include <libcommon/log.h>
@@ -9,7 +11,7 @@
 #include <array>
 #include <cerrno>
 #include <csignal>
-#include <cstdio>
+#include <cstddef>
 #include <cstdlib>
 #include <mcheck.h>
 #include <sys/wait.h>
@@ -18,55 +20,103 @@
 
 namespace {
 
+using shutdown_steps::runStep;
+
 constexpr int noPlayer = -1;
 constexpr useconds_t graceTime = 500000; // microseconds between SIGINT and SIGTERM
+constexpr int nothing = 0;               // for steps without an argument
 
-// All process-wide state of this file: the stack of the handler for SIGSEGV, because a thread that ran out of
-// stack has none left to end in order on.
+// All process-wide state of this file; main thread.
+// The stack of the SIGSEGV handler. A thread that has used up its stack has no other to run the handler on.
 alignas(16) std::array<char, std::size_t{256} * 1024> crashStack;
+volatile std::sig_atomic_t crashed = 0;     // a SIGSEGV came
+volatile std::sig_atomic_t crashLogged = 0; // and the log says so
+
+void logCrash() {
+    if (crashed == 0 || crashLogged != 0)
+        return;
+    crashLogged = 1;
+    runStep(
+        +[](int) { logmsg(3, "Skelmor received SIGSEGV. Shutting down and respawning!"); }, nothing);
+}
+
+void log(const char* text) {
+    logCrash(); // it may have come in the middle of a shutdown
+    runStep(
+        +[](const char* line) { logmsg(6, "%s", line); }, text);
+}
+
+struct Slept {
+    int result;
+    int error;
+};
 
 void stopPlayer(int pid) {
     if (pid == noPlayer)
         return;
     kill(pid, SIGINT);
-    const int uslret = usleep(graceTime);
-    std::printf("uslret = %d errno=%d\n", uslret, errno);
+    const int result = usleep(graceTime);
+    runStep(
+        +[](Slept slept) { printTraceInHandler("uslret = %d errno=%d\n", slept.result, slept.error); },
+        Slept{result, errno});
     kill(pid, SIGTERM);
     waitpid(pid, nullptr, 0);
 }
 
 void removeBarrierOf(int pid) {
     if (pid != noPlayer)
-        removeBarrier(pid);
+        runStep(
+            +[](int player) { removeBarrier(player); }, pid);
 }
 
 void cleanUp() {
-    logmsg(6, "[SHUTDOWN] Removing barriers...");
+    log("[SHUTDOWN] Removing barriers...");
     removeBarrierOf(process.currentPID);
     removeBarrierOf(process.pendingPID);
-    logmsg(6, "[SHUTDOWN] Shutting down event queue...");
-    removeEventQueue();
-    logmsg(6, "[SHUTDOWN] Closing log system...");
-    closelog();
-    muntrace();
+    log("[SHUTDOWN] Shutting down event queue...");
+    runStep(
+        +[](int) { removeEventQueue(); }, nothing);
+    log("[SHUTDOWN] Closing log system...");
+    runStep(
+        +[](int) { closelog(); }, nothing);
+    runStep(
+        +[](int) { muntrace(); }, nothing);
 }
 
-// SIGCHLD stays open during the handler where it was: the reaper may take a player that ends in the grace
-// time, and the waitpid then fails. A SIGINT during a crash's shutdown waits for its end; a crash during
-// SIGINT's does not.
-void install(int signo, int flags) {
-    struct sigaction action {};
-    action.sa_handler = shutdownHandler;
-    action.sa_flags = SA_RESTART | flags;
+// The watchdog, a raise() and the kernel's own faults belong to what this thread does now; another process may send
+// a SIGSEGV at any time.
+bool isOurOwn(const siginfo_t& info) {
+    return info.si_code > 0 || info.si_pid == getpid();
+}
+
+// The handler for SIGSEGV. During a shutdown it abandons what runs; the shutdown goes on behind it.
+void crashHandler(int signo, siginfo_t* info, void* /*context*/) {
+    if (!shutdown_steps::stepIsOverdue())
+        crashed = 1;
+    if (!shutdown_steps::underWay())
+        shutdownHandler(signo);
+    if (!isOurOwn(*info))
+        return;
+    shutdown_steps::abandonStep();
+    _exit(0); // a crash between two steps: our own code can't go on
+}
+
+// SIGCHLD stays open in the SIGINT handler: the reaper may take a player that ends in the grace time, and the
+// waitpid then fails. After a crash it stays out, because it may log with locks that are held. A SIGINT during a
+// crash's shutdown waits for its end; a crash during any shutdown does not.
+void install(int signo, struct sigaction action, int flags) {
+    action.sa_flags |= SA_RESTART | flags;
     sigemptyset(&action.sa_mask);
     sigaddset(&action.sa_mask, SIGINT);
+    if (signo == SIGSEGV)
+        sigaddset(&action.sa_mask, SIGCHLD);
     sigaction(signo, &action, nullptr);
 }
 
 } // namespace
 
 #if defined(__SANITIZE_THREAD__)
-// The handler uses what no handler should, on purpose; the thread sanitizer is not to report that.
+// The handler uses functions that are not meant for handlers, on purpose; the thread sanitizer must not report it.
 extern "C" const char* __tsan_default_options() {
     return "report_signal_unsafe=0";
 }
@@ -77,23 +127,32 @@ void installShutdownHandler() {
     stack.ss_sp = crashStack.data();
     stack.ss_size = crashStack.size();
     sigaltstack(&stack, nullptr);
-    install(SIGINT, 0);
-    install(SIGSEGV, SA_ONSTACK);
+    struct sigaction interrupt {};
+    interrupt.sa_handler = shutdownHandler;
+    install(SIGINT, interrupt, 0);
+    struct sigaction crash {};
+    crash.sa_sigaction = crashHandler;
+    install(SIGSEGV, crash, SA_SIGINFO | SA_ONSTACK | SA_NODEFER);
     std::signal(SIGUSR1, SIG_IGN);
 }
 
 void shutdownHandler(int signo) {
-    if (signo == SIGSEGV)
-        logmsg(3, "Skelmor received SIGSEGV. Shutting down and respawning!");
     if (signo != SIGINT && signo != SIGSEGV)
         return;
-    logmsg(6, "[SHUTDOWN] Skelmor shutdown started!!!");
-    logmsg(6, "[SHUTDOWN] Sending SIGINT to children...");
+    if (signo == SIGSEGV)
+        crashed = 1;
+    shutdown_steps::begin();
+    log("[SHUTDOWN] Skelmor shutdown started!!!");
+    log("[SHUTDOWN] Sending SIGINT to children...");
     stopPlayer(process.currentPID);
     stopPlayer(process.pendingPID);
-    logmsg(6, "[SHUTDOWN] All children dead...");
+    log("[SHUTDOWN] All children dead...");
+    shutdown_steps::limitRest();
     cleanUp();
     process.currentPID = noPlayer;
     process.pendingPID = noPlayer;
-    std::exit(0);
+    if (signo == SIGINT)
+        runStep(
+            +[](int status) { std::exit(status); }, 0);
+    _exit(0);
 }

@@ -14,6 +14,7 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 #include <string>
+#include <sys/syscall.h>
 #include <sys/wait.h>
 #include <thread>
 #include <unistd.h>
@@ -49,19 +50,28 @@ int startPlayer(char name, int obeys) {
     return pid;
 }
 
-// What the supervisor does after its players are gone.
+// What the supervisor did before its end.
+void report(const char* how) {
+    std::string text = how;
+    for (const fake::LogLine& line : fake::log)
+        if (line.text.starts_with("[SHUTDOWN]") || line.level == 3)
+            text += "\n" + line.text;
+    for (const std::string& call : fake::calls)
+        if (call.starts_with("remove"))
+            text += "\n" + call;
+    // Are the players reaped?
+    text += waitpid(-1, nullptr, WNOHANG) == -1 ? "\nno children\n" : "\nchildren left\n";
+    std::fputs(text.c_str(), stderr);
+}
+
+bool reporting = false; // in the child that shuts down
+
+// An ordinary end reports "exit", a crash "_exit".
 void reportAtExit() {
+    reporting = true;
     std::atexit([] {
-        std::string text = "exit";
-        for (const fake::LogLine& line : fake::log)
-            if (line.text.starts_with("[SHUTDOWN]") || line.level == 3)
-                text += "\n" + line.text;
-        for (const std::string& call : fake::calls)
-            if (call.starts_with("remove"))
-                text += "\n" + call;
-        // Are the players reaped?
-        text += waitpid(-1, nullptr, WNOHANG) == -1 ? "\nno children\n" : "\nchildren left\n";
-        std::fputs(text.c_str(), stderr);
+        reporting = false;
+        report("exit");
     });
 }
 
@@ -88,6 +98,13 @@ int depth(int level) {
 }
 
 } // namespace
+
+extern "C" void _exit(int status) {
+    if (reporting)
+        report("_exit");
+    for (;;)
+        syscall(SYS_exit_group, status);
+}
 
 TEST(ShutdownProcess, SigintDuringABlockingTakeStopsBothPlayersInOrder) {
     const ChildRun run = runInChild([] {
@@ -135,7 +152,8 @@ TEST(ShutdownProcess, ACrashInTheMiddleOfWorkEndsTheProcessInOrder) {
         kill(getpid(), SIGSEGV);
     });
     EXPECT_TRUE(run.exitedWith(0)) << run.waitStatus;
-    EXPECT_EQ(run.err.find("exit\nSkelmor received SIGSEGV. Shutting down and respawning!\n"), 0U) << run.err;
+    EXPECT_EQ(run.err.find("_exit\nSkelmor received SIGSEGV. Shutting down and respawning!\n"), 0U)
+        << run.err;
 }
 
 TEST(ShutdownProcess, ACrashForLackOfStackEndsTheProcessInOrderToo) {
@@ -146,5 +164,6 @@ TEST(ShutdownProcess, ACrashForLackOfStackEndsTheProcessInOrderToo) {
         std::exit(depth(1) == 0 ? 3 : 4);
     });
     EXPECT_TRUE(run.exitedWith(0)) << run.waitStatus;
-    EXPECT_EQ(run.err.find("exit\nSkelmor received SIGSEGV. Shutting down and respawning!\n"), 0U) << run.err;
+    EXPECT_EQ(run.err.find("_exit\nSkelmor received SIGSEGV. Shutting down and respawning!\n"), 0U)
+        << run.err;
 }

@@ -15,6 +15,7 @@
 #include <dlfcn.h>
 #include <gtest/gtest.h>
 #include <string>
+#include <sys/syscall.h>
 #include <sys/wait.h>
 #include <unistd.h>
 
@@ -24,6 +25,7 @@ namespace {
 
 bool tracing = false; // in the child that shuts down
 int sleepResult = 0;
+bool crashInRemoveEventQueue = false;
 
 void trace(const std::string& line) {
     std::fputs((line + "\n").c_str(), stderr);
@@ -74,6 +76,15 @@ int removeBarrier(int pid) {
 }
 void removeEventQueue() {
     trace("removeEventQueue()");
+    if (crashInRemoveEventQueue)
+        std::raise(SIGSEGV);
+}
+extern "C" void _exit(int status) {
+    if (tracing && status != bodyReturned)
+        trace("_exit(" + number(status) + ") with players " + number(process.currentPID) + " " +
+              number(process.pendingPID));
+    for (;;)
+        syscall(SYS_exit_group, status);
 }
 
 namespace {
@@ -99,8 +110,9 @@ const std::string closing = "log 6 [SHUTDOWN] Shutting down event queue...\n"
                             "removeEventQueue()\n"
                             "log 6 [SHUTDOWN] Closing log system...\n"
                             "closelog()\n"
-                            "muntrace()\n"
-                            "exit with players -1 -1\n";
+                            "muntrace()\n";
+const std::string exitHandlersRan = "exit with players -1 -1\n";
+const std::string exitHandlersDidNotRun = "_exit(0) with players -1 -1\n"; // they free memory
 
 std::string stopped(const std::string& pid) {
     return "kill(" + pid + ",2)\nusleep(500000)\nkill(" + pid + ",15)\nwaitpid(" + pid + ",null,0)\n";
@@ -114,7 +126,7 @@ TEST(Shutdown, SigintWithoutPlayersStopsNobody) {
     EXPECT_EQ(run.err, opening +
                            "log 6 [SHUTDOWN] All children dead...\n"
                            "log 6 [SHUTDOWN] Removing barriers...\n" +
-                           closing);
+                           closing + exitHandlersRan);
     EXPECT_EQ(run.out, "");
 }
 
@@ -124,7 +136,7 @@ TEST(Shutdown, SigsegvLogsTheCrashFirstAndExitsWithZeroToo) {
     EXPECT_EQ(run.err, "log 3 Skelmor received SIGSEGV. Shutting down and respawning!\n" + opening +
                            "log 6 [SHUTDOWN] All children dead...\n"
                            "log 6 [SHUTDOWN] Removing barriers...\n" +
-                           closing);
+                           closing + exitHandlersDidNotRun);
 }
 
 TEST(Shutdown, TheCurrentPlayerIsStoppedBeforeThePendingOne) {
@@ -135,7 +147,7 @@ TEST(Shutdown, TheCurrentPlayerIsStoppedBeforeThePendingOne) {
                            "log 6 [SHUTDOWN] Removing barriers...\n"
                            "removeBarrier(700002)\n"
                            "removeBarrier(700001)\n" +
-                           closing);
+                           closing + exitHandlersRan);
     EXPECT_EQ(run.out, "uslret = 0 errno=0\nuslret = 0 errno=0\n");
 }
 
@@ -145,7 +157,7 @@ TEST(Shutdown, APendingPlayerAloneIsStopped) {
                            "log 6 [SHUTDOWN] All children dead...\n"
                            "log 6 [SHUTDOWN] Removing barriers...\n"
                            "removeBarrier(700001)\n" +
-                           closing);
+                           closing + exitHandlersRan);
 }
 
 TEST(Shutdown, ASleepThatAnEndingPlayerCutShortIsPrintedWithItsError) {
@@ -154,6 +166,24 @@ TEST(Shutdown, ASleepThatAnEndingPlayerCutShortIsPrintedWithItsError) {
     sleepResult = 0;
     EXPECT_EQ(run.out, "uslret = -1 errno=4\n");
     EXPECT_TRUE(run.exitedWith(0)) << run.waitStatus;
+}
+
+TEST(Shutdown, ACrashInTheMiddleOfAnOrdinaryShutdownIsLoggedAndTheShutdownGoesOn) {
+    const ChildRun run = runInChild([] {
+        tracing = true;
+        crashInRemoveEventQueue = true;
+        installShutdownHandler();
+        std::raise(SIGINT);
+    });
+    EXPECT_TRUE(run.exitedWith(0)) << run.waitStatus;
+    EXPECT_EQ(run.err, opening + "log 6 [SHUTDOWN] All children dead...\n"
+                                 "log 6 [SHUTDOWN] Removing barriers...\n"
+                                 "log 6 [SHUTDOWN] Shutting down event queue...\n"
+                                 "removeEventQueue()\n"
+                                 "log 3 Skelmor received SIGSEGV. Shutting down and respawning!\n"
+                                 "log 6 [SHUTDOWN] Closing log system...\n"
+                                 "closelog()\n"
+                                 "muntrace()\n");
 }
 
 TEST(Shutdown, OtherSignalsDoNothing) {

@@ -7,8 +7,10 @@
 #include "launcher/shutdown.h"
 #include "launcher/state_machine.h"
 #include "player/children.h"
+#include "process/owner_lock.h"
 #include "process/process_state.h"
 #include "process/signal_mask.h"
+#include "process/trace_output.h"
 
 #include <libcommon/events.h>
 #include <libcommon/log.h>
@@ -16,6 +18,8 @@
 #include <libcommon/semaphores.h>
 
 #include <cstdlib>
+#include <cstring>
+#include <string>
 #include <syslog.h>
 #include <unistd.h>
 
@@ -23,10 +27,35 @@ namespace {
 
 constexpr int playerStartSemaphore = 2001;
 constexpr int lockSemaphore = 2003;
-constexpr int noButtonThread = -1; // 255 to whoever waits for us
+constexpr int noButtonThread = -1; // exit status 255
+constexpr int notTheOwner = 1;
 
-// From here on a signal's handler runs only where the main thread waits. The mask that the starter left us is
-// of no interest: what it blocked would never reach a handler.
+void openLog() {
+    openlog("SkelMor", 0, 0);
+}
+
+// Two supervisors on one appliance root would take each other's events and barriers.
+void requireOwnerLock() {
+    const OwnerLock lock = takeOwnerLock();
+    if (lock.result == OwnerLock::Result::taken)
+        return;
+    openLog();
+    if (lock.result == OwnerLock::Result::unavailable) {
+        // The decoder is worth more than its lock: it plays all the same.
+        logmsg(3, "Cannot lock %s, so a second supervisor would not be noticed. (errno=%d %s)",
+               lock.file.c_str(), lock.error, std::strerror(lock.error));
+        return;
+    }
+    const std::string owner = lock.pid == -1 ? "an unknown process" : "process " + std::to_string(lock.pid);
+    logmsg(3, "Not started: %s is the supervisor of this appliance and has %s", owner.c_str(),
+           lock.file.c_str());
+    printError("skelmor: not started: %s is the supervisor of this appliance and has %s\n", owner.c_str(),
+               lock.file.c_str());
+    std::exit(notTheOwner);
+}
+
+// From here on a handler runs only where the main thread waits. The inherited signal mask is dropped: a signal that
+// our parent blocked would never be delivered.
 void installSignals() {
     installShutdownHandler();
     unblockAllSignals();
@@ -50,9 +79,10 @@ void readOptions(int argc, char** argv) {
 }
 
 void runSupervisor(int argc, char** argv) {
+    requireOwnerLock();
     process.supervisorPid = getpid();
     readOptions(argc, argv);
-    openlog("SkelMor", 0, 0);
+    openLog();
     logmsg(6, "Started");
     installSignals();
     syncEncoderInfo();

@@ -1,15 +1,16 @@
 // Start-up: from main to the playback state machine.
 //
-// Brings everything up in one fixed order: who needs a thing comes after it. Single-threaded until the event
-// handler thread starts; from the installation of the signal handlers on, signals wait for the main thread's
-// waits. Nothing but a button that can't be read stops a start-up; every other failure is logged by whom it
-// meets.
+// Brings everything up in one fixed order, in which nothing is used before it is there. Single-threaded until the
+// event handler thread starts. Once the signal handlers are installed, signals wait until the main thread waits.
+// Two things end a start-up: another supervisor on the same appliance root, and a button that can't be read. Every
+// other failure is logged by the function that meets it, and the start-up goes on.
 #pragma once
 
-// Counts the -v of the command line into process.verbosity. Unknown options and operands are ignored without
-// a word. May be called again: each call scans from the start.
+// Counts the -v of the command line into process.verbosity. Unknown options and operands are ignored without a
+// message. May be called again: each call scans from the start.
 void readOptions(int argc, char** argv);
 
-// Runs the supervisor. The process ends with status 0 when the state machine comes back, 255 when the button
-// thread could not be created; the shutdown handler and the button thread end it on their own.
+// Runs the supervisor. The process ends with status 0 when the state machine returns, with 255 when the button
+// thread can't be created, and with 1 when another supervisor has the appliance root: then nothing was touched. The
+// shutdown handler and the button thread end the process themselves.
 [[noreturn]] void runSupervisor(int argc, char** argv);

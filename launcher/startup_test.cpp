@@ -7,6 +7,7 @@
 #include "launcher/shutdown.h"
 #include "launcher/state_machine.h"
 #include "player/children.h"
+#include "process/owner_lock.h"
 #include "process/process_state.h"
 #include "process/signal_mask.h"
 #include "tests/support/child_run.h"
@@ -20,6 +21,8 @@
 #include <cstdarg>
 #include <cstdio>
 #include <cstdlib>
+#include <filesystem>
+#include <fstream>
 #include <gtest/gtest.h>
 #include <string>
 #include <syslog.h>
@@ -46,7 +49,9 @@ std::string disposition(int signo) {
     sigaction(signo, nullptr, &action);
     if (action.sa_handler == SIG_IGN)
         return "ignored";
-    return action.sa_handler == shutdownHandler ? "shutdown" : "not ours";
+    // The handler for a crash has no public name; a sanitizer's does not restart system calls.
+    const bool ourFlags = (action.sa_flags & SA_ONSTACK) != 0 && (action.sa_flags & SA_RESTART) != 0;
+    return action.sa_handler == shutdownHandler || (signo == SIGSEGV && ourFlags) ? "shutdown" : "not ours";
 }
 
 std::string signals() {
@@ -76,6 +81,20 @@ public:
 private:
     std::vector<std::string> arguments_;
     std::vector<char*> pointers_;
+};
+
+// An appliance root for each test.
+struct Startup : testing::Test {
+    Startup() {
+        char base[] = "/tmp/startup-XXXXXX";
+        root = mkdtemp(base);
+        setenv("APPLIANCE_ROOT", root.c_str(), 1);
+    }
+    ~Startup() override { std::filesystem::remove_all(root); }
+
+    std::string lockFile() const { return root + "/run/decoder/skelmor.lock"; }
+
+    std::string root;
 };
 
 // Runs the supervisor with these arguments in a process of its own.
@@ -147,7 +166,7 @@ int removeBarrier(int) {
 }
 void removeEventQueue() {}
 
-TEST(Startup, EverythingComesUpInOneFixedOrder) {
+TEST_F(Startup, EverythingComesUpInOneFixedOrder) {
     const ChildRun supervisor = run({"-v", "-x", "-vv", "operand"});
     EXPECT_TRUE(supervisor.exitedWith(0)) << supervisor.waitStatus;
     EXPECT_EQ(supervisor.err,
@@ -169,7 +188,7 @@ TEST(Startup, EverythingComesUpInOneFixedOrder) {
     EXPECT_EQ(supervisor.out, "");
 }
 
-TEST(Startup, AButtonThreadThatCannotBeCreatedEndsTheProcessWithStatus255) {
+TEST_F(Startup, AButtonThreadThatCannotBeCreatedEndsTheProcessWithStatus255) {
     buttonThreadStarts = false;
     const ChildRun supervisor = run({});
     buttonThreadStarts = true;
@@ -177,7 +196,7 @@ TEST(Startup, AButtonThreadThatCannotBeCreatedEndsTheProcessWithStatus255) {
     EXPECT_EQ(supervisor.err.find("stateMachine()"), std::string::npos);
 }
 
-TEST(Startup, WhatTheStarterBlockedOrIgnoredDoesNotStay) {
+TEST_F(Startup, WhatTheStarterBlockedOrIgnoredDoesNotStay) {
     const ChildRun supervisor = runInChild([] {
         blockAllSignals();
         std::signal(SIGINT, SIG_IGN);
@@ -188,6 +207,31 @@ TEST(Startup, WhatTheStarterBlockedOrIgnoredDoesNotStay) {
                   "syncEncoderInfo() SIGINT shutdown, SIGSEGV shutdown, SIGUSR1 ignored, blocked 2 17\n"),
               std::string::npos)
         << supervisor.err;
+}
+
+TEST_F(Startup, ASecondSupervisorOnTheSameRootSaysWhoIsTheFirstAndTouchesNothing) {
+    ASSERT_EQ(takeOwnerLock().result, OwnerLock::Result::taken);
+    // The kernel's lock belongs to the open file, which the child inherits: it opens the file anew.
+    const ChildRun supervisor = run({});
+    EXPECT_TRUE(supervisor.exitedWith(1)) << supervisor.waitStatus;
+    const std::string text = "process " + std::to_string(getpid()) +
+                             " is the supervisor of this appliance and has " + lockFile() + "\n";
+    EXPECT_EQ(supervisor.err.substr(supervisor.err.find("log 3")),
+              "log 3 Not started: " + text + "skelmor: not started: " + text);
+    EXPECT_EQ(supervisor.err.find("openlog(SkelMor,0,0)"), 0U) << supervisor.err;
+    EXPECT_EQ(supervisor.err.find("syncEncoderInfo()"), std::string::npos) << supervisor.err;
+}
+
+TEST_F(Startup, WithoutARunDirectoryItPlaysAllTheSame) {
+    std::ofstream(root + "/run") << "a file in the folder's place";
+    const ChildRun supervisor = run({});
+    EXPECT_TRUE(supervisor.exitedWith(0)) << supervisor.waitStatus;
+    EXPECT_NE(
+        supervisor.err.find("log 3 Cannot lock " + lockFile() +
+                            ", so a second supervisor would not be noticed. (errno=20 Not a directory)\n"),
+        std::string::npos)
+        << supervisor.err;
+    EXPECT_NE(supervisor.err.find("stateMachine()\n"), std::string::npos) << supervisor.err;
 }
 
 TEST(Options, VerbosityIsTheCountOfV) {

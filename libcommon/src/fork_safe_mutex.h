@@ -7,7 +7,10 @@
 // long as the process.
 #pragma once
 
+#include <atomic>
 #include <mutex>
+#include <sys/types.h>
+#include <unistd.h>
 
 namespace local {
 
@@ -17,13 +20,23 @@ public:
     ForkSafeMutex(const ForkSafeMutex&) = delete;
     ForkSafeMutex& operator=(const ForkSafeMutex&) = delete;
 
-    void lock() { mutex_.lock(); }
-    void unlock() { mutex_.unlock(); }
+    void lock() {
+        mutex_.lock();
+        holder_ = gettid();
+    }
+    void unlock() {
+        holder_ = 0;
+        mutex_.unlock();
+    }
+
+    // Whether this thread has it. For handlers of a crash: a thread that crashed never gives it back.
+    bool isMine() const { return holder_ == gettid(); }
 
 private:
     ~ForkSafeMutex() = default; // never destroyed: a fork may come at any time
 
     std::mutex mutex_;
+    std::atomic<pid_t> holder_{0}; // thread id
 };
 
 } // namespace local

@@ -15,7 +15,9 @@
 #include <mutex>
 #include <string>
 #include <string_view>
+#include <sys/socket.h>
 #include <sys/stat.h>
+#include <sys/un.h>
 #include <syslog.h>
 #include <unistd.h>
 
@@ -42,6 +44,19 @@ local::ForkSafeMutex& mutex = *new local::ForkSafeMutex;
 int logFile = -1;
 dev_t logFileDevice = 0;
 ino_t logFileInode = 0;
+
+// Whether this thread is writing a line. A handler that finds it set has interrupted that: its own thread has the
+// lock and will never give it back. The storage is the thread's from its start, because any other is allocated at
+// its first use.
+thread_local volatile bool writing __attribute__((tls_model("initial-exec"))) = false;
+
+// Sets `writing` for the life of the object.
+struct Writing {
+    Writing() { writing = true; }
+    ~Writing() { writing = false; }
+    Writing(const Writing&) = delete;
+    Writing& operator=(const Writing&) = delete;
+};
 
 const Target& target() {
     return chosenTarget.get([] {
@@ -141,11 +156,44 @@ bool writeLine(int fd, const char* line, std::size_t length) {
     return written >= 0;
 }
 
+// What syslog() does, without its lock.
+void sendToSystemLog(int priority, const char* text, std::size_t length) {
+    char message[maximumLine + 64];
+    const int size = std::snprintf(message, sizeof message, "<%d>%s: %.*s", LOG_USER | priority,
+                                   program_invocation_short_name, static_cast<int>(length), text);
+    const int fd = socket(AF_UNIX, SOCK_DGRAM | SOCK_CLOEXEC | SOCK_NONBLOCK, 0);
+    if (fd < 0)
+        return;
+    sockaddr_un address{};
+    address.sun_family = AF_UNIX;
+    std::memcpy(address.sun_path, _PATH_LOG, sizeof _PATH_LOG);
+    sendto(fd, message, static_cast<std::size_t>(size), MSG_NOSIGNAL, reinterpret_cast<sockaddr*>(&address),
+           sizeof address);
+    close(fd);
+}
+
 bool writeToFile(const char* path, const char* line, std::size_t length) {
     bringLogFile(path);
     struct stat file {};
     const bool usable = logFile >= 0 && fstat(logFile, &file) == 0 && isStillOurs(file);
     return usable && writeLine(logFile, line, length);
+}
+
+// For a handler of a crash in the middle of a line: no lock, no shared state, no syslog(), which has a lock, too.
+void writeDespiteCrash(const Target& to, int priority, const char* line, std::size_t start,
+                       std::size_t length) {
+    if (to.destination == Destination::standardError && writeLine(STDERR_FILENO, line, length + 1))
+        return;
+    if (to.destination == Destination::file) {
+        constexpr int flags = O_WRONLY | O_APPEND | O_CREAT | O_CLOEXEC | O_NOCTTY | O_NONBLOCK;
+        const int fd = open(to.path.c_str(), flags, 0640);
+        const bool written = fd >= 0 && writeLine(fd, line, length + 1);
+        if (fd >= 0)
+            close(fd);
+        if (written)
+            return;
+    }
+    sendToSystemLog(priority, line + start, length - start);
 }
 
 } // namespace
@@ -164,9 +212,12 @@ void logmsg(int level, const char* format, ...) {
     va_end(arguments);
     const Target& to = target();
 
-    const local::SignalsHeld signalsHeld;
-    const std::lock_guard guard(mutex);
     line[length] = '\n';
+    if (writing || mutex.isMine())
+        return writeDespiteCrash(to, priority, line, start, length);
+    const local::SignalsHeld signalsHeld;
+    const Writing nowWriting;
+    const std::lock_guard guard(mutex);
     if (to.destination == Destination::standardError && writeLine(STDERR_FILENO, line, length + 1))
         return;
     if (to.destination == Destination::file && writeToFile(to.path.c_str(), line, length + 1))

@@ -169,7 +169,10 @@ void Appliance::wrapProgram(const std::string& name, const std::string& script) 
 }
 
 std::map<std::string, std::string> Appliance::environment() const {
-    return {{"APPLIANCE_ROOT", root_}, {"LIBCOMMON_LOG", logFile()}, {"PATH", root_ + "/bin:/usr/bin:/bin"}};
+    std::map<std::string, std::string> all = variables_;
+    all.merge(std::map<std::string, std::string>{
+        {"APPLIANCE_ROOT", root_}, {"LIBCOMMON_LOG", logFile()}, {"PATH", root_ + "/bin:/usr/bin:/bin"}});
+    return all;
 }
 
 std::string Appliance::parameterText() const {
@@ -213,7 +216,8 @@ void Appliance::start(const std::vector<std::string>& arguments) {
         }
         written_ = true;
     }
-    std::vector<std::string> all{program("skelmor")};
+    std::vector<std::string> all = starter_;
+    all.push_back(program("skelmor"));
     all.insert(all.end(), arguments.begin(), arguments.end());
     supervisor_ = std::make_unique<Process>(all, environment(), root_ + "/var/log/output");
 }

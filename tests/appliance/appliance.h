@@ -56,6 +56,11 @@ public:
     // Replaces a program of the appliance by a shell script, in which $REAL is the program itself.
     void wrapProgram(const std::string& name, const std::string& script);
 
+    // What the programs get in their environment besides the appliance's own.
+    void setVariable(const std::string& name, const std::string& value) { variables_[name] = value; }
+    // The supervisor is started by this command, whose further arguments are the supervisor and its own.
+    void setStarter(const std::vector<std::string>& command) { starter_ = command; }
+
     // From now on players wait right after their start until releasePlayers().
     void holdPlayers();
     void releasePlayers();
@@ -126,6 +131,8 @@ private:
     std::unique_ptr<Process> supervisor_;
     std::optional<std::optional<std::string>> parameterFile_;
     bool written_ = false;
+    std::map<std::string, std::string> variables_;
+    std::vector<std::string> starter_;
     screen::FrameStore store_;
     int sources_ = 0;
 };

@@ -8,5 +8,6 @@
 #pragma once
 
 // Logs printf-style. `level` is a syslog priority: 2 critical, 3 error, 6 information, 7 debug. Keeps errno.
-// Not safe in a signal handler that interrupts the log itself.
+// Safe in a handler for a crash, even of the thread that was just writing a line: the line is then written without
+// the lock.
 void logmsg(int level, const char* format, ...) __attribute__((format(printf, 2, 3)));

@@ -1,0 +1,54 @@
+// The steps of a shutdown, run so that none of them can stop it.
+//
+// The shutdown handler runs in the middle of anything. After a crash the main thread may hold any lock of the C
+// library, the allocator, libcommon or OpenSSL, and memory may be damaged. So every call into code that is not ours
+// is a step: it may fail in any way, and the shutdown goes on with the next one.
+//
+// - A step that crashes is abandoned: the SIGSEGV handler jumps back to runStep().
+// - A step that hangs is abandoned after one second: the watchdog sends this thread a SIGSEGV, which is the signal
+//   that no library blocks.
+// - When even that does not help, because somebody blocks SIGSEGV, the watchdog stops the players itself and ends
+//   the process.
+// - From limitRest() on the process ends within a few seconds, whatever happens.
+//
+// The watchdog is a thread that is made when the shutdown begins, on a stack of its own in static memory. It shares
+// no lock with anybody, because it only makes system calls, and it allocates nothing. Making it earlier would be
+// one more thread for the life of the decoder. Where it can't be made the shutdown goes on without it; under the
+// thread sanitizer, which must know every thread, there is none.
+#pragma once
+
+#include <csetjmp>
+
+namespace shutdown_steps {
+
+// Starts the watchdog. Main thread, in the shutdown handler, once.
+void begin();
+
+// True from begin() on.
+bool underWay();
+
+// From now on the process ends with status 0 after at most five seconds.
+void limitRest();
+
+// For the SIGSEGV handler: abandons the step that runs now and does not return; returns when none runs.
+void abandonStep();
+
+// Whether the step that runs now has had its time: then the SIGSEGV comes from the watchdog.
+bool stepIsOverdue();
+
+// Internals of runStep().
+extern sigjmp_buf stepStart;
+void stepBegins();
+void stepEnds();
+
+// Runs one step; returns when it is done, and when it was abandoned.
+template<class Argument>
+void runStep(void (*step)(Argument), Argument argument) {
+    if (sigsetjmp(stepStart, 1) == 0) {
+        stepBegins();
+        step(argument);
+    }
+    stepEnds();
+}
+
+} // namespace shutdown_steps
