@@ -20,8 +20,8 @@
 #include <sys/stat.h>
 #include <unistd.h>
 
-// The C library's calls of this program: each can be made to fail with an errno, and nothing here ever
-// touches queue 0, which belongs to somebody else on the machine.
+// Replaces calls of the C library in this program: each can fail with an errno, and none touches queue 0, which
+// belongs to another program on the machine.
 namespace {
 
 int failFtok = 0;
@@ -81,11 +81,11 @@ namespace {
 namespace fs = std::filesystem;
 using Log = std::vector<fake::LogLine>;
 
-// Pids of no process: the table does not ask.
+// Not pids of real processes: the table does not check.
 constexpr int player = 700001;
 constexpr int other = 700002;
 
-// A machine's first queue is number 0; whoever comes first gets rid of that number for good.
+// A machine's first queue has number 0. This uses the number up, so that no test gets it.
 void useUpQueueZero() {
     real<int(int, int, msqid_ds*)>("msgctl")(msgget(IPC_PRIVATE, 0600), IPC_RMID, nullptr);
 }
@@ -98,7 +98,7 @@ struct BarrierTable : testing::Test {
         std::string name = (fs::temp_directory_path() / "barrier.XXXXXX").string();
         top = mkdtemp(name.data());
         useRoot(top);
-        // What the player side of the appliance library does.
+        // As the library does for players.
         fake::onGetBarrierIPC = [](int pid) {
             const key_t key = ftok(barrierFileName(pid).c_str(), 0);
             return key == -1 ? -1 : msgget(key, 0);
@@ -117,7 +117,7 @@ struct BarrierTable : testing::Test {
         fs::create_directories(root / "var/tmp");
     }
 
-    // A barrier whose queue goes away with the test.
+    // A barrier whose queue is removed at the end of the test.
     int make(int pid) {
         EXPECT_EQ(createBarrier(pid), 0);
         const int queue = barrierQueue(pid);

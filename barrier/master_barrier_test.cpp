@@ -26,7 +26,7 @@ std::vector<int> sentTo; // queues given to msgsnd, in order
 
 } // namespace
 
-// Remembers the order of releases; queue 0 belongs to somebody else on the machine and is refused.
+// Records the order of releases; refuses queue 0, which belongs to another program on the machine.
 extern "C" int msgsnd(int queue, const void* message, std::size_t size, int flags) {
     EXPECT_EQ(size, 52U);
     EXPECT_EQ(flags, 0);
@@ -60,7 +60,7 @@ struct MasterBarrier : testing::Test {
         fake::reset();
         flushEventQueue();
         msgctl(msgget(IPC_PRIVATE, 0600), IPC_RMID,
-               nullptr); // a machine's first queue is number 0: not ours, then
+               nullptr); // a machine's first queue has number 0: use that up
         sentTo.clear();
         std::string name = (fs::temp_directory_path() / "master.XXXXXX").string();
         root = mkdtemp(name.data());
@@ -253,7 +253,7 @@ void fill(int queue) {
 
 int filledQueue = -1;
 
-// Runs in the place of a handler for a player's exit or a shutdown.
+// The signal's handler, to see when it runs.
 void takeOneMessage(int) {
     char message[2048];
     msgrcv(filledQueue, message, 1024, 1, IPC_NOWAIT);

@@ -20,7 +20,7 @@ namespace {
 constexpr const char* buttonFile = "/proc/sys/dev/button_videoselect";
 constexpr int shortPress = 1;
 constexpr int held = 2;
-constexpr std::int64_t waited = 1000; // microseconds; a read that took less found something to return at once
+constexpr std::int64_t waited = 1000; // microseconds; a read that took less did not wait
 
 void sendButton(bool hold) {
     Event event{};
@@ -31,15 +31,14 @@ void sendButton(bool hold) {
 
 struct Reading {
     int value;   // the byte as a digit; -48 when nothing could be read
-    bool atOnce; // it says what it said before, as far as we know: read again only after a pause
+    bool atOnce; // it may be the same state again: read the file again only after a pause
 };
 
 Reading readFile(int fd) {
     const std::int64_t begin = gettimeusec();
     char byte = 0;
     const bool got = read(fd, &byte, 1) == 1;
-    // The next read is to see the current state again. What can't be wound back (a FIFO) reports each press
-    // once.
+    // The next read must see the current state. A FIFO can't be rewound, and reports each press once.
     const bool reportsOnce = lseek(fd, 0, SEEK_SET) == -1;
     const bool didWait = gettimeusec() - begin >= waited;
     return {byte - '0', !didWait && !(got && reportsOnce)};
@@ -65,8 +64,8 @@ void* buttonThread(void*) {
 } // namespace
 
 int button::openFile(const std::string& path) {
-    // A FIFO opened for reading alone waits for its first writer and reads as ended, busily, after its last
-    // one.
+    // Opened for reading only, a FIFO waits for its first writer, and every read after the last one returns at
+    // once.
     struct stat info {};
     const bool fifo = stat(path.c_str(), &info) == 0 && S_ISFIFO(info.st_mode);
     return open(path.c_str(), (fifo ? O_RDWR : O_RDONLY) | O_CLOEXEC);

@@ -12,8 +12,8 @@
 
 namespace {
 
-// The only process-wide state of this file: the thread's handle on the decoder's parameters. Opened by the
-// thread, read afresh at each question, never destroyed, because the thread outlives the main thread's exit.
+// The only process-wide state of this file: the thread's handle on the decoder's parameters. The thread opens it;
+// every access reads the current value. Never destroyed, because the thread still runs while the process exits.
 const ParamWrapper& parameters() {
     static const ParamWrapper& handle = *new ParamWrapper(0, true);
     return handle;
@@ -21,7 +21,7 @@ const ParamWrapper& parameters() {
 
 constexpr int holdFlag = 0xff; // low byte of value 2
 
-// Why the main thread must give up what it is busy with; null: it need not.
+// Why the main thread must give up what it does now; null when it need not.
 const char* reasonToDisturb(const Event& event) {
     switch (event.id) {
     case EID_CONNECTPROPERTYCHANGED:

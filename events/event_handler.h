@@ -1,15 +1,14 @@
-// The event handler thread: brings the appliance's events into the internal queue.
+// The event handler thread: moves the appliance's events into the internal queue.
 //
-// It also decides when a busy main thread must be disturbed: what the user did, and the loss of the
-// connection, are announced with SIGUSR1 when nobody sleeps in a blocking take, so that a detection gives up
-// early.
+// It also decides when a busy main thread must be interrupted. When the main thread does not sleep in a blocking
+// take, user actions and the loss of the connection send it SIGUSR1, so that a detection gives up early.
 #pragma once
 
 #include <libcommon/events.h>
 
-// Starts the thread, detached. It ends only when waiting for events fails; nothing restarts it. A failure to
-// start is ignored.
+// Starts the thread, detached. It ends only when waitEvent() fails, and is not started again; from then on no events
+// reach the state machine. A failure to start it is ignored.
 void startEventHandler();
 
-// One turn of the thread for `event`: drop, queue, disturb. Declared for tests.
+// What the thread does with one event: drops or queues it, and interrupts the main thread. Declared for tests.
 void handleIncomingEvent(const Event& event);

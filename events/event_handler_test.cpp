@@ -20,7 +20,7 @@ using Log = std::vector<fake::LogLine>;
 
 std::atomic<int> disturbed;
 
-// The main thread of these tests is the supervisor's: busy, unless a test makes it sleep in a take.
+// The tests' main thread is the supervisor's: busy, unless a test makes it sleep in a take.
 struct EventHandler : testing::Test {
     EventHandler() {
         fake::reset();

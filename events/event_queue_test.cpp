@@ -34,7 +34,7 @@ int peek(const Words& words, Event* out) {
     return takeEvent(out, words.data(), words.size(), false);
 }
 
-// What is queued, by value 1, oldest first; empties the queue.
+// Empties the queue; returns value 1 of each event, oldest first.
 std::vector<int> drain() {
     std::vector<int> values;
     Event out{};
@@ -271,7 +271,7 @@ TEST_F(EventQueue, EveryWalkLogsTheChildrenItMeetsAndDropsTheirBarriers) {
     EXPECT_EQ(fake::calls, (std::vector<std::string>{"dropBarrier(117)", "dropBarrier(118)"}));
 }
 
-// ---- What a player says once is not lost to forged events.
+// ---- A player's arrival and exit come only once, and are not lost to forged events.
 
 namespace {
 

@@ -33,7 +33,7 @@ Event event(int id, int value1) {
     return e;
 }
 
-// What is queued, by value 1, oldest first; empties the queue.
+// Empties the queue; returns value 1 of each event, oldest first.
 std::vector<int> drain() {
     std::vector<int> values;
     Event out{};
@@ -78,7 +78,7 @@ namespace {
 
 volatile std::sig_atomic_t signalsTaken = 0;
 
-// A child's exit and a shutdown wait outside, as they do while the main thread works.
+// A child's exit and a shutdown are pending, as they are while the main thread works.
 void raiseWhileWorking() {
     signalsTaken = 0;
     for (const int signo : {SIGINT, SIGCHLD})

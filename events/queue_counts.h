@@ -1,6 +1,6 @@
-// How many events of each identifier the internal queue holds, and may hold.
+// How many events of each identifier are in the internal queue, and how many may be.
 //
-// Bookkeeping only; event_queue.cpp owns the one instance and guards it with its mutex.
+// Counts only; event_queue.cpp has the one instance and guards it with its mutex.
 #pragma once
 
 #include <map>
@@ -14,7 +14,7 @@ public:
     // Counts one more event of the identifier; false, and nothing changes, when its limit is reached.
     bool countUp(int id);
 
-    // Counts one less. A count that can't be right is logged at level 3 and left as it is.
+    // Counts one event less. A wrong count is logged at level 3 and left as it is.
     void countDown(int id);
 
     // Forgets all counts; the limits stay.

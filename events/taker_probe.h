@@ -1,4 +1,4 @@
-// For tests: how another thread learns that the taker sleeps in a blocking take.
+// For tests: lets another thread wait until the taker sleeps in a blocking take.
 #pragma once
 
 #include "events/event_queue.h"
@@ -6,8 +6,8 @@
 #include <atomic>
 #include <thread>
 
-// Spins until the taker sleeps, without waking it: an event whose identifier has no room in the queue is
-// dropped, and whoever delivers it learns only whether the taker is busy.
+// Spins until the taker sleeps, without waking it: it delivers an event whose limit is 0, which is dropped, and the
+// call tells only whether the taker is busy.
 inline void untilTakerSleeps() {
     static std::atomic<bool> busy;
     constexpr int unusedId = 0;

@@ -23,7 +23,7 @@ constexpr std::size_t stackSize = std::size_t{256} * 1024;
 // All process-wide state of this file: the id of the next timer. Main thread.
 int nextId = firstId;
 
-// Hands out the next id. Past the largest int it goes on through the negative numbers; 0 is never handed out.
+// Returns the next id. After the largest int come the negative numbers; 0 is never returned.
 int takeId() {
     const int id = nextId;
     nextId = static_cast<int>(static_cast<unsigned>(nextId) + 1U);
@@ -32,7 +32,7 @@ int takeId() {
     return id;
 }
 
-// Sleeps the request's time: true at its end, false for a time that can't be slept.
+// Sleeps for the requested time. False for an invalid time.
 bool sleepFor(const TimerRequest& request) {
     timespec rest{request.seconds, request.nanoseconds};
     while (rest.tv_sec != 0 || rest.tv_nsec >= shortestSleep) {
@@ -63,8 +63,8 @@ void* timerThread(void* argument) {
     return nullptr;
 }
 
-// Any number of timers may be in flight, most of them asleep: small stacks. A thread that can't be created is
-// not detected by the caller; the timer then never fires.
+// The stack is small because any number of timers may sleep at once. When the thread can't be created the timer
+// never fires; the caller does not learn of it.
 void startThread(std::unique_ptr<TimerRequest> request) {
     pthread_attr_t attributes;
     pthread_attr_init(&attributes);
@@ -72,14 +72,14 @@ void startThread(std::unique_ptr<TimerRequest> request) {
     pthread_attr_setstacksize(&attributes, stackSize);
     pthread_t thread{};
     if (pthread_create(&thread, &attributes, timerThread, request.get()) == 0)
-        (void)request.release(); // the thread's from now on
+        (void)request.release(); // the thread deletes it
     pthread_attr_destroy(&attributes);
 }
 
 } // namespace
 
 timers::TimerRequest timers::makeRequest(long milliseconds, int id) {
-    // kept: the rest below a second is taken times 1000, not times 1000000.
+    // Kept: the part below a second is multiplied by 1000, not by 1000000.
     return {milliseconds / 1000, (milliseconds % 1000) * 1000, id};
 }
 

@@ -1,9 +1,9 @@
-// Timers: each sleeps in a thread of its own, then sends EID_TIMEOUT with its id. Never cancelled: who waits
-// for a timer compares the id and drops what is not its own.
+// Timers: each sleeps in a thread of its own, then sends EID_TIMEOUT with its id. Timers are never cancelled: the
+// receiver compares the id and drops events of earlier timers.
 #pragma once
 
-// Arms a timer and returns its id (65536 and up; never 0). Kept: the part below a second counts as
-// microseconds' worth of nanoseconds, so that 2500 ms take 2.0005 s. Main thread.
+// Arms a timer and returns its id (65536 and up; never 0). Kept: the part below a second is a thousand times too
+// short, so that 2500 ms take 2.0005 s. Main thread.
 int setTimeout(long milliseconds);
 
 // Internals shared with the tests.

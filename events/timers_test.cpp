@@ -21,7 +21,7 @@ namespace {
 
 using Lines = std::vector<std::string>;
 
-// The C library's nanosleep for this program: sleeps nothing, remembers what it was asked, answers as the
+// Replaces the C library's nanosleep in this program: does not sleep, records the requested times, returns what the
 // test says. The timer thread calls it; the test reads `naps` when that thread is done.
 std::vector<timespec> naps;
 std::function<int(const timespec&, timespec*)> onNanosleep;
@@ -62,8 +62,8 @@ struct Timers : testing::Test {
         return lines;
     }
 
-    // What the timer thread printed, all of it. Its other deeds may be looked at afterwards: asking the log
-    // takes the lock under which the event was sent.
+    // Everything that the timer thread printed. The event that it sent can be read afterwards: reading the log
+    // takes the lock under which the event was recorded.
     Lines untilSent() {
         Lines lines = linesUntil(">>> Timer thread: sendEvent done\n");
         EXPECT_FALSE(fake::logged(3, "setTimeout() was called with an invalid timeout"));

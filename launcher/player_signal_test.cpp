@@ -8,7 +8,7 @@
 
 namespace {
 
-// kill(2) in place of the C library's: nothing is ever signalled here.
+// Replaces kill(2): no real signal is sent here.
 std::vector<std::pair<int, int>> signals;
 int killErrno = 0;
 

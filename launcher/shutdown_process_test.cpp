@@ -21,8 +21,7 @@
 
 namespace {
 
-// A player that writes its name and the signal for each one that it gets, and ends with the one that it
-// obeys.
+// Starts a player that writes its name and the signal for each signal it gets, and ends at the signal it obeys.
 int startPlayer(char name, int obeys) {
     int ready[2];
     if (pipe(ready) != 0)
@@ -112,7 +111,7 @@ TEST(ShutdownProcess, SigintDuringABlockingTakeStopsBothPlayersInOrder) {
         blockSignalsWhileWorking();
         installChildReaper();
         process.currentPID = startPlayer('c', SIGINT);
-        process.pendingPID = startPlayer('p', SIGTERM); // does not listen to SIGINT
+        process.pendingPID = startPlayer('p', SIGTERM); // ignores SIGINT
         addChild(process.currentPID);
         addChild(process.pendingPID);
         reportAtExit();

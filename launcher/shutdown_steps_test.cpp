@@ -15,7 +15,7 @@ namespace {
 
 using shutdown_steps::runStep;
 
-// What the SIGSEGV handler of a shutdown does.
+// A SIGSEGV handler like that of a shutdown.
 void abandon(int) {
     shutdown_steps::abandonStep();
     _exit(7);

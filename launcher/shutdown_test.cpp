@@ -19,8 +19,7 @@
 #include <sys/wait.h>
 #include <unistd.h>
 
-// Everything that the handler calls, each a line on standard error, in the order of the calls. Nothing is
-// sent, slept or waited for.
+// Fakes of everything that the handler calls. Each prints a line on standard error; none sends, sleeps or waits.
 namespace {
 
 bool tracing = false; // in the child that shuts down
@@ -95,7 +94,7 @@ ChildRun take(int signo, int currentPID, int pendingPID) {
         tracing = true;
         process.currentPID = currentPID;
         process.pendingPID = pendingPID;
-        // What the process knows when it ends.
+        // The process's values at its end.
         std::atexit([] {
             trace("exit with players " + number(process.currentPID) + " " + number(process.pendingPID));
         });

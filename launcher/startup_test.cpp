@@ -30,7 +30,7 @@
 #include <utility>
 #include <vector>
 
-// Everything that start-up calls, each a line on standard error, in the order of the calls.
+// Fakes of everything that start-up calls. Each prints a line on standard error.
 namespace {
 
 bool buttonThreadStarts = true;
@@ -43,7 +43,7 @@ std::string number(int value) {
     return std::to_string(value);
 }
 
-// Who takes a signal now: "ignored", "shutdown", or "not ours" (the default, or a sanitizer).
+// What happens to a signal now: "ignored", "shutdown", or "not ours" (the default, or a sanitizer).
 std::string disposition(int signo) {
     struct sigaction action {};
     sigaction(signo, nullptr, &action);
@@ -65,7 +65,7 @@ std::string signals() {
     return line;
 }
 
-// A command line as main gets it.
+// A command line in the form that main gets.
 class CommandLine {
 public:
     explicit CommandLine(std::vector<std::string> arguments) : arguments_(std::move(arguments)) {
@@ -105,7 +105,7 @@ ChildRun run(const std::vector<std::string>& arguments) {
     });
 }
 
-// The verbosity that these arguments give; nothing may be written meanwhile.
+// The verbosity that these arguments give. Nothing may be written.
 int verbosityOf(const std::vector<std::string>& arguments) {
     CommandLine line(arguments);
     process.verbosity = 0;
@@ -138,7 +138,7 @@ void installChildReaper() {
 }
 int initEventQueue() {
     trace("initEventQueue()");
-    return -1; // not looked at
+    return -1; // the caller ignores it
 }
 void startEventHandler() {
     trace("startEventHandler()");

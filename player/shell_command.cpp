@@ -1,5 +1,7 @@
 #include "player/shell_command.h"
 
+#include "process/signal_mask.h"
+
 #include <cerrno>
 #include <csignal>
 #include <spawn.h>
@@ -35,6 +37,7 @@ int runShellCommand(const char* command) {
         return -1;
     }
     int status = 0;
+    const OpenSignals open; // a command may never end; SIGINT ends the supervisor all the same
     // A handler that runs meanwhile must not leave a zombie that nobody waits for.
     while (waitpid(pid, &status, 0) == -1)
         if (errno != EINTR)

@@ -1,7 +1,7 @@
-// The appliance root, as the supervisor applies it to the paths that it uses itself.
+// The appliance root, for the paths that the supervisor uses itself.
 #pragma once
 
 #include <string>
 
-// `path` with the environment's APPLIANCE_ROOT before it when it is absolute, else unchanged.
+// An absolute `path` below the environment's APPLIANCE_ROOT; any other path unchanged.
 std::string underApplianceRoot(const std::string& path);

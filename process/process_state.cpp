@@ -4,8 +4,8 @@
 
 #include <type_traits>
 
-// The timer, button and event handler threads run on while the main thread exits: they must never find these
-// values unborn or dead.
+// The timer, button and event handler threads still run while the main thread exits: these values need no
+// constructor and no destructor.
 constinit ProcessState process;
 static_assert(std::is_trivially_destructible_v<ProcessState>);
 static_assert(std::atomic<int>::is_always_lock_free);

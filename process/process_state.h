@@ -1,8 +1,8 @@
 // The values of the process that several folders read.
 //
-// All of them are written by the main thread alone. The event handler thread reads the supervisor's pid and
-// the mode, the shutdown handler the two player pids (on the main thread, in the middle of anything); atomics
-// that are never locked serve both. Nothing here has behaviour.
+// Only the main thread writes them. The event handler thread reads the supervisor's pid and the mode; the shutdown
+// handler and its watchdog read the two player pids, in the middle of anything. Lock-free atomics are safe for all of
+// them.
 #pragma once
 
 #include <atomic>
