@@ -1,6 +1,7 @@
 #include "barrier/barrier_table.h"
 
 #include "process/paths.h"
+#include "process/signal_mask.h"
 
 #include <libcommon/barriers.h>
 #include <libcommon/log.h>
@@ -15,6 +16,7 @@
 #include <cstdlib>
 #include <cstring>
 #include <fcntl.h>
+#include <poll.h>
 #include <pthread.h>
 #include <sys/ipc.h>
 #include <sys/msg.h>
@@ -131,6 +133,14 @@ FILE* readCommand(const std::string& command) {
     return output;
 }
 
+// Waits for the command's output or its end with signals let in: a file system may not answer for a long time.
+void waitForOutput(int fd) {
+    const OpenSignals open;
+    pollfd output{fd, POLLIN, 0};
+    while (poll(&output, 1, -1) == -1 && errno == EINTR) {
+    }
+}
+
 // `line` is a barrier file's name and one more character, the newline. A barrier without a queue is left alone.
 void sweep(std::string line) {
     line.pop_back();
@@ -206,8 +216,11 @@ int removeStaleBarriers() {
         return -1;
     }
     std::array<char, 1024> line{};
-    while (std::fgets(line.data(), static_cast<int>(line.size()), listing) != nullptr)
+    waitForOutput(fileno(listing));
+    while (std::fgets(line.data(), static_cast<int>(line.size()), listing) != nullptr) {
         sweep(line.data());
+        waitForOutput(fileno(listing));
+    }
     pclose(listing);
     return 0;
 }

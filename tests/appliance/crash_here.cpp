@@ -38,7 +38,7 @@ bool isNow(const char* where) {
 }
 
 void crash() {
-    --crashesLeft;
+    crashesLeft = crashesLeft - 1;
     int* volatile nowhere = nullptr;
     *nowhere = 1;
 }
@@ -46,7 +46,7 @@ void crash() {
 int useUpStack(int level) {
     volatile char frame[4096];
     frame[0] = static_cast<char>(level);
-    return useUpStack(level + 1) + frame[0];
+    return level < 0 ? 0 : useUpStack(level + 1) + frame[0];
 }
 
 class Locked {
@@ -62,7 +62,7 @@ void mayCrashAllocating() {
     if (isNow("malloc"))
         crash();
     if (isNow("stack")) {
-        --crashesLeft;
+        crashesLeft = crashesLeft - 1;
         pthread_mutex_unlock(&allocatorLock);
         useUpStack(1);
     }

@@ -13,6 +13,7 @@ using appliance::eventually;
 using appliance::Flood;
 
 constexpr int connectPropertyChanged = 9;
+constexpr int flushCache = 10;
 
 bool canCrashHere() {
 #if defined(__SANITIZE_ADDRESS__) || defined(__SANITIZE_THREAD__)
@@ -55,9 +56,10 @@ void startDisconnected(Appliance& decoder) {
     ASSERT_TRUE(decoder.waitForText(0, "Disconnected"));
 }
 
-// Events that the disconnected machine takes, with parameters read and lines logged, until it ends.
+// Events that make the disconnected machine read parameters and log its transitions, until it ends.
 void provoke(Appliance& decoder) {
-    const Flood flood(decoder, connectPropertyChanged, 0, std::chrono::milliseconds(2));
+    const Flood changes(decoder, connectPropertyChanged, 0, std::chrono::milliseconds(2));
+    const Flood flushes(decoder, flushCache, 0, std::chrono::milliseconds(2));
     decoder.supervisor().waitForEnd();
 }
 
@@ -151,7 +153,8 @@ TEST(Crash, AtAnyMomentEndsInOrder) {
         Appliance decoder;
         startDisconnected(decoder);
         {
-            const Flood events(decoder, connectPropertyChanged, 0, std::chrono::microseconds(200));
+            const Flood changes(decoder, connectPropertyChanged, 0, std::chrono::microseconds(300));
+            const Flood flushes(decoder, flushCache, 0, std::chrono::microseconds(300));
             const pid_t pid = decoder.supervisor().pid();
             for (int i = 0; i < 200 + 37 * run; ++i) {
                 kill(pid, SIGCHLD);
