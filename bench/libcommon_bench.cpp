@@ -126,7 +126,8 @@ int main(int argc, char** argv) {
         result = 0;
     }
     removeEventQueue();
-    libcommon::removeApplianceObjects();
+    libcommon::Sweep swept;
+    libcommon::sweep(swept);
     fs::remove_all(root);
     return result;
 }

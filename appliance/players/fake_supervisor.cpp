@@ -88,7 +88,6 @@ FakeSupervisor::~FakeSupervisor() {
         forget(pid);
     }
     removeQueue();
-    listener_.join();
 }
 
 const std::string& FakeSupervisor::root() {
@@ -106,7 +105,7 @@ std::string FakeSupervisor::log() {
 
 void FakeSupervisor::listen() {
     Event event{};
-    while (waitEvent(&event) == 0) {
+    while (waitEvent(&event) == 0 && event.id != EID_TIMEOUT) {
         if (event.id != EID_BARRIER)
             continue;
         const std::lock_guard guard(lock_);
@@ -188,8 +187,14 @@ bool FakeSupervisor::letShow(pid_t pid) {
 }
 
 void FakeSupervisor::removeQueue() {
-    if (!std::exchange(queueRemoved_, true))
-        removeEventQueue();
+    if (std::exchange(queueRemoved_, true))
+        return;
+    // The listener ends first: waitEvent() does not return after the queue was removed.
+    Event last{};
+    last.id = EID_TIMEOUT;
+    sendEvent(&last);
+    listener_.join();
+    removeEventQueue();
 }
 
 void FakeSupervisor::removeBarrier(pid_t pid) {

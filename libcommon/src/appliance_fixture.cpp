@@ -1,6 +1,6 @@
 #include "libcommon/src/appliance_fixture.h"
 
-#include <libcommon/semaphores.h>
+#include <libcommon/sweep.h>
 
 #include <algorithm>
 #include <cstdlib>
@@ -37,8 +37,13 @@ ApplianceTest::ApplianceTest() {
 }
 
 ApplianceTest::~ApplianceTest() {
-    libcommon::removeApplianceObjects();
+    sweep();
     fs::remove_all(root());
+}
+
+int ApplianceTest::sweep() {
+    libcommon::Sweep done;
+    return libcommon::sweep(done);
 }
 
 std::string ApplianceTest::file(const std::string& path) {
@@ -138,12 +143,11 @@ std::vector<int> ApplianceTest::inChildren(int count, const std::function<int(in
     return results;
 }
 
-bool ApplianceTest::waitsForLock(pid_t child) {
-    const std::string waiting = " " + std::to_string(child) + " ";
+bool ApplianceTest::waitsForLock(pid_t child, const std::string& lock) {
     for (int i = 0; i < 10000; ++i) {
-        std::ifstream locks("/proc/locks");
-        for (std::string line; std::getline(locks, line);)
-            if (line.find("-> FLOCK") != std::string::npos && line.find(waiting) != std::string::npos)
+        std::error_code error;
+        for (const auto& fd : fs::directory_iterator("/proc/" + std::to_string(child) + "/fd", error))
+            if (fs::read_symlink(fd, error) == lock)
                 return true;
         usleep(1000);
     }

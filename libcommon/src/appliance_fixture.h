@@ -14,6 +14,9 @@ protected:
     ApplianceTest();
     ~ApplianceTest() override;
 
+    // Removes what dead processes left below the root: 0 or -1.
+    static int sweep();
+
     // `path` below the appliance root.
     static std::string file(const std::string& path);
     static std::string parameterFile(int fileId);
@@ -41,8 +44,8 @@ protected:
     static pid_t start(const std::function<int()>& act);
     static int finish(pid_t child);
 
-    // Waits until the process sleeps in a flock that another one holds; false after ten seconds.
-    static bool waitsForLock(pid_t child);
+    // Waits until the process has the lock file open, which another one holds; false after ten seconds.
+    static bool waitsForLock(pid_t child, const std::string& lock);
 };
 
 // Tells one process that another one got somewhere.

@@ -1,13 +1,16 @@
 #include <libcommon/barriers.h>
 
+#include "libcommon/src/barrier_file.h"
+#include "libcommon/src/run_path.h"
+
 #include <libcommon/events.h>
-#include <libcommon/paths.h>
+#include <libcommon/log.h>
 
 #include <cerrno>
+#include <charconv>
+#include <climits>
 #include <cstddef>
-#include <cstring>
 #include <ctime>
-#include <string>
 #include <sys/ipc.h>
 #include <sys/msg.h>
 #include <unistd.h>
@@ -45,14 +48,31 @@ int receiveRelease(int barrierId, int flags) {
 
 } // namespace
 
-int getBarrierIPC(int pid) {
-    const std::string file = libcommon::appliancePath("/var/tmp/barrier.") + std::to_string(pid);
-    const key_t key = ftok(file.c_str(), 0);
-    // Without the project number's bits a key may come out as the one that stands for a queue of its own each
-    // time.
-    if (key == -1 || key == IPC_PRIVATE)
+namespace local {
+
+int barrierQueueOf(const char* path, struct stat& file) {
+    if (lstat(path, &file) != 0)
         return -1;
+    // What ftok(path, 0) returns; ftok() itself would follow a link.
+    const auto key = static_cast<key_t>((file.st_ino & 0xffffU) | (file.st_dev & 0xffU) << 16U);
+    // The key may come out as IPC_PRIVATE, which means a new queue at each call.
+    if (!S_ISREG(file.st_mode) || key == IPC_PRIVATE) {
+        errno = ENOENT;
+        return -1;
+    }
     return msgget(key, 0);
+}
+
+} // namespace local
+
+int getBarrierIPC(int pid) {
+    char number[16] = {};
+    char path[PATH_MAX];
+    struct stat file {};
+    std::to_chars(number, number + sizeof number - 1, pid);
+    if (!local::appliancePathInto(path, sizeof path, {"/var/tmp/barrier.", number}))
+        return -1;
+    return local::barrierQueueOf(path, file);
 }
 
 namespace libcommon {
@@ -62,10 +82,14 @@ int announceBarrier(int barrierId) {
     event.id = EID_BARRIER;
     event.value1 = getpid();
     event.value2 = barrierId;
-    while (sendEvent(&event) != 0) {
+    constexpr int triesBeforeLog = 100; // a second
+    for (int tries = 1; sendEvent(&event) != 0; ++tries) {
         const timespec pause{.tv_sec = 0, .tv_nsec = 10'000'000};
         if (errno != EAGAIN || nanosleep(&pause, nullptr) != 0)
             return -1;
+        if (tries == triesBeforeLog)
+            logmsg(3, "The event queue is full; the announcement at barrier %d waits for room in it.",
+                   barrierId);
     }
     return 0;
 }

@@ -74,9 +74,14 @@ bool isLed(int led) {
 void osdPrintf(int line, int displayTime, const char* format, ...) {
     if (!isLine(line))
         return;
-    if (displayTime < 0 || format == nullptr) {
-        logmsg(3, "There is no OSD text, or no display time %d.", displayTime);
+    if (format == nullptr) {
+        logmsg(3, "There is no text for OSD line %d.", line);
         return;
+    }
+    if (displayTime < 0) {
+        logmsg(3, "OSD line %d: %d is no display time; the text stays until it is cleared.", line,
+               displayTime);
+        displayTime = 0;
     }
     char text[4 * maximumText];
     va_list arguments;

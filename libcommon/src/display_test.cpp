@@ -85,8 +85,6 @@ TEST_F(Display, BadNumbersAreLoggedAndChangeNothing) {
         EXPECT_EQ(osdText(line), "");
     }
     EXPECT_EQ(logCount("There is no OSD line"), 12U);
-    osdPrintf(0, -1, "x");
-    EXPECT_EQ(logCount("or no display time -1"), 1U);
     for (const int led : {-1, 256, INT_MIN}) {
         set_led(led, 1, 1);
         EXPECT_EQ(ledState(led).colour, 0);
@@ -94,6 +92,16 @@ TEST_F(Display, BadNumbersAreLoggedAndChangeNothing) {
     EXPECT_EQ(logCount("There is no LED"), 6U);
     EXPECT_EQ(osdText(0), "stays");
     EXPECT_EQ(entries(file("/run/decoder/display")), before);
+}
+
+// A configured display time of alarms may be anything; the alarm is shown all the same.
+TEST_F(Display, ANegativeDisplayTimeIsNone) {
+    osdPrintf(1, -1, "ALARM: %s", "Gate");
+    EXPECT_EQ(osdText(1), "ALARM: Gate");
+    EXPECT_EQ(logCount("OSD line 1: -1 is no display time; the text stays until it is cleared."), 1U)
+        << log();
+    osdClear(1);
+    EXPECT_EQ(osdText(1), "");
 }
 
 TEST_F(Display, BlankingIsRemembered) {

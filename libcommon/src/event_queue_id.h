@@ -1,4 +1,4 @@
-// Which System V message queue is the appliance's, and whether it still is.
+// The appliance's System V message queue: making it, finding it, removing it.
 #pragma once
 
 #include "libcommon/src/run_id.h"
@@ -15,5 +15,15 @@ bool lookAtEventQueue(const RunId& record, msqid_ds& queue);
 
 // Whether the process that owns the queue is alive.
 bool ownerLives(const RunId& record);
+
+// Takes over the queue that an earlier supervisor left, with what is in it, or makes one. False with errno.
+bool attachEventQueue(RunId& record);
+
+// Removes the queue that a dead owner left, and the file that names it. How many there were; -1 with a log line. The
+// caller has made sure that no supervisor lives.
+int removeLeftEventQueue();
+
+// Whether this process is the supervisor: it has called initEventQueue().
+bool ownsEventQueue();
 
 } // namespace local

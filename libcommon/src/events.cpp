@@ -1,165 +1,155 @@
 #include <libcommon/events.h>
 
+#include "libcommon/src/bounded_lock.h"
 #include "libcommon/src/event_queue_id.h"
-#include "libcommon/src/files.h"
+#include "libcommon/src/event_senders.h"
 #include "libcommon/src/signals_held.h"
 #include "libcommon/src/utf8.h"
 
+#include <libcommon/clock.h>
 #include <libcommon/log.h>
 #include <libcommon/paths.h>
 
 #include <atomic>
 #include <cerrno>
-#include <csignal>
+#include <chrono>
 #include <cstring>
 #include <ctime>
-#include <sys/file.h>
+#include <string_view>
 #include <sys/ipc.h>
 #include <sys/msg.h>
 #include <unistd.h>
 
 namespace {
 
-constexpr long messageType = 1;
+// Identifiers that can be queued.
+bool isKnown(int id) {
+    return id >= 0 && id <= EID_RECONNECT;
+}
 
-struct Message {
-    long type;
-    Event event;
-};
-
-// The queue that this process owns, -1 for none, and which process that is: a forked child inherits both and
-// is an outsider all the same. Written by initEventQueue and removeEventQueue; read by any thread and signal
-// handler.
-std::atomic<int> ownedQueue{-1};
+// ---- All process-wide state of this file.
+// The process that called initEventQueue(), 0 for none: a forked child inherits the number and is an outsider all the
+// same. Written by initEventQueue.
 std::atomic<int> owner{0};
-static_assert(std::atomic<int>::is_always_lock_free);
+// The owner's queue, -1 while there is none. Written by initEventQueue, removeEventQueue and the waiting thread; read by
+// any thread and signal handler.
+std::atomic<int> ownedQueue{-1};
+// Whether the owner itself has removed the queue. Written by initEventQueue and removeEventQueue.
+std::atomic<bool> removed{false};
+// How often initEventQueue was called; a thread that waits after removeEventQueue sleeps on it.
+std::atomic<int> attachments{0};
+// Messages that were dropped since the last log line about them, and when that was. The waiting thread alone.
+unsigned long droppedMessages = 0;
+std::int64_t droppedLogTime = 0;
+// Whether the failure to make the queue anew is logged already. The waiting thread alone.
+bool renewalFailed = false;
+static_assert(std::atomic<int>::is_always_lock_free && std::atomic<bool>::is_always_lock_free);
 
-// The caller's own queue; -1 with ENOENT when this process is not the owner.
+bool isOwner() {
+    return owner == getpid();
+}
+
+// The caller's own queue; -1 with ENOENT when this process is not the owner, or has none.
 int ownQueue() {
-    const int queue = owner == getpid() ? ownedQueue.load() : -1;
+    const int queue = isOwner() ? ownedQueue.load() : -1;
     if (queue < 0)
         errno = ENOENT;
     return queue;
 }
 
-// For the sender a queue that was removed is an appliance that does not run.
-int sendResult(int result) {
-    if (result != 0 && (errno == EINVAL || errno == EIDRM))
-        errno = ENOENT;
-    return result;
+bool isGone(int error) {
+    return error == EINVAL || error == EIDRM;
 }
 
-int put(int queue, const Event* event) {
-    const Message message{messageType, *event};
-    return msgsnd(queue, &message, sizeof message.event, IPC_NOWAIT);
-}
-
-// Another sender holds the lock for a few system calls only, unless it was stopped in the middle of them.
-bool lockSoon(int fd) {
+// For the supervisor's own event there is always room. When somebody else has removed the queue the waiting thread is
+// making a new one at this moment; an exit of a child that came to nothing would leave the supervisor waiting for ever.
+int sendAsOwner(const Event& event) {
     constexpr int tries = 250;
+    const timespec pause{.tv_sec = 0, .tv_nsec = 1'000'000};
     for (int i = 0; i < tries; ++i) {
-        if (flock(fd, LOCK_EX | LOCK_NB) == 0)
-            return true;
-        if (errno != EWOULDBLOCK && errno != EINTR)
-            return false;
-        const timespec pause{.tv_sec = 0, .tv_nsec = 1'000'000};
+        const int queue = ownQueue();
+        if (queue < 0)
+            return -1;
+        if (local::putEvent(queue, event) == 0)
+            return 0;
+        if (!isGone(errno))
+            return -1;
         nanosleep(&pause, nullptr);
     }
-    errno = EAGAIN;
-    return false;
-}
-
-// The lock makes looking and sending one step among all outsiders; the owner never takes it.
-int putWithinShare(int fd, const Event* event) {
-    local::RunId record;
-    msqid_ds queue{};
-    if (!local::readRunId(fd, record) || !local::lookAtEventQueue(record, queue))
-        return -1;
-    if (!local::ownerLives(record)) {
-        errno = ENOENT;
-        return -1;
-    }
-    if (queue.__msg_cbytes + sizeof(Event) > queue.msg_qbytes - queue.msg_qbytes / 4) {
-        errno = EAGAIN;
-        return -1;
-    }
-    return put(record.id, event);
-}
-
-int sendAsOutsider(const Event* event) {
-    // A handler that interrupted the locked section and sent an event too would wait for itself.
-    const local::SignalsHeld signalsHeld;
-    int result = -1;
-    // Twice: the file may name a queue that its next owner is just replacing.
-    for (int i = 0; i < 2 && result != 0; ++i) {
-        const local::Descriptor fd(local::openRunId(local::eventQueueName));
-        if (!fd || !lockSoon(fd.get()))
-            return -1;
-        result = sendResult(putWithinShare(fd.get(), event));
-        const local::ErrnoKept errnoKept;
-        flock(fd.get(), LOCK_UN); // explicitly: a child forked meanwhile has the same lock open
-        if (result != 0 && errnoKept.value() != ENOENT)
-            break;
-    }
-    return result;
-}
-
-// A new queue, never the machine's first one: a program that forgot to fill in a queue's identifier means
-// that one, and would remove it or put its messages there.
-int newQueue() {
-    const int queue = msgget(IPC_PRIVATE, IPC_CREAT | 0660);
-    if (queue != 0)
-        return queue;
-    const int next = msgget(IPC_PRIVATE, IPC_CREAT | 0660);
-    const local::ErrnoKept errnoKept;
-    msgctl(queue, IPC_RMID, nullptr);
-    return next;
-}
-
-int makeQueue(local::RunId& record) {
-    msqid_ds queue{};
-    record.id = newQueue();
-    if (record.id < 0 || msgctl(record.id, IPC_STAT, &queue) != 0)
-        return -1;
-    record.stamp = queue.msg_ctime;
-    return 0;
-}
-
-// Takes over the queue that a supervisor before left, with what is in it, or makes one.
-int attach(local::RunId& record) {
-    msqid_ds queue{};
-    const bool found = local::readRunId(local::eventQueueName, record) &&
-                       local::lookAtEventQueue(record, queue) && queue.msg_perm.cuid == geteuid();
-    if (!found && makeQueue(record) != 0)
-        return -1;
-    record.pid = getpid();
-    if (local::writeRunId(local::eventQueueName, record))
-        return 0;
-    if (!found) {
-        const local::ErrnoKept errnoKept;
-        msgctl(record.id, IPC_RMID, nullptr);
-    }
+    errno = ENOENT;
     return -1;
+}
+
+// A flood of them is one line a minute.
+void noteDropped() {
+    constexpr std::int64_t pause = 60'000'000;
+    ++droppedMessages;
+    const std::int64_t now = gettimeusec();
+    if (droppedLogTime != 0 && now - droppedLogTime < pause)
+        return;
+    logmsg(3, "Dropped messages of the event queue that are no events: %lu", droppedMessages);
+    droppedMessages = 0;
+    droppedLogTime = now;
+}
+
+// Makes the queue anew after it went missing; `lost` is what it was, -1 when it could not be made at start. The process
+// would otherwise live on and never hear of anything again.
+void renewQueue(int lost) {
+    constexpr std::chrono::milliseconds pause{1000};
+    local::RunId record;
+    if (!local::attachEventQueue(record) || record.id == lost) {
+        if (!renewalFailed)
+            logmsg(3,
+                   "There is no event queue and none can be made; trying again every second. (errno=%d %s)",
+                   errno, std::strerror(errno));
+        renewalFailed = true;
+        local::pauseFor(pause, local::SignalsInWait::kept);
+        return;
+    }
+    renewalFailed = false;
+    int expected = lost;
+    if (!removed && ownedQueue.compare_exchange_strong(expected, record.id)) {
+        logmsg(3, "%s",
+               lost < 0 ? "The event queue is there now."
+                        : "Somebody removed the event queue; it was made anew, what was in it is lost.");
+        return;
+    }
+    // The shutdown came first.
+    if (ownedQueue != record.id)
+        msgctl(record.id, IPC_RMID, nullptr);
+}
+
+// True when an event came.
+bool waitOnce(Event& event) {
+    const int seen = attachments;
+    const int queue = ownedQueue;
+    if (removed) {
+        attachments.wait(seen); // this process shuts down
+        return false;
+    }
+    if (queue < 0) {
+        renewQueue(queue);
+        return false;
+    }
+    local::EventMessage message{};
+    const std::ptrdiff_t length = local::takeMessage(queue, message, 0);
+    if (length == sizeof(Event) && isKnown(message.event.id)) {
+        event = message.event;
+        return true;
+    }
+    if (length >= 0)
+        noteDropped();
+    else if (errno != EINTR && !removed)
+        renewQueue(queue);
+    return false;
 }
 
 } // namespace
 
 namespace local {
 
-bool lookAtEventQueue(const RunId& record, msqid_ds& queue) {
-    if (msgctl(record.id, IPC_STAT, &queue) != 0) {
-        if (errno == EINVAL || errno == EIDRM)
-            errno = ENOENT;
-        return false;
-    }
-    if (queue.msg_perm.__key == IPC_PRIVATE && queue.msg_ctime == record.stamp)
-        return true;
-    errno = ENOENT;
-    return false;
-}
-
-bool ownerLives(const RunId& record) {
-    return record.pid > 0 && (kill(record.pid, 0) == 0 || errno == EPERM);
+bool ownsEventQueue() {
+    return isOwner();
 }
 
 } // namespace local
@@ -167,17 +157,15 @@ bool ownerLives(const RunId& record) {
 int initEventQueue() {
     libcommon::applianceRoot(); // senders in signal handlers can't read it for the first time
     local::RunId record;
-    const int lock = local::lockRunId(local::eventQueueName);
-    const int result = lock < 0 ? -1 : attach(record);
-    if (lock >= 0)
-        local::unlockRunId(lock);
-    if (result != 0) {
+    const bool attached = local::attachEventQueue(record);
+    if (!attached)
         logmsg(3, "Failed to attach to the event queue. (errno=%d %s)", errno, std::strerror(errno));
-        return -1;
-    }
-    ownedQueue = record.id;
-    owner = getpid();
-    return 0;
+    ownedQueue = attached ? record.id : -1;
+    removed = false;
+    owner = getpid(); // also without a queue: waitEvent() goes on trying
+    ++attachments;
+    attachments.notify_all();
+    return attached ? 0 : -1;
 }
 
 int waitEvent(Event* event) {
@@ -185,36 +173,19 @@ int waitEvent(Event* event) {
         errno = EINVAL;
         return -1;
     }
-    // Longer than an event, so that a message which is none shows.
-    struct {
-        long type;
-        char bytes[sizeof(Event) + 1];
-    } message{};
-    for (;;) {
-        const int queue = ownQueue();
-        if (queue < 0)
-            return -1;
-        const ssize_t length = msgrcv(queue, &message, sizeof message.bytes, 0, MSG_NOERROR);
-        if (length == sizeof(Event)) {
-            std::memcpy(event, message.bytes, sizeof *event);
+    while (isOwner())
+        if (waitOnce(*event))
             return 0;
-        }
-        if (length >= 0)
-            logmsg(3, "Dropped a message of the event queue that is no event.");
-        else if (errno != EINTR)
-            return -1;
-    }
+    errno = ENOENT;
+    return -1;
 }
 
 int sendEvent(const Event* event) {
-    if (event == nullptr) {
+    if (event == nullptr || !isKnown(event->id)) {
         errno = EINVAL;
         return -1;
     }
-    if (owner != getpid())
-        return sendAsOutsider(event);
-    const int queue = ownQueue();
-    return queue < 0 ? -1 : sendResult(put(queue, event));
+    return isOwner() ? sendAsOwner(*event) : local::sendAsOutsider(*event);
 }
 
 void clearEventQueue() {
@@ -224,19 +195,21 @@ void clearEventQueue() {
         logmsg(3, "There is no event queue to clear. (errno=%d %s)", errno, std::strerror(errno));
         return;
     }
-    Message message{};
+    local::EventMessage message{};
     // Not until it is empty: senders may be as fast.
     for (msgqnum_t i = 0; i < state.msg_qnum; ++i)
-        if (msgrcv(queue, &message, sizeof message.event, 0, IPC_NOWAIT | MSG_NOERROR) < 0 && errno != EINTR)
+        if (local::takeMessage(queue, message, IPC_NOWAIT) < 0 && errno != EINTR)
             return;
 }
 
 void removeEventQueue() {
     const local::ErrnoKept errnoKept;
-    const int queue = ownQueue();
+    if (!isOwner())
+        return;
+    removed = true; // first: a waiting thread that sees its queue go must not make a new one
+    const int queue = ownedQueue.exchange(-1);
     if (queue < 0)
         return;
-    ownedQueue = -1;
     msgctl(queue, IPC_RMID, nullptr);
     local::RunId record;
     if (local::readRunId(local::eventQueueName, record) && record.id == queue)

@@ -1,5 +1,8 @@
 #include "libcommon/src/files.h"
 
+#include "libcommon/src/bounded_lock.h"
+#include "libcommon/src/signals_held.h"
+
 #include <algorithm>
 #include <cerrno>
 #include <climits>
@@ -55,6 +58,19 @@ bool makeFoldersFor(const char* path) {
         folder[at] = '/';
     }
     return true;
+}
+
+bool statFolderOf(const char* path, struct stat& folder) {
+    char name[PATH_MAX];
+    const char* slash = std::strrchr(path, '/');
+    const auto length = static_cast<std::size_t>(slash == nullptr ? 0 : slash + 1 - path);
+    if (length >= sizeof name) {
+        errno = ENAMETOOLONG;
+        return false;
+    }
+    std::memcpy(name, path, length);
+    name[length] = '\0';
+    return stat(length == 0 ? "." : name, &folder) == 0;
 }
 
 bool writeAll(int fd, const char* bytes, std::size_t length) {
@@ -123,34 +139,21 @@ bool replaceSmallFile(const std::string& path, std::string_view content) {
     return done;
 }
 
-bool waitForLock(int fd, int operation) {
-    int result = 0;
-    do {
-        result = flock(fd, operation);
-    } while (result != 0 && errno == EINTR);
-    return result == 0;
+LockedFile::LockedFile(const char* path) : path_(path), fd_(openLockFile(path)) {
+    locked_ = fd_ && lockWithin(fd_.get(), LOCK_EX, lockPatience(), SignalsInWait::letIn);
+    tooLong_ = !locked_ && errno == ETIMEDOUT;
 }
-
-int openLockFile(const char* path) {
-    // Reading is enough for flock(), so that whoever may read the folder's files may lock them too; nobody
-    // else may, because a lock held for ever stops every writer.
-    constexpr int flags = O_RDONLY | O_CREAT | O_CLOEXEC | O_NOFOLLOW | O_NONBLOCK;
-    const int fd = open(path, flags, 0640);
-    if (fd >= 0 || errno != ENOENT || !makeFoldersFor(path))
-        return fd;
-    return open(path, flags, 0640);
-}
-
-LockedFile::LockedFile(const char* path)
-    : fd_(openLockFile(path)), locked_(fd_ >= 0 && waitForLock(fd_, LOCK_EX)) {}
 
 LockedFile::~LockedFile() {
-    const int saved = errno;
+    const ErrnoKept errnoKept;
     if (locked_)
-        flock(fd_, LOCK_UN);
-    if (fd_ >= 0)
-        close(fd_);
-    errno = saved;
+        flock(fd_.get(), LOCK_UN);
+}
+
+std::string LockedFile::reason() const {
+    const ErrnoKept errnoKept;
+    return tooLong_ ? std::string(lockHolder(fd_.get()).text) + " holds the lock " + path_
+                    : "the lock " + path_ + " can't be taken";
 }
 
 } // namespace local

@@ -6,6 +6,7 @@
 #include <cstddef>
 #include <string>
 #include <string_view>
+#include <sys/stat.h>
 #include <sys/types.h>
 #include <utility>
 
@@ -33,6 +34,9 @@ private:
 // Makes the missing folders above `path`, mode 0755. False with errno. Safe in a signal handler.
 bool makeFoldersFor(const char* path);
 
+// The state of the folder that `path` is in. False with errno. Safe in a signal handler.
+bool statFolderOf(const char* path, struct stat& folder);
+
 // All bytes, or false with errno. Safe in a signal handler.
 bool writeAll(int fd, const char* bytes, std::size_t length);
 
@@ -47,12 +51,9 @@ bool readSmallFile(const std::string& path, std::size_t maximum, std::string& te
 // with errno; then the old file is still there. Any thread and process at once: the last one wins.
 bool replaceSmallFile(const std::string& path, std::string_view content);
 
-// Waits for the flock (`operation` LOCK_EX or LOCK_SH) of an open file, whatever signals arrive.
-bool waitForLock(int fd, int operation);
-
-// The exclusive lock of a lock file, for the life of the object; the file is made where it is missing, with
-// its folders. The lock is given back explicitly: a child forked meanwhile has the same lock open and would
-// keep it.
+// The exclusive lock of a lock file, for the life of the object; the file is made where it is missing, with its folders.
+// Waits at most lockPatience; on the main thread SIGINT and SIGCHLD are let in meanwhile. The lock is given back
+// explicitly: a child forked meanwhile has the same lock open and would keep it.
 class LockedFile {
 public:
     explicit LockedFile(const char* path);
@@ -62,12 +63,14 @@ public:
 
     explicit operator bool() const { return locked_; } // false: errno was set by the constructor
 
-private:
-    int fd_;
-    bool locked_;
-};
+    // After a failure: who holds the lock, for the log. Keeps errno.
+    std::string reason() const;
 
-// Opens a lock file, made with its folders where it is missing. -1 with errno.
-int openLockFile(const char* path);
+private:
+    std::string path_;
+    Descriptor fd_;
+    bool locked_ = false;
+    bool tooLong_ = false; // another process held it all the time
+};
 
 } // namespace local

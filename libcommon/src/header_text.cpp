@@ -1,10 +1,14 @@
 #include "libcommon/src/header_text.h"
 
+#include <libcommon/text.h>
+
 #include <algorithm>
 #include <optional>
 #include <vector>
 
 namespace network {
+
+using libcommon::trimmed;
 
 namespace {
 
@@ -20,14 +24,6 @@ bool isBinary(char c) {
 
 bool isBlank(char c) {
     return c == ' ' || c == '\t';
-}
-
-std::string_view trimmed(std::string_view text) {
-    while (!text.empty() && isBlank(text.front()))
-        text.remove_prefix(1);
-    while (!text.empty() && isBlank(text.back()))
-        text.remove_suffix(1);
-    return text;
 }
 
 // What a header name may be made of: no separators, so that "a b: c" or "<html>" is no name.

@@ -1,14 +1,14 @@
 #include "libcommon/src/ini_lines.h"
 
+#include <libcommon/text.h>
+
 #include <algorithm>
 
 namespace local {
 
-namespace {
+using libcommon::trimmed;
 
-bool isBlank(char c) {
-    return c == ' ' || c == '\t';
-}
+namespace {
 
 bool isComment(std::string_view content) {
     return content.front() == '#' || content.front() == ';';
@@ -19,14 +19,6 @@ char lower(char c) {
 }
 
 } // namespace
-
-std::string_view trimmed(std::string_view text) {
-    while (!text.empty() && isBlank(text.back()))
-        text.remove_suffix(1);
-    while (!text.empty() && isBlank(text.front()))
-        text.remove_prefix(1);
-    return text;
-}
 
 bool hasControlCharacter(std::string_view text) {
     return std::any_of(text.begin(), text.end(), [](char c) {

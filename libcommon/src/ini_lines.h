@@ -50,9 +50,6 @@ private:
 
 inline constexpr std::string_view byteOrderMark = "\xef\xbb\xbf";
 
-// Without blanks and tabs at both ends. The view of nothing still points into `text`.
-std::string_view trimmed(std::string_view text);
-
 // A control character other than a tab.
 bool hasControlCharacter(std::string_view text);
 

@@ -5,6 +5,7 @@
 #include "libcommon/src/signals_held.h"
 #include "libcommon/src/utf8.h"
 
+#include <algorithm>
 #include <cerrno>
 #include <chrono>
 #include <cstdarg>
@@ -13,6 +14,7 @@
 #include <cstring>
 #include <fcntl.h>
 #include <mutex>
+#include <poll.h>
 #include <string>
 #include <string_view>
 #include <sys/socket.h>
@@ -172,6 +174,24 @@ void sendToSystemLog(int priority, const char* text, std::size_t length) {
     close(fd);
 }
 
+// Without waiting: the program that reads standard error may have been stopped. False when nothing could be written; a
+// line that could be written in part only is cut.
+bool writeToStandardError(const char* line, std::size_t length) {
+    constexpr std::size_t part = 4096; // a pipe that is ready takes so much without waiting
+    bool begun = false;
+    while (length > 0) {
+        pollfd ready{.fd = STDERR_FILENO, .events = POLLOUT, .revents = 0};
+        const std::size_t next = std::min(length, part);
+        if (poll(&ready, 1, 0) != 1 || (ready.revents & POLLOUT) == 0 ||
+            !writeLine(STDERR_FILENO, line, next))
+            return begun;
+        begun = true;
+        line += next;
+        length -= next;
+    }
+    return true;
+}
+
 bool writeToFile(const char* path, const char* line, std::size_t length) {
     bringLogFile(path);
     struct stat file {};
@@ -182,7 +202,7 @@ bool writeToFile(const char* path, const char* line, std::size_t length) {
 // For a handler of a crash in the middle of a line: no lock, no shared state, no syslog(), which has a lock, too.
 void writeDespiteCrash(const Target& to, int priority, const char* line, std::size_t start,
                        std::size_t length) {
-    if (to.destination == Destination::standardError && writeLine(STDERR_FILENO, line, length + 1))
+    if (to.destination == Destination::standardError && writeToStandardError(line, length + 1))
         return;
     if (to.destination == Destination::file) {
         constexpr int flags = O_WRONLY | O_APPEND | O_CREAT | O_CLOEXEC | O_NOCTTY | O_NONBLOCK;
@@ -218,7 +238,7 @@ void logmsg(int level, const char* format, ...) {
     const local::SignalsHeld signalsHeld;
     const Writing nowWriting;
     const std::lock_guard guard(mutex);
-    if (to.destination == Destination::standardError && writeLine(STDERR_FILENO, line, length + 1))
+    if (to.destination == Destination::standardError && writeToStandardError(line, length + 1))
         return;
     if (to.destination == Destination::file && writeToFile(to.path.c_str(), line, length + 1))
         return;

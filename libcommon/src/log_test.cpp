@@ -289,6 +289,22 @@ TEST_F(LogDestination, StandardError) {
     close(ends[1]);
 }
 
+TEST_F(LogDestination, AStandardErrorThatNobodyReadsHoldsUpNobody) {
+    int ends[2];
+    ASSERT_EQ(pipe(ends), 0);
+    EXPECT_EQ(inChild([&] {
+                  dup2(ends[1], 2);
+                  setenv("LIBCOMMON_LOG", "stderr", 1);
+                  for (int i = 0; i < 2000; ++i)
+                      logmsg(6, "%04d %s", i, std::string(100, 'x').c_str());
+                  logmsg(6, "%s", std::string(6000, 'y').c_str());
+                  return systemLog().find("1999") != std::string::npos ? 0 : 1; // there it is not lost
+              }),
+              0);
+    close(ends[0]);
+    close(ends[1]);
+}
+
 TEST_F(LogDestination, ARelativeNameIsThatOfTheFolderWhereItBegan) {
     EXPECT_EQ(inChild([] {
                   if (chdir(file("").c_str()) != 0)

@@ -1,5 +1,7 @@
 #include "libcommon/src/network_wait.h"
 
+#include "libcommon/src/wait_mask.h"
+
 #include <libcommon/clock.h>
 #include <libcommon/interrupt.h>
 
@@ -44,17 +46,6 @@ timespec timeUntil(std::int64_t when) {
     return {.tv_sec = left / microsecondsPerSecond, .tv_nsec = left % microsecondsPerSecond * 1000};
 }
 
-// The mask of a wait: what the thread has, on the main thread without what it opens there.
-sigset_t waitMask(bool onMainThread) {
-    sigset_t mask;
-    pthread_sigmask(SIG_BLOCK, nullptr, &mask);
-    if (onMainThread) {
-        sigdelset(&mask, SIGINT);
-        sigdelset(&mask, SIGCHLD);
-    }
-    return mask;
-}
-
 // ppoll takes no signal when a descriptor is ready at once: without this, a peer that sends without pause
 // would keep SIGINT and SIGCHLD out.
 void letPendingSignalsIn() {
@@ -75,7 +66,7 @@ std::int64_t deadlineAfter(int timeout) {
 }
 
 NetworkOperation::NetworkOperation(std::int64_t deadline)
-    : deadline_(deadline), pipeSignalWasPending_(isPending(SIGPIPE)), onMainThread_(gettid() == getpid()) {
+    : deadline_(deadline), pipeSignalWasPending_(isPending(SIGPIPE)), onMainThread_(local::onMainThread()) {
     const int savedError = errno;
     sigset_t blocked = setOf({SIGPIPE});
     const bool watched = hasHandler(SIGUSR1);
@@ -119,7 +110,7 @@ WaitEnd NetworkOperation::wait(std::span<pollfd> descriptors, std::int64_t until
     }
     std::vector<pollfd> polled(descriptors.begin(), descriptors.end());
     polled.push_back({.fd = signalDescriptor_, .events = POLLIN, .revents = 0});
-    const sigset_t mask = waitMask(onMainThread_);
+    const sigset_t mask = local::waitMask(onMainThread_);
     for (;;) {
         if (isInterrupted()) {
             errno = EINTR;

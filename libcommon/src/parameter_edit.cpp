@@ -2,11 +2,15 @@
 
 #include "libcommon/src/ini_lines.h"
 
+#include <libcommon/text.h>
+
 #include <cstddef>
 #include <optional>
 #include <vector>
 
 namespace local {
+
+using libcommon::trimmed;
 
 namespace {
 

@@ -1,10 +1,12 @@
 #include "libcommon/src/parameter_lock.h"
 
-#include "libcommon/src/files.h"
+#include "libcommon/src/bounded_lock.h"
 #include "libcommon/src/parameter_files.h"
+#include "libcommon/src/signals_held.h"
 
 #include <atomic>
 #include <cerrno>
+#include <chrono>
 #include <string>
 #include <sys/file.h>
 #include <unistd.h>
@@ -14,8 +16,11 @@ namespace local {
 struct ParameterLock {
     pid_t process;
     std::string path;
-    std::mutex mutex; // guards all below, and is held while a thread writes or waits for another process
-    int fd = -1;      // the lock file, open while `held` is not LOCK_UN
+    std::mutex mutex;  // guards all below, and is held while a thread writes or waits for another process
+    LockHolder holder; // who held the lock when it could not be taken
+    std::chrono::steady_clock::time_point taken; // when the lock was taken last, and given back after that
+    std::chrono::steady_clock::time_point released;
+    int fd = -1; // the lock file, open while `held` is not LOCK_UN
     int held = LOCK_UN;
     int sharedUsers = 0;
     int exclusiveUsers = 0;
@@ -38,7 +43,12 @@ ParameterLock& lockOf(int fileId) {
     // A forked child gets a lock of its own: what its parent holds is not the child's, and its mutex may have
     // been locked at the fork by a thread that does not exist here.
     while (lock == nullptr || lock->process != getpid()) {
-        auto* mine = new ParameterLock{.process = getpid(), .path = lockPath(fileId), .mutex = {}};
+        auto* mine = new ParameterLock{.process = getpid(),
+                                       .path = lockPath(fileId),
+                                       .mutex = {},
+                                       .holder = {},
+                                       .taken = {},
+                                       .released = {}};
         if (locks[fileId].compare_exchange_strong(lock, mine))
             return *mine;
         delete mine;
@@ -52,10 +62,18 @@ void letGo(ParameterLock& lock) {
     if (lock.fd >= 0) {
         flock(lock.fd, LOCK_UN);
         close(lock.fd);
+        lock.released = std::chrono::steady_clock::now();
     }
     lock.fd = -1;
     lock.held = LOCK_UN;
     errno = saved;
+}
+
+// Processes that wait look at the lock now and then. One that writes again and again would always be faster than they.
+void letOthersGoFirst(const ParameterLock& lock) {
+    const auto sinceThen = std::chrono::steady_clock::now() - lock.released;
+    if (lock.released > lock.taken && sinceThen < lock.released - lock.taken)
+        pauseFor(3 * lockInterval, SignalsInWait::letIn);
 }
 
 // Makes what is held what is needed. False with errno; then nothing is held. The lock's mutex is locked.
@@ -69,17 +87,33 @@ bool bringUpToDate(ParameterLock& lock) {
     }
     if (needed == lock.held)
         return true;
-    if (lock.fd < 0)
+    if (lock.fd < 0) {
+        letOthersGoFirst(lock);
         lock.fd = openLockFile(lock.path.c_str());
-    if (lock.fd < 0 || !waitForLock(lock.fd, needed)) {
+    }
+    if (lock.fd < 0 || !lockWithin(lock.fd, needed, lockPatience(), SignalsInWait::letIn)) {
+        if (lock.fd >= 0 && errno == ETIMEDOUT)
+            lock.holder = lockHolder(lock.fd);
         letGo(lock);
         return false;
     }
+    if (lock.held == LOCK_UN)
+        lock.taken = std::chrono::steady_clock::now();
     lock.held = needed;
     return true;
 }
 
+std::string reasonOf(const ParameterLock& lock, int error) {
+    return error == ETIMEDOUT ? std::string(lock.holder.text) + " holds its lock" : "its lock can't be taken";
+}
+
 } // namespace
+
+std::string parameterLockFailure(int fileId, int error) {
+    ParameterLock& lock = lockOf(fileId);
+    const std::lock_guard guard(lock.mutex);
+    return reasonOf(lock, error);
+}
 
 int takeParameterLock(int fileId, bool exclusive) {
     ParameterLock& lock = lockOf(fileId);
@@ -107,6 +141,11 @@ int releaseParameterLock(int fileId, bool exclusive) {
 WriteTurn::WriteTurn(int fileId) : lock_(lockOf(fileId)), thread_(lock_.mutex), granted_(false) {
     lock_.writing = true;
     granted_ = bringUpToDate(lock_);
+}
+
+std::string WriteTurn::reason() const {
+    const ErrnoKept errnoKept;
+    return reasonOf(lock_, errnoKept.value());
 }
 
 WriteTurn::~WriteTurn() {

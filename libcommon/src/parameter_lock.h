@@ -6,18 +6,23 @@
 #pragma once
 
 #include <mutex>
+#include <string>
 
 namespace local {
 
 struct ParameterLock;
 
-// 0, or -1 with errno. `fileId` is a parameter file.
+// 0, or -1 with errno: ETIMEDOUT when another process holds it for longer than lockPatience. `fileId` is a parameter file.
 int takeParameterLock(int fileId, bool exclusive);
 
 // -1 with EINVAL when this process does not hold the lock in that way.
 int releaseParameterLock(int fileId, bool exclusive);
 
+// Why the lock was not taken, for the log; `error` is the errno of the failure.
+std::string parameterLockFailure(int fileId, int error);
+
 // This process's and this thread's turn to write the file, for the life of the object.
+// Waits at most lockPatience for another process, and for each thread of this process that came first.
 class WriteTurn {
 public:
     explicit WriteTurn(int fileId);
@@ -26,6 +31,9 @@ public:
     WriteTurn& operator=(const WriteTurn&) = delete;
 
     explicit operator bool() const { return granted_; } // false: errno was set by the constructor
+
+    // Right after a failure: why, for the log. Keeps errno.
+    std::string reason() const;
 
 private:
     ParameterLock& lock_;

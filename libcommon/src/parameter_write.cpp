@@ -78,6 +78,18 @@ bool keepRights(int fd, const struct stat& before) {
     return fchmod(fd, before.st_mode & 07777) == 0;
 }
 
+// A new file is for the group of its folder, so that one made by root can be read and written by the appliance's user.
+// What the user configures includes passwords: others may not read it.
+bool followFolder(int fd, const Job& job) {
+    struct stat folder {};
+    if (!statFolderOf(job.path.c_str(), folder))
+        return false;
+    const bool groupWrites =
+        (folder.st_mode & S_IWGRP) != 0 && fchown(fd, static_cast<uid_t>(-1), folder.st_gid) == 0;
+    const mode_t others = job.fileId == 0 ? 0 : S_IROTH;
+    return fchmod(fd, (groupWrites ? 0660 : 0640) | others) == 0;
+}
+
 bool isLater(const timespec& a, const timespec& b) {
     return a.tv_sec != b.tv_sec ? a.tv_sec > b.tv_sec : a.tv_nsec > b.tv_nsec;
 }
@@ -112,14 +124,12 @@ void makeFolderDurable(const std::string& path) {
 // The new version in a file of its own, ready to take the old one's place.
 bool prepare(const Job& job, const std::string& temporary, const std::string& text) {
     unlink(temporary.c_str()); // of a writer that was killed; there is one writer at a time
-    // What the user configures includes passwords.
-    const mode_t mode = job.fileId == 0 ? 0640 : 0644;
-    const Descriptor fd(open(temporary.c_str(), O_WRONLY | O_CREAT | O_EXCL | O_CLOEXEC | O_NOFOLLOW, mode));
+    const Descriptor fd(open(temporary.c_str(), O_WRONLY | O_CREAT | O_EXCL | O_CLOEXEC | O_NOFOLLOW, 0600));
     if (!fd)
         return fails(job, "no new file can be made beside it");
     if (!writeAll(fd.get(), text.data(), text.size()))
         return fails(job, "its new contents could not be written");
-    if (job.exists && !keepRights(fd.get(), job.before))
+    if (job.exists ? !keepRights(fd.get(), job.before) : !followFolder(fd.get(), job))
         return fails(job, "its group or mode can't be kept");
     if (job.exists && !makeLater(fd.get(), job.before.st_mtim))
         return fails(job, "its time can't be set");
@@ -187,8 +197,11 @@ bool writeParameter(int fileId, std::string_view name, std::string_view value) {
     }
     const WriteTurn turn(fileId);
     Job job{.fileId = fileId, .path = parameterFilePath(fileId), .before = {}, .text = {}};
-    if (!turn)
-        return fails(job, "its lock can't be taken");
+    if (!turn) {
+        logmsg(3, "Failed to write \"%.*s\" to %s: %s; the value is lost. (errno=%d %s)", length, name.data(),
+               job.path.c_str(), turn.reason().c_str(), errno, std::strerror(errno));
+        return false;
+    }
     if (!resolve(job))
         return false;
     Outcome outcome = Outcome::overtaken;

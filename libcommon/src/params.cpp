@@ -82,8 +82,12 @@ std::vector<SourceParams> getSubGroups(int fileId, const char* group) {
 int userOpenAndLockParamFile(int fileId, int exclusive) {
     if (!local::isParameterFile(fileId))
         return loggedFailure("Locking", fileId, EINVAL);
-    return local::takeParameterLock(fileId, exclusive != 0) == 0 ? 0
-                                                                 : loggedFailure("Locking", fileId, errno);
+    if (local::takeParameterLock(fileId, exclusive != 0) == 0)
+        return 0;
+    const int error = errno;
+    logmsg(3, "Locking of parameter file %d failed: %s. (errno=%d %s)", fileId,
+           local::parameterLockFailure(fileId, error).c_str(), error, std::strerror(error));
+    return -1;
 }
 
 int userCloseAndUnlockParamFile(int fileId, int exclusive) {

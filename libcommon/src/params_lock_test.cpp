@@ -3,6 +3,8 @@
 
 #include "libcommon/src/appliance_fixture.h"
 
+#include <libcommon/clock.h>
+#include <libcommon/events.h>
 #include <libcommon/log.h>
 
 #include <atomic>
@@ -19,9 +21,11 @@ protected:
     static void set(const char* name, const char* value) { ParamWrapper(0, true)[name] = value; }
     static bool has(const char* name, const char* value) { return ParamWrapper(0, true)[name] == value; }
 
+    static std::string lockFile() { return file("/etc/decoder/.decoder.conf.lock"); }
+
     // Whether another process could take the lock in that way now.
     static bool isFree(int operation) {
-        const int fd = open(file("/etc/decoder/.decoder.conf.lock").c_str(), O_RDONLY);
+        const int fd = open(lockFile().c_str(), O_RDONLY);
         const bool free = fd < 0 || flock(fd, operation | LOCK_NB) == 0;
         close(fd);
         return free;
@@ -37,7 +41,7 @@ TEST_F(ParamsLock, OtherProcessesWritesWaitAndOurOwnGoThrough) {
         set("A.x", "theirs");
         return has("A.y", "ours") ? 0 : 2;
     });
-    ASSERT_TRUE(waitsForLock(other));
+    ASSERT_TRUE(waitsForLock(other, lockFile()));
     set("A.y", "ours");
     EXPECT_TRUE(has("A.y", "ours"));
     EXPECT_TRUE(has("A.x", "0"));
@@ -63,7 +67,7 @@ TEST_F(ParamsLock, AnotherProcessesLockIsWaitedFor) {
         userOpenAndLockParamFile(0, 1);
         return has("A.x", "first") ? 0 : 1;
     });
-    ASSERT_TRUE(waitsForLock(waiter));
+    ASSERT_TRUE(waitsForLock(waiter, lockFile()));
     go.reach();
     EXPECT_EQ(finish(holder), 0);
     EXPECT_EQ(finish(waiter), 0);
@@ -105,7 +109,7 @@ TEST_F(ParamsLock, SharedLocksStandTogetherAndHoldOffWriters) {
         set("A.x", "theirs");
         return 0;
     });
-    ASSERT_TRUE(waitsForLock(writer));
+    ASSERT_TRUE(waitsForLock(writer, lockFile()));
     set("A.y", "ours");
     ASSERT_EQ(userCloseAndUnlockParamFile(0, 0), 0);
     EXPECT_EQ(finish(writer), 0);
@@ -128,13 +132,108 @@ TEST_F(ParamsLock, ADeadHoldersLockIsFree) {
     EXPECT_TRUE(isFree(LOCK_EX));
 }
 
+// ---- A holder that does not go on.
+
+class Stopped : public ParamsLock {
+protected:
+    // A process that was stopped while it held the lock, as a user's Ctrl-Z does it.
+    Stopped() {
+        const Signpost locked;
+        holder_ = start([&] {
+            userOpenAndLockParamFile(0, 1);
+            locked.reach();
+            pause();
+            return 0;
+        });
+        locked.await();
+        kill(holder_, SIGSTOP);
+        initEventQueue(); // this process is the supervisor from now on
+        began_ = gettimeusec();
+    }
+    ~Stopped() override {
+        kill(holder_, SIGKILL);
+        finish(holder_);
+        removeEventQueue();
+    }
+    double seconds() const { return static_cast<double>(gettimeusec() - began_) / 1e6; }
+
+    pid_t holder_;
+    std::int64_t began_;
+};
+
+TEST_F(Stopped, AWriteGivesUpAfterASecondAndNamesTheHolder) {
+    write(parameterFile(0), "[A]\nx = old\n");
+    set("A.x", "new");
+    EXPECT_GE(seconds(), 0.9);
+    EXPECT_LT(seconds(), 10);
+    EXPECT_TRUE(has("A.x", "old"));
+    EXPECT_EQ(
+        logCount("Failed to write \"A.x\" to " + parameterFile(0) + ": process " + std::to_string(holder_) +
+                 " (libcommon_param) holds its lock; the value is lost. (errno=110 Connection timed out)"),
+        1U)
+        << log();
+    EXPECT_EQ(logCount(""), 1U) << log();
+    set("A.x", "new"); // and the next one does not fail for another reason
+    EXPECT_EQ(logCount("(errno=110"), 2U) << log();
+}
+
+TEST_F(Stopped, AProgramOfAUserIsMorePatient) {
+    EXPECT_EQ(inChild([] {
+                  set("A.x", "new");
+                  return 0;
+              }),
+              0);
+    EXPECT_GE(seconds(), 4.9);
+    EXPECT_LT(seconds(), 25);
+    EXPECT_EQ(logCount("the value is lost. (errno=110 Connection timed out)"), 1U) << log();
+}
+
+TEST_F(Stopped, LockingGivesUpAndNamesTheHolder) {
+    EXPECT_EQ(userOpenAndLockParamFile(0, 0), -1);
+    EXPECT_EQ(logCount("Locking of parameter file 0 failed: process " + std::to_string(holder_) +
+                       " (libcommon_param) holds its lock. (errno=110 Connection timed out)"),
+              1U)
+        << log();
+    EXPECT_EQ(userCloseAndUnlockParamFile(0, 0), -1); // nothing is held
+}
+
+TEST_F(Stopped, ReadingNeverWaits) {
+    write(parameterFile(0), "[A]\nx = old\n[Encoder.a]\nAddress = 1\n");
+    for (int i = 0; i < 100; ++i) {
+        EXPECT_TRUE(has("A.x", "old"));
+        EXPECT_EQ(getSubGroups(0, "Encoder").size(), 1U);
+    }
+    EXPECT_LT(seconds(), 0.9);
+    EXPECT_EQ(log(), "");
+}
+
+// The supervisor's main thread blocks these two while it works. One that is pending must not wait for the lock.
+TEST_F(Stopped, TheMainThreadLetsPendingSignalsInWhileItWaits) {
+    EXPECT_EQ(inChild([&] {
+                  static std::atomic<int> handled{0};
+                  sigset_t blocked;
+                  sigemptyset(&blocked);
+                  for (const int signo : {SIGINT, SIGCHLD, SIGTERM}) {
+                      std::signal(signo, [](int) { ++handled; });
+                      sigaddset(&blocked, signo);
+                  }
+                  sigprocmask(SIG_BLOCK, &blocked, nullptr);
+                  initEventQueue(); // only the supervisor waits that short
+                  for (const int signo : {SIGINT, SIGCHLD, SIGTERM})
+                      raise(signo);
+                  set("A.x", "new");
+                  return handled.load();
+              }),
+              2); // not SIGTERM
+}
+
 TEST_F(ParamsLock, AForkedChildDoesNotInheritTheLock) {
     ASSERT_EQ(userOpenAndLockParamFile(0, 1), 0);
     const pid_t child = start([] {
         set("A.x", "child");
         return has("A.y", "parent") ? 0 : 1;
     });
-    ASSERT_TRUE(waitsForLock(child));
+    ASSERT_TRUE(waitsForLock(child, lockFile()));
     set("A.y", "parent");
     ASSERT_EQ(userCloseAndUnlockParamFile(0, 1), 0);
     EXPECT_EQ(finish(child), 0);
@@ -158,7 +257,10 @@ TEST_F(ParamsLock, AChildThatLivesOnDoesNotKeepTheParentsLock) {
 TEST_F(ParamsLock, AFileThatCantBeLockedIsTold) {
     write(file("/etc"), "in the folder's place");
     EXPECT_EQ(userOpenAndLockParamFile(0, 1), -1);
-    EXPECT_EQ(logCount("Locking of parameter file 0 failed. (errno=20 Not a directory)"), 1U) << log();
+    EXPECT_EQ(
+        logCount("Locking of parameter file 0 failed: its lock can't be taken. (errno=20 Not a directory)"),
+        1U)
+        << log();
     EXPECT_EQ(userCloseAndUnlockParamFile(0, 1), -1);
 }
 

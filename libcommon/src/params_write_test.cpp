@@ -252,8 +252,8 @@ TEST_F(ParamsWrite, ALinkToNothingIsRefused) {
 TEST_F(ParamsWrite, AFolderThatCantBeMadeIsTold) {
     write(file("/etc"), "a file where the folder should be");
     set("A.x", "1");
-    EXPECT_EQ(logCount("Failed to write " + parameterFile(0) +
-                       ": its lock can't be taken. (errno=20 Not a directory)"),
+    EXPECT_EQ(logCount("Failed to write \"A.x\" to " + parameterFile(0) +
+                       ": its lock can't be taken; the value is lost. (errno=20 Not a directory)"),
               1U)
         << log();
 }

@@ -3,6 +3,7 @@
 #include "libcommon/src/made_once.h"
 #include "libcommon/src/run_path.h"
 
+#include <cerrno>
 #include <cstdlib>
 #include <cstring>
 
@@ -39,15 +40,17 @@ std::string appliancePath(const std::string& absolutePath) {
 
 namespace local {
 
-bool runPath(char* path, std::size_t size, const char* prefix, const char* name, const char* suffix) {
+bool appliancePathInto(char* path, std::size_t size, std::initializer_list<const char*> parts) {
     path[0] = '\0';
     // A handler may run before or while applianceRoot() reads it for the first time.
     const std::string* known = root.peek();
     const char* start = known != nullptr ? known->c_str() : std::getenv("APPLIANCE_ROOT");
-    if (start == nullptr)
-        start = "";
-    return append(path, size, start) && append(path, size, "/run/decoder/") && append(path, size, prefix) &&
-           append(path, size, name) && append(path, size, suffix);
+    bool fits = append(path, size, start == nullptr ? "" : start);
+    for (const char* part : parts)
+        fits = fits && append(path, size, part);
+    if (!fits)
+        errno = ENAMETOOLONG;
+    return fits;
 }
 
 } // namespace local

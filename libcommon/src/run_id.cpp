@@ -1,5 +1,6 @@
 #include "libcommon/src/run_id.h"
 
+#include "libcommon/src/bounded_lock.h"
 #include "libcommon/src/files.h"
 #include "libcommon/src/run_path.h"
 
@@ -11,6 +12,7 @@
 #include <string_view>
 #include <sys/file.h>
 #include <unistd.h>
+#include <utility>
 
 namespace local {
 
@@ -21,10 +23,7 @@ struct Path {
     bool fits;
 
     Path(const char* prefix, const char* name, const char* suffix)
-        : fits(runPath(text, sizeof text, prefix, name, suffix)) {
-        if (!fits)
-            errno = ENAMETOOLONG;
-    }
+        : fits(appliancePathInto(text, sizeof text, {"/run/decoder/", prefix, name, suffix})) {}
 };
 
 // Takes a number and the character behind it off the front of the text.
@@ -89,20 +88,21 @@ void removeRunId(const char* name) {
         unlink(path.text);
 }
 
-int lockRunId(const char* name) {
+RunIdLock::RunIdLock(const char* name) {
     const Path path(".", name, ".lock");
-    const int fd = path.fits ? openLockFile(path.text) : -1;
-    if (fd < 0 || waitForLock(fd, LOCK_EX))
-        return fd;
-    unlockRunId(fd);
-    return -1;
+    fd_ = path.fits ? openLockFile(path.text) : -1;
+    if (fd_ < 0 || lockWithin(fd_, LOCK_EX, lockPatience(), SignalsInWait::kept))
+        return;
+    const ErrnoKept errnoKept;
+    close(std::exchange(fd_, -1));
 }
 
-void unlockRunId(int fd) {
-    const int saved = errno;
-    flock(fd, LOCK_UN); // explicitly: a child that was forked meanwhile has the same lock open
-    close(fd);
-    errno = saved;
+RunIdLock::~RunIdLock() {
+    const ErrnoKept errnoKept;
+    if (fd_ < 0)
+        return;
+    flock(fd_, LOCK_UN); // explicitly: a child that was forked meanwhile has the same lock open
+    close(fd_);
 }
 
 } // namespace local

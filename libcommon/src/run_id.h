@@ -5,6 +5,8 @@
 // fork and exec.
 #pragma once
 
+#include "libcommon/src/signals_held.h"
+
 #include <cstdint>
 
 namespace local {
@@ -29,9 +31,21 @@ bool writeRunId(const char* name, const RunId& record);
 
 void removeRunId(const char* name);
 
-// Waits for the exclusive lock that belongs to the file, making the run directory where it is missing; -1
-// with errno.
-int lockRunId(const char* name);
-void unlockRunId(int fd);
+// The exclusive lock that belongs to the file, for the life of the object; makes the run directory where it is
+// missing. Holds signals back meanwhile: a handler that needs the same lock would wait for the thread that it
+// interrupted. Safe between fork and exec.
+class RunIdLock {
+public:
+    explicit RunIdLock(const char* name);
+    ~RunIdLock();
+    RunIdLock(const RunIdLock&) = delete;
+    RunIdLock& operator=(const RunIdLock&) = delete;
+
+    explicit operator bool() const { return fd_ >= 0; } // false: errno was set by the constructor
+
+private:
+    SignalsHeld signalsHeld_;
+    int fd_ = -1;
+};
 
 } // namespace local

@@ -1,9 +1,9 @@
 #include <libcommon/semaphores.h>
 
-#include "libcommon/src/event_queue_id.h"
 #include "libcommon/src/files.h"
 #include "libcommon/src/run_id.h"
-#include "libcommon/src/signals_held.h"
+#include "libcommon/src/semaphore_set.h"
+#include "libcommon/src/system_v.h"
 
 #include <libcommon/log.h>
 #include <libcommon/paths.h>
@@ -54,42 +54,41 @@ bool isOurs(const local::RunId& record) {
             errno = EINVAL;
         return false;
     }
-    const bool ours = record.stamp == machineStart() && state.sem_perm.__key == IPC_PRIVATE &&
+    const bool ours = record.stamp == machineStart() && local::isOurKey(state.sem_perm.__key) &&
                       state.sem_nsems == semaphoreCount;
     if (!ours)
         errno = EINVAL;
     return ours;
 }
 
-int makeSet() {
-    const int set = semget(IPC_PRIVATE, semaphoreCount, IPC_CREAT | 0660);
+bool prepareSet(local::RunId& record) {
     unsigned short zeros[semaphoreCount] = {};
-    Argument argument{.values = zeros};
-    if (set >= 0 && semctl(set, 0, SETALL, argument) == 0 &&
-        local::writeRunId(setName, {.id = set, .pid = getpid(), .stamp = machineStart()}))
-        return set;
-    const local::ErrnoKept errnoKept;
-    if (set >= 0)
-        semctl(set, 0, IPC_RMID);
-    return -1;
+    record.stamp = machineStart();
+    return semctl(record.id, 0, SETALL, Argument{.values = zeros}) == 0;
 }
+
+constexpr local::SystemVObject setObject{
+    .name = setName,
+    .make = [](key_t key) { return semget(key, semaphoreCount, IPC_CREAT | IPC_EXCL | 0660); },
+    .find = [](key_t key) { return semget(key, 0, 0); },
+    .prepare = prepareSet,
+    .remove = [](int id) { return semctl(id, 0, IPC_RMID); },
+};
 
 // The appliance's set, made by whoever comes first; the lock keeps it one. -1 with errno.
 int findSet() {
     if (const int set = knownSet; set >= 0)
         return set;
     libcommon::applianceRoot();
-    const local::SignalsHeld signalsHeld;
-    const int lock = local::lockRunId(setName);
-    if (lock < 0)
+    const local::RunIdLock lock(setName);
+    if (!lock)
         return -1;
     local::RunId record;
     int set = -1;
     if (local::readRunId(setName, record) && isOurs(record))
         set = record.id;
     else if (errno == ENOENT || errno == EINVAL)
-        set = makeSet();
-    local::unlockRunId(lock);
+        set = local::makeRecorded(setObject, record) ? record.id : -1;
     knownSet = set;
     return set;
 }
@@ -156,64 +155,24 @@ int semaphoreDecrease(int id) {
                        [](int set, unsigned short number) { return change(set, number, -1); });
 }
 
-namespace {
+namespace local {
 
-int removeSet() {
-    local::RunId record;
-    if (!local::readRunId(setName, record))
+int removeSemaphoreSet() {
+    RunId record;
+    if (!readRunId(setName, record) && !hasNote(setObject))
         return 0;
+    const RunIdLock lock(setName);
+    const int unrecorded = lock ? removeUnrecorded(setObject) : -1;
+    const bool found = lock && readRunId(setName, record) && isOurs(record);
+    const bool gone =
+        lock && (found ? semctl(record.id, 0, IPC_RMID) == 0 : errno == EINVAL || errno == ENOENT);
     knownSet = -1;
-    const bool gone = isOurs(record) ? semctl(record.id, 0, IPC_RMID) == 0 : errno == EINVAL;
-    if (gone)
-        local::removeRunId(setName);
-    else
+    if (!gone || unrecorded < 0) {
         logmsg(3, "Failed to remove the semaphores. (errno=%d %s)", errno, std::strerror(errno));
-    return gone ? 0 : -1;
-}
-
-int removeLeftQueue() {
-    local::RunId record;
-    msqid_ds queue{};
-    if (!local::readRunId(local::eventQueueName, record))
-        return 0;
-    const bool there = local::lookAtEventQueue(record, queue);
-    const bool gone = there ? msgctl(record.id, IPC_RMID, nullptr) == 0 : errno == ENOENT;
-    if (gone)
-        local::removeRunId(local::eventQueueName);
-    else
-        logmsg(3, "Failed to remove the event queue. (errno=%d %s)", errno, std::strerror(errno));
-    return gone ? 0 : -1;
-}
-
-// Runs `remove` while nobody makes what it removes.
-int underLock(const char* name, int (*remove)()) {
-    const local::SignalsHeld signalsHeld;
-    const int lock = local::lockRunId(name);
-    if (lock < 0) {
-        logmsg(3, "Failed to lock the appliance's %s. (errno=%d %s)", name, errno, std::strerror(errno));
         return -1;
     }
-    const int result = remove();
-    local::unlockRunId(lock);
-    return result;
+    removeRunId(setName);
+    return unrecorded + (found ? 1 : 0);
 }
 
-} // namespace
-
-namespace libcommon {
-
-int removeApplianceObjects() {
-    applianceRoot();
-    local::RunId record;
-    msqid_ds queue{};
-    if (local::readRunId(local::eventQueueName, record) && local::lookAtEventQueue(record, queue) &&
-        local::ownerLives(record) && record.pid != getpid()) {
-        logmsg(3, "The appliance still runs: process %d owns its event queue.", record.pid);
-        return -1;
-    }
-    const int semaphores = underLock(setName, removeSet);
-    const int events = underLock(local::eventQueueName, removeLeftQueue);
-    return semaphores == 0 && events == 0 ? 0 : -1;
-}
-
-} // namespace libcommon
+} // namespace local

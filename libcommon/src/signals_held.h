@@ -7,6 +7,7 @@
 
 #include <cerrno>
 #include <csignal>
+#include <initializer_list>
 #include <pthread.h>
 
 namespace local {

@@ -5,10 +5,12 @@
 
 #include <libcommon/log.h>
 #include <libcommon/paths.h>
+#include <libcommon/text.h>
 
 #include <algorithm>
 #include <cerrno>
 #include <cstring>
+#include <string_view>
 #include <unistd.h>
 
 namespace local {
@@ -85,10 +87,15 @@ bool holds(const std::string& path, const std::string& text) {
 void write(int index, const std::string& key, const std::string& value) {
     const std::string path = statusFolder(index) + key;
     const LockedFile lock(statusLockPath().c_str());
-    bool done = static_cast<bool>(lock);
-    if (done && value.empty()) {
+    if (!lock) {
+        logmsg(3, "Failed to write %s: %s; the value is lost. (errno=%d %s)", path.c_str(),
+               lock.reason().c_str(), errno, std::strerror(errno));
+        return;
+    }
+    bool done = false;
+    if (value.empty()) {
         done = unlink(path.c_str()) == 0 || errno == ENOENT;
-    } else if (done) {
+    } else {
         rememberOwner(index);
         done = holds(path, value + "\n") || replaceSmallFile(path, value + "\n");
     }
@@ -103,13 +110,14 @@ void write(int index, const std::string& key, const std::string& value) {
 void status(int index, const std::string& key, const char* value) {
     if (!local::isValid(index, key))
         return;
-    const std::string text = value == nullptr ? "" : value;
+    const std::string_view text = value == nullptr ? "" : value;
     if (text.size() > local::maximumValue) {
         logmsg(3, "Status value \"%s\" of source %d is too long: %zu bytes.", key.c_str(), index,
                text.size());
         return;
     }
-    local::write(index, key, text);
+    // Most values are what an encoder says. People see them in terminals and on pages.
+    local::write(index, key, libcommon::printable(text));
 }
 
 void status(int index, const std::string& key, int value) {

@@ -2,11 +2,14 @@
 
 #include "libcommon/src/appliance_fixture.h"
 
+#include <libcommon/events.h>
 #include <libcommon/params.h>
 
 #include <climits>
 #include <cstring>
+#include <fcntl.h>
 #include <filesystem>
+#include <sys/file.h>
 #include <sys/stat.h>
 #include <unistd.h>
 
@@ -61,13 +64,25 @@ TEST_F(Status, TheEmptyTextClears) {
     EXPECT_EQ(log(), "");
 }
 
-TEST_F(Status, AnyTextComesBackAsItWas) {
-    for (const std::string& text : {std::string(" "), std::string("a\nb"), std::string("a\n"),
-                                    std::string("\n\n"), std::string("\xff\x01"), std::string(60000, 'x')}) {
+TEST_F(Status, APrintableTextComesBackAsItWas) {
+    for (const std::string& text :
+         {std::string(" "), std::string("T\xc3\xbcr \xf0\x9f\x98\x80 \"x\" \\n"), std::string(60000, 'x')}) {
         status(0, "Model", text.c_str());
         EXPECT_EQ(status(0, "Model"), text);
     }
     EXPECT_EQ(log(), "");
+}
+
+// An encoder says anything. "180" is what a player's rotation is compared with: no other text may become it.
+TEST_F(Status, WhatWouldGarbleATerminalIsStoredPrintable) {
+    status(0, "Model", "\x1b]0;title\x07\x1b[2J M\r\nx\tt\x7f");
+    EXPECT_EQ(status(0, "Model"), " ]0;title  [2J M  x t ");
+    status(0, "ImageRotation", "180\n");
+    EXPECT_EQ(status(0, "ImageRotation"), "180 ");
+    status(0, "ImageRotation", "\xff\xc3(\xc2\x9b\xed\xa0\x80");
+    EXPECT_EQ(status(0, "ImageRotation"), "?" "?( ???");
+    copyStatus(0, 1, "ImageRotation");
+    EXPECT_EQ(read(valueFile("1/ImageRotation")), "?" "?( ???\n");
 }
 
 TEST_F(Status, BadIndicesAndKeysAreLoggedAndChangeNothing) {
@@ -170,6 +185,30 @@ TEST_F(Status, ProcessesWriteAtOnce) {
         EXPECT_EQ(status(child, "Own"), "99");
     EXPECT_EQ(entries(valueFile("3")), (std::vector<std::string>{".source", "Own"}));
     EXPECT_EQ(log(), "");
+}
+
+// A process that was stopped while it wrote.
+TEST_F(Status, AWriterThatGetsNoLockSaysWhoHoldsItAndReadersNeverWait) {
+    status(0, "Model", "old");
+    status(1, "Model", "gone");
+    ASSERT_EQ(initEventQueue(), 0); // the supervisor gives up first
+    const int held = open(valueFile(".lock").c_str(), O_RDONLY);
+    ASSERT_EQ(flock(held, LOCK_EX), 0);
+    status(0, "Model", "new");
+    const std::string holder =
+        "process " + std::to_string(getpid()) + " (libcommon_statu) holds the lock " + valueFile(".lock");
+    EXPECT_EQ(logCount("Failed to write " + valueFile("0/Model") + ": " + holder +
+                       "; the value is lost. (errno=110 Connection timed out)"),
+              1U)
+        << log();
+    EXPECT_EQ(status(0, "Model"), "old");
+    syncEncoderInfo();
+    EXPECT_EQ(logCount("Failed to update the values of the sources: " + holder), 1U) << log();
+    EXPECT_EQ(status(1, "Model"), "gone");
+    close(held);
+    status(0, "Model", "new");
+    EXPECT_EQ(status(0, "Model"), "new");
+    removeEventQueue();
 }
 
 // ---- Tables.

@@ -82,7 +82,10 @@ void syncEncoderInfo() {
     const std::vector<SourceParams> sources = subGroups(*parameters, "Encoder");
     const LockedFile lock(statusLockPath().c_str());
     if (!lock) {
-        logmsg(3, "Failed to lock %s. (errno=%d %s)", statusLockPath().c_str(), errno, std::strerror(errno));
+        logmsg(3,
+               "Failed to update the values of the sources: %s; values of sources that changed stay. "
+               "(errno=%d %s)",
+               lock.reason().c_str(), errno, std::strerror(errno));
         return;
     }
     for (const std::string& name : entriesOf(statusStore()))

@@ -1,5 +1,7 @@
 #include "libcommon/src/utf8.h"
 
+#include <libcommon/text.h>
+
 #include <algorithm>
 
 namespace local {
@@ -68,3 +70,18 @@ std::string cleanText(std::string_view text, std::size_t maximum) {
 }
 
 } // namespace local
+
+namespace libcommon {
+
+std::string printable(std::string_view text) {
+    return local::cleanText(text, std::string::npos);
+}
+
+std::string_view trimmed(std::string_view text) {
+    constexpr std::string_view blanks = " \t";
+    const std::size_t first = text.find_first_not_of(blanks);
+    return first == std::string_view::npos ? text.substr(0, 0)
+                                           : text.substr(first, text.find_last_not_of(blanks) - first + 1);
+}
+
+} // namespace libcommon

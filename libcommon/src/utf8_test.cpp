@@ -1,5 +1,7 @@
 #include "libcommon/src/utf8.h"
 
+#include <libcommon/text.h>
+
 #include <gtest/gtest.h>
 
 namespace {
@@ -39,6 +41,23 @@ TEST(Utf8, CleanTextNeverExceedsTheMaximum) {
     EXPECT_EQ(cleanText("\xc3\xa4\xc3\xa4", 3), "\xc3\xa4");
     EXPECT_EQ(cleanText("abcd", 3), "abc");
     EXPECT_EQ(cleanText("abcd", 0), "");
+}
+
+TEST(Utf8, PrintableTextHasNoLimit) {
+    EXPECT_EQ(libcommon::printable(""), "");
+    EXPECT_EQ(libcommon::printable("G\xc3\xa4te \"1\""), "G\xc3\xa4te \"1\"");
+    EXPECT_EQ(libcommon::printable("\x1b[31mred\r\n\xff"), " [31mred  ?");
+    EXPECT_EQ(libcommon::printable(std::string(100000, 'x')).size(), 100000U);
+}
+
+TEST(Utf8, TrimmedTextLooksIntoTheWholeOne) {
+    EXPECT_EQ(libcommon::trimmed(" \ta b\t "), "a b");
+    EXPECT_EQ(libcommon::trimmed("a"), "a");
+    EXPECT_EQ(libcommon::trimmed("a\n"), "a\n");
+    const std::string_view blank = " \t ";
+    EXPECT_EQ(libcommon::trimmed(blank), "");
+    EXPECT_EQ(libcommon::trimmed(blank).data(), blank.data());
+    EXPECT_EQ(libcommon::trimmed(""), "");
 }
 
 } // namespace

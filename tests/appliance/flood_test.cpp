@@ -1,10 +1,13 @@
-// SIGINT, and a player's end, are noticed while events keep coming.
+// SIGINT and a player's end are noticed while events keep coming, and a lost event queue is made anew.
 #include "tests/appliance/appliance.h"
 #include "tests/appliance/event_sender.h"
 #include "tests/appliance/isolation.h"
 
 #include <csignal>
+#include <fstream>
 #include <gtest/gtest.h>
+#include <sys/ipc.h>
+#include <sys/msg.h>
 
 namespace {
 
@@ -17,6 +20,8 @@ constexpr int child = 2;
 constexpr int connectPropertyChanged = 9;
 constexpr int flushCache = 10;
 constexpr int selectSource = 11;
+
+constexpr std::chrono::microseconds atOnce{1};
 
 // Generous for a loaded machine, and far less than any flood here lasts.
 constexpr Seconds soon{15};
@@ -42,8 +47,9 @@ TEST_F(FloodTest, OfSelectionsLetsSigintIn) {
     decoder.setManual();
     decoder.start();
     ASSERT_TRUE(decoder.showsMoving(0));
-    const Flood flood(decoder, selectSource, 0, std::chrono::microseconds(200));
-    ASSERT_TRUE(decoder.waitForLog("-> SEND_ONLY_PTZ(8)", 200));
+    const Flood one(decoder, selectSource, 0, atOnce);
+    const Flood two(decoder, selectSource, 0, atOnce);
+    ASSERT_TRUE(decoder.waitForLog("event queue full id=11"));
     expectSigintEndsIt(decoder);
 }
 
@@ -54,8 +60,9 @@ TEST_F(FloodTest, OfSelectionsLetsAPlayersEndIn) {
     decoder.start();
     ASSERT_TRUE(decoder.showsMoving(0));
     const int player = decoder.playerPid();
-    const Flood flood(decoder, selectSource, 0, std::chrono::microseconds(200));
-    ASSERT_TRUE(decoder.waitForLog("-> SEND_ONLY_PTZ(8)", 200));
+    const Flood one(decoder, selectSource, 0, atOnce);
+    const Flood two(decoder, selectSource, 0, atOnce);
+    ASSERT_TRUE(decoder.waitForLog("event queue full id=11"));
     kill(player, SIGKILL);
     EXPECT_TRUE(decoder.waitForLog("-> CURRENT_PLAYER_CRASHED_DURING_PLAYING(7)", 1, soon));
 }
@@ -83,7 +90,6 @@ TEST_F(FloodTest, OfFlushesLetsSigintIn) {
     expectSigintEndsIt(decoder);
 }
 
-// 256 of them fill the internal queue.
 TEST_F(FloodTest, OfForgedArrivalsDoesNotHideAPlayers) {
     Appliance decoder;
     decoder.addEncoder("Front door");
@@ -91,13 +97,8 @@ TEST_F(FloodTest, OfForgedArrivalsDoesNotHideAPlayers) {
     decoder.setManual();
     decoder.start();
     ASSERT_TRUE(decoder.showsMoving(0));
-    const int queue = appliance::eventQueue(decoder);
-    for (int i = 0; i < 300; ++i) {
-        while (!appliance::sendRaw(queue, barrier, 4000000 + i, 0)) {
-            appliance::pause(std::chrono::milliseconds(1));
-        }
-    }
-    ASSERT_TRUE(appliance::eventually([] { return appliance::queuedMessages() == 0; }));
+    const Flood flood(decoder, barrier, 4000000, atOnce);
+    ASSERT_TRUE(decoder.waitForLog("event queue full id=7"));
     EXPECT_EQ(decoder.ctl({"select", "1"}).status, 0);
     EXPECT_TRUE(decoder.showsMoving(1));
     EXPECT_TRUE(decoder.waitForSource(1));
@@ -110,14 +111,53 @@ TEST_F(FloodTest, OfForgedExitsDoesNotHideAPlayers) {
     decoder.start();
     ASSERT_TRUE(decoder.showsMoving(0));
     const int player = decoder.playerPid();
-    const int queue = appliance::eventQueue(decoder);
-    for (int i = 0; i < 300; ++i) {
-        while (!appliance::sendRaw(queue, child, 4000000 + i, 0)) {
-            appliance::pause(std::chrono::milliseconds(1));
-        }
-    }
+    const Flood one(decoder, child, 4000000, atOnce);
+    const Flood two(decoder, child, 4000000, atOnce);
+    ASSERT_TRUE(decoder.waitForLog("event queue full id=2"));
     kill(player, SIGKILL);
     EXPECT_TRUE(decoder.waitForLog("-> CURRENT_PLAYER_CRASHED_DURING_PLAYING(7)", 1, soon));
+}
+
+// ---- The appliance's queue is gone.
+
+TEST(LostQueue, RemovedWhileItRunsIsMadeAnew) {
+    if (!appliance::isolate()) {
+        GTEST_SKIP() << "no queues of its own to remove";
+    }
+    Appliance decoder;
+    decoder.addEncoder("Front door");
+    decoder.addEncoder("Garage");
+    decoder.setManual();
+    decoder.start();
+    ASSERT_TRUE(decoder.showsMoving(0));
+    const int queue = appliance::eventQueue(decoder);
+    ASSERT_EQ(msgctl(queue, IPC_RMID, nullptr), 0);
+    ASSERT_TRUE(appliance::eventually([&] { return appliance::eventQueue(decoder) != queue; }));
+    EXPECT_EQ(decoder.ctl({"select", "1"}).status, 0);
+    EXPECT_TRUE(decoder.showsMoving(1));
+    EXPECT_TRUE(decoder.waitForSource(1));
+}
+
+constexpr const char* mostQueues = "/proc/sys/kernel/msgmni";
+
+TEST(LostQueue, ThatCannotBeMadeAtTheStartIsMadeLater) {
+    if (!appliance::isolate()) {
+        GTEST_SKIP() << "no queues of its own to forbid";
+    }
+    const std::string before = appliance::readFile(mostQueues);
+    std::ofstream(mostQueues) << "0\n";
+    if (appliance::readFile(mostQueues) != "0\n") {
+        GTEST_SKIP() << mostQueues << " can't be written here";
+    }
+    Appliance decoder;
+    decoder.addEncoder("Front door");
+    decoder.set("Decoder.AutoConnect", "no");
+    decoder.start();
+    EXPECT_TRUE(decoder.waitForState("DISCONNECTED"));
+    EXPECT_NE(decoder.ctl({"select", "0"}).status, 0);
+    std::ofstream(mostQueues) << before;
+    EXPECT_TRUE(appliance::eventually([&] { return decoder.ctl({"select", "0"}).status == 0; }));
+    EXPECT_TRUE(decoder.showsMoving(0));
 }
 
 } // namespace

@@ -8,7 +8,8 @@
 
 #include <cstdint>
 
-// The message queue of the barrier of that pid, or -1 when it has none. Any thread.
+// The message queue of the barrier of that pid, or -1 when it has none. Links and what else is no regular file have none.
+// Any thread; safe in a signal handler.
 int getBarrierIPC(int pid);
 
 namespace libcommon {
@@ -20,8 +21,9 @@ struct BarrierRelease {
     std::int32_t unused[11];
 };
 
-// Announces this process at the barrier, again while the event queue is full. 0; -1 with errno: ENOENT no
-// supervisor runs, EINTR a signal was handled while the queue was full (call again).
+// Announces this process at the barrier, again while the event queue is full, which is logged after a second. 0; -1 with
+// errno: ENOENT no supervisor runs, EPERM this process has no barrier, EINTR a signal was handled while the queue was
+// full (call again).
 int announceBarrier(int barrierId);
 
 // Waits for the release of this process from the barrier: 0; -1 with errno EINTR after a signal was handled

@@ -1,9 +1,9 @@
-// The appliance's events: who wants something of the supervisor sends it one of these.
+// The appliance's events: anyone who wants something from the supervisor sends it one of these.
 //
-// One System V message queue an appliance carries them all, from other processes (select, alarm, lock, ...)
-// and from the supervisor's own threads and signal handlers (timers, child exits, button). The supervisor
-// alone creates the queue, waits on it and removes it; its identifier stands in /run/decoder/events.id below
-// the appliance root, for senders. Access is the appliance's user and group (mode 0660), not the world.
+// One System V message queue per appliance carries them all, from other processes (select, alarm, lock, ...) and from
+// the supervisor's own threads and signal handlers (timers, child exits, button). The supervisor alone creates the queue,
+// waits on it and removes it; senders find its identifier in /run/decoder/events.id below the appliance root. Access is
+// the appliance's user and group (mode 0660), not the world.
 #pragma once
 
 #include <cstdint>
@@ -31,22 +31,27 @@ struct Event {
 };
 static_assert(sizeof(Event) == 52);
 
-// Attaches this process to the appliance's queue as its owner, creating the queue where there is none.
-// 0, or -1 with a log line.
+// Attaches this process to the appliance's queue as its owner, creating the queue where there is none. 0, or -1 with a
+// log line; waitEvent() then goes on trying.
 int initEventQueue();
 
-// Blocks until the next event arrives and copies it into *event; goes on after signals. 0, or -1 with errno
-// when the queue is gone or was never attached. One thread of the owner calls it.
+// Blocks until the next event arrives and copies it into *event; goes on after signals. One thread of the owner calls it.
+// Messages that are no events, or have an identifier outside 0 to 13, are dropped with at most one log line a minute.
+// When the queue could not be made at start, or somebody removes it, it is made anew, with a log line; senders find the
+// new one. After this process has called removeEventQueue() it does not return. 0, or -1 with errno: ENOENT in a process
+// that is not the owner.
 int waitEvent(Event* event);
 
-// Sends a copy, never waits for room. 0, or -1 with errno: ENOENT no appliance runs here, EAGAIN the queue is
-// full, EACCES this user is not the appliance's. A process other than the owner is refused once three
-// quarters of the queue are taken, so that the supervisor's own events always fit, and waits for other
-// senders at most a quarter of a second (EAGAIN). For the owner it is one msgsnd. Any thread; safe in a
-// signal handler.
+// Sends a copy, never waits for room. 0, or -1 with errno: EINVAL an identifier outside 0 to 13, EPERM one that only the
+// supervisor may send (EID_CHILD, EID_BUTTON, EID_TIMEOUT; EID_BARRIER without a barrier, or for another process),
+// ENOENT no appliance runs here, EAGAIN the queue is full, EACCES this user is not the appliance's. A process other than
+// the owner is refused once three quarters of the queue are taken (an announcement at a barrier: seven eighths), so that
+// the supervisor's own events always fit, and waits for other senders at most a quarter of a second (EAGAIN);
+// announcements don't wait. For the owner it is one msgsnd, repeated for up to a quarter of a second while the waiting
+// thread makes a lost queue anew. Any thread; safe in a signal handler.
 int sendEvent(const Event* event);
 
-// Drops what is queued. The owner's.
+// Drops the queued events. The owner's.
 void clearEventQueue();
 
 // Removes the queue from the system; senders get ENOENT from then on. The owner's; safe in a signal handler.

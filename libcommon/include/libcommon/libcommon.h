@@ -13,3 +13,5 @@
 #include <libcommon/paths.h>
 #include <libcommon/semaphores.h>
 #include <libcommon/status.h>
+#include <libcommon/sweep.h>
+#include <libcommon/text.h>

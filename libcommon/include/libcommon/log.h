@@ -4,7 +4,8 @@
 // they go there instead, each as "<time> <identifier>[<pid>] <level> <text>": time in UTC, the program's
 // name, the level's number. A file that was renamed or removed is opened anew. A trailing newline in the text
 // is dropped, control characters other than ESC are replaced, what goes beyond 8 KiB is cut, so that a call
-// is always exactly one line. Callers never pass passwords.
+// is always exactly one line. A standard error that takes no more, because its reader was stopped, is not waited for:
+// the line goes to the system log. Callers never pass passwords.
 #pragma once
 
 // Logs printf-style. `level` is a syslog priority: 2 critical, 3 error, 6 information, 7 debug. Keeps errno.

@@ -15,7 +15,12 @@
 // file is replaced atomically under a lock that other processes respect, file 0 durably (it survives a power
 // cut). A file without any write permission bit is an administrator's wish and refuses writes with a log
 // line. Mode, group and, where that is possible, owner of the file are kept; a link stays and the file behind
-// it is replaced. A new file 0 is not readable for everybody: it may hold passwords.
+// it is replaced. A new file belongs to the group of its folder, and that group may write it when it may write the
+// folder; so does the lock file. A new file 0 is readable for nobody else: it may hold passwords.
+//
+// Every wait for the lock has a bound: one second in the supervisor (the owner of the event queue), five seconds in
+// other programs. A write that does not get the lock is lost, with one log line that names the process that holds it.
+// On the main thread SIGINT and SIGCHLD are let in meanwhile.
 //
 // Any thread; two threads don't share one ParamWrapper object.
 #pragma once
@@ -49,8 +54,8 @@ public:
     bool operator!=(const char* text) const;
 
     // Writes the value to the file. A control character in the text, a blank at its beginning or end, and
-    // what would make a line of more than about 56 KiB are refused: they would not read back. A failed write
-    // is logged with file, errno and reason, never with the value; the file then is as it was.
+    // what would make a line of more than about 56 KiB are refused: they would not read back. A failed write,
+    // also for want of the lock, is logged with file, errno and reason, never with the value; the file is as it was.
     Param& operator=(const char* text);
     Param& operator=(int value);
 
@@ -80,7 +85,8 @@ std::vector<SourceParams> getSubGroups(int fileId, const char* group);
 
 // Takes the file's lock, `exclusive` 1 for the exclusive one (0 shared); other processes' writes wait
 // meanwhile, this process's own go through, whatever thread makes them. Reading never waits. Calls nest
-// within a process; a forked child holds nothing. 0, or -1 with a log line.
+// within a process; a forked child holds nothing. 0, or -1 with a log line, also when another process still holds the
+// lock at the end of the bound above.
 int userOpenAndLockParamFile(int fileId, int exclusive);
 int userCloseAndUnlockParamFile(int fileId, int exclusive);
 

@@ -9,13 +9,3 @@ int semaphoreInit(int id);           // makes it exist, with value 0
 int semaphoreSet(int id, int value); // 0 to 32767
 int semaphoreIncrease(int id);
 int semaphoreDecrease(int id); // waits while the value is 0; goes on after signals
-
-namespace libcommon {
-
-// Takes the appliance's System V objects down: the semaphore set, an event queue that a killed supervisor
-// left, and the files that name them. For whoever ends an appliance, when its processes are gone. 0; -1 with
-// a log line when something could not be removed, or a supervisor still runs (then nothing is). Barriers are
-// the supervisor's.
-int removeApplianceObjects();
-
-} // namespace libcommon

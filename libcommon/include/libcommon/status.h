@@ -1,14 +1,17 @@
 // The status store: what is known about each source, for every process of the decoder.
 //
-// Values are texts, one file each (/run/decoder/source/INDEX/KEY below the appliance root), each replaced
+// Values are texts of one line, one file each (/run/decoder/source/INDEX/KEY below the appliance root), each replaced
 // atomically: a reader sees the old value or the new one. Keys are 1 to 64 ASCII letters and digits, values
-// at most 64 KiB. Bad indices and keys, and failed writes, are logged and change nothing. Any thread.
+// at most 64 KiB. Bad indices and keys, and failed writes, are logged and change nothing. Writers take turns with a
+// lock; a write that does not get it within a second (five seconds in programs other than the supervisor) is lost, with
+// a log line that names the process that holds it. Reading never waits. Any thread.
 #pragma once
 
 #include <cstddef>
 #include <string>
 
-// Sets a value of the source with this index (0 or more). The empty text clears it.
+// Sets a value of the source with this index (0 or more). The empty text clears it. Values are stored printable: a
+// control character becomes a blank and a byte that is no UTF-8 becomes '?'.
 void status(int index, const std::string& key, const char* value);
 void status(int index, const std::string& key, int value);
 

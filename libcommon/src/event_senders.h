@@ -1,0 +1,24 @@
+// Sending from processes that don't own the event queue.
+#pragma once
+
+#include <libcommon/events.h>
+
+#include <cstddef>
+
+namespace local {
+
+// Puts one event into a queue without waiting. 0, or -1 with errno.
+int putEvent(int queue, const Event& event);
+
+// Reads one message of any length: its length, or -1 with errno. `flags` as for msgrcv().
+struct EventMessage {
+    long type;
+    Event event;
+    char more; // longer than an event, so that a message that is none can be told
+};
+std::ptrdiff_t takeMessage(int queue, EventMessage& message, int flags);
+
+// sendEvent() of any process but the owner. Safe in a signal handler.
+int sendAsOutsider(const Event& event);
+
+} // namespace local
