@@ -38,7 +38,8 @@ TEST(ShellCommand, RunsWithNoSignalBlocked) {
 
 TEST(ShellCommand, InterruptIsLetInWhileTheCommandRuns) {
     const sigset_t interrupt = only(SIGINT);
-    static volatile std::sig_atomic_t handled = 0;
+    static volatile std::sig_atomic_t handled;
+    handled = 0;
     std::signal(SIGINT, [](int) { handled = handled + 1; });
     sigprocmask(SIG_BLOCK, &interrupt, nullptr);
     EXPECT_EQ(runShellCommand("kill -INT $PPID; exit 3"), 3 << 8) << "a handler that returns changes nothing";
