@@ -59,7 +59,7 @@ find_package(Threads REQUIRED)
 find_package(PkgConfig REQUIRED)
 
 # ---- Tests and benchmarks. ------------------------------------------------------------------------------------
-set(HOUSE_TESTS AUTO CACHE STRING "Configure tests and benchmarks: ON, OFF, or AUTO (when their libraries are installed)")
+set(HOUSE_TESTS AUTO CACHE STRING "Configure tests and benchmarks: ON, OFF, AUTO (if their libraries exist)")
 set_property(CACHE HOUSE_TESTS PROPERTY STRINGS AUTO ON OFF)
 if(HOUSE_TESTS STREQUAL "AUTO")
     find_package(GTest QUIET)
@@ -117,8 +117,8 @@ function(house_library name)
 endfunction()
 
 # house_test(NAME sources... LINK libraries... [LABELS labels...] [TIMEOUT seconds] [STREAMS]): one GoogleTest program.
-# CTest runs each test in its own process, because most of the tested code keeps process-wide state. STREAMS: the program
-# plays live streams, which are late on an overloaded machine, so CTest counts each of its tests as two.
+# CTest runs each test in its own process, because most of the tested code keeps process-wide state. STREAMS: the
+# program plays live streams, which are late on an overloaded machine, so CTest counts each of its tests as two.
 function(house_test name)
     cmake_parse_arguments(ARG "STREAMS" "TIMEOUT" "LINK;LABELS" ${ARGN})
     if(NOT ARG_TIMEOUT)
