@@ -16,7 +16,7 @@
 namespace {
 
 constexpr const char* lockFile = "/run/decoder/skelmor.lock";
-constexpr int tries = 100;
+constexpr int tries = 300;
 constexpr timespec betweenTries{0, 20000000};
 
 // Makes the folders above the file that are missing.

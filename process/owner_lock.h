@@ -20,7 +20,7 @@ struct OwnerLock {
     std::string file;
 };
 
-// Takes the lock, making the run directory where it is missing. A lock that is held without a living owner (a
-// forked child that has not begun its program yet, a program that only tests the lock) is waited for, for at
-// most two seconds. Main thread, once.
+// Takes the lock, making the run directory where it is missing. When nobody alive owns a lock that is held (a forked
+// child that has not begun its program yet, or a sweep of leftovers, which takes up to five seconds), it waits for the
+// lock, at most six seconds. Main thread, once.
 OwnerLock takeOwnerLock();
