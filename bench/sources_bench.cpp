@@ -150,7 +150,8 @@ int main(int argc, char** argv) {
     setenv("APPLIANCE_ROOT", root.c_str(), 1);
     setenv("LIBCOMMON_LOG", (root + "/log").c_str(), 1);
     const int result = run(root, rounds, assertLimits ? &limits : nullptr);
-    libcommon::removeApplianceObjects();
+    libcommon::Sweep swept;
+    libcommon::sweep(swept);
     fs::remove_all(root);
     return result;
 }

@@ -1,10 +1,10 @@
 #include "player/children.h"
 
 #include "tests/fakes/fake_libcommon.h"
+#include "tests/support/system_log.h"
 
 #include <cerrno>
 #include <csignal>
-#include <cstdarg>
 #include <cstdio>
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
@@ -19,13 +19,7 @@ std::vector<std::string> systemLog;
 
 } // namespace
 
-// Replaces the C library's function, so that the test sees the line.
-extern "C" void syslog(int priority, const char* format, ...) {
-    char text[256];
-    va_list args;
-    va_start(args, format);
-    std::vsnprintf(text, sizeof text, format, args);
-    va_end(args);
+void systemLogLine(int priority, const std::string& text) {
     systemLog.push_back(std::to_string(priority) + " " + text);
 }
 

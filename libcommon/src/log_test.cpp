@@ -1,9 +1,9 @@
 #include <libcommon/log.h>
 
 #include "libcommon/src/appliance_fixture.h"
+#include "tests/support/system_log.h"
 
 #include <cerrno>
-#include <cstdarg>
 #include <cstdlib>
 #include <ctime>
 #include <fcntl.h>
@@ -26,13 +26,7 @@ std::string& systemLog() {
 
 } // namespace
 
-// Replaces the C library's: a test must not write to the system log.
-extern "C" void syslog(int priority, const char* format, ...) {
-    char text[10000];
-    va_list arguments;
-    va_start(arguments, format);
-    vsnprintf(text, sizeof text, format, arguments);
-    va_end(arguments);
+void systemLogLine(int priority, const std::string& text) {
     systemLog() += std::to_string(priority) + " " + text + "\n";
 }
 

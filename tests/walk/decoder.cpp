@@ -1,5 +1,7 @@
 #include "tests/walk/decoder.h"
 
+#include "tests/appliance/event_sender.h"
+
 #include "tests/walk/table.h"
 
 #include <algorithm>
@@ -114,8 +116,13 @@ void Decoder::send(int id, int value1, int value2, const std::string& text) {
     line.id = id;
     line.value1 = value1;
     line.value2 = value2;
+    // The library refuses to send what belongs to the supervisor; a stranger puts it into the queue without asking.
+    const bool foreign = id == EID_CHILD || id == EID_BUTTON || id == EID_TIMEOUT || id == EID_BARRIER;
+    const int queue = foreign ? appliance::eventQueue(appliance_) : -1;
     // It is refused while other senders are at work on a busy machine.
-    EXPECT_TRUE(appliance::eventually([&] { return sendEvent(&event) == 0; })) << std::strerror(errno);
+    EXPECT_TRUE(appliance::eventually(
+        [&] { return foreign ? appliance::sendRaw(queue, id, value1, value2) : sendEvent(&event) == 0; }))
+        << std::strerror(errno);
 }
 
 void Decoder::press(char state) {
