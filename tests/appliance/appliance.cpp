@@ -135,7 +135,7 @@ Encoder& Appliance::addEncoder(const std::string& name, const std::vector<std::s
 Encoder& Appliance::addHost(const std::string& name, const std::vector<std::string>& arguments,
                             const Keys& keys) {
     if (!isolate()) {
-        throw std::runtime_error("an encoder with the usual ports on a network that is not the test's own");
+        throw std::runtime_error("an encoder with the usual ports needs an isolated process");
     }
     const std::string host = "127.0.1." + std::to_string(sources_ + 1);
     return add(std::make_unique<Encoder>(name, sources_, arguments, encoderLog(), host), name, keys);

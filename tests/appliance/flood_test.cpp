@@ -1,4 +1,4 @@
-// SIGINT and a player's end are noticed while events keep coming, and a lost event queue is made anew.
+// SIGINT and a player's end are noticed while events keep coming, and a lost event queue is made again.
 #include "tests/appliance/appliance.h"
 #include "tests/appliance/event_sender.h"
 #include "tests/appliance/isolation.h"
@@ -23,7 +23,7 @@ constexpr int selectSource = 11;
 
 constexpr std::chrono::microseconds atOnce{1};
 
-// Generous for a loaded machine, and far less than any flood here lasts.
+// Long enough for a loaded machine, and much shorter than any flood here.
 constexpr Seconds soon{15};
 
 struct FloodTest : testing::Test {
@@ -120,7 +120,7 @@ TEST_F(FloodTest, OfForgedExitsDoesNotHideAPlayers) {
 
 // ---- The appliance's queue is gone.
 
-TEST(LostQueue, RemovedWhileItRunsIsMadeAnew) {
+TEST(LostQueue, RemovedWhileItRunsIsMadeAgain) {
     if (!appliance::isolate()) {
         GTEST_SKIP() << "no queues of its own to remove";
     }

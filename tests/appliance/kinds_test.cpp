@@ -1,7 +1,7 @@
 // Every kind of stream with real traffic: detected or configured, played by the right player, shown on the screen.
 //
-// A detection looks for RTSP on the usual port, so each encoder has a host of its own. Hosts and multicast need a
-// network namespace of the test's own.
+// A detection looks for RTSP on the usual port, so each encoder has its own host. Hosts and multicast need a
+// private network namespace.
 #include "tests/appliance/appliance.h"
 #include "tests/appliance/isolation.h"
 
@@ -164,8 +164,8 @@ INSTANTIATE_TEST_SUITE_P(Of, ConfiguredKind,
 
 class KindSwitch : public Kinds {
 protected:
-    // Selects the source and reads the screen until its picture moves. Every reading finds a picture of the old or
-    // the new source, and after the first one of the new source none of the old one.
+    // Selects the source and reads the screen until its picture moves. Every reading must find a picture of the
+    // old or the new source, and none of the old one after the first one of the new source.
     void switchTo(int source) {
         const std::int64_t blanked = decoder->screen().blankedAt();
         const std::uint64_t before = decoder->screen().newestInfo().number;

@@ -13,7 +13,7 @@
 
 namespace walk {
 
-// How late a reaction may be on a machine that does too much at once.
+// How late a reaction may be on an overloaded machine.
 inline constexpr Time lateness = 8 * second;
 
 enum Id {
@@ -101,7 +101,7 @@ struct Window {
     Time begin = 0;
     Time end = 0;
     std::vector<Event> events;
-    std::set<int> dropped; // identifiers of events that were put back in vain
+    std::set<int> dropped; // identifiers of events that the full queue refused to take back
     std::vector<std::string> texts;
     std::set<int> versions;         // of the settings that may have been read
     std::set<std::string> connects; // values of Decoder.Connected that the walk wrote meanwhile
@@ -117,7 +117,7 @@ public:
     // The machine after each transition that it can make in the window.
     std::vector<Machine> outcomes(Machine machine);
 
-    // With what its state does before it waits: texts, LED, blank screen.
+    // The machine after the effects that its state has before it waits: texts, LED, blank screen.
     Machine resting(Machine machine) const;
 
 private:
@@ -161,7 +161,7 @@ private:
                 const std::string& pendingEnded, const std::string& currentEnded);
     void awaitCurrentEnd(Machine machine, const std::string& next);
 
-    // Handlers, one a state.
+    // Handlers, one per state.
     void start(Machine machine);
     void connect(Machine machine);
     void connectWith(Machine machine, int version);

@@ -14,7 +14,7 @@ struct GstInput {
     std::string text; // a file's name, "/dev/..." or a URL
     int width;        // pictures are scaled to this size with their shape kept
     int height;
-    int fps;                 // the most pictures a second
+    int fps;                 // the most pictures per second
     std::optional<int> mark; // source number of a frame mark to be drawn; none: no mark
 };
 

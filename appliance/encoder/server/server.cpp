@@ -118,7 +118,7 @@ void Server::wake() const {
     [[maybe_unused]] const ssize_t written = write(wakeFd_, &one, sizeof one);
 }
 
-// Waits until the ports have changed, so that the fault is in effect when the caller goes on.
+// Waits until the ports have changed, so that the fault is in effect when the caller continues.
 void Server::refuseOrAccept(const FaultSet& faults) {
     std::unique_lock lock(mutex_);
     refusing_ = faults.has(Fault::Refuse);
@@ -261,6 +261,6 @@ void Server::stop() {
     acceptThread_.join();
     std::unique_lock lock(mutex_);
     for (const auto& connection : connections_)
-        connection->shutdown(); // the ones accepted since
+        connection->shutdown(); // those accepted in the meantime
     changed_.wait(lock, [this] { return threads_ == 0; });
 }

@@ -64,7 +64,7 @@ private:
     std::set<std::shared_ptr<Connection>> connections_;
     std::uint64_t nextNumber_ = 1;
     std::size_t threads_ = 0;
-    bool refusing_ = false;       // as the fault asks
-    bool refusalApplied_ = false; // as the ports are
+    bool refusing_ = false;       // the fault is active
+    bool refusalApplied_ = false; // the ports refuse connections
     bool stopping_ = false;
 };

@@ -204,7 +204,7 @@ TEST_F(MjpegPlayer, ScreenGetsTheModeOfThePlayer) {
     EXPECT_EQ(mark()->source, 7);
 }
 
-TEST_F(MjpegPlayer, SurvivesThatTheScreenIsResetOrBlanked) {
+TEST_F(MjpegPlayer, SurvivesAResetAndABlankScreen) {
     const Server server(pictureStream(7, 250));
     const pid_t pid = start(server);
     ASSERT_TRUE(supervisor_.letShow(pid));

@@ -58,7 +58,7 @@ bool startMpeg4(const PlayerOptions& options, const StreamSink& sink, EndSession
     if (!startGStreamer({"app"}))
         return false;
     streams::startHttp();
-    // Both live until the process ends: their threads do.
+    // Both are never destroyed, because their threads run until the process ends.
     auto* decoding = new Mpeg4Decoding(sink, options.verbose);
     auto* stream = new streams::RtspStream(rtspSourceOf(options), decoding->receiver());
     endSession = [stream] { stream->end(); };

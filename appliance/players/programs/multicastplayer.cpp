@@ -18,7 +18,7 @@
 namespace player {
 namespace {
 
-// Decodes what arrives. There is no description of the stream, so the first packet tells its encoding.
+// Decodes the packets. The stream has no description, so its encoding is taken from the first packet.
 class MulticastPictures {
 public:
     explicit MulticastPictures(const StreamSink& sink) : sink_(sink) {}

@@ -1,4 +1,4 @@
-// What the tests of the players share.
+// The fixture of the tests of the players.
 #pragma once
 
 #include "appliance/players/testing/fake_supervisor.h"
@@ -25,8 +25,8 @@ class PlayerTest : public testing::Test {
 protected:
     PlayerTest() : network_(ownNetwork()) {}
 
-    // Gives the process message queues and a network of its own, where the machine allows it. Once in a process,
-    // because threads of libraries stay in the network that they were started in. Returns "" or why not.
+    // Gives the process its own message queues and network where the machine allows it. Does so once per process,
+    // because threads of libraries stay in the network that they were started in. Returns "" or why it failed.
     static const std::string& ownNetwork() {
         static const std::string refused = (appliance::isolate(), enterNetworkNamespace());
         return refused;
