@@ -1,8 +1,8 @@
-// Measures the cost of a detection: the real detection and the real library, against a video-encoder at a given
-// distance.
+// Measures the cost of a detection: the real detection and the real library, against a video-encoder
+// at a given distance.
 //
-// The process has its own network namespace, so that the encoder has the ports that a detection expects: 80, 554 and
-// 443.
+// The process has its own network namespace, so that the encoder has the ports that a detection expects:
+// 80, 554 and 443.
 #pragma once
 
 #include <chrono>

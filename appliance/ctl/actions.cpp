@@ -149,10 +149,10 @@ std::string pressButton(bool hold) {
     const ssize_t written = fifo ? write(fd, hold ? "2" : "1", 1) : 0;
     close(fd);
     if (!fifo) {
-        throw Refused("the button " + file + " is not a FIFO: only a hand can press it");
+        throw Refused("the button " + file + " is not a FIFO, so only a person can press it");
     }
     if (written != 1) {
-        throw Refused("the button " + file + " took no press: " + std::strerror(errno));
+        throw Refused("the button " + file + " could not be pressed: " + std::strerror(errno));
     }
     return hold ? "button held" : "button pressed";
 }

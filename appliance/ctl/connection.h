@@ -23,6 +23,6 @@ inline constexpr double usualWait = 15; // seconds; a lock lasts ten
 // Refused when that takes longer than `wait` seconds. 0 does not wait.
 std::string setConnected(bool connected, double wait = usualWait);
 
-// Brings the whole configuration into force: disconnects, makes every encoder be asked again, connects. Does nothing
+// Brings the whole configuration into force: disconnects, asks every encoder again, connects. Does nothing
 // when the configuration has not changed since the last connect.
 std::string applyConfiguration();

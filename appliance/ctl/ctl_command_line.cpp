@@ -78,8 +78,7 @@ private:
         button->add_flag("--hold", request.hold, "Hold it instead: disconnects");
         add(Command::Sweep, "sweep",
             "Remove what dead decoders left behind: players, barriers, queues, semaphores, files; refused "
-            "while one "
-            "runs");
+            "while one runs");
     }
 
     void addWait(CLI::App* command) {

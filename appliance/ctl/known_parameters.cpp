@@ -52,7 +52,7 @@ struct ReadingWords {
     const char* effect;
 };
 
-// The reading that brings a new value into force comes first.
+// The first row that a parameter has decides when a new value is in force.
 constexpr std::array readingWords{
     ReadingWords{AtStart, "start", "when the supervisor starts next"},
     ReadingWords{AtConnect, "connect", "at the next connect"},

@@ -2,8 +2,7 @@
 //
 // A parameter file can hold any name. This table has the names that a program of the appliance reads. `set` and
 // `check` use it to find a mistyped name or value, because the supervisor silently treats an unknown value as "no"
-// or 0. It also says when a new value takes effect. docs/parameters.md has the same table; a test
-// compares the two.
+// or 0. It also says when a new value takes effect. docs/parameters.md has the same table; a test compares the two.
 #pragma once
 
 #include <span>

@@ -13,8 +13,8 @@ struct Finding {
     std::string remedy; // "" when the reason already says it
 };
 
-// All mistakes of the text of parameter file 0, in the order of its lines: what can't be read, is not known, has no
-// effect, is outside its range, or is missing.
+// All mistakes of the text of parameter file 0, in the order of its lines: lines and values that can't be read, are
+// unknown, have no effect, are outside their range, or are missing.
 std::vector<Finding> findMistakes(std::string_view text);
 
 // "FILE:LINE: reason; remedy", one per line, and a last line with the count.

@@ -25,8 +25,8 @@ namespace {
 
 constexpr std::size_t shownLogLines = 80;
 
-// How many appliances this test has now, and how many it has made. The last one to be destroyed looks for
-// leftovers.
+// How many appliances this test has now, and how many it has made. The last one to be destroyed
+// looks for leftovers.
 int alive = 0;
 std::size_t made = 0;
 constexpr const char* playerNames[] = {"mjpeg_player", "unicastplayer", "multicastplayer", "mpeg4player"};

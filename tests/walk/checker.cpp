@@ -195,7 +195,7 @@ void Checker::transition(const Line& line, std::size_t number) {
         if (late > lateness) {
             text << "; late by " << late / 1000 << " ms";
         }
-        text << (isArrow(line.from, line.to) ? "" : "; the table has no such arrow");
+        text << (isArrow(line.from, line.to) ? "" : "; the table does not have this arrow");
         fail(text.str(), number);
         lost_ = true;
         return;

@@ -212,7 +212,7 @@ const Doctoring doctorings[] = {
 
 } // namespace
 
-// One test, because each test runs in a process of its own and would walk again.
+// One test, because each test runs in its own process and would walk again.
 TEST(Checker, AcceptsTheHistoryOfAWalkAndRefusesItDoctored) {
     const History original = recorded();
     EXPECT_EQ(check(original).violations, std::vector<std::string>{});

@@ -104,7 +104,7 @@ struct Window {
     std::set<int> dropped; // identifiers of events that the full queue refused to take back
     std::vector<std::string> texts;
     std::set<int> versions;         // of the settings that may have been read
-    std::set<std::string> connects; // values of Decoder.Connected that the walk wrote meanwhile
+    std::set<std::string> connects; // values of Decoder.Connected that the walk wrote in the meantime
     std::set<std::string> videos;   // addresses of encoders that delivered video
     std::set<std::string> moves;    // "ADDRESS PRESET"
     bool interrupted = false;       // the event thread sent SIGUSR1

@@ -25,7 +25,7 @@ public:
     ~GstSource() override;
     int fps() const override { return input_.fps; }
 
-    // Why an input can never be opened (there is no such file), or "".
+    // Why an input can never be opened (for example, the file does not exist), or "".
     static std::string mistakeIn(const std::string& text);
 
 private:

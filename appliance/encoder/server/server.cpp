@@ -184,7 +184,7 @@ void Server::admit(const Door& door) {
     }
     auto connection = std::make_shared<Connection>(fd, door.role == PortRole::Https ? tls_.get() : nullptr);
     const std::lock_guard lock(mutex_);
-    // The control port has places of its own, so that it still answers when all other connections are taken.
+    // The control port has its own places, so that it still answers when all other connections are taken.
     const std::size_t places = static_cast<std::size_t>(device_.options.maxConnections) +
                                (door.role == PortRole::Control ? controlPlaces : 0);
     if (threads_ >= places) {

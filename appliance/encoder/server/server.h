@@ -28,7 +28,7 @@ public:
     // Opens the ports and begins to serve. Returns an error text, or "". Call it once.
     std::string start();
 
-    // The port number; 0 if there is no such port.
+    // The port number; 0 if the port does not exist.
     std::uint16_t port(PortRole role) const;
 
     // Ends every connection and waits for the threads. The destructor calls it too.

@@ -70,7 +70,7 @@ bool contains(std::string_view letters, char letter) {
 }
 
 // Hides the secrets in one argument. Returns true when the value of its last letter is the next argument;
-// `secret` then tells whether that has to be hidden.
+// `secret` is then set to whether that must be hidden.
 bool hideInside(char* argument, bool& secret) {
     for (char* letter = argument + 1; *letter != '\0'; ++letter) {
         if (!contains(player::lettersWithValue, *letter))

@@ -51,7 +51,7 @@ private:
     const StreamSink& sink_;
     const bool verbose_;
     std::unique_ptr<DecoderPipeline> decoder_;
-    RtpSound* sound_ = nullptr; // never destroyed: it has a thread of its own
+    RtpSound* sound_ = nullptr; // never destroyed: it has its own thread
 };
 
 bool startMpeg4(const PlayerOptions& options, const StreamSink& sink, EndSession& endSession) {

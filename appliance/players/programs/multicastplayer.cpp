@@ -53,7 +53,7 @@ void receiveSound(const PlayerOptions& options, const StreamSink& sink) {
     const int socket = streams::joinGroup(options.audioHost, options.audioPort);
     if (socket < 0)
         return;
-    RtpSound* sound = nullptr; // never destroyed: it has a thread of its own
+    RtpSound* sound = nullptr; // never destroyed: it has its own thread
     streams::receiveDatagrams(socket, [&](std::string_view packet) {
         const std::string caps = sound == nullptr ? streams::capsOfPacket(packet) : "";
         if (!caps.empty())

@@ -1,9 +1,9 @@
 // The player's side of the barriers.
 //
 // A separate thread announces the player and waits for the release, because a release must take effect at once,
-// whatever the rest of the player is doing. Barrier 0: the first picture is decoded. Barrier 1, first
-// time: ready to show; the release tells the player to take the screen over. Barrier 1, second time: asked to
-// leave, still showing; the release tells it to stop.
+// whatever the rest of the player is doing. Barrier 0: the first picture is decoded. Barrier 1, first time: ready to
+// show; the release tells the player to take the screen over. Barrier 1, second time: asked to leave, still showing;
+// the release tells it to stop.
 #pragma once
 
 #include <cstdint>

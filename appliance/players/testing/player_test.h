@@ -59,7 +59,7 @@ protected:
         return false;
     }
 
-    // A player's whole life: both barriers, a moving picture of that source, SIGHUP, the exit.
+    // A player from its start to its end: both barriers, a moving picture of that source, SIGHUP, the exit.
     void showsAndLeaves(pid_t pid, int source) {
         const std::int64_t begin = gettimeusec();
         ASSERT_TRUE(supervisor_.arrived(pid, 0)) << FakeSupervisor::log();
@@ -72,7 +72,7 @@ protected:
         EXPECT_EQ(supervisor_.end(pid), 0);
     }
 
-    const std::string network_; // why the process has no network of its own; "": it has one
+    const std::string network_; // why the process does not have its own network; "": it has one
     FakeSupervisor supervisor_;
     screen::FrameStore store_;
 };
