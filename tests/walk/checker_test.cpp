@@ -213,7 +213,7 @@ const Doctoring doctorings[] = {
 } // namespace
 
 // One test, because each test runs in its own process and would walk again.
-TEST(Checker, AcceptsTheHistoryOfAWalkAndRefusesItDoctored) {
+TEST(Checker, AcceptsTheHistoryOfAWalkAndRefusesDoctoredCopies) {
     const History original = recorded();
     EXPECT_EQ(check(original).violations, std::vector<std::string>{});
     for (const Doctoring& doctoring : doctorings) {

@@ -54,7 +54,7 @@ struct Look {
 
 enum class Kind {
     state,         // the log: a state transition; texts in from and to
-    added,         // the log: an event came into the internal queue
+    added,         // the log: an event entered the internal queue
     discarded,     // the log: an event found the queue full for its identifier
     pushed,        // the log: the state machine put an event back
     pushDropped,   // the log: the same, but the queue was full

@@ -1,6 +1,6 @@
 // The walk's model of the state machine: what it may do next, given what is known to have happened.
 //
-// The log tells which events came into the queue and in which order, but not the moment at which the machine
+// The log shows which events entered the queue and in which order, but not the moment at which the machine
 // looked. So the model keeps every machine that agrees with what was seen so far. A transition that none of
 // them can make is a violation. One Run tries one machine in one window: the time from the transition into its
 // state to the next transition.
@@ -35,7 +35,7 @@ struct Event {
     int value2 = 0;
     Time time = 0;
     int order = -1;      // place within the window; -1: it was there before
-    bool pushed = false; // put back in this window; its values are still to be filled in
+    bool pushed = false; // put back in this window; its values are filled in later
     bool operator==(const Event&) const = default;
 };
 

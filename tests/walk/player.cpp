@@ -1,8 +1,8 @@
-// The scripted player: it meets the supervisor at the barriers like a real player, but shows nothing, and ends
-// as its plan says.
+// The scripted player: it meets the supervisor at the barriers like a real player, but shows nothing and ends
+// as planned.
 //
 // A plan is one line of words in run/walk/plan below the appliance root. The next player that starts takes it.
-// "PLACE MILLISECONDS ACTION" for one place: "start", "announced0", "released0", "announced1", "playing",
+// "PLACE MILLISECONDS ACTION" plans one place: "start", "announced0", "released0", "announced1", "playing",
 // "hup" and "leave". ACTION is "go", "exit=N", "signal=N", "wrong" (announces barrier 5) or "twice" (announces again).
 // With the word "deaf" SIGINT is ignored. Every step goes to run/walk/players.log with its time and pid.
 #include <cerrno>

@@ -219,7 +219,7 @@ TEST_F(MjpegPlayer, SurvivesAResetAndABlankScreen) {
     EXPECT_TRUE(supervisor_.running(pid));
 }
 
-TEST_F(MjpegPlayer, WrongUseIsTwo) {
+TEST_F(MjpegPlayer, UsageErrorIsTwo) {
     EXPECT_EQ(supervisor_.end(supervisor_.start(PLAYER, {"-m", "secam", "127.0.0.1"})), 2);
     EXPECT_EQ(supervisor_.end(supervisor_.start(PLAYER, {})), 2);
 }
