@@ -68,18 +68,19 @@ void printComparison(const bench::Distribution& ours, double wait, const bench::
 
 void printHeading(const Options& options) {
     std::printf(
-        R"(One detection of a fresh encoder, medians of %d, milliseconds. The delay is %d ms in each direction, by
-made so by %s.
+        R"(One detection of a fresh encoder, medians of %d, milliseconds. The delay is %d ms in each direction, made by
+%s.
 A round trip is a new TCP connection ("conn") or a request with its answer ("exch"), counted on the wire;
 %s "needed" is round trips times %d ms, "ratio" is the delayed
-detection's time by it. What a stream's packets are waited for by design ("media") stands apart and counts
-only against ffprobe, which reads the same stream of the same encoder right after the detection.
+detection's time divided by it. The wait for a stream's packets is by design; it has its own column ("media")
+and counts only in the comparison with ffprobe, which reads the same stream of the same encoder right after
+the detection.
 
 )",
         options.repetitions, options.delay,
         bench::kernelDelays() ? "the kernel" : "relays; packets of streams and refusals come at once",
         bench::kernelDelays() ? "or a connection that is refused (\"ref\")."
-                              : "a connection that is refused (\"ref\") is none.",
+                              : "a connection that is refused (\"ref\") is not counted.",
         2 * options.delay);
     std::printf("%-16s %4s %4s %4s %5s | %6s %7s %7s | %6s %7s %6s %6s %7s %7s\n", "", "", "", "", "round",
                 "plain", "", "by", "", "", "", "", "", "by");
@@ -106,7 +107,7 @@ bool isWanted(const bench::StreamKind& kind, const Options& options) {
            std::find(options.kinds.begin(), options.kinds.end(), kind.name) != options.kinds.end();
 }
 
-// Every kind was found, and within the limit.
+// Whether every kind was found within the limit.
 bool measureAll(const Options& options) {
     bool good = true;
     int measured = 0;

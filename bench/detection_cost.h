@@ -1,8 +1,8 @@
-// Measures the cost of a detection: the real detection and the real library, against a video-encoder at a given
-// distance.
+// Measures the cost of a detection: the real detection and the real library, against a video-encoder
+// at a given distance.
 //
-// Everything happens in a network namespace of the process's own, so that the encoder has the ports that a
-// detection expects: 80, 554 and 443.
+// The process has its own network namespace, so that the encoder has the ports that a detection expects:
+// 80, 554 and 443.
 #pragma once
 
 #include <chrono>
@@ -31,7 +31,7 @@ enum class Way {
     Delayed, // with a delay in each direction
 };
 
-// Makes the network namespace and an appliance root for this process. To be called while it has one thread.
+// Makes the network namespace and an appliance root for this process. Call it while the process has one thread.
 // Returns "", or the reason of a failure.
 std::string enterBench();
 

@@ -3,7 +3,7 @@
 //
 // The gap is the time from the last frame of the old source to the first of the new one. The encoders here do not
 // send an extra key picture to a new client, so that the new player waits for its first picture as long as with any
-// camera. The old picture keeps moving meanwhile.
+// camera. The old picture keeps moving in the meantime.
 
 #include "bench/circuit.h"
 #include "bench/distribution.h"
@@ -91,7 +91,7 @@ void addEncoders(appliance::Appliance& decoder, const Options& options) {
     }
 }
 
-// The first selection of a source detects its encoder, which is not to be measured.
+// The first selection of a source detects its encoder, which must not be measured.
 bool detectAll(appliance::Appliance& decoder) {
     for (int source = 0; source < 2 * kindCount; ++source) {
         if (source > 0)
@@ -196,10 +196,10 @@ int main(int argc, char** argv) {
     Options options;
     CLI::App app{"Measures switches between all kinds of streams on the screen."};
     app.add_option("--rounds", options.rounds, "switches for each pair of kinds")->check(CLI::Range(1, 1000));
-    app.add_option("--codec", options.codec, "of RTSP: mpeg4 or h264")
+    app.add_option("--codec", options.codec, "codec of RTSP: mpeg4 or h264")
         ->check(CLI::IsMember({"mpeg4", "h264"}));
-    app.add_option("--width", options.width, "of the pictures");
-    app.add_option("--height", options.height, "of the pictures");
+    app.add_option("--width", options.width, "width of the pictures");
+    app.add_option("--height", options.height, "height of the pictures");
     app.add_flag("--each", options.each, "print each switch (sources 2 * kind and 2 * kind + 1)");
     app.add_flag("--assert", options.assertLimits, "exit 1 when a limit is passed");
     app.add_option("--median", options.medianLimit, "largest median gap, milliseconds");

@@ -1,7 +1,7 @@
 // What a select and a connect cost the supervisor with few sources and with thousands of them.
 //
 // The real source cache and the real library over a temporary appliance root; only the detection is replaced by
-// one that accepts every encoder at once. Times are processor times of this thread, the least of several rounds. A
+// one that accepts every encoder at once. Times are processor times of this thread, the smallest of several rounds. A
 // processor that runs two threads on one core still takes up to twice as long when the machine is busy: limits for a
 // test must allow for that.
 #include "detect/detection.h"
@@ -24,7 +24,7 @@
 #include <thread>
 #include <vector>
 
-// In place of the detection of the program.
+// Replaces the detection of the program.
 bool detectSource(SourceEntry& entry, int statusId) {
     entry.detectedOK = true;
     status(statusId, "VideoSourceType", videoSourceTypeString[TYPE_MJPEG]);

@@ -107,7 +107,7 @@ Results measure(const Options& options) {
         results.failed = options.switches;
         return results;
     }
-    // The first selection detects the second encoder, which is not to be measured.
+    // The first selection detects the second encoder, which must not be measured.
     bench::switchTo(decoder, 1);
     bench::switchTo(decoder, 0);
     measureSwitches(decoder, options, results);

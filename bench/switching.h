@@ -16,7 +16,7 @@ struct Switch {
     bool blanked = false; // the screen was black in between
 };
 
-// Connects this process to that appliance's event queue. To be called once, before any other call of libcommon.
+// Connects this process to that appliance's event queue. Call it once, before any other call of libcommon.
 void joinAppliance(const appliance::Appliance& decoder);
 
 // Selects `source` while another one shows, and measures the switch. Returns std::nullopt when the new source did

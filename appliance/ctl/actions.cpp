@@ -39,12 +39,12 @@ std::string sourceText(int index, const std::string& name) {
     return std::to_string(index) + ' ' + inQuotes(name);
 }
 
-// A decoder that is to play and does not is locked, or on its way to the first picture.
+// A decoder that should play but does not is locked or about to connect.
 bool isHeldBack() {
     return !isConnected() && ParamWrapper(0, false)["Decoder.Connected"] == "yes";
 }
 
-// Why the decoder will not show an alarm now, and what it does with it; "" when it shows it.
+// Why the decoder will not show an alarm now, and what it does with the alarm instead; "" when it shows the alarm.
 std::string alarmObstacle() {
     const ParamWrapper configuration(0, false);
     const bool manual = configuration["Decoder.SequenceMode"] == "manual";
@@ -144,15 +144,15 @@ std::string pressButton(bool hold) {
                                      : "the button " + file + " can't be pressed: " + std::strerror(errno));
     }
     struct stat info {};
-    // An ordinary file would read as pressed at every look.
+    // A regular file would always read as pressed.
     const bool fifo = fstat(fd, &info) == 0 && S_ISFIFO(info.st_mode);
     const ssize_t written = fifo ? write(fd, hold ? "2" : "1", 1) : 0;
     close(fd);
     if (!fifo) {
-        throw Refused("the button " + file + " is not a FIFO: only a hand can press it");
+        throw Refused("the button " + file + " is not a FIFO, so only a person can press it");
     }
     if (written != 1) {
-        throw Refused("the button " + file + " took no press: " + std::strerror(errno));
+        throw Refused("the button " + file + " could not be pressed: " + std::strerror(errno));
     }
     return hold ? "button held" : "button pressed";
 }

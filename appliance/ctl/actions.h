@@ -1,14 +1,14 @@
 // Events for the decoder, and its button.
 //
-// Each command returns the sentence to print, which says what the decoder will do, and throws Refused when it was
-// refused or failed.
+// Each command returns the sentence to print, which says what the decoder will do. It throws Refused when it
+// was refused or failed.
 #pragma once
 
 #include <libcommon/events.h>
 
 #include <string>
 
-// Sends an event with nothing but its identifier.
+// Sends an event that has only an identifier.
 void sendPlainEvent(EventId id);
 
 std::string selectSource(int index, const std::string& name);

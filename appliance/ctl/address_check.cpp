@@ -9,7 +9,7 @@ std::string libraryReason(std::string_view address) {
     return libcommon::whyNotAddress(std::string(address));
 }
 
-// The address without scheme, credentials and path; "" when that is no address either.
+// The address without scheme, credentials and path; "" when the rest is not an address either.
 std::string essence(std::string_view text) {
     if (const std::size_t scheme = text.find("://"); scheme != std::string_view::npos) {
         text.remove_prefix(scheme + 3);

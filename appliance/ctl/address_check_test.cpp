@@ -4,7 +4,7 @@
 
 namespace {
 
-TEST(AddressCheck, HostsWithAndWithoutPortAreTaken) {
+TEST(AddressCheck, HostsWithAndWithoutPortAreAccepted) {
     for (const char* address :
          {"camera", "10.0.0.7", "camera:8080", "10.0.0.7:1", "10.0.0.7:65535", "[fe80::1]:80", "fe80::1"}) {
         EXPECT_EQ(addressMistake(address), "") << address;

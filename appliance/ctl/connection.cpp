@@ -33,7 +33,7 @@ std::string secondsText(double seconds) {
     return text.str();
 }
 
-// Waits until the decoder is connected or not; false when the time is over.
+// Waits until isConnected() equals `connected`; false when the time is over.
 bool awaitConnected(bool connected, double wait) {
     const std::int64_t start = gettimeusec();
     while (isConnected() != connected) {
@@ -51,7 +51,7 @@ void announce(bool connected) {
     sendPlainEvent(EID_CONNECTPROPERTYCHANGED);
 }
 
-// Sources that the decoder can show by itself in the configured mode.
+// Whether there is a source that the decoder can show by itself in the configured mode.
 bool hasUsableSource() {
     const char* key =
         ParamWrapper(0, false)["Decoder.SequenceMode"] == "manual" ? "ManualEnabled" : "AutoEnabled";

@@ -5,10 +5,10 @@
 
 #include <string>
 
-// Throws Refused when no supervisor runs under this appliance root, or this user may not know.
+// Throws Refused when no supervisor runs under this appliance root, or when this user may not find out.
 void requireRunningAppliance();
 
-// Throws Refused when the parameter file is there and this user may not read it: its values would look missing.
+// Throws Refused when the parameter file exists but this user may not read it: its values would look missing.
 void requireReadableConfiguration();
 
 // "on this machine" or "under ROOT".
@@ -19,10 +19,10 @@ bool isConnected();
 
 inline constexpr double usualWait = 15; // seconds; a lock lasts ten
 
-// Writes "Decoder.Connected", announces it and waits until the decoder has obeyed; Refused when it has not within
-// `wait` seconds. 0 does not wait.
+// Writes "Decoder.Connected", announces it and waits until the decoder has connected or disconnected. Throws
+// Refused when that takes longer than `wait` seconds. 0 does not wait.
 std::string setConnected(bool connected, double wait = usualWait);
 
-// Brings the whole configuration into force: disconnects, has every encoder asked again, connects. Does nothing when
-// the configuration has not changed since the last connect.
+// Brings the whole configuration into force: disconnects, asks every encoder again, connects. Does nothing
+// when the configuration has not changed since the last connect.
 std::string applyConfiguration();

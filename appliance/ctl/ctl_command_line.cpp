@@ -41,8 +41,8 @@ private:
     void addReports() {
         add(Command::Status, "status", "What the decoder does now: mode, source, picture, texts, LED");
         CLI::App* sources = add(Command::Sources, "sources",
-                                "The configured sources, one a line; the one that shows has an asterisk");
-        sources->add_flag("--names", request.names, "Print the names alone");
+                                "The configured sources, one per line; the current one has an asterisk");
+        sources->add_flag("--names", request.names, "Print only the names");
         CLI::App* source =
             add(Command::Source, "source", "Everything known about one source, as Key=value lines");
         source->add_option("N", request.source, sourceHelp)->required();
@@ -77,14 +77,14 @@ private:
         CLI::App* button = add(Command::Button, "button", "Press the video-select button");
         button->add_flag("--hold", request.hold, "Hold it instead: disconnects");
         add(Command::Sweep, "sweep",
-            "Remove what dead decoders left: players, barriers, queues, semaphores, files; refused while one "
-            "runs");
+            "Remove what dead decoders left behind: players, barriers, queues, semaphores, files; refused "
+            "while one runs");
     }
 
     void addWait(CLI::App* command) {
         command
             ->add_option("--wait", request.wait,
-                         "Wait this long until it has happened (default 15; 0: not at all)")
+                         "Wait up to S seconds until it has happened (default 15; 0: do not wait)")
             ->check(CLI::Range(0.0, 86400.0))
             ->type_name("S");
     }
@@ -92,7 +92,7 @@ private:
     void addParameters() {
         CLI::App* parameters = add(Command::Parameters, "parameters",
                                    "All parameters: what each takes, and when a new value is in force");
-        parameters->add_flag("--names", request.names, "Print the names alone");
+        parameters->add_flag("--names", request.names, "Print only the names");
         parameters->add_option("--values", request.name, "Print the words that this parameter takes")
             ->type_name("NAME");
         CLI::App* get = add(Command::Get, "get", "Print a parameter's value");

@@ -37,7 +37,7 @@ struct Request {
     std::string value;  // set; "-": a line of standard input
     std::string text;   // alarm
     std::string file;   // snapshot, check; "" when it is not given
-    bool names = false; // sources, parameters: the names alone
+    bool names = false; // sources, parameters: only the names
     bool hold = false;  // button
     bool force = false; // set
     double seconds = 0; // watch; 0: until it is interrupted
@@ -46,6 +46,7 @@ struct Request {
 
 inline constexpr int usageStatus = 2;
 
-// The request; or, after help (0) or a usage error (2), the exit status. Help goes to `out`, usage errors to `errors`.
+// Returns the request, or the exit status after help (0) or a usage error (2). Help goes to `out`, usage
+// errors to `errors`.
 std::variant<Request, int> parseCommandLine(int argc, const char* const* argv, std::ostream& out,
                                             std::ostream& errors);

@@ -88,7 +88,7 @@ TEST(CommandLine, HelpIsPrintedAndSucceeds) {
     EXPECT_THAT(ofOne.out, HasSubstr("its number, its name, or the beginning of its name"));
 }
 
-TEST(CommandLine, JsonIsTakenBeforeAndAfterTheCommand) {
+TEST(CommandLine, JsonIsAcceptedBeforeAndAfterTheCommand) {
     EXPECT_TRUE(parse({"--json", "status"}).request().json);
     EXPECT_TRUE(parse({"status", "--json"}).request().json);
     EXPECT_FALSE(parse({"status"}).request().json);

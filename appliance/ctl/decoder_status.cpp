@@ -18,7 +18,7 @@ namespace {
 
 constexpr int statusLedNumber = 2;
 
-// -1 for a missing value as well: 0 would name the first source.
+// A missing value also gives -1, because 0 is the first source.
 int sourceIndexOf(const std::string& text) {
     int index = -1;
     std::from_chars(text.data(), text.data() + text.size(), index);

@@ -27,7 +27,7 @@ struct DecoderStatus {
     std::optional<Picture> picture; // the newest frame; none before the first
 };
 
-// Reads it all. Values come from several files, so they may be from before and after a change.
+// Reads the whole record. Values come from several files, so they may be from before and after a change.
 DecoderStatus readDecoderStatus();
 
 // Several lines, for people.

@@ -4,7 +4,7 @@
 #include <string>
 #include <string_view>
 
-// Whether the code tells of an error: neither empty nor 0.
+// Whether the code means an error: it is neither empty nor 0.
 bool isError(std::string_view code);
 
 // "no connection to the encoder"; "" for no error.

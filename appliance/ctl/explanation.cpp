@@ -12,7 +12,7 @@ namespace {
 
 constexpr int timeWidth = 9;
 
-// Removes a number and the blank behind it from the beginning of `line`.
+// Removes a number and the blank after it from the beginning of `line`.
 bool takeNumber(std::string_view& line, double& number) {
     const auto [end, error] = std::from_chars(line.data(), line.data() + line.size(), number);
     if (error != std::errc() || end == line.data() + line.size() || *end != ' ') {

@@ -16,12 +16,12 @@ struct SourceDifference {
 };
 
 struct InForce {
-    bool known = false;       // false: the decoder is not connected, or its library does not say
+    bool known = false;       // false: the decoder is not connected, or its library does not publish it
     bool unchanged = true;    // the configuration file has not been written since the connect
     std::string sequenceMode; // "auto" or "manual"
     std::vector<SourceParams> sources;
 
-    // What to say of the configured source with this index. Nothing differs when nothing is known.
+    // How the configured source with this index differs. Without `known` nothing differs.
     SourceDifference difference(std::size_t index, const SourceParams& configured) const;
 };
 

@@ -52,7 +52,7 @@ struct ReadingWords {
     const char* effect;
 };
 
-// The reading that brings a new value into force comes first.
+// The first row that a parameter has decides when a new value is in force.
 constexpr std::array readingWords{
     ReadingWords{AtStart, "start", "when the supervisor starts next"},
     ReadingWords{AtConnect, "connect", "at the next connect"},
@@ -172,7 +172,7 @@ std::string effectText(const KnownParameter& parameter) {
 
 std::string nearestParameter(std::string_view name) {
     std::vector<std::string> names;
-    // A source's section has any name: only the key is compared.
+    // A source's section can have any name, so only the key is compared.
     const bool ofSource = beginsWith(name, sourceGroup);
     const std::string_view section = ofSource ? name.substr(0, name.rfind('.') + 1) : "";
     for (const KnownParameter& parameter : ofSource ? sourceParameters() : decoderParameters()) {

@@ -1,9 +1,8 @@
 // The parameters that this decoder knows: the values that each takes, and when it is read.
 //
 // A parameter file can hold any name. This table has the names that a program of the appliance reads. `set` and
-// `check` use it to find a mistyped name or value, because the supervisor silently takes a value that it does not
-// know for "no" or 0. It also says when a new value takes effect. docs/parameters.md has the same table; a test
-// compares the two.
+// `check` use it to find a mistyped name or value, because the supervisor silently treats an unknown value as "no"
+// or 0. It also says when a new value takes effect. docs/parameters.md has the same table; a test compares the two.
 #pragma once
 
 #include <span>
@@ -46,7 +45,7 @@ std::span<const KnownParameter> decoderParameters();
 // Keys of a source's section [Encoder.NAME] (file 0).
 std::span<const KnownParameter> sourceParameters();
 
-// What the supervisor says about itself (file 1). Nobody reads these to act on them.
+// Values that the supervisor publishes about itself (file 1). No program acts on them.
 std::span<const KnownParameter> infoParameters();
 
 // The section prefix of a source, "Encoder.".
@@ -70,7 +69,7 @@ std::vector<std::string> valueWords(const KnownParameter& parameter);
 // What the parameter takes: "yes or no", "a number from 0 to 600", "host or host:port".
 std::string takenText(const KnownParameter& parameter);
 
-// When it is read, as docs/parameters.md has it: "connect, detection".
+// When it is read, in the words of docs/parameters.md: "connect, detection".
 std::string readingsText(const KnownParameter& parameter);
 
 // When a new value takes effect: "now", "at the next connect".

@@ -27,7 +27,7 @@
 
 namespace {
 
-// Answers of commands that do something: a sentence, or {"done": sentence}.
+// Prints the answer of a command that does something: a sentence, or {"done": sentence}.
 void answer(const Request& request, const std::string& sentence) {
     if (request.json) {
         std::cout << jsonLine({{"done", sentence}}) << '\n';
@@ -117,7 +117,7 @@ void writeParameter(const Request& request) {
     answer(request, setParameter(request.name, value, request.force));
 }
 
-// The exit status: 1 with mistakes.
+// Returns the exit status: 1 when there are mistakes.
 int checkParameters(const Request& request) {
     const std::string file = request.file.empty() ? configurationFile() : request.file;
     const std::vector<Finding> findings = findMistakes(readParameterText(file));
@@ -154,7 +154,7 @@ void runCommand(const Request& request) {
     case Command::Apply:
         return answer(request, applyConfiguration());
     case Command::Check:
-        return; // has an exit status of its own
+        return; // it has its own exit status
     case Command::Select:
         return sendSelect(request);
     case Command::Alarm:
@@ -180,7 +180,7 @@ void runCommand(const Request& request) {
     }
 }
 
-// The exit status.
+// Returns the exit status.
 int run(const Request& request) {
     if (request.command == Command::Check) {
         return checkParameters(request);
@@ -200,7 +200,7 @@ int main(int argc, char** argv) {
     if (!request.root.empty()) {
         setenv("APPLIANCE_ROOT", request.root.c_str(), 1);
     }
-    // The person at the terminal reads why something failed in the library.
+    // The user sees at the terminal why a call of the library failed.
     setenv("LIBCOMMON_LOG", "stderr", 0);
     int status = 0;
     try {

@@ -12,7 +12,7 @@ char lower(char c) {
     return c >= 'A' && c <= 'Z' ? static_cast<char>(c - 'A' + 'a') : c;
 }
 
-// Letters to insert, delete, replace or swap with the next one, row by row.
+// The number of letters to insert, delete, replace or swap with the next one, computed row by row.
 std::size_t corrections(std::string_view a, std::string_view b) {
     std::vector<std::size_t> beforeLast(b.size() + 1);
     std::vector<std::size_t> last(b.size() + 1);

@@ -5,6 +5,6 @@
 #include <string>
 #include <string_view>
 
-// The one of `names` that needs the fewest typed corrections to become `name`, letter case aside; "" when each needs
-// more than a third of its length.
+// The one of `names` that needs the fewest corrections to become `name`, ignoring case; "" when each of them needs more
+// corrections than a third of its length.
 std::string nearestName(std::string_view name, std::span<const std::string> names);

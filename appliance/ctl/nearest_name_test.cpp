@@ -14,7 +14,7 @@ TEST(NearestName, OneOrTwoMistypedLettersFindTheName) {
     EXPECT_EQ(nearestName("DipslayTime", names), "DisplayTime");
 }
 
-TEST(NearestName, SomethingElseFindsNothing) {
+TEST(NearestName, UnrelatedNameFindsNothing) {
     EXPECT_EQ(nearestName("Colour", names), "");
     EXPECT_EQ(nearestName("", names), "");
     EXPECT_EQ(nearestName("Address", {}), "");

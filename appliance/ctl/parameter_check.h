@@ -8,16 +8,16 @@
 #include <vector>
 
 struct Finding {
-    std::size_t line = 0; // from 1; 0: of the file as a whole
+    std::size_t line = 0; // from 1; 0: the finding is about the whole file
     std::string reason;
-    std::string remedy; // "" when the reason says it
+    std::string remedy; // "" when the reason already says it
 };
 
-// All mistakes of the text of parameter file 0, in the order of its lines: what can't be read, is not known, has no
-// effect, is outside its range, or is missing.
+// All mistakes of the text of parameter file 0, in the order of its lines: lines and values that can't be read, are
+// unknown, have no effect, are outside their range, or are missing.
 std::vector<Finding> findMistakes(std::string_view text);
 
-// "FILE:LINE: reason; remedy", one a line, and a last line with the count.
+// "FILE:LINE: reason; remedy", one per line, and a last line with the count.
 std::string findingsText(const std::string& file, const std::vector<Finding>& findings);
 nlohmann::json findingsJson(const std::string& file, const std::vector<Finding>& findings);
 

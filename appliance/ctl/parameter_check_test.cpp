@@ -24,7 +24,7 @@ const std::string good = "[Decoder]\n"
                          "PTZ =\n"
                          "# the end\n";
 
-// Below `good`, so that the added text begins in line 13.
+// The findings when `added` follows `good`; it begins in line 13.
 std::string mistakes(const std::string& added) {
     return findingsText("f", findMistakes(good + added));
 }
@@ -108,7 +108,7 @@ TEST(ParameterCheck, LinesBelowASectionLineThatCantBeReadAreNamed) {
                        HasSubstr("f:14: the line can't be read and is skipped: it is below a section line")));
 }
 
-TEST(ParameterCheck, WhatTheDecoderNeedsIsMissed) {
+TEST(ParameterCheck, MissingRequiredParametersAreReported) {
     const std::string all = findingsText("f", findMistakes(""));
     EXPECT_THAT(all,
                 HasSubstr("f: Decoder.SequenceMode is missing; add \"SequenceMode = auto\" to [Decoder]\n"));

@@ -18,7 +18,7 @@
 namespace {
 
 constexpr std::string_view connectedName = "Decoder.Connected";
-constexpr const char* byForce = " (--force writes it all the same)";
+constexpr const char* byForce = " (--force writes it anyway)";
 
 std::string unknownName(const std::string& name) {
     const std::string nearest = nearestParameter(name);

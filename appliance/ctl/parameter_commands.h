@@ -10,7 +10,7 @@
 // The value of a parameter; Refused when it is not set.
 std::string getParameter(const std::string& name);
 
-// Writes it and says when the value takes effect. Unknown names, unknown values and values of the supervisor's own
+// Writes it and says when the value takes effect. Unknown names, unknown values and the supervisor's own values
 // are written only with `force`. "Decoder.Connected" is announced to the decoder.
 std::string setParameter(const std::string& name, const std::string& value, bool force);
 

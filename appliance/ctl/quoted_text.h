@@ -1,4 +1,4 @@
-// Texts from outside in a sentence.
+// Quotes texts from outside, so that a sentence can contain them.
 #pragma once
 
 #include <string>

@@ -7,7 +7,7 @@
 
 namespace {
 
-TEST(QuotedText, PlainTextStays) {
+TEST(QuotedText, PlainTextIsUnchanged) {
     EXPECT_EQ(inQuotes("T\xc3\xbcr \xf0\x9f\x8e\xa5 \\n"), "\"T\xc3\xbcr \xf0\x9f\x8e\xa5 \\n\"");
     EXPECT_EQ(inQuotes(""), "\"\"");
 }

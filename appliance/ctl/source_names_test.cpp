@@ -26,7 +26,7 @@ TEST(SourceNames, NumberIsAnIndex) {
     EXPECT_EQ(resolveSource("4", house), 4);
 }
 
-TEST(SourceNames, NumberThatIsNoIndexMayBeAName) {
+TEST(SourceNames, NumberThatIsNotAnIndexMayBeAName) {
     EXPECT_EQ(resolveSource("7", house), 3);
 }
 
@@ -43,16 +43,16 @@ TEST(SourceNames, WholeNameWinsOverLongerOnes) {
     EXPECT_EQ(resolveSource("Front", {"Front door", "Front"}), 1);
 }
 
-TEST(SourceNames, AmbiguousBeginningNamesWhatFits) {
+TEST(SourceNames, AmbiguousBeginningListsTheMatches) {
     EXPECT_THAT(refusalOf("front", house), AllOf(HasSubstr("fits more than one source"),
                                                  HasSubstr("0 \"Front door\", 1 \"Front yard\"")));
 }
 
-TEST(SourceNames, TwoSourcesOfOneNameAreAmbiguous) {
+TEST(SourceNames, TwoSourcesWithOneNameAreAmbiguous) {
     EXPECT_THAT(refusalOf("Garage", house), HasSubstr("2 \"Garage\", 4 \"garage\""));
 }
 
-TEST(SourceNames, UnknownNamesWhatThereIs) {
+TEST(SourceNames, UnknownNameListsTheSources) {
     EXPECT_THAT(refusalOf("cellar", {"Front door", "Garage"}),
                 HasSubstr("there is no source \"cellar\"; there are 0 \"Front door\", 1 \"Garage\""));
     EXPECT_THAT(refusalOf("5", {"Front door"}), HasSubstr("there is no source \"5\"; there is 0"));

@@ -54,7 +54,7 @@ std::string condition(const SourceReport& source) {
     return libcommon::printable(type) + (mode.empty() ? "" : ", " + libcommon::printable(mode));
 }
 
-// Behind the condition of a source that the decoder does not use as it is configured.
+// The text behind the condition of a source whose configuration is not in force yet.
 std::string notInForce(const SourceReport& source) {
     return source.difference.inForce()
                ? ""

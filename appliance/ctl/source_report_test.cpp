@@ -62,7 +62,7 @@ TEST(SourceReport, SourceThatIsNotInForceIsMarked) {
     EXPECT_EQ(sourceJson(changed)["changed"], nlohmann::json({"Name", "DisplayTime"}));
 }
 
-TEST(SourceReport, WhatAnEncoderSaysIsMadePrintable) {
+TEST(SourceReport, TextsOfAnEncoderAreMadePrintable) {
     SourceReport hostile = frontDoor();
     hostile.status.emplace_back("Model", "X\x1b]0;owned\x07\xff\n\rName=Y");
     hostile.name = "\x1b[2J";

@@ -1,4 +1,4 @@
-// Removing what dead processes of this appliance left.
+// Removing what dead processes of this appliance left behind.
 #pragma once
 
 #include <string>

@@ -20,7 +20,7 @@ bool hasControlCharacter(std::string_view value) {
                                [](char c) { return static_cast<unsigned char>(c) < ' ' || c == '\x7f'; });
 }
 
-// The value without what looks like a comment behind it.
+// The value without text behind it that looks like a comment.
 std::string_view withoutComment(std::string_view value) {
     const std::size_t sign = std::min(value.find(" #"), value.find(" ;"));
     return sign == std::string_view::npos ? value : value.substr(0, sign);

@@ -12,5 +12,5 @@ struct Mistake {
     std::string remedy; // write "yes"; "" when there is nothing to add
 };
 
-// Nothing when the parameter takes the value. The empty value, which clears a parameter, is always taken.
+// Nothing when the parameter takes the value. The empty value, which clears a parameter, is always accepted.
 std::optional<Mistake> valueMistake(const KnownParameter& parameter, std::string_view value);

@@ -11,11 +11,11 @@
 struct Change {
     std::string what; // "connected", "mode", "source", "text 0", "LED", "picture"
     std::string text; // as it is now, in words; "" for nothing
-    std::string key;  // the same for programs: "text" for each of the lines
+    std::string key;  // `what` for programs: "text" for every line
     nlohmann::json value;
 };
 
-// Every value that differs. Frames are not among them: FrameRate has them.
+// Every value that differs. Frames are left out: FrameRate handles them.
 std::vector<Change> changesBetween(const DecoderStatus& before, const DecoderStatus& now);
 
 // All values, as the first lines of a watch.
@@ -39,5 +39,5 @@ private:
     double announced_ = -1;
 };
 
-// Prints changes until `seconds` are over (0: no end) or SIGINT or SIGTERM comes.
+// Prints changes for so many seconds (0: without an end), or until SIGINT or SIGTERM arrives.
 void watchDecoder(double seconds, bool json, std::ostream& out);

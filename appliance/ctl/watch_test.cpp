@@ -106,7 +106,7 @@ TEST(Watch, RateIsAnnouncedAfterASecondAndThenOnlyWhenItChanges) {
     EXPECT_DOUBLE_EQ(rate.value(), 0);
 }
 
-TEST(Watch, NewFrameStoreStartsTheCountAfresh) {
+TEST(Watch, NewFrameStoreRestartsTheCount) {
     FrameRate rate;
     rate.add(1000, 0);
     EXPECT_FALSE(rate.add(5, 2 * second));
@@ -130,7 +130,7 @@ TEST(Status, TextNamesSourceModeAndTexts) {
     EXPECT_THAT(text, HasSubstr("status LED  off\n"));
 }
 
-TEST(Status, ModeInForceAndConfiguredModeAreToldApart) {
+TEST(Status, ModeInForceAndConfiguredModeAreBothShown) {
     DecoderStatus status = playing();
     EXPECT_EQ(modeText(status), "auto");
     status.configuredMode = "manual";
@@ -141,7 +141,7 @@ TEST(Status, ModeInForceAndConfiguredModeAreToldApart) {
     EXPECT_EQ(modeText(status), "nothing is configured, which is no mode: the decoder keeps the mode before");
 }
 
-TEST(Status, ConfigurationThatIsNotInForceIsTold) {
+TEST(Status, ConfigurationThatIsNotInForceIsReported) {
     DecoderStatus status = playing();
     EXPECT_THAT(statusText(status), testing::Not(HasSubstr("configured")));
     status.unread = true;
@@ -153,7 +153,7 @@ TEST(Status, ConfigurationThatIsNotInForceIsTold) {
     EXPECT_EQ(statusJson(status)["configurationChanged"], true);
 }
 
-TEST(Status, DecoderThatIsToPlayAndDoesNotIsLocked) {
+TEST(Status, DecoderThatShouldPlayButDoesNotIsLocked) {
     DecoderStatus status = playing();
     status.connected = false;
     EXPECT_THAT(statusText(status), HasSubstr("connected   no, locked or about to connect\n"));
@@ -168,7 +168,7 @@ TEST(Status, TextOfADecoderThatShowsNothing) {
     EXPECT_THAT(text, HasSubstr("picture     none yet\n"));
 }
 
-TEST(Status, JsonHasWhatProgramsAsk) {
+TEST(Status, JsonHasTheValuesThatProgramsNeed) {
     const nlohmann::json json = statusJson(playing());
     EXPECT_EQ(json["connected"], true);
     EXPECT_EQ(json["mode"], "auto");

@@ -16,7 +16,7 @@ public:
     ByteStream(const ByteStream&) = delete;
     ByteStream& operator=(const ByteStream&) = delete;
 
-    // Connects within that time (0: libcurl's own limit). "" or the reason of the failure, for the log.
+    // Connects within that time (0: libcurl's own limit). Returns "" or the reason of the failure, for the log.
     std::string open(const std::string& host, std::uint16_t port, bool tls, int timeoutMs);
 
     // Sends all bytes within 5 seconds. False when the connection broke or the time is over.

@@ -8,12 +8,12 @@
 
 namespace streams {
 
-// Opens a socket that receives what is sent to the group and port. For a host that is not a multicast group it
-// receives what is sent to this machine. -1 with errno and a log line on failure.
+// Opens a socket that receives the datagrams to the group and port, or, for a host that is not a multicast group, those
+// to this machine. Returns -1 with errno and a log line on failure.
 int joinGroup(const std::string& group, std::uint16_t port);
 
-// A pair of sockets for RTP and RTCP, on that port and the next one. Port 0: on any even port. -1 with errno
-// and a log line on failure.
+// A pair of sockets for RTP and RTCP, on that port and the next one. Port 0: on any even port. The
+// sockets are -1, with errno and a log line, on failure.
 struct SocketPair {
     int data = -1;
     int control = -1;

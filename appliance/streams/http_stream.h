@@ -2,8 +2,8 @@
 //
 // Credentials answer Basic and Digest challenges. Certificates are verified as everywhere in the appliance:
 // "Network.TLS.Verify" = no in parameter file 0 turns that off, "Network.TLS.CAFile" names the trusted
-// authorities. A response header may have 64 KiB, the body of a refusal 16 KiB. Redirections are not followed
-// and proxies are not used.
+// authorities. The limit is 64 KiB for a response header and 16 KiB for the body of a refusal. Redirections are
+// not followed and proxies are not used.
 #pragma once
 
 #include <cstddef>

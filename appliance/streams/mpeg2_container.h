@@ -8,8 +8,8 @@ namespace streams {
 
 enum class Mpeg2Container { transport, program, elementary };
 
-// The number of bytes that containerOf() needs to tell the container; with fewer it may take a transport stream for
-// an elementary one.
+// The number of bytes that containerOf() needs to recognise the container; with fewer it may mistake a transport stream
+// for an elementary one.
 inline constexpr std::size_t containerBytes = 3 * 188;
 
 // The container of a stream with these first bytes.

@@ -17,7 +17,7 @@ std::string transportPackets(int count) {
     return bytes;
 }
 
-TEST(Mpeg2Container, EachIsToldByItsFirstBytes) {
+TEST(Mpeg2Container, EachIsRecognisedByItsFirstBytes) {
     EXPECT_EQ(containerOf(transportPackets(3)), Mpeg2Container::transport);
     EXPECT_EQ(containerOf(packHeader + "x" + sequenceHeader), Mpeg2Container::program);
     EXPECT_EQ(containerOf(sequenceHeader + "x"), Mpeg2Container::elementary);

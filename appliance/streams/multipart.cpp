@@ -83,7 +83,7 @@ void MultipartReader::drop(std::size_t count) {
 
 bool MultipartReader::findBoundary() {
     if (boundary_.empty()) {
-        // Not in the content type: the first line that begins with two dashes is the boundary.
+        // The content type has no boundary: the first line that begins with two dashes is the boundary.
         const std::size_t dashes = buffer_.starts_with("--") ? 0 : buffer_.find("\n--");
         const std::size_t start = dashes == npos ? npos : buffer_.find("--", dashes);
         const std::size_t end = start == npos ? npos : buffer_.find_first_of("\r\n", start);

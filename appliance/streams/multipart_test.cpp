@@ -52,7 +52,7 @@ TEST(MultipartReader, PartsWithoutALengthEndAtTheBoundary) {
         EXPECT_THAT(partsOf(announced, body, piece), ElementsAre("one", "two")) << piece;
 }
 
-TEST(MultipartReader, BareNewlinesDo) {
+TEST(MultipartReader, BareNewlinesAreAccepted) {
     EXPECT_THAT(partsOf(announced, "--next\nContent-Length: 3\n\none\n--next\nContent-Length: 3\n\ntwo"),
                 ElementsAre("one", "two"));
 }
@@ -66,7 +66,7 @@ TEST(MultipartReader, BoundaryIsFoundInEveryForm) {
         EXPECT_THAT(partsOf(type, body), ElementsAre("one")) << type;
 }
 
-TEST(MultipartReader, WhatStandsBeforeTheFirstBoundaryIsSkipped) {
+TEST(MultipartReader, TextBeforeTheFirstBoundaryIsSkipped) {
     EXPECT_THAT(partsOf(announced,
                         "hello\r\n\r\n" + std::string(100'000, 'x') + "\r\n--next\r\n" + partOf("one"), 999),
                 ElementsAre("one"));
@@ -98,23 +98,23 @@ TEST(MultipartReader, TooLongPartsAndHeadersAreSkipped) {
                 ElementsAre("two"));
 }
 
-TEST(MultipartReader, PartWithoutAnyHeaderIsTaken) {
+TEST(MultipartReader, PartWithoutAnyHeaderIsAccepted) {
     EXPECT_THAT(partsOf(announced, "--next\r\n\r\none\r\n--next\n\ntwo\n--next\r\n"),
                 ElementsAre("one", "two"));
     EXPECT_THAT(partsOf(announced, "--next\r\n\r\none\r\n--next\n\ntwo\n--next\r\n", 1),
                 ElementsAre("one", "two"));
 }
 
-TEST(MultipartReader, PartLengthAtTheLimitIsTaken) {
+TEST(MultipartReader, PartLengthAtTheLimitIsAccepted) {
     const std::string large(MultipartReader::partLimit, 'x');
     EXPECT_THAT(partsOf(announced, "--next\r\n" + partOf(large)), ElementsAre(large));
 }
 
-TEST(MultipartReader, BoundaryLineWithoutAnEndIsNoPart) {
+TEST(MultipartReader, BoundaryLineWithoutAnEndIsNotAPart) {
     EXPECT_THAT(partsOf(announced, "--next" + std::string(100'000, '-'), 1000), IsEmpty());
 }
 
-TEST(MultipartReader, AnyNoiseIsTakenWithoutHarm) {
+TEST(MultipartReader, NoiseDoesNoHarm) {
     std::mt19937 random(7);
     const std::string alphabet("--next\r\n\r\n:Content-Length: 12\r\n\0\xff", 34);
     for (int round = 0; round < 100; ++round) {

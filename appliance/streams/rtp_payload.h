@@ -1,4 +1,4 @@
-// What an RTP stream carries, as GStreamer caps ("application/x-rtp,media=video,...").
+// The content of an RTP stream, as GStreamer caps ("application/x-rtp,media=video,...").
 //
 // gst_init() must have been called.
 #pragma once
@@ -9,7 +9,7 @@
 namespace streams {
 
 // The caps of a stream without a description, from one of its packets: a static payload type defines the encoding;
-// for a dynamic one the payload is examined. "" when the bytes are no RTP packet or the encoding is unknown.
+// for a dynamic one the payload is examined. "" when the bytes are not an RTP packet or the encoding is unknown.
 std::string capsOfPacket(std::string_view packet);
 
 // The caps of a static payload type (RFC 3551); "" for all others.

@@ -30,7 +30,7 @@ TEST_F(RtpPayload, StaticTypesNameTheirEncoding) {
     EXPECT_EQ(capsOfPayloadType(96), "");
 }
 
-TEST_F(RtpPayload, DynamicTypesAreToldByTheirContent) {
+TEST_F(RtpPayload, DynamicTypesAreRecognisedByTheirContent) {
     std::string transport(2 * 188, 'x');
     transport[0] = transport[188] = '\x47';
     EXPECT_EQ(encodingNameIn(capsOfPacket(packet(96, transport))), "MP2T");

@@ -15,7 +15,7 @@ namespace {
 
 constexpr std::size_t readBytes = 64 * 1024;
 constexpr std::size_t answersKept = 16;
-// Limits one read(), so that a server that sends without a pause can't keep the caller from its time limits.
+// Limits one read(), so that the caller keeps its time limits even when a server sends without a pause.
 constexpr int piecesAtOnce = 64;
 
 std::string hostHeader(const RtspSource& source) {

@@ -15,7 +15,7 @@
 
 namespace streams {
 
-// Gets a packet that arrived on the connection itself; valid during the call.
+// Gets a packet that arrived on the RTSP connection itself. The packet is valid during the call.
 using TakePacket = std::function<void(int channel, std::string_view packet)>;
 
 // For one thread.
@@ -24,11 +24,11 @@ public:
     // `source` must outlive the client; `take` is called whenever the connection is read.
     RtspClient(const RtspSource& source, TakePacket take);
 
-    // Connects. "" or the reason of the failure, for the log.
+    // Connects. Returns "" or the reason of the failure, for the log.
     std::string open();
 
     // Sends a request and waits up to source.answerMs for its answer; a 401 is answered once with credentials.
-    // `headers` are whole lines with their line ends. Nothing when the connection broke or the time is over.
+    // `headers` are whole lines with their line ends. Returns nothing when the connection broke or the time is over.
     std::optional<RtspMessage> request(const std::string& method, const std::string& url,
                                        const std::string& headers);
     std::optional<RtspMessage> request(const std::string& method, const std::string& url,

@@ -14,7 +14,7 @@ public:
     // True when one of them can be answered and was not already answered in the same way.
     bool challenge(const std::vector<std::string>& challenges);
 
-    // The "Authorization" value of a request; "" without a challenge so far.
+    // The "Authorization" value of a request; "" before the first challenge.
     std::string answer(const std::string& method, const std::string& url);
 
 private:

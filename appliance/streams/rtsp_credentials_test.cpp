@@ -11,7 +11,7 @@ namespace {
 using testing::HasSubstr;
 using testing::Not;
 
-TEST(RtspCredentials, WithoutAChallengeThereAreNone) {
+TEST(RtspCredentials, NoneAreSentWithoutAChallenge) {
     RtspCredentials credentials("viewer", "secret");
     EXPECT_EQ(credentials.answer("DESCRIBE", "rtsp://h/x"), "");
 }
@@ -35,7 +35,7 @@ TEST(RtspCredentials, DigestIsAsPublished) {
     EXPECT_THAT(answer, Not(HasSubstr("CircleOfLife")));
 }
 
-TEST(RtspCredentials, DigestGoesBeforeBasicAndCountsItsAnswers) {
+TEST(RtspCredentials, DigestIsPreferredToBasicAndCountsItsAnswers) {
     RtspCredentials credentials("viewer", "secret");
     EXPECT_TRUE(credentials.challenge(
         {"Basic realm=\"x\"", "digest realm=\"x\", nonce=\"n1\", qop=\"auth,auth-int\""}));
@@ -43,14 +43,14 @@ TEST(RtspCredentials, DigestGoesBeforeBasicAndCountsItsAnswers) {
     EXPECT_THAT(credentials.answer("PLAY", "u"), HasSubstr("qop=auth, nc=00000002"));
 }
 
-TEST(RtspCredentials, NewNonceIsAnsweredAnew) {
+TEST(RtspCredentials, NewNonceIsAnsweredAgain) {
     RtspCredentials credentials("viewer", "secret");
     EXPECT_TRUE(credentials.challenge({"Digest realm=\"x\", nonce=\"n1\""}));
     EXPECT_FALSE(credentials.challenge({"Digest realm=\"x\", nonce=\"n1\""}));
     EXPECT_TRUE(credentials.challenge({"Digest realm=\"x\", nonce=\"n2\", stale=true"}));
 }
 
-TEST(RtspCredentials, WhatCannotBeAnsweredIsNot) {
+TEST(RtspCredentials, UnanswerableChallengesAreNotAnswered) {
     EXPECT_FALSE(RtspCredentials("", "").challenge({"Basic realm=\"x\""}));
     EXPECT_FALSE(RtspCredentials("u", "p").challenge({}));
     EXPECT_FALSE(RtspCredentials("u", "p").challenge(

@@ -28,7 +28,7 @@ struct RtspEvents {
 };
 
 // Splits what a server sends. Memory is bounded: a header has at most 16 KiB, a body 256 KiB. More is an error,
-// and the reader then stays in that state. For one thread.
+// and the reader stays in the error state. For one thread.
 class RtspReader {
 public:
     static constexpr std::size_t headerLimit = 16 * 1024;

@@ -37,7 +37,7 @@ std::string packet(int channel, const std::string& bytes) {
            static_cast<char>(bytes.size() & 255) + bytes;
 }
 
-TEST(RtspReader, ResponsesAndPacketsComeApartInAnyPieces) {
+TEST(RtspReader, ResponsesAndPacketsAreSeparatedInAnyPieces) {
     const std::string bytes =
         packet(0, "one") +
         "RTSP/1.0 200 OK\r\nCSeq: 7\r\nsession:  12;timeout=60 \r\nContent-Length: 4\r\n\r\nbody" +
@@ -56,7 +56,7 @@ TEST(RtspReader, ResponsesAndPacketsComeApartInAnyPieces) {
     }
 }
 
-TEST(RtspReader, RequestsOfTheServerAreNoResponses) {
+TEST(RtspReader, RequestsOfTheServerAreNotResponses) {
     const Taken taken = take("OPTIONS * RTSP/1.0\r\nCSeq: 1\r\n\r\n");
     ASSERT_EQ(taken.messages.size(), 1U);
     EXPECT_EQ(taken.messages[0].status, 0);
@@ -70,20 +70,20 @@ TEST(RtspReader, RepeatedHeadersAreAllKept) {
     EXPECT_EQ(taken.messages.at(0).sequence(), -1);
 }
 
-TEST(RtspReader, BareNewlinesAndLineEndsTooManyDo) {
+TEST(RtspReader, BareNewlinesAndExtraLineEndsAreAccepted) {
     const Taken taken = take("\r\n\nRTSP/1.0 200 OK\nCSeq: 1\n\n\r\nRTSP/1.0 200 OK\r\nCSeq: 2\r\n\r\n");
     EXPECT_TRUE(taken.good);
     EXPECT_EQ(taken.messages.size(), 2U);
 }
 
-TEST(RtspReader, TunnelAnswersHaveNoBodyWhateverTheyTell) {
+TEST(RtspReader, TunnelAnswersHaveNoBodyWhateverTheirContentLength) {
     const Taken taken =
         take("HTTP/1.0 200 OK\r\nContent-Type: application/x-rtsp-tunnelled\r\nContent-Length: 32767\r\n\r\n"
              "RTSP/1.0 200 OK\r\nCSeq: 1\r\n\r\n");
     EXPECT_EQ(taken.messages.size(), 2U);
 }
 
-TEST(RtspReader, WhatCannotBeRtspEndsIt) {
+TEST(RtspReader, BytesThatAreNotRtspAreAnError) {
     for (const std::string& bytes :
          {std::string("nonsense\r\n\r\n"), std::string("RTSP/1.0 99 Low\r\n\r\n"),
           std::string("RTSP/1.0 1000 High\r\n\r\n"), std::string("RTSP/1.0 \r\n\r\n"),
@@ -99,7 +99,7 @@ TEST(RtspReader, WhatCannotBeRtspEndsIt) {
     }
 }
 
-TEST(RtspReader, AnyNoiseIsTakenWithoutHarm) {
+TEST(RtspReader, NoiseDoesNoHarm) {
     std::mt19937 random(11);
     const std::string alphabet("$\0\1RTSP/1.0 200 OK\r\n\r\nContent-Length: 9\r\n", 42);
     for (int round = 0; round < 300; ++round) {

@@ -18,8 +18,8 @@ constexpr int endMs = 150;
 constexpr int tearDownMs = 75;
 constexpr int pollMs = 500;
 constexpr std::int64_t reportUs = 5'000'000;
-// Without the connection datagrams may still arrive, and a multicast group may carry the BYE of an earlier sender. So
-// both mean the stream's end only after this time without a video packet.
+// After the connection has closed, datagrams may still arrive, and a multicast group may carry the BYE of an earlier
+// sender. So a closed connection or a BYE ends the stream only after this time without a video packet.
 constexpr std::int64_t silenceUs = 1'000'000;
 constexpr int goodbyeType = 203; // RTCP BYE
 
@@ -63,7 +63,7 @@ std::string RtspStream::run() {
     return reason;
 }
 
-// Everything up to PLAY: "" or the reason of the failure.
+// Sends all requests up to PLAY. Returns "" or the reason of the failure.
 std::string RtspStream::begin() {
     std::string failure = client_.open();
     if (failure.empty())
@@ -250,7 +250,7 @@ void RtspStream::takeChannel(int channel, std::string_view packet) {
         takeSound(packet);
 }
 
-// Most servers keep a session while requests arrive, the others while reports do.
+// Most servers keep a session alive while requests arrive, the others while reports arrive.
 void RtspStream::keepAlive() {
     const std::int64_t now = gettimeusec();
     if (connected_ && now >= nextKeepAlive_) {
@@ -263,7 +263,7 @@ void RtspStream::keepAlive() {
     }
 }
 
-// An empty RTCP receiver report with a name. Sent on the connection only: over UDP the requests suffice.
+// Sends an empty RTCP receiver report with a name. Only on the connection: over UDP the requests suffice.
 void RtspStream::sendReport() {
     if (video_.dataChannel < 0 || !connected_)
         return;

@@ -25,8 +25,8 @@ namespace {
 
 constexpr std::size_t shownLogLines = 80;
 
-// How many appliances this test has now, and how many it has made. The last one to be destroyed looks for
-// leftovers.
+// How many appliances this test has now, and how many it has made. The last one to be destroyed
+// looks for leftovers.
 int alive = 0;
 std::size_t made = 0;
 constexpr const char* playerNames[] = {"mjpeg_player", "unicastplayer", "multicastplayer", "mpeg4player"};
@@ -135,7 +135,7 @@ Encoder& Appliance::addEncoder(const std::string& name, const std::vector<std::s
 Encoder& Appliance::addHost(const std::string& name, const std::vector<std::string>& arguments,
                             const Keys& keys) {
     if (!isolate()) {
-        throw std::runtime_error("an encoder with the usual ports on a network that is not the test's own");
+        throw std::runtime_error("an encoder with the usual ports needs an isolated process");
     }
     const std::string host = "127.0.1." + std::to_string(sources_ + 1);
     return add(std::make_unique<Encoder>(name, sources_, arguments, encoderLog(), host), name, keys);

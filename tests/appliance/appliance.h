@@ -37,7 +37,7 @@ public:
     // source's index. `keys` replaces the source's keys or adds to them.
     Encoder& addEncoder(const std::string& name, const std::vector<std::string>& arguments = {},
                         const Keys& keys = {});
-    // The same on a host of its own with the usual ports, so that a detection finds RTSP beside HTTP. Only in an
+    // The same on its own host with the usual ports, so that a detection finds RTSP beside HTTP. Only in an
     // isolated process.
     Encoder& addHost(const std::string& name, const std::vector<std::string>& arguments = {},
                      const Keys& keys = {});
@@ -45,7 +45,7 @@ public:
     void set(const std::string& name, const std::string& value); // "Decoder.SequenceMode"
     void setManual() { set("Decoder.SequenceMode", "manual"); }
 
-    // The parameter file's bytes, instead of what set() and the sources say; std::nullopt: there is no such file.
+    // The parameter file's bytes, instead of the text from set() and the sources; std::nullopt: there is no file.
     void setParameterFile(const std::optional<std::string>& text) { parameterFile_ = text; }
     void keepParameterFile() { written_ = true; } // the test has written the file itself
     std::string parameterText() const;            // what start() would write
@@ -54,9 +54,9 @@ public:
     // Replaces a program of the appliance by a shell script. $REAL in the script is the program itself.
     void wrapProgram(const std::string& name, const std::string& script);
 
-    // What the programs get in their environment besides the appliance's own.
+    // Adds a variable to the environment of the programs.
     void setVariable(const std::string& name, const std::string& value) { variables_[name] = value; }
-    // The supervisor is started by this command, whose further arguments are the supervisor and its own.
+    // This command starts the supervisor. It gets the supervisor's path and arguments as further arguments.
     void setStarter(const std::vector<std::string>& command) { starter_ = command; }
 
     // From now on, players wait right after their start, until releasePlayers().
@@ -65,7 +65,7 @@ public:
 
     // ---- Running.
 
-    // Writes the parameter file, the first time, and starts the supervisor.
+    // Starts the supervisor. The first time it also writes the parameter file.
     void start(const std::vector<std::string>& arguments = {"-v"});
     Encoder& encoder(std::size_t number) { return *encoders_.at(number); }
     Process& supervisor() { return *supervisor_; }

@@ -23,7 +23,7 @@ protected:
         setConnectedInfo(true);
     }
 
-    // A command that goes on while the test answers it as the decoder would.
+    // A command that keeps running while the test answers it as the decoder would.
     std::unique_ptr<Process> begin(const std::string& command) const {
         return std::make_unique<Process>(std::vector<std::string>{HOUSE_PROGRAMS "/decoderctl", command},
                                          std::map<std::string, std::string>{{"LIBCOMMON_LOG", "stderr"}},
@@ -160,7 +160,7 @@ TEST_F(Commands, ApplyOfADisconnectedDecoderOnlyFlushes) {
     EXPECT_EQ(nextEvent().id, EID_FLUSHCACHE);
 }
 
-TEST_F(Commands, WhatAnEncoderSaysIsShownPrintable) {
+TEST_F(Commands, TextsOfAnEncoderAreShownPrintable) {
     playIn("auto");
     std::filesystem::create_directories(root + "/run/decoder/source/0");
     appliance::writeFile(root + "/run/decoder/source/0/Model", "Cam\x1b]0;x\x07\xff\xc3\n");
@@ -178,7 +178,7 @@ TEST_F(Commands, WhatAnEncoderSaysIsShownPrintable) {
     EXPECT_THAT(ctl({"select", "\x1b[2J"}).errors, Not(HasSubstr("\x1b")));
 }
 
-TEST_F(Commands, WatchInJsonIsOneObjectALineWithDates) {
+TEST_F(Commands, WatchInJsonIsOneObjectPerLineWithDates) {
     playIn("auto");
     std::istringstream lines(ctl({"--json", "watch", "--seconds", "0.3"}).output);
     int count = 0;

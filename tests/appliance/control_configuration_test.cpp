@@ -1,4 +1,4 @@
-// decoderctl: what is configured, what is in force, and mistakes in between.
+// decoderctl: what is configured, what is in force, and mistakes in the configuration.
 #include "tests/appliance/control_fixture.h"
 
 #include <unistd.h>
@@ -73,7 +73,7 @@ TEST_F(Control, NewAndChangedSourcesAreMarkedUntilTheNextConnect) {
 
 // ---- Mistakes
 
-TEST_F(Control, SetRefusesWhatIsNoAddressAndNamesTheRightForm) {
+TEST_F(Control, SetRefusesABadAddressAndNamesTheRightForm) {
     const std::vector<std::pair<std::string, std::string>> all{
         {"http://10.0.0.7:8080/", "has a scheme; write \"10.0.0.7:8080\""},
         {"10.0.0.7/view", "has a path; write \"10.0.0.7\""},
@@ -123,7 +123,7 @@ TEST_F(Control, CheckReadsAnyFileAndStandardInput) {
 
 // ---- Names for people and for the shell
 
-TEST_F(Control, ParametersHaveThoseOfEachSource) {
+TEST_F(Control, ParametersIncludeThoseOfEachSource) {
     EXPECT_THAT(ctl({"parameters", "--names"}).output,
                 AllOf(HasSubstr("Decoder.SequenceMode\n"), HasSubstr("Encoder.Front door.Address\n"),
                       HasSubstr("Encoder.x3.DisplayTime\n"), HasSubstr("Decoder.Info.Connected\n")));
@@ -134,7 +134,7 @@ TEST_F(Control, ParametersHaveThoseOfEachSource) {
 
 class Completion : public Control {
 protected:
-    // What the shell proposes for the last of the words.
+    // The completions that the shell proposes for the last of the words.
     std::string proposed(const std::vector<std::string>& words) const {
         std::string array;
         for (const std::string& word : words) {

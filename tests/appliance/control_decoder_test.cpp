@@ -1,4 +1,4 @@
-// decoderctl with a whole decoder: what it says is what has happened.
+// decoderctl with a whole decoder: its answers match what the decoder does.
 #include "tests/appliance/appliance.h"
 
 #include <csignal>
@@ -48,7 +48,7 @@ TEST(ControlOfADecoder, ChangesAreMarkedUntilApplyBringsThemIntoForce) {
     EXPECT_TRUE(decoder.showsMoving(0));
 }
 
-TEST(ControlOfADecoder, ExplainShowsEachStepOnALineOfItsOwn) {
+TEST(ControlOfADecoder, ExplainShowsEachStepOnItsOwnLine) {
     Appliance decoder;
     decoder.addEncoder("Yard");
     decoder.start();

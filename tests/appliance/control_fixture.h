@@ -1,4 +1,4 @@
-// decoderctl under a root of its own, where the test plays the decoder.
+// decoderctl under its own appliance root, where the test acts as the decoder.
 #pragma once
 
 #include "tests/appliance/isolation.h"
@@ -74,7 +74,7 @@ protected:
         return nlohmann::json::parse(ctl(std::move(arguments)).output, nullptr, false);
     }
 
-    // The oldest event in the queue. There has to be one: waiting for it has no end.
+    // The oldest event in the queue. There must be one, because the wait has no time limit.
     static Event nextEvent() {
         Event event{};
         EXPECT_EQ(waitEvent(&event), 0);
@@ -84,7 +84,7 @@ protected:
     std::string file() const { return appliance::readFile(root + "/etc/decoder/decoder.conf"); }
 
     // The library reads APPLIANCE_ROOT once, so all tests of a process share one root, which each test finds empty.
-    // With a root for each test the second one would wait for events in a queue of the first.
+    // With one root per test the second test would wait for events in a queue of the first.
     static const std::string& sharedRoot() {
         static const struct Root {
             Root() {

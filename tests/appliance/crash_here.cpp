@@ -1,14 +1,14 @@
-// Loaded into the supervisor by LD_PRELOAD: its main thread crashes at a certain place, once it got SIGUSR2.
+// Loaded into the supervisor by LD_PRELOAD: its main thread crashes at a certain place after it has received SIGUSR2.
 //
 // CRASH_IN names the place:
 //   malloc, free   inside the allocator, with the allocator's lock held
 //   log            in the middle of a log line, before it was written, with the log's lock held
 //   logged         the same, after it was written
 //   twice          as "logged", and again in the first log line of the shutdown
-//   syslog         inside syslog(), with the C library's lock of it held
+//   syslog         inside syslog(), with the C library's lock for it held
 //   stack          the stack is used up
-// The locks of the allocator and of syslog are stand-ins that behave like the C library's: whoever needs one that a
-// crashed thread holds waits for ever.
+// The locks of the allocator and of syslog are stand-ins that behave like the C library's: a thread that needs a lock
+// of a crashed thread waits forever.
 #include <csignal>
 #include <cstdarg>
 #include <cstdlib>

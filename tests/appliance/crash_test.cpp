@@ -56,7 +56,7 @@ void startDisconnected(Appliance& decoder) {
     ASSERT_TRUE(decoder.waitForText(0, "Disconnected"));
 }
 
-// Events that make the disconnected machine read parameters and log its transitions, until it ends.
+// Sends events that make the disconnected machine read parameters and log its transitions, until it ends.
 void provoke(Appliance& decoder) {
     const Flood changes(decoder, connectPropertyChanged, 0, std::chrono::milliseconds(2));
     const Flood flushes(decoder, flushCache, 0, std::chrono::milliseconds(2));
@@ -93,7 +93,7 @@ INSTANTIATE_TEST_SUITE_P(Each, CrashIn,
                                          Place{"twice", 30}, Place{"stack", 20}),
                          [](const auto& place) { return std::string(place.param.name); });
 
-// The line in whose middle it crashed is lost, no other one.
+// Only the line that was being written at the crash is lost.
 TEST(Crash, BeforeALogLineWasWrittenEndsInOrder) {
     if (!canCrashHere() || !appliance::isolate()) {
         GTEST_SKIP() << "a sanitizer, or no queues of its own";
@@ -144,7 +144,7 @@ TEST(Crash, InsideTheAllocatorStopsThePlayerAndRemovesItsBarrier) {
     EXPECT_TRUE(appliance::queues().empty()) << "its barrier's and its own";
 }
 
-// At any moment of a machine that is busy with events and signals.
+// The crash comes at any moment while the machine is busy with events and signals.
 TEST(Crash, AtAnyMomentEndsInOrder) {
     if (!appliance::isolate()) {
         GTEST_SKIP() << "no queues of its own to flood";
@@ -160,7 +160,7 @@ TEST(Crash, AtAnyMomentEndsInOrder) {
                 kill(pid, SIGCHLD);
             }
             decoder.supervisor().signal(SIGSEGV);
-            decoder.supervisor().signal(SIGSEGV); // somebody who sends it twice changes nothing
+            decoder.supervisor().signal(SIGSEGV); // a second SIGSEGV from outside changes nothing
             decoder.supervisor().waitForEnd();
         }
         expectEnd(decoder);

@@ -45,7 +45,7 @@ std::string bytesOf(const std::string& utf8) {
     return bytes;
 }
 
-// Each connection has a process of its own, so that one that hangs does not delay the others.
+// Each connection has its own process, so that a hanging one does not delay the others.
 [[noreturn]] void serve(int listener, const std::function<void(int)>& behaviour, pid_t parent) {
     prctl(PR_SET_PDEATHSIG, SIGKILL);
     signal(SIGCHLD, SIG_IGN);

@@ -1,4 +1,4 @@
-// Sends events to a supervisor the way a program that knows no manners does: straight into its queue.
+// Sends events to a supervisor as a badly behaved program would: directly into its queue.
 #pragma once
 
 #include "tests/appliance/appliance.h"

@@ -1,4 +1,4 @@
-// SIGINT and a player's end are noticed while events keep coming, and a lost event queue is made anew.
+// SIGINT and a player's end are noticed while events keep coming, and a lost event queue is made again.
 #include "tests/appliance/appliance.h"
 #include "tests/appliance/event_sender.h"
 #include "tests/appliance/isolation.h"
@@ -23,7 +23,7 @@ constexpr int selectSource = 11;
 
 constexpr std::chrono::microseconds atOnce{1};
 
-// Generous for a loaded machine, and far less than any flood here lasts.
+// Long enough for a loaded machine, and much shorter than any flood here.
 constexpr Seconds soon{15};
 
 struct FloodTest : testing::Test {
@@ -41,7 +41,7 @@ void expectSigintEndsIt(Appliance& decoder) {
     EXPECT_EQ(*status, 0);
 }
 
-TEST_F(FloodTest, OfSelectionsLetsSigintIn) {
+TEST_F(FloodTest, OfSelectionsDoesNotDelaySigint) {
     Appliance decoder;
     decoder.addEncoder("Front door");
     decoder.setManual();
@@ -53,7 +53,7 @@ TEST_F(FloodTest, OfSelectionsLetsSigintIn) {
     expectSigintEndsIt(decoder);
 }
 
-TEST_F(FloodTest, OfSelectionsLetsAPlayersEndIn) {
+TEST_F(FloodTest, OfSelectionsDoesNotHideThePlayersEnd) {
     Appliance decoder;
     decoder.addEncoder("Front door");
     decoder.setManual();
@@ -67,7 +67,7 @@ TEST_F(FloodTest, OfSelectionsLetsAPlayersEndIn) {
     EXPECT_TRUE(decoder.waitForLog("-> CURRENT_PLAYER_CRASHED_DURING_PLAYING(7)", 1, soon));
 }
 
-TEST_F(FloodTest, OfPropertyChangesWhileDisconnectedLetsSigintIn) {
+TEST_F(FloodTest, OfPropertyChangesWhileDisconnectedDoesNotDelaySigint) {
     Appliance decoder;
     decoder.set("Decoder.AutoConnect", "no");
     decoder.start();
@@ -77,7 +77,7 @@ TEST_F(FloodTest, OfPropertyChangesWhileDisconnectedLetsSigintIn) {
     expectSigintEndsIt(decoder);
 }
 
-TEST_F(FloodTest, OfFlushesLetsSigintIn) {
+TEST_F(FloodTest, OfFlushesDoesNotDelaySigint) {
     Appliance decoder;
     decoder.addEncoder("Front door");
     decoder.setManual();
@@ -90,7 +90,7 @@ TEST_F(FloodTest, OfFlushesLetsSigintIn) {
     expectSigintEndsIt(decoder);
 }
 
-TEST_F(FloodTest, OfForgedArrivalsDoesNotHideAPlayers) {
+TEST_F(FloodTest, OfForgedArrivalsDoesNotHideARealOne) {
     Appliance decoder;
     decoder.addEncoder("Front door");
     decoder.addEncoder("Garage");
@@ -104,7 +104,7 @@ TEST_F(FloodTest, OfForgedArrivalsDoesNotHideAPlayers) {
     EXPECT_TRUE(decoder.waitForSource(1));
 }
 
-TEST_F(FloodTest, OfForgedExitsDoesNotHideAPlayers) {
+TEST_F(FloodTest, OfForgedExitsDoesNotHideARealOne) {
     Appliance decoder;
     decoder.addEncoder("Front door");
     decoder.setManual();
@@ -120,7 +120,7 @@ TEST_F(FloodTest, OfForgedExitsDoesNotHideAPlayers) {
 
 // ---- The appliance's queue is gone.
 
-TEST(LostQueue, RemovedWhileItRunsIsMadeAnew) {
+TEST(LostQueue, RemovedWhileItRunsIsMadeAgain) {
     if (!appliance::isolate()) {
         GTEST_SKIP() << "no queues of its own to remove";
     }

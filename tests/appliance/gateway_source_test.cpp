@@ -1,5 +1,5 @@
 // video-encoder as a gateway, as its documentation tells users to set it up: a camera's URL as its input, and a source
-// in decoder.conf with nothing but the gateway's address.
+// in decoder.conf with only the gateway's address.
 #include "tests/appliance/appliance.h"
 
 #include <gtest/gtest.h>
@@ -41,14 +41,14 @@ protected:
     Appliance decoder_;
 };
 
-TEST_F(GatewaySource, MotionJpegPlaysWithNothingButAnAddress) {
+TEST_F(GatewaySource, MotionJpegPlaysWithOnlyAnAddress) {
     const Encoder source = camera("mjpeg");
     const Encoder gate = gateway({"--input", "http://" + source.address() + "/vexo-cgi/mjpg/video.cgi"});
     configure(gate);
     expectPlayed("mjpeg");
 }
 
-TEST_F(GatewaySource, RtspPlaysWithNothingButAnAddress) {
+TEST_F(GatewaySource, RtspPlaysWithOnlyAnAddress) {
     const Encoder source = camera("rtsp-tcp");
     const Encoder gate = gateway({"--kinds", "mjpeg,rtsp-tcp", "--codec", "h264", "--input",
                                   "rtsp://" + source.address() + "/mpeg4/1/media.orv"});

@@ -1,4 +1,4 @@
-// Namespaces of a test's own.
+// Private namespaces for a test.
 #pragma once
 
 #include <string>

@@ -17,7 +17,7 @@ using appliance::Frozen;
 using appliance::Oddity;
 
 // A decoder with two good sources, one whose encoder never answers and one whose address is closed, and the steps
-// that lead into its states. A step that fails throws a text.
+// that lead into its states. A step that fails throws an exception with a text.
 class Scene {
 public:
     Scene();
@@ -53,7 +53,7 @@ public:
     void loseSwitch(); // the pending player dies, the current one keeps showing
     void stopPendingAtSecondBarrier();
     void stopCurrentAtSecondBarrier();
-    void holdAtSwitch(); // both have met, and the current player does not end
+    void holdAtSwitch(); // both have reached their barrier, and the current player does not end
     void loseCurrentAtSecondBarrier();
     void losePendingAtSecondBarrier();
     void losePendingAtSwitch();

@@ -1,7 +1,7 @@
 // Every kind of stream with real traffic: detected or configured, played by the right player, shown on the screen.
 //
-// A detection looks for RTSP on the usual port, so each encoder has a host of its own. Hosts and multicast need a
-// network namespace of the test's own.
+// A detection looks for RTSP on the usual port, so each encoder has its own host. Hosts and multicast need a
+// private network namespace.
 #include "tests/appliance/appliance.h"
 #include "tests/appliance/isolation.h"
 

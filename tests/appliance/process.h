@@ -12,7 +12,7 @@ namespace appliance {
 
 using Seconds = std::chrono::duration<double>;
 
-// How long a loaded machine may take for what usually takes milliseconds. A test waits that long only when
+// How long a loaded machine may take for a step that usually takes milliseconds. A test waits that long only when
 // something fails.
 inline constexpr Seconds patience{30};
 

@@ -1,4 +1,4 @@
-// A camera that answers slowly to its preset: the player that waits for its release meanwhile is not lost.
+// A camera answers a preset slowly. The player that waits for its release in the meantime is not lost.
 #include "tests/appliance/appliance.h"
 
 #include <algorithm>
@@ -57,7 +57,7 @@ void refusePresetsSlowly(int client, int encoderPort) {
     }
 }
 
-TEST(SlowPreset, DoesNotCostTheHealthyPlayer) {
+TEST(SlowPreset, DoesNotEndTheHealthyPlayer) {
     Appliance decoder;
     const appliance::Encoder encoder("Gate", 0, {}, decoder.logFile() + ".encoder");
     const std::string address = encoder.address();

@@ -1,4 +1,4 @@
-// The supervisor's standard streams: closed, broken, or read by nobody; and the lock that makes it the only one.
+// The supervisor's standard streams: closed, broken, or never read; and the lock that keeps a second supervisor out.
 #include "tests/appliance/appliance.h"
 #include "tests/appliance/isolation.h"
 
@@ -15,7 +15,7 @@ using appliance::Process;
 
 constexpr const char* shell = "/bin/sh";
 
-// What descriptor `number` of the supervisor is.
+// What descriptor `number` of the supervisor refers to.
 std::string descriptor(Appliance& decoder, int number) {
     char name[4096] = "";
     const std::string link =
@@ -36,7 +36,7 @@ TEST(ClosedStreams, AreNotTakenByTheButton) {
             EXPECT_TRUE(name == "/dev/null" || name == decoder.root() + "/var/log/output")
                 << closed << ": " << number << " is " << name;
         }
-        // Its own trace lines are no presses.
+        // Its own trace lines are not read as presses.
         EXPECT_EQ(decoder.countInLog("(id=4, "), 0U) << closed;
         EXPECT_EQ(decoder.ctl({"button"}).status, 0);
         EXPECT_TRUE(decoder.waitForLog("(id=4, ")) << closed;
@@ -44,7 +44,7 @@ TEST(ClosedStreams, AreNotTakenByTheButton) {
     }
 }
 
-// Standard output is a FIFO of the test's. The starter opens it, so that the supervisor inherits it.
+// Standard output is a FIFO that the test made. The starter opens it, so that the supervisor inherits it.
 std::string outputFifo(Appliance& decoder) {
     const std::string fifo = decoder.root() + "/run/output";
     mkfifo(fifo.c_str(), 0600);

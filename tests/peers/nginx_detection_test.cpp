@@ -176,7 +176,7 @@ TEST_F(NginxDetection, TlsWithATrustedCertificate) {
     EXPECT_EQ(entry_.rtspPort, nginx.port());
 }
 
-// Nothing can be queried then: over plain HTTP, the port answers with an error.
+// The detection then cannot query anything: over plain HTTP, the port answers with an error.
 TEST_F(NginxDetection, AnUnknownCertificateIsRefused) {
     const scripted::Certificate certificate;
     const scripted::Certificate other;

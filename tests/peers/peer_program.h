@@ -1,4 +1,4 @@
-// Independent programs, and ours, that a test starts and talks to over 127.0.0.1.
+// Independent programs, and ours, that a test starts and connects to over 127.0.0.1.
 #pragma once
 
 #include "tests/appliance/process.h"
@@ -17,8 +17,8 @@ std::string missing(const std::vector<std::string>& programs);
 // A port that is free at the time of the call.
 int freePort();
 
-// Whether a process in this network listens on the TCP port. The kernel is asked, not the port, because some servers
-// take only one connection.
+// Whether a process in this network listens on the TCP port. It asks the kernel instead of connecting, because some
+// servers accept only one connection.
 bool listens(int port);
 
 class Folder {

@@ -50,7 +50,7 @@ protected:
         return supervisor_.start(std::string(HOUSE_PROGRAMS) + "/" + player, arguments);
     }
 
-    // Whether the screen shows so many different pictures.
+    // Whether the screen shows that many different pictures.
     bool differentPictures(std::size_t count) {
         std::set<std::size_t> seen;
         std::uint64_t number = 0;

@@ -54,7 +54,7 @@ std::string Checker::context(std::size_t number) const {
 void Checker::renewWindow(Time begin) {
     window_ = {};
     window_.begin = begin;
-    // The signal itself may come a little after its line.
+    // The signal itself may arrive a little later than its log line.
     window_.interrupted = begin < lastSignal_ + signalDelay;
     window_.versions = open_;
     window_.versions.insert(settled_);
@@ -149,7 +149,7 @@ void Checker::write(const Line& line) {
     }
 }
 
-// What Decoder.Connected may be now, after what the walk wrote within the window.
+// The values that Decoder.Connected may have after what the walk wrote within the window.
 void Checker::settleConnected() {
     for (Machine& machine : machines_) {
         for (const Line& line : writes_) {
@@ -195,7 +195,7 @@ void Checker::transition(const Line& line, std::size_t number) {
         if (late > lateness) {
             text << "; late by " << late / 1000 << " ms";
         }
-        text << (isArrow(line.from, line.to) ? "" : "; the table has no such arrow");
+        text << (isArrow(line.from, line.to) ? "" : "; the table does not have this arrow");
         fail(text.str(), number);
         lost_ = true;
         return;
@@ -215,7 +215,7 @@ void Checker::transition(const Line& line, std::size_t number) {
     renewWindow(line.time);
 }
 
-// Errors that events of the walk explain; any other is a violation.
+// Errors that events of the walk explain; any other error is a violation.
 void Checker::unexpectedError(const Line& line) {
     static constexpr std::array explained{"Unknown child event. pid=",
                                           "Player crashed due to an uncaught signal. signo=",

@@ -13,7 +13,7 @@ struct Verdict {
     Coverage seen;
     std::size_t transitions = 0;
     std::size_t looks = 0;
-    std::size_t machines = 1; // the most that agreed with the history at one time
+    std::size_t machines = 1; // the largest number that agreed with the history at one time
 };
 
 Verdict check(const History& history);
@@ -48,15 +48,15 @@ private:
     Window window_;
     std::vector<Line> writes_; // of Decoder.Connected, within the window
     bool writing_ = false;     // the walk has begun to write it
-    bool mixed_ = false;       // and the machine wrote meanwhile
+    bool mixed_ = false;       // and the machine wrote it in the meantime
     int settled_ = 0;          // version of the settings that is written
     std::set<int> open_;       // versions being written
     std::set<int> alive_;      // players
-    std::set<int> gone_;       // players whose end was told
+    std::set<int> gone_;       // players whose end was reported
     std::size_t launches_ = 0;
-    std::optional<std::size_t> shutdown_; // where the log tells of it
-    Time lastSignal_ = 0;                 // when the event thread last told that it sends SIGUSR1
-    bool lost_ = false;                   // after a violation of the table nothing further can be said
+    std::optional<std::size_t> shutdown_; // its line in the log
+    Time lastSignal_ = 0;                 // when the event thread last logged that it sends SIGUSR1
+    bool lost_ = false;                   // after a violation of the table nothing more can be checked
     Verdict verdict_;
 };
 

@@ -1,4 +1,4 @@
-// What can be told only when the walk is over: totals, timers, players, the shutdown.
+// Checks that are possible only when the walk is over: totals, timers, players, the shutdown.
 #include "tests/walk/checker.h"
 
 #include <algorithm>
@@ -6,7 +6,7 @@
 
 namespace walk {
 
-// Sources with one input share what was detected, and with it the index that the player is told.
+// Sources with the same input share one detection, and with it the index that is passed to the player.
 bool Checker::sameInput(int one, int other) const {
     return std::ranges::any_of(history_.settings, [&](const Settings& settings) {
         return settings.key(one) == settings.key(other);
@@ -27,7 +27,7 @@ void Checker::atEnd() {
     checkShutdown();
 }
 
-// The machine must have left its state if an event of long ago tells it to.
+// The machine must have left its state if an event from long ago requires it.
 void Checker::checkReaction() {
     window_.end = shutdown_ ? history_.lines[*shutdown_].time : history_.lines.back().time;
     std::string waiting;
@@ -51,7 +51,7 @@ void Checker::checkReaction() {
 
 std::string Checker::wrongTotals(const Machine& machine) const {
     std::ostringstream text;
-    // The state of the end may have armed one more, or blanked the screen for each event that it dropped.
+    // The last state may have set one more timer, or blanked the screen for each event that it dropped.
     const std::size_t printed = history_.timers.size();
     if (printed < machine.timers.size() || printed > machine.timers.size() + 1 + window_.events.size()) {
         text << "timers set: " << printed << ", expected " << machine.timers.size() << '\n';
@@ -87,8 +87,8 @@ std::string Checker::wrongTotals(const Machine& machine) const {
     return text.str();
 }
 
-// What the walk sent came into the queue, or was refused by it. The walk ends with a flush and waits until it is
-// obeyed; events keep their order, so all that was sent earlier has come by then.
+// Every event that the walk sent entered the queue or was refused by it. The walk ends with a flush and waits until the
+// flush has taken effect; events keep their order, so all earlier events have arrived by then.
 void Checker::checkCounts() {
     Time last = 0;
     for (const Line& line : history_.lines) {
@@ -99,7 +99,7 @@ void Checker::checkCounts() {
         if (line.kind == Kind::sent && line.time <= last) {
             ++missing[line.id];
         } else if (line.kind == Kind::pressed && line.time + lateness < history_.ended) {
-            ++missing[button]; // by way of the button thread, which has its own time
+            ++missing[button]; // through the button thread, which has its own timing
         } else if (line.kind == Kind::added || line.kind == Kind::discarded) {
             --missing[line.id];
         }
@@ -107,13 +107,13 @@ void Checker::checkCounts() {
     for (const int id : {button, property, flush, select, lock, reconnect}) {
         if (missing[id] > 0) {
             verdict_.violations.push_back(std::to_string(missing[id]) + " events with identifier " +
-                                          std::to_string(id) + " did not come");
+                                          std::to_string(id) + " did not arrive");
         }
     }
 }
 
-// Each player ended as the supervisor was told, played the source that was asked for, and was told to stop only
-// when the supervisor said so.
+// Each player ended with the status that the supervisor saw, played the source that was asked for, and was told to stop
+// only when the supervisor logged it.
 void Checker::checkPlayers() {
     std::map<int, int> wantedSource;
     for (const Machine& machine : machines_) {
@@ -139,8 +139,8 @@ void Checker::checkPlayers() {
         } else if (line.kind == Kind::added && line.id == child && ends.contains(line.value1) &&
                    told.insert(line.value1).second && !ends[line.value1].contains(line.value2 & ~0x80)) {
             verdict_.violations.push_back("player " + std::to_string(line.value1) +
-                                          " ended otherwise than with status " + std::to_string(line.value2) +
-                                          ", as the supervisor heard");
+                                          " did not end with status " + std::to_string(line.value2) +
+                                          ", which the supervisor saw");
         }
     }
     // The last window is still open: its line may be there, although the model has not sent the signal yet.
@@ -177,7 +177,7 @@ void Checker::checkShutdown() {
     }
     for (const auto& [pid, time] : interrupted) {
         if (time < history_.ended) {
-            verdict_.violations.push_back("player " + std::to_string(pid) + " had SIGINT before the end");
+            verdict_.violations.push_back("player " + std::to_string(pid) + " got SIGINT before the end");
         }
     }
 }

@@ -1,4 +1,4 @@
-// The checker finds what is wrong: the history of a real walk is accepted, and refused once it is doctored.
+// The checker finds mistakes: it accepts the history of a real walk and refuses a doctored copy of it.
 #include "tests/walk/checker.h"
 #include "tests/walk/walker.h"
 
@@ -23,7 +23,7 @@ History recorded() {
     return history;
 }
 
-// The numbers of the lines of a kind, those of the shutdown and after it left out.
+// The numbers of the lines of one kind, except those of the shutdown and after it.
 std::vector<std::size_t> linesOf(const History& history, Kind kind, int id = 0) {
     std::vector<std::size_t> found;
     for (std::size_t i = 0; i < history.lines.size(); ++i) {
@@ -44,8 +44,8 @@ bool refused(const History& history) {
 
 std::size_t triedInAll = 0;
 
-// Changes one line after the other, each in a history of its own, and prints which change goes unnoticed. One in ten
-// may: an event without an effect on the machine is not missed.
+// Changes one line at a time, each in its own copy of the history, and prints which changes go unnoticed. One in ten
+// may go unnoticed, because some events have no effect on the machine.
 void doctor(const History& original, const std::vector<std::size_t>& places,
             const std::function<void(History&, std::size_t)>& change) {
     const std::size_t step = std::max<std::size_t>(1, places.size() / mostOfAKind);
@@ -212,8 +212,8 @@ const Doctoring doctorings[] = {
 
 } // namespace
 
-// One test, because each test runs in a process of its own and would walk again.
-TEST(Checker, AcceptsTheHistoryOfAWalkAndRefusesItDoctored) {
+// One test, because each test runs in its own process and would walk again.
+TEST(Checker, AcceptsTheHistoryOfAWalkAndRefusesDoctoredCopies) {
     const History original = recorded();
     EXPECT_EQ(check(original).violations, std::vector<std::string>{});
     for (const Doctoring& doctoring : doctorings) {

@@ -28,7 +28,7 @@ namespace {
 
 constexpr std::size_t encoderCount = 4;
 constexpr std::chrono::milliseconds stillness{40};
-// A port on which nothing can listen: it is bound, but not by a listener.
+// A port on which nothing listens.
 constexpr const char* closedAddress = "127.0.0.1:1";
 
 std::vector<Source> sourcesOn(const std::vector<std::unique_ptr<ScriptedEncoder>>& encoders) {
@@ -133,7 +133,7 @@ void Decoder::press(char state) {
     close(fd);
 }
 
-// The whole file at once, under the lock that the supervisor's own writes respect.
+// Writes the whole file at once, under the lock that the supervisor's own writes respect.
 void Decoder::write(const Settings& settings) {
     const int version = static_cast<int>(history_.settings.size());
     history_.settings.push_back(settings);
@@ -258,7 +258,7 @@ void Decoder::look() {
     look.currentSource = ParamWrapper(1, true)["Decoder.Info.CurrentSource"].toString();
     look.infoConnected = ParamWrapper(1, true)["Decoder.Info.Connected"].toString();
     look.children = children();
-    // A shell command is still at work.
+    // A shell command is still running.
     const bool onlyPlayers = std::ranges::all_of(look.children, [this](int pid) { return isPlayer(pid); });
     appliance::pause(stillness);
     readLog();

@@ -60,7 +60,7 @@ private:
     std::vector<std::unique_ptr<ScriptedEncoder>> encoders_;
     History history_;
     std::vector<Line> actions_;
-    std::string log_; // what is read of it
+    std::string log_; // what was read of it so far
     std::string state_;
     std::size_t transitions_ = 0;
     std::map<std::string, std::size_t> entered_;

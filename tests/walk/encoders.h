@@ -20,7 +20,7 @@ enum class Manner {
 };
 inline constexpr int manners = 6;
 
-// One encoder on a port of its own. Threads of its own answer.
+// One encoder on its own port. Its own threads answer.
 class ScriptedEncoder {
 public:
     ScriptedEncoder();

@@ -1,5 +1,5 @@
 // What happened in a walk, in the order of time: the supervisor's log, what the walk did, what the players and
-// encoders noted, and looks at the appliance while the supervisor slept.
+// encoders recorded, and looks at the appliance while the supervisor slept.
 #pragma once
 
 #include <cstdint>
@@ -27,7 +27,7 @@ struct Source {
     std::string key() const { return address + '#' + number + '#' + type; }
 };
 
-// One version of the parameters that the walk writes. "Decoder.Connected" is apart: the supervisor writes it, too.
+// One version of the parameters that the walk writes. "Decoder.Connected" is separate: the supervisor writes it, too.
 struct Settings {
     std::string mode = "auto";
     bool autoConnect = true;
@@ -54,7 +54,7 @@ struct Look {
 
 enum class Kind {
     state,         // the log: a state transition; texts in from and to
-    added,         // the log: an event came into the internal queue
+    added,         // the log: an event entered the internal queue
     discarded,     // the log: an event found the queue full for its identifier
     pushed,        // the log: the state machine put an event back
     pushDropped,   // the log: the same, but the queue was full
@@ -66,9 +66,9 @@ enum class Kind {
     sent,          // the walk sent an event
     pressed,       // the walk wrote to the button file; number is 1 or 2
     killed,        // the walk signalled a player; number is the signal
-    player,        // a player noted text and number
+    player,        // a player recorded text and number
     video,         // an encoder delivered video; text is its address
-    moved,         // an encoder was told a preset; text is address and preset
+    moved,         // an encoder got a preset request; text is address and preset
     blanked,       // "blankscreen" ran
     looked,        // a look; number is its index
 };
@@ -104,7 +104,7 @@ std::vector<Line> parsePlayers(const std::string& text);
 std::vector<std::pair<long, int>> parseTimers(const std::string& output);
 std::vector<int> parseLaunches(const std::string& output);
 
-// Puts the walk's own lines and those of others between the lines of the log.
+// Inserts the lines of the walk, the players and the encoders between the lines of the log.
 std::vector<Line> merge(std::vector<Line> log, std::vector<Line> others);
 
 std::string describe(const Line& line);

@@ -1,6 +1,6 @@
 // The walk's model of the state machine: what it may do next, given what is known to have happened.
 //
-// The log tells which events came into the queue and in which order, but not the moment at which the machine
+// The log shows which events entered the queue and in which order, but not the moment at which the machine
 // looked. So the model keeps every machine that agrees with what was seen so far. A transition that none of
 // them can make is a violation. One Run tries one machine in one window: the time from the transition into its
 // state to the next transition.
@@ -13,7 +13,7 @@
 
 namespace walk {
 
-// How late a reaction may be on a machine that does too much at once.
+// How late a reaction may be on an overloaded machine.
 inline constexpr Time lateness = 8 * second;
 
 enum Id {
@@ -35,7 +35,7 @@ struct Event {
     int value2 = 0;
     Time time = 0;
     int order = -1;      // place within the window; -1: it was there before
-    bool pushed = false; // put back in this window; its values are still to be filled in
+    bool pushed = false; // put back in this window; its values are filled in later
     bool operator==(const Event&) const = default;
 };
 
@@ -101,10 +101,10 @@ struct Window {
     Time begin = 0;
     Time end = 0;
     std::vector<Event> events;
-    std::set<int> dropped; // identifiers of events that were put back in vain
+    std::set<int> dropped; // identifiers of events that the full queue refused to take back
     std::vector<std::string> texts;
     std::set<int> versions;         // of the settings that may have been read
-    std::set<std::string> connects; // values of Decoder.Connected that the walk wrote meanwhile
+    std::set<std::string> connects; // values of Decoder.Connected that the walk wrote in the meantime
     std::set<std::string> videos;   // addresses of encoders that delivered video
     std::set<std::string> moves;    // "ADDRESS PRESET"
     bool interrupted = false;       // the event thread sent SIGUSR1
@@ -117,7 +117,7 @@ public:
     // The machine after each transition that it can make in the window.
     std::vector<Machine> outcomes(Machine machine);
 
-    // With what its state does before it waits: texts, LED, blank screen.
+    // The machine after the effects that its state has before it waits: texts, LED, blank screen.
     Machine resting(Machine machine) const;
 
 private:
@@ -161,7 +161,7 @@ private:
                 const std::string& pendingEnded, const std::string& currentEnded);
     void awaitCurrentEnd(Machine machine, const std::string& next);
 
-    // Handlers, one a state.
+    // Handlers, one per state.
     void start(Machine machine);
     void connect(Machine machine);
     void connectWith(Machine machine, int version);

@@ -190,7 +190,7 @@ void Run::requestEncoder(Machine machine) {
         machine.pattern = 3;
     }
     machine.osd[0] = {};
-    machine.cause = window_.end; // a detection takes its time
+    machine.cause = window_.end; // a detection takes time
     entry(machine, machine.pendingSource, [this](const Machine& knows, bool detected) {
         peek(
             knows, {flush, button},

@@ -7,7 +7,7 @@ namespace {
 
 constexpr Time blankSleep = 2 * second;
 constexpr long shortSleep = 4000;
-constexpr int unknownPid = -2; // the supervisor was ended before the player said its name
+constexpr int unknownPid = -2; // the supervisor was ended before it printed the pid
 
 } // namespace
 
@@ -20,7 +20,7 @@ void Run::meetOr(Machine machine, int barrierId, bool current, bool pending, con
     if (pending) {
         pids.insert(machine.pendingPid);
     }
-    // A child that is none of the players is dropped, and the state runs again.
+    // A child that is not one of the players is dropped, and the state runs again.
     for (Meeting met = Meeting::waiting; (met = meet(machine, barrierId, pids)) != Meeting::waiting;) {
         Event event;
         if (met == Meeting::passed) {
@@ -96,7 +96,7 @@ void Run::launch(Machine machine, const std::string& next, bool alone) {
     if (alone) {
         machine.infoSource = machine.pendingSource;
     }
-    machine.cause = window_.end; // a camera may have to be turned
+    machine.cause = window_.end; // a camera may be turned first, which takes time
     entry(machine, machine.pendingSource, [&](Machine knows, bool detected) {
         if (!detected) {
             if (said("launchPlayer called with NULL entry.") ||

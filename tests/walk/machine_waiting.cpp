@@ -189,7 +189,7 @@ void Run::timeLeft(Machine machine) {
     }
 }
 
-// `certain`: the alarm certainly passed. An alarm is refused while the last one has its display time.
+// `certain`: the alarm certainly passed. An alarm is refused within the display time of the last one.
 void Run::tryAlarm(Machine& machine, const Event& event, bool& certain) {
     const Time first = std::max(window_.begin, event.time);
     certain = true;

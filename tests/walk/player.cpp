@@ -1,10 +1,10 @@
-// The scripted player: it meets the supervisor at the barriers like a real player, but shows nothing, and ends
-// as its plan says.
+// The scripted player: it meets the supervisor at the barriers like a real player, but shows nothing and ends
+// as planned.
 //
 // A plan is one line of words in run/walk/plan below the appliance root. The next player that starts takes it.
-// "PLACE MILLISECONDS ACTION" for one place: "start", "announced0", "released0", "announced1", "playing",
+// "PLACE MILLISECONDS ACTION" plans one place: "start", "announced0", "released0", "announced1", "playing",
 // "hup" and "leave". ACTION is "go", "exit=N", "signal=N", "wrong" (announces barrier 5) or "twice" (announces again).
-// "deaf" among the words: SIGINT is ignored. Every step goes to run/walk/players.log with its time and pid.
+// With the word "deaf" SIGINT is ignored. Every step goes to run/walk/players.log with its time and pid.
 #include <cerrno>
 #include <chrono>
 #include <csignal>
@@ -63,7 +63,7 @@ std::string readLine(const std::string& path) {
     return text;
 }
 
-// The rename decides which of two players has the plan.
+// The rename decides which of two players gets the plan.
 void takePlan() {
     const std::string mine = walkPath("plan." + std::to_string(getpid()));
     if (std::rename(walkPath("plan").c_str(), mine.c_str()) != 0) {
@@ -101,7 +101,7 @@ void announce(int barrier) {
     }
 }
 
-// A short sleep in which orders from outside are obeyed.
+// Sleeps for a moment; carries out orders from outside.
 void moment() {
     usleep(3000);
     if (interrupted != 0) {

@@ -184,7 +184,7 @@ std::string describe(const Coverage& seen) {
     }
     std::ostringstream text;
     text << "states " << entered.size() << " of " << all.size() << ", arrows " << seen.size() << " of "
-         << possible << " (" << table.size() - possible << " more cannot be brought about)\n"
+         << possible << " (" << table.size() - possible << " more cannot be caused by a walk)\n"
          << missing.str();
     return text.str();
 }

@@ -1,5 +1,5 @@
 // The walk's own table of the state machine: which state may follow which, and why. It is written from the
-// description of the decoder's behaviour, not from the supervisor's code, so that it can contradict it.
+// description of the decoder's behaviour, not from the supervisor's code, so that it can contradict the code.
 #pragma once
 
 #include <set>
@@ -13,7 +13,7 @@ struct Arrow {
     std::string from;
     std::string to;
     std::string why;
-    bool reachable = true; // false: a walk cannot bring it about
+    bool reachable = true; // false: a walk cannot cause it
 };
 
 const std::vector<Arrow>& arrows();

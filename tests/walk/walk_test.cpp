@@ -1,8 +1,8 @@
 // Random walks through the state machine of the real supervisor, and a check of the check.
 //
-// As a test each walk takes about fifteen seconds. `random_walk --minutes N [--seed S]` runs walks of a minute, one
-// after the other, for that time. `--seed S` or the environment's WALK_SEED repeats the choices of a walk; the
-// moments at which they meet the supervisor are never quite the same.
+// In the test suite each walk takes about fifteen seconds. `random_walk --minutes N [--seed S]` runs walks of a minute,
+// one after the other, for that time. `--seed S` or the environment's WALK_SEED repeats the choices of a walk; the
+// times at which they reach the supervisor are never quite the same.
 #include "tests/walk/checker.h"
 #include "tests/walk/walker.h"
 
@@ -77,7 +77,7 @@ TEST(RandomWalk, FromDisconnected) {
 
 namespace {
 
-// Walks one after the other, each in a process of its own; the exit status.
+// Runs one walk after the other, each in its own process. Returns the exit status.
 int walkLong(const char* program, int minutes, unsigned first) {
     static const std::vector<std::string> tests{"ThroughAutomaticMode", "ThroughManualMode",
                                                 "FromDisconnected"};

@@ -28,7 +28,7 @@ Walker::Walker(const Start& start)
     : start_(start), random_(start.seed), decoder_(start), until_(now() + start.seconds * second) {}
 
 int Walker::below(int limit) {
-    // Not a distribution of the library: those differ from one library to the next.
+    // Does not use a distribution of the standard library: those differ from one library to the next.
     return static_cast<int>(random_() % static_cast<unsigned>(limit));
 }
 
@@ -60,8 +60,8 @@ History Walker::walk(std::string& problem) {
     return decoder_.history();
 }
 
-// Whatever happened before, a disconnection and a flush are obeyed. More than one attempt: an event that was queued
-// earlier may connect again, and connecting drops what is queued.
+// Whatever happened before, the machine must disconnect and flush. Makes more than one attempt, because an event that
+// was queued earlier may connect again, and connecting drops what is queued.
 std::string Walker::stillReacts() {
     for (std::size_t i = 0; i < decoder_.encoders(); ++i) {
         decoder_.encoder(i).behave(Manner::good);
@@ -198,7 +198,7 @@ void Walker::change() {
         settings.mode = settings.mode == "auto" ? "manual" : "auto";
         break;
     case 1:
-        settings.mode = "Auto"; // no mode: the one before holds
+        settings.mode = "Auto"; // not a mode: the previous mode stays
         break;
     case 2:
         source.displayTime = source.displayTime == 60 ? 60 : 1 + below(3);
@@ -269,7 +269,7 @@ void Walker::faultEncoder() {
     }
 }
 
-// Events that no player and no timer of this supervisor sent.
+// Sends events that did not come from a player or timer of this supervisor.
 void Walker::sendStrange() {
     constexpr int strangePid = 1;
     switch (below(3)) {

@@ -1,4 +1,4 @@
-// A random walk: events, faults and waits, chosen by chance from a seed.
+// A random walk: events, faults and waits, chosen at random from a seed.
 #pragma once
 
 #include "tests/walk/decoder.h"
@@ -11,13 +11,13 @@ class Walker {
 public:
     explicit Walker(const Start& start);
 
-    // Walks for the time that was asked for, ends the supervisor, and returns what happened. `problem` tells what
-    // the walk itself found wrong: "" nothing.
+    // Walks for the requested time, ends the supervisor, and returns what happened. `problem` is set to what the
+    // walk itself found wrong, or to "".
     History walk(std::string& problem);
     const Decoder& decoder() const { return decoder_; }
 
 private:
-    // Chance.
+    // Random choices.
     int below(int limit);
     bool chance(int percent) { return below(100) < percent; }
     template<class T>
@@ -44,7 +44,7 @@ private:
     void waitOut();
     std::string exitWords();
 
-    // Short stories: what chance alone would seldom bring about.
+    // Short stories: sequences of steps that random choices alone would rarely make.
     void story();
     bool reachPlaying();
     void playerEndsOnHangUp();

@@ -1,4 +1,4 @@
-// The stories of a walk: a few steps each that bring the machine where chance alone seldom does.
+// The stories of a walk: a few steps each that lead the machine where random choices rarely lead it.
 #include "tests/walk/machine.h"
 #include "tests/walk/walker.h"
 
@@ -139,7 +139,7 @@ void Walker::crashDuringPause() {
     }
 }
 
-// Gamma shows for a minute: there is time to try it again.
+// Gamma shows for a minute, so there is time to try it again.
 void Walker::crashWithTimeLeft() {
     select(3);
     if (!reachPlaying()) {

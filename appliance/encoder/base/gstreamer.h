@@ -7,5 +7,5 @@
 // Initialises GStreamer at the first call. Any thread.
 void startGStreamer();
 
-// An error text about the first of these GStreamer elements that this machine lacks, or "".
+// An error text about the first of these GStreamer elements that this machine does not have, or "".
 std::string missingElement(std::initializer_list<const char*> names);

@@ -11,7 +11,7 @@ bool equalIgnoringCase(std::string_view left, std::string_view right);
 // Without the blanks and tabs at both ends.
 std::string_view trimmed(std::string_view text);
 
-// Percent-decoding. A "%" without two hexadecimal digits behind it stays as it is.
+// Percent-decoding. A "%" without two hexadecimal digits after it is kept.
 std::string percentDecoded(std::string_view text);
 
 // A decimal number of at most nine digits; nothing if there is any other character.

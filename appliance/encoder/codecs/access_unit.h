@@ -1,4 +1,4 @@
-// Encoded video, one picture at a time, and what its bytes say about it.
+// Encoded video, one picture at a time, and functions that examine its bytes.
 #pragma once
 
 #include <cstdint>

@@ -1,4 +1,4 @@
-// JPEG pictures of a source, made on request and shared by all clients that want the same.
+// JPEG pictures of a source, made on request and shared by all clients that want the same form.
 #pragma once
 
 #include "appliance/encoder/pictures/raw_picture.h"

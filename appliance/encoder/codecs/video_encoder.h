@@ -14,13 +14,13 @@ struct CodecSettings {
     Codec codec = Codec::Mpeg4;
     int keyInterval = 12; // pictures from one key picture to the next
     bool keyForNewcomer = true;
-    int bitrate = 0; // kilobits a second; 0: constant quality instead
+    int bitrate = 0; // kilobits per second; 0: constant quality instead
 };
 
 // For one thread.
 class VideoEncoder {
 public:
-    // Null if the machine lacks the codec, or the codec does not take this size and rate.
+    // Null if the machine does not have the codec, or the codec does not accept this size and rate.
     static std::unique_ptr<VideoEncoder> open(const CodecSettings& settings, int width, int height, int fps);
     ~VideoEncoder();
     VideoEncoder(const VideoEncoder&) = delete;

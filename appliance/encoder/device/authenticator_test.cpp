@@ -63,7 +63,7 @@ TEST(Auth, DigestIsCheckedWithAndWithoutQop) {
     }
 }
 
-TEST(Auth, DigestRefusesBasicAndNoncesItNeverGave) {
+TEST(Auth, DigestRefusesBasicAndForeignNonces) {
     const Authenticator digest("joe", "pw", true);
     const Authenticator other("joe", "pw", true);
     EXPECT_EQ(digest.judge("Basic " + base64Encoded("joe:pw"), "GET", "/"), Verdict::Refused);

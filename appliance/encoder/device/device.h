@@ -1,5 +1,5 @@
 // The encoder without its ports: options, inputs, codecs, multicasts, faults and the record of requests. All
-// connections share one Device; each of them has a thread of its own.
+// connections share one Device; each of them has its own thread.
 #pragma once
 
 #include "appliance/encoder/codecs/codec_stream.h"

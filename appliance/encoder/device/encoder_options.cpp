@@ -111,7 +111,8 @@ void addNetworkOptions(CLI::App& app, Options& options, Raw& raw, CLI::Option*& 
     app.add_option("--control", options.controlPort,
                    "an HTTP port for /faults and /requests only, which no fault affects");
     app.add_option("--address", options.address, "local address to listen on")->capture_default_str();
-    app.add_option("--max-connections", options.maxConnections, "most connections at a time, over all ports")
+    app.add_option("--max-connections", options.maxConnections,
+                   "limit for connections at a time, over all ports")
         ->check(CLI::Range(1, 4096))
         ->capture_default_str();
     app.add_option("--user", options.user, "ask for credentials: user name");
@@ -135,7 +136,7 @@ void addPictureOptions(CLI::App& app, Options& options, Raw& raw) {
     app.add_option("--height", options.height, "height of the pictures")
         ->check(CLI::Range(48, 1080))
         ->capture_default_str();
-    app.add_option("--fps", options.fps, "pictures a second")
+    app.add_option("--fps", options.fps, "pictures per second")
         ->check(CLI::Range(1, 60))
         ->capture_default_str();
     app.add_option("--quality", options.quality, "quality of JPEG pictures")
@@ -159,14 +160,15 @@ void addCodecOptions(CLI::App& app, Options& options, Raw& raw) {
         ->capture_default_str();
     app.add_flag("--no-key-on-join", raw.noKeyForNewcomer,
                  "a new client waits for the next regular key picture");
-    app.add_option("--bitrate", options.bitrate, "of the codecs, kilobits a second; 0 is constant quality")
+    app.add_option("--bitrate", options.bitrate,
+                   "bit rate of the codecs, kilobits per second; 0 is constant quality")
         ->check(CLI::Range(0, 50000))
         ->capture_default_str();
     app.add_option("--multicast", options.multicastGroup,
                    "multicast group of the first input; each further input has the next group")
         ->capture_default_str();
     app.add_option("--multicast-port", options.multicastPort,
-                   "even; RTSP uses it, the SDP guide's video 10 above, its sound 20 above")
+                   "even port for RTSP; the SDP guide's video is 10 above it, its sound 20 above it")
         ->check(CLI::Range(1024, 65000))
         ->capture_default_str();
     app.add_option("--track", options.track, "name of the RTSP track")->capture_default_str();
@@ -193,8 +195,8 @@ void addDeviceOptions(CLI::App& app, Options& options, Raw& raw) {
 }
 
 std::string footer() {
-    return "When it listens, it prints \"http=PORT rtsp=PORT https=PORT\" on standard output (0: no such "
-           "port),\n"
+    return "When it listens, it prints \"http=PORT rtsp=PORT https=PORT\" on standard output (0: the "
+           "port does not exist),\n"
            "with --control also \" control=PORT\". SIGINT and SIGTERM end it with exit status 0.\n\n"
            "Kinds: " +
            kindList() +

@@ -19,7 +19,7 @@ struct Options {
     std::uint16_t httpPort = 0;             // serves RTSP too
     std::uint16_t rtspPort = 0;             // one more port for RTSP
     std::optional<std::uint16_t> httpsPort; // nothing: no TLS
-    // For /faults and /requests only; no fault affects it. Nothing: there is no such port.
+    // For /faults and /requests only; no fault affects it. Nothing: there is no control port.
     std::optional<std::uint16_t> controlPort;
 
     std::vector<std::string> inputs{"test"}; // 1 to 64, as in --input
@@ -36,7 +36,7 @@ struct Options {
     Codec codec = Codec::Mpeg4; // of RTSP: Mpeg4 or H264
     int keyInterval = 12;       // pictures from one key picture to the next, 1 to 250
     bool keyForNewcomer = true; // the next picture after a client joins is a key picture
-    int bitrate = 0;            // of the codecs, kilobits a second, up to 50000; 0: constant quality
+    int bitrate = 0;            // of the codecs, kilobits per second, up to 50000; 0: constant quality
     std::string multicastGroup = "239.255.77.1"; // of the first input; each further input has the next group
     std::uint16_t multicastPort = 5000;          // even, up to 65000
     std::string track = "trackID=1";             // the name of the RTSP track

@@ -1,4 +1,4 @@
-// The encoder's parameters, and the replies of the three CGIs that give them out.
+// The encoder's parameters, and the replies of the three CGIs that report them.
 #pragma once
 
 #include "appliance/encoder/device/encoder_options.h"
@@ -22,8 +22,8 @@ public:
 
     // The reply to a query for `group`: a parameter's name, a group ("Brand" for all names that begin with "Brand."),
     // or "" for all. The name may have "root." in front; then the reply has it too, because a reply always begins
-    // with the name that was asked. An unknown name gives a line that begins with "#". Devices of API version 1 have
-    // no viewer CGI and know old names only; an unknown name gives 404 there.
+    // with the name that was asked for. An unknown name gives a line that begins with "#". Devices of API version 1
+    // have no viewer CGI and know old names only; an unknown name gives 404 there.
     ParameterReply ask(ParameterCgi cgi, std::string_view group) const;
 
 private:

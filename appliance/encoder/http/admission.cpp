@@ -27,7 +27,7 @@ Verdict verdictOn(const HttpSession& session, const FaultSet& faults) {
     if (faults.has(Fault::Unauthorised) ||
         (faults.has(Fault::ViewUnauthorised) && request.path() == viewParameterPath))
         return Verdict::Refused;
-    // A tunnel asks for credentials inside, in RTSP.
+    // In a tunnel, RTSP asks for the credentials.
     if (isTunnelRequest(request))
         return Verdict::Accepted;
     return session.device().authenticator.judge(request.header("Authorization").value_or(""), request.method,

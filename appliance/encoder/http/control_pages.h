@@ -1,5 +1,5 @@
-// The pages for tests and users, which no fault affects: /faults reads and switches faults, /requests lists what
-// clients have asked. They answer to this machine only.
+// The pages for tests and users, which no fault affects: /faults reads and switches faults, /requests lists the
+// requests of clients. They answer only requests from this machine.
 #pragma once
 
 #include "appliance/encoder/http/http_session.h"

@@ -83,7 +83,7 @@ TEST(MjpegStream, FpsLimitsThePictures) {
     EXPECT_GE(last - first, 25); // 30, less the time that the first picture was early
 }
 
-// As a decoder asks when a source has nothing but an address.
+// A decoder asks like this when a source has only an address.
 TEST(MjpegStream, EmptyValuesMeanTheDefault) {
     const TestEncoder encoder({"--mark", "4"});
     for (const char* query : {"?&compression=", "?&resolution=&compression=",

@@ -25,7 +25,7 @@ int nextType(Client& client) {
 
 } // namespace
 
-TEST(Mpeg2Stream, BeginsWithTheSequenceHeaderAndGoesOn) {
+TEST(Mpeg2Stream, BeginsWithTheSequenceHeaderAndContinues) {
     const TestEncoder encoder({"--kinds", "mpeg2", "--inputs", "2", "--gop", "4", "--fps", "50"});
     for (const char* query : {"", "?camera=2", "?camera=quad"}) {
         Client client(encoder.http());

@@ -3,8 +3,8 @@
 
 #include "appliance/encoder/http/http_session.h"
 
-// From camera=N, camera=quad or quad=1. Without them, and with an empty camera=, it is the first input. Null if there
-// is no such channel.
+// Reads camera=N, camera=quad or quad=1. Without them, or with an empty camera=, it is the first input. Null if the
+// channel does not exist.
 Channel* wantedChannel(const HttpSession& session);
 
 // The 404 reply for a query without a channel.

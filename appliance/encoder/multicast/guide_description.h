@@ -5,6 +5,6 @@
 
 #include <string>
 
-// Of an MPEG-2 multicast; `audio` is null for a stream without sound.
+// Describes an MPEG-2 multicast; `audio` is null for a stream without sound.
 std::string describeMulticast(const std::string& name, const std::string& localAddress,
                               const MulticastPlace& video, const MulticastPlace* audio);

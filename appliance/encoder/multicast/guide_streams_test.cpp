@@ -77,7 +77,7 @@ protected:
 
 } // namespace
 
-TEST_F(GuideVideoTest, SendsThePicturesOfTheStreamWhole) {
+TEST_F(GuideVideoTest, SendsCompletePicturesOfTheStream) {
     start(320, 240, 25);
     CodecReader reader(*stream_);
     EXPECT_EQ(nextPicture().substr(0, 4), std::string("\0\0\1\xB3", 4))
@@ -121,7 +121,7 @@ TEST_F(GuideVideoTest, ReportsComeAndTheLastOneIsAGoodbye) {
     EXPECT_TRUE(saidGoodbye);
 }
 
-TEST_F(GuideVideoTest, StallsAfterItsPicturesAndGoesOn) {
+TEST_F(GuideVideoTest, StallsAfterItsPicturesAndContinues) {
     start(160, 120, 25, "stall=3");
     for (int i = 0; i < 3; ++i)
         EXPECT_FALSE(nextPicture().empty());

@@ -10,7 +10,7 @@ constexpr double reportBandwidth = 64000; // bits a second: enough, so that GStr
 constexpr GstClockTime goodbyeTime = 500 * GST_MSECOND;
 
 std::string sink(const std::string& localAddress, const MulticastPlace& place, int portOffset) {
-    // The bound address selects the interface. Looped back, because players on this machine receive it too.
+    // The bound address selects the interface. loop=true, because players on this machine receive it too.
     return "udpsink bind-address=" + localAddress + " host=" + place.group +
            " port=" + std::to_string(place.port + portOffset) +
            " auto-multicast=false ttl-mc=1 loop=true sync=false async=false";

@@ -44,8 +44,8 @@ public:
 
     // Whether peek() has seen enough bytes.
     using Enough = std::function<bool(std::string_view bytes)>;
-    // The first bytes to be read, at most `limit`; they stay to be read. Waits until they are enough. Returns what
-    // there is, possibly nothing, when the peer sends no more or the deadline has passed. Plain connections only.
+    // Returns the next bytes, at most `limit`, without consuming them. Waits until `enough` accepts them. When the peer
+    // sends no more or the deadline has passed, returns the bytes so far, possibly none. Plain connections only.
     std::string peek(std::size_t limit, Deadline deadline, const Enough& enough) const;
 
     // True when the kernel has taken all bytes in time.

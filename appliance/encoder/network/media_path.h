@@ -10,7 +10,7 @@
 
 std::string mediaPathOf(int channel);
 
-// The channel of a media path, with or without a track name behind it; 0 is the quad view. Nothing for other paths.
+// The channel of a media path, with or without a track name after it; 0 is the quad view. Nothing for other paths.
 std::optional<int> mediaChannelOf(std::string_view path);
 
 // Whether a request opens one half of an RTSP tunnel through HTTP: a media path and a session cookie.

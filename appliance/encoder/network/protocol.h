@@ -9,9 +9,9 @@
 enum class Protocol { Http, Rtsp };
 
 // The protocol of a connection that begins with these bytes; nothing while they could still be either. Text that is
-// no request counts as HTTP, which has the better error replies.
+// not a request counts as HTTP, which has the better error replies.
 std::optional<Protocol> protocolOf(std::string_view start);
 
 // Waits for the first bytes of a plain connection and leaves them in place to be read. Nothing if the peer leaves
-// or sends no byte within `idleTime`. A peer that then takes too long over its first line is taken for HTTP.
+// or sends no byte within `idleTime`. A peer that then takes too long over its first line is treated as HTTP.
 std::optional<Protocol> awaitProtocol(const Connection& connection, std::chrono::seconds idleTime);

@@ -1,7 +1,7 @@
 // HTTP and RTSP requests as text; both have the same form. Parsing only, no sockets.
 //
 // Parsing is lenient because real clients are sloppy. The target is all text between the method and the last
-// blank before the protocol, so a preset name with blanks arrives whole. A line may end in a bare line feed.
+// blank before the protocol, so a preset name with blanks arrives complete. A line may end in a bare line feed.
 #pragma once
 
 #include <cstddef>

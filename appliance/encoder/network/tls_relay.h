@@ -9,7 +9,7 @@
 
 class TlsRelay {
 public:
-    // The connection must outlive it; its handshake is done. See fd().
+    // The connection must outlive it and have completed its handshake. See fd().
     explicit TlsRelay(Connection& connection);
     // Ends the connection.
     ~TlsRelay();

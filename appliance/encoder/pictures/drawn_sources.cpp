@@ -48,7 +48,7 @@ void QuadSource::draw(Picture& picture, std::uint64_t number) {
     const int halfWidth = width_ / 2;
     const int halfHeight = height_ / 2;
     for (std::size_t i = 0; i < subscriptions_.size(); ++i) {
-        // A short wait for an input's first picture, because the view would otherwise begin dark.
+        // Waits briefly for an input's first picture, because the view would otherwise begin dark.
         const std::chrono::milliseconds patience(shown_[i] ? 0 : 40);
         if (PicturePtr newer = subscriptions_[i]->next(patience))
             shown_[i] = std::move(newer);

@@ -15,7 +15,7 @@ namespace {
 
 constexpr std::chrono::seconds restartPause(2);
 constexpr GstClockTime busPoll = 100 * GST_MSECOND;
-// Of an RTSP camera's jitter buffer. The default of two seconds is too long for live video.
+// The latency of an RTSP camera's jitter buffer. The default of two seconds is too long for live video.
 constexpr unsigned cameraLatencyMs = 100;
 
 bool isUrl(const std::string& text) {
@@ -177,8 +177,8 @@ std::string GstSource::mistakeIn(const std::string& text) {
     return {};
 }
 
-// By the clock, because some cameras send no time stamps. A picture that is early by up to a quarter of the interval
-// is still taken, so that a camera's jitter costs no pictures.
+// Decides by the clock, because some cameras send no time stamps. A picture that is early by up to a quarter of the
+// interval is still taken, so that a camera's jitter costs no pictures.
 bool GstSource::isTimeForAPicture() {
     const auto now = std::chrono::steady_clock::now();
     const std::chrono::nanoseconds interval(1000000000 / input_.fps);

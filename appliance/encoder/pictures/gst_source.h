@@ -14,7 +14,7 @@ struct GstInput {
     std::string text; // a file's name, "/dev/..." or a URL
     int width;        // pictures are scaled to this size with their shape kept
     int height;
-    int fps;                 // the most pictures a second
+    int fps;                 // the most pictures per second
     std::optional<int> mark; // source number of a frame mark to be drawn; none: no mark
 };
 
@@ -25,7 +25,7 @@ public:
     ~GstSource() override;
     int fps() const override { return input_.fps; }
 
-    // Why an input can never be opened (there is no such file), or "".
+    // Why an input can never be opened (for example, the file does not exist), or "".
     static std::string mistakeIn(const std::string& text);
 
 private:

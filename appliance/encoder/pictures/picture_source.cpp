@@ -16,7 +16,7 @@ void PictureSource::publish(PicturePtr picture) {
     changed_.notify_all();
 }
 
-// So that the next reader's first picture is not one from before the pause.
+// Drops the picture from before the pause, so that the next reader does not get it.
 void PictureSource::dropNewest() {
     newest_.reset();
 }

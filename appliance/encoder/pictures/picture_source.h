@@ -19,7 +19,7 @@ public:
     PictureSource(const PictureSource&) = delete;
     PictureSource& operator=(const PictureSource&) = delete;
 
-    // Nominal. Test pictures and the quad view keep it; cameras and files only roughly.
+    // The nominal rate. Test pictures and the quad view keep it; cameras and files only roughly.
     virtual int fps() const = 0;
 
     // Ends every wait for a picture, now and later. Any thread.

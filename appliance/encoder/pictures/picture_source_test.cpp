@@ -32,7 +32,7 @@ TEST(PictureSource, GivesEveryReaderItsFirstPictureAtOnceAndThenNewOnes) {
     EXPECT_GT(next->number, picture->number);
 }
 
-TEST(PictureSource, NumbersGoOnWithoutReaders) {
+TEST(PictureSource, NumbersContinueWithoutReaders) {
     TestSource source("Name", 160, 120, 50, 5);
     std::uint64_t before = 0;
     {

@@ -11,7 +11,7 @@ public:
     // `mark` is the source number in the frame mark. It also selects the colour, so that two sources look different.
     TestPicture(std::string name, int width, int height, int mark);
 
-    // Picture number `number` of a source with `fps` pictures a second.
+    // Picture number `number` of a source with `fps` pictures per second.
     void draw(Picture& picture, std::uint64_t number, int fps) const;
 
 private:

@@ -25,8 +25,8 @@ RtspFeeder* feederOf(GstRTSPMedia* media) {
     return static_cast<RtspFeeder*>(g_object_get_data(G_OBJECT(media), feederKey));
 }
 
-// The packetizer of MPEG-4 holds a picture back until the next picture or a segment event arrives. It gets its own
-// segment again, directly: a segment from the source would arrive together with the next picture.
+// The packetizer of MPEG-4 holds a picture back until the next picture or a segment event arrives. So it gets its
+// own segment again, directly: a segment from the source would arrive together with the next picture.
 GstPadProbeReturn onPictureEnd(GstPad* pad, GstPadProbeInfo* info, gpointer packetizer) {
     if (gst_event_has_name(GST_PAD_PROBE_INFO_EVENT(info), RtspFeeder::pictureEndName) == FALSE)
         return GST_PAD_PROBE_OK;

@@ -25,7 +25,7 @@ public:
     RtspChannel(const RtspChannel&) = delete;
     RtspChannel& operator=(const RtspChannel&) = delete;
 
-    // To be mounted at path(). The channel owns it.
+    // The caller mounts it at path(). The channel owns it.
     GstRTSPMediaFactory* factory() const { return factory_; }
     const std::string& path() const { return path_; }
     const MulticastPlace& place() const { return place_; }

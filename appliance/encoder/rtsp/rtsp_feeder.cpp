@@ -101,7 +101,7 @@ void RtspFeeder::sendWhilePlaying() {
     }
 }
 
-// No time for the picture that only serves the description.
+// The picture that is only used for the description has no time.
 void RtspFeeder::push(const AccessUnit& unit, std::optional<std::int64_t> time) {
     GstBuffer* buffer = gst_buffer_new_memdup(unit.bytes.data(), unit.bytes.size());
     GST_BUFFER_PTS(buffer) = time ? runningTimeAt(*time) : 0;

@@ -1,4 +1,4 @@
-// Feeds a channel's pictures into its RTSP pipeline, on a thread of its own.
+// Feeds a channel's pictures into its RTSP pipeline, on a separate thread.
 //
 // It pushes one picture before the first PLAY, because the pipeline needs one for the stream's description. That
 // picture stays in the pipeline and is old by the time of PLAY. No client gets it: the sinks drop all packets that

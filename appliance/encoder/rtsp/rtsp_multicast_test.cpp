@@ -49,7 +49,7 @@ TEST_F(Multicast, RtspSendsToTheGroupWhileAClientPlays) {
     ASSERT_GE(report.size(), 28U);
     EXPECT_EQ(report[1], '\xC8');
 
-    // A second client shares the stream. The stream goes on when the first client leaves.
+    // A second client shares the stream. The stream continues when the first client leaves.
     Client second(encoder.rtsp());
     reply = ask(second, "SETUP /mpeg4/2/media.orv/trackID=1", "Transport: RTP/AVP;multicast\r\n");
     const std::string secondSession = sessionOf(reply);

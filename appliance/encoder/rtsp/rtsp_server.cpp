@@ -184,7 +184,7 @@ GstRTSPClient* RtspServer::State::makeClient(ServedConnection& connection, GstRT
     return client;
 }
 
-// Serves on the shared context's thread, or, without one, on this thread with a context of its own.
+// Serves on the shared context's thread, or, without one, on this thread with its own context.
 void RtspServer::State::serve(ServedConnection& connection, GstRTSPConnection* library,
                               GMainContext* shared) {
     if (library == nullptr) {

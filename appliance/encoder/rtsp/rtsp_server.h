@@ -2,8 +2,8 @@
 // per channel (rtsp_channel.h).
 //
 // Threads: a plain connection is served on its own thread. The two halves of a tunnel through HTTP are served on one
-// thread for all tunnels, because the library joins the halves without locks; the same thread ends sessions without
-// a sign of life. A stream that is played has threads of the library's, and one of ours that feeds it.
+// thread for all tunnels, because the library joins the halves without locks; the same thread ends sessions that
+// have timed out. A stream that is played has threads of the library and one of ours that feeds it.
 #pragma once
 
 #include "appliance/encoder/network/connection.h"

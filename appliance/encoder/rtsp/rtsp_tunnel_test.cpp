@@ -34,7 +34,7 @@ public:
         EXPECT_EQ(curl_easy_send(curl_, bytes.data(), bytes.size(), &sent), CURLE_OK);
         EXPECT_EQ(sent, bytes.size());
     }
-    // The bytes up to `mark`, with it. A failure, and what came, if it does not come within ten seconds.
+    // The bytes up to and including `mark`. If it does not arrive within ten seconds: a failure, and the bytes so far.
     std::string readUntil(const std::string& mark) {
         const auto end = std::chrono::steady_clock::now() + std::chrono::seconds(10);
         std::size_t at = 0;

@@ -124,7 +124,7 @@ ServedConnection& ServedConnection::of(GstRTSPClient* client) {
 }
 
 // The library answers PLAY and TEARDOWN on a track's URL with 460, "only aggregate operation allowed". Many clients
-// send them there, and with a single track both URLs mean the same: the path goes on without the track's name.
+// send them there, and with a single track both URLs mean the same: the library gets the path without the track's name.
 gchar* ServedConnection::pathOf(GstRTSPClient* client, const GstRTSPUrl* url) {
     const GstRTSPContext* context = gst_rtsp_context_get_current();
     const auto channel = mediaChannelOf(url->abspath);
@@ -162,7 +162,7 @@ void ServedConnection::cutIfPlaying(int channel) {
         connection_.cut();
 }
 
-// The library asks this for every request, and again for details of some.
+// The library calls this for every request, and again for details of some.
 gboolean ServedConnection::onCheck(GstRTSPAuth* checker, GstRTSPContext* context, const gchar* what) {
     const std::string_view subject = what;
     if (subject == GST_RTSP_AUTH_CHECK_TRANSPORT_CLIENT_SETTINGS)

@@ -16,7 +16,7 @@ class RtspChannel;
 
 class ServedConnection {
 public:
-    // All must outlive it. `channels` has them by number.
+    // All arguments must outlive it. `channels` is indexed by channel number.
     ServedConnection(Device& device, const std::vector<std::unique_ptr<RtspChannel>>& channels,
                      Connection& connection, std::uint64_t number, bool tunnelled)
         : device_(device), channels_(channels), connection_(connection), number_(number),

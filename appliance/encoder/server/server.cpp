@@ -118,7 +118,7 @@ void Server::wake() const {
     [[maybe_unused]] const ssize_t written = write(wakeFd_, &one, sizeof one);
 }
 
-// Waits until the ports have changed, so that the fault is in effect when the caller goes on.
+// Waits until the ports have changed, so that the fault is in effect when the caller continues.
 void Server::refuseOrAccept(const FaultSet& faults) {
     std::unique_lock lock(mutex_);
     refusing_ = faults.has(Fault::Refuse);
@@ -184,7 +184,7 @@ void Server::admit(const Door& door) {
     }
     auto connection = std::make_shared<Connection>(fd, door.role == PortRole::Https ? tls_.get() : nullptr);
     const std::lock_guard lock(mutex_);
-    // The control port has places of its own, so that it still answers when all other connections are taken.
+    // The control port has its own places, so that it still answers when all other connections are taken.
     const std::size_t places = static_cast<std::size_t>(device_.options.maxConnections) +
                                (door.role == PortRole::Control ? controlPlaces : 0);
     if (threads_ >= places) {
@@ -261,6 +261,6 @@ void Server::stop() {
     acceptThread_.join();
     std::unique_lock lock(mutex_);
     for (const auto& connection : connections_)
-        connection->shutdown(); // the ones accepted since
+        connection->shutdown(); // those accepted in the meantime
     changed_.wait(lock, [this] { return threads_ == 0; });
 }

@@ -28,7 +28,7 @@ public:
     // Opens the ports and begins to serve. Returns an error text, or "". Call it once.
     std::string start();
 
-    // The port number; 0 if there is no such port.
+    // The port number; 0 if the port does not exist.
     std::uint16_t port(PortRole role) const;
 
     // Ends every connection and waits for the threads. The destructor calls it too.
@@ -64,7 +64,7 @@ private:
     std::set<std::shared_ptr<Connection>> connections_;
     std::uint64_t nextNumber_ = 1;
     std::size_t threads_ = 0;
-    bool refusing_ = false;       // as the fault asks
-    bool refusalApplied_ = false; // as the ports are
+    bool refusing_ = false;       // the fault is active
+    bool refusalApplied_ = false; // the ports refuse connections
     bool stopping_ = false;
 };

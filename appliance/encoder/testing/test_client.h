@@ -54,9 +54,9 @@ public:
     // The bytes before `mark`; both are consumed. Nothing if the connection or the time ends first.
     std::optional<std::string> readUntil(std::string_view mark);
     std::optional<std::string> readBytes(std::size_t count);
-    // All bytes until the connection ends. `reset` tells whether it was reset.
+    // All bytes until the connection ends. `reset` is set to whether it was reset.
     std::string readToEnd(bool* reset = nullptr);
-    // True if no byte arrives for so long.
+    // True if no byte arrives for that time.
     bool silentFor(int milliseconds);
 
     ClientReply readHead();

@@ -8,7 +8,7 @@
 
 class UdpReceiver {
 public:
-    // Bound to 127.0.0.1, or with a group to that multicast group on all interfaces. See isBound().
+    // Binds to 127.0.0.1 or, with a group, to that multicast group on all interfaces. See isBound().
     explicit UdpReceiver(std::uint16_t port, const char* group = nullptr);
     ~UdpReceiver();
     UdpReceiver(const UdpReceiver&) = delete;

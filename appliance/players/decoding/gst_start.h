@@ -16,7 +16,7 @@ bool startGStreamer(std::initializer_list<const char*> plugins);
 // Loads more plugins after startGStreamer(). False with a log line when one is missing. Any thread.
 bool loadPlugins(std::initializer_list<const char*> plugins);
 
-// Loads the installed ones of these plugins. Any thread.
+// Loads those of these plugins that are installed. Any thread.
 void loadWhereInstalled(std::initializer_list<const char*> plugins);
 
 } // namespace player

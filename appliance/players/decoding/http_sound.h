@@ -8,9 +8,9 @@
 
 namespace player {
 
-// Plays the sound from that address on a thread of its own, after the picture is shown and while it is. Without a sound
-// card the sound is received and dropped. A failure is logged when `verbose` is set and never affects the picture.
-// `sink` must outlive the process's threads.
+// Plays the sound from that address on its own thread while the picture is shown. Without a sound card the sound is
+// received and dropped. A failure is logged when `verbose` is set and never affects the picture. `sink` must outlive
+// the process's threads.
 void playHttpSound(const streams::HttpSource& source, const StreamSink& sink, bool verbose);
 
 // The decoder for sound of that content type, in the syntax of gst-launch, and the caps to feed; empty texts for an

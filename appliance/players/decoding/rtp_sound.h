@@ -12,7 +12,7 @@ namespace player {
 
 class RtpSound {
 public:
-    // Prepares decoding of packets with these caps on a thread of its own, after the picture is shown. `sink` must
+    // Prepares decoding of packets with these caps on its own thread, after the picture is shown. `sink` must
     // outlive the object. Never destroyed: its thread may run until the process ends.
     RtpSound(const StreamSink& sink, std::string caps);
 

@@ -1,4 +1,4 @@
-// The front of a player: hides the user name and the password, then starts the player proper.
+// The front of a player: it hides the user name and the password, then starts the player proper.
 //
 // The password is on the command line, and every user of the machine can read command lines. Loading the
 // player's libraries takes 40 ms and more, during which the player itself can't hide anything. So the program
@@ -43,7 +43,7 @@ bool writeAll(int fd, const char* bytes, std::size_t count) {
     return true;
 }
 
-// A descriptor above the standard ones with all arguments, each with its NUL. It survives the exec.
+// Returns a descriptor, above the standard ones, with all arguments, each with its NUL. It survives the exec.
 int copyOf(int argc, char** argv) {
     int fd = memfd_create("player-arguments", 0);
     if (fd >= 0 && fd <= STDERR_FILENO)
@@ -70,7 +70,7 @@ bool contains(std::string_view letters, char letter) {
 }
 
 // Hides the secrets in one argument. Returns true when the value of its last letter is the next argument;
-// `secret` then tells whether that has to be hidden.
+// `secret` is then set to whether that must be hidden.
 bool hideInside(char* argument, bool& secret) {
     for (char* letter = argument + 1; *letter != '\0'; ++letter) {
         if (!contains(player::lettersWithValue, *letter))
@@ -119,7 +119,7 @@ const char* programPath() {
 int main(int argc, char** argv) {
     const int copy = copyOf(argc, argv);
     hideSecrets(argc, argv);
-    // A supervisor that dies while the player is loading takes it along, too.
+    // The process must also end when the supervisor dies while the player is loading.
     prctl(PR_SET_PDEATHSIG, SIGTERM);
     char number[16];
     std::snprintf(number, sizeof number, "%d", copy);

@@ -1,4 +1,4 @@
-// What the front of a player has to know of the players' options.
+// The part of the players' options that their front needs.
 #pragma once
 
 #include <string_view>
@@ -8,7 +8,7 @@ namespace player {
 // The options that take a value, in all players.
 inline constexpr std::string_view lettersWithValue = "upmonrwPtiqcMH";
 
-// Those whose value must not be visible in the process list.
+// The options whose value must not be visible in the process list.
 inline constexpr std::string_view secretLetters = "up";
 
 // The environment variable that names the descriptor with the complete arguments, each with its NUL, the

@@ -86,8 +86,8 @@ protected:
         return supervisor_.start(PLAYER, std::move(arguments));
     }
 
-    // Milliseconds from the first to the last time that the process list shows the text, looked at without a
-    // pause until the player asks its encoder; 0: never.
+    // Reads the process list without a pause until the player asks its encoder. Returns the milliseconds from the
+    // first to the last time that the list shows the text; 0: it never does.
     double visibleMs(pid_t pid, const Server& server, const std::string& text) {
         std::int64_t first = 0;
         std::int64_t last = 0;
@@ -107,8 +107,8 @@ protected:
     FakeSupervisor supervisor_;
 };
 
-// The bound is for the best of ten starts: other programs may hold up any single one, at any moment. Hiding
-// the password only after the libraries are loaded takes 40 ms at best.
+// The limit applies to the best of ten starts, because other programs may delay any single one. Hiding the
+// password only after the libraries are loaded takes 40 ms at best.
 TEST_F(Front, PasswordIsHiddenBeforeThePlayerLoads) {
     std::vector<double> times;
     for (int i = 0; i < 10; ++i) {

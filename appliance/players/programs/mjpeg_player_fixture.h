@@ -1,4 +1,4 @@
-// What the tests of mjpeg_player share.
+// The fixture of the tests of mjpeg_player.
 #pragma once
 
 #include "appliance/mark/frame_mark.h"
@@ -26,7 +26,7 @@ using testing::Not;
 
 class MjpegPlayer : public testing::Test {
 protected:
-    // Message queues of the test's own, where the machine allows it.
+    // The test has its own message queues where the machine allows it.
     MjpegPlayer() : isolated_(appliance::isolate()) {}
 
     std::vector<std::string> line(unsigned short port, std::vector<std::string> more = {},
@@ -68,7 +68,7 @@ protected:
             number = store_.wait(number, 1000);
         return number;
     }
-    // For streams that may have a single picture, which may be on the screen already.
+    // For streams that may have only one picture, which may already be on the screen.
     void waitForPictureOf(pid_t pid) {
         const std::int64_t until = gettimeusec() + 30'000'000;
         while (store_.newestInfo().pid != pid && gettimeusec() < until)

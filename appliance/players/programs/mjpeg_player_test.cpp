@@ -204,7 +204,7 @@ TEST_F(MjpegPlayer, ScreenGetsTheModeOfThePlayer) {
     EXPECT_EQ(mark()->source, 7);
 }
 
-TEST_F(MjpegPlayer, SurvivesThatTheScreenIsResetOrBlanked) {
+TEST_F(MjpegPlayer, SurvivesAResetAndABlankScreen) {
     const Server server(pictureStream(7, 250));
     const pid_t pid = start(server);
     ASSERT_TRUE(supervisor_.letShow(pid));
@@ -219,7 +219,7 @@ TEST_F(MjpegPlayer, SurvivesThatTheScreenIsResetOrBlanked) {
     EXPECT_TRUE(supervisor_.running(pid));
 }
 
-TEST_F(MjpegPlayer, WrongUseIsTwo) {
+TEST_F(MjpegPlayer, UsageErrorIsTwo) {
     EXPECT_EQ(supervisor_.end(supervisor_.start(PLAYER, {"-m", "secam", "127.0.0.1"})), 2);
     EXPECT_EQ(supervisor_.end(supervisor_.start(PLAYER, {})), 2);
 }

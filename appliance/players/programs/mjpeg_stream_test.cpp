@@ -37,7 +37,7 @@ TEST_F(MjpegPlayer, EndOfTheStreamIsFourteen) {
     }
 }
 
-// The limit holds for the first picture, too, which takes long on a loaded machine.
+// The limit also applies to the first picture, which takes long on a loaded machine.
 constexpr int stillMs = 4000;
 
 TEST_F(MjpegPlayer, PictureThatStandsStillIsTwentyThree) {

@@ -51,14 +51,14 @@ private:
     const StreamSink& sink_;
     const bool verbose_;
     std::unique_ptr<DecoderPipeline> decoder_;
-    RtpSound* sound_ = nullptr; // never destroyed: it has a thread of its own
+    RtpSound* sound_ = nullptr; // never destroyed: it has its own thread
 };
 
 bool startMpeg4(const PlayerOptions& options, const StreamSink& sink, EndSession& endSession) {
     if (!startGStreamer({"app"}))
         return false;
     streams::startHttp();
-    // Both live until the process ends: their threads do.
+    // Both are never destroyed, because their threads run until the process ends.
     auto* decoding = new Mpeg4Decoding(sink, options.verbose);
     auto* stream = new streams::RtspStream(rtspSourceOf(options), decoding->receiver());
     endSession = [stream] { stream->end(); };

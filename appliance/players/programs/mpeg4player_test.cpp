@@ -228,7 +228,7 @@ TEST_F(Mpeg4Player, EndsAtOnceWhenAsked) {
         usleep(1000);
         kill(pid, number);
         const std::optional<int> status = supervisor_.end(pid);
-        // The signal may arrive before the player reads signals; then it kills.
+        // The signal may arrive before the player reads signals; then it kills the player.
         EXPECT_TRUE(status == 0 || status == -number) << *status;
     }
 }

@@ -18,7 +18,7 @@
 namespace player {
 namespace {
 
-// Decodes what arrives. There is no description of the stream, so the first packet tells its encoding.
+// Decodes the packets. The stream has no description, so its encoding is taken from the first packet.
 class MulticastPictures {
 public:
     explicit MulticastPictures(const StreamSink& sink) : sink_(sink) {}
@@ -53,7 +53,7 @@ void receiveSound(const PlayerOptions& options, const StreamSink& sink) {
     const int socket = streams::joinGroup(options.audioHost, options.audioPort);
     if (socket < 0)
         return;
-    RtpSound* sound = nullptr; // never destroyed: it has a thread of its own
+    RtpSound* sound = nullptr; // never destroyed: it has its own thread
     streams::receiveDatagrams(socket, [&](std::string_view packet) {
         const std::string caps = sound == nullptr ? streams::capsOfPacket(packet) : "";
         if (!caps.empty())

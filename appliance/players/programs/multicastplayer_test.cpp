@@ -56,7 +56,7 @@ TEST_F(MulticastPlayer, TwoPlayersReceiveOneGroup) {
     EXPECT_TRUE(supervisor_.arrived(two, 0));
 }
 
-TEST_F(MulticastPlayer, AnotherGroupOnTheSamePortStaysOut) {
+TEST_F(MulticastPlayer, AnotherGroupOnTheSamePortIsNotReceived) {
     const TestStream other = TestStream::paced(pictures(), "rtpmpvpay" + sink("239.1.2.9", 5004));
     const pid_t neighbour = start({"239.1.2.9", "5004"});
     EXPECT_TRUE(supervisor_.arrived(neighbour, 0));
@@ -74,7 +74,7 @@ TEST_F(MulticastPlayer, SoundComesFromItsOwnGroup) {
 TEST_F(MulticastPlayer, SilentGroupIsElevenAndStalledOneTwentyThree) {
     EXPECT_EQ(supervisor_.end(start({group, "5004"}, 400)), 11);
     const TestStream stream = TestStream::paced(mpeg2Stream(8, 150), "rtpmpvpay" + sink(group, 5004));
-    // The limit holds for the first picture, too, which takes long on a loaded machine.
+    // The limit also applies to the first picture, which takes long on a loaded machine.
     EXPECT_EQ(supervisor_.end(start({group, "5004"}, 4000)), 23);
 }
 

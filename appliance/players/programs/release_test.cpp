@@ -1,4 +1,4 @@
-// A player that waits for its release from a barrier: how long, and what ends the wait.
+// How long a player waits for its release from a barrier, and what ends the wait.
 #include "appliance/players/testing/player_test.h"
 #include "appliance/players/testing/test_pictures.h"
 
@@ -73,7 +73,7 @@ TEST_F(Release, IsAwaitedLongerThanThePictureLimit) {
     EXPECT_TRUE(moves(7));
 }
 
-// The limit holds at the barriers only.
+// The limit applies only at the barriers.
 TEST_F(Release, LimitDoesNotEndAPlayerThatShows) {
     const Server server(pictureStream(7, 500));
     const pid_t pid = start(server, "1000");

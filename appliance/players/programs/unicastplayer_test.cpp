@@ -67,7 +67,7 @@ TEST_F(UnicastPlayer, EndsWithTheStream) {
     scripted::Script stalling = paced(stream().substr(0, stream().size() / 4), 25);
     stalling.push_back(scripted::stall());
     const Server stalls(stalling);
-    // The limit holds for the first picture, too, which takes long on a loaded machine.
+    // The limit also applies to the first picture, which takes long on a loaded machine.
     EXPECT_EQ(supervisor_.end(start(stalls, 4000)), 23);
 }
 

@@ -11,7 +11,7 @@
 namespace player {
 namespace {
 
-// Everything in the descriptor that the front named; "" when there was no front. Closes it.
+// Reads and closes the descriptor that the front named. Returns its text; "" when there was no front.
 std::string storedArguments() {
     const char* number = std::getenv(argumentsVariable);
     if (number == nullptr)

@@ -109,7 +109,7 @@ bool PictureConverter::prepare(const GstVideoInfo& from, int width, int height) 
                               static_cast<guint>(GST_VIDEO_INFO_HEIGHT(&from)));
     gst_video_info_set_format(&to_, GST_VIDEO_FORMAT_BGRx, static_cast<guint>(width),
                               static_cast<guint>(height));
-    // The converter refuses sides that differ in what it does not convert.
+    // The converter refuses two formats that differ in a property that it does not convert.
     GST_VIDEO_INFO_FPS_N(&to_) = GST_VIDEO_INFO_FPS_N(&from);
     GST_VIDEO_INFO_FPS_D(&to_) = GST_VIDEO_INFO_FPS_D(&from);
     GST_VIDEO_INFO_INTERLACE_MODE(&to_) = GST_VIDEO_INFO_INTERLACE_MODE(&from);

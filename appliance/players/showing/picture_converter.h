@@ -1,7 +1,7 @@
 // Converts a decoded picture for the screen: scales it to BGRx, and turns and smooths it where asked.
 //
 // The screen is 4:3 in both modes; its pixels are not square. A picture in a size of analogue video (704 or 720
-// wide and the halves of that) is taken as 4:3 and fills the screen. Any other picture has square pixels unless
+// wide and the halves of that) is treated as 4:3 and fills the screen. Any other picture has square pixels unless
 // its stream says otherwise, and gets a black frame where its shape differs.
 #pragma once
 

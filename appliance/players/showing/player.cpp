@@ -28,7 +28,7 @@
 namespace player {
 namespace {
 
-// A player that leaves waits for a picture of its own and announces itself right after it. The next player
+// A leaving player waits until it draws its next picture and announces itself right after that. The next player
 // then takes the screen within a few milliseconds of that picture, instead of at any time between two pictures.
 constexpr int freshDrawingMs = 5;
 constexpr int drawingPatienceMs = 60;
@@ -70,7 +70,7 @@ public:
         return std::exchange(linkEnded_, false);
     }
 
-    // Since when the player waits for a release, on gettimeusec()'s clock; 0: it doesn't.
+    // Since when the player has been waiting for a release, on gettimeusec()'s clock; 0: it doesn't.
     std::int64_t waitingSince() const {
         const std::lock_guard guard(lock_);
         return waitingSince_;
@@ -115,7 +115,7 @@ bool dieWithParent() {
     return getppid() == parent;
 }
 
-// The time `limitMs` after `since`; without a limit or a start: never.
+// Returns the time `limitMs` after `since`; INT64_MAX without a limit or without a start.
 std::int64_t after(std::int64_t since, int limitMs) {
     return since == 0 || limitMs == 0 ? INT64_MAX : since + std::int64_t{1000} * limitMs;
 }

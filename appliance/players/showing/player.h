@@ -16,14 +16,14 @@
 
 namespace player {
 
-// Ends the session with the encoder. Called when the player ends; gets a fifth of a second. May be empty.
+// Ends the session with the encoder. Called when the player ends; it has 200 ms. May be empty.
 using EndSession = std::function<void()>;
 
 // Starts threads that receive and decode, and returns. The arguments live until the process ends. False with a
 // log line when the stream can't be started.
 using StartStream = std::function<bool(const PlayerOptions&, const StreamSink&, EndSession&)>;
 
-// The whole main() of a player of that kind. Returns only after --help, --version or a mistake in the command
+// The main() of a player of that kind. Returns only after --help, --version or a mistake in the command
 // line; otherwise it ends the process.
 int runPlayer(Kind kind, int argc, char** argv, const StartStream& startStream);
 

@@ -32,7 +32,7 @@ struct Option {
 // clang-format off
 constexpr std::array<Option, 20> knownOptions{{
     {'u', "USER",     forAll,                 "user name for the encoder"},
-    {'p', "PASSWORD", forAll,                 "its password"},
+    {'p', "PASSWORD", forAll,                 "password for the encoder"},
     {'e', nullptr,    forHttp,                "HTTPS"},
     {'m', "MODE",     forAll,                 "video mode of the screen: pal or ntsc (default pal)"},
     {'o', "OUTPUT",   forAll,                 "where to show the picture: tv, the appliance's screen"},
@@ -298,8 +298,8 @@ bool Parser::finish() {
 }
 
 ParsedOptions Parser::run() {
-    // "-": getopt returns bare arguments in their place, even when POSIXLY_CORRECT is set. ":": it tells a
-    // missing value from an unknown option.
+    // "-": getopt returns bare arguments in their place, even when POSIXLY_CORRECT is set. ":": it
+    // distinguishes a missing value from an unknown option.
     std::string letters = "-:";
     for (const Option& option : knownOptions)
         if ((option.kinds & bitOf(options_.kind)) != 0)
@@ -307,7 +307,7 @@ ParsedOptions Parser::run() {
     const std::array<option, 3> longOptions{{{"help", no_argument, nullptr, 'h'},
                                              {"version", no_argument, nullptr, 'V'},
                                              {nullptr, 0, nullptr, 0}}};
-    optind = 0; // a second command line in one process starts afresh
+    optind = 0; // starts again for a second command line in one process
     opterr = 0;
     for (;;) {
         const int letter = getopt_long(argc_, argv_, letters.c_str(), longOptions.data(), nullptr);

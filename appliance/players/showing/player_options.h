@@ -1,7 +1,7 @@
 // A player's command line.
 //
 // The supervisor passes short options only; --help lists them. The value of an option is the next argument,
-// even when it begins with a dash: a password may.
+// even when it begins with a dash, because a password may begin with one.
 #pragma once
 
 #include "appliance/screen/video_mode.h"

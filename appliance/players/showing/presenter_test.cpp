@@ -83,7 +83,7 @@ protected:
     std::unique_ptr<Presenter> presenter_;
 };
 
-TEST_F(PresenterTest, DrawsNothingBeforeItsTurnAndTheNewestPictureAtIt) {
+TEST_F(PresenterTest, DrawsNothingBeforeItsTurnAndThenTheNewestPicture) {
     giveGrey(60);
     giveGrey(100);
     giveGrey(235);
@@ -102,14 +102,14 @@ TEST_F(PresenterTest, DrawsNothingBeforeItsTurnAndTheNewestPictureAtIt) {
     EXPECT_EQ(firsts, 1);
 }
 
-TEST_F(PresenterTest, TurnWithoutAPictureShowsTheFirstThatComes) {
+TEST_F(PresenterTest, TurnWithoutAPictureShowsTheFirstOneThatArrives) {
     presenter().show();
     EXPECT_EQ(store().newestInfo().number, 0U);
     giveGrey(100);
     EXPECT_EQ(store().newestInfo().number, 1U);
 }
 
-TEST_F(PresenterTest, SamePictureIsNoChangeAndTheLeastDifferenceIsOne) {
+TEST_F(PresenterTest, SamePictureIsNoChangeButTheSmallestDifferenceIs) {
     EXPECT_EQ(presenter().lastChange(), 0);
     giveGrey(100);
     const std::int64_t first = presenter().lastChange();
@@ -144,7 +144,7 @@ TEST_F(PresenterTest, SizeMayChangeInTheStream) {
     EXPECT_EQ(store().newestInfo().number, 4U);
 }
 
-TEST_F(PresenterTest, SomethingElseThanAPictureIsDropped) {
+TEST_F(PresenterTest, SamplesThatAreNotPicturesAreDropped) {
     GstBuffer* buffer = gst_buffer_new_allocate(nullptr, 10, nullptr);
     GstCaps* caps = gst_caps_from_string("audio/x-raw,rate=8000");
     GstSample* sample = gst_sample_new(buffer, caps, nullptr, nullptr);
@@ -169,7 +169,7 @@ int combed(int x, int y) {
     return bar > 300 && bar < 400 ? 200 : 50;
 }
 
-TEST_F(PresenterTest, CombsAreSmoothedAsAsked) {
+TEST_F(PresenterTest, CombsAreSmoothedAsConfigured) {
     struct Case {
         Interlace interlace;
         bool smoothed;
@@ -193,7 +193,7 @@ TEST_F(PresenterTest, AutomaticLeavesWholePicturesSharp) {
     EXPECT_GT(grey(newest(), 360, 288) - grey(newest(), 360, 287), 150);
 }
 
-TEST_F(PresenterTest, TurnedByHalf) {
+TEST_F(PresenterTest, TurnedBy180Degrees) {
     options.turned = true;
     giveGrey(16);
     give(720, 576, [](int x, int y) { return x < 360 && y < 288 ? 235 : 16; });
@@ -211,7 +211,7 @@ GstVideoInfo infoOf(int width, int height, int parN = 1, int parD = 1) {
     return info;
 }
 
-TEST(PlaceOnScreen, KeepsTheShapeOnAScreenOfFourToThree) {
+TEST(PlaceOnScreen, KeepsTheShapeOnAFourToThreeScreen) {
     const Place all{0, 0, 720, 576};
     for (const auto& [width, height] : {std::pair{720, 576},
                                         {704, 576},

@@ -29,7 +29,7 @@ bool announceAndWait(int barrier) {
     while (libcommon::awaitBarrierRelease(barrier) != 0) {
         if (errno == EINTR)
             continue;
-        if (errno == EPROTO) { // a release of another barrier: go on waiting
+        if (errno == EPROTO) { // a release of another barrier: continue to wait
             logmsg(3, "Released from another barrier than %d", barrier);
             continue;
         }

@@ -1,9 +1,9 @@
 // The player's side of the barriers.
 //
-// A thread of its own announces the player and waits for the release, because a release must take effect at
-// once, whatever the rest of the player is doing. Barrier 0: the first picture is decoded. Barrier 1, first
-// time: ready to show; the release tells the player to take the screen over. Barrier 1, second time: asked to
-// leave, still showing; the release tells it to stop.
+// A separate thread announces the player and waits for the release, because a release must take effect at once,
+// whatever the rest of the player is doing. Barrier 0: the first picture is decoded. Barrier 1, first time: ready to
+// show; the release tells the player to take the screen over. Barrier 1, second time: asked to leave, still showing;
+// the release tells it to stop.
 #pragma once
 
 #include <cstdint>
@@ -16,7 +16,7 @@ struct LinkActions {
     std::function<void()> show;          // take the screen over
     std::function<void()> beforeLeaving; // asked to leave; called before that is announced
     std::function<void()> stop;          // stop showing
-    // The player waits for a release since that time (gettimeusec()'s clock); 0: it no longer waits.
+    // Since when the player has been waiting for a release (gettimeusec()'s clock); 0: it no longer waits.
     std::function<void(std::int64_t since)> waiting;
     std::function<void(bool released)> ended; // true: the player may go; false: the supervisor is gone
 };

@@ -17,12 +17,12 @@
 
 namespace player {
 
-// A limit that holds on a loaded machine, too. Only a failing test waits that long.
+// A limit that is long enough on a loaded machine, too. Only a failing test waits that long.
 inline constexpr std::chrono::seconds patience{30};
 
 class FakeSupervisor {
 public:
-    // Makes an event queue, and the first time in this process an appliance root.
+    // Makes an event queue and, the first time in this process, an appliance root.
     FakeSupervisor();
     ~FakeSupervisor(); // ends the players that still run
     FakeSupervisor(const FakeSupervisor&) = delete;
@@ -35,7 +35,7 @@ public:
     // Starts a program with these arguments and a barrier.
     pid_t start(const std::string& program, std::vector<std::string> arguments);
 
-    // Waits until the player has announced itself at the barrier that many times. False when it has not in time.
+    // Waits until the player has announced itself at the barrier that many times. False when the time is over.
     bool arrived(pid_t pid, int barrier, int times = 1);
     bool hasArrived(pid_t pid, int barrier, int times = 1);
 

@@ -1,4 +1,4 @@
-// What the tests of the players share.
+// The fixture of the tests of the players.
 #pragma once
 
 #include "appliance/players/testing/fake_supervisor.h"
@@ -25,8 +25,8 @@ class PlayerTest : public testing::Test {
 protected:
     PlayerTest() : network_(ownNetwork()) {}
 
-    // Gives the process message queues and a network of its own, where the machine allows it. Once in a process,
-    // because threads of libraries stay in the network that they were started in. Returns "" or why not.
+    // Gives the process its own message queues and network where the machine allows it. Does so once per process,
+    // because threads of libraries stay in the network that they were started in. Returns "" or why it failed.
     static const std::string& ownNetwork() {
         static const std::string refused = (appliance::isolate(), enterNetworkNamespace());
         return refused;
@@ -59,7 +59,7 @@ protected:
         return false;
     }
 
-    // A player's whole life: both barriers, a moving picture of that source, SIGHUP, the exit.
+    // A player from its start to its end: both barriers, a moving picture of that source, SIGHUP, the exit.
     void showsAndLeaves(pid_t pid, int source) {
         const std::int64_t begin = gettimeusec();
         ASSERT_TRUE(supervisor_.arrived(pid, 0)) << FakeSupervisor::log();
@@ -72,7 +72,7 @@ protected:
         EXPECT_EQ(supervisor_.end(pid), 0);
     }
 
-    const std::string network_; // why the process has no network of its own; "": it has one
+    const std::string network_; // why the process does not have its own network; "": it has one
     FakeSupervisor supervisor_;
     screen::FrameStore store_;
 };

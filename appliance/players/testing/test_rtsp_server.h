@@ -1,4 +1,4 @@
-// An RTSP server for tests of mpeg4player, made with GStreamer's server library and none of our RTSP code.
+// An RTSP server for tests of mpeg4player, made with GStreamer's server library, without our RTSP code.
 #pragma once
 
 #include <memory>
@@ -27,7 +27,7 @@ public:
     TestRtspServer& operator=(const TestRtspServer&) = delete;
 
     unsigned short port() const;
-    void endStreams();    // all that play now, as at the end of a file
+    void endStreams();    // all that are playing, as at the end of a file
     int sessions() const; // number of open sessions
     // The transports that clients requested, in order, each with a blank after it: "udp", "tcp", "udp-mcast".
     std::string transports() const;

@@ -15,10 +15,10 @@ public:
     TestStream(const TestStream&) = delete;
     TestStream& operator=(const TestStream&) = delete;
 
-    bool good() const; // it runs; otherwise the reason is on standard error
+    bool good() const; // whether it runs; otherwise the reason is on standard error
 
     // Plays an MPEG-2 elementary stream with 25 pictures a second to its end. `rest` is the pipeline for it, `more`
-    // a second branch beside it.
+    // is a second branch next to it.
     static TestStream paced(const std::string& elementary, const std::string& rest,
                             const std::string& more = "");
 
