@@ -1,2 +1,2 @@
-// Does nothing: the target that precompiles the headers of the tests needs a source.
+// Empty: the target that precompiles the headers of the tests needs a source.
 int main() {}
