@@ -5,9 +5,9 @@ set(CMAKE_CXX_STANDARD 20)
 set(CMAKE_CXX_STANDARD_REQUIRED ON)
 set(CMAKE_CXX_EXTENSIONS OFF)
 set(CMAKE_POSITION_INDEPENDENT_CODE ON)
-# The build tree has the folders of an installed prefix. So a program finds libcommon.so relative to itself in both,
-# and no run path is edited at installation. CMake makes room for that edit with empty elements, and the loader takes
-# an empty element as the current folder.
+# The build tree has the folders of an installed prefix, so that the same relative run path finds libcommon.so in both.
+# Otherwise CMake would edit the run path at installation. It reserves space for that with empty elements, and an empty
+# element means the current folder to the loader.
 set(CMAKE_RUNTIME_OUTPUT_DIRECTORY "${PROJECT_BINARY_DIR}/bin")
 set(CMAKE_LIBRARY_OUTPUT_DIRECTORY "${PROJECT_BINARY_DIR}/${CMAKE_INSTALL_LIBDIR}")
 set(CMAKE_INSTALL_RPATH "$ORIGIN/../${CMAKE_INSTALL_LIBDIR}")
@@ -19,7 +19,7 @@ option(HOUSE_WERROR "Warnings are errors" ON)
 add_compile_options(-Wall -Wextra -Wpedantic -Wshadow -Wconversion -Wno-sign-conversion -Wformat=2
                     -Wnon-virtual-dtor -Woverloaded-virtual -Wimplicit-fallthrough)
 if(CMAKE_CXX_COMPILER_ID STREQUAL "GNU")
-    # GCC 12 warns of overlapping copies wherever a literal is assigned to a std::string (its bug 105651).
+    # GCC 12 warns about overlapping copies wherever a literal is assigned to a std::string (GCC bug 105651).
     add_compile_options(-Wno-restrict)
 endif()
 if(HOUSE_WERROR)
@@ -30,15 +30,14 @@ if(HOUSE_SANITIZE)
     add_compile_options(-fsanitize=${HOUSE_SANITIZE} -fno-omit-frame-pointer -fno-sanitize-recover=all)
     add_link_options(-fsanitize=${HOUSE_SANITIZE})
     if(HOUSE_SANITIZE STREQUAL "thread")
-        # The fences here are between processes. This sanitizer sees a single process and warns of every fence.
+        # Our fences are between processes. This sanitizer sees only one process and warns about every fence.
         add_compile_options(-Wno-tsan)
     endif()
 endif()
 
-# Hardening of every binary; tests/checks/check_hardening looks at the results. _FORTIFY_SOURCE needs optimization, and
-# it hides calls from the sanitizers.
-# -pie is an ordinary link option: CMake's own check would append it to every program, and it would override
-# -static-pie where a target has that.
+# Hardening of every binary; tests/checks/check_hardening checks the results. _FORTIFY_SOURCE needs optimization, and it
+# hides calls from the sanitizers. -pie is an ordinary link option here: CMake's own support would append it to every
+# program, and there it would override -static-pie.
 add_compile_options(-fstack-protector-strong)
 add_link_options("$<$<STREQUAL:$<TARGET_PROPERTY:TYPE>,EXECUTABLE>:-pie>" LINKER:-z,relro LINKER:-z,now)
 if(NOT HOUSE_SANITIZE)
@@ -74,7 +73,7 @@ else()
     set(house_has_tests ${HOUSE_TESTS})
 endif()
 
-# house_tests_from_here(): the rest of a folder's CMakeLists.txt is about tests. Without tests it is not read. This is a
+# house_tests_from_here(): the rest of a folder's CMakeLists.txt is for tests and is skipped without them. This is a
 # macro because return() in a macro leaves the file that calls it.
 macro(house_tests_from_here)
     if(NOT house_has_tests)
@@ -82,12 +81,12 @@ macro(house_tests_from_here)
     endif()
 endmacro()
 
-# A test's own source: optimizing it takes longer than running it.
+# For the sources of tests: optimizing them takes longer than running them.
 set(HOUSE_UNOPTIMIZED "$<$<CONFIG:RelWithDebInfo>:-O0>" "$<$<CONFIG:RelWithDebInfo>:-g1>"
                       "$<$<CONFIG:RelWithDebInfo>:-U_FORTIFY_SOURCE>")
 
-# GoogleTest's headers, precompiled once for all tests. They fit only sources with the same options. Tests that use GLib
-# have -pthread, so all tests have it.
+# GoogleTest's headers, precompiled once for all tests. They work only with sources that have the same options. Tests
+# that use GLib need -pthread, so all tests have it.
 set(HOUSE_TEST_OPTIONS -pthread)
 if(house_has_tests)
     find_package(GTest REQUIRED)
@@ -100,15 +99,15 @@ if(house_has_tests)
     target_precompile_headers(test_headers PRIVATE <gmock/gmock.h> <gtest/gtest.h>)
 endif()
 
-# house_run_once(sources...): sources of the calling folder that run for a moment, such as the reading of a command
-# line. The lightest optimization halves the time to compile them. None at all would disable _FORTIFY_SOURCE.
+# house_run_once(sources...): for sources whose code runs only for a moment, such as parsing a command line. Light
+# optimization halves the time to compile them. Without optimization _FORTIFY_SOURCE would have no effect.
 function(house_run_once)
     set_source_files_properties(${ARGN} PROPERTIES COMPILE_OPTIONS
                                 "$<$<CONFIG:RelWithDebInfo>:-Og>;$<$<CONFIG:RelWithDebInfo>:-g1>")
 endfunction()
 
 # house_library(NAME sources... LINK libraries...): a folder's static library. Include paths start at the top folder
-# ("events/event_queue.h"), so that each line names the folder that it includes from.
+# ("events/event_queue.h"), so that each line names the included folder.
 function(house_library name)
     cmake_parse_arguments(ARG "" "" "LINK" ${ARGN})
     add_library(${name} STATIC ${ARG_UNPARSED_ARGUMENTS})
@@ -117,8 +116,8 @@ function(house_library name)
 endfunction()
 
 # house_test(NAME sources... LINK libraries... [LABELS labels...] [TIMEOUT seconds] [STREAMS]): one GoogleTest program.
-# CTest runs each test in its own process, because most of the tested code keeps process-wide state. STREAMS: the
-# program plays live streams, which are late on an overloaded machine, so CTest counts each of its tests as two.
+# CTest runs each test in its own process, because most of the tested code has process-wide state. STREAMS: the program
+# plays live streams, which are late on an overloaded machine, so CTest counts each of its tests as two.
 function(house_test name)
     cmake_parse_arguments(ARG "STREAMS" "TIMEOUT" "LINK;LABELS" ${ARGN})
     if(NOT ARG_TIMEOUT)

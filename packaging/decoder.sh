@@ -1,2 +1,2 @@
-# Tells decoderctl where the installed decoder is.
+# The appliance root of the installed decoder, for decoderctl.
 export APPLIANCE_ROOT=/var/lib/decoder

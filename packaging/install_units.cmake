@@ -1,4 +1,4 @@
-# Runs at installation: writes the systemd files with the folders of the prefix that is installed to.
+# Runs at installation: writes the systemd files with the folders of the installation prefix.
 #   unit_templates    folder of the templates
 #   unit_bin_folder   CMAKE_INSTALL_BINDIR
 #   unit_data_folder  CMAKE_INSTALL_DATADIR

@@ -21,6 +21,7 @@ constexpr std::array table{
     ErrorWords{"20", "the encoder has no stream that can be shown"},
     ErrorWords{"23", "no new picture came for too long"},
     ErrorWords{"24", "the encoder refused the user name or password"},
+    ErrorWords{"25", "the supervisor did not release the player from a barrier within 60 seconds"},
     ErrorWords{"29", "the player was killed by a signal"},
     ErrorWords{"30", "the player stopped for an unknown reason"},
     ErrorWords{"32", "no connection to the encoder"},

@@ -17,7 +17,7 @@ TEST(ErrorWords, NoErrorHasNoWords) {
 
 TEST(ErrorWords, EveryCodeOfADetectionAndOfThePlayersHasWordsOfItsOwn) {
     const std::string unknown = errorWords("77");
-    for (const char* code : {"10", "11", "13", "14", "20", "23", "24", "29", "30", "32"}) {
+    for (const char* code : {"10", "11", "13", "14", "20", "23", "24", "25", "29", "30", "32"}) {
         EXPECT_NE(errorWords(code), unknown) << code;
     }
     EXPECT_EQ(errorText("32"), "error 32 (no connection to the encoder)");
@@ -26,7 +26,7 @@ TEST(ErrorWords, EveryCodeOfADetectionAndOfThePlayersHasWordsOfItsOwn) {
 TEST(ErrorWords, PageHasTheSameWords) {
     std::ifstream file(HOUSE_ROOT "/docs/parameters.md");
     const std::string page(std::istreambuf_iterator<char>(file), {});
-    for (const char* code : {"10", "11", "13", "14", "20", "23", "24", "29", "30", "32"}) {
+    for (const char* code : {"10", "11", "13", "14", "20", "23", "24", "25", "29", "30", "32"}) {
         EXPECT_THAT(page, testing::HasSubstr("| " + std::string(code) + " | " + errorWords(code) + " |\n"));
     }
 }

@@ -1,4 +1,4 @@
-"""What the package lists in packaging/ bring along, and which package a file belongs to."""
+"""Which packages the lists in packaging/ install, and which package a file belongs to."""
 import os
 import re
 import subprocess
@@ -12,7 +12,7 @@ def output(*command):
 
 
 def listed(*names):
-    """The packages that the lists name, with repetitions."""
+    """The packages in the lists, with repetitions."""
     lines = [line for name in names for line in (ROOT / "packaging" / name).read_text().splitlines()]
     return [line for line in lines if line and not line.startswith("#")]
 
@@ -42,7 +42,7 @@ class Installed:
         return [name] if name in self.depends else self.provided_by.get(name, [])
 
     def closure(self, names):
-        """These packages, the essential ones, and everything that they depend on."""
+        """These packages, the essential ones, and all their dependencies."""
         found, waiting = set(), list(names) + self.essential
         while waiting:
             for name in self._bring(waiting.pop()):
@@ -53,7 +53,7 @@ class Installed:
 
 
 def spellings(path):
-    """The names under which dpkg may know a file: /lib is a link to /usr/lib, and packages use either."""
+    """The names that dpkg may use for a file: /lib is a link to /usr/lib, and packages use either path."""
     for name in dict.fromkeys((os.path.normpath(path), os.path.realpath(path))):
         yield name
         if name.startswith("/usr/"):
@@ -63,12 +63,12 @@ def spellings(path):
 
 
 def owners(paths):
-    """Path -> its package; paths that belong to no package have None."""
+    """Path -> its package, or None if it belongs to no package."""
     asked = {name: path for path in paths for name in spellings(path)}
     found = dict.fromkeys(paths)
     names = list(asked)
     for start in range(0, len(names), 500):
-        # dpkg exits with 1 when it does not know one of the names.
+        # No check: dpkg exits with 1 if it does not know one of the names.
         answer = subprocess.run(["dpkg", "-S", *names[start:start + 500]], capture_output=True, text=True).stdout
         for line in answer.splitlines():
             packages, _, name = line.partition(": ")

@@ -1,4 +1,4 @@
-"""The documents as their checks read them: pages, links, blocks and code spans."""
+"""Reads the documents for their checks: pages, links, blocks and code spans."""
 import re
 from dataclasses import dataclass
 from pathlib import Path
@@ -8,19 +8,19 @@ PROGRAMS = ("./run", "./test", "decoderctl", "video-encoder", "skelmor", "decode
             "mjpeg_player", "mpeg4player", "unicastplayer", "multicastplayer",
             "switch_bench", "kinds_bench", "detection_bench")
 FENCE = re.compile(r"^\s*(`{3,}|~{3,})\s*(\S*)\s*$")
-# What begins a command in an indented block: our programs, and tools that prepare or ask something.
+# The beginning of a command in an indented block: our programs, and other tools.
 COMMAND = re.compile(r"^(\./|build/|(sudo|cmake|curl|mkdir|decoderctl|video-encoder|decoder-\w+|gst-\S+|ff\w+)\s)")
 
 
 @dataclass
 class Block:
-    line: int  # of its first line of text
-    language: str  # one of LANGUAGES, or what a fence says
+    line: int  # the number of its first line of text
+    language: str  # one of LANGUAGES, or the word after a fence
     text: list
     fenced: bool
 
     def commands(self):
-        """(line, command) of each command of a shell block; explanations are left out."""
+        """(line, command) of each command of a shell block, without comments."""
         if self.language != "sh":
             return
         for number, line in enumerate(self.text, self.line):
@@ -34,7 +34,7 @@ def pages(root):
 
 
 def language_of(lines):
-    """What an indented block is: it has no word for it."""
+    """Guesses the language of an indented block, which does not name it."""
     if re.match(r"^\[[^\]]+\]$", lines[0].strip()):
         return "ini"
     return "sh" if any(COMMAND.match(line.strip() + " ") for line in lines) else "text"
@@ -66,7 +66,7 @@ def blocks(page):
 
 
 def prose(page):
-    """(line number, line) of what is outside of blocks."""
+    """(line number, line) of each line outside of blocks."""
     inside = {number for block in blocks(page) for number in range(block.line, block.line + len(block.text))}
     for number, line in enumerate(page.read_text().splitlines(), 1):
         if number not in inside:

@@ -120,9 +120,9 @@ void Decoder::send(int id, int value1, int value2, const std::string& text) {
     const bool foreign = id == EID_CHILD || id == EID_BUTTON || id == EID_TIMEOUT || id == EID_BARRIER;
     const int queue = foreign ? appliance::eventQueue(appliance_) : -1;
     // It is refused while other senders are at work on a busy machine.
-    EXPECT_TRUE(appliance::eventually(
-        [&] { return foreign ? appliance::sendRaw(queue, id, value1, value2) : sendEvent(&event) == 0; }))
-        << std::strerror(errno);
+    EXPECT_TRUE(appliance::eventually([&] {
+        return foreign ? appliance::sendRaw(queue, id, value1, value2) : sendEvent(&event) == 0;
+    })) << std::strerror(errno);
 }
 
 void Decoder::press(char state) {
