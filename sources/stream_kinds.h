@@ -12,7 +12,7 @@
 
 // Indices into videoSourceTypeString. The members of a source entry are plain integers: an unknown text gives -1.
 enum StreamType : int {
-    TYPE_AUTO = 0, // configured only: the probes find out
+    TYPE_AUTO = 0, // only as the configured type: the probes find the kind
     TYPE_MJPEG = 1,
     TYPE_MPEG2 = 2,
     TYPE_SDP = 3,
