@@ -26,8 +26,8 @@ constexpr int noPlayer = -1;
 constexpr useconds_t graceTime = 500000; // microseconds between SIGINT and SIGTERM
 constexpr int nothing = 0;               // for steps without an argument
 
-// All process-wide state of this file; main thread. The stack of the SIGSEGV handler. A thread that has used up its own
-// stack needs another one for the handler.
+// All process-wide state of this file; main thread.
+// The stack of the SIGSEGV handler. A thread that has used up its own stack needs another one for the handler.
 alignas(16) std::array<char, std::size_t{256} * 1024> crashStack;
 volatile std::sig_atomic_t crashed = 0;     // a SIGSEGV came
 volatile std::sig_atomic_t crashLogged = 0; // and the log says so

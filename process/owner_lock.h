@@ -1,8 +1,8 @@
 // The lock that makes a supervisor the only one of its appliance root.
 //
 // Two supervisors on one root would take events from each other and remove the barriers of each other's players. The
-// lock is an exclusive flock of APPLIANCE_ROOT/run/decoder/skelmor.lock: the kernel releases it when the process ends
-// in any way. The file holds the owner's pid as text and a newline; other programs test the same lock. The file
+// lock is an exclusive flock of APPLIANCE_ROOT/run/decoder/skelmor.lock: the kernel releases it however the process
+// ends. The file holds the owner's pid as text and a newline; other programs test the same lock. The file
 // itself stays.
 #pragma once
 

@@ -27,8 +27,9 @@ bool isKnown(int id) {
     return id >= 0 && id <= EID_RECONNECT;
 }
 
-// ---- All process-wide state of this file. The process that called initEventQueue(), 0 for none: a forked child
-// inherits the number but is an outsider. Written by initEventQueue.
+// ---- All process-wide state of this file.
+// The process that called initEventQueue(), 0 for none: a forked child inherits the number but is an outsider. Written
+// by initEventQueue.
 std::atomic<int> owner{0};
 // The owner's queue, -1 while there is none. Written by initEventQueue, removeEventQueue and the waiting thread; read
 // by any thread and signal handler.

@@ -57,8 +57,7 @@ private:
     static int onTimer(CURLM* multi, long milliseconds, void* self);
 
     const pid_t owner_ = getpid();
-    [[maybe_unused]] HttpClient* const
-        inherited_; // the parent's: unused, kept so that it is not reported as a leak
+    [[maybe_unused]] HttpClient* const inherited_; // the parent's: unused, kept so that no leak is reported
     CURLM* const multi_;
     CURL* const easy_;
     KeptConnections kept_{keptTime};

@@ -64,15 +64,15 @@ public:
 private:
     int fileId_;
     std::string name_;
-    std::shared_ptr<const ParameterSnapshot> snapshot_; // null: read afresh at every access
+    std::shared_ptr<const ParameterSnapshot> snapshot_; // null: read again at every access
 };
 
 // A handle on a parameter file.
 class ParamWrapper {
 public:
-    // `fileId` 0 or 1. `fresh` true: values are read afresh at every access, so that a handle held for a
-    // thread's life sees changes; false: values are those of the moment of construction. Never fails: a
-    // missing file reads as an empty one.
+    // `fileId` 0 or 1. `fresh` true: values are read again at every access, so that a handle held for a thread's life
+    // sees changes; false: values are those of the moment of construction. Never fails: a missing file reads as an
+    // empty one.
     ParamWrapper(int fileId, bool fresh);
     Param operator[](const char* name) const;
 
