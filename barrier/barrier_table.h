@@ -22,8 +22,7 @@ int removeBarrier(int pid);
 // Removes a barrier after its player's exit, silently; harmless when repeated. 0 or -1.
 int dropBarrier(int pid);
 
-// Removes the barriers of an earlier supervisor that crashed: those that still have a queue. 0, or -1 with a log
-// line.
+// Removes the barriers of an earlier supervisor that crashed: those that still have a queue. 0, or -1 with a log line.
 int removeStaleBarriers();
 
 // The queue id of a pid's barrier. Kept: an unknown pid is entered with queue id 0.

@@ -20,8 +20,7 @@ constexpr int identifiers = 14; // 0 to 13 can be queued
 constexpr std::uint32_t actionUnset = 0;
 constexpr std::size_t mostLate = 32; // two players live at a time, each with a few events
 
-// All process-wide state of this file, guarded by `mutex`. Written by the main thread and the event handler
-// thread.
+// All process-wide state of this file, guarded by `mutex`. Written by the main thread and the event handler thread.
 struct Queue {
     std::mutex mutex;
     std::condition_variable appended;
