@@ -1,4 +1,4 @@
-// What is under a barrier file's name already, and must not be emptied or waited for.
+// Objects that already have a barrier file's name: they must not be emptied or waited for.
 #include "barrier/barrier_table.h"
 
 #include "tests/fakes/fake_libcommon.h"
@@ -55,7 +55,7 @@ TEST_F(BarrierFile, ALinkUnderTheNameIsNotFollowed) {
     EXPECT_EQ(createBarrier(player), -1);
     EXPECT_EQ(fake::log, refused(ELOOP));
     EXPECT_EQ(content(root / "precious"), precious);
-    EXPECT_EQ(dropBarrier(player), -1); // not entered
+    EXPECT_EQ(dropBarrier(player), -1); // it is not in the table
 }
 
 TEST_F(BarrierFile, ALinkToNowhereMakesNoFile) {

@@ -25,9 +25,9 @@
 
 namespace {
 
-// Pid to queue id, in a fixed place: the shutdown handler uses the table after a crash, when nothing may be
-// allocated or freed. Two players live at a time, so there is room for every entry that could still matter; when it
-// is full the oldest entry makes room.
+// Maps pids to queue ids, in static memory: the shutdown handler uses the table after a crash, when nothing may be
+// allocated or freed. Two players live at a time, so there is room for every entry that could still matter; when it is
+// full, the oldest entry is replaced.
 class Table {
 public:
     // The queue id of the pid; null when it is not in the table.
@@ -72,7 +72,7 @@ private:
 // All process-wide state of this file.
 // Main thread only, its shutdown handler included; empty at start.
 constinit Table table;
-// The pids that createBarrier was called for last. Written by the main thread, read by any thread.
+// The pids of the most recent calls of createBarrier. Written by the main thread, read by any thread.
 std::array<std::atomic<int>, 16> recentPlayers{};
 std::size_t nextPlayer = 0; // main thread
 
@@ -89,7 +89,8 @@ void removeFile(int pid) {
         std::remove(name.data());
 }
 
-// Without O_TRUNC, so that nothing is emptied before it was looked at; a FIFO must not make us wait for its reader.
+// Without O_TRUNC, so that nothing is emptied before it was checked; with O_NONBLOCK, so that a FIFO does not make us
+// wait for its reader.
 bool makeFile(const char* name) {
     const int fd = open(name, O_WRONLY | O_CREAT | O_NOFOLLOW | O_NONBLOCK | O_CLOEXEC | O_NOCTTY, 0666);
     if (fd == -1)
@@ -118,8 +119,8 @@ std::string shellWord(const std::string& text) {
     return quoted + "'";
 }
 
-// popen() with SIGCHLD open, because a shell inherits the mask. The SIGCHLD handler touches nothing here: it only
-// reaps players. SIGINT stays blocked, so that the shell does not take one that is meant for the supervisor.
+// popen() with SIGCHLD unblocked, because a shell inherits the mask. The SIGCHLD handler touches nothing here: it only
+// reaps players. SIGINT stays blocked, so that the shell is not interrupted by one that is meant for the supervisor.
 FILE* readCommand(const std::string& command) {
     sigset_t child;
     sigset_t saved;

@@ -11,8 +11,8 @@
 std::string barrierFileName(int pid);
 
 // Makes the file and the queue and enters the queue into the table, in place of the stale entry of a reused pid. A
-// stale file is reused when it is a regular file of this user with one name; a link, a FIFO, a folder or somebody
-// else's file is refused, so that no stranger chooses a file for us to empty. 0, or -1 with a log line.
+// stale file is reused when it is a regular file of this user with one name; a link, a FIFO, a folder or another user's
+// file is refused; otherwise another user could choose a file for us to empty. 0, or -1 with a log line.
 int createBarrier(int pid);
 
 // Removes a player's barrier at shutdown. Allocates nothing, so that it is safe after a crash. Kept: an unknown
@@ -22,8 +22,7 @@ int removeBarrier(int pid);
 // Removes a barrier after its player's exit, silently; harmless when repeated. 0 or -1.
 int dropBarrier(int pid);
 
-// Removes the barriers of an earlier supervisor that crashed: those that still have a queue. 0, or -1 with a log
-// line.
+// Removes the barriers of an earlier supervisor that crashed: those that still have a queue. 0, or -1 with a log line.
 int removeStaleBarriers();
 
 // The queue id of a pid's barrier. Kept: an unknown pid is entered with queue id 0.

@@ -160,7 +160,7 @@ TEST_F(BarrierTable, CreateMakesAnEmptyFileAndTheQueueThatThePlayerFinds) {
 TEST_F(BarrierTable, ThePlayersAreThePidsThatABarrierWasMadeForLast) {
     EXPECT_FALSE(isPlayer(player));
     EXPECT_FALSE(isPlayer(0));
-    failMsgget = ENOSPC; // a player without a barrier is a player all the same
+    failMsgget = ENOSPC; // a player without a barrier is still a player
     createBarrier(player);
     EXPECT_TRUE(isPlayer(player));
     for (int i = 1; i < 16; ++i)
@@ -210,10 +210,10 @@ TEST_F(BarrierTable, AFailingMsggetIsLoggedWithFileAndKeyAndTheFileStays) {
     EXPECT_EQ(fake::log, (Log{{3, "Failed to msgget. " + errorText(ENOSPC) + " filename:" +
                                       barrierFileName(player) + " key:" + std::to_string(key) + "\n"}}));
     EXPECT_TRUE(fileExists(player));
-    EXPECT_EQ(dropBarrier(player), -1); // not entered
+    EXPECT_EQ(dropBarrier(player), -1); // it is not in the table
 }
 
-TEST_F(BarrierTable, RemoveTakesFileAndQueueAway) {
+TEST_F(BarrierTable, RemoveDeletesFileAndQueue) {
     const int queue = make(player);
     EXPECT_EQ(removeBarrier(player), 0);
     EXPECT_FALSE(fileExists(player));
@@ -222,7 +222,7 @@ TEST_F(BarrierTable, RemoveTakesFileAndQueueAway) {
     EXPECT_EQ(dropBarrier(player), -1); // no longer in the table
 }
 
-TEST_F(BarrierTable, RemoveOfNoPlayerTakesTheFileAndTriesQueueZero) {
+TEST_F(BarrierTable, RemoveOfNoPlayerDeletesTheFileAndTriesQueueZero) {
     std::ofstream(barrierFileName(-1)) << "";
     EXPECT_EQ(removeBarrier(-1), -1);
     EXPECT_FALSE(fileExists(-1));
@@ -242,7 +242,7 @@ TEST_F(BarrierTable, RemoveKeepsTheMappingWhenTheQueueCannotBeRemoved) {
     EXPECT_EQ(barrierQueue(player), queue);
 }
 
-TEST_F(BarrierTable, DropTakesFileAndQueueAwayAndMayBeRepeated) {
+TEST_F(BarrierTable, DropDeletesFileAndQueueAndMayBeRepeated) {
     const int queue = make(player);
     EXPECT_EQ(dropBarrier(player), 0);
     EXPECT_FALSE(fileExists(player));
@@ -252,7 +252,7 @@ TEST_F(BarrierTable, DropTakesFileAndQueueAwayAndMayBeRepeated) {
     EXPECT_TRUE(fake::log.empty());
 }
 
-TEST_F(BarrierTable, DropOfAnUnknownPidTakesItsFileAway) {
+TEST_F(BarrierTable, DropOfAnUnknownPidDeletesItsFile) {
     std::ofstream(barrierFileName(other)) << "";
     EXPECT_EQ(dropBarrier(other), -1);
     EXPECT_FALSE(fileExists(other));
@@ -272,7 +272,7 @@ TEST_F(BarrierTable, AnUnknownPidIsLookedUpAsQueueZero) {
     EXPECT_EQ(barrierQueue(other), 0);
 }
 
-TEST_F(BarrierTable, TheSweepTakesBarriersThatStillHaveAQueueAndLeavesTheRest) {
+TEST_F(BarrierTable, TheSweepRemovesBarriersThatStillHaveAQueueAndLeavesTheRest) {
     const int queue = make(player);
     std::ofstream(barrierFileName(other)) << "";
     EXPECT_EQ(removeStaleBarriers(), 0);
@@ -282,7 +282,7 @@ TEST_F(BarrierTable, TheSweepTakesBarriersThatStillHaveAQueueAndLeavesTheRest) {
     EXPECT_EQ(fake::log, (Log{{7, "Found sprawling barrier. Removing barrier for PID 700001"}}));
 }
 
-TEST_F(BarrierTable, TheSweepsCommandIsPlainWhereTheRootIs) {
+TEST_F(BarrierTable, TheSweepsCommandIsUnquotedForAPlainRoot) {
     removeStaleBarriers();
     EXPECT_EQ(commands.back(), "ls -1 " + root.string() + "/var/tmp/barrier.*");
     unsetenv("APPLIANCE_ROOT");
@@ -292,7 +292,7 @@ TEST_F(BarrierTable, TheSweepsCommandIsPlainWhereTheRootIs) {
     EXPECT_EQ(fake::log, (Log{{3, "Couldn't popen(\"ls -1 /var/tmp/barrier.*\") " + errorText(ENOMEM)}}));
 }
 
-TEST_F(BarrierTable, TheSweepWorksBelowARootThatTheShellWouldTakeApart) {
+TEST_F(BarrierTable, TheSweepWorksBelowARootThatTheShellWouldExpand) {
     useRoot(top / "the decoder's $(touch oops) \"root\" *");
     const int queue = make(player);
     EXPECT_EQ(removeStaleBarriers(), 0);
@@ -306,10 +306,10 @@ TEST_F(BarrierTable, TheSweepFindsNothingInAnEmptyFolder) {
     EXPECT_TRUE(fake::log.empty());
 }
 
-TEST_F(BarrierTable, TheSweepGoesOnWhenAQueueOrAFileCannotBeRemoved) {
+TEST_F(BarrierTable, TheSweepContinuesWhenAQueueOrAFileCannotBeRemoved) {
     make(player);
     make(other);
-    // Asked for the first one, the folder in its place is there, not empty.
+    // When the first one is looked up, a folder that is not empty takes its place.
     fake::onGetBarrierIPC = [](int pid) {
         if (pid == player) {
             fs::remove(barrierFileName(player));
@@ -330,7 +330,7 @@ TEST_F(BarrierTable, TheSweepGoesOnWhenAQueueOrAFileCannotBeRemoved) {
     EXPECT_FALSE(fileExists(other));
 }
 
-TEST_F(BarrierTable, ANameThatEndsInNoNumberIsAskedForAsPidZero) {
+TEST_F(BarrierTable, ANameWithoutANumberIsLookedUpAsPidZero) {
     std::ofstream(root / "var/tmp/barrier.old") << "";
     std::vector<int> asked;
     fake::onGetBarrierIPC = [&](int pid) {

@@ -30,7 +30,7 @@ struct ReleaseMessage {
 };
 constexpr std::size_t releaseSize = 52;
 static_assert(sizeof(ReleaseMessage) >= sizeof(long) + releaseSize);
-constexpr int betweenLooks = 10; // milliseconds between two looks at a full queue
+constexpr int betweenLooks = 10; // milliseconds between two checks of a full queue
 
 Monitored monitor(std::span<const int> pids) {
     Monitored monitored;
@@ -107,7 +107,7 @@ bool isFull(int queue) {
            (state.__msg_cbytes + releaseSize > state.msg_qbytes || state.msg_qnum >= state.msg_qbytes);
 }
 
-// Sends the message to the player's queue. Somebody else may have filled the queue: then this waits for room, with
+// Sends the message to the player's queue. Another process may have filled the queue; then this waits for room, with
 // signals let in, as long as the player lives.
 bool send(int pid, const ReleaseMessage& message) {
     const int queue = barrierQueue(pid);

@@ -140,7 +140,7 @@ TEST_F(MasterBarrier, TwoPlayersAreReleasedInPidOrderWhoeverComesFirst) {
     EXPECT_EQ(output(), "waitBarrier monitoring:700002\nwaitBarrier monitoring:700001\n");
 }
 
-TEST_F(MasterBarrier, NobodyToWaitForIsNoWait) {
+TEST_F(MasterBarrier, WithoutPlayersThereIsNoWait) {
     EXPECT_EQ(masterBarrierOf(1, {}), 0);
     EXPECT_TRUE(sentTo.empty());
 }
@@ -229,14 +229,14 @@ TEST_F(MasterBarrier, AFailedReleaseIsLoggedWithTheSupervisorsPidAndTheOthersAre
     EXPECT_TRUE(isReleased(b, 1));
 }
 
-TEST_F(MasterBarrier, AWaitBeginsAfreshAfterOneThatFailed) {
+TEST_F(MasterBarrier, AWaitStartsOverAfterAFailedOne) {
     push(EID_BARRIER, a, 0);
     EXPECT_EQ(masterBarrier(1, 1, a), -1);
     push(EID_BARRIER, b, 1);
     EXPECT_EQ(masterBarrier(1, 1, b), 0);
 }
 
-// ---- A queue that a stranger has filled
+// ---- A queue that another process has filled
 
 namespace {
 

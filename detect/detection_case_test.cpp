@@ -115,7 +115,7 @@ bool isInterruptedByItself(const Case& one) {
     return !one.returns && one.entry.configuredType >= 0 && one.entry.configuredType <= 7;
 }
 
-TEST_P(Detection, GoesAsTheCaseTells) {
+TEST_P(Detection, BehavesAsTheCaseSays) {
     const CaseRun run = detect_test::runCase(case_);
     EXPECT_EQ(run.exchanges, case_.exchanges.size()) << "every exchange of the case takes place";
     EXPECT_EQ(run.returned, case_.returns);
@@ -147,7 +147,7 @@ TEST_P(Detection, EndsWithoutAVerdictWhereverItIsInterrupted) {
 }
 
 // The next sequence number after each of these cases.
-TEST(DetectionSequence, NumbersGoOnFromDetectionToDetection) {
+TEST(DetectionSequence, NumbersContinueFromDetectionToDetection) {
     const std::filesystem::path folder = DETECTION_CASES;
     int expected = -1;
     for (const auto& [name, requests] :

@@ -95,14 +95,14 @@ TEST_F(NetworkDetection, RtspOverHttpIsFound) {
     EXPECT_EQ(fcntl(0, F_GETFD), -1) << "descriptor 0 is closed";
 }
 
-TEST_F(NetworkDetection, DetectionGoesOnWithDescriptorZeroClosed) {
+TEST_F(NetworkDetection, DetectionWorksWithDescriptorZeroClosed) {
     close(0); // as an earlier detection of RTSP over HTTP leaves it: the next socket is descriptor 0
     UnicastEncoder encoder;
     EXPECT_TRUE(detect(Encoder(encoder.answers())));
     EXPECT_EQ(entry_.detectedType, TYPE_RTSP_UNICAST) << trace();
 }
 
-TEST_F(NetworkDetection, EncoderThatIsNotThereIsErrorThirtyTwo) {
+TEST_F(NetworkDetection, MissingEncoderIsErrorThirtyTwo) {
     const scripted::RefusedPort port;
     EXPECT_TRUE(detect(port.port(), 5));
     EXPECT_EQ(entry_.errorCode, 32) << trace();

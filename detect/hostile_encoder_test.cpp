@@ -169,7 +169,7 @@ INSTANTIATE_TEST_SUITE_P(
     Requests, BadHabit,
     testing::Combine(
         testing::Values(Request{"Version", "HTTP.Version", Offer::Rtsp, unicast,
-                                unicast}, // taken for version 2
+                                unicast}, // it counts as version 2
                         Request{"Model", "Brand.ProdFullName", Offer::Rtsp, failed, unicast},
                         Request{"Sources", "NbrOfSources", Offer::Rtsp, unicast, unicast},
                         Request{"Rotation", "Image.Rotation", Offer::Rtsp, unicast, unicast},

@@ -41,7 +41,7 @@ protected:
     }
 };
 
-TEST_F(DetectionInterruption, NothingHappenedIsNoInterruption) {
+TEST_F(DetectionInterruption, WithoutASignalThereIsNoInterruption) {
     const InterruptionSignal signal;
     EXPECT_FALSE(isDetectionInterrupted());
 }
@@ -84,7 +84,7 @@ TEST_F(DetectionInterruption, PendingSignalCountsAtTheTestAndStaysUntilTheNextDe
     EXPECT_FALSE(isDetectionInterrupted());
 }
 
-TEST_F(DetectionInterruption, LibraryFlagIsUsedUp) {
+TEST_F(DetectionInterruption, LibraryFlagIsCleared) {
     const InterruptionSignal signal;
     fake::interrupted = true;
     EXPECT_TRUE(isDetectionInterrupted());
@@ -92,7 +92,7 @@ TEST_F(DetectionInterruption, LibraryFlagIsUsedUp) {
     EXPECT_FALSE(isDetectionInterrupted());
 }
 
-TEST_F(DetectionInterruption, BothFlagsTogetherUseTheLibrarysUp) {
+TEST_F(DetectionInterruption, BothFlagsTogetherClearTheLibrarys) {
     const InterruptionSignal signal;
     fake::interrupted = true;
     detect::autoDetectSignalHandler(SIGUSR1);
@@ -101,7 +101,7 @@ TEST_F(DetectionInterruption, BothFlagsTogetherUseTheLibrarysUp) {
     EXPECT_TRUE(isDetectionInterrupted());
 }
 
-TEST_F(DetectionInterruption, WhatCameBeforeIsDiscarded) {
+TEST_F(DetectionInterruption, EarlierSignalIsDiscarded) {
     sigset_t mask;
     sigemptyset(&mask);
     sigaddset(&mask, SIGUSR1);
@@ -116,7 +116,7 @@ TEST_F(DetectionInterruption, WhatCameBeforeIsDiscarded) {
     sigprocmask(SIG_UNBLOCK, &mask, nullptr);
 }
 
-TEST_F(DetectionInterruption, SignalThatNobodyTestedForIsGoneAfterwards) {
+TEST_F(DetectionInterruption, UntestedSignalIsGoneAfterwards) {
     {
         const InterruptionSignal signal;
         kill(getpid(), SIGUSR1);

@@ -69,7 +69,7 @@ TEST_F(MulticastGroup, SocketIsNotHandedToPlayers) {
     leaveMulticast(fd, membership);
 }
 
-TEST_F(MulticastGroup, UnicastAddressIsRefusedInWords) {
+TEST_F(MulticastGroup, UnicastAddressIsRefusedWithAMessage) {
     int fd = -1;
     ip_mreq membership{};
     for (const char* address : {"127.0.0.1", "223.255.255.255", "10.0.0.1"}) {
@@ -89,7 +89,7 @@ TEST_F(MulticastGroup, ReservedAddressesPass) {
     }
 }
 
-TEST_F(MulticastGroup, WhatCanNotBeResolvedIsRefusedSilently) {
+TEST_F(MulticastGroup, UnresolvableAddressIsRefusedSilently) {
     int fd = -1;
     ip_mreq membership{};
     testing::internal::CaptureStdout();
@@ -99,7 +99,7 @@ TEST_F(MulticastGroup, WhatCanNotBeResolvedIsRefusedSilently) {
     EXPECT_EQ(fd, -1);
 }
 
-TEST_F(MulticastGroup, PortInUseIsOverlooked) {
+TEST_F(MulticastGroup, PortInUseIsIgnored) {
     const int other = socket(AF_INET, SOCK_DGRAM, 0); // does not share its port
     sockaddr_in local{};
     local.sin_family = AF_INET;
@@ -114,7 +114,7 @@ TEST_F(MulticastGroup, PortInUseIsOverlooked) {
     close(other);
 }
 
-TEST_F(MulticastGroup, OtherGroupsOnTheSamePortAreOthersOnly) {
+TEST_F(MulticastGroup, SocketReceivesOnlyItsOwnGroupOnASharedPort) {
     int first = -1;
     int second = -1;
     ip_mreq ofFirst{};

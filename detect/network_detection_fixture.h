@@ -36,11 +36,11 @@ std::string firstLine(const std::string& request);
 scripted::Answer always(const std::string& text);
 std::string rtspReply(const std::string& headers = "");
 
-// An encoder's answers to each kind of request; "" is no answer. The default is an encoder of API version 2
-// without any stream.
+// An encoder's answers to each kind of request; "" means no answer. The default is an encoder of API version 2 without
+// any stream.
 class Encoder {
 public:
-    using Answers = std::map<std::string, scripted::Answer>; // by what the request's first line holds
+    using Answers = std::map<std::string, scripted::Answer>; // key: a part of the request's first line
 
     explicit Encoder(Answers answers) : answers_(std::move(answers)) {}
     std::string operator()(const std::string& request) const;

@@ -13,8 +13,8 @@ namespace {
 
 enum class Received { Packet, Nothing, Failure };
 
-// Not without MSG_DONTWAIT: a packet with a bad checksum makes a socket readable and is gone when it is read,
-// and the wait for another one would let no signal in.
+// MSG_DONTWAIT is necessary: a packet with a bad checksum makes a socket readable but is gone when it is read, and a
+// blocking wait for the next one would let no signal in.
 Received receive(int socket) {
     char packet[2048];
     if (recv(socket, packet, sizeof packet, MSG_WAITALL | MSG_DONTWAIT) >= 0)
@@ -44,7 +44,7 @@ int waitForTransport(int dataSocket, int controlSocket, int seconds) {
     while (!sides[0].delivered || !sides[1].delivered) {
         pollfd sockets[2];
         for (int i = 0; i < 2; ++i)
-            sockets[i] = {sides[i].delivered ? -1 : sides[i].socket, POLLIN, 0}; // -1 is passed over
+            sockets[i] = {sides[i].delivered ? -1 : sides[i].socket, POLLIN, 0}; // poll ignores -1
         const int ready = waitReadable(sockets, seconds);
         if (ready == -1 && errno == EINTR)
             setInterrupted();

@@ -37,7 +37,7 @@ TEST(SdpDescription, ConnectionOfAnotherKindOfMediaDoesNotCount) {
     EXPECT_EQ(parseSdp("m=video 5000\nm=application 1\nc=IN IP4 239.192.0.7\n").videoAddress, "");
 }
 
-TEST(SdpDescription, UnreadableVideoConnectionTakesTheVideoBack) {
+TEST(SdpDescription, UnreadableVideoConnectionRemovesTheVideo) {
     for (const char* address : {"", " 239.192.0.7", "/16"}) {
         const SdpDescription found =
             parseSdp(std::string("m=video 5000\nc=IN IP4 239.192.0.7\nc=IN IP4 ") + address + "\n");
@@ -46,7 +46,7 @@ TEST(SdpDescription, UnreadableVideoConnectionTakesTheVideoBack) {
     }
 }
 
-TEST(SdpDescription, UnreadableAudioConnectionTakesTheAudioBack) {
+TEST(SdpDescription, UnreadableAudioConnectionRemovesTheAudio) {
     const SdpDescription found = parseSdp("m=video 1\nc=IN IP4 239.1.1.1\nm=audio 5002\nc=IN IP4 /16\n");
     EXPECT_EQ(found.videoAddress, "239.1.1.1");
     EXPECT_FALSE(found.hasAudio);
@@ -68,18 +68,18 @@ TEST(SdpDescription, LaterSectionOfAKindOverwritesTheEarlier) {
     EXPECT_EQ(found.videoPort, 2);
 }
 
-TEST(SdpDescription, PortStandsAtTheNinthCharacter) {
+TEST(SdpDescription, PortBeginsAtTheNinthCharacter) {
     EXPECT_EQ(parseSdp("m=video\t5000\n").videoPort, 5000);
     EXPECT_EQ(parseSdp("m=videos 5000\n").videoPort, 5000);
     EXPECT_EQ(parseSdp("m=video12345\n").videoPort, 2345);
-    EXPECT_EQ(parseSdp("m=video  5000\n").videoPort, 5000) << "leading blanks are a number's";
+    EXPECT_EQ(parseSdp("m=video  5000\n").videoPort, 5000) << "leading blanks belong to the number";
     EXPECT_EQ(parseSdp("m=video\n").videoPort, 0);
     EXPECT_EQ(parseSdp("m=video \n").videoPort, 0);
     EXPECT_EQ(parseSdp("m=video 65536 x\n").videoPort, 0) << "no port";
     EXPECT_EQ(parseSdp("m=video -5 x\n").videoPort, 0);
 }
 
-TEST(SdpDescription, LinesEndAtAnyOfTheTwoAndEmptyOnesVanish) {
+TEST(SdpDescription, EitherCharacterEndsALineAndEmptyLinesAreIgnored) {
     const SdpDescription found = parseSdp("\n\r\rm=video 7\r\r\nc=IN IP4 239.1.1.1");
     EXPECT_EQ(found.videoAddress, "239.1.1.1");
     EXPECT_EQ(found.videoPort, 7);
@@ -94,7 +94,7 @@ TEST(SdpDescription, ZeroByteEndsTheText) {
     EXPECT_EQ(parseSdp(std::string_view("m=video 7\n\0c=IN IP4 239.1.1.1\n", 30)).videoAddress, "");
 }
 
-TEST(SdpDescription, NothingComesOfNothing) {
+TEST(SdpDescription, EmptyTextGivesNothing) {
     EXPECT_EQ(parseSdp("").videoAddress, "");
     EXPECT_EQ(parseSdp("m=").videoAddress, "");
     EXPECT_EQ(parseSdp("m=vid").videoPort, 0);

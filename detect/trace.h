@@ -1,4 +1,4 @@
-// The trace of a detection: what was asked and why it was decided so. It answers "why this kind of stream?".
+// The trace of a detection: which requests were made, what was decided, and why. It answers "why this kind of stream?".
 //
 // The trace is one text, published as the status value "DetectionTrace" when the detection is over, interrupted or not.
 // Each line ends with a newline, and its first word says what it is:

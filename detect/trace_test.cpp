@@ -48,7 +48,7 @@ TEST_F(DetectionTrace, StepHasItsBeginningAndItsDuration) {
                 EndsWith("s\n1.0 20.5 GET /x -> 1 byte\n= kind 1: it answered\nend 21.5 accepted\n"));
 }
 
-TEST_F(DetectionTrace, NextDetectionForgetsTheFormer) {
+TEST_F(DetectionTrace, NextDetectionForgetsTheEarlierOne) {
     detect::beginTrace(entry_);
     detect::traceDecision("old");
     detect::beginTrace(entry_);
@@ -82,7 +82,7 @@ TEST_F(DetectionTrace, CredentialsInTheAddressAreLeftOut) {
     EXPECT_THAT(detect::finishTrace("x"), StartsWith("detection of 10.0.0.9, source"));
 }
 
-TEST_F(DetectionTrace, LongTraceKeepsWithinItsLimitAndStillTellsTheOutcome) {
+TEST_F(DetectionTrace, LongTraceStaysWithinItsLimitAndStillReportsTheOutcome) {
     detect::beginTrace(entry_);
     for (int i = 0; i < 1000; ++i)
         detect::traceDecision("step " + std::to_string(i) + " " + std::string(i % 50, '.'));
@@ -93,7 +93,7 @@ TEST_F(DetectionTrace, LongTraceKeepsWithinItsLimitAndStillTellsTheOutcome) {
     EXPECT_THAT(text, EndsWith("o\n"));
 }
 
-TEST_F(DetectionTrace, LongestPossibleTraceKeepsWithinItsLimit) {
+TEST_F(DetectionTrace, LongestPossibleTraceStaysWithinItsLimit) {
     entry_.address = std::string(100'000, 'a');
     for (std::size_t length = 1; length < 500; length += 7) {
         detect::beginTrace(entry_);

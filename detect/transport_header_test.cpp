@@ -29,17 +29,17 @@ TEST(TransportHeader, PartsMustBeginWithTheirName) {
     EXPECT_EQ(header.port, 0);
 }
 
-TEST(TransportHeader, LaterPartHolds) {
+TEST(TransportHeader, LaterPartWins) {
     EXPECT_EQ(parseTransport("port=1;port=2").port, 2);
 }
 
-TEST(TransportHeader, WhatIsNoPortIsZero) {
+TEST(TransportHeader, InvalidPortIsZero) {
     for (const char* value : {"port=", "port=x", "port=-1", "port=65536", "port=99999999999999999999"})
         EXPECT_EQ(parseTransport(value).port, 0) << value;
     EXPECT_EQ(parseTransport("port=65535").port, 65535);
 }
 
-TEST(TransportHeader, NothingComesOfNothing) {
+TEST(TransportHeader, EmptyPartsGiveNothing) {
     for (const char* value : {"", ";", ";;;", "=", "destination"}) {
         EXPECT_EQ(parseTransport(value).destination, "") << value;
         EXPECT_EQ(parseTransport(value).port, 0) << value;

@@ -64,8 +64,8 @@ void* buttonThread(void*) {
 } // namespace
 
 int button::openFile(const std::string& path) {
-    // Opened for reading only, a FIFO waits for its first writer, and every read after the last one returns at
-    // once.
+    // A FIFO that is opened for reading only waits for its first writer, and every read after the last writer has left
+    // returns at once.
     struct stat info {};
     const bool fifo = stat(path.c_str(), &info) == 0 && S_ISFIFO(info.st_mode);
     return open(path.c_str(), (fifo ? O_RDWR : O_RDONLY) | O_CLOEXEC);

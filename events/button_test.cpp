@@ -97,7 +97,7 @@ TEST_F(Button, TwoIsAHeldButton) {
     EXPECT_EQ(sent(), (std::vector<int>{1}));
 }
 
-TEST_F(Button, EverythingElseIsNoAction) {
+TEST_F(Button, AnythingElseIsIgnored) {
     for (const std::string content : {"0", "3", "9", "x", "\xff", "\n", "", " 1"}) {
         show(content);
         turn();
@@ -144,7 +144,7 @@ TEST_F(Button, AFileThatAnswersAtOnceIsReadTwentyTimesASecond) {
     EXPECT_EQ(pauses, (std::vector<long>{50000000, 50000000}));
 }
 
-TEST_F(Button, AReadThatFailsIsNoActionAndNoSpinning) {
+TEST_F(Button, AFailedReadDoesNothingAndDoesNotSpin) {
     fs::create_directory(path);
     turn();
     turn();
@@ -167,7 +167,7 @@ TEST_F(Button, EachByteInAFifoIsOnePressWithoutAPause) {
     EXPECT_TRUE(pauses.empty());
 }
 
-TEST_F(Button, AFifoWhoseWritersAreGoneReadsAsWaitingNotAsEnded) {
+TEST_F(Button, AFifoWithoutWritersWaitsInsteadOfEnding) {
     ASSERT_EQ(mkfifo(path.c_str(), 0600), 0);
     fd = button::openFile(path);
     ASSERT_NE(fd, -1);
@@ -184,7 +184,7 @@ TEST_F(Button, NobodyCanPressAFifoThatNoSupervisorReads) {
     EXPECT_EQ(errno, ENXIO);
 }
 
-TEST_F(Button, TheFileIsNotHandedOnToPlayers) {
+TEST_F(Button, PlayersDoNotInheritTheFile) {
     show("0");
     fd = button::openFile(path);
     EXPECT_EQ(fcntl(fd, F_GETFD) & FD_CLOEXEC, FD_CLOEXEC);

@@ -20,7 +20,7 @@ const ParamWrapper& parameters() {
     return handle;
 }
 
-// Why the main thread must give up what it is busy with; null when it need not.
+// The reason to interrupt a busy main thread; null when there is none.
 const char* reasonToDisturb(const Event& event) {
     switch (event.id) {
     case EID_CONNECTPROPERTYCHANGED:

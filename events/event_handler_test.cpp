@@ -133,14 +133,14 @@ TEST_F(EventHandler, OnlyTheLowByteOfValueTwoIsTheHoldFlag) {
               "eventHandler() Spotted EID_BUTTON && button.hold. Sending SIGUSR1");
 }
 
-TEST_F(EventHandler, TheOtherEventsDisturbNobody) {
+TEST_F(EventHandler, TheOtherEventsDoNotDisturb) {
     fake::setParam(0, "Alarm.Enabled", "yes");
     fake::setParam(0, "Decoder.Connected", "no");
     for (const EventId id : {EID_CHILD, EID_TIMEOUT, EID_BARRIER, EID_ALARM, EID_FLUSHCACHE, EID_RECONNECT})
         EXPECT_EQ(disturbance(event(id)), "") << id;
 }
 
-TEST_F(EventHandler, AThirdButtonIsDroppedAndYetDisturbs) {
+TEST_F(EventHandler, ADroppedThirdButtonStillDisturbs) {
     setQueueLimit(EID_BUTTON, 2);
     for (int i = 0; i < 3; ++i)
         handleIncomingEvent(event(EID_BUTTON));

@@ -20,14 +20,13 @@ constexpr int identifiers = 14; // 0 to 13 can be queued
 constexpr std::uint32_t actionUnset = 0;
 constexpr std::size_t mostLate = 32; // two players live at a time, each with a few events
 
-// All process-wide state of this file, guarded by `mutex`. Written by the main thread and the event handler
-// thread.
+// All process-wide state of this file, guarded by `mutex`. Written by the main thread and the event handler thread.
 struct Queue {
     std::mutex mutex;
     std::condition_variable appended;
     std::list<Event> events; // oldest first
     QueueCounts counts;
-    std::vector<Event> late;   // of players, dropped because strangers had filled the queue; oldest first
+    std::vector<Event> late;   // players' events, dropped because forged ones filled the queue; oldest first
     bool takerWaiting = false; // true exactly while a blocking take sleeps on `appended`
 };
 
@@ -139,9 +138,9 @@ int walk(Queue& q, const ActionTable& table, Event* out) {
     return nothingTaken;
 }
 
-// Sleeps until an event comes. The mutex is held from the walk that found nothing until the sleep begins, so that
-// no wake-up is lost. Signals are let in here, where queue and log are in order. A SIGCHLD handler that runs here
-// only sends an event, which needs no lock of ours; a SIGINT handler never returns.
+// Sleeps until an event comes. The mutex is held from the walk that found nothing until the sleep begins, so that no
+// wake-up is lost. Signals are let in here, where queue and log are in a consistent state. A SIGCHLD handler that runs
+// here only sends an event, which needs no lock of ours; a SIGINT handler never returns.
 void sleepForEvent(Queue& q, std::unique_lock<std::mutex>& lock) {
     q.takerWaiting = true;
     {
@@ -205,7 +204,8 @@ int takeEvent(Event* out, const SelectionWord* words, std::size_t count, bool wa
         logmsg(3, "getNextEvent(): Seems to miss EID_OTHER");
         return -1;
     }
-    // Here, too: a flood of events would keep a take from ever sleeping, and so SIGINT and SIGCHLD out.
+    // Let signals in here, too: during a flood of events a take never sleeps, and SIGINT and SIGCHLD would
+    // stay pending.
     letSignalsIn();
     Queue& q = queue();
     std::unique_lock lock(q.mutex);

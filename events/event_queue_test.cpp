@@ -114,7 +114,7 @@ TEST_F(EventQueue, ADiscardedButtonIsGoneWhenTheTimerBehindItIsTaken) {
     EXPECT_EQ(drain(), (std::vector<int>{5, 6}));
 }
 
-TEST_F(EventQueue, DiscardingGoesOnToTheEndWhenNothingIsTaken) {
+TEST_F(EventQueue, DiscardingContinuesToTheEndWhenNothingIsTaken) {
     push({event(EID_BUTTON, 1), event(EID_LOCK, 2), event(EID_BUTTON, 3)});
     Event out{};
     EXPECT_EQ(peekNextEvent(&out, discard(EID_BUTTON), SKIP_OTHERS), -1);
@@ -207,14 +207,14 @@ TEST_F(EventQueue, WordsBehindTheEndAreNotRead) {
     EXPECT_EQ(drain(), (std::vector<int>{1}));
 }
 
-TEST_F(EventQueue, ALaterWordForTheSameIdentifierHolds) {
+TEST_F(EventQueue, ALaterWordForTheSameIdentifierWins) {
     push({event(EID_LOCK, 1)});
     Event out{};
     EXPECT_EQ(peekNextEvent(&out, discard(EID_LOCK), selection(ACTION_SKIP, EID_LOCK), SKIP_OTHERS), -1);
     EXPECT_EQ(drain(), (std::vector<int>{1}));
 }
 
-TEST_F(EventQueue, AnUnknownActionOfAnEventThatIsMetIsRefused) {
+TEST_F(EventQueue, AnUnknownActionIsRefusedWhenItsEventIsReached) {
     push({event(EID_BUTTON, 1), event(EID_SELECT, 2), event(EID_LOCK, 3), event(EID_BUTTON, 4)});
     Event out = event(77);
     const Words words{discard(EID_BUTTON), selection(4, EID_LOCK), SKIP_OTHERS};
@@ -225,7 +225,7 @@ TEST_F(EventQueue, AnUnknownActionOfAnEventThatIsMetIsRefused) {
     EXPECT_EQ(drain(), (std::vector<int>{2, 3, 4}));
 }
 
-TEST_F(EventQueue, AnUnknownActionOfAnEventThatIsNotMetDoesNoHarm) {
+TEST_F(EventQueue, AnUnknownActionIsIgnoredWhenItsEventIsNotReached) {
     push({event(EID_SELECT, 2)});
     Event out{};
     EXPECT_EQ(peekNextEvent(&out, selection(0xffff, EID_LOCK), take(EID_SELECT), SKIP_OTHERS), 0);
@@ -310,7 +310,7 @@ TEST_F(EventQueue, APlayersExitIsAppendedWhenThereIsRoomAgain) {
     EXPECT_EQ(values.back(), living);
 }
 
-TEST_F(EventQueue, ADiscardMakesRoomForALateEventAndMeetsItToo) {
+TEST_F(EventQueue, ADiscardMakesRoomForALateEventAndReachesItToo) {
     fake::players = {living};
     fillWithForged(EID_BARRIER);
     deliverEvent(event(EID_BARRIER, living, 0), nobodyToDisturb);

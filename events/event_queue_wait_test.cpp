@@ -197,12 +197,12 @@ TEST_F(EventQueueWait, SignalsAreLetInAtTheStartOfATakeAndWhileItSleeps) {
     unblockAllSignals();
 }
 
-TEST_F(EventQueueWait, ASigintHandlerMayEndTheProcessOutOfTheSleepWhileEventsGoOnArriving) {
+TEST_F(EventQueueWait, ASigintHandlerMayEndTheProcessDuringTheSleepWhileEventsKeepArriving) {
     const ChildRun run = runInChild([] {
         static std::atomic<bool> exiting;
         static std::atomic<int> delivered;
         blockSignalsWhileWorking();
-        // Holds the exit open until events arrived in the middle of it.
+        // Delays the end of the exit until events have arrived meanwhile.
         std::atexit([] {
             exiting = true;
             while (delivered < 100)

@@ -97,7 +97,7 @@ extern "C" int nanosleep(const timespec* time, timespec* rest) {
     return onNanosleep ? onNanosleep(asked, rest) : 0;
 }
 
-TEST_F(Timers, TheRestBelowASecondIsTakenTimesAThousand) {
+TEST_F(Timers, ThePartBelowASecondIsMultipliedByAThousand) {
     struct Row {
         long milliseconds;
         long seconds;
@@ -156,7 +156,7 @@ TEST_F(Timers, TenSecondsAreTenSeconds) {
     EXPECT_EQ(naps[0].tv_nsec, 0);
 }
 
-TEST_F(Timers, AnInterruptedSleepGoesOnWithTheRest) {
+TEST_F(Timers, AnInterruptedSleepContinuesWithTheRest) {
     onNanosleep = [](const timespec& asked, timespec* rest) {
         if (asked.tv_sec < 3)
             return 0;

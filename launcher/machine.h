@@ -50,10 +50,10 @@ struct Machine {
 
     std::string shown; // the source in the last log line about the screen; empty: nothing is shown
 
-    SubGroups sources; // all configured sources when CONNECT read them
+    SubGroups sources; // all configured sources, as CONNECT read them
 
     std::optional<ParamWrapper> configuration; // parameter file 0, open while the machine runs
-    std::optional<ParamWrapper> information;   // parameter file 1, the same
+    std::optional<ParamWrapper> information;   // parameter file 1, likewise
 };
 
 extern Machine machine;
@@ -76,8 +76,8 @@ void forgetCurrentPlayer();
 // Ends the pause of the automatic sequence and clears its on-screen message.
 void endPause();
 
-// A value of a source's record, as the last CONNECT read it; "" for a missing key and for an index that names no
-// source, which an event may carry.
+// A value of a source's record, as the last CONNECT read it; "" for a missing key and for an index that names no source
+// (an event may carry such an index).
 std::string sourceValue(int source, const char* key);
 
 // A source's display time in seconds; 0 without digits, saturating at int's limits.

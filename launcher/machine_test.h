@@ -19,7 +19,7 @@
 using Calls = std::vector<std::string>;
 using Log = std::vector<fake::LogLine>;
 
-// All fakes and process values as at the start of a process.
+// Resets all fakes and process values to those of a new process.
 void resetWorld();
 
 // A source that is enabled in both modes: "Name" is "Cam 3", "Address" is "10.0.0.3", "DisplayTime" is "10".

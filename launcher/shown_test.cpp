@@ -61,7 +61,7 @@ TEST_F(Shown, ASourceWithoutADetectedKindOrRecordIsNamedTheSameWay) {
     EXPECT_EQ(screenLines(), (Log{{6, "Screen: source 99,  (), kind unknown"}}));
 }
 
-TEST_F(Shown, WhyThePictureEndedIsSaid) {
+TEST_F(Shown, TheReasonWhyThePictureEndedIsLogged) {
     struct Row {
         State state;
         const char* reason;
@@ -93,7 +93,7 @@ TEST_F(Shown, WithoutAPictureNothingEnds) {
     EXPECT_EQ(screenLines(), Log{});
 }
 
-TEST_F(Shown, ThePictureThatComesBackIsSaidAgain) {
+TEST_F(Shown, APictureThatComesBackIsLoggedAgain) {
     logNothingShown("a test");
     logShownSource();
     EXPECT_EQ(screenLines(),

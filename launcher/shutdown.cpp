@@ -27,7 +27,7 @@ constexpr useconds_t graceTime = 500000; // microseconds between SIGINT and SIGT
 constexpr int nothing = 0;               // for steps without an argument
 
 // All process-wide state of this file; main thread.
-// The stack of the SIGSEGV handler. A thread that has used up its stack has no other to run the handler on.
+// The stack of the SIGSEGV handler. A thread that has used up its own stack needs another one for the handler.
 alignas(16) std::array<char, std::size_t{256} * 1024> crashStack;
 volatile std::sig_atomic_t crashed = 0;     // a SIGSEGV came
 volatile std::sig_atomic_t crashLogged = 0; // and the log says so
@@ -41,7 +41,7 @@ void logCrash() {
 }
 
 void log(const char* text) {
-    logCrash(); // it may have come in the middle of a shutdown
+    logCrash(); // the crash may have happened during a shutdown
     runStep(
         +[](const char* line) { logmsg(6, "%s", line); }, text);
 }
@@ -83,13 +83,13 @@ void cleanUp() {
         +[](int) { muntrace(); }, nothing);
 }
 
-// The watchdog, a raise() and the kernel's own faults belong to what this thread does now; another process may send
-// a SIGSEGV at any time.
+// A SIGSEGV from the watchdog, from raise() or from the kernel is about the code that this thread runs now; one from
+// another process may come at any time.
 bool isOurOwn(const siginfo_t& info) {
     return info.si_code > 0 || info.si_pid == getpid();
 }
 
-// The handler for SIGSEGV. During a shutdown it abandons what runs; the shutdown goes on behind it.
+// The handler for SIGSEGV. During a shutdown it abandons the running step; the shutdown continues with the next step.
 void crashHandler(int signo, siginfo_t* info, void* /*context*/) {
     if (!shutdown_steps::stepIsOverdue())
         crashed = 1;
@@ -98,12 +98,12 @@ void crashHandler(int signo, siginfo_t* info, void* /*context*/) {
     if (!isOurOwn(*info))
         return;
     shutdown_steps::abandonStep();
-    _exit(0); // a crash between two steps: our own code can't go on
+    _exit(0); // a crash between two steps: our own code can't continue
 }
 
-// SIGCHLD stays open in the SIGINT handler: the reaper may take a player that ends in the grace time, and the
-// waitpid then fails. After a crash it stays out, because it may log with locks that are held. A SIGINT during a
-// crash's shutdown waits for its end; a crash during any shutdown does not.
+// SIGCHLD is not blocked in the SIGINT handler: the reaper may reap a player that ends in the grace time, and the
+// waitpid then fails. After a crash SIGCHLD is blocked, because its handler may log while locks are held. A SIGINT
+// during a crash's shutdown waits for its end; a crash during any shutdown does not.
 void install(int signo, struct sigaction action, int flags) {
     action.sa_flags |= SA_RESTART | flags;
     sigemptyset(&action.sa_mask);

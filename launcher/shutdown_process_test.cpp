@@ -49,7 +49,7 @@ int startPlayer(char name, int obeys) {
     return pid;
 }
 
-// What the supervisor did before its end.
+// Reports what the supervisor did before its end.
 void report(const char* how) {
     std::string text = how;
     for (const fake::LogLine& line : fake::log)
@@ -155,7 +155,7 @@ TEST(ShutdownProcess, ACrashInTheMiddleOfWorkEndsTheProcessInOrder) {
         << run.err;
 }
 
-TEST(ShutdownProcess, ACrashForLackOfStackEndsTheProcessInOrderToo) {
+TEST(ShutdownProcess, ACrashWithAnExhaustedStackEndsTheProcessInOrderToo) {
     const ChildRun run = runInChild([] {
         installShutdownHandler();
         blockSignalsWhileWorking();

@@ -13,7 +13,7 @@
 #include <sys/syscall.h>
 #include <unistd.h>
 
-// The watchdog has no thread-local storage of its own, so no sanitizer may watch what it does.
+// The watchdog has no thread-local storage of its own, so no sanitizer may instrument it.
 #define WATCHDOG __attribute__((no_sanitize("address", "undefined")))
 
 namespace {
@@ -30,8 +30,8 @@ constexpr std::int64_t restLimit = 5000;
 constexpr std::int64_t betweenLooks = 20;
 constexpr std::int64_t graceTime = 500; // between a player's SIGINT and its SIGTERM
 
-// All process-wide state of this file. Times are milliseconds of the monotonic clock. Written by the main thread,
-// read by the watchdog, with the compiler's own atomics, which are never a call.
+// All process-wide state of this file. Times are milliseconds of the monotonic clock. Written by the main thread, read
+// by the watchdog, with the compiler's own atomic operations, which never become function calls.
 std::int64_t stepDeadline = never;
 std::int64_t restDeadline = never;
 bool hasBegun = false;
@@ -65,7 +65,7 @@ WATCHDOG void stopPlayer(int pid) {
     syscall(SYS_wait4, pid, nullptr, 0, nullptr);
 }
 
-// Does without the main thread what matters most: no player stays.
+// Stops the players without the main thread, because no player may be left running.
 [[noreturn]] WATCHDOG void takeOver(int currentPID, int pendingPID) {
     if (load(restDeadline) == never) {
         stopPlayer(currentPID);
@@ -79,7 +79,7 @@ int playerPid(const std::atomic<int>& pid) {
     return pid;
 }
 
-// Looks after the steps until the process ends.
+// Watches the steps until the process ends.
 WATCHDOG int watch(void*) {
     std::int64_t abandoned = never; // the deadline of the step that was told to stop
     for (;;) {
@@ -114,7 +114,7 @@ void begin() {
     hasBegun = true;
     mainProcess = getpid();
     mainThread = static_cast<pid_t>(syscall(SYS_gettid));
-    // Born with every signal blocked: no handler may ever run on its stack.
+    // The thread starts with every signal blocked: no handler may ever run on its stack.
     sigset_t all;
     sigset_t saved;
     sigfillset(&all);

@@ -1,20 +1,20 @@
 // The steps of a shutdown, run so that none of them can stop it.
 //
-// The shutdown handler runs in the middle of anything. After a crash the main thread may hold any lock of the C
-// library, the allocator, libcommon or OpenSSL, and memory may be damaged. So every call into code that is not ours
-// is a step: it may fail in any way, and the shutdown goes on with the next one.
+// The shutdown handler can interrupt any code. After a crash the main thread may hold any lock of the C library, the
+// allocator, libcommon or OpenSSL, and memory may be damaged. So every call into code that is not ours is a step: it
+// may fail in any way, and the shutdown continues with the next one.
 //
 // - A step that crashes is abandoned: the SIGSEGV handler jumps back to runStep().
 // - A step that hangs is abandoned after one second: the watchdog sends this thread a SIGSEGV, which is the signal
 //   that no library blocks.
-// - When even that does not help, because somebody blocks SIGSEGV, the watchdog stops the players itself and ends
+// - When even that does not help, because SIGSEGV is blocked, the watchdog stops the players itself and ends
 //   the process.
 // - From limitRest() on the process ends within a few seconds, whatever happens.
 //
-// The watchdog is a thread that is made when the shutdown begins, on a stack of its own in static memory. It shares
-// no lock with anybody, because it only makes system calls, and it allocates nothing. Making it earlier would be
-// one more thread for the life of the decoder. Where it can't be made the shutdown goes on without it; under the
-// thread sanitizer, which must know every thread, there is none.
+// The watchdog is a thread that is made when the shutdown begins, on a stack of its own in static memory. It only makes
+// system calls, so it needs no lock, and it allocates nothing. If it were made earlier, the decoder would have one more
+// thread all the time. If it can't be made, the shutdown continues without it; under the thread sanitizer, which must
+// know every thread, there is none.
 #pragma once
 
 #include <csetjmp>
@@ -33,7 +33,7 @@ void limitRest();
 // For the SIGSEGV handler: abandons the step that runs now and does not return; returns when none runs.
 void abandonStep();
 
-// Whether the step that runs now has had its time: then the SIGSEGV comes from the watchdog.
+// Whether the running step has used up its time; the SIGSEGV then comes from the watchdog.
 bool stepIsOverdue();
 
 // Internals of runStep().

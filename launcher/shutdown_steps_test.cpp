@@ -25,7 +25,7 @@ void say(const char* text) {
     (void)!write(STDOUT_FILENO, text, __builtin_strlen(text));
 }
 
-// Begins a shutdown in a process of its own; 20 seconds are more than any of them may take.
+// Begins a shutdown in a child process, which is killed after 20 seconds, longer than any test may take.
 ChildRun shutDown(void (*steps)()) {
     return runInChild([=] {
         alarm(20);
@@ -92,7 +92,7 @@ TEST(ShutdownSteps, AStepThatCrashesIsAbandoned) {
     EXPECT_TRUE(run.exitedWith(0)) << run.waitStatus;
 }
 
-TEST(ShutdownSteps, ACrashBetweenStepsIsNotTheStepsAffair) {
+TEST(ShutdownSteps, ACrashBetweenStepsIsLeftToTheHandler) {
     const ChildRun run = shutDown([] {
         runStep(say, "one\n");
         crash(0);
@@ -127,7 +127,7 @@ TEST(ShutdownSteps, AStepThatHangsWithEverySignalBlockedEndsTheProcess) {
 TEST(ShutdownSteps, ThePlayersAreStoppedEvenThen) {
     if (!watchdogIsPossible())
         GTEST_SKIP() << "no watchdog under the thread sanitizer";
-    // The players write to the same pipe, so the run ends only with their end.
+    // The players write to the same pipe, so the run ends only when they end.
     const ChildRun run = shutDown([] {
         for (std::atomic<int>* pid : {&process.currentPID, &process.pendingPID}) {
             *pid = fork();

@@ -88,7 +88,7 @@ extern "C" void _exit(int status) {
 
 namespace {
 
-// Takes the signal in a process of its own, with these players.
+// Handles the signal in a child process, with these players.
 ChildRun take(int signo, int currentPID, int pendingPID) {
     return runInChild([=] {
         tracing = true;
@@ -167,7 +167,7 @@ TEST(Shutdown, ASleepThatAnEndingPlayerCutShortIsPrintedWithItsError) {
     EXPECT_TRUE(run.exitedWith(0)) << run.waitStatus;
 }
 
-TEST(Shutdown, ACrashInTheMiddleOfAnOrdinaryShutdownIsLoggedAndTheShutdownGoesOn) {
+TEST(Shutdown, ACrashDuringAnOrdinaryShutdownIsLoggedAndTheShutdownContinues) {
     const ChildRun run = runInChild([] {
         tracing = true;
         crashInRemoveEventQueue = true;

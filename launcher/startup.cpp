@@ -40,7 +40,7 @@ void requireOwnerLock() {
         return;
     openLog();
     if (lock.result == OwnerLock::Result::unavailable) {
-        // The decoder is worth more than its lock: it plays all the same.
+        // Playing is more important than the lock: the supervisor starts without it.
         logmsg(3, "Cannot lock %s, so a second supervisor would not be noticed. (errno=%d %s)",
                lock.file.c_str(), lock.error, std::strerror(lock.error));
         return;

@@ -1,9 +1,9 @@
 // Start-up: from main to the playback state machine.
 //
-// Brings everything up in one fixed order, in which nothing is used before it is there. Single-threaded until the
-// event handler thread starts. Once the signal handlers are installed, signals wait until the main thread waits.
-// Two things end a start-up: another supervisor on the same appliance root, and a button that can't be read. Every
-// other failure is logged by the function that meets it, and the start-up goes on.
+// Starts everything in one fixed order, so that nothing is used before it exists. Single-threaded until the event
+// handler thread starts. Once the signal handlers are installed, signals stay pending until the main thread waits. Two
+// things end a start-up: another supervisor on the same appliance root, and a button that can't be read. Every other
+// failure is logged by the function in which it occurs, and the start-up continues.
 #pragma once
 
 // Counts the -v of the command line into process.verbosity. Unknown options and operands are ignored without a

@@ -166,7 +166,7 @@ int removeBarrier(int) {
 }
 void removeEventQueue() {}
 
-TEST_F(Startup, EverythingComesUpInOneFixedOrder) {
+TEST_F(Startup, EverythingStartsInOneFixedOrder) {
     const ChildRun supervisor = run({"-v", "-x", "-vv", "operand"});
     EXPECT_TRUE(supervisor.exitedWith(0)) << supervisor.waitStatus;
     EXPECT_EQ(supervisor.err,
@@ -196,7 +196,7 @@ TEST_F(Startup, AButtonThreadThatCannotBeCreatedEndsTheProcessWithStatus255) {
     EXPECT_EQ(supervisor.err.find("stateMachine()"), std::string::npos);
 }
 
-TEST_F(Startup, WhatTheStarterBlockedOrIgnoredDoesNotStay) {
+TEST_F(Startup, SignalsThatTheParentBlockedOrIgnoredAreReset) {
     const ChildRun supervisor = runInChild([] {
         blockAllSignals();
         std::signal(SIGINT, SIG_IGN);
@@ -209,9 +209,9 @@ TEST_F(Startup, WhatTheStarterBlockedOrIgnoredDoesNotStay) {
         << supervisor.err;
 }
 
-TEST_F(Startup, ASecondSupervisorOnTheSameRootSaysWhoIsTheFirstAndTouchesNothing) {
+TEST_F(Startup, ASecondSupervisorOnTheSameRootNamesTheFirstAndTouchesNothing) {
     ASSERT_EQ(takeOwnerLock().result, OwnerLock::Result::taken);
-    // The kernel's lock belongs to the open file, which the child inherits: it opens the file anew.
+    // The kernel's lock belongs to the open file, which the child inherits. The supervisor opens the file again.
     const ChildRun supervisor = run({});
     EXPECT_TRUE(supervisor.exitedWith(1)) << supervisor.waitStatus;
     const std::string text = "process " + std::to_string(getpid()) +
@@ -222,7 +222,7 @@ TEST_F(Startup, ASecondSupervisorOnTheSameRootSaysWhoIsTheFirstAndTouchesNothing
     EXPECT_EQ(supervisor.err.find("syncEncoderInfo()"), std::string::npos) << supervisor.err;
 }
 
-TEST_F(Startup, WithoutARunDirectoryItPlaysAllTheSame) {
+TEST_F(Startup, WithoutARunDirectoryItStillPlays) {
     std::ofstream(root + "/run") << "a file in the folder's place";
     const ChildRun supervisor = run({});
     EXPECT_TRUE(supervisor.exitedWith(0)) << supervisor.waitStatus;

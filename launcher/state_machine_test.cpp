@@ -88,7 +88,7 @@ TEST_F(StateMachine, TheLoopRunsStateAfterStateUntilItIsStopped) {
     EXPECT_EQ(state(), "AUTO_WAIT_FOR_NEXT_SOURCE_TIMEOUT");
 }
 
-TEST_F(StateMachine, TheFirstPictureIsReachedByWayOfTheSingleLaunch) {
+TEST_F(StateMachine, TheFirstPictureIsReachedThroughTheSingleLaunch) {
     fake::setParam(0, "Decoder.AutoConnect", "yes");
     for (const char* mode : {"auto", "manual"}) {
         fake::setParam(0, "Decoder.SequenceMode", mode);

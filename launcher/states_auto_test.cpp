@@ -226,7 +226,7 @@ TEST_F(TimeLeft, IsAMicrosecondTooShort) {
     EXPECT_EQ(state(), "AUTO_GOTO_NEXT_SOURCE");
 }
 
-TEST_F(TimeLeft, IsLongOverAndSoNegative) {
+TEST_F(TimeLeft, IsNegativeWhenItIsLongOver) {
     machine.sequenceStart = fake::now - 900'000'000;
     turn();
     EXPECT_EQ(state(), "AUTO_GOTO_NEXT_SOURCE");

@@ -78,8 +78,8 @@ bool leftForQueuedEvent() {
 }
 
 // Whether the pending source is the input that the current player shows. Keys are compared byte for byte, so two
-// indices that name no source, both with the empty key, are equal. The one exception is index -1: it stands for
-// "none", and keeping the player for it would leave the player without a source.
+// indices that name no source, both with the empty key, are equal. The one exception is index -1: it means "none", and
+// keeping the player for it would leave the player without a source.
 bool isShownInput() {
     return machine.pendingSource != -1 &&
            getSourceKey(machine.pendingSource) == getSourceKey(machine.currentSource);

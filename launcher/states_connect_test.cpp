@@ -59,7 +59,7 @@ TEST_F(Connect, PicksTheFirstSourceOfTheMode) {
     EXPECT_FALSE(machine.sequencePaused);
 }
 
-TEST_F(Connect, ForgetsThePlayersAndSourcesOfAnEarlierTime) {
+TEST_F(Connect, ForgetsEarlierPlayersAndSources) {
     enter(CONNECT);
     playing(3);
     launching(4);
@@ -102,7 +102,7 @@ TEST_F(Connect, ASourceWithoutAddressIsNeverInTheSequence) {
     EXPECT_EQ(machine.sourceSequence, (std::vector<int>{1, 4, 5, 6, 7}));
 }
 
-TEST_F(Connect, WithoutAUsableSourceItGivesUpAndSaysSo) {
+TEST_F(Connect, WithoutAUsableSourceItGivesUpWithAMessage) {
     fake::sources.clear();
     enter(CONNECT);
     turn({fake::event(EID_LOCK)});
@@ -285,7 +285,7 @@ TEST_F(RequestEncoderType, APauseBeforeASourceOutsideTheSequenceKeepsThePosition
     EXPECT_EQ(machine.pendingSource, 4);
 }
 
-TEST_F(RequestEncoderType, APauseWithoutAnyPositionStaysOnWhatIsShown) {
+TEST_F(RequestEncoderType, APauseWithoutAPositionStaysOnTheSourceThatIsShown) {
     machine.sourceSequence = {};
     playing(3);
     machine.pendingSource = 5;

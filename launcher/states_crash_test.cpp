@@ -57,7 +57,7 @@ TEST_F(Crash, AFailedLaunchDuringAPauseStaysInThePause) {
     EXPECT_EQ(calls, (Calls{"blankscreen()", "invalidateSource(2)"}));
 }
 
-TEST_F(Crash, APauseMeansNothingInManualMode) {
+TEST_F(Crash, APauseHasNoEffectInManualMode) {
     machine.sequencePaused = true;
     process.mode = MODE_MANUAL;
     launching(2);
@@ -90,14 +90,14 @@ TEST_F(Crash, TheStatusReadsMinusOneUntilThePlayerLeftAloneHasStarted) {
     EXPECT_EQ(machine.currentSource, 2);
 }
 
-TEST_F(Crash, OfTheCurrentPlayerAtTheMeetingBlanksTheScreenAndGoesOnWithThePendingOne) {
+TEST_F(Crash, OfTheCurrentPlayerAtTheBarrierBlanksTheScreenAndContinuesWithThePendingOne) {
     enterSwitching(CURRENT_PLAYER_CRASHED_DURING_SWITCH);
     turn();
     EXPECT_EQ(state(), "DONE_SWITCHED_PLAYER");
     EXPECT_EQ(calls, (Calls{"blankscreen()", "sleepSeconds(2)", "masterBarrier(1,200)"}));
 }
 
-TEST_F(Crash, OfBothAtTheMeetingLeavesNone) {
+TEST_F(Crash, OfBothAtTheBarrierLeavesNone) {
     enterSwitching(CURRENT_PLAYER_CRASHED_DURING_SWITCH);
     fake::barrierResults = {-1};
     turn({childExit(pendingPlayer, 9)});
@@ -106,7 +106,7 @@ TEST_F(Crash, OfBothAtTheMeetingLeavesNone) {
                             "handleError(2,200,9)"}));
 }
 
-TEST_F(Crash, OfThePendingPlayerAtTheMeetingStopsTheCurrentOneToo) {
+TEST_F(Crash, OfThePendingPlayerAtTheBarrierStopsTheCurrentOneToo) {
     enterSwitching(PENDING_PLAYER_CRASHED_STOPPING_CURRENT);
     turn();
     EXPECT_EQ(state(), "WAIT_FOR_CURRENT_PLAYER_STOP_DURING_PENDING_CRASH");
@@ -116,7 +116,7 @@ TEST_F(Crash, OfThePendingPlayerAtTheMeetingStopsTheCurrentOneToo) {
     EXPECT_EQ(calls, (Calls{"getNextEvent(2)", "handleError(1,100,0)"}));
 }
 
-TEST_F(Crash, TheCurrentPlayerMayExitInsteadOfComingToItsBarrier) {
+TEST_F(Crash, TheCurrentPlayerMayExitInsteadOfArrivingAtItsBarrier) {
     enterSwitching(PENDING_PLAYER_CRASHED_STOPPING_CURRENT);
     fake::barrierResults = {-1};
     turn({childExit(currentPlayer, 9)});

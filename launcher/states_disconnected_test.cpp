@@ -112,7 +112,7 @@ TEST_F(Disconnected, InAutomaticModeAnAlarmIsDropped) {
     }
 }
 
-TEST_F(Disconnected, ACacheFlushComesBack) {
+TEST_F(Disconnected, ACacheFlushReturnsToDisconnected) {
     turn({fake::event(EID_FLUSHCACHE)});
     EXPECT_EQ(state(), "FLUSH_CACHE");
     EXPECT_EQ(calls, afterWait({}));
@@ -121,7 +121,7 @@ TEST_F(Disconnected, ACacheFlushComesBack) {
     EXPECT_EQ(calls, (Calls{"flushSourceCache()"}));
 }
 
-TEST_F(Disconnected, AQueuedLockGoesBeforeWhatWasQueuedEarlier) {
+TEST_F(Disconnected, AQueuedLockIsTakenBeforeEarlierEvents) {
     turn({fake::event(EID_SELECT, 1), fake::event(EID_LOCK)});
     EXPECT_EQ(state(), "LOCKED");
     Calls expected = redrawn;
@@ -143,7 +143,7 @@ TEST_F(Disconnected, OtherEventsStayQueued) {
     EXPECT_EQ(fake::queue.size(), 3U);
 }
 
-TEST_F(Disconnected, AFailingQueueCostsASecondATurn) {
+TEST_F(Disconnected, AFailingQueueSleepsOneSecondPerTurn) {
     fake::takeResult = -1;
     turn();
     EXPECT_EQ(state(), "DISCONNECTED");
@@ -163,7 +163,7 @@ TEST_F(Locked, AReconnectEndsItEarlier) {
     EXPECT_EQ(calls, (Calls{"getNextEvent(6,13,12)", "pushEvent(9,0,0)"}));
 }
 
-TEST_F(Locked, AfterTheLockItConnectsAgainWhenThatIsStillWanted) {
+TEST_F(Locked, AfterTheLockItConnectsAgainIfStillConfigured) {
     for (const char* connected : {"yes", "no"}) {
         fake::setParam(0, "Decoder.Connected", connected);
         enter(LOCKED);
@@ -235,7 +235,7 @@ TEST_F(StopPlaying, ThePlayerIsHungUpAndMetAtItsBarrier) {
     EXPECT_EQ(log, (Log{{7, "Sending HUP to current player\n"}}));
 }
 
-TEST_F(StopPlaying, APlayerThatDoesNotComeIsWaitedForByItsExit) {
+TEST_F(StopPlaying, ThePlayersExitIsAwaitedWhenItDoesNotArrive) {
     playing(1);
     enter(SHUTDOWN_CURRENT_PLAYER);
     fake::barrierResults = {-1};
@@ -245,7 +245,7 @@ TEST_F(StopPlaying, APlayerThatDoesNotComeIsWaitedForByItsExit) {
                             "handleError(1,100,9)"}));
 }
 
-TEST_F(StopPlaying, AnotherChildMeanwhileIsADebugLine) {
+TEST_F(StopPlaying, AnotherChildsExitMeanwhileIsLoggedAtDebugLevel) {
     playing(1);
     enter(SHUTDOWN_CURRENT_PLAYER);
     fake::barrierResults = {-1};

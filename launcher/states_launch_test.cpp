@@ -97,7 +97,7 @@ TEST_F(SingleLaunch, TheStartedPlayerIsTheCurrentOne) {
     EXPECT_EQ(machine.currentSource, 2);
 }
 
-TEST_F(SingleLaunch, InManualModeItWaitsForASelectionThen) {
+TEST_F(SingleLaunch, InManualModeItThenWaitsForASelection) {
     process.mode = MODE_MANUAL;
     enterLaunched(SINGLE_PLAYER_STARTED);
     turn();
@@ -163,7 +163,7 @@ TEST_F(Switch, TheCurrentPlayersExitCompletesIt) {
     EXPECT_EQ(machine.currentSource, 2);
 }
 
-TEST_F(Switch, InManualModeItWaitsForASelectionThen) {
+TEST_F(Switch, InManualModeItThenWaitsForASelection) {
     process.mode = MODE_MANUAL;
     enterSwitching(DONE_SWITCHED_PLAYER);
     turn();
@@ -185,7 +185,7 @@ TEST_F(Switch, ThePendingPlayersExitAtTheLastMomentStopsBoth) {
     EXPECT_EQ(calls, (Calls{"getNextEvent(2)", "handleError(2,200,9)"}));
 }
 
-TEST_F(Switch, AFailedWaitIsNobodysExit) {
+TEST_F(Switch, AFailedWaitIsNotAnExit) {
     enterSwitching(SWITCH_PLAYER);
     fake::takeResult = -1;
     turn();
@@ -193,7 +193,7 @@ TEST_F(Switch, AFailedWaitIsNobodysExit) {
     EXPECT_EQ(calls, (Calls{"getNextEvent(2)", "sleepSeconds(1)"}));
 }
 
-TEST_F(Switch, EitherPlayerMayExitBeforeTheMeeting) {
+TEST_F(Switch, EitherPlayerMayExitBeforeTheBarrier) {
     struct Row {
         State state;
         int pid;
@@ -220,7 +220,7 @@ TEST_F(Switch, EitherPlayerMayExitBeforeTheMeeting) {
     }
 }
 
-TEST_F(Switch, AnyOtherChildBeforeTheMeetingIsDroppedWithoutAWord) {
+TEST_F(Switch, AnyOtherChildBeforeTheBarrierIsDroppedSilently) {
     for (const State waits : {WAIT_LAUNCHED_PENDING_PLAYER, WAIT_SHUTDOWN_CURRENT_PLAYER}) {
         enterSwitching(waits);
         fake::barrierResults = {-1};

@@ -24,7 +24,7 @@ const char* const detecting = "osdPrintf(0,0) Automatically detecting encoder an
 
 } // namespace
 
-TEST_F(Pause, SaysSoEachTimeItRuns) {
+TEST_F(Pause, ShowsItsMessageEachTimeItRuns) {
     EXPECT_FALSE(machine.sequencePaused);
     turnThatWaits();
     EXPECT_EQ(calls, (Calls{pausedText, waitCall}));
@@ -69,13 +69,13 @@ TEST_F(Pause, ALockAndTheEndOfTheConnectionEndIt) {
     EXPECT_FALSE(machine.sequencePaused);
 }
 
-TEST_F(Pause, WhatIsDroppedDoesNotEndIt) {
+TEST_F(Pause, ADroppedEventDoesNotEndIt) {
     turn({fake::event(EID_CONNECTPROPERTYCHANGED)});
     EXPECT_EQ(state(), "AUTO_PAUSE");
     EXPECT_TRUE(machine.sequencePaused);
 }
 
-TEST_F(Pause, TheTimerArmedBeforeItStaysQueuedAndIsNobodysLater) {
+TEST_F(Pause, AnEarlierTimerStaysQueuedAndIsDroppedLater) {
     machine.sequenceTimerId = 70000;
     turnThatWaits({fake::event(EID_TIMEOUT, 70000)});
     EXPECT_EQ(queuedIds(), (std::vector<int>{EID_TIMEOUT}));
@@ -119,7 +119,7 @@ TEST_F(CrashDuringPause, TheMissingEncoderIsNamed) {
     EXPECT_EQ(calls, (Calls{"getNextEvent(4,11,6,9,12)"}));
 }
 
-TEST_F(CrashDuringPause, APressASelectionAndTheTimerLeadOn) {
+TEST_F(CrashDuringPause, APressASelectionAndTheTimerEndTheSleep) {
     enter(SLEEP_AFTER_CRASH_DURING_PAUSE);
     turn({shortPress()});
     EXPECT_EQ(state(), "AUTO_GOTO_NEXT_SOURCE");
@@ -134,7 +134,7 @@ TEST_F(CrashDuringPause, APressASelectionAndTheTimerLeadOn) {
     EXPECT_EQ(state(), "REQUEST_ENCODER_AFTER_CRASH_DURING_PAUSE");
 }
 
-TEST_F(CrashDuringPause, TheSourceIsDetectedAgainWithoutALookAtTheQueue) {
+TEST_F(CrashDuringPause, TheSourceIsDetectedAgainWithoutReadingTheQueue) {
     enter(REQUEST_ENCODER_AFTER_CRASH_DURING_PAUSE);
     turn({fake::event(EID_FLUSHCACHE), shortPress()});
     EXPECT_EQ(state(), "LAUNCH_CURRENT_PLAYER_POS_WITH_NON_EXISTING");

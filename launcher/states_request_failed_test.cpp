@@ -71,7 +71,7 @@ TEST_F(RequestFailed, ThePlayerIsHungUpAndMetAtItsBarrier) {
     EXPECT_EQ(log, (Log{{7, "Sending HUP to current player\n"}}));
 }
 
-TEST_F(RequestFailed, APlayerThatDoesNotComeIsWaitedForByItsExit) {
+TEST_F(RequestFailed, ThePlayersExitIsAwaitedWhenItDoesNotArrive) {
     enterPlaying(SHUTDOWN_CURRENT_PLAYER_AFTER_REQUEST_FAILED);
     fake::barrierResults = {-1};
     turn({childExit(currentPlayer, 11 << 8)});
@@ -79,7 +79,7 @@ TEST_F(RequestFailed, APlayerThatDoesNotComeIsWaitedForByItsExit) {
     EXPECT_EQ(calls.back(), "handleError(1,100,2816)");
 }
 
-TEST_F(RequestFailed, AnotherChildAtTheBarrierIsADebugLine) {
+TEST_F(RequestFailed, AnotherChildsExitAtTheBarrierIsLoggedAtDebugLevel) {
     enterPlaying(SHUTDOWN_CURRENT_PLAYER_AFTER_REQUEST_FAILED);
     fake::barrierResults = {-1};
     turn({childExit(555)});
@@ -94,14 +94,14 @@ TEST_F(RequestFailed, ThePlayersExitIsClassifiedForItsOwnSource) {
     EXPECT_EQ(calls, (Calls{"getNextEvent(2)", "handleError(1,100,0)"}));
 }
 
-TEST_F(RequestFailed, AnotherChildLaterIsAnError) {
+TEST_F(RequestFailed, AnotherChildsExitLaterIsLoggedAsAnError) {
     enterPlaying(WAIT_SHUTDOWN_CURRENT_PLAYER_AFTER_REQUEST_FAILED);
     turn({childExit(555)});
     EXPECT_EQ(state(), "WAIT_SHUTDOWN_CURRENT_PLAYER_AFTER_REQUEST_FAILED");
     EXPECT_EQ(log, (Log{{3, "Unknown child event. pid=555"}}));
 }
 
-TEST_F(RequestFailed, WithThePlayerGoneTheScreenSaysWhichEncoderIsMissing) {
+TEST_F(RequestFailed, WithThePlayerGoneTheScreenNamesTheMissingEncoder) {
     enterPlaying(CURRENT_PLAYER_STOPPED_AFTER_REQUEST_FAILED);
     turn();
     EXPECT_EQ(state(), "REQUEST_ENCODER_FAILED");

@@ -68,7 +68,7 @@ TEST_P(CommonReactions, ToldToDisconnectItStopsPlaying) {
     EXPECT_EQ(calls, after({}));
 }
 
-TEST_P(CommonReactions, ToldToConnectItStaysAsItIs) {
+TEST_P(CommonReactions, ToldToConnectItStays) {
     for (const char* connected : {"yes", "", "No"}) {
         fake::setParam(0, "Decoder.Connected", connected);
         turn({fake::event(EID_CONNECTPROPERTYCHANGED)});
@@ -124,7 +124,7 @@ TEST_P(CommonReactions, AnEarlierTimerIsDropped) {
     EXPECT_EQ(log, expected);
 }
 
-TEST_P(CommonReactions, WhatItDoesNotListStaysQueued) {
+TEST_P(CommonReactions, UnlistedEventsStayQueued) {
     std::vector<Event> unlisted;
     for (const int id : {EID_CHILD, EID_BUTTON, EID_TIMEOUT, EID_BARRIER, EID_ALARM,
                          EID_CONNECTPROPERTYCHANGED, EID_FLUSHCACHE, EID_SELECT, EID_LOCK, EID_RECONNECT})
@@ -136,7 +136,7 @@ TEST_P(CommonReactions, WhatItDoesNotListStaysQueued) {
     EXPECT_EQ(calls, after({}));
 }
 
-TEST_P(CommonReactions, AQueueThatCannotBeWaitedOnCostsASecondATurnNotASpin) {
+TEST_P(CommonReactions, AFailingQueueSleepsOneSecondPerTurnInsteadOfSpinning) {
     fake::takeResult = -2;
     turn({fake::event(EID_LOCK)});
     EXPECT_EQ(state(), unchanged());
@@ -153,14 +153,14 @@ TEST_F(Waiting, AHoldIsTheLowByteOfAButtonsSecondValue) {
     EXPECT_FALSE(isLongPress(fake::event(EID_SELECT, 0, 1)));
 }
 
-TEST_F(Waiting, NothingQueuedIsNothingTaken) {
+TEST_F(Waiting, AnEmptyQueueGivesNoEvent) {
     EXPECT_FALSE(takeIfQueued(EID_LOCK).has_value());
     fake::deliver(fake::event(EID_SELECT, 3));
     EXPECT_FALSE(takeIfQueued(EID_LOCK).has_value());
     EXPECT_EQ(takeIfQueued(EID_LOCK, EID_SELECT)->value1, 3);
 }
 
-TEST_F(Waiting, AFailingPeekIsNothingTaken) {
+TEST_F(Waiting, AFailingPeekGivesNoEvent) {
     fake::deliver(fake::event(EID_LOCK));
     fake::takeResult = -1;
     EXPECT_FALSE(takeIfQueued(EID_LOCK).has_value());
@@ -185,7 +185,7 @@ TEST_F(Waiting, ASecondAlarmWithinTheDisplayTimeIsDropped) {
     EXPECT_EQ(machine.alarmText, "gate");
 }
 
-TEST_F(Waiting, NothingButAnAlarmPassesTheGate) {
+TEST_F(Waiting, OnlyAnAlarmPassesTheGate) {
     for (const int id : {0, 2, 4, 11, 12})
         EXPECT_FALSE(passesAlarmGate(fake::event(id, 3)));
     EXPECT_EQ(machine.pendingSource, -1);

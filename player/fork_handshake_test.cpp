@@ -92,7 +92,7 @@ TEST_F(ForkHandshake, AChildThatWasKilledBeforeItsReleaseLeavesNothingToTheNext)
     EXPECT_EQ(endOf(pid), passedStatus << 8);
 }
 
-// The same with real timing: each fresh child is killed at any moment of its start.
+// The same with real timing: each new child is killed at any moment of its start.
 TEST_F(ForkHandshake, NoChildIsEarlyAmongManyThatAreKilledAtOnce) {
     int early = 0;
     for (int i = 0; i < 60; ++i) {

@@ -34,7 +34,7 @@ sigset_t holdSignals() {
 
 // The child's half of gaffel.
 void becomeChild(int parent) {
-    // Without this a child whose supervisor dies before the release would wait without end, and take the release of a
+    // Without this a child whose supervisor dies before the release would wait forever, or could take the release of a
     // child of the next supervisor. The setting survives exec: a player dies with its supervisor.
     prctl(PR_SET_PDEATHSIG, SIGTERM);
     if (getppid() != parent)

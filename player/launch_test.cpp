@@ -271,7 +271,7 @@ TEST_F(Launch, CommandLineIsLoggedFromVerbosityTwoOnWithoutThePassword) {
                        "10000 -P 554 -c 1 -M rtsp-tcp -H http-auth 127.0.0.1'"}));
 }
 
-TEST_F(Launch, ChildIsHeldUntilItIsListedAndItsBarrierStands) {
+TEST_F(Launch, ChildIsHeldUntilItIsListedAndItsBarrierExists) {
     const Pipe release;
     const Pipe passed;
     fake::onSemaphoreDecrease = [&](int id) {

@@ -1,8 +1,8 @@
 // A player's command line: the program and its arguments for a detected source.
 //
 // The supervisor builds it before the fork. At the moment of the fork other threads may hold locks of the log and of
-// the parameter files, and a child would wait for them without end; so the child only calls exec. The source's entry
-// is not changed: the arguments are built from a copy.
+// the parameter files, and a child would wait for them forever; so the child only calls exec. The source's entry is not
+// changed: the arguments are built from a copy.
 #pragma once
 
 #include "sources/source_entry.h"

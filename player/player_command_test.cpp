@@ -51,7 +51,7 @@ protected:
     }
 };
 
-TEST_F(PlayerCommandLine, UnicastRtspWithCredentialsIsTheWorkedExample) {
+TEST_F(PlayerCommandLine, UnicastRtspWithCredentialsHasThisWholeCommandLine) {
     fake::setParam(0, "Decoder.VideoMode", "pal");
     SourceEntry entry = detectedEntry(TYPE_RTSP_UNICAST);
     entry.connectMode = CONNECT_HTTP_AUTH;
@@ -115,7 +115,7 @@ TEST_F(PlayerCommandLine, CredentialsGoWithConnectModesTwoAndThreeOnly) {
     }
 }
 
-TEST_F(PlayerCommandLine, EncryptionIsAskedOfTheMjpegPlayerOverHttpsOnly) {
+TEST_F(PlayerCommandLine, OnlyTheMjpegPlayerOverHttpsGetsTheEncryptionOption) {
     SourceEntry entry = detectedEntry(TYPE_MJPEG);
     entry.connectMode = CONNECT_HTTPS;
     EXPECT_THAT(arguments(entry),

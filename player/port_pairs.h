@@ -1,4 +1,4 @@
-// Searches two neighbouring free UDP ports.
+// Searches for two adjacent free UDP ports.
 //
 // There are two ranges, each with a counter that keeps its value between calls. The ports are not reserved after the
 // test. Main thread.

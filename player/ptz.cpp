@@ -87,7 +87,7 @@ void gotoPtzPreset(int sourceIndex) {
         case CONNECT_HTTPS:
             sent = request.sendHttps();
             break;
-        default: // kept: any other mode is tested without end
+        default: // kept: any other mode is tested forever
             pauseBetweenTests();
             continue;
         }

@@ -59,7 +59,7 @@ protected:
     }
 };
 
-TEST_F(PtzPreset, SourceWithoutAPresetAsksNobody) {
+TEST_F(PtzPreset, SourceWithoutAPresetSendsNoRequest) {
     fake::addSource(0, "key");
     fake::addSource(1, "other");
     gotoPtzPreset(0);
@@ -70,7 +70,7 @@ TEST_F(PtzPreset, SourceWithoutAPresetAsksNobody) {
     EXPECT_THAT(fake::calls, IsEmpty()) << "the entry is not asked for either";
 }
 
-TEST_F(PtzPreset, SourceWithoutAnEntryAsksNobody) {
+TEST_F(PtzPreset, SourceWithoutAnEntrySendsNoRequest) {
     gotoPtzPreset(1);
     EXPECT_THAT(fake::calls, ElementsAre("getSourceEntry(1)"));
     EXPECT_THAT(fake::requests, IsEmpty());
@@ -155,7 +155,7 @@ void gotoWithModeUntilTheAlarm(int mode) {
     gotoPtzPreset(1);
 }
 
-TEST_F(PtzPreset, ModeThatNamesNoWayIsTestedForEverWithoutARequest) {
+TEST_F(PtzPreset, UnknownConnectModeIsTestedForeverWithoutARequest) {
     for (const int mode : {-1, 4, 5})
         EXPECT_EXIT(gotoWithModeUntilTheAlarm(mode), testing::KilledBySignal(SIGALRM), "") << mode;
 }

@@ -37,7 +37,7 @@ int runShellCommand(const char* command) {
         return -1;
     }
     int status = 0;
-    const OpenSignals open; // a command may never end; SIGINT ends the supervisor all the same
+    const OpenSignals open; // a command may never end; SIGINT must still end the supervisor
     // After an interruption by a handler it waits again, so that no zombie is left.
     while (waitpid(pid, &status, 0) == -1)
         if (errno != EINTR)

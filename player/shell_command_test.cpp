@@ -55,7 +55,7 @@ TEST(ShellCommand, InterruptIsLetInWhileTheCommandRuns) {
     std::signal(SIGINT, SIG_DFL);
 }
 
-TEST(ShellCommand, WaitGoesOnAfterAHandlerRan) {
+TEST(ShellCommand, WaitContinuesAfterAHandlerRan) {
     struct sigaction action {};
     struct sigaction saved {};
     action.sa_handler = countNothing; // without SA_RESTART: waitpid is interrupted

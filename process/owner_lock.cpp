@@ -23,7 +23,7 @@ constexpr timespec betweenTries{0, 20000000};
 void makeFoldersFor(const std::string& file) {
     for (std::size_t slash = file.find('/', 1); slash != std::string::npos; slash = file.find('/', slash + 1))
         mkdir(file.substr(0, slash).c_str(),
-              0755); // what is there already, or can't be made, shows at open()
+              0755); // existing folders are fine; a folder that can't be made shows at open()
 }
 
 int openLockFile(const std::string& file) {
@@ -51,12 +51,12 @@ bool isAlive(int pid) {
 
 void recordPid(int fd) {
     const std::string text = std::to_string(getpid()) + "\n";
-    // Where it can't be written the lock holds all the same; only its owner's name is missing.
+    // If the pid can't be written, the lock still holds; only its owner's pid is missing.
     if (ftruncate(fd, 0) == 0)
         (void)!pwrite(fd, text.data(), text.size(), 0);
 }
 
-// Takes the lock of the open file, or says why not.
+// Takes the lock of the open file, or records why not.
 void lock(int fd, OwnerLock& owner) {
     for (int i = 0; i < tries; ++i) {
         if (flock(fd, LOCK_EX | LOCK_NB) == 0) {
@@ -71,7 +71,7 @@ void lock(int fd, OwnerLock& owner) {
         owner.pid = recordedPid(fd);
         if (isAlive(owner.pid) && owner.pid != getpid())
             break;
-        owner.pid = -1; // of an owner that has ended, or of one that is about to write its own
+        owner.pid = -1; // the pid was that of an owner that has ended, or the owner is about to write its own
         nanosleep(&betweenTries, nullptr);
     }
     owner.result = OwnerLock::Result::heldByOther;
@@ -88,6 +88,6 @@ OwnerLock takeOwnerLock() {
     else
         lock(fd, owner);
     if (fd != -1 && owner.result != OwnerLock::Result::taken)
-        close(fd); // a taken lock stays open, and so held, until the process ends
+        close(fd); // a taken lock stays open and held until the process ends
     return owner;
 }

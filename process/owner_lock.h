@@ -1,9 +1,9 @@
 // The lock that makes a supervisor the only one of its appliance root.
 //
-// Two supervisors on one root would take events from each other and remove the barriers of each other's players.
-// The lock is an exclusive flock of APPLIANCE_ROOT/run/decoder/skelmor.lock: the kernel gives it back when its
-// process ends, however it ends. The file holds the owner's pid as text and a newline; other programs test the
-// same lock. The file itself stays.
+// Two supervisors on one root would take events from each other and remove the barriers of each other's players. The
+// lock is an exclusive flock of APPLIANCE_ROOT/run/decoder/skelmor.lock: the kernel releases it however the process
+// ends. The file holds the owner's pid as text and a newline; other programs test the same lock. The file
+// itself stays.
 #pragma once
 
 #include <string>
@@ -11,7 +11,7 @@
 struct OwnerLock {
     enum class Result {
         taken,       // for the life of this process
-        heldByOther, // `pid` has it; -1 when it has not said who it is
+        heldByOther, // `pid` holds it; -1 when the holder has not recorded its pid
         unavailable, // the file can't be made or locked: `error` is the errno value
     };
     Result result = Result::unavailable;

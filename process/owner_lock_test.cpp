@@ -106,13 +106,13 @@ TEST_F(OwnerLockTest, IsFreeAsSoonAsItsOwnerWasKilled) {
     EXPECT_EQ(content(), std::to_string(getpid()) + "\n");
 }
 
-TEST_F(OwnerLockTest, AStalePidDoesNotKeepAnybodyOut) {
+TEST_F(OwnerLockTest, AStalePidDoesNotBlockTheLock) {
     write("1234567890\n");
     EXPECT_EQ(takeOwnerLock().result, Result::taken);
     EXPECT_EQ(content(), std::to_string(getpid()) + "\n") << "a longer text before leaves nothing behind";
 }
 
-TEST_F(OwnerLockTest, AnOwnerWithoutANameIsAnOwnerAllTheSame) {
+TEST_F(OwnerLockTest, AnOwnerWithoutAPidStillHoldsTheLock) {
     write("no number\n");
     const int other = open(file().c_str(), O_RDONLY | O_CLOEXEC);
     ASSERT_EQ(flock(other, LOCK_EX | LOCK_NB), 0);
@@ -157,7 +157,7 @@ TEST_F(OwnerLockTest, ProgramsThatItsOwnerStartsDoNotInheritIt) {
     EXPECT_TRUE(closed);
 }
 
-TEST_F(OwnerLockTest, AFolderThatCannotBeMadeIsTold) {
+TEST_F(OwnerLockTest, AFolderThatCannotBeMadeIsReported) {
     std::ofstream(root + "/run") << "a file in the folder's place";
     const OwnerLock lock = takeOwnerLock();
     EXPECT_EQ(lock.result, Result::unavailable);

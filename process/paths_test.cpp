@@ -14,7 +14,7 @@ TEST(Paths, ANameWithoutSlashIsLeftToTheSearchPath) {
     EXPECT_EQ(underApplianceRoot(""), "");
 }
 
-TEST(Paths, WithoutARootPathsAreWhatTheyAre) {
+TEST(Paths, WithoutARootPathsAreUnchanged) {
     unsetenv("APPLIANCE_ROOT");
     EXPECT_EQ(underApplianceRoot("/bin/mjpeg_player"), "/bin/mjpeg_player");
     setenv("APPLIANCE_ROOT", "", 1);

@@ -1,8 +1,7 @@
 // The values of the process that several folders read.
 //
 // Only the main thread writes them. The event handler thread reads the supervisor's pid and the mode; the shutdown
-// handler and its watchdog read the two player pids, in the middle of anything. Lock-free atomics are safe for all of
-// them.
+// handler and its watchdog read the two player pids, at any moment. Lock-free atomics are safe for all of them.
 #pragma once
 
 #include <atomic>

@@ -40,6 +40,6 @@ void pauseMilliseconds(int milliseconds);
 // Sleeps for the whole time with signals let in, whatever handlers run meanwhile.
 void sleepSeconds(int seconds);
 
-// Delivers one pending `signo` that this thread keeps blocked; returns after its handler. Nothing when there
+// Delivers one pending `signo` that this thread keeps blocked; returns after its handler. Does nothing when there
 // is none.
 void deliverPending(int signo);

@@ -1,7 +1,7 @@
 // The supervisor's standard streams.
 //
-// Whoever starts the supervisor may have closed some of descriptors 0 to 2, and may close the other end of the
-// rest at any time. Neither may harm a decoder that nobody watches.
+// The program that starts the supervisor may have closed some of descriptors 0 to 2, and may close the other end of the
+// others at any time. Neither may harm an unattended decoder.
 #pragma once
 
 // Opens those of descriptors 0 to 2 that are closed on /dev/null. Without this a file of ours would become

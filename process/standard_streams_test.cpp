@@ -19,8 +19,8 @@ bool isDevNull(int fd) {
            S_ISCHR(file.st_mode);
 }
 
-// Closes these descriptors in a process of its own, fills them, and tells with its exit status whether they
-// are /dev/null and the next file gets a number above 2.
+// Closes these descriptors in a child process and fills them. The child's exit status reports whether they are
+// /dev/null and the next file gets a number above 2.
 bool filled(const std::string& closed) {
     const ChildRun run = runInChild([&] {
         for (const char number : closed)
@@ -52,7 +52,7 @@ TEST(StandardStreams, OpenOnesStayWhatTheyAre) {
     EXPECT_EQ(run.err, "err");
 }
 
-TEST(StandardStreams, ABrokenPipeIsAFailureOfTheWriteAlone) {
+TEST(StandardStreams, ABrokenPipeOnlyFailsTheWrite) {
     const ChildRun run = runInChild([] {
         surviveBrokenPipes();
         int ends[2];

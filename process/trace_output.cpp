@@ -46,7 +46,7 @@ ssize_t writePart(const char* text, std::size_t length) {
                                : write(own, text, length);
 }
 
-// False when it could not be written at once, or not to its end.
+// False when the text could not be written completely at once.
 bool writeAtOnce(const char* text, std::size_t length) {
     const int savedErrno = errno;
     while (length > 0) {

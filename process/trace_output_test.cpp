@@ -24,7 +24,7 @@ void require(bool condition, const char* what) {
     _exit(failed);
 }
 
-// In the child: standard output is a pipe that nobody reads; the other end.
+// In the child: makes standard output a pipe that nobody reads. Returns the other end.
 int unreadOutput() {
     int ends[2];
     require(pipe2(ends, O_CLOEXEC) == 0, "a pipe");
@@ -99,7 +99,7 @@ TEST(TraceOutput, ASocketThatNobodyReadsDoesNotBlockEither) {
     EXPECT_TRUE(run.exitedWith(bodyReturned)) << run.waitStatus << run.err;
 }
 
-TEST(TraceOutput, AReaderThatWentAwayEndsNothing) {
+TEST(TraceOutput, AClosedReaderDoesNotEndTheProcess) {
     const ChildRun run = runInChild([] {
         fake::reset();
         surviveBrokenPipes();

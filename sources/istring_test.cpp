@@ -4,7 +4,7 @@
 #include <map>
 #include <string>
 
-TEST(IString, LetterCaseDoesNotTellNamesApart) {
+TEST(IString, LetterCaseDoesNotDistinguishNames) {
     EXPECT_EQ(istring("address"), istring("Address"));
     EXPECT_EQ(istring("ADDRESS"), istring("Address"));
     EXPECT_NE(istring("address"), istring("addresses"));

@@ -32,7 +32,7 @@ constexpr std::array detectionKeys{
     "NumberOfVideoSources", "VideoSourceType", "ConnectMode", "Audio",     "AudioFormat",
     "APIVersion",           "Model",           "BitRate",     "FrameRate", "Resolution"};
 
-// The record of a source. No value when the index names no source, which an empty record would not tell.
+// The record of a source. No value when the index names no source; an empty record could be that of a source.
 std::optional<SourceParams> findSource(int index) {
     const SubGroups sources = readSources();
     if (index < 0 || static_cast<std::size_t>(index) >= sources.size())
@@ -94,8 +94,8 @@ SourceEntry* getSourceEntry(int index) {
     if (!detectSource(*slot, index)) {
         status(index, "ErrorCode", "");
         invalidateSource(index);
-        // The sources may have changed during the detection, and the index then leads to another key. The entry
-        // that was filled must not stay in any case.
+        // The sources may have changed during the detection, and the index then leads to another key. The entry that
+        // was filled must be removed in any case.
         cache().erase(key);
         return nullptr;
     }

@@ -1,7 +1,7 @@
 // The source cache: one detected entry per distinct encoder input.
 //
 // The key is the source key, so sources that are the same input of the same encoder share one detection. The cache owns
-// its entries. Each operation reads the source list afresh and takes a source index; an index that names no source does
+// its entries. Each operation reads the source list again and takes a source index; an index that names no source does
 // nothing. Main thread only: no lock.
 #pragma once
 

@@ -13,5 +13,5 @@ struct SourceList {
 };
 
 // Reads "Decoder.SequenceMode" and sets the mode; an unknown text is logged and the mode is kept. Then reads the source
-// list afresh. Main thread.
+// list again. Main thread.
 SourceList buildSourceList();

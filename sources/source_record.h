@@ -1,6 +1,6 @@
 // The configuration of one source, and its key.
 //
-// A source's record is the map of its parameters (`SourceParams`), read afresh from the parameter file at each use. The
+// A source's record is the map of its parameters (`SourceParams`), read from the parameter file again at each use. The
 // source index, its 0-based position in the list, identifies the source everywhere. Main thread.
 #pragma once
 

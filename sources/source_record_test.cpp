@@ -40,7 +40,7 @@ TEST_F(SourceRecord, TheRecordsComeInTheOrderOfTheParameterFile) {
     EXPECT_EQ(sources, fake::sources);
 }
 
-TEST_F(SourceRecord, TheListIsReadAfreshEachTime) {
+TEST_F(SourceRecord, TheListIsReadAgainEachTime) {
     fake::sources = {{{"Address", "a"}}};
     EXPECT_EQ(readSource(0), (SourceParams{{"Address", "a"}}));
     fake::sources = {{{"Address", "b"}}};

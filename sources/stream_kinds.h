@@ -1,8 +1,8 @@
 // The kinds of stream: one row each, in the order of their numbers.
 //
-// The row says which player shows a kind and how that player is told about the stream; the probes of the kinds have a
-// table of the same rows in detect/detection.cpp. The compiler checks both for count and order. A kind's name is
-// libcommon's, in videoSourceTypeString.
+// The row says which player shows a kind and which arguments describe the stream to that player; the probes of the
+// kinds have a table of the same rows in detect/detection.cpp. The compiler checks both for count and order. A kind's
+// name is libcommon's, in videoSourceTypeString.
 #pragma once
 
 #include <libcommon/status.h>
@@ -12,7 +12,7 @@
 
 // Indices into videoSourceTypeString. The members of a source entry are plain integers: an unknown text gives -1.
 enum StreamType : int {
-    TYPE_AUTO = 0, // configured only: the probes find out
+    TYPE_AUTO = 0, // only as the configured type: the probes find the kind
     TYPE_MJPEG = 1,
     TYPE_MPEG2 = 2,
     TYPE_SDP = 3,
@@ -23,7 +23,7 @@ enum StreamType : int {
 };
 inline constexpr std::size_t streamTypeCount = 8;
 
-// How a player is told about its stream.
+// Which arguments describe the stream to a player.
 enum class PlayerArguments {
     None,
     Mjpeg,       // port and host, then the query, rotation and interlacing

@@ -34,7 +34,7 @@ std::vector<Input> allInputs() {
 
 class FuzzCorpus : public testing::TestWithParam<Input> {};
 
-TEST_P(FuzzCorpus, HoldsItsPromisesAtEveryLength) {
+TEST_P(FuzzCorpus, KeepsItsPromisesAtEveryLength) {
     std::ifstream file(GetParam().second, std::ios::binary);
     const std::vector<char> bytes{std::istreambuf_iterator<char>(file), {}};
     const Target target = targetOf(GetParam().first);

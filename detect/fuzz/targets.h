@@ -1,5 +1,5 @@
-// What the fuzzers call: each feeds any bytes to one reader of what encoders send, and aborts when the result
-// is not what the reader promises. Always 0.
+// The functions that the fuzzers call. Each feeds any bytes to one reader of an encoder's texts, and aborts when the
+// result breaks the reader's promises. Always returns 0.
 #pragma once
 
 #include <cstddef>

@@ -1,4 +1,4 @@
-// The words in which transitions.cpp writes its page: from, to, stays, everyWaitingState.
+// The vocabulary of the page in transitions.cpp: from, to, stays, everyWaitingState.
 #pragma once
 
 #include "launcher/model/transitions.h"
@@ -36,7 +36,7 @@ enum class LineKind {
 };
 struct Line {
     LineKind kind;
-    State state; // left, or reached
+    State state; // the state that is left or reached
     Trigger trigger = BY_ITSELF;
     const char* condition = nullptr;
 };

@@ -41,7 +41,7 @@ constexpr Line page[] = {
     from(LOCKED),
         to(FLUSH_CACHE, RECONNECT),
         to(FLUSH_CACHE, OWN_TIMER, "lock timer"),
-        stays(LOCK, "lock: timer armed anew"),
+        stays(LOCK, "lock: the timer starts again"),
         stays(OTHER_TIMER),
 
     from(REQUEST_ENCODER_TYPE),
@@ -155,7 +155,7 @@ constexpr Line page[] = {
         to(MANUAL_WAIT_FOR_NEW_SELECTION, "manual mode"),
 
     from(CURRENT_PLAYER_CRASHED_DURING_PENDING_LAUNCH),
-        to(WAIT_LAUNCHED_CURRENT_PLAYER_POS_WITH_NON_EXISTING, "the pending player goes on"),
+        to(WAIT_LAUNCHED_CURRENT_PLAYER_POS_WITH_NON_EXISTING, "the pending player continues to start"),
 
     from(CURRENT_PLAYER_CRASHED_DURING_SWITCH),
         to(DONE_SWITCHED_PLAYER, "barrier 1 passed"),

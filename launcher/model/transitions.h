@@ -38,7 +38,7 @@ struct Transition {
     const char* condition; // in words
 };
 
-// All of them, in the order of `from`; no two with equal from, to and trigger.
+// All transitions, in the order of `from`; no two have equal from, to and trigger.
 std::span<const Transition> transitions();
 
 // The trigger in words.

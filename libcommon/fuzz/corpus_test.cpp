@@ -27,12 +27,12 @@ std::vector<Input> allInputs() {
 
 class FuzzCorpus : public testing::TestWithParam<Input> {};
 
-TEST_P(FuzzCorpus, HoldsItsPromisesAtEveryLength) {
+TEST_P(FuzzCorpus, KeepsItsPromisesAtEveryLength) {
     std::ifstream file(GetParam().second, std::ios::binary);
     const std::vector<char> bytes{std::istreambuf_iterator<char>(file), {}};
     ASSERT_FALSE(bytes.empty());
     const auto target = GetParam().first == "address" ? fuzzAddress : fuzzResponseHeader;
-    constexpr std::size_t everyLengthUpTo = 512; // beyond that the whole file has to do
+    constexpr std::size_t everyLengthUpTo = 512; // a longer file is then tested whole
     for (std::size_t length = 0; length <= std::min(bytes.size(), everyLengthUpTo); ++length)
         target(reinterpret_cast<const std::uint8_t*>(bytes.data()), length);
     target(reinterpret_cast<const std::uint8_t*>(bytes.data()), bytes.size());

@@ -29,7 +29,7 @@ Collected collect(std::string_view bytes, std::size_t pieceSize) {
     HeaderCollector collector;
     std::size_t taken = 0;
     while (taken < bytes.size() && collector.state() == HeaderCollector::State::Collecting) {
-        // A copy of exactly its size, so that a sanitizer sees every step beyond it.
+        // A copy of exactly its size, so that a sanitizer reports every access beyond it.
         const std::string_view rest = bytes.substr(taken, pieceSize);
         const std::vector<char> piece(rest.begin(), rest.end());
         const std::size_t count = collector.take({piece.data(), piece.size()});
@@ -74,7 +74,7 @@ int fuzzAddress(const std::uint8_t* data, std::size_t size) {
         return 0;
     }
     require(network::isHostText(parts.host) && parts.host.size() <= size);
-    // Written out again, it reads the same.
+    // The parts, written as an address again, are read as the same parts.
     const bool isIPv6 = parts.host.find(':') != std::string::npos;
     const std::string port = parts.port == 0 ? "" : ":" + std::to_string(parts.port);
     const network::AddressParts again =

@@ -118,7 +118,7 @@ TEST_F(Address, ALongHostIsTakenToTheLimit) {
     EXPECT_EQ(split(std::string(255, 'a') + ":80"), (Split{0, std::string(255, 'a'), 80}));
 }
 
-TEST_F(Address, WhatCannotBeReadIsLoggedAtLevel3WithTheReason) {
+TEST_F(Address, AnUnreadableAddressIsLoggedAtLevel3WithTheReason) {
     split("camera:80x");
     EXPECT_NE(
         log().find(" 3 Can't read the address \"camera:80x\": the port is not a number from 1 to 65535"),

@@ -17,7 +17,7 @@ namespace fs = std::filesystem;
 
 namespace {
 
-// The library reads where its root is once a process: all tests of one share it.
+// The library reads its root once per process, so all tests of a process share it.
 const std::string& root() {
     static const std::string& path = *[] {
         std::string name = (fs::temp_directory_path() / "libcommon-test-XXXXXX").string();

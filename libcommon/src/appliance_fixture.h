@@ -56,7 +56,7 @@ public:
     Signpost& operator=(const Signpost&) = delete;
     void reach() const;
     void await() const;
-    bool isReached() const; // takes nothing away
+    bool isReached() const; // does not reset it
 
 private:
     int ends_[2];

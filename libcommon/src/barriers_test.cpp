@@ -45,7 +45,7 @@ protected:
         EXPECT_EQ(msgsnd(queue, &message, length, 0), 0);
     }
 
-    // A player that begins when its barrier is there.
+    // A player that begins once its barrier exists.
     pid_t startPlayer(const std::function<int()>& act) {
         const Signpost go;
         const pid_t player = start([&] {
@@ -81,7 +81,7 @@ TEST_F(Barriers, TheQueueOfABarrierIsFoundByItsPid) {
     EXPECT_EQ(getBarrierIPC(4712), -1);
 }
 
-TEST_F(Barriers, AFileWithoutAQueueIsNone) {
+TEST_F(Barriers, AFileWithoutAQueueIsNoBarrier) {
     write(barrierFile(4711), "");
     EXPECT_EQ(getBarrierIPC(4711), -1);
 }
@@ -96,7 +96,7 @@ TEST_F(Barriers, OnlyARegularFileHasAQueue) {
     EXPECT_EQ(getBarrierIPC(4711), queue);
 }
 
-TEST_F(Barriers, NoPidIsTooOddToAskFor) {
+TEST_F(Barriers, AnyPidMayBeAskedFor) {
     for (const int pid : {0, -1, INT_MAX, INT_MIN})
         EXPECT_EQ(getBarrierIPC(pid), -1);
     const int queue = makeBarrier(-1);
@@ -186,7 +186,7 @@ TEST_F(Barriers, ARemovedBarrierEndsTheWait) {
     EXPECT_TRUE(result == EIDRM || result == ENOENT) << result; // ENOENT: it had not begun to wait
 }
 
-TEST_F(Barriers, ASignalEndsTheWaitAndItCanGoOn) {
+TEST_F(Barriers, ASignalEndsTheWaitAndItCanBeRepeated) {
     const Signpost ready;
     const pid_t player = startPlayer([&] {
         struct sigaction action {};
@@ -207,7 +207,7 @@ TEST_F(Barriers, ASignalEndsTheWaitAndItCanGoOn) {
     EXPECT_EQ(finish(player), 0);
 }
 
-TEST_F(Barriers, AnnouncingGoesOnWhileTheEventQueueIsFull) {
+TEST_F(Barriers, AnnouncingContinuesWhileTheEventQueueIsFull) {
     Event filler{};
     filler.id = EID_TIMEOUT;
     while (sendEvent(&filler) == 0)

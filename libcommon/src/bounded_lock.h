@@ -23,7 +23,7 @@ enum class SignalsInWait {
 };
 
 // Takes the flock (`operation` LOCK_EX or LOCK_SH) of an open file. False with errno: ETIMEDOUT when it was not free
-// within `patience`, with 0 not even now. Handlers that run meanwhile don't end the wait.
+// within `patience` (0: when it is not free now). Handlers that run meanwhile don't end the wait.
 bool lockWithin(int fd, int operation, std::chrono::milliseconds patience, SignalsInWait signals);
 
 // Sleeps with the same choice of signals.

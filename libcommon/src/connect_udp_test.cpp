@@ -95,7 +95,7 @@ private:
     int fd_ = -1;
 };
 
-TEST_F(ConnectUDP, OnlyTheHostIsHeardFromWhateverPort) {
+TEST_F(ConnectUDP, OnlyTheHostsPacketsArriveFromAnyPort) {
     const int fd = opened("127.0.0.1", true);
     ASSERT_GE(fd, 0);
     const Host encoder("127.0.0.1");
@@ -115,7 +115,7 @@ TEST_F(ConnectUDP, AStrangersPacketDoesNotWakeTheReader) {
     EXPECT_EQ(poll(&polled, 1, 0), 0);
 }
 
-TEST_F(ConnectUDP, TheOtherHostAlone) {
+TEST_F(ConnectUDP, OnlyTheOtherHostsPacketsArrive) {
     const int fd = opened("127.0.0.2", true);
     const Host encoder("127.0.0.2");
     const Host stranger("127.0.0.1");
@@ -124,7 +124,7 @@ TEST_F(ConnectUDP, TheOtherHostAlone) {
     EXPECT_EQ(received(fd), Packets{"two"});
 }
 
-TEST_F(ConnectUDP, WithoutTheRestrictionEverybodyIsHeard) {
+TEST_F(ConnectUDP, WithoutTheRestrictionAllPacketsArrive) {
     const int fd = opened("127.0.0.1", false);
     const Host one("127.0.0.1");
     const Host other("127.0.0.2");
@@ -143,7 +143,7 @@ TEST_F(ConnectUDP, IPv6) {
     EXPECT_EQ(received(fd), Packets{"two"});
 }
 
-TEST_F(ConnectUDP, AnIPv4AddressInIPv6Clothes) {
+TEST_F(ConnectUDP, AnIPv4MappedIPv6Address) {
     const int fd = opened("::ffff:127.0.0.2", true);
     ASSERT_GE(fd, 0);
     const Host encoder("127.0.0.2");
@@ -189,7 +189,7 @@ TEST_F(ConnectUDP, ATakenPortIsAFailureAndLogged) {
     close(first);
 }
 
-TEST_F(ConnectUDP, AHostThatCanNotBeIsAFailure) {
+TEST_F(ConnectUDP, AnImpossibleHostIsAFailure) {
     EXPECT_EQ(opened("not a host", true), -1);
     EXPECT_EQ(errno, EHOSTUNREACH);
 }

@@ -43,13 +43,13 @@ std::string presentStamp() {
     return text;
 }
 
-// By its beginning, so that a line without '=' does not give a password away either.
+// By its beginning, so that a line without '=' does not reveal a password either.
 bool isCredential(std::string_view line) {
     const std::string_view content = libcommon::trimmed(line);
     return NameEqual{}(content.substr(0, 8), "Password") || NameEqual{}(content.substr(0, 8), "UserName");
 }
 
-// Without the parser's work on each line: the supervisor waits meanwhile.
+// Does not parse each line, because the supervisor waits meanwhile.
 std::string withoutCredentials(std::string_view text) {
     std::string result;
     result.reserve(text.size() + 256);
@@ -70,7 +70,7 @@ bool readCopy(ParameterSnapshot& snapshot) {
     return !snapshot.value(supervisorName).empty();
 }
 
-// What the supervisor takes the text for: a text that is neither keeps the mode, and the first mode is "auto".
+// The mode that the supervisor derives from the text: an unknown text keeps the mode, and the first mode is "auto".
 std::string modeInForce(std::string_view configured) {
     if (configured == "auto" || configured == "manual")
         return std::string(configured);

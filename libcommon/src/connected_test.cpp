@@ -57,7 +57,7 @@ TEST_F(Connected, UnknownModeKeepsTheModeOfTheConnectBefore) {
                   return connectedConfiguration().sequenceMode == "auto" ? 0 : 1;
               }),
               0)
-        << "another process begins anew";
+        << "another process starts over";
 }
 
 TEST_F(Connected, UserNamesAndPasswordsAreNotKept) {

@@ -127,7 +127,7 @@ std::string osdText(int line) {
     if (heading == std::string::npos || std::sscanf(content.c_str(), "%" SCNd64 " %d", &shown, &seconds) != 2)
         return "";
     const std::int64_t now = gettimeusec();
-    // A time to come was written before the machine was started anew, with a clock that has begun again since.
+    // A time in the future was written before the machine was restarted, which reset the clock.
     const bool isOver = seconds > 0 && (now < shown || now - shown >= seconds * std::int64_t{1'000'000});
     return isOver ? "" : local::cleanText(std::string_view(content).substr(heading + 1), maximumText);
 }

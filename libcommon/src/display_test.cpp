@@ -69,7 +69,7 @@ TEST_F(Display, TextsAreCutBetweenCharacters) {
     EXPECT_EQ(osdText(0), umlauts.substr(0, 254));
 }
 
-TEST_F(Display, ControlCharactersAndWhatIsNoTextAreReplaced) {
+TEST_F(Display, ControlCharactersAndInvalidBytesAreReplaced) {
     osdPrintf(0, 0, "a\nb\x1b[7m\xff%s", "\t!");
     EXPECT_EQ(osdText(0), "a b [7m? !");
     osdPrintf(0, 0, "%s", "");
@@ -94,7 +94,7 @@ TEST_F(Display, BadNumbersAreLoggedAndChangeNothing) {
     EXPECT_EQ(entries(file("/run/decoder/display")), before);
 }
 
-// A configured display time of alarms may be anything; the alarm is shown all the same.
+// A configured display time of alarms may be anything; the alarm is shown in any case.
 TEST_F(Display, ANegativeDisplayTimeIsNone) {
     osdPrintf(1, -1, "ALARM: %s", "Gate");
     EXPECT_EQ(osdText(1), "ALARM: Gate");
@@ -140,7 +140,7 @@ TEST_F(Display, DamagedFilesReadAsNothing) {
     EXPECT_EQ(logCount("File too large"), 1U);
 }
 
-TEST_F(Display, AFolderThatCantBeMadeIsTold) {
+TEST_F(Display, AFolderThatCantBeMadeIsReported) {
     write(file("/run"), "in the folder's place");
     osdPrintf(0, 0, "x");
     set_led(2, 2, 2);

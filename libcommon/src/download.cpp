@@ -5,7 +5,7 @@
 //   With a port in the address there is nothing else to try.
 // - Connected, and the peer closed, reset or sent something that is not HTTP: it may speak TLS there. HTTPS
 //   on the address's port, or 443.
-// - Status 400 on a port that the address names: many servers answer so, in clear text, on their TLS port.
+// - Status 400 on a port that the address names: many servers give this answer, in clear text, on their TLS port.
 //   Unless HTTPS gets an HTTP answer there, the result is the 400.
 // Never after a name that does not resolve, an unreachable network, a silent peer or an interruption: an
 // encoder that is dead or slow costs the timeout once. A redirect is a refusal and never followed.
@@ -46,7 +46,7 @@ std::string reasonOf(const HttpOutcome& outcome) {
     return outcome.reason;
 }
 
-// One request, its failure logged. The path is cut at its query: that may hold anything.
+// One request, its failure logged. The path is cut at its query, which may contain anything.
 HttpOutcome attempt(const HttpRequest& request, NetworkOperation& operation) {
     HttpOutcome outcome = runRequest(request, operation);
     if (outcome.transport != 0 && outcome.transport != CURLE_ABORTED_BY_CALLBACK)

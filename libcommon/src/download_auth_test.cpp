@@ -169,7 +169,7 @@ TEST_F(DownloadCredentials, WrongOnesAreSentOnceAndRefused) {
     EXPECT_EQ(digest.requests().size(), 2U);
 }
 
-TEST_F(DownloadCredentials, BasicAlsoAnswersARefusalThatNamesNoWay) {
+TEST_F(DownloadCredentials, BasicAlsoAnswersARefusalThatNamesNoScheme) {
     for (const std::string challenge : {"", "WWW-Authenticate: Bearer\r\n", "WWW-Authenticate: \r\n"}) {
         const Server server(protectedBy(challenge, basicAnswer));
         const Got got = get(server, root_);
@@ -184,7 +184,7 @@ TEST_F(DownloadCredentials, AColonOrBlankInThemIsNoTrouble) {
     EXPECT_EQ(get(server, {.user = "a b", .password = "c:d e"}).body, "hello");
 }
 
-TEST_F(DownloadCredentials, AnAnswerThatIsRefusedForAnotherReasonTellsIt) {
+TEST_F(DownloadCredentials, AnAnswerThatIsRefusedForAnotherReasonReportsIt) {
     const Server server({readRequest(), send(reply("401 Who", "", basicChallenge)), readRequest(),
                          send(reply("404 Not Found", ""))});
     EXPECT_EQ(get(server, root_).result, -404);

@@ -1,4 +1,4 @@
-// Downloads from encoders that are broken or mean harm: a failure within the timeout, and bounded memory.
+// Downloads from encoders that are broken or malicious: a failure within the timeout, and bounded memory.
 #include "libcommon/src/download_fixture.h"
 
 using namespace scripted;

@@ -20,7 +20,7 @@ class DownloadInterruption : public DownloadTest {
 protected:
     const HandlerCount interruptions_{SIGUSR1};
 
-    // As the supervisor has it during a detection.
+    // As in the supervisor during a detection.
     DownloadInterruption() { blockSignal(SIGUSR1); }
 
     // A download from a server with that script, interrupted when that many steps of it are done.
@@ -141,7 +141,7 @@ TEST_F(DownloadSignals, AnIgnoredInterruptionSignalChangesNothing) {
     EXPECT_FALSE(isInterrupted());
 }
 
-// A child that ends while the main thread waits is reaped then and there, and the download goes on.
+// A child that ends while the main thread waits is reaped at once, and the download continues.
 TEST_F(DownloadSignals, AChildsEndIsHandledDuringTheDownloadAndDoesNotEndIt) {
     const HandlerCount children(SIGCHLD);
     blockSignal(SIGCHLD);

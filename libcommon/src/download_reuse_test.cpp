@@ -115,7 +115,7 @@ TEST_F(DownloadReuse, AChildBeginsWithConnectionsOfItsOwnAndLeavesItsParentsAlon
     EXPECT_EQ(server.connections(), 2) << "the parent's connection did not survive the child";
 }
 
-// The thread behind it, with a shorter time.
+// The closing thread, with a shorter idle time.
 class KeptConnections : public NetworkTest {
 protected:
     // Never destroyed, as in the library: its thread may still run.
@@ -179,7 +179,7 @@ TEST_F(KeptConnections, InUseAreLeftAlone) {
     network::KeptConnections::close(&kept_, fd);
 }
 
-TEST_F(KeptConnections, TheThreadComesBackForTheNextOnes) {
+TEST_F(KeptConnections, TheThreadStartsAgainForTheNextOnes) {
     const Server server({stall()});
     for (int round = 1; round <= 3; ++round) {
         kept_.beginUse();

@@ -67,7 +67,7 @@ TEST_F(Download, WithoutABufferTheBodyIsDropped) {
     EXPECT_EQ(unused, '#');
 }
 
-TEST_F(Download, ThePathGoesOutToTheLetter) {
+TEST_F(Download, ThePathIsSentUnchanged) {
     const Server server({readRequest(), send(reply("200 OK", "x")), startOver()});
     const std::vector<std::string> paths = {"/vexo-cgi/com/ptz.cgi?gotoserverpresetname=Front Door & Yard",
                                             "/a b/c",
@@ -125,7 +125,7 @@ TEST_F(Download, ARefusalLeavesTheOutArgumentsAlone) {
     EXPECT_EQ(got.mode, CONNECT_UNKNOWN);
     EXPECT_EQ(got.port, 0);
     EXPECT_EQ(got.host, "untouched");
-    EXPECT_EQ(log(), ""); // an encoder that lacks something is no trouble
+    EXPECT_EQ(log(), ""); // an encoder that lacks something is not an error
 }
 
 TEST_F(Download, RedirectsAreRefusalsAndNotFollowed) {

@@ -1,4 +1,4 @@
-// Downloads over TLS: which certificates are trusted, and when download() takes to HTTPS.
+// Downloads over TLS: which certificates are trusted, and when download() switches to HTTPS.
 #include "libcommon/src/download_fixture.h"
 #include "tests/support/certificate.h"
 
@@ -59,7 +59,7 @@ TEST_F(DownloadTls, OnlyTheWordNoSwitchesItOff) {
     }
 }
 
-TEST_F(DownloadTls, ChangedParametersHoldFromTheNextRequestOn) {
+TEST_F(DownloadTls, ChangedParametersApplyFromTheNextRequestOn) {
     const Server server(friendly, {.certificate = &certificate_});
     trustEverybody();
     EXPECT_EQ(getHttps(server.port(), {}).body, "hello");
@@ -96,7 +96,7 @@ TEST_F(DownloadTls, ACAFileThatCanNotBeReadRefusesEverybody) {
     EXPECT_EQ(server.requests().size(), 0U);
 }
 
-TEST_F(DownloadTls, AChangedCAFileHoldsFromTheNextConnectionOn) {
+TEST_F(DownloadTls, AChangedCAFileAppliesFromTheNextConnectionOn) {
     const Certificate other;
     const std::string file = fileWith(other.pem());
     setParameters("[Network.TLS]\nCAFile = " + file + "\n");
@@ -183,7 +183,7 @@ TEST_F(DownloadTls, AnEncoderWithBothIsReachedPlainly) {
     EXPECT_EQ(server.connections(), 1);
 }
 
-TEST_F(DownloadTls, A400StandsWhenThereIsNoHttps) {
+TEST_F(DownloadTls, A400IsTheResultWhenThereIsNoHttps) {
     const Server server({readRequest(), send(reply("400 Bad Request", "", "Connection: close\r\n"))});
     EXPECT_EQ(get(server).result, -400);
     EXPECT_EQ(server.connections(), 2);
@@ -289,7 +289,7 @@ TEST_F(DownloadWellKnownPorts, ADeadEncoderCostsTheTimeoutOnce) {
     EXPECT_LT(got.milliseconds, 4000);
 }
 
-TEST_F(DownloadWellKnownPorts, NobodyThereIsNoConnection) {
+TEST_F(DownloadWellKnownPorts, AMissingHostIsNoConnection) {
     EXPECT_EQ(get("127.0.0.1", {}).result, -7);
     EXPECT_EQ(get("192.0.2.1", {}).result, -7); // no route leaves this network
 }

@@ -19,8 +19,8 @@ bool ownerLives(const RunId& record);
 // Takes over the queue of an earlier supervisor, with the events in it, or makes one. False with errno.
 bool attachEventQueue(RunId& record);
 
-// Removes the queue that a dead owner left, and the file that names it. How many there were; -1 with a log line. The
-// caller has made sure that no supervisor lives.
+// Removes the queue that a dead owner left, and the file that names it. Returns how many there were; -1 with a log
+// line. The caller has made sure that no supervisor lives.
 int removeLeftEventQueue();
 
 // Whether this process is the supervisor: it has called initEventQueue().

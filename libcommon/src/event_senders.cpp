@@ -36,8 +36,8 @@ bool isOwnersAlone(int id) {
     return id == EID_CHILD || id == EID_BUTTON || id == EID_TIMEOUT;
 }
 
-// The queue belongs to no living supervisor when this fails. `part`: the outsiders' share of the queue is all but one
-// of so many parts, so that the supervisor's own events always fit.
+// Fails when no living supervisor owns the queue, or when the outsiders' share is full. The share is the queue without
+// one `part`-th of it, so that the supervisor's own events always fit.
 int putWithinShare(int fd, const Event& event, unsigned part) {
     RunId record;
     msqid_ds queue{};
@@ -94,11 +94,11 @@ int sendAsOutsider(const Event& event) {
         errno = EPERM;
         return -1;
     }
-    // A handler that interrupted the locked section and sent an event too would wait for itself.
+    // A handler that interrupted the locked section and sent an event, too, would deadlock.
     const SignalsHeld signalsHeld;
     const auto end = steady_clock::now() + senderPatience;
     int result = -1;
-    // Twice: the file may name a queue that its next owner is just replacing.
+    // Tries twice, because the file may name a queue that its next owner is just replacing.
     for (int i = 0; i < 2 && result != 0; ++i) {
         const Descriptor fd(openRunId(eventQueueName));
         if (!fd)

@@ -28,8 +28,8 @@ bool isKnown(int id) {
 }
 
 // ---- All process-wide state of this file.
-// The process that called initEventQueue(), 0 for none: a forked child inherits the number and is an outsider all the
-// same. Written by initEventQueue.
+// The process that called initEventQueue(), 0 for none: a forked child inherits the number but is an outsider. Written
+// by initEventQueue.
 std::atomic<int> owner{0};
 // The owner's queue, -1 while there is none. Written by initEventQueue, removeEventQueue and the waiting thread; read
 // by any thread and signal handler.
@@ -38,10 +38,10 @@ std::atomic<int> ownedQueue{-1};
 std::atomic<bool> removed{false};
 // How often initEventQueue was called; a thread that waits after removeEventQueue sleeps on it.
 std::atomic<int> attachments{0};
-// Messages that were dropped since the last log line about them, and when that was. The waiting thread alone.
+// Messages that were dropped since the last log line about them, and when that was. Used by the waiting thread only.
 unsigned long droppedMessages = 0;
 std::int64_t droppedLogTime = 0;
-// Whether the failure to make the queue anew is logged already. The waiting thread alone.
+// Whether the failure to make the queue again has been logged. Used by the waiting thread only.
 bool renewalFailed = false;
 static_assert(std::atomic<int>::is_always_lock_free && std::atomic<bool>::is_always_lock_free);
 
@@ -62,7 +62,7 @@ bool isGone(int error) {
 }
 
 // There is always room for the supervisor's own events. After another process has removed the queue, the waiting thread
-// is making a new one at this moment; a lost child exit would leave the supervisor waiting for ever.
+// is making a new one at this moment; a lost child exit would leave the supervisor waiting forever.
 int sendAsOwner(const Event& event) {
     constexpr int tries = 250;
     const timespec pause{.tv_sec = 0, .tv_nsec = 1'000'000};
@@ -92,7 +92,7 @@ void noteDropped() {
     droppedLogTime = now;
 }
 
-// Makes the queue anew. `lost` is the identifier of the one that was removed, -1 when none could be made at start.
+// Makes the queue again. `lost` is the identifier of the one that was removed, -1 when none could be made at start.
 // Without a queue the process would live on and never receive an event.
 void renewQueue(int lost) {
     constexpr std::chrono::milliseconds pause{1000};
@@ -157,9 +157,9 @@ bool ownsEventQueue() {
 } // namespace local
 
 int initEventQueue() {
-    libcommon::applianceRoot(); // senders in signal handlers can't read it for the first time
-    // Before the rest, because the owner waits for locks for a shorter time; also when the rest fails, because
-    // waitEvent() then goes on trying.
+    libcommon::applianceRoot(); // senders in signal handlers must not be the first to read it
+    // Set before the rest, because the owner waits for locks for a shorter time; kept when the rest fails, because
+    // waitEvent() then keeps trying.
     owner = getpid();
     local::RunId record;
     const bool attached = local::attachEventQueue(record);
@@ -200,7 +200,7 @@ void clearEventQueue() {
         return;
     }
     local::EventMessage message{};
-    // Not until it is empty: senders may be as fast.
+    // Reads only as many as were queued: senders could keep the queue from ever being empty.
     for (msgqnum_t i = 0; i < state.msg_qnum; ++i)
         if (local::takeMessage(queue, message, IPC_NOWAIT) < 0 && errno != EINTR)
             return;

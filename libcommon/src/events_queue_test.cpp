@@ -1,4 +1,4 @@
-// The queue itself: how it is made, found, removed and made anew.
+// The queue itself: how it is made, found, removed and made again.
 #include <libcommon/events.h>
 
 #include "libcommon/src/events_fixture.h"
@@ -19,14 +19,14 @@ namespace {
 // A program that forgets to set an identifier uses 0: that must not be the appliance's queue.
 TEST_F(Events, TheQueueIsNeverTheMachinesFirst) {
     if (unshare(CLONE_NEWIPC) != 0)
-        GTEST_SKIP() << "no message queues of one's own here: " << std::strerror(errno);
+        GTEST_SKIP() << "no separate message queues here: " << std::strerror(errno);
     ASSERT_EQ(initEventQueue(), 0);
     EXPECT_NE(queueId(), 0);
     EXPECT_FALSE(queueExists(0));
     EXPECT_EQ(send(EID_LOCK), 0);
 }
 
-TEST_F(Events, TheQueueIsTheUsersAndTheGroupsAlone) {
+TEST_F(Events, OnlyTheUserAndTheGroupCanUseTheQueue) {
     ASSERT_EQ(initEventQueue(), 0);
     const msqid_ds queue = state(queueId());
     EXPECT_EQ(queue.msg_perm.mode & 0777, 0660);
@@ -50,7 +50,7 @@ TEST_F(Events, RemovingTheQueueLeavesNothing) {
     removeEventQueue();
 }
 
-// A supervisor that shuts down removes the queue while its thread waits, and goes on for a while.
+// A supervisor that shuts down removes the queue while its thread waits, and runs on for a while.
 TEST_F(Events, AWaitingThreadDoesNotReturnAfterTheOwnerRemovedTheQueue) {
     ASSERT_EQ(initEventQueue(), 0);
     std::atomic<int> returned{0};
@@ -63,7 +63,7 @@ TEST_F(Events, AWaitingThreadDoesNotReturnAfterTheOwnerRemovedTheQueue) {
     removeEventQueue();
     usleep(200'000);
     EXPECT_EQ(returned, 0);
-    EXPECT_FALSE(exists(idFile())); // nor is the queue made anew
+    EXPECT_FALSE(exists(idFile())); // nor is the queue made again
     EXPECT_EQ(log(), "");
     ASSERT_EQ(initEventQueue(), 0);
     ASSERT_EQ(send(EID_LOCK), 0);
@@ -71,7 +71,7 @@ TEST_F(Events, AWaitingThreadDoesNotReturnAfterTheOwnerRemovedTheQueue) {
     EXPECT_EQ(returned, EID_LOCK);
 }
 
-TEST_F(Events, AQueueThatSomebodyRemovedIsMadeAnew) {
+TEST_F(Events, ARemovedQueueIsMadeAgain) {
     ASSERT_EQ(initEventQueue(), 0);
     const int before = queueId();
     const Signpost go;
@@ -102,7 +102,7 @@ TEST_F(Events, AQueueThatSomebodyRemovedIsMadeAnew) {
     EXPECT_EQ(logCount(""), 1U) << log();
 }
 
-TEST_F(Events, TheOwnersEventIsNotLostWhileTheQueueIsMadeAnew) {
+TEST_F(Events, TheOwnersEventIsNotLostWhileTheQueueIsMadeAgain) {
     ASSERT_EQ(initEventQueue(), 0);
     std::atomic<int> received{0};
     std::thread waiter([&] {
@@ -221,7 +221,7 @@ TEST_F(Events, EveryProcessCanAskForTheOwner) {
     ASSERT_EQ(initEventQueue(), 0); // to be removed with the test
 }
 
-TEST_F(Events, ARunDirectoryThatCantBeMadeIsTold) {
+TEST_F(Events, ARunDirectoryThatCantBeMadeIsReported) {
     write(file("/run"), "in the folder's place");
     EXPECT_EQ(initEventQueue(), -1);
     EXPECT_EQ(logCount("Failed to attach to the event queue. (errno=20 Not a directory)"), 1U) << log();

@@ -29,7 +29,7 @@ TEST_F(Events, OtherIdsAreRefused) {
     EXPECT_EQ(state(queueId()).msg_qnum, 0U);
 }
 
-TEST_F(Events, OnlyTheOwnerSendsWhatTheSupervisorTellsItself) {
+TEST_F(Events, OnlyTheOwnerSendsTheSupervisorsOwnEvents) {
     ASSERT_EQ(initEventQueue(), 0);
     for (const int id : {EID_CHILD, EID_BUTTON, EID_TIMEOUT, EID_BARRIER}) {
         EXPECT_EQ(sendError(id, getpid()), 0) << id;
@@ -82,7 +82,7 @@ TEST_F(Events, StrangersCantStopAnAnnouncement) {
     close(held);
 }
 
-// Past the library anything can be put into the queue.
+// A program that does not use the library can put anything into the queue.
 TEST_F(Events, UnknownIdsAreDroppedOnArrival) {
     ASSERT_EQ(initEventQueue(), 0);
     struct {

@@ -8,7 +8,7 @@
 
 namespace {
 
-TEST_F(Events, WhatIsSentArrivesWholeAndInOrder) {
+TEST_F(Events, EventsArriveWholeAndInOrder) {
     ASSERT_EQ(initEventQueue(), 0);
     Event event = eventOf(EID_ALARM, 3, -7);
     libcommon::setEventText(event, "T\xc3\xbcr offen");
@@ -34,7 +34,7 @@ TEST_F(Events, EveryIdThatCanBeQueuedPassesWithAnyValue) {
     }
 }
 
-TEST_F(Events, WithoutAnApplianceThereIsNobodyToSendTo) {
+TEST_F(Events, WithoutAnApplianceSendingFails) {
     EXPECT_EQ(sendError(EID_SELECT), ENOENT);
     EXPECT_EQ(inChild([] { // as a process that never attached to a queue
                   Event got{};
@@ -90,7 +90,7 @@ TEST_F(Events, TheOwnerSendsFromASignalHandler) {
     EXPECT_EQ(state(queueId()).msg_qnum, 1U);
 }
 
-TEST_F(Events, WaitingGoesOnAfterSignals) {
+TEST_F(Events, WaitingContinuesAfterSignals) {
     ASSERT_EQ(initEventQueue(), 0);
     installHandler(SIGUSR1, [](int) { ++handled; });
     const pthread_t waiter = pthread_self();
@@ -154,7 +154,7 @@ TEST(EventText, IsCutBetweenCharacters) {
     EXPECT_EQ(textOf(event), std::string(36, 'x'));
 }
 
-TEST(EventText, NoTextIsTheEmptyOne) {
+TEST(EventText, NullIsTheEmptyText) {
     Event event{};
     libcommon::setEventText(event, "before");
     libcommon::setEventText(event, nullptr);

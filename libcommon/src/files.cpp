@@ -98,7 +98,7 @@ bool readAll(int fd, std::size_t maximum, std::string& text) {
         errno = EFBIG;
         return false;
     }
-    // One byte more than expected tells the end without another round; the file may grow while it is read.
+    // One byte more than expected shows the end without another round; the file may grow while it is read.
     std::size_t have = 0;
     text.resize(static_cast<std::size_t>(file.st_size) + 1);
     for (;;) {

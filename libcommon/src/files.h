@@ -37,7 +37,7 @@ bool makeFoldersFor(const char* path);
 // The state of the folder that `path` is in. False with errno. Safe in a signal handler.
 bool statFolderOf(const char* path, struct stat& folder);
 
-// All bytes, or false with errno. Safe in a signal handler.
+// Writes all bytes; false with errno. Safe in a signal handler.
 bool writeAll(int fd, const char* bytes, std::size_t length);
 
 // The whole of a regular file of at most `maximum` bytes, read from `fd`. False with errno: EFBIG, EISDIR,
@@ -52,8 +52,8 @@ bool readSmallFile(const std::string& path, std::size_t maximum, std::string& te
 bool replaceSmallFile(const std::string& path, std::string_view content);
 
 // The exclusive lock of a lock file, for the life of the object; the file is made where it is missing, with its
-// folders. Waits at most lockPatience; on the main thread SIGINT and SIGCHLD are let in meanwhile. The lock is given
-// back explicitly: a child forked meanwhile has the same lock open and would keep it.
+// folders. Waits at most lockPatience; on the main thread SIGINT and SIGCHLD are let in meanwhile. The lock is released
+// explicitly: a child forked meanwhile has the same lock open and would keep it.
 class LockedFile {
 public:
     explicit LockedFile(const char* path);

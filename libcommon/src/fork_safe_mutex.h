@@ -1,10 +1,9 @@
 // A mutex that fork() never leaves locked in the child.
 //
-// Players read parameters and log between fork and exec, while other threads of the supervisor do the same
-// all the time. An ordinary mutex that one of them holds at the fork would stay locked in the child for ever.
-// So a fork takes all of these mutexes first and gives them back on both sides. Two rules keep that free of
-// deadlocks: a thread that holds one of them takes no other, and holds it for a bounded time only. They live as
-// long as the process.
+// Players read parameters and log between fork and exec, while other threads of the supervisor do the same all the
+// time. An ordinary mutex that one of them holds at the fork would stay locked in the child forever. So a fork takes
+// all of these mutexes first and releases them in parent and child. Two rules keep that free of deadlocks: a thread
+// that holds one of them takes no other, and holds it for a bounded time only. They live as long as the process.
 #pragma once
 
 #include <atomic>
@@ -29,7 +28,7 @@ public:
         mutex_.unlock();
     }
 
-    // Whether this thread has it. For handlers of a crash: a thread that crashed never gives it back.
+    // Whether this thread has it. For handlers of a crash: a thread that crashed never releases it.
     bool isMine() const { return holder_ == gettid(); }
 
 private:

@@ -36,7 +36,7 @@ private:
     State state_ = State::Collecting;
     std::string text_;
     std::size_t lineStart_ = 0;
-    std::size_t blankBytes_ = 0; // line ends before the header: counted, or they would be endless
+    std::size_t blankBytes_ = 0; // line ends before the header: counted, so that they can't be endless
     int packetHeaderLeft_ = 0;   // bytes of '$' channel length still to come
     unsigned packetLength_ = 0;  // the length as far as it came, then the data still to come
 };

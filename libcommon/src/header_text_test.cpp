@@ -48,7 +48,7 @@ TEST(HeaderText, LineEndsMayLackTheCarriageReturn) {
     EXPECT_EQ(header.headers.at("B"), "2");
 }
 
-TEST(HeaderText, BlanksAroundNamesAndValuesFall) {
+TEST(HeaderText, BlanksAroundNamesAndValuesAreDropped) {
     const ResponseHeader header = parsed("RTSP/1.0  200   Very  OK \r\nA :  1 \t\r\nB:\r\nC:x: y\r\n\r\n");
     EXPECT_EQ(header.reason, "Very  OK");
     EXPECT_EQ(header.headers.at("A"), "1");

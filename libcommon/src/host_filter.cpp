@@ -28,7 +28,7 @@ void add(Program& program, unsigned short code, unsigned value) {
     program.push_back({.code = code, .jt = 0, .jf = 0, .k = value});
 }
 
-// Goes on when the loaded value is `value`; else jumps over `skipped` further instructions.
+// Continues when the loaded value is `value`; else jumps over `skipped` further instructions.
 void addTest(Program& program, unsigned value, unsigned char skipped) {
     program.push_back({.code = jumpIfEqual, .jt = 0, .jf = skipped, .k = value});
 }

@@ -57,7 +57,7 @@ private:
     static int onTimer(CURLM* multi, long milliseconds, void* self);
 
     const pid_t owner_ = getpid();
-    [[maybe_unused]] HttpClient* const inherited_; // the parent's: never used, kept so that it is no leak
+    [[maybe_unused]] HttpClient* const inherited_; // the parent's: unused, kept so that no leak is reported
     CURLM* const multi_;
     CURL* const easy_;
     KeptConnections kept_{keptTime};
@@ -227,7 +227,7 @@ CURLcode HttpClient::perform(Transfer& transfer, const HttpRequest& request, Net
     return *code;
 }
 
-// Fills in the CURLOPT_RESOLVE entry, or tells why there is none. A numeric host needs none.
+// Fills in the CURLOPT_RESOLVE entry, or returns why there is none. A numeric host needs none.
 std::optional<HttpOutcome> HttpClient::resolveHost(const HttpRequest& request, NetworkOperation& operation,
                                                    std::string& entry) {
     if (request.host != knownName_.host || gettimeusec() >= knownName_.until || operation.interrupted()) {
@@ -245,7 +245,7 @@ std::optional<HttpOutcome> HttpClient::resolveHost(const HttpRequest& request, N
             return std::nullopt;
         knownName_ = {request.host, addressList(resolution.endpoints), gettimeusec() + keptTime};
     }
-    // "+": the entry grows old in libcurl's cache like any other answer.
+    // "+": the entry expires in libcurl's cache like any other answer.
     entry = "+" + request.host + ":" + std::to_string(request.port) + ":" + knownName_.addresses;
     return std::nullopt;
 }

@@ -18,7 +18,7 @@ struct HttpRequest {
     bool tls = false;
     std::string host;
     unsigned short port = 0;
-    std::string target;           // path and query, sent to the letter
+    std::string target;           // path and query, sent unchanged
     bool withCredentials = false; // answer a 401 with user and password
     std::string user;
     std::string password;
@@ -35,7 +35,7 @@ struct HttpOutcome {
     bool connectTimeOver = false;   // not connected by `connectUntil`
     bool answeredChallenge = false; // the answer came for a request with credentials
     int systemError = 0;            // errno of the failed connect; 0 when unknown
-    std::string reason;             // why, for people; never with credentials
+    std::string reason;             // why, as readable text; never with credentials
 };
 
 HttpOutcome runRequest(const HttpRequest& request, NetworkOperation& operation);

@@ -64,8 +64,8 @@ CURLcode Transfer::configure(CURL* easy, const std::string& resolved, unsigned l
     return setupError_;
 }
 
-// The request line carries the target to the letter. libcurl's URL gets it too, although the request target
-// overrides it there: a Digest answer names the URL's path and query, which must be those of the request.
+// The request line has the target unchanged. libcurl's URL gets it too, although the request target overrides it there:
+// a Digest answer names the URL's path and query, which must be those of the request.
 void Transfer::setUrl(CURL* easy) {
     const std::string target = request_.target.empty() ? "/" : request_.target;
     const std::string path = target.front() == '/' ? target : "/" + target;
@@ -100,8 +100,8 @@ void Transfer::setTls(CURL* easy) {
     const bool verified = parameters["Network.TLS.Verify"] != "no";
     set(easy, CURLOPT_SSL_VERIFYPEER, verified ? 1L : 0L);
     set(easy, CURLOPT_SSL_VERIFYHOST, verified ? 2L : 0L);
-    // One file of authorities, ours or the system's: beside a directory of them libcurl would trust both, and
-    // read the file anew for every connection. Its cache of a file does not notice a change of the file.
+    // One file of authorities, ours or the system's: beside a directory of them libcurl would trust both, and read the
+    // file again for every connection. Its cache of a file does not notice a change of the file.
     set(easy, CURLOPT_CAPATH, static_cast<const char*>(nullptr));
     set(easy, CURLOPT_CA_CACHE_TIMEOUT, systemAuthoritiesTime);
     const std::string authorities = parameters["Network.TLS.CAFile"].toString();
@@ -202,7 +202,7 @@ bool Transfer::takeBody(const char* data, std::size_t length) {
     return earlyEnd_ == EarlyEnd::None;
 }
 
-// The body of a 401 that libcurl is going to answer never reaches onBody: it is ignored, without end.
+// The body of a 401 that libcurl is going to answer never reaches onBody: libcurl ignores it, even an endless one.
 int Transfer::onProgress(void* self, curl_off_t /*total*/, curl_off_t now, curl_off_t /*up*/,
                          curl_off_t /*upNow*/) {
     auto& transfer = *static_cast<Transfer*>(self);

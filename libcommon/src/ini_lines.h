@@ -1,7 +1,7 @@
 // The lines of a parameter file, as its reader and its editor both see them.
 //
-// Everything is a view into the file's text, and the lines one after the other are that text, byte for byte:
-// the editor changes one value and copies everything else.
+// Everything is a view into the file's text, and the lines joined are that text, byte for byte: the editor changes one
+// value and copies everything else.
 #pragma once
 
 #include <cstddef>
@@ -9,7 +9,7 @@
 
 namespace local {
 
-// Longer lines can't be read; nor may a write make one.
+// Longer lines can't be read, and a write must not make one.
 inline constexpr std::size_t maximumIniLine = 65536;
 
 enum class LineKind {

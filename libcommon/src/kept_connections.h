@@ -1,9 +1,9 @@
 // The sockets that libcurl keeps open for the next request, and their end when none comes.
 //
-// libcurl only looks at a kept connection when it is asked for the next transfer, which for an idle decoder
-// may be never, while an encoder has few connections to give. So a detached thread, alive only while
-// something is kept, shuts the idle sockets down: the encoder sees the end of the connection. It calls
-// no function of libcurl or OpenSSL; libcurl finds the dead socket at its next check and closes it.
+// libcurl only looks at a kept connection when it is asked for the next transfer, which for an idle decoder may be
+// never, while an encoder supports only few connections. So a detached thread, alive only while something is kept,
+// shuts the idle sockets down: the encoder sees the end of the connection. It calls no function of libcurl or OpenSSL;
+// libcurl finds the dead socket at its next check and closes it.
 //
 // Never destroyed: the thread may outlive everything else.
 #pragma once

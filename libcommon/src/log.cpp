@@ -135,7 +135,7 @@ void bringLogFile(const char* path) {
     const int opened = open(path, O_WRONLY | O_APPEND | O_CREAT | O_CLOEXEC | O_NOCTTY | O_NONBLOCK, 0640);
     if (opened < 0)
         return;
-    // Not on the numbers 0 to 2: programs close and replace those.
+    // Not one of the descriptors 0 to 2: programs close and replace those.
     const int moved = opened > 2 ? opened : fcntl(opened, F_DUPFD_CLOEXEC, 3);
     if (moved != opened)
         close(opened);

@@ -122,7 +122,7 @@ TEST_F(Log, KeepsErrno) {
     EXPECT_EQ(errno, EDOM);
 }
 
-TEST_F(Log, ARotatedFileIsOpenedAnew) {
+TEST_F(Log, ARotatedFileIsOpenedAgain) {
     logmsg(6, "one");
     ASSERT_EQ(rename(file("/log").c_str(), file("/log.1").c_str()), 0);
     logmsg(6, "two");
@@ -133,7 +133,7 @@ TEST_F(Log, ARotatedFileIsOpenedAnew) {
     EXPECT_EQ(text(), "three");
 }
 
-TEST_F(Log, AFileThatWasEmptiedGoesOnFromItsStart) {
+TEST_F(Log, AnEmptiedFileContinuesFromItsStart) {
     logmsg(6, "one");
     ASSERT_EQ(truncate(file("/log").c_str(), 0), 0);
     logmsg(6, "two");
@@ -231,7 +231,7 @@ TEST_F(Log, TheFileIsClosedInProgramsThatAreRun) {
     EXPECT_TRUE(found);
 }
 
-TEST_F(Log, AFileThatCantBeOpenedLeavesTheSystemLog) {
+TEST_F(Log, LinesGoToTheSystemLogWhenTheFileCantBeOpened) {
     std::filesystem::remove_all(file(""));
     systemLog().clear();
     logmsg(3, "lost %s?\n", "%s");
@@ -242,7 +242,7 @@ TEST_F(Log, AFileThatCantBeOpenedLeavesTheSystemLog) {
     EXPECT_EQ(text(), "found");
 }
 
-TEST_F(Log, APipeThatNobodyReadsDoesNotHoldItUp) {
+TEST_F(Log, APipeThatNobodyReadsDoesNotBlock) {
     ASSERT_EQ(mkfifo(file("/log").c_str(), 0600), 0);
     systemLog().clear();
     logmsg(6, "x");
@@ -283,7 +283,7 @@ TEST_F(LogDestination, StandardError) {
     close(ends[1]);
 }
 
-TEST_F(LogDestination, AStandardErrorThatNobodyReadsHoldsUpNobody) {
+TEST_F(LogDestination, AStandardErrorThatNobodyReadsDoesNotBlock) {
     int ends[2];
     ASSERT_EQ(pipe(ends), 0);
     EXPECT_EQ(inChild([&] {
@@ -292,14 +292,14 @@ TEST_F(LogDestination, AStandardErrorThatNobodyReadsHoldsUpNobody) {
                   for (int i = 0; i < 2000; ++i)
                       logmsg(6, "%04d %s", i, std::string(100, 'x').c_str());
                   logmsg(6, "%s", std::string(6000, 'y').c_str());
-                  return systemLog().find("1999") != std::string::npos ? 0 : 1; // there it is not lost
+                  return systemLog().find("1999") != std::string::npos ? 0 : 1; // the line is not lost there
               }),
               0);
     close(ends[0]);
     close(ends[1]);
 }
 
-TEST_F(LogDestination, ARelativeNameIsThatOfTheFolderWhereItBegan) {
+TEST_F(LogDestination, ARelativeNameRefersToTheFirstWorkingDirectory) {
     EXPECT_EQ(inChild([] {
                   if (chdir(file("").c_str()) != 0)
                       return 1;

@@ -1,9 +1,9 @@
 // A value that is made at its first use and then stays.
 //
 // It is not a static in a function: while one thread makes such a static another may fork, and the child would wait
-// for ever for a thread that it does not have. Here two threads may both make the value; one of the two values
-// is deleted. The value is never destroyed, because threads still use it while the process exits. Reading
-// is safe in a signal handler.
+// forever for a thread that it does not have. Here two threads may both make the value; one of the two values is
+// deleted. The value is never destroyed, because threads still use it while the process exits. Reading is safe in a
+// signal handler.
 #pragma once
 
 #include <atomic>

@@ -29,7 +29,7 @@ public:
     }
     ~ApplianceRoot() {
         if (owner_ != getpid())
-            return; // a forked child goes, the appliance stays
+            return; // a forked child ends, but the appliance stays
         std::error_code ignored;
         std::filesystem::remove_all(path_, ignored);
     }

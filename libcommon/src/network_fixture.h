@@ -9,8 +9,8 @@
 #include <string>
 #include <thread>
 
-// Appliance root and log file are the process's own, made before anything reads the environment and removed
-// at its end; parameters, log, interruption flag and the disposition of signals begin afresh with every test.
+// Appliance root and log file are the process's own, made before anything reads the environment and removed at its end;
+// parameters, log, interruption flag and the disposition of signals are reset for every test.
 class NetworkTest : public testing::Test {
 protected:
     NetworkTest();
@@ -19,7 +19,7 @@ protected:
     // The text of the decoder's parameter file from now on.
     static void setParameters(const std::string& text);
 
-    // A file of the test's own with that content; its path.
+    // Makes a file for the test with that content; returns its path.
     static std::string fileWith(const std::string& content);
 
     // Everything logged since the test began.

@@ -46,8 +46,8 @@ timespec timeUntil(std::int64_t when) {
     return {.tv_sec = left / microsecondsPerSecond, .tv_nsec = left % microsecondsPerSecond * 1000};
 }
 
-// ppoll takes no signal when a descriptor is ready at once: without this, a peer that sends without pause
-// would keep SIGINT and SIGCHLD out.
+// ppoll delivers no signal when a descriptor is ready at once: without this, a peer that sends without pause would keep
+// SIGINT and SIGCHLD out.
 void letPendingSignalsIn() {
     const sigset_t opened = setOf({SIGINT, SIGCHLD});
     sigset_t saved;

@@ -11,7 +11,7 @@
 
 namespace local {
 
-// Bigger files are refused, unread.
+// Bigger files are refused without being read.
 inline constexpr std::size_t maximumParameterFile = 4 << 20;
 
 bool isParameterFile(int fileId);
@@ -32,17 +32,17 @@ struct FileStamp {
 };
 FileStamp stampOf(const struct stat& file);
 
-// Whether a file that changed and was then read at these times (nanoseconds) would carry another time if it
-// changed once more. A change just before the reading says no: the next one may come within the same tick of
-// the clock. A change in the future says yes: the clock was set back since.
+// Whether a file that changed and was then read at these times (nanoseconds) would carry another time if it changed
+// once more. False for a change just before the reading: the next one may come within the same tick of the clock. True
+// for a change in the future: the clock has been set back since.
 bool isSettled(std::int64_t changed, std::int64_t read);
 
-// The file's present contents: one stat when they are known already. Never null; a missing file is an empty
-// one, and so is one that can't be read (logged once per version, as are its unreadable lines). Any thread,
-// and between fork and exec.
+// The file's present contents: one stat when they are known already. Never null; a missing file is an empty one. A file
+// that can't be read is an empty one, too (logged once per version, as are unreadable lines). Any thread, and between
+// fork and exec.
 std::shared_ptr<const ParameterSnapshot> currentParameters(int fileId);
 
-// Reads a regular file whole, and again while it changes. False with errno; ENOENT: there is none.
+// Reads a whole regular file, and reads it again while it changes. False with errno; ENOENT: there is none.
 bool readSteadily(const char* path, std::string& text, struct stat& file);
 
 } // namespace local

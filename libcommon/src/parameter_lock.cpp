@@ -29,7 +29,7 @@ struct ParameterLock {
 
 namespace {
 
-// One lock a file, made at its first use and never destroyed.
+// One lock per file, made at its first use and never destroyed.
 std::atomic<ParameterLock*> locks[2];
 
 std::string lockPath(int fileId) {

@@ -43,7 +43,7 @@ TEST(ParameterSnapshot, AValueIsTheWholeRestOfItsLine) {
     EXPECT_EQ(valueIn("[A]\nx = # no comment\n", "A.x"), "# no comment");
 }
 
-TEST(ParameterSnapshot, TheLaterOfTwoValuesHolds) {
+TEST(ParameterSnapshot, TheLaterOfTwoValuesCounts) {
     EXPECT_EQ(valueIn("[A]\nx = 1\nX = 2\n", "A.x"), "2");
     EXPECT_EQ(valueIn("[A]\nx = 1\n[B]\n[a]\nx = 3\n", "A.x"), "3");
     EXPECT_EQ(valueIn("[A]\nx = 1\nx =\n", "A.x"), "");
@@ -55,7 +55,7 @@ TEST(ParameterSnapshot, CommentsBlankLinesByteOrderMarkAndCrLfAreNoTrouble) {
     EXPECT_EQ(complaints(text), "");
 }
 
-TEST(ParameterSnapshot, TellsWhyALineCantBeReadAndGoesOn) {
+TEST(ParameterSnapshot, ReportsWhyALineCantBeReadAndContinues) {
     const std::string text = "[A]\n"
                              "Password secret\n"
                              " = 1\n"

@@ -61,7 +61,7 @@ bool readPresent(Job& job) {
         return true;
     if (!job.exists)
         return fails(job, "it can't be read");
-    // A read-only file stays as it is also for root, whom the kernel would not stop.
+    // Root does not change a read-only file either, although the kernel would allow it.
     errno = EACCES;
     if ((job.before.st_mode & (S_IWUSR | S_IWGRP | S_IWOTH)) == 0 ||
         faccessat(AT_FDCWD, job.path.c_str(), W_OK, AT_EACCESS) != 0)
@@ -69,8 +69,8 @@ bool readPresent(Job& job) {
     return true;
 }
 
-// Gives the new version the mode and the owner of the old one. Where the owner can't be kept the group must
-// be: the appliance's other processes read the file by its group.
+// Gives the new version the mode and the owner of the old one. If the owner can't be kept, the group must be kept: the
+// appliance's other processes read the file by its group.
 bool keepRights(int fd, const struct stat& before) {
     if (fchown(fd, before.st_uid, before.st_gid) != 0 &&
         fchown(fd, static_cast<uid_t>(-1), before.st_gid) != 0)
@@ -94,8 +94,8 @@ bool isLater(const timespec& a, const timespec& b) {
     return a.tv_sec != b.tv_sec ? a.tv_sec > b.tv_sec : a.tv_nsec > b.tv_nsec;
 }
 
-// Two versions that are written within one tick of the kernel's clock would carry the same time, and a reader
-// would take the second for the first.
+// Two versions that are written within one tick of the kernel's clock would have the same time, and a reader would
+// mistake the second for the first.
 bool makeLater(int fd, const timespec& before) {
     struct stat file {};
     timespec times[2] = {{.tv_sec = 0, .tv_nsec = UTIME_OMIT}, {}};
@@ -150,7 +150,7 @@ Outcome replace(const Job& job, const std::string& text) {
     const std::string temporary = job.path.substr(0, slash) + "." + job.path.substr(slash) + ".new";
     Outcome outcome = Outcome::failed;
     if (prepare(job, temporary, text)) {
-        // A person with an editor, who does not use the lock, may have changed the file meanwhile.
+        // A user with an editor, which does not use the lock, may have changed the file meanwhile.
         if (!isAsItWasRead(job))
             outcome = Outcome::overtaken;
         else if (rename(temporary.c_str(), job.path.c_str()) == 0)

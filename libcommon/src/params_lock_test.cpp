@@ -92,7 +92,7 @@ TEST_F(ParamsLock, NestsWithinAProcess) {
     EXPECT_TRUE(has("A.x", "2"));
 }
 
-TEST_F(ParamsLock, WhatIsNotHeldCantBeGivenBack) {
+TEST_F(ParamsLock, ALockThatIsNotHeldCantBeReleased) {
     EXPECT_EQ(userCloseAndUnlockParamFile(0, 1), -1);
     EXPECT_EQ(logCount("Unlocking of parameter file 0 failed. (errno=22 Invalid argument)"), 1U);
     ASSERT_EQ(userOpenAndLockParamFile(0, 1), 0);
@@ -102,7 +102,7 @@ TEST_F(ParamsLock, WhatIsNotHeldCantBeGivenBack) {
     EXPECT_EQ(userCloseAndUnlockParamFile(0, 1), 0);
 }
 
-TEST_F(ParamsLock, SharedLocksStandTogetherAndHoldOffWriters) {
+TEST_F(ParamsLock, SharedLocksCoexistAndBlockWriters) {
     ASSERT_EQ(userOpenAndLockParamFile(0, 0), 0);
     EXPECT_EQ(inChild([] { return userOpenAndLockParamFile(0, 0); }), 0);
     const pid_t writer = start([] {
@@ -132,11 +132,11 @@ TEST_F(ParamsLock, ADeadHoldersLockIsFree) {
     EXPECT_TRUE(isFree(LOCK_EX));
 }
 
-// ---- A holder that does not go on.
+// ---- A holder that was stopped.
 
 class Stopped : public ParamsLock {
 protected:
-    // A process that was stopped while it held the lock, as a user's Ctrl-Z does it.
+    // A process that was stopped while it held the lock, as by a user's Ctrl-Z.
     Stopped() {
         const Signpost locked;
         holder_ = start([&] {
@@ -254,7 +254,7 @@ TEST_F(ParamsLock, AChildThatLivesOnDoesNotKeepTheParentsLock) {
     EXPECT_EQ(finish(child), 0);
 }
 
-TEST_F(ParamsLock, AFileThatCantBeLockedIsTold) {
+TEST_F(ParamsLock, AFileThatCantBeLockedIsReported) {
     write(file("/etc"), "in the folder's place");
     EXPECT_EQ(userOpenAndLockParamFile(0, 1), -1);
     EXPECT_EQ(

@@ -41,7 +41,7 @@ protected:
     }
 };
 
-TEST_F(ParamsRights, WhatRootMadeTheAppliancesUserCanWrite) {
+TEST_F(ParamsRights, TheAppliancesUserCanWriteWhatRootMade) {
     for (const int fileId : {0, 1}) {
         ParamWrapper(fileId, true)["Decoder.Connected"] =
             "yes"; // the first write makes the lock and the file

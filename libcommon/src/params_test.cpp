@@ -89,7 +89,7 @@ TEST_F(Params, NumbersAreDecimalFromTheFirstCharacter) {
     }
 }
 
-TEST_F(Params, AFreshHandleSeesChangesAndAnotherTheMomentItWasMade) {
+TEST_F(Params, AFreshHandleSeesChangesAndAnyOtherKeepsItsFirstValues) {
     conf("[A]\nx = 1\n");
     const ParamWrapper fresh(0, true);
     const ParamWrapper moment(0, false);
@@ -158,7 +158,7 @@ TEST_F(Params, SourcesComeInFileOrder) {
     EXPECT_TRUE(getSubGroups(0, nullptr).empty());
 }
 
-TEST_F(Params, AListOfSourcesIsThatOfItsMoment) {
+TEST_F(Params, AListOfSourcesKeepsTheStateOfItsCall) {
     conf("[Encoder.Gate]\nAddress = 10.0.0.1\n[Encoder.Yard]\n[Camera.Roof]\n");
     const SubGroups before = getSubGroups(0, "Encoder");
     EXPECT_EQ(getSubGroups(0, "Camera").size(), 1U);
@@ -242,7 +242,7 @@ TEST_F(HostileParams, ALinkToItself) {
     expectUnreadable("Too many levels of symbolic links");
 }
 
-TEST_F(HostileParams, WhatPassesMakesRoomAgain) {
+TEST_F(HostileParams, ATemporaryObstacleIsForgotten) {
     conf("");
     std::remove(parameterFile(0).c_str());
     mkdir(parameterFile(0).c_str(), 0755);

@@ -67,7 +67,7 @@ TEST_F(ParamsWrite, IntegersAreDecimal) {
     }
 }
 
-TEST_F(ParamsWrite, TheWriterReadsItsValueAtOnceUnlessItHoldsAMoment) {
+TEST_F(ParamsWrite, TheWriterReadsItsValueAtOnceUnlessItsHandleIsNotFresh) {
     conf("[A]\nx = 1\n");
     Param fresh = ParamWrapper(0, true)["A.x"];
     Param moment = ParamWrapper(0, false)["A.x"];
@@ -161,7 +161,7 @@ TEST_F(ParamsWrite, AMemberOfTheFilesGroupKeepsGroupAndMode) {
     EXPECT_EQ(log(), "");
 }
 
-TEST_F(ParamsWrite, WhoMayNotWriteTheFileDoesNotReplaceIt) {
+TEST_F(ParamsWrite, AUserWhoMayNotWriteTheFileDoesNotReplaceIt) {
     if (geteuid() != 0)
         GTEST_SKIP() << "only root can become another user";
     conf("[A]\nx = 1\n");
@@ -174,7 +174,7 @@ TEST_F(ParamsWrite, WhoMayNotWriteTheFileDoesNotReplaceIt) {
     EXPECT_EQ(logCount("it is read-only. (errno=13 Permission denied)"), 1U) << log();
 }
 
-TEST_F(ParamsWrite, WhoMayNotReadTheFileSeesNothingAndIsToldOnce) {
+TEST_F(ParamsWrite, AUserWhoMayNotReadTheFileSeesNothingAndGetsOneLogLine) {
     if (geteuid() != 0)
         GTEST_SKIP() << "only root can become another user";
     conf("[A]\nx = 1\n");
@@ -207,7 +207,7 @@ TEST_F(ParamsWrite, BadNamesAndValuesAreRefusedAndTheValueIsNotLogged) {
     EXPECT_EQ(logCount("sss"), 0U);
 }
 
-TEST_F(ParamsWrite, WhatIsNoFileIsRefused) {
+TEST_F(ParamsWrite, AFolderInTheFilesPlaceIsRefused) {
     std::filesystem::create_directories(parameterFile(0));
     expectRefused("A.x", "1", "it can't be read. (errno=21 Is a directory)");
 }
@@ -249,7 +249,7 @@ TEST_F(ParamsWrite, ALinkToNothingIsRefused) {
     EXPECT_TRUE(std::filesystem::is_symlink(parameterFile(0)));
 }
 
-TEST_F(ParamsWrite, AFolderThatCantBeMadeIsTold) {
+TEST_F(ParamsWrite, AFolderThatCantBeMadeIsReported) {
     write(file("/etc"), "a file where the folder should be");
     set("A.x", "1");
     EXPECT_EQ(logCount("Failed to write \"A.x\" to " + parameterFile(0) +
@@ -258,7 +258,7 @@ TEST_F(ParamsWrite, AFolderThatCantBeMadeIsTold) {
         << log();
 }
 
-TEST_F(ParamsWrite, WhatAKilledWriterLeftIsInNobodysWay) {
+TEST_F(ParamsWrite, TheRemainsOfAKilledWriterAreReplaced) {
     conf("[A]\nx = 1\n");
     write(file("/etc/decoder/.decoder.conf.new"), "half a fi");
     set("A.x", "2");
@@ -287,7 +287,7 @@ TEST_F(ParamsWrite, FourProcessesLoseNothing) {
     EXPECT_EQ(log(), "");
 }
 
-// Both values are always of one version: a reader never sees half a file, nor a file that is not there.
+// Both values are always of one version: a reader never sees half a file or a missing file.
 TEST_F(ParamsWrite, AReaderNeverSeesHalfAFile) {
     conf("[A]\nfirst = 0\n# " + std::string(20000, '-') + "\nlast = 1\n");
     const pid_t writer = start([] {
@@ -330,7 +330,7 @@ TEST_F(ParamsWrite, AWriterThatIsKilledLeavesAWholeFile) {
 }
 
 // A program without locks saves the file again and again; each of our writes is in the file or in the log.
-TEST_F(ParamsWrite, ForeignChangesMeanwhileAreNotWrittenOver) {
+TEST_F(ParamsWrite, ForeignChangesMeanwhileAreNotOverwritten) {
     conf("[A]\nx = 0\ny = 0\n");
     const Signpost stop;
     const pid_t editor = start([&] {

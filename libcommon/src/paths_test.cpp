@@ -11,7 +11,7 @@ TEST(Paths, WithoutTheVariableTheRootIsEmpty) {
     EXPECT_EQ(libcommon::appliancePath("/etc/decoder/decoder.conf"), "/etc/decoder/decoder.conf");
 }
 
-TEST(Paths, TheRootStandsBeforeEveryPath) {
+TEST(Paths, TheRootIsPutBeforeEveryPath) {
     setenv("APPLIANCE_ROOT", "/tmp/appliance one", 1);
     EXPECT_EQ(libcommon::applianceRoot(), "/tmp/appliance one");
     EXPECT_EQ(libcommon::appliancePath("/run/decoder"), "/tmp/appliance one/run/decoder");

@@ -20,7 +20,7 @@ struct Endpoint {
 struct Resolution {
     std::vector<Endpoint> endpoints; // never empty on success, in the resolver's order of preference
     int error = 0;        // errno: EINTR, ETIMEDOUT, EHOSTUNREACH (no such name), EAGAIN (too many look-ups)
-    std::string reason;   // the same for people
+    std::string reason;   // the same as readable text
     bool numeric = false; // the host was an address, nothing was looked up
 };
 

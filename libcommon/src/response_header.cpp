@@ -43,7 +43,7 @@ bool readByte(int fd, HeaderCollector& collector) {
     return count > 0 || (count < 0 && isPassing(errno));
 }
 
-// One step forward in the header: false with errno when there can be no further one.
+// Reads a further piece of the header; false with errno when it can't be continued.
 bool readSome(int fd, HeaderCollector& collector) {
     std::array<char, 2048> bytes;
     const ssize_t peeked = recv(fd, bytes.data(), bytes.size(), MSG_PEEK | MSG_DONTWAIT);
@@ -71,7 +71,7 @@ ssize_t writeSome(int fd, const char* bytes, std::size_t length) {
     const ssize_t sent = send(fd, bytes, length, MSG_DONTWAIT | MSG_NOSIGNAL);
     if (sent >= 0 || errno != ENOTSOCK)
         return sent;
-    // A pipe that is ready takes PIPE_BUF bytes without blocking, more it need not.
+    // A pipe that is ready takes PIPE_BUF bytes without blocking; more bytes might block.
     return write(fd, bytes, std::min<std::size_t>(length, PIPE_BUF));
 }
 

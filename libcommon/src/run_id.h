@@ -26,7 +26,7 @@ bool readRunId(int fd, RunId& record);
 // Both at once.
 bool readRunId(const char* name, RunId& record);
 
-// Replaces the file as a whole. Its folder is there. False with errno.
+// Replaces the file as a whole. Its folder must exist. False with errno.
 bool writeRunId(const char* name, const RunId& record);
 
 void removeRunId(const char* name);

@@ -3,8 +3,8 @@
 
 namespace local {
 
-// Removes the set and the file that names it. How many there were; -1 with a log line. The caller has
-// made sure that no supervisor lives.
+// Removes the set and the file that names it. Returns how many there were; -1 with a log line. The caller has made sure
+// that no supervisor lives.
 int removeSemaphoreSet();
 
 } // namespace local

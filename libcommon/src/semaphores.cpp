@@ -31,7 +31,7 @@ union Argument {
     unsigned short* values;
 };
 
-// The appliance's set as far as this process knows, -1 for not yet. Any thread; children inherit it.
+// The identifier of the appliance's set; -1: this process does not know it yet. Any thread; children inherit it.
 std::atomic<int> knownSet{-1};
 
 // Differs from one start of the machine to the next.
@@ -93,8 +93,8 @@ int findSet() {
     return set;
 }
 
-// Runs `act` on the set and the semaphore's place in it, once more with the set found anew when it was gone:
-// the appliance was taken down and is up again. 0, or -1 with a log line.
+// Runs `act` on the set and the semaphore's place in it. When the set is gone, because the appliance was taken down and
+// started again, finds the new set and runs `act` once more. 0, or -1 with a log line.
 template<class Act>
 int onSemaphore(const char* what, int id, Act act) {
     if (id < firstSemaphore || id >= firstSemaphore + semaphoreCount) {

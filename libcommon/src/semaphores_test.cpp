@@ -61,7 +61,7 @@ TEST_F(Semaphores, AreThirtyTwoOfTheirOwnAndBeginAtZero) {
     EXPECT_EQ(value(2006), 1);
 }
 
-TEST_F(Semaphores, AreTheUsersAndTheGroupsAlone) {
+TEST_F(Semaphores, CanBeUsedByTheUserAndTheGroupOnly) {
     ASSERT_EQ(semaphoreInit(2000), 0);
     semid_ds state{};
     union {
@@ -137,7 +137,7 @@ TEST_F(Semaphores, WorkBetweenForkAndExecWhileThreadsUseThem) {
     EXPECT_EQ(value(2002), 0);
 }
 
-TEST_F(Semaphores, WaitingGoesOnAfterSignals) {
+TEST_F(Semaphores, WaitingContinuesAfterSignals) {
     ASSERT_EQ(semaphoreInit(2003), 0);
     const Signpost ready;
     const pid_t child = start([&] {
@@ -162,7 +162,7 @@ TEST_F(Semaphores, OutliveTheProcessesThatUseThem) {
     EXPECT_EQ(value(2004), 4);
 }
 
-TEST_F(Semaphores, WhoeverComesFirstMakesTheOneSet) {
+TEST_F(Semaphores, TheFirstProcessMakesTheOnlySet) {
     for (int round = 0; round < 20; ++round) {
         const auto results = inChildren(6, [](int) { return semaphoreIncrease(2000); });
         EXPECT_EQ(results, std::vector<int>(6, 0));
@@ -191,7 +191,7 @@ TEST_F(Semaphores, AFileThatNamesNoSetOfOursIsReplaced) {
     semctl(small, 0, IPC_RMID);
 }
 
-TEST_F(Semaphores, ASetThatIsGoneIsMadeAnewForTheNextUse) {
+TEST_F(Semaphores, AMissingSetIsMadeAgainAtTheNextUse) {
     ASSERT_EQ(semaphoreSet(2000, 3), 0);
     const int before = setId();
     ASSERT_EQ(semctl(before, 0, IPC_RMID), 0);
@@ -210,7 +210,7 @@ TEST_F(Semaphores, AWaitEndsWhenTheSetIsRemoved) {
     EXPECT_EQ(logCount("Failed to decrease semaphore 2000. (errno=43 Identifier removed)"), 1U) << log();
 }
 
-TEST_F(Semaphores, ARunDirectoryThatCantBeMadeIsTold) {
+TEST_F(Semaphores, ARunDirectoryThatCantBeMadeIsReported) {
     write(file("/run"), "in the folder's place");
     EXPECT_EQ(semaphoreInit(2000), -1);
     EXPECT_EQ(logCount("Failed to make semaphore 2000. (errno=20 Not a directory)"), 1U) << log();

@@ -1,8 +1,7 @@
 // Keeps signals away from this thread for the life of the object.
 //
-// For sections that hold a lock and are also entered from signal handlers: a handler that came in between
-// would wait for the very thread that it interrupted. Signals that tell of a crash stay open. Safe in a
-// signal handler.
+// For sections that hold a lock and are also entered from signal handlers: a handler that came in between would wait
+// for the very thread that it interrupted. Signals that report a crash stay unblocked. Safe in a signal handler.
 #pragma once
 
 #include <cerrno>

@@ -78,8 +78,8 @@ void rememberOwner(int index) {
         logmsg(3, "Failed to write %s. (errno=%d %s)", path.c_str(), errno, std::strerror(errno));
 }
 
-// Replacing a file takes a disk milliseconds, and most writes repeat the present value: a source that is shared
-// or shown again has the values of last time.
+// Replacing a file takes a disk milliseconds, and most writes repeat the present value: a source that is shared or
+// shown again has the same values as before.
 bool holds(const std::string& path, const std::string& text) {
     std::string current;
     return readSmallFile(path, maximumValue + 1, current) && current == text;
@@ -125,7 +125,7 @@ void status(int index, const std::string& key, const char* value) {
                text.size());
         return;
     }
-    // Most values are what an encoder says. People see them in terminals and on pages.
+    // Most values come from encoders. People see them in terminals and on pages.
     const bool severalLines = key == "DetectionTrace";
     local::write(index, key, severalLines ? local::printableLines(text) : libcommon::printable(text));
 }

@@ -258,7 +258,7 @@ protected:
                                               "[Encoder.Yard]\nAddress = 10.0.0.2\nVideoSourceType = mjpeg\n";
 };
 
-TEST_F(SyncEncoderInfo, KeepsTheValuesOfSourcesThatAreWhatTheyWere) {
+TEST_F(SyncEncoderInfo, KeepsTheValuesOfUnchangedSources) {
     conf(twoSources);
     status(0, "Model", "a");
     status(1, "Model", "b");
@@ -337,7 +337,7 @@ TEST_F(SyncEncoderInfo, ForeignValuesBecomeTheSourcesOwn) {
     EXPECT_EQ(status(0, "Model"), "");
 }
 
-TEST_F(SyncEncoderInfo, WhatItDidNotMakeStays) {
+TEST_F(SyncEncoderInfo, ForeignFilesStay) {
     conf("");
     for (const char* name : {"readme/x", "01/x", "-1/x", "9999999999/x", "1x/x"})
         write(valueFile(name), "x\n");
@@ -364,7 +364,7 @@ TEST_F(SyncEncoderInfo, FoldersInValuesPlacesAreLoggedAndNothingElseIsLost) {
     EXPECT_EQ(logCount("Failed to remove"), 2U) << log();
 }
 
-TEST_F(SyncEncoderInfo, WithoutAStoreItMakesNoTrouble) {
+TEST_F(SyncEncoderInfo, WithoutAStoreItDoesNothing) {
     syncEncoderInfo();
     EXPECT_EQ(log(), "");
 }

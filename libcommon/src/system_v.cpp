@@ -32,8 +32,9 @@ key_t freeKey(const SystemVObject& object) {
     return 0;
 }
 
-// A program that forgot to fill in an identifier means the object with the identifier 0, the first of the machine. It
-// would remove it or put its messages there: that one is never ours. Its place gives another identifier next time.
+// A program that forgets to fill in an identifier uses 0, which is the first object of the machine: it removes that
+// object or sends messages to it. So the object with identifier 0 is never ours. After its removal its place gets
+// another identifier.
 int makeNotFirst(const SystemVObject& object, key_t key) {
     const int first = object.make(key);
     if (first != 0)

@@ -1,6 +1,6 @@
 // Making System V objects so that a kill at any moment leaves none that can't be found.
 //
-// An object of IPC_PRIVATE that is made and not yet recorded is lost when its maker is killed: nothing tells whose it
+// An object of IPC_PRIVATE that is made and not yet recorded is lost when its maker is killed: nothing shows whose it
 // is. So the maker first writes down a random key ("events.making.id" in the run directory), makes the object with that
 // key, records its identifier ("events.id") and removes the note. The next process that makes or removes the object
 // looks at the note first. A key is one of 2^31 and was free when the note was written, so a note never names another

@@ -24,7 +24,7 @@ class SystemVObjects : public ApplianceTest {
 protected:
     void SetUp() override {
         if (unshare(CLONE_NEWIPC) != 0)
-            GTEST_SKIP() << "no System V objects of one's own here: " << std::strerror(errno);
+            GTEST_SKIP() << "no separate System V objects here: " << std::strerror(errno);
         ASSERT_EQ(objects(), 0);
     }
 
@@ -105,7 +105,7 @@ TEST_F(SystemVObjects, AKillWhileTheSemaphoresAreMadeLeavesNoneAfterASweep) {
     killAtEachStep([] { return semaphoreInit(2000); }, sweepAll);
 }
 
-TEST_F(SystemVObjects, AKillWhileTheSemaphoresAreMadeIsMendedByTheNextUse) {
+TEST_F(SystemVObjects, AKillWhileTheSemaphoresAreMadeIsRepairedByTheNextUse) {
     killAtEachStep([] { return semaphoreInit(2000); },
                    [] {
                        const bool one = semaphoreSet(2001, 5) == 0 && objects() == 1;
@@ -113,7 +113,7 @@ TEST_F(SystemVObjects, AKillWhileTheSemaphoresAreMadeIsMendedByTheNextUse) {
                    });
 }
 
-TEST_F(SystemVObjects, AKillDuringASweepIsMendedByTheNextOne) {
+TEST_F(SystemVObjects, AKillDuringASweepIsRepairedByTheNextOne) {
     killAtEachStep(sweepAll, sweepAll, [] { return initEventQueue() + semaphoreInit(2000); });
 }
 

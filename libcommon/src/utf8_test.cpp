@@ -19,7 +19,7 @@ TEST(Utf8, CutsBetweenCharacters) {
     EXPECT_EQ(cutLength("a\xf0\x9f\x98\x80z", 5), 5U);
 }
 
-TEST(Utf8, CutsWhatIsNoTextAnywhere) {
+TEST(Utf8, CutsInvalidTextAnywhere) {
     EXPECT_EQ(cutLength("\x80\x80\x80\x80\x80\x80\x80", 6), 6U);
     EXPECT_EQ(cutLength("\x80\x80", 1), 1U);
 }
@@ -50,7 +50,7 @@ TEST(Utf8, PrintableTextHasNoLimit) {
     EXPECT_EQ(libcommon::printable(std::string(100000, 'x')).size(), 100000U);
 }
 
-TEST(Utf8, TrimmedTextLooksIntoTheWholeOne) {
+TEST(Utf8, TrimmedTextIsAViewIntoTheOriginal) {
     EXPECT_EQ(libcommon::trimmed(" \ta b\t "), "a b");
     EXPECT_EQ(libcommon::trimmed("a"), "a");
     EXPECT_EQ(libcommon::trimmed("a\n"), "a\n");

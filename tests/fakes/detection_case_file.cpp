@@ -42,7 +42,7 @@ public:
         case_.entry.password = "secret";
         case_.entry.sourceNumber = 1;
         case_.entry.index = 4;
-        case_.entry.audioAvailable = true; // as a former detection may have left it
+        case_.entry.audioAvailable = true; // as an earlier detection may have left it
     }
 
     void read(const std::filesystem::path& file, std::string section = "") {

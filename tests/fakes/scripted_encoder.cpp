@@ -67,7 +67,7 @@ private:
         return true;
     }
 
-    // Case files count sequence numbers from 0. A process that runs several cases goes on counting, so the first
+    // Case files count sequence numbers from 0. A process that runs several cases continues to count, so the first
     // request of a case gives the offset.
     bool matches(const std::string& expected, const std::string& actual) {
         const int expectedNumber = sequenceNumber(expected);

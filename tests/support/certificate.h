@@ -1,4 +1,5 @@
-// A self-signed certificate for tests, made at run time: the tree holds nothing secret or about to expire.
+// A self-signed certificate for tests, made at run time, so that the source tree has no secrets and nothing
+// that expires.
 #pragma once
 
 #include <memory>

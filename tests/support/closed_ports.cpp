@@ -21,7 +21,7 @@ sockaddr_in loopback(unsigned short port) {
     return address;
 }
 
-// A socket bound to `port`, or where that is 0 to a free one.
+// A socket bound to `port`, or to a free port when `port` is 0.
 int boundToLoopback(unsigned short& port) {
     const int fd = socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC, 0);
     sockaddr_in address = loopback(port);

@@ -72,7 +72,7 @@ struct Way {
         return !ended;
     }
 
-    // How many requests went out. Those of a client that has left wait for no answer.
+    // How many requests went out. A client that has left waits for no answer.
     int give(Clock::time_point now) {
         int asked = 0;
         blocked = false;
@@ -129,7 +129,7 @@ struct DelayedRelay::State {
     int wake[2] = {-1, -1};
     std::atomic<int> connections{0};
     std::atomic<int> exchanges{0};
-    std::list<Relayed> all; // of the thread alone
+    std::list<Relayed> all; // used by the thread only
     std::thread thread;     // last: it uses all of the above
 };
 

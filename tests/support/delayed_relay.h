@@ -1,5 +1,5 @@
-// A relay between two ports of 127.0.0.1 that delays like a long network path: every byte comes later by the path's
-// delay, and the first bytes of a new connection by a whole round trip more, for the connection's own handshake.
+// A relay between two ports of 127.0.0.1 that delays like a long network path: every byte arrives later by the path's
+// delay. The first bytes of a new connection arrive another round trip later, for the connection's handshake.
 //
 // It counts connections and exchanges, because a client waits for each of them. An exchange is a request with its
 // answer, in any protocol: the client sends first, or again after the server has sent, and does not close at once (as

@@ -74,7 +74,7 @@ TEST(DelayedRelay, RequestInPiecesIsOneExchange) {
     EXPECT_EQ(relay.exchanges(), 1);
 }
 
-TEST(DelayedRelay, LastWordsAreNoExchange) {
+TEST(DelayedRelay, RequestBeforeACloseIsNoExchange) {
     const Server server(echo);
     const DelayedRelay relay(0, server.port(), 200ms);
     {
@@ -87,7 +87,7 @@ TEST(DelayedRelay, LastWordsAreNoExchange) {
     EXPECT_EQ(relay.exchanges(), 1);
 }
 
-TEST(DelayedRelay, MuchComesThroughWhole) {
+TEST(DelayedRelay, ManyBytesArriveUnchanged) {
     const std::string bytes(8'000'000, 'x');
     const Server server({readRequest(), send(bytes), close()});
     const DelayedRelay relay(0, server.port(), eachWay);
@@ -97,7 +97,7 @@ TEST(DelayedRelay, MuchComesThroughWhole) {
     EXPECT_EQ(client.hear(1), "") << "the end comes through, too";
 }
 
-TEST(DelayedRelay, ServerThatIsNotThereIsAnEnd) {
+TEST(DelayedRelay, MissingServerEndsTheConnection) {
     const RefusedPort port;
     const DelayedRelay relay(0, port.port(), eachWay);
     const Client client(relay.port());

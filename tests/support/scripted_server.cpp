@@ -38,7 +38,7 @@ sockaddr_storage addressOf(const char* text, unsigned short port, socklen_t& len
     return address;
 }
 
-// A socket bound to `port` of `text`, or where that is 0 to a free one.
+// A socket bound to `port` of `text`, or to a free port when `port` is 0.
 int boundSocket(const char* text, unsigned short& port) {
     socklen_t length = 0;
     sockaddr_storage address = addressOf(text, port, length);

@@ -59,8 +59,8 @@ Step closeWhen(Condition condition); // when it holds for the last request; else
 Step reset();                        // with RST instead of FIN
 Step startOver();                    // from the first step, on the same connection
 
-// A reply with that status line end ("200 OK"), these further header lines ("Name: value\r\n"...), the body
-// and its length.
+// A reply with this end of the status line ("200 OK"), these further header lines ("Name: value\r\n"...), the body and
+// its length.
 std::string reply(const std::string& status, const std::string& body, const std::string& headers = "");
 
 struct Options {

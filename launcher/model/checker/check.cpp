@@ -26,7 +26,7 @@ struct Before {
     int timer = fake::lastTimerId;
 };
 
-// The trigger that an event is.
+// The trigger that an event belongs to.
 Trigger triggerOf(const Event& event, const Before& before) {
     switch (event.id) {
     case EID_BUTTON:
@@ -171,7 +171,7 @@ private:
         };
         auto arrow = find(trigger);
         const bool putBack = arrow == arrows.end() && trigger != BY_ITSELF && before.state != CONNECT;
-        if (arrow == arrows.end()) // the event was put back, or CONNECT had no use for it
+        if (arrow == arrows.end()) // the event was put back, or CONNECT did not need it
             arrow = find(BY_ITSELF);
         if (arrow == arrows.end())
             note(std::string("went from ") + stateName(before.state) + " to " +
@@ -327,7 +327,7 @@ private:
     const Invariant& extra_;
     const Steps& steps_;
     std::string wrong_;
-    std::vector<int> mistaken_; // players that the machine took for gone while they were leaving
+    std::vector<int> mistaken_; // players that the machine considered gone while they were leaving
     int launched_ = -1;         // source that a single launch has named in the status
     std::int64_t alarmShown_ = 0;
     int turnsSinceWait_ = 0;

@@ -4,7 +4,7 @@
 //   arrows      every turn is a declared arrow, with the event that the arrow names
 //   selection   SELECT_SOURCE_ID keeps the player exactly when the keys are equal, except for index -1
 //   players     a pending pid exists exactly during a launch or switch; the current pid and the current source are set
-//               and cleared together; at most two players are alive (not counting a player that SWITCH_PLAYER took for
+//               and cleared together; at most two players are alive (not counting one that SWITCH_PLAYER regarded as
 //               gone when an unknown child exited)
 //   status      "Decoder.Info.CurrentSource" is the current source; a launch without a current player names its source
 //               before the player is up
@@ -27,10 +27,10 @@ namespace checker {
 
 class World;
 
-// One more rule, checked after every turn: "" or what is wrong.
+// An additional rule, checked after every turn. Returns "" or a description of what is wrong.
 using Invariant = std::function<std::string()>;
 
-// The sums over all runs of the process.
+// Totals over all runs of the process.
 struct Coverage {
     std::vector<long> walked; // per row of transitions()
     long turns = 0;

@@ -1,4 +1,4 @@
-// The checker of the whole machine: random lists of steps, a million turns in all.
+// Checks the whole machine with random lists of steps, a million turns in total.
 //
 // The environment variables MACHINE_CHECKER_TURNS and MACHINE_CHECKER_SEED replace the number of turns and
 // the first seed.
@@ -17,7 +17,7 @@ namespace {
 using namespace checker;
 
 #if defined(__SANITIZE_ADDRESS__) || defined(__SANITIZE_THREAD__)
-constexpr long defaultTurns = 200'000; // sanitizers cost ten times as much
+constexpr long defaultTurns = 200'000; // with sanitizers a turn takes ten times as long
 #else
 constexpr long defaultTurns = 1'000'000;
 #endif
@@ -99,7 +99,7 @@ TEST(MachineChecker, NothingThatCanHappenBreaksTheMachineAndEveryArrowIsWalked) 
             << transitions()[row].condition;
 }
 
-TEST(MachineChecker, AFailureIsShrunkToWhatItTakes) {
+TEST(MachineChecker, AFailureIsShrunkToTheStepsThatCauseIt) {
     // Wrong on purpose: source 2 may be shown when the sequence is paused.
     const Invariant neverPausedOnTwo = [] {
         return machine.sequencePaused && machine.currentSource == 2 ? "is paused on source 2" : "";
@@ -129,7 +129,7 @@ TEST(MachineChecker, AListPrintsAsItIsWrittenInATest) {
                            "    EXPECT_EQ(check(steps), \"\");\n");
 }
 
-TEST(MachineChecker, TheSameSeedIsTheSameList) {
+TEST(MachineChecker, TheSameSeedGivesTheSameList) {
     EXPECT_EQ(stepsOfSeed(7), stepsOfSeed(7));
     EXPECT_NE(stepsOfSeed(7), stepsOfSeed(8));
 }

@@ -13,7 +13,7 @@ Steps without(const Steps& steps, std::size_t first, std::size_t count) {
     return rest;
 }
 
-// Leaves out every piece of that length that is not needed. True when one was left out.
+// Removes every piece of this length that is not needed. True when a piece was removed.
 bool dropPieces(Steps& steps, std::size_t length, const std::function<bool(const Steps&)>& fails) {
     bool dropped = false;
     for (std::size_t first = 0; first < steps.size();) {

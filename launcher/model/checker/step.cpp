@@ -10,7 +10,7 @@ struct Description {
     Kind kind;
     const char* name;
     int arguments; // printed
-    int weight;    // how often it is drawn, of their sum
+    int weight;    // how often it is drawn, relative to the sum of all weights
     bool fromOutside;
 };
 
@@ -72,7 +72,7 @@ Kind randomKind(std::mt19937& random) {
     return Kind::SECONDS;
 }
 
-// Mostly a source that may be there, sometimes one that cannot.
+// Usually a source that may exist, sometimes one that cannot.
 int randomSource(std::mt19937& random) {
     constexpr std::array bad{-1, -5, 99, 2147483647};
     if (below(random, 8) == 0)

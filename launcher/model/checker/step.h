@@ -61,21 +61,21 @@ Step reconnect();
 Step flush();
 Step shortPress();
 Step longPress();
-Step tellYes(); // "Decoder.Connected" is written, and the change announced
+Step tellYes(); // "Decoder.Connected" is written, and the change is announced
 Step tellNo();
 
-Step ownTimer();   // the timer that was armed last runs out
-Step staleTimer(); // an earlier timer runs out
+Step ownTimer();   // the timer that was armed last expires
+Step staleTimer(); // an earlier timer expires
 
 Step exitOfCurrent(int status); // wait status
 Step exitOfPending(int status);
 Step exitOfUnknown(int pid);
 
-Step barrierFails(); // without an exit: a wrong barrier, an arrival twice
+Step barrierFails(); // without an exit: a wrong barrier, or a second arrival
 Step currentExitsAtBarrier();
 Step pendingExitsAtBarrier();
 Step unknownExitsAtBarrier();
-Step barrierPasses(); // as without a step, but later outcomes apply to later barriers
+Step barrierPasses(); // the default outcome; later outcomes in the list then apply to later barriers
 Step detectionFails();
 Step detectionInterrupted();
 Step launchFails();
@@ -87,10 +87,10 @@ Step seconds(int count);
 
 Step meanwhile(Step step); // for events from outside
 
-// The step as the call that makes it.
+// The step, printed as the call that makes it.
 std::string text(const Step& step);
 
-// The list as it is written in a test.
+// The list, printed as it is written in a test.
 std::string text(const Steps& steps);
 
 // `count` steps; the first ones are the configuration that the machine starts with.

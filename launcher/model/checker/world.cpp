@@ -206,7 +206,7 @@ int World::barrierComesTo(Kind outcome, int barrierId, std::span<const int> pids
     else if (outcome == Kind::UNKNOWN_EXITS_AT_BARRIER)
         fake::deliver(childExit(900));
     else if (outcome == Kind::BARRIER_FAILS) {
-        // The player that did wrong ends, but only later.
+        // The player that broke the rule exits, but only later.
         if (Player* player = find(pids.back()))
             player->leaving = true;
         return -1;

@@ -1,10 +1,9 @@
 // Simulates the world around the machine, behind the fakes: players, encoders, timers and the user.
 //
-// When the machine waits and no event is queued for it, the next step of the list happens. An outcome for the
-// next barrier, detection or launch is kept until there is one. After the last step the world is kind:
-// everything succeeds, and the event that the machine waits for comes. Players behave like real ones: a player
-// that was hung up and released at its second barrier exits by itself. A wait for a player that is gone would
-// never end and is a violation.
+// When the machine waits and no event is queued for it, the next step of the list happens. An outcome for the next
+// barrier, detection or launch is kept until it is needed. After the last step the world is kind: everything succeeds,
+// and the event that the machine waits for comes. Players behave like real ones: a player that was hung up and released
+// at its second barrier exits by itself. A wait for a player that is gone would never end and is a violation.
 #pragma once
 
 #include "launcher/model/checker/step.h"
@@ -34,7 +33,7 @@ public:
     World(const World&) = delete;
     World& operator=(const World&) = delete;
 
-    // The list is over.
+    // Whether the last step of the list has happened.
     bool isKind() const { return kind_; }
 
     // From now on a kind world tells the machine to connect whenever it waits; before this call, to disconnect.

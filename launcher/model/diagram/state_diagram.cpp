@@ -30,12 +30,12 @@ constexpr std::array groupTexts{
               "A player is started alone, or behind the current player, which it then replaces without a "
               "dark screen."},
     GroupText{GROUP_CRASH, "crash", "Players that exit unexpectedly",
-              "The other player goes on. Without a player the screen is blanked and an error sleep begins."},
+              "The other player continues. Without a player the screen is blanked and an error sleep begins."},
     GroupText{
         GROUP_AUTO, "auto", "The automatic sequence",
         "Each source is shown for its display time; the user can pause the sequence or select a source."},
     GroupText{GROUP_PAUSE, "pause", "The automatic sequence, paused",
-              "The source stays, also after a crash, until the user goes on."},
+              "The source stays, also after a crash, until the user continues."},
     GroupText{GROUP_MANUAL, "manual", "Manual selection",
               "One source is shown until the user or an alarm selects another."},
 };

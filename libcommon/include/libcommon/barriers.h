@@ -1,4 +1,4 @@
-// A player's barrier: there it waits until the supervisor releases it.
+// A player's barrier, where the player waits until the supervisor releases it.
 //
 // Each player has a barrier of its own, made by the supervisor right after the fork: the file
 // /var/tmp/barrier.PID below the appliance root and the System V message queue of ftok(file, 0). A player
@@ -21,9 +21,9 @@ struct BarrierRelease {
     std::int32_t unused[11];
 };
 
-// Announces this process at the barrier, again while the event queue is full, which is logged after a second. 0; -1
-// with errno: ENOENT no supervisor runs, EPERM this process has no barrier, EINTR a signal was handled while the queue
-// was full (call again).
+// Announces this process at the barrier. Tries again while the event queue is full; that is logged after a second. 0;
+// -1 with errno: ENOENT no supervisor runs, EPERM this process has no barrier, EINTR a signal was handled while the
+// queue was full (call again).
 int announceBarrier(int barrierId);
 
 // Waits for the release of this process from the barrier: 0; -1 with errno EINTR after a signal was handled

@@ -8,7 +8,7 @@
 #include <cstdint>
 #include <string>
 
-// Shows a text on a line for `displayTime` seconds; 0 means until it is cleared, and so does a negative time, which is
+// Shows a text on a line for `displayTime` seconds; 0 means until it is cleared; a negative time means the same and is
 // logged. At most 255 bytes of UTF-8, cut between characters; control characters become blanks.
 void osdPrintf(int line, int displayTime, const char* format, ...) __attribute__((format(printf, 3, 4)));
 

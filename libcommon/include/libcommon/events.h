@@ -32,12 +32,12 @@ struct Event {
 static_assert(sizeof(Event) == 52);
 
 // Attaches this process to the appliance's queue as its owner, creating the queue where there is none. 0, or -1 with a
-// log line; waitEvent() then goes on trying.
+// log line; waitEvent() then keeps trying.
 int initEventQueue();
 
-// Blocks until the next event arrives and copies it into *event; goes on after signals. One thread of the owner calls
+// Blocks until the next event arrives and copies it into *event; continues after signals. One thread of the owner calls
 // it. Messages that are no events, or have an identifier outside 0 to 13, are dropped with at most one log line a
-// minute. When the queue could not be made at start, or another process removes it, it is made anew, with a log line;
+// minute. When the queue could not be made at start, or another process removes it, it is made again, with a log line;
 // senders find the new one. After this process has called removeEventQueue() it does not return. 0, or -1 with errno:
 // ENOENT in a process that is not the owner.
 int waitEvent(Event* event);
@@ -48,13 +48,13 @@ int waitEvent(Event* event);
 // than the owner is refused once three quarters of the queue are taken (an announcement at a barrier: seven eighths),
 // so that the supervisor's own events always fit, and waits for other senders at most a quarter of a second (EAGAIN);
 // announcements don't wait. For the owner it is one msgsnd, repeated for up to a quarter of a second while the waiting
-// thread makes a lost queue anew. Any thread; safe in a signal handler.
+// thread makes a lost queue again. Any thread; safe in a signal handler.
 int sendEvent(const Event* event);
 
-// Drops the queued events. The owner's.
+// Drops the queued events. Owner only.
 void clearEventQueue();
 
-// Removes the queue from the system; senders get ENOENT from then on. The owner's; safe in a signal handler.
+// Removes the queue from the system; senders get ENOENT from then on. Owner only; safe in a signal handler.
 void removeEventQueue();
 
 namespace libcommon {

@@ -1,4 +1,4 @@
-// The interruption flag: "stop the network operation under way".
+// The interruption flag: "stop the network operation in progress".
 //
 // One flag per process. libcommon's own network waits set it when a SIGUSR1 with a handler reaches them; a caller
 // that waits itself sets it with setInterrupted(). It stays set until clearInterrupted(), and every network

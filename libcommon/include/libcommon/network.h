@@ -7,8 +7,8 @@
 //   -100 to -999  minus the HTTP status of a refusal: -401, -404, ...
 //   -4011      downloadHTTP only: no connection could be made
 //
-// Timeouts are seconds for the whole call; 0 or less means 10. Hostile answers (oversized, truncated, endless,
-// slow, binary) cost a failure within the timeout and bounded memory, never more. A buffer gets at most `size`
+// Timeouts are seconds for the whole call; 0 or less means 10. Hostile answers (oversized, truncated, endless, slow,
+// binary) cause at most a failure within the timeout and use a bounded amount of memory. A buffer gets at most `size`
 // bytes and no terminating zero; with a null buffer the body is read and dropped, 1 MiB at most.
 //
 // Interruption: when a handler for SIGUSR1 is installed and the signal comes during a wait, the handler runs,
@@ -41,8 +41,8 @@ inline constexpr int errorBufferSize = 1024; // bytes of an error text buffer
 
 // Fetches `path` from the encoder at `address` (HOST[:PORT]): plain HTTP, after a 401 with credentials (Basic, or
 // Digest where it is asked for), then HTTPS when no HTTP answer came, or only a 400 from the port that the address
-// names. On success *mode, *port and host (a buffer of hostBufferSize) tell how; each may be null, and a failure
-// leaves them alone. The path is sent unchanged, unescaped; one with a control character is refused.
+// names. On success *mode, *port and host (a buffer of hostBufferSize) tell how; each may be null, and a failure leaves
+// them unchanged. The path is sent unchanged, unescaped; one with a control character is refused.
 int download(const std::string& address, const std::string& user, const std::string& password,
              const std::string& path, char* buffer, int size, int timeout, ConnectMode* mode,
              unsigned short* port, char* host);

@@ -4,18 +4,18 @@
 // files: `[Decoder]` `SequenceMode = auto` is the parameter "Decoder.SequenceMode". The part before the last dot is the
 // section, so "Decoder.Info.Connected" is `Connected` in `[Decoder.Info]`. Names ignore case, values keep theirs. `#`
 // and `;` begin comment lines; after `=` they are part of the value, which is the whole rest of the line without
-// surrounding blanks. A section or key that comes twice: the later value holds.
+// surrounding blanks. When a section or key comes twice, the later value counts.
 //
-// Reading: a file is parsed once and again only when it changed; a change by any process is seen at the next
-// access, never half of it. A line that can't be read is logged with file, line and reason and
-// skipped, once per version of the file; lines below a section line that can't be read belong nowhere and are
-// skipped too. A file that can't be read at all (a folder, no permission, more than 4 MiB) is logged and
-// reads as an empty one. Writing: comments, order and everything that the write does not change are kept; the
-// file is replaced atomically under a lock that other processes respect, file 0 durably (it survives a power
-// cut). A file without any write permission bit is an administrator's wish and refuses writes with a log
-// line. Mode, group and, where that is possible, owner of the file are kept; a link stays and the file behind
-// it is replaced. A new file belongs to the group of its folder, and that group may write it when it may write the
-// folder; so does the lock file. Other users can't read a new file 0: it may hold passwords.
+// Reading: a file is parsed once and again only when it changed; a change by any process is seen at the next access,
+// never half of it. A line that can't be read is logged with file, line and reason and skipped, once per version of
+// the file; lines below a section line that can't be read belong nowhere and are skipped too. A file that can't be
+// read at all (a folder, no permission, more than 4 MiB) is logged and reads as an empty one. Writing: comments, order
+// and everything that the write does not change are kept; the file is replaced atomically under a lock that other
+// processes respect, file 0 durably (it survives a power cut). A file without any write permission bit refuses writes
+// with a log line, because an administrator has made it read-only. Mode, group and, where that is possible, owner of
+// the file are kept; a link stays and the file behind it is replaced. A new file belongs to the group of its folder,
+// and that group may write it when it may write the folder; so does the lock file. Other users can't read a new file
+// 0: it may hold passwords.
 //
 // Every wait for the lock has a bound: one second in the supervisor (the owner of the event queue), five seconds in
 // other programs. A write that does not get the lock is lost, with one log line that names the process that holds it.
@@ -64,15 +64,15 @@ public:
 private:
     int fileId_;
     std::string name_;
-    std::shared_ptr<const ParameterSnapshot> snapshot_; // null: read afresh at every access
+    std::shared_ptr<const ParameterSnapshot> snapshot_; // null: read again at every access
 };
 
 // A handle on a parameter file.
 class ParamWrapper {
 public:
-    // `fileId` 0 or 1. `fresh` true: values are read afresh at every access, so that a handle held for a
-    // thread's life sees changes; false: values are those of the moment of construction. Never fails: a
-    // missing file reads as an empty one.
+    // `fileId` 0 or 1. `fresh` true: values are read again at every access, so that a handle held for a thread's life
+    // sees changes; false: values are those of the moment of construction. Never fails: a missing file reads as an
+    // empty one.
     ParamWrapper(int fileId, bool fresh);
     Param operator[](const char* name) const;
 

@@ -8,4 +8,4 @@
 int semaphoreInit(int id);           // makes it exist, with value 0
 int semaphoreSet(int id, int value); // 0 to 32767
 int semaphoreIncrease(int id);
-int semaphoreDecrease(int id); // waits while the value is 0; goes on after signals
+int semaphoreDecrease(int id); // waits while the value is 0; continues after signals

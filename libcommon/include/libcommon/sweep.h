@@ -19,10 +19,10 @@ struct Sweep {
         0; // objects that could not be removed, players that could not be killed; each has a log line
 };
 
-// Sweeps and counts. The owner lock /run/decoder/skelmor.lock decides whether a supervisor lives: it holds the file's
-// exclusive flock for its whole life. Where there is no such file, the live owner of the event queue does. The sweep
-// holds the lock while it works. 0 when nothing is left; -1 with errno EBUSY while a supervisor lives, or with the
-// error of the first failure. Takes at most about five seconds. Any thread.
+// Sweeps and counts. The owner lock /run/decoder/skelmor.lock decides whether a supervisor lives: a supervisor holds
+// the file's exclusive flock for its whole life. Without this file, the live owner of the event queue decides. The
+// sweep holds the lock while it works. 0 when nothing is left; -1 with errno EBUSY while a supervisor lives, or with
+// the error of the first failure. Takes at most about five seconds. Any thread.
 int sweep(Sweep& done);
 
 } // namespace libcommon
