@@ -29,8 +29,9 @@ constexpr std::array groupTexts{
     GroupText{GROUP_LAUNCH, "launch", "Launching and switching",
               "A player is started alone, or behind the current player, which it then replaces without a "
               "dark screen."},
-    GroupText{GROUP_CRASH, "crash", "Players that exit unexpectedly",
-              "The other player continues. Without a player the screen is blanked and an error sleep begins."},
+    GroupText{
+        GROUP_CRASH, "crash", "Players that exit unexpectedly",
+        "The other player continues. Without a player the screen is blanked and an error sleep begins."},
     GroupText{
         GROUP_AUTO, "auto", "The automatic sequence",
         "Each source is shown for its display time; the user can pause the sequence or select a source."},
