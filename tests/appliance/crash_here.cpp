@@ -7,7 +7,7 @@
 //   twice          as "logged", and again in the first log line of the shutdown
 //   syslog         inside syslog(), with the C library's lock for it held
 //   stack          the stack is used up
-// The locks of the allocator and of syslog are stand-ins that behave like the C library's: a thread that needs a lock
+// These locks of the allocator and of syslog() behave like those of the C library: a thread that needs a lock
 // of a crashed thread waits forever.
 #include <csignal>
 #include <cstdarg>
