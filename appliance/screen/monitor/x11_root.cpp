@@ -1,0 +1,51 @@
+#include "appliance/screen/monitor/x11_root.h"
+
+#include <cstring>
+#include <memory>
+#include <SDL.h>
+#include <SDL_syswm.h>
+#include <X11/Xlib.h>
+
+namespace screen {
+namespace {
+
+struct Close {
+    void operator()(Display* display) const { XCloseDisplay(display); }
+};
+
+} // namespace
+
+bool x11HasNoWindowManager() {
+    const char* driver = SDL_GetCurrentVideoDriver();
+    if (driver == nullptr || std::strcmp(driver, "x11") != 0)
+        return false;
+    // A connection of its own: SDL has none to offer before the first window.
+    const std::unique_ptr<Display, Close> display(XOpenDisplay(nullptr));
+    if (display == nullptr)
+        return false;
+    const Atom name = XInternAtom(display.get(), "_NET_SUPPORTING_WM_CHECK", False);
+    Atom type = None;
+    int format = 0;
+    unsigned long count = 0;
+    unsigned long left = 0;
+    unsigned char* data = nullptr;
+    XGetWindowProperty(display.get(), DefaultRootWindow(display.get()), name, 0, 1, False, AnyPropertyType,
+                       &type, &format, &count, &left, &data);
+    if (data != nullptr)
+        XFree(data);
+    return type == None;
+}
+
+std::optional<Size> x11RootSize(SDL_Window* window) {
+    SDL_SysWMinfo info;
+    SDL_VERSION(&info.version);
+    if (SDL_GetWindowWMInfo(window, &info) == SDL_FALSE || info.subsystem != SDL_SYSWM_X11)
+        return std::nullopt;
+    Display* display = info.info.x11.display;
+    XWindowAttributes attributes;
+    if (XGetWindowAttributes(display, DefaultRootWindow(display), &attributes) == 0)
+        return std::nullopt;
+    return Size{attributes.width, attributes.height};
+}
+
+} // namespace screen
