@@ -48,6 +48,10 @@ public:
     // to time.
     std::uint64_t wait(std::uint64_t seen, int timeoutMs);
 
+    // Shows a short message above the label for that time, such as an answer to an operator's key. It replaces an earlier
+    // one; an empty text removes it.
+    void notice(const std::string& text, int milliseconds);
+
     // Shows the source's name, or hides it if it is shown now, from now on and whatever Screen.ShowName says.
     void toggleName();
 

@@ -6,6 +6,7 @@
 
 #include "appliance/screen/layout.h"
 
+#include <cstddef>
 #include <cstdint>
 #include <vector>
 
@@ -20,7 +21,7 @@ struct OverlayImage {
 // A version that no image of this process has had. Any thread.
 std::uint64_t nextOverlayVersion();
 
-// Lays the image over a picture of `screen`, 0x00RRGGBB without gaps between the rows.
-void layOver(const OverlayImage& image, Size screen, std::uint32_t* pixels);
+// Lays the image over a picture of `screen`, 0x00RRGGBB. `stride` is the distance between two rows, pixels.
+void layOver(const OverlayImage& image, Size screen, std::uint32_t* pixels, std::size_t stride);
 
 } // namespace screen

@@ -7,6 +7,8 @@
 #include "appliance/screen/look.h"
 #include "appliance/screen/picture.h"
 
+#include <cstddef>
+#include <cstdint>
 #include <memory>
 
 namespace screen {
@@ -21,6 +23,10 @@ public:
     // is visible. A picture of another shape than the look's, or of one with a fault, is not drawn either. The picture
     // may change while it is read, so that a result of no use comes out, but no access ends outside its planes.
     void paint(const PictureView* picture, const Look& look, Picture& out);
+
+    // The same into the caller's memory, such as a window's: look.screen.size pixels, 0x00RRGGBB. `strideBytes` is the
+    // distance between two rows, a multiple of 4.
+    void paint(const PictureView* picture, const Look& look, std::uint32_t* pixels, std::size_t strideBytes);
 
 private:
     class Work;
