@@ -3,8 +3,8 @@
 #include "appliance/screen/appliance_view.h"
 #include "appliance/screen/label.h"
 #include "appliance/screen/label_content.h"
-#include "appliance/screen/monitor_presence.h"
 #include "appliance/screen/painter.h"
+#include "appliance/screen/running_monitor.h"
 #include "appliance/screen/screen_settings.h"
 #include "appliance/screen/text_layers.h"
 
@@ -18,6 +18,9 @@ namespace screen {
 namespace {
 
 constexpr std::int64_t monitorIntervalUs = 250'000;
+
+// A frame is overwritten while its record is read only when this process was stopped in between, so once is rare.
+constexpr int lookAttempts = 16;
 
 // How often compose() tries to paint from the store's memory before it takes a copy.
 constexpr int directAttempts = 2;
@@ -80,12 +83,15 @@ private:
 
 // The newest frame's record and shape.
 void Composer::Parts::lookAtFrame() {
-    look_.info = {};
-    // The picture itself is not read, so it does not matter whether it was overwritten: its record was whole.
-    store_.visitNewest([this](const PictureView& picture, const FrameInfo& info) {
-        look_.info = info;
-        look_.shape = picture.shape;
-    });
+    for (int attempt = 0; attempt < lookAttempts; ++attempt) {
+        look_.info = {};
+        const bool whole = store_.visitNewest([this](const PictureView& picture, const FrameInfo& info) {
+            look_.info = info;
+            look_.shape = picture.shape;
+        });
+        if (whole || look_.info.number == 0)
+            return;
+    }
 }
 
 // Notices when another source becomes visible.
@@ -137,7 +143,7 @@ const Look& Composer::Parts::look(const ScreenShape* monitor) {
     const ScreenText texts = appliance_.texts();
     lookAtFrame();
     const std::int64_t blankedAt = std::max(appliance_.blankTime(), store_.blankedAt());
-    look_.blanked = look_.info.number == 0 || look_.info.time <= blankedAt;
+    look_.blanked = look_.info.number == 0 || look_.info.time <= blankedAt || faultOf(look_.shape) != nullptr;
     look_.frameAgeUs = look_.info.number == 0 ? 0 : std::max<std::int64_t>(now - look_.info.time, 0);
     look_.mode = store_.mode();
     const ScreenSettings& settings = settings_.at(now, appliance_);

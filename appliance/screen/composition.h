@@ -24,8 +24,7 @@ namespace screen {
 class Composer {
 public:
     Composer(); // of this appliance's screen
-    // Of another store, with the texts, parameters and sources of the appliance below `root`; "" is this appliance.
-    explicit Composer(FrameStore store, const std::string& root = "");
+    explicit Composer(FrameStore store); // of another store, with this appliance's texts, parameters and sources
     Composer(Composer&&) noexcept;
     ~Composer();
 

@@ -56,8 +56,8 @@ void LabelContent::readSource(int source, const ApplianceView& appliance) {
     source_ = source;
 }
 
-const LabelParts& LabelContent::at(std::int64_t now, const ShownSource& shown,
-                                   const ScreenSettings& settings, const ApplianceView& appliance) {
+const LabelParts& LabelContent::at(std::int64_t now, const ShownSource& shown, const ScreenSettings& settings,
+                                   const ApplianceView& appliance) {
     if (shown.source != source_ || now >= readAgainAt_) {
         readSource(shown.source, appliance);
         readAgainAt_ = now + readingIntervalUs;

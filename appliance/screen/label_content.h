@@ -14,7 +14,7 @@ namespace screen {
 
 // The picture that the label is for.
 struct ShownSource {
-    int source = -1;             // index; -1: no picture is visible, or nobody knows of which source it is
+    int source = -1;               // index; -1: no picture is visible, or nobody knows of which source it is
     std::int64_t visibleSince = 0; // gettimeusec()'s clock
 
     bool operator==(const ShownSource&) const = default;

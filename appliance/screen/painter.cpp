@@ -68,7 +68,7 @@ bool isInside(const Rectangle& inner, int width, int height) {
 // Whether the look can be drawn from this picture. It can't when the store has another picture meanwhile.
 bool fits(const PictureView& picture, const Look& look) {
     const Placing& placing = look.placing;
-    return picture.shape == look.shape && faultOf(picture.shape) == nullptr && picture.plane[0] != nullptr &&
+    return picture.shape == look.shape && faultOf(picture) == nullptr &&
            isInside(placing.from, picture.shape.width, picture.shape.height) && placing.from.x % 2 == 0 &&
            placing.from.y % 2 == 0 && isInside(placing.to, look.screen.size.width, look.screen.size.height);
 }

@@ -15,8 +15,8 @@ std::vector<std::uint8_t> pngOf(const Picture& picture) {
     std::vector<std::uint8_t> bytes;
     std::vector<std::uint32_t> pixels = picture.pixels;
     cairo_surface_t* surface = cairo_image_surface_create_for_data(
-        reinterpret_cast<unsigned char*>(pixels.data()), CAIRO_FORMAT_RGB24, picture.width(), picture.height(),
-        picture.width() * 4);
+        reinterpret_cast<unsigned char*>(pixels.data()), CAIRO_FORMAT_RGB24, picture.width(),
+        picture.height(), picture.width() * 4);
     const auto append = [](void* to, const unsigned char* data, unsigned length) {
         auto& out = *static_cast<std::vector<std::uint8_t>*>(to);
         out.insert(out.end(), data, data + length);

@@ -116,7 +116,8 @@ PictureView PictureScaler::sourceOf(const PictureView& picture, const Rectangle&
     if (format == PixelFormat::nv12)
         splitColours(part.plane[1], part.stride[1], source_);
     for (int i = 1; planar && i < 3; ++i)
-        copyRows(part.plane[static_cast<std::size_t>(i)], part.stride[static_cast<std::size_t>(i)], source_, i);
+        copyRows(part.plane[static_cast<std::size_t>(i)], part.stride[static_cast<std::size_t>(i)], source_,
+                 i);
     return source_.view(part.shape);
 }
 
@@ -125,8 +126,8 @@ PictureView PictureScaler::scale(const PictureView& picture, const Rectangle& fr
     // BGRx is scaled with colours of half the width unless these flags say otherwise.
     const int flags = SWS_BILINEAR | SWS_ACCURATE_RND |
                       (format == PixelFormat::bgrx ? SWS_FULL_CHR_H_INP | SWS_FULL_CHR_H_INT : 0);
-    context_ = sws_getCachedContext(context_, from.width, from.height, avFormat(format), size.width, size.height,
-                                    avFormat(format), flags, nullptr, nullptr, nullptr);
+    context_ = sws_getCachedContext(context_, from.width, from.height, avFormat(format), size.width,
+                                    size.height, avFormat(format), flags, nullptr, nullptr, nullptr);
     if (context_ == nullptr) {
         if (!failed_)
             logmsg(3, "A picture of %dx%d can't be scaled to %dx%d", from.width, from.height, size.width,

@@ -79,6 +79,27 @@ const char* faultOf(const PictureShape& shape) {
     return nullptr;
 }
 
+PictureView viewOf(const PictureShape& shape, const std::uint8_t* bytes) {
+    PictureView view;
+    view.shape = shape;
+    const PlaneLayouts planes = planesOf(shape);
+    for (std::size_t i = 0; i < planes.size() && planes[i].rows > 0; ++i) {
+        view.plane[i] = bytes + planes[i].offset;
+        view.stride[i] = planes[i].stride;
+    }
+    return view;
+}
+
+const char* faultOf(const PictureView& picture) {
+    if (const char* fault = faultOf(picture.shape))
+        return fault;
+    const PlaneLayouts planes = planesOf(picture.shape);
+    for (std::size_t i = 0; i < planes.size(); ++i)
+        if (planes[i].rows > 0 && (picture.plane[i] == nullptr || picture.stride[i] < planes[i].rowBytes))
+            return "one of its planes is missing or has rows that are too short";
+    return nullptr;
+}
+
 PictureShape televisionShape(VideoMode mode) {
     const VideoFormat& format = formatOf(mode);
     PictureShape shape;

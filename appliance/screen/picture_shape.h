@@ -58,12 +58,18 @@ std::size_t bytesOf(const PictureShape& shape);
 // Why no picture can have this shape; null: it is usable. Any value may be given, also from outside.
 const char* faultOf(const PictureShape& shape);
 
-// A picture in memory of somebody else. Planes that the format does not have are null.
+// A picture in memory that belongs to somebody else. Planes that the format does not have are null.
 struct PictureView {
     PictureShape shape;
     std::array<const std::uint8_t*, 3> plane{};
     std::array<std::size_t, 3> stride{}; // bytes
 };
+
+// The picture at `bytes`, its planes as planesOf(shape) lays them out. For a shape without a fault.
+PictureView viewOf(const PictureShape& shape, const std::uint8_t* bytes);
+
+// Why the picture is not usable: its shape, a missing plane or a stride shorter than a row. Null: it is usable.
+const char* faultOf(const PictureView& picture);
 
 // A BGRx picture of the mode's own size, shown as 4:3.
 PictureShape televisionShape(VideoMode mode);

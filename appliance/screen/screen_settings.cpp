@@ -16,7 +16,6 @@ struct ParameterText {
     const char* allowed;
 };
 
-
 constexpr std::array<ParameterText, 4> parameters{{
     {"Screen.Size", "auto or WIDTHxHEIGHT, even numbers from 160x120 to 3840x2160"},
     {"Screen.Fit", "bars, fill or crop"},

@@ -14,8 +14,8 @@ constexpr int mostRows = 4;
 struct Measures {
     explicit Measures(Size screen)
         : left(screen.width / 20), top(screen.height / 22), room(screen.width - 2 * left),
-          place(screen.height * 2 / 23), bottom(screen.height * 2 / 5), letters(std::max(8, screen.height / 20)),
-          outline(std::max(1.5, screen.height / 120.0)) {}
+          place(screen.height * 2 / 23), bottom(screen.height * 2 / 5),
+          letters(std::max(8, screen.height / 20)), outline(std::max(1.5, screen.height / 120.0)) {}
     int left;
     int top;
     int room;   // width of a row
