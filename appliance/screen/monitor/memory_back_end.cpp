@@ -44,7 +44,7 @@ public:
 private:
     bool prepare(bool& whole);
     bool paint(const Part& part, Tile& tile);
-    void place(const Part& part, Tile& tile);
+    void scale(const Part& part, Tile& tile);
     void collect(const Part& part, Tile& tile, bool whole);
     bool update(bool whole);
     std::uint32_t* pixelsAt(int x, int y) const;
@@ -90,17 +90,11 @@ std::uint32_t* MemoryBackEnd::pixelsAt(int x, int y) const {
     return reinterpret_cast<std::uint32_t*>(row) + x;
 }
 
-// Copies or scales the painted screen into its place.
-void MemoryBackEnd::place(const Part& part, Tile& tile) {
+// Scales the painted screen to its place.
+void MemoryBackEnd::scale(const Part& part, Tile& tile) {
     const Size from = part.look->screen.size;
     const Size to{part.at.width, part.at.height};
     const auto* pixels = reinterpret_cast<const std::uint8_t*>(tile.picture.pixels.data());
-    if (from == to) {
-        for (int y = 0; y < to.height; ++y)
-            std::memcpy(pixelsAt(part.at.x, part.at.y + y), pixels + std::size_t{4} * from.width * y,
-                        std::size_t{4} * to.width);
-        return;
-    }
     if (tile.scaler == nullptr || tile.scalerFrom != from || tile.scalerTo != to)
         tile.scaler.reset(sws_getContext(from.width, from.height, AV_PIX_FMT_BGR0, to.width, to.height,
                                          AV_PIX_FMT_BGR0, SWS_FAST_BILINEAR, nullptr, nullptr, nullptr));
@@ -115,13 +109,21 @@ void MemoryBackEnd::place(const Part& part, Tile& tile) {
 
 // False when the frame was overwritten meanwhile.
 bool MemoryBackEnd::paint(const Part& part, Tile& tile) {
-    if (part.look->blanked) {
-        painter_.paint(nullptr, *part.look, tile.picture);
-    } else if (!part.visit(
-                   [&](const PictureView& view) { painter_.paint(&view, *part.look, tile.picture); })) {
+    const Look& look = *part.look;
+    const bool scaled = look.screen.size != Size{part.at.width, part.at.height};
+    const auto paintOne = [&](const PictureView* view) {
+        if (scaled)
+            painter_.paint(view, look, tile.picture);
+        else
+            painter_.paint(view, look, pixelsAt(part.at.x, part.at.y),
+                           static_cast<std::size_t>(canvas_->pitch));
+    };
+    if (look.blanked)
+        paintOne(nullptr);
+    else if (!part.visit([&](const PictureView& view) { paintOne(&view); }))
         return false;
-    }
-    place(part, tile);
+    if (scaled)
+        scale(part, tile);
     return true;
 }
 

@@ -1,8 +1,9 @@
 #include "appliance/screen/monitor/screen_report.h"
 
+#include "appliance/screen/screen_settings.h"
+
 #include <libcommon/params.h>
 
-#include <algorithm>
 #include <fstream>
 #include <iterator>
 #include <sstream>
@@ -57,12 +58,6 @@ void withdrawReport(pid_t pid) {
         return;
     for (const char* name : {sizeName, startName, pidName})
         set(name, "");
-}
-
-std::string sizeText(Size size) {
-    const int width = std::clamp(size.width & ~1, 160, 3840);
-    const int height = std::clamp(size.height & ~1, 120, 2160);
-    return std::to_string(width) + 'x' + std::to_string(height);
 }
 
 std::string processStart(pid_t pid) {

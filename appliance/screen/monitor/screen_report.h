@@ -37,9 +37,6 @@ void withdrawSize(pid_t pid);
 // The monitor ends: there are no values. Only when they are those of this pid.
 void withdrawReport(pid_t pid);
 
-// The value for "Screen.Info.Size": even, 160x120 to 3840x2160.
-std::string sizeText(Size size);
-
 // When the process started, in clock ticks after the machine's start; "" when there is none.
 std::string processStart(pid_t pid);
 
