@@ -173,6 +173,18 @@ Image XServer::part(int x, int y, int width, int height) {
     return result;
 }
 
+void XServer::fill(int x, int y, int width, int height, std::uint32_t colour) {
+    Display* display = connection().display;
+    XGCValues values{};
+    values.foreground = colour;
+    values.subwindow_mode = IncludeInferiors;
+    GC context = XCreateGC(display, connection().root(), GCForeground | GCSubwindowMode, &values);
+    XFillRectangle(display, connection().root(), context, x, y, static_cast<unsigned>(width),
+                   static_cast<unsigned>(height));
+    XFreeGC(display, context);
+    XSync(display, False);
+}
+
 bool XServer::pointerHidden() {
     Display* display = connection().display;
     XFixesCursorImage* cursor = XFixesGetCursorImage(display);

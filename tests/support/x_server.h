@@ -45,6 +45,9 @@ public:
     Image screen();
     Image part(int x, int y, int width, int height); // of the screen; inside of it
 
+    // Paints over whatever window is there.
+    void fill(int x, int y, int width, int height, std::uint32_t colour);
+
     // The pointer's image has no visible pixel.
     bool pointerHidden();
 

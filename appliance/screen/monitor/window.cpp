@@ -25,6 +25,9 @@ void setHints(const std::string& driver) {
     SDL_SetHint(SDL_HINT_VIDEO_MINIMIZE_ON_FOCUS_LOSS, "0");
     SDL_SetHint(SDL_HINT_VIDEO_X11_NET_WM_BYPASS_COMPOSITOR, "1");
     SDL_SetHint(SDL_HINT_RENDER_SCALE_QUALITY, "linear");
+    // X11 takes a surface from shared memory. SDL's default is a detour through OpenGL, with another window.
+    if (driver == "x11")
+        SDL_SetHint(SDL_HINT_FRAMEBUFFER_ACCELERATION, "0");
     SDL_SetHint(SDL_HINT_APP_NAME, "decoder-monitor");
     SDL_SetHint(SDL_HINT_VIDEO_WAYLAND_ALLOW_LIBDECOR, "1");
     SDL_SetHint("SDL_VIDEO_X11_WMCLASS", "decoder-monitor");
@@ -67,18 +70,23 @@ bool Window::start(const WindowOptions& options, std::string& reason) {
     if (options.hidden)
         flags |= SDL_WINDOW_HIDDEN;
     // Without a window manager nobody makes the window full screen, so it is a window as large as the display.
-    unmanaged_ = !console_ && x11HasNoWindowManager();
+    const std::optional<Size> root = x11RootWithoutManager();
+    unmanaged_ = root.has_value();
     if (fullscreen_ && !unmanaged_)
         flags |= SDL_WINDOW_FULLSCREEN_DESKTOP;
-    window_ = SDL_CreateWindow("Network video decoder", SDL_WINDOWPOS_UNDEFINED, SDL_WINDOWPOS_UNDEFINED,
-                               windowed_.width, windowed_.height, flags);
+    const bool cover = fullscreen_ && unmanaged_;
+    root_ = cover ? *root : Size{};
+    const Size size = cover ? root_ : windowed_;
+    const int corner = unmanaged_ ? 0 : SDL_WINDOWPOS_UNDEFINED;
+    window_ = SDL_CreateWindow("Network video decoder", corner, corner, size.width, size.height, flags);
     if (window_ == nullptr) {
         reason = SDL_GetError();
         return false;
     }
     SDL_DisableScreenSaver();
-    if (!options.hidden)
-        setFullscreen(fullscreen_);
+    SDL_ShowCursor(fullscreen_ ? SDL_DISABLE : SDL_ENABLE);
+    if (unmanaged_ && !options.hidden)
+        SDL_SetWindowInputFocus(window_); // nobody else gives it the keyboard
     return true;
 }
 
@@ -108,7 +116,6 @@ void Window::setFullscreen(bool fullscreen) {
         coverRoot();
     else
         SDL_SetWindowSize(window_, windowed_.width, windowed_.height);
-    SDL_SetWindowInputFocus(window_); // without a window manager nobody gives it the keyboard
 }
 
 void Window::coverRoot() {
@@ -116,8 +123,8 @@ void Window::coverRoot() {
     if (!root || *root == root_)
         return;
     root_ = *root;
-    SDL_SetWindowPosition(window_, 0, 0);
     SDL_SetWindowSize(window_, root_.width, root_.height);
+    SDL_SetWindowPosition(window_, 0, 0);
 }
 
 bool Window::followDisplay() {

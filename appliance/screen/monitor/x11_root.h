@@ -9,8 +9,8 @@ struct SDL_Window;
 
 namespace screen {
 
-// Whether SDL uses X11 and no window manager runs there.
-bool x11HasNoWindowManager();
+// The size of the root window, when SDL uses X11 and no window manager runs there; nothing otherwise.
+std::optional<Size> x11RootWithoutManager();
 
 // The size of the root window now; nothing where the window is not one of X11.
 std::optional<Size> x11RootSize(SDL_Window* window);
