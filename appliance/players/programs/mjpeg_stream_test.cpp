@@ -91,19 +91,19 @@ bool tells(bool told) {
 
 TEST_F(MjpegPlayer, StillPictureIsToldWhileItIsShown) {
     FakeSupervisor::setParameters("[Player]\nStillAfter = 1\n");
-    scripted::Script script = frozenStream(100);
-    for (int i = 0; i < 250; ++i)
-        script.push_back(later(part(jpegPicture(7, i))));
-    const std::string last = part(jpegPicture(7, 250, 720, 576, 1));
-    for (int i = 0; i < 500; ++i)
-        script.push_back(later(last));
+    scripted::Script script = pictureStream(7, 100);
+    const std::string still = part(jpegPicture(7, 100));
+    for (int i = 0; i < 350; ++i)
+        script.push_back(later(i >= 100 && i < 200 ? part(jpegPicture(7, i)) : still));
     status(3, "Still", "77"); // left by a killed player
     const Server server(script);
     const pid_t pid = start(server);
     ASSERT_TRUE(supervisor_.arrived(pid, 0));
     EXPECT_EQ(status(3, "Still"), "77") << "it does not show yet";
     ASSERT_TRUE(supervisor_.letShow(pid));
-    EXPECT_TRUE(tells(false)) << "a moving picture clears it";
+    EXPECT_TRUE(tells(false)) << "it moves";
+    EXPECT_TRUE(tells(true)) << "it stands still";
+    EXPECT_TRUE(tells(false)) << "it moves again";
     EXPECT_TRUE(tells(true));
     EXPECT_GE(std::stoi(status(3, "Still")), 1);
     EXPECT_LT(std::stoi(status(3, "Still")), 60);
