@@ -3,7 +3,9 @@
 #include "appliance/ctl/in_force.h"
 #include "appliance/operating/decoder_events.h"
 #include "appliance/operating/quoted_text.h"
+#include "appliance/operating/refused.h"
 #include "appliance/operating/running_decoder.h"
+#include "appliance/sound/sound_control.h"
 
 #include <libcommon/display.h>
 #include <libcommon/params.h>
@@ -86,4 +88,12 @@ std::string flushDetections() {
                "(decoderctl apply: now, after a change of the configuration)";
     }
     return heldBack ? "what was detected is forgotten when the lock ends" : "what was detected is forgotten";
+}
+
+std::string setSoundVolume(int percent) {
+    if (!sound::setVolume(percent)) {
+        throw Refused("Sound.Volume can't be written " + applianceText());
+    }
+    return "the volume is " + std::to_string(percent) + '%' +
+           (sound::settings().muted ? "; the sound is muted" : "");
 }

@@ -12,3 +12,6 @@ std::string raiseAlarm(int index, const std::string& name, const std::string& te
 std::string lockDecoder();
 std::string endLock();
 std::string flushDetections();
+
+// The volume of the sound, in percent; in force within a second.
+std::string setSoundVolume(int percent);

@@ -16,6 +16,7 @@
 #include "appliance/ctl/watch.h"
 #include "appliance/operating/button.h"
 #include "appliance/operating/decoder_events.h"
+#include "appliance/operating/muting.h"
 #include "appliance/operating/quoted_text.h"
 #include "appliance/operating/refused.h"
 #include "appliance/operating/running_decoder.h"
@@ -178,6 +179,12 @@ void runCommand(const Request& request) {
         return answer(request, saveSnapshot(request.file, request.size));
     case Command::Watch:
         return watchDecoder(request.seconds, request.json, std::cout);
+    case Command::Mute:
+        return answer(request, muteSound(true));
+    case Command::Unmute:
+        return answer(request, muteSound(false));
+    case Command::Volume:
+        return answer(request, setSoundVolume(request.volume));
     case Command::Sweep:
         return answer(request, sweepAppliance());
     }

@@ -1,23 +1,22 @@
 #include "appliance/operating/muting.h"
 
 #include "appliance/operating/refused.h"
+#include "appliance/operating/running_decoder.h"
+#include "appliance/sound/sound_control.h"
 
-#include <libcommon/params.h>
-
-namespace {
-
-constexpr const char* mutedName = "Sound.Info.Muted";
-
-} // namespace
-
-bool isMuted() {
-    return ParamWrapper(1, false)[mutedName] == "yes";
+std::string muteSound(bool muted) {
+    requireRunningAppliance();
+    if (!sound::setMuted(muted)) {
+        throw Refused("Sound.Info.Muted can't be written " + applianceText());
+    }
+    const sound::Settings now = sound::settings();
+    if (muted) {
+        return "the sound is muted";
+    }
+    return now.enabled ? "the sound plays at " + std::to_string(now.volume) + "% of its volume"
+                       : "the sound is no longer muted, but Sound.Enabled is \"no\"";
 }
 
-std::string setMuted(bool muted) {
-    ParamWrapper(1, true)[mutedName] = muted ? "yes" : "no";
-    if (isMuted() != muted) {
-        throw Refused("the sound could not be switched: \"" + std::string(mutedName) + "\" can't be written");
-    }
-    return muted ? "sound off" : "sound on";
+bool isMuted() {
+    return sound::settings().muted;
 }

@@ -1,9 +1,11 @@
-// The decoder's mute: "Sound.Info.Muted", which every player obeys while it plays.
+// Muting the decoder's sound.
 #pragma once
 
 #include <string>
 
-bool isMuted();
+// Mutes or unmutes the player on the screen; in force within a second. Returns the sentence to print. Throws Refused
+// when no decoder runs or the value can't be written.
+std::string muteSound(bool muted);
 
-// Mutes or unmutes. Returns the sentence to print. Throws Refused when the value can't be written.
-std::string setMuted(bool muted);
+// Whether the sound is muted now.
+bool isMuted();

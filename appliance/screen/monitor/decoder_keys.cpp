@@ -50,7 +50,7 @@ void DecoderKeys::down(const Key& key, std::int64_t now) {
         return toggleName_();
     case KeyKind::mute:
         // The picture does not show whether the sound is off.
-        return attempt([] { return setMuted(!isMuted()); }, true);
+        return attempt([] { return muteSound(!isMuted()); }, true);
     case KeyKind::back:
         return; // one decoder has no way back
     }
