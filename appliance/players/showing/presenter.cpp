@@ -55,8 +55,11 @@ void Presenter::present(const GstVideoFrame& frame) {
     else
         keepReady(frame);
     const std::uint64_t hash = hashOf(frame);
-    if (lastChange_ == 0 ? !ready_.empty() : hash != hash_)
-        lastChange_ = gettimeusec();
+    if (lastChange_ == 0 && ready_.empty())
+        return;
+    lastPicture_ = gettimeusec();
+    if (lastChange_ == 0 || hash != hash_)
+        lastChange_ = lastPicture_;
     hash_ = hash;
 }
 
@@ -116,6 +119,11 @@ bool Presenter::showing() const {
 void Presenter::awaitShowing() {
     std::unique_lock guard(lock_);
     drawn_.wait(guard, [this] { return showing_; });
+}
+
+std::int64_t Presenter::lastPicture() const {
+    const std::lock_guard guard(lock_);
+    return lastPicture_;
 }
 
 std::int64_t Presenter::lastChange() const {
