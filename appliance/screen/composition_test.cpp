@@ -119,7 +119,10 @@ TEST_F(Composition, PicturesMayChangeTheirSizeAndFormat) {
         draw(shape);
         const Picture& picture = composer.compose();
         ASSERT_FALSE(picture.blanked);
-        EXPECT_EQ(pixel(picture, 360, 288), grey) << shape.width << 'x' << shape.height;
+        const Rectangle at = composer.look().placing.to;
+        EXPECT_EQ(pixel(picture, at.x, at.y), grey) << shape.width << 'x' << shape.height;
+        EXPECT_EQ(pixel(picture, at.x + at.width - 1, at.y + at.height - 1), grey);
+        EXPECT_FALSE(isAll(picture, 0));
     }
 }
 
