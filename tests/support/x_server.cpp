@@ -78,36 +78,39 @@ XServer::~XServer() {
     std::filesystem::remove_all(folder_);
 }
 
-// The first time the server chooses its number, and prints it.
-void XServer::start() {
+// With a given number the server takes a lock file, which holds in all network namespaces. A number that it chooses
+// itself is free in its own one only, and then two servers share one socket file.
+bool XServer::startAs(const std::string& display) {
     const std::string output = folder_ + "/output";
     std::filesystem::remove(output);
-    std::vector<std::string> arguments{serverProgram};
-    if (!display_.empty())
-        arguments.push_back(display_);
     const std::string size = std::to_string(width_) + 'x' + std::to_string(height_) + "x24";
-    for (const char* argument : {"-displayfd", "1", "-nolisten", "tcp", "-noreset", "-screen", "0"})
-        arguments.emplace_back(argument);
-    arguments.push_back(size);
-    process_ = std::make_unique<appliance::Process>(arguments, std::map<std::string, std::string>{}, output);
-    // Its messages go to the same file; the number is a line without anything else.
-    const bool started = appliance::eventually([&] {
-        std::string line;
-        for (const char letter : appliance::readFile(output) + ' ') {
-            if (letter == '\n') {
-                if (!line.empty() && line.find_first_not_of("0123456789") == std::string::npos) {
-                    display_ = ':' + line;
-                    return true;
-                }
-                line.clear();
-            } else {
-                line += letter;
-            }
+    process_ = std::make_unique<appliance::Process>(
+        std::vector<std::string>{serverProgram, display, "-displayfd", "1", "-nolisten", "tcp", "-noreset",
+                                 "-screen", "0", size},
+        std::map<std::string, std::string>{}, output);
+    // It prints its number when it is ready.
+    const std::string ready = display.substr(1) + '\n';
+    appliance::eventually(
+        [&] { return !process_->running() || appliance::readFile(output).find(ready) != std::string::npos; });
+    return process_->running();
+}
+
+void XServer::start() {
+    if (!display_.empty()) {
+        if (!startAs(display_))
+            throw std::runtime_error("Xvfb does not start: " + appliance::readFile(folder_ + "/output"));
+        return;
+    }
+    constexpr int first = 100;
+    constexpr int numbers = 30'000;
+    for (int attempt = 0; attempt < 20; ++attempt) {
+        const std::string display = ':' + std::to_string(first + (getpid() + 101 * attempt) % numbers);
+        if (startAs(display)) {
+            display_ = display;
+            return;
         }
-        return !process_->running();
-    });
-    if (!started || !process_->running())
-        throw std::runtime_error("Xvfb does not start: " + appliance::readFile(output));
+    }
+    throw std::runtime_error("Xvfb does not start: " + appliance::readFile(folder_ + "/output"));
 }
 
 void XServer::kill() {

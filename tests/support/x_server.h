@@ -64,6 +64,7 @@ public:
 
 private:
     struct Connection;
+    bool startAs(const std::string& display);
     Connection& connection(); // opened at the first use
     void xdotool(const std::vector<std::string>& arguments);
 
