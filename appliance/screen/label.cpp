@@ -34,7 +34,7 @@ void drawBox(cairo_t* context, double width, double height) {
     cairo_arc(context, radius, height - radius, radius, quarter, 2 * quarter);
     cairo_arc(context, radius, radius, radius, 2 * quarter, 3 * quarter);
     cairo_close_path(context);
-    cairo_set_source_rgba(context, 0, 0, 0, 0.5);
+    cairo_set_source_rgba(context, 0, 0, 0, 0.65);
     cairo_fill(context);
 }
 
