@@ -1,4 +1,4 @@
-#include "appliance/encoder/network/request_text.h"
+#include "appliance/serving/request_text.h"
 
 #include <gtest/gtest.h>
 

@@ -1,4 +1,4 @@
-#include "appliance/encoder/device/parameter_table.h"
+#include "appliance/encoder/device/device_facts.h"
 
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
@@ -16,7 +16,7 @@ Options device(int apiVersion, std::size_t inputs = 1, std::set<Kind> kinds = {K
 }
 
 std::string viewed(const Options& options, const char* name) {
-    const ParameterReply reply = Parameters(options).ask(ParameterCgi::View, name);
+    const ParameterReply reply = Parameters(factsOf(options)).ask(ParameterCgi::View, name);
     EXPECT_EQ(reply.status, 200);
     return reply.text;
 }
@@ -38,7 +38,7 @@ TEST(Parameters, RepliesBeginWithTheNameAsAsked) {
 }
 
 TEST(Parameters, AllThreeCgisKnowTheParameters) {
-    const Parameters parameters(device(2));
+    const Parameters parameters(factsOf(device(2)));
     for (const ParameterCgi cgi : {ParameterCgi::View, ParameterCgi::Admin, ParameterCgi::AdminGet}) {
         EXPECT_EQ(parameters.ask(cgi, "Image.Rotation").text, "Image.Rotation=90\n");
         EXPECT_THAT(parameters.ask(cgi, "No.Such").text, testing::StartsWith("#"));
@@ -47,7 +47,7 @@ TEST(Parameters, AllThreeCgisKnowTheParameters) {
 }
 
 TEST(Parameters, AGroupListsItsParameters) {
-    const Parameters parameters(device(2));
+    const Parameters parameters(factsOf(device(2)));
     EXPECT_EQ(parameters.ask(ParameterCgi::View, "Properties").text,
               "Properties.API.HTTP.Version=2\nProperties.Image.Format=jpeg,mjpeg\n");
     EXPECT_THAT(parameters.ask(ParameterCgi::View, "Prop").text, testing::StartsWith("#"));
@@ -64,7 +64,7 @@ TEST(Parameters, Mpeg4IsListedOnlyIfRtspIsOffered) {
 }
 
 TEST(Parameters, AnOldDeviceHasNoViewerCgiAndOldNames) {
-    const Parameters parameters(device(1));
+    const Parameters parameters(factsOf(device(1)));
     EXPECT_EQ(parameters.ask(ParameterCgi::View, "Properties.API.HTTP.Version").status, 404);
     EXPECT_EQ(parameters.ask(ParameterCgi::View, "root.BRAND.PRODFULLNAME").status, 404);
     EXPECT_EQ(parameters.ask(ParameterCgi::AdminGet, "Brand.ProdFullName").status, 404);

@@ -1,6 +1,6 @@
-#include "appliance/encoder/network/request_text.h"
+#include "appliance/serving/request_text.h"
 
-#include "appliance/encoder/base/text.h"
+#include "appliance/serving/text.h"
 
 #include <algorithm>
 

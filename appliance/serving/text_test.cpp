@@ -1,4 +1,4 @@
-#include "appliance/encoder/base/text.h"
+#include "appliance/serving/text.h"
 
 #include <gtest/gtest.h>
 

@@ -1,6 +1,6 @@
-#include "appliance/encoder/network/media_path.h"
+#include "appliance/serving/media_path.h"
 
-#include "appliance/encoder/base/text.h"
+#include "appliance/serving/text.h"
 
 namespace {
 

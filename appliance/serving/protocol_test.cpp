@@ -1,4 +1,4 @@
-#include "appliance/encoder/network/protocol.h"
+#include "appliance/serving/protocol.h"
 
 #include <gtest/gtest.h>
 

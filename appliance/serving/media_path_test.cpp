@@ -1,4 +1,4 @@
-#include "appliance/encoder/network/media_path.h"
+#include "appliance/serving/media_path.h"
 
 #include <gtest/gtest.h>
 

@@ -2,7 +2,7 @@
 // RTSP over HTTP use the same ones.
 #pragma once
 
-#include "appliance/encoder/network/request_text.h"
+#include "appliance/serving/request_text.h"
 
 #include <optional>
 #include <string>

@@ -1,4 +1,4 @@
-#include "appliance/encoder/network/protocol.h"
+#include "appliance/serving/protocol.h"
 
 #include <algorithm>
 #include <array>
@@ -11,8 +11,6 @@ constexpr std::array<std::string_view, 10> rtspMethods{"DESCRIBE",      "SETUP",
 constexpr std::string_view sharedMethod = "OPTIONS"; // of HTTP and RTSP: the end of the line decides
 constexpr char interleavedPacket = '$';              // between RTSP requests; HTTP has nothing like it
 constexpr std::size_t longestMethod = 16;
-constexpr std::size_t longestLine = 4096;
-constexpr std::chrono::seconds lineTime(10);
 
 } // namespace
 
@@ -33,12 +31,4 @@ std::optional<Protocol> protocolOf(std::string_view start) {
     if (lineEnd == std::string_view::npos)
         return std::nullopt;
     return line.substr(line.rfind(' ')).starts_with(" RTSP/") ? Protocol::Rtsp : Protocol::Http;
-}
-
-std::optional<Protocol> awaitProtocol(const Connection& connection, std::chrono::seconds idleTime) {
-    if (connection.peek(1, in(idleTime), [](std::string_view) { return true; }).empty())
-        return std::nullopt;
-    const std::string start = connection.peek(
-        longestLine, in(lineTime), [](std::string_view bytes) { return protocolOf(bytes).has_value(); });
-    return protocolOf(start).value_or(Protocol::Http);
 }
