@@ -15,5 +15,6 @@ function(install_unit template destination)
 endfunction()
 
 install_unit(skelmor.service.in systemd/system/skelmor.service)
+install_unit(decoder-address.service.in systemd/system/decoder-address.service)
 install_unit(decoder-monitor.service.in systemd/user/decoder-monitor.service)
 install_unit(decoder.tmpfiles.in tmpfiles.d/decoder.conf)
