@@ -13,14 +13,9 @@ namespace {
 
 // The status values of a source, in the order in which they are printed.
 constexpr std::array statusKeys{
-<<<<<<< HEAD
     "ErrorCode",   "Reason",     "VideoSourceType", "ConnectMode",   "Audio",
     "AudioFormat", "APIVersion", "Model",           "ImageRotation", "NumberOfVideoSources",
-    "BitRate",     "FrameRate",  "Resolution",
-=======
-    "ErrorCode",     "VideoSourceType",      "ConnectMode", "Audio",     "AudioFormat", "APIVersion", "Model",
-    "ImageRotation", "NumberOfVideoSources", "BitRate",     "FrameRate", "Resolution",  "Still",
->>>>>>> main
+    "BitRate",     "FrameRate",  "Resolution",      "Still",
 };
 
 std::string valueOf(const std::vector<std::pair<std::string, std::string>>& pairs, std::string_view key) {
