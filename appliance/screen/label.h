@@ -10,13 +10,17 @@ namespace screen {
 
 // What the label says. Empty parts are left out; without any part there is no label.
 struct LabelParts {
-    std::string name;   // of the source; ends in an ellipsis when there is no room for all parts
-    std::string reason; // why the source has no picture
+    std::string name; // of the source
+    std::string
+        reason; // why the source has no picture; ends, like the name, in an ellipsis when there is no room
     std::string clock;
     std::string still; // for how long the picture has not changed
 
     bool operator==(const LabelParts&) const = default;
 };
+
+// A text in such a box in the middle of the screen, as a mark in place of a picture. An empty text has an empty image.
+OverlayImage middleLabel(const std::string& text, Size screen);
 
 // One label. For one thread at a time.
 class Label {

@@ -1,9 +1,12 @@
 #include "appliance/players/decoding/decoder_pipeline.h"
 
+#include "appliance/players/decoding/sample_pictures.h"
+
 #include <libcommon/log.h>
 
 #include <gst/app/gstappsink.h>
 #include <gst/app/gstappsrc.h>
+#include <memory>
 #include <utility>
 
 namespace player {
@@ -14,11 +17,11 @@ constexpr guint64 queuedPackets = 4096;
 constexpr guint64 queuedBytes = 1024 * 1024;
 constexpr int dropOldest = GST_APP_LEAKY_TYPE_DOWNSTREAM;
 
-GstFlowReturn onPicture(GstAppSink* appSink, void* sink) {
+GstFlowReturn onSample(GstAppSink* appSink, void* take) {
     GstSample* sample = gst_app_sink_pull_sample(appSink);
     if (sample == nullptr)
         return GST_FLOW_EOS;
-    static_cast<const StreamSink*>(sink)->picture(sample);
+    (*static_cast<SampleTaker*>(take))(sample);
     gst_sample_unref(sample);
     return GST_FLOW_OK;
 }
@@ -72,11 +75,12 @@ void configureFeed(GstElement* source, Feed feed) {
 const char* const pictureSink =
     "appsink name=pictures sync=false max-buffers=1 drop=true enable-last-sample=false";
 
-void deliver(GstElement* pipeline, const StreamSink& sink) {
+void deliver(GstElement* pipeline, const StreamSink& sink, SampleTaker take) {
     GstElement* pictures = gst_bin_get_by_name(GST_BIN(pipeline), "pictures");
     GstAppSinkCallbacks callbacks{};
-    callbacks.new_sample = &onPicture;
-    gst_app_sink_set_callbacks(GST_APP_SINK(pictures), &callbacks, const_cast<StreamSink*>(&sink), nullptr);
+    callbacks.new_sample = &onSample;
+    gst_app_sink_set_callbacks(GST_APP_SINK(pictures), &callbacks, new SampleTaker(std::move(take)),
+                               [](void* taker) { delete static_cast<SampleTaker*>(taker); });
     gst_object_unref(pictures);
     GstBus* bus = gst_element_get_bus(pipeline);
     gst_bus_set_sync_handler(bus, &onMessage, const_cast<StreamSink*>(&sink), nullptr);
@@ -98,6 +102,11 @@ DecoderPipeline::DecoderPipeline(std::string description, std::string caps, Feed
     : description_(std::move(description)), caps_(std::move(caps)), feed_(feed) {}
 
 bool DecoderPipeline::start(const StreamSink& sink) {
+    const auto pictures = std::make_shared<SamplePictures>();
+    return start(sink, [pictures, &sink](GstSample* sample) { pictures->take(sample, sink.picture); });
+}
+
+bool DecoderPipeline::start(const StreamSink& sink, SampleTaker take) {
     pipeline_ = makePipeline("appsrc name=source is-live=true ! " + description_ + " ! " + pictureSink);
     if (pipeline_ == nullptr)
         return false;
@@ -107,7 +116,7 @@ bool DecoderPipeline::start(const StreamSink& sink) {
     gst_caps_unref(caps);
     configureFeed(source_, feed_);
     awaitKeyPicture(pipeline_);
-    deliver(pipeline_, sink);
+    deliver(pipeline_, sink, std::move(take));
     if (gst_element_set_state(pipeline_, GST_STATE_PLAYING) != GST_STATE_CHANGE_FAILURE)
         return true;
     logmsg(3, "The decoder can't be started");
