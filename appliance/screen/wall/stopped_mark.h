@@ -10,9 +10,9 @@ namespace screen {
 inline constexpr std::int64_t stoppedAfterUs = 5'000'000;
 
 struct TileHealth {
-    bool supervisor = true;  // one runs
-    bool visible = false;    // a picture is on the screen; otherwise it is black, on purpose
-    std::int64_t ageUs = 0;  // of that picture
+    bool supervisor = true; // one runs
+    bool visible = false;   // a picture is on the screen; otherwise it is black, on purpose
+    std::int64_t ageUs = 0; // of that picture
 };
 
 // The mark's text: "No decoder runs here, last picture 12 s ago", "No new picture for 12 s"; "" for a tile that is as it

@@ -17,10 +17,12 @@ TEST(StoppedMark, NoneForAScreenThatIsBlackOnPurpose) {
 }
 
 TEST(StoppedMark, TellsHowOldTheLastPictureIs) {
-    EXPECT_EQ(stoppedMark({.supervisor = true, .visible = true, .ageUs = 12 * second}), "No new picture for 12 s");
+    EXPECT_EQ(stoppedMark({.supervisor = true, .visible = true, .ageUs = 12 * second}),
+              "No new picture for 12 s");
     EXPECT_EQ(stoppedMark({.supervisor = false, .visible = true, .ageUs = 12 * second}),
               "No decoder runs here, last picture 12 s ago");
-    EXPECT_EQ(stoppedMark({.supervisor = false, .visible = false, .ageUs = 12 * second}), "No decoder runs here");
+    EXPECT_EQ(stoppedMark({.supervisor = false, .visible = false, .ageUs = 12 * second}),
+              "No decoder runs here");
 }
 
 TEST(StoppedMark, AgesAreInTheUnitThatMatters) {

@@ -8,8 +8,8 @@
 namespace screen {
 namespace {
 
-constexpr int maxSide = 8;         // tiles in a row or column of a grid
-constexpr int percentUnit = 1000;  // three decimals
+constexpr int maxSide = 8;        // tiles in a row or column of a grid
+constexpr int percentUnit = 1000; // three decimals
 constexpr int whole = 100 * percentUnit;
 constexpr const char* forms = "a layout is COLUMNSxROWS such as 2x2, 1+5, or rectangles such as "
                               "\"0,0,50%,100%;50%,0,50%,100%\"";

@@ -54,13 +54,12 @@ TEST(WallLayout, EachGridCoversTheWindowWithoutGapsAndOverlaps) {
 }
 
 TEST(WallLayout, OneLargeTileHasSmallOnesAroundIt) {
-    EXPECT_EQ(placesOf("1+5", {300, 300}),
-              (std::vector<Rectangle>{{0, 0, 200, 200},
-                                      {200, 0, 100, 100},
-                                      {200, 100, 100, 100},
-                                      {0, 200, 100, 100},
-                                      {100, 200, 100, 100},
-                                      {200, 200, 100, 100}}));
+    EXPECT_EQ(placesOf("1+5", {300, 300}), (std::vector<Rectangle>{{0, 0, 200, 200},
+                                                                   {200, 0, 100, 100},
+                                                                   {200, 100, 100, 100},
+                                                                   {0, 200, 100, 100},
+                                                                   {100, 200, 100, 100},
+                                                                   {200, 200, 100, 100}}));
     for (const int small : {5, 7, 9, 11, 13, 15}) {
         const std::vector<Rectangle> tiles = placesOf("1+" + std::to_string(small), {1920, 1080});
         EXPECT_EQ(tiles.size(), static_cast<std::size_t>(small) + 1);
