@@ -76,6 +76,10 @@ private:
         addWait(add(Command::Disconnect, "disconnect", "Stop playing until connect, select or the button"));
         CLI::App* button = add(Command::Button, "button", "Press the video-select button");
         button->add_flag("--hold", request.hold, "Hold it instead: disconnects");
+        add(Command::Mute, "mute", "Mute the sound");
+        add(Command::Unmute, "unmute", "Play the sound again");
+        CLI::App* volume = add(Command::Volume, "volume", "Set the volume of the sound");
+        volume->add_option("PERCENT", request.volume, "0 to 100")->required()->check(CLI::Range(0, 100));
         add(Command::Sweep, "sweep",
             "Remove what dead decoders left behind: players, barriers, queues, semaphores, files; refused "
             "while one runs");

@@ -26,6 +26,9 @@ enum class Command {
     Snapshot,
     Watch,
     Sweep,
+    Mute,
+    Unmute,
+    Volume,
 };
 
 struct Request {
@@ -40,6 +43,7 @@ struct Request {
     bool names = false; // sources, parameters: only the names
     bool hold = false;  // button
     bool force = false; // set
+    int volume = 0;     // volume: percent
     double seconds = 0; // watch; 0: until it is interrupted
     double wait = 15;   // connect, disconnect: the longest wait in seconds
 };

@@ -16,6 +16,11 @@ constexpr std::array decoderTable{
     KnownParameter{"Decoder.AutoDetectTimeout", ValueKind::Number, AtConnect | AtDetection, 0, 600},
     KnownParameter{"Decoder.ShowDisconnectedMessage", ValueKind::YesNo, AtDisconnect},
     KnownParameter{"Decoder.VideoMode", ValueKind::Choice, AtPlayer, 0, 0, "pal|ntsc"},
+    KnownParameter{"Player.StillAfter", ValueKind::Number, AtUse, 0, day},
+    KnownParameter{"Player.EndWhenStill", ValueKind::YesNo, AtUse},
+    KnownParameter{"Sound.Enabled", ValueKind::YesNo, AtUse},
+    KnownParameter{"Sound.Device", ValueKind::Text, AtUse},
+    KnownParameter{"Sound.Volume", ValueKind::Number, AtUse, 0, 100},
     KnownParameter{"Alarm.Enabled", ValueKind::YesNo, AtUse},
     KnownParameter{"Alarm.DisplayTime", ValueKind::Number, AtUse, 0, day},
     KnownParameter{"Buttons.VideoSelectEnabled", ValueKind::YesNo, AtUse},
@@ -44,6 +49,7 @@ constexpr std::array sourceTable{
 constexpr std::array infoTable{
     KnownParameter{"Decoder.Info.CurrentSource", ValueKind::Number, AtUse, -1, 1000000},
     KnownParameter{"Decoder.Info.Connected", ValueKind::YesNo, AtUse},
+    KnownParameter{"Sound.Info.Muted", ValueKind::YesNo, AtUse},
 };
 
 struct ReadingWords {
@@ -62,7 +68,7 @@ constexpr std::array readingWords{
     ReadingWords{AtUse, "use", "now"},
 };
 
-constexpr std::string_view infoGroup = "Decoder.Info.";
+constexpr std::string_view infoSection = ".Info"; // the end of each section of file 1
 
 bool beginsWith(std::string_view name, std::string_view group) {
     return name.size() > group.size() && sameName(name.substr(0, group.size()), group);
@@ -114,11 +120,16 @@ std::span<const KnownParameter> infoParameters() {
 }
 
 int parameterFile(std::string_view name) {
-    return beginsWith(name, infoGroup) ? 1 : 0;
+    const std::size_t dot = name.rfind('.');
+    if (dot == std::string_view::npos || dot + 1 == name.size() || dot <= infoSection.size() ||
+        beginsWith(name, sourceGroup)) {
+        return 0;
+    }
+    return sameName(name.substr(dot - infoSection.size(), infoSection.size()), infoSection) ? 1 : 0;
 }
 
 const KnownParameter* findParameter(std::string_view name) {
-    if (beginsWith(name, infoGroup)) {
+    if (parameterFile(name) == 1) {
         return findIn(infoTable, name);
     }
     if (beginsWith(name, sourceGroup)) {

@@ -25,6 +25,11 @@ TEST(Parameters, InfoParametersAreInTheirOwnFile) {
     EXPECT_EQ(parameterFile("decoder.info.connected"), 1);
     EXPECT_EQ(parameterFile("Decoder.Connected"), 0);
     EXPECT_EQ(parameterFile("Decoder.Info."), 0);
+    EXPECT_EQ(parameterFile("Sound.Info.Muted"), 1);
+    EXPECT_EQ(parameterFile("Sound.Volume"), 0);
+    EXPECT_EQ(parameterFile("Info"), 0);
+    EXPECT_EQ(parameterFile(".Info.Muted"), 0);
+    EXPECT_EQ(parameterFile("Encoder.Door.Info.Address"), 0) << "a source's name may have dots";
     EXPECT_EQ(parameterFile("Encoder.Yard.Address"), 0);
 }
 

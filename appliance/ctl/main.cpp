@@ -175,6 +175,12 @@ void runCommand(const Request& request) {
         return answer(request, saveSnapshot(request.file));
     case Command::Watch:
         return watchDecoder(request.seconds, request.json, std::cout);
+    case Command::Mute:
+        return answer(request, muteSound(true));
+    case Command::Unmute:
+        return answer(request, muteSound(false));
+    case Command::Volume:
+        return answer(request, setSoundVolume(request.volume));
     case Command::Sweep:
         return answer(request, sweepAppliance());
     }

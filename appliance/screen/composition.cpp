@@ -14,6 +14,28 @@
 
 namespace screen {
 
+namespace {
+
+// Copies a BGRx picture into one of another size, centred. What does not fit is cut; the rest stays black. Pictures
+// in other formats are not copied.
+void copyCentred(const PictureView& from, Picture& to) {
+    if (from.shape.format != PixelFormat::bgrx || from.plane[0] == nullptr)
+        return;
+    const int width = std::min(from.shape.width, to.width);
+    const int height = std::min(from.shape.height, to.height);
+    for (int y = 0; y < height; ++y) {
+        const int fromY = (from.shape.height - height) / 2 + y;
+        const int toY = (to.height - height) / 2 + y;
+        const std::uint8_t* row = from.plane[0] + static_cast<std::size_t>(fromY) * from.stride[0] +
+                                  std::size_t(4) * static_cast<std::size_t>((from.shape.width - width) / 2);
+        std::memcpy(&to.pixels[static_cast<std::size_t>(toY) * static_cast<std::size_t>(to.width) +
+                               static_cast<std::size_t>((to.width - width) / 2)],
+                    row, std::size_t(4) * static_cast<std::size_t>(width));
+    }
+}
+
+} // namespace
+
 Composer::Composer() : Composer(FrameStore()) {}
 Composer::Composer(FrameStore store) : store_(std::move(store)), text_(std::make_unique<TextLayer>()) {}
 Composer::Composer(Composer&&) noexcept = default;
@@ -27,7 +49,7 @@ const Picture& Composer::compose() {
         text[static_cast<std::size_t>(line)] = libcommon::osdText(line);
     const bool any = store_.newest(frame_);
     const std::int64_t blankedAt = std::max(libcommon::osdBlankTime(), store_.blankedAt());
-    return compose(any ? &frame_ : nullptr, any ? frame_.mode : store_.mode(), blankedAt, text);
+    return compose(any ? &frame_ : nullptr, store_.mode(), blankedAt, text);
 }
 
 const Picture& Composer::compose(const Frame* frame, VideoMode mode, std::int64_t blankedAt,
@@ -38,10 +60,9 @@ const Picture& Composer::compose(const Frame* frame, VideoMode mode, std::int64_
     picture_.height = formatOf(mode).height;
     picture_.blanked = frame == nullptr || frame->info.time <= blankedAt;
     const auto pixels = static_cast<std::size_t>(picture_.width) * static_cast<std::size_t>(picture_.height);
-    if (picture_.blanked)
-        picture_.pixels.assign(pixels, 0);
-    else
-        picture_.pixels = frame->pixels;
+    picture_.pixels.assign(pixels, 0);
+    if (!picture_.blanked)
+        copyCentred(frame->view(), picture_);
     text_->update(text, picture_.width, picture_.height);
     text_->layOver(picture_);
     return picture_;

@@ -19,15 +19,20 @@ namespace fs = std::filesystem;
 constexpr std::uint32_t grey = 0x808080;
 
 Frame greyFrame(VideoMode mode = VideoMode::pal, std::int64_t time = 100) {
-    const VideoFormat& format = formatOf(mode);
     Frame frame;
     frame.info = {5, time, 1, 2};
-    frame.mode = mode;
-    frame.width = format.width;
-    frame.height = format.height;
-    frame.pixels.assign(static_cast<std::size_t>(format.width) * static_cast<std::size_t>(format.height),
-                        grey);
+    frame.shape = televisionShape(mode);
+    frame.bytes.assign(bytesOf(frame.shape), grey & 0xff);
+    for (std::size_t unused = 3; unused < frame.bytes.size(); unused += 4)
+        frame.bytes[unused] = 0;
     return frame;
+}
+
+// 0x00RRGGBB; a row of 720 pixels has no gap behind it.
+std::vector<std::uint32_t> pixelsOf(const Frame& frame) {
+    std::vector<std::uint32_t> pixels(frame.bytes.size() / sizeof(std::uint32_t));
+    std::memcpy(pixels.data(), frame.bytes.data(), frame.bytes.size());
+    return pixels;
 }
 
 // The rows [first, last] that have a colour; first > last: none.
@@ -77,18 +82,18 @@ TEST(Composition, NoFrameIsBlack) {
 TEST(Composition, FrameWithoutTextIsShownAsItIs) {
     Composer composer;
     const Frame frame = greyFrame();
-    const Picture& picture = composer.compose(&frame, frame.mode, 0, {});
+    const Picture& picture = composer.compose(&frame, VideoMode::pal, 0, {});
     EXPECT_FALSE(picture.blanked);
     EXPECT_EQ(picture.info, frame.info);
-    EXPECT_EQ(picture.pixels, frame.pixels);
+    EXPECT_EQ(picture.pixels, pixelsOf(frame));
 }
 
 TEST(Composition, BlankingHidesFramesUpToItsTimeAndNoneAfter) {
     Composer composer;
     const Frame frame = greyFrame(VideoMode::pal, 100);
-    EXPECT_FALSE(composer.compose(&frame, frame.mode, 99, {}).blanked);
-    EXPECT_TRUE(composer.compose(&frame, frame.mode, 100, {}).blanked);
-    const Picture& picture = composer.compose(&frame, frame.mode, 101, {});
+    EXPECT_FALSE(composer.compose(&frame, VideoMode::pal, 99, {}).blanked);
+    EXPECT_TRUE(composer.compose(&frame, VideoMode::pal, 100, {}).blanked);
+    const Picture& picture = composer.compose(&frame, VideoMode::pal, 101, {});
     EXPECT_TRUE(picture.blanked);
     EXPECT_EQ(picture.pixels[1000], 0U);
     EXPECT_EQ(picture.info.number, 5U) << "the newest frame is told although it is not seen";
@@ -97,7 +102,7 @@ TEST(Composition, BlankingHidesFramesUpToItsTimeAndNoneAfter) {
 TEST(Composition, TextIsWhiteWithADarkOutlineInTheUpperThird) {
     Composer composer;
     const Frame frame = greyFrame();
-    const Picture& picture = composer.compose(&frame, frame.mode, 0, {"Gate", "", ""});
+    const Picture& picture = composer.compose(&frame, VideoMode::pal, 0, {"Gate", "", ""});
     const Extent letters = extentOf(picture, white);
     const Extent outline = extentOf(picture, dark);
     ASSERT_TRUE(letters.any());
@@ -118,12 +123,12 @@ TEST(Composition, EveryLineHasItsOwnPlace) {
     for (std::size_t line = 0; line < alone.size(); ++line) {
         ScreenText text;
         text[line] = "Ag";
-        alone[line] = extentOf(composer.compose(&frame, frame.mode, 0, text), changed);
+        alone[line] = extentOf(composer.compose(&frame, VideoMode::pal, 0, text), changed);
         ASSERT_TRUE(alone[line].any());
     }
     EXPECT_LT(alone[0].last, alone[1].first);
     EXPECT_LT(alone[1].last, alone[2].first);
-    const Extent all = extentOf(composer.compose(&frame, frame.mode, 0, {"Ag", "Ag", "Ag"}), changed);
+    const Extent all = extentOf(composer.compose(&frame, VideoMode::pal, 0, {"Ag", "Ag", "Ag"}), changed);
     EXPECT_EQ(all.first, alone[0].first);
     EXPECT_EQ(all.last, alone[2].last);
     EXPECT_LT(all.last, 576 / 3);
@@ -136,12 +141,12 @@ TEST(Composition, LongTextsWrapAndStayInsideThePicture) {
         const Extent one = extentOf(composer.compose(&frame, mode, 0, {"Short", "", ""}), changed);
         const Extent wrapped = extentOf(composer.compose(&frame, mode, 0, {longText, "", ""}), changed);
         EXPECT_GT(wrapped.last - wrapped.first, (one.last - one.first) * 3) << "it takes several rows";
-        EXPECT_LT(wrapped.last, frame.height / 3);
+        EXPECT_LT(wrapped.last, frame.shape.height / 3);
         EXPECT_GT(wrapped.left, 20);
         EXPECT_LT(wrapped.right, 700);
         const Extent three =
             extentOf(composer.compose(&frame, mode, 0, {longText, longText, longText}), changed);
-        EXPECT_LT(three.last, frame.height * 2 / 5);
+        EXPECT_LT(three.last, frame.shape.height * 2 / 5);
         EXPECT_GT(three.left, 20);
         EXPECT_LT(three.right, 700);
     }
@@ -151,7 +156,8 @@ TEST(Composition, TextsOfAnyAlphabetAreDrawn) {
     Composer composer;
     const Frame frame = greyFrame();
     for (const char* text : {"Süd-Tor", "Вход", "Πύλη", "بوابة", "門", "é\xcc\x81"})
-        EXPECT_TRUE(extentOf(composer.compose(&frame, frame.mode, 0, {text, "", ""}), changed).any()) << text;
+        EXPECT_TRUE(extentOf(composer.compose(&frame, VideoMode::pal, 0, {text, "", ""}), changed).any())
+            << text;
 }
 
 TEST(Composition, InvalidTextsAreDrawnUpToTheirFault) {
@@ -162,24 +168,25 @@ TEST(Composition, InvalidTextsAreDrawnUpToTheirFault) {
          {std::string("\xff\xfe"
                       "A"),
           std::string("A\x01\x1b[31mB\nC\tD"), zeros, std::string(255, '\xc3'), std::string(255, 'W')}) {
-        const Extent extent = extentOf(composer.compose(&frame, frame.mode, 0, {text, text, text}), changed);
+        const Extent extent =
+            extentOf(composer.compose(&frame, VideoMode::pal, 0, {text, text, text}), changed);
         EXPECT_TRUE(extent.any());
-        EXPECT_LT(extent.last, frame.height * 2 / 5);
+        EXPECT_LT(extent.last, frame.shape.height * 2 / 5);
     }
-    EXPECT_FALSE(extentOf(composer.compose(&frame, frame.mode, 0, {"  \n", "\t", ""}), changed).any());
+    EXPECT_FALSE(extentOf(composer.compose(&frame, VideoMode::pal, 0, {"  \n", "\t", ""}), changed).any());
 }
 
 TEST(Composition, ClearedTextLeavesNothingBehind) {
     Composer composer;
     const Frame frame = greyFrame();
-    composer.compose(&frame, frame.mode, 0, {"A", "B", "C"});
-    EXPECT_EQ(composer.compose(&frame, frame.mode, 0, {}).pixels, frame.pixels);
+    composer.compose(&frame, VideoMode::pal, 0, {"A", "B", "C"});
+    EXPECT_EQ(composer.compose(&frame, VideoMode::pal, 0, {}).pixels, pixelsOf(frame));
 }
 
 TEST(Composition, TextIsShownOnABlankScreen) {
     Composer composer;
     const Frame frame = greyFrame();
-    const Picture& picture = composer.compose(&frame, frame.mode, 200, {"No connection", "", ""});
+    const Picture& picture = composer.compose(&frame, VideoMode::pal, 200, {"No connection", "", ""});
     EXPECT_TRUE(picture.blanked);
     EXPECT_TRUE(extentOf(picture, white).any());
 }
@@ -198,8 +205,10 @@ protected:
 TEST_F(CompositionFiles, PngHoldsThePicture) {
     Composer composer;
     Frame frame = greyFrame();
-    frame.pixels[0] = 0xff1020;
-    const Picture& picture = composer.compose(&frame, frame.mode, 0, {"Gate", "", ""});
+    frame.bytes[0] = 0x20;
+    frame.bytes[1] = 0x10;
+    frame.bytes[2] = 0xff;
+    const Picture& picture = composer.compose(&frame, VideoMode::pal, 0, {"Gate", "", ""});
     const fs::path path = root / "picture.png";
     ASSERT_TRUE(writePng(picture, path));
     cairo_surface_t* read = cairo_image_surface_create_from_png(path.c_str());
@@ -232,14 +241,14 @@ TEST_F(CompositionFiles, StoreIsComposedAsItIs) {
     Composer composer{FrameStore(path)};
     EXPECT_EQ(composer.compose().info.number, 0U);
     const Frame frame = greyFrame();
-    player.draw(frame.pixels.data(), 720, 576, 2880, 3);
+    player.draw(frame.view(), 3);
     EXPECT_EQ(composer.wait(0, 10'000), 1U);
     const Picture& shown = composer.compose();
     EXPECT_FALSE(shown.blanked);
-    EXPECT_EQ(shown.pixels, frame.pixels);
+    EXPECT_EQ(shown.pixels, pixelsOf(frame));
     player.blank();
     EXPECT_TRUE(composer.compose().blanked);
-    player.draw(frame.pixels.data(), 720, 576, 2880, 3);
+    player.draw(frame.view(), 3);
     EXPECT_FALSE(composer.compose().blanked);
 }
 

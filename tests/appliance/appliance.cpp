@@ -310,8 +310,7 @@ std::optional<FrameMark> Appliance::mark() {
     if (!store_.newest(frame)) {
         return std::nullopt;
     }
-    return readFrameMark(reinterpret_cast<const std::uint8_t*>(frame.pixels.data()), frame.width,
-                         frame.height, frame.width * 4);
+    return readFrameMark(frame.bytes.data(), frame.shape.width, frame.shape.height, frame.shape.width * 4);
 }
 
 int Appliance::playerPid() {

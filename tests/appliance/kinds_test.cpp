@@ -170,7 +170,13 @@ protected:
         if (!decoder->screen().newest(frame)) {
             return true;
         }
-        return std::ranges::all_of(frame.pixels, [](std::uint32_t pixel) { return (pixel & 0xe0e0e0) == 0; });
+        // The fourth byte of a pixel is unused.
+        for (std::size_t i = 0; i < frame.bytes.size(); ++i) {
+            if (i % 4 != 3 && frame.bytes[i] >= 0x20) {
+                return false;
+            }
+        }
+        return true;
     }
 
     // Selects the source and reads the screen until its picture moves. No reading finds a black picture or one of a

@@ -73,8 +73,8 @@ TEST(Start, PlaysInNtsc) {
     ASSERT_TRUE(decoder.showsMoving(0));
     screen::Frame frame;
     ASSERT_TRUE(decoder.screen().newest(frame));
-    EXPECT_EQ(frame.width, 720);
-    EXPECT_EQ(frame.height, 480);
+    EXPECT_EQ(frame.shape.width, 720);
+    EXPECT_EQ(frame.shape.height, 480);
 }
 
 TEST(Select, ShowsTheOtherSource) {

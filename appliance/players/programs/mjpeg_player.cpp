@@ -1,9 +1,9 @@
 // mjpeg_player: motion JPEG over HTTP, an endless multipart body with one JPEG picture in each part.
 #include "appliance/players/decoding/decoder_pipeline.h"
 #include "appliance/players/decoding/gst_start.h"
-#include "appliance/players/decoding/http_sound.h"
 #include "appliance/players/programs/stream_request.h"
 #include "appliance/players/showing/player.h"
+#include "appliance/players/sound/http_sound.h"
 #include "appliance/streams/http_stream.h"
 #include "appliance/streams/jpeg_check.h"
 #include "appliance/streams/multipart.h"
@@ -38,7 +38,7 @@ void receivePictures(const PlayerOptions& options, const StreamSink& sink, Decod
         httpSourceOf(options, requestTarget("/vexo-cgi/mjpg/video.cgi", options.streamOptions)), taker));
 }
 
-bool startMjpeg(const PlayerOptions& options, const StreamSink& sink, EndSession& /*endSession*/) {
+bool startMjpeg(const PlayerOptions& options, const StreamSink& sink, EndSession& endSession) {
     if (!startGStreamer({"app", "jpeg"}))
         return false;
     streams::startHttp();
@@ -47,8 +47,11 @@ bool startMjpeg(const PlayerOptions& options, const StreamSink& sink, EndSession
     if (!decoder->start(sink))
         return false;
     std::thread([&options, &sink, decoder] { receivePictures(options, sink, *decoder); }).detach();
-    if (options.audio)
-        playHttpSound(httpSourceOf(options, "/vexo-cgi/audio/receive.cgi"), sink, options.verbose);
+    if (options.audio) {
+        auto* sound = new SoundOutput(sink); // never destroyed: it has its own thread
+        endSession = [sound] { sound->end(soundEndMs); };
+        playHttpSound(httpSourceOf(options, "/vexo-cgi/audio/receive.cgi"), sink, *sound, options.verbose);
+    }
     return true;
 }
 

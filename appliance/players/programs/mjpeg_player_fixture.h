@@ -13,6 +13,7 @@
 #include <gtest/gtest.h>
 
 #include <csignal>
+#include <cstring>
 #include <optional>
 #include <string>
 #include <vector>
@@ -57,8 +58,8 @@ protected:
         screen::Frame frame;
         if (!store_.newest(frame))
             return std::nullopt;
-        return readFrameMark(reinterpret_cast<const std::uint8_t*>(frame.pixels.data()), frame.width,
-                             frame.height, 4 * frame.width);
+        return readFrameMark(frame.bytes.data(), frame.shape.width, frame.shape.height,
+                             4 * frame.shape.width);
     }
     std::uint64_t waitForFrames(std::uint64_t count) {
         std::uint64_t number = store_.newestInfo().number;
@@ -76,8 +77,11 @@ protected:
         EXPECT_EQ(store_.newestInfo().pid, pid);
     }
     std::uint32_t pixel(const screen::Frame& frame, int x, int y) {
-        return frame.pixels[static_cast<std::size_t>(y) * static_cast<std::size_t>(frame.width) +
-                            static_cast<std::size_t>(x)];
+        std::uint32_t colour = 0;
+        std::memcpy(&colour,
+                    &frame.bytes.at(std::size_t(4) * static_cast<std::size_t>(y * frame.shape.width + x)),
+                    sizeof colour);
+        return colour & 0xffffff;
     }
     // The exit status of a player that plays this script.
     std::optional<int> statusAgainst(scripted::Script script, int patienceMs = 400,

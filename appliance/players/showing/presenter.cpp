@@ -55,14 +55,19 @@ void Presenter::present(const GstVideoFrame& frame) {
     else
         keepReady(frame);
     const std::uint64_t hash = hashOf(frame);
-    if (lastChange_ == 0 ? !ready_.empty() : hash != hash_)
-        lastChange_ = gettimeusec();
+    if (lastChange_ == 0 && ready_.empty())
+        return;
+    lastPicture_ = gettimeusec();
+    if (lastChange_ == 0 || hash != hash_)
+        lastChange_ = lastPicture_;
     hash_ = hash;
 }
 
 void Presenter::draw(const GstVideoFrame& frame) {
-    screen::Drawing drawing = store_.draw();
-    if (!drawing || !converter_.convert(frame, drawing.pixels(), drawing.width(), drawing.height()))
+    const screen::VideoMode mode = store_.present() ? store_.mode() : options_.mode;
+    screen::Drawing drawing = store_.draw(screen::televisionShape(mode));
+    if (!drawing ||
+        !converter_.convert(frame, drawing.plane(0), drawing.shape().width, drawing.shape().height))
         return;
     drawing.commit(options_.source);
     lastDrawing_ = gettimeusec();
@@ -84,10 +89,10 @@ void Presenter::show() {
     const std::lock_guard guard(lock_);
     if (stopped_ || showing_ || !store_.takeOver(options_.mode))
         return;
-    const screen::VideoFormat& format = screen::formatOf(options_.mode);
-    if (!ready_.empty())
-        store_.draw(ready_.data(), format.width, format.height, 4 * static_cast<std::size_t>(format.width),
-                    options_.source);
+    if (!ready_.empty()) {
+        const auto* bytes = reinterpret_cast<const std::uint8_t*>(ready_.data());
+        store_.draw(screen::viewOf(screen::televisionShape(options_.mode), bytes), options_.source);
+    }
     showing_ = true;
     lastDrawing_ = gettimeusec();
     ready_ = {};
@@ -114,6 +119,11 @@ bool Presenter::showing() const {
 void Presenter::awaitShowing() {
     std::unique_lock guard(lock_);
     drawn_.wait(guard, [this] { return showing_; });
+}
+
+std::int64_t Presenter::lastPicture() const {
+    const std::lock_guard guard(lock_);
+    return lastPicture_;
 }
 
 std::int64_t Presenter::lastChange() const {

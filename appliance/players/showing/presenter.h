@@ -1,4 +1,4 @@
-// Shows the decoded pictures and notices when they stop changing.
+// Shows the decoded pictures and notices when they stop coming or changing.
 //
 // The stream's thread passes every decoded picture in. Until the player takes the screen over, the newest
 // picture is kept converted, so that it can be shown at once. From then on each picture is converted directly
@@ -45,7 +45,9 @@ public:
     bool showing() const;
     void awaitShowing();
 
-    // When the picture last changed, on gettimeusec()'s clock; 0: there was no picture yet. Any thread.
+    // When the last picture came, whether it was equal to the one before or not, and when the content last changed. On
+    // gettimeusec()'s clock; 0: there was no picture yet. Any thread.
+    std::int64_t lastPicture() const;
     std::int64_t lastChange() const;
 
 private:
@@ -64,6 +66,7 @@ private:
     GstVideoInfo info_{};
     std::vector<std::uint32_t> ready_; // the newest picture, converted, before the take-over; empty: none
     std::uint64_t hash_ = 0;
+    std::int64_t lastPicture_ = 0;
     std::int64_t lastChange_ = 0;
     std::int64_t lastDrawing_ = 0;
     bool showing_ = false;

@@ -74,7 +74,7 @@ protected:
     }
     screen::FrameStore store() { return screen::FrameStore(path()); }
     static int grey(const screen::Frame& frame, int x, int y) {
-        return static_cast<int>(frame.pixels.at(std::size_t(1) * y * frame.width + x) & 0xff);
+        return frame.bytes.at(std::size_t(4) * static_cast<std::size_t>(y * frame.shape.width + x));
     }
 
     fs::path root;

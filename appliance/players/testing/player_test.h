@@ -37,8 +37,8 @@ protected:
         screen::Frame frame;
         if (!store_.newest(frame))
             return std::nullopt;
-        return readFrameMark(reinterpret_cast<const std::uint8_t*>(frame.pixels.data()), frame.width,
-                             frame.height, 4 * frame.width);
+        return readFrameMark(frame.bytes.data(), frame.shape.width, frame.shape.height,
+                             4 * frame.shape.width);
     }
 
     // Waits until the screen shows a moving picture of that source.
