@@ -52,6 +52,8 @@ private:
         CLI::App* snapshot =
             add(Command::Snapshot, "snapshot", "Save what the monitor shows now as a PNG picture");
         snapshot->add_option("FILE", request.file, "The file to write; \"-\" is standard output")->required();
+        snapshot->add_option("--size", request.size, "The size of its screen (default: that of the monitor)")
+            ->type_name("WIDTHxHEIGHT");
         CLI::App* watch =
             add(Command::Watch, "watch",
                 "Print a line for each change of connection, source, texts, LED and frame rate");

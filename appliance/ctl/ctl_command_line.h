@@ -40,6 +40,7 @@ struct Request {
     std::string value;  // set; "-": a line of standard input
     std::string text;   // alarm
     std::string file;   // snapshot, check; "" when it is not given
+    std::string size;   // snapshot; "" when it is not given
     bool names = false; // sources, parameters: only the names
     bool hold = false;  // button
     bool force = false; // set

@@ -172,7 +172,7 @@ void runCommand(const Request& request) {
     case Command::Button:
         return answer(request, pressButton(request.hold));
     case Command::Snapshot:
-        return answer(request, saveSnapshot(request.file));
+        return answer(request, saveSnapshot(request.file, request.size));
     case Command::Watch:
         return watchDecoder(request.seconds, request.json, std::cout);
     case Command::Mute:

@@ -53,7 +53,7 @@ private:
                 continue;
             const screen::Picture& picture = composer.compose();
             const auto mark = readFrameMark(reinterpret_cast<const std::uint8_t*>(picture.pixels.data()),
-                                            picture.width, picture.height, 4 * picture.width);
+                                            picture.width(), picture.height(), 4 * picture.width());
             ++seen;
             if (!mark)
                 ++unreadable;
