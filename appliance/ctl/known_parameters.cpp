@@ -1,6 +1,7 @@
 #include "appliance/ctl/known_parameters.h"
 
 #include "appliance/ctl/nearest_name.h"
+#include "appliance/screen/screen_settings.h"
 
 #include <array>
 #include <strings.h>
@@ -16,6 +17,10 @@ constexpr std::array decoderTable{
     KnownParameter{"Decoder.AutoDetectTimeout", ValueKind::Number, AtConnect | AtDetection, 0, 600},
     KnownParameter{"Decoder.ShowDisconnectedMessage", ValueKind::YesNo, AtDisconnect},
     KnownParameter{"Decoder.VideoMode", ValueKind::Choice, AtPlayer, 0, 0, "pal|ntsc"},
+    KnownParameter{"Screen.Size", ValueKind::ChoiceOrSize, AtUse, 0, 0, "auto"},
+    KnownParameter{"Screen.Fit", ValueKind::Choice, AtUse, 0, 0, "bars|fill|crop"},
+    KnownParameter{"Screen.ShowName", ValueKind::ChoiceOrNumber, AtUse, 1, 3600, "no|always"},
+    KnownParameter{"Screen.ShowClock", ValueKind::YesNo, AtUse},
     KnownParameter{"Player.StillAfter", ValueKind::Number, AtUse, 0, day},
     KnownParameter{"Player.EndWhenStill", ValueKind::YesNo, AtUse},
     KnownParameter{"Sound.Enabled", ValueKind::YesNo, AtUse},
@@ -49,6 +54,9 @@ constexpr std::array sourceTable{
 constexpr std::array infoTable{
     KnownParameter{"Decoder.Info.CurrentSource", ValueKind::Number, AtUse, -1, 1000000},
     KnownParameter{"Decoder.Info.Connected", ValueKind::YesNo, AtUse},
+    KnownParameter{"Screen.Info.Size", ValueKind::Text, AtUse},
+    KnownParameter{"Screen.Info.MonitorPid", ValueKind::Text, AtUse},
+    KnownParameter{"Screen.Info.MonitorStart", ValueKind::Text, AtUse},
     KnownParameter{"Sound.Info.Muted", ValueKind::YesNo, AtUse},
 };
 
@@ -152,6 +160,12 @@ std::string takenText(const KnownParameter& parameter) {
         return joined(valueWords(parameter), " or ");
     case ValueKind::Number:
         return "a number from " + std::to_string(parameter.least) + " to " + std::to_string(parameter.most);
+    case ValueKind::ChoiceOrNumber:
+        return joined(valueWords(parameter), ", ") + " or a number from " + std::to_string(parameter.least) +
+               " to " + std::to_string(parameter.most);
+    case ValueKind::ChoiceOrSize:
+        return joined(valueWords(parameter), ", ") + " or a size, even numbers from " +
+               screen::sizeText(screen::smallestScreen) + " to " + screen::sizeText(screen::largestScreen);
     case ValueKind::Address:
         return "host or host:port";
     case ValueKind::Default:

@@ -12,10 +12,12 @@
 
 enum class ValueKind {
     YesNo,
-    Number,  // decimal, from `least` to `most`
-    Choice,  // one of the words in `words`, separated by '|'
-    Address, // host or host:port
-    Default, // "default" or a value that the encoder understands
+    Number,         // decimal, from `least` to `most`
+    Choice,         // one of the words in `words`, separated by '|'
+    ChoiceOrNumber, // one of the words, or a number from `least` to `most`
+    ChoiceOrSize,   // one of the words, or the size of a screen, WIDTHxHEIGHT
+    Address,        // host or host:port
+    Default,        // "default" or a value that the encoder understands
     Text,
 };
 

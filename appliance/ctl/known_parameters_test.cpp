@@ -53,6 +53,10 @@ TEST(Parameters, WordsOfYesNoAndOfChoices) {
     EXPECT_THAT(valueWords(*findParameter("Alarm.Enabled")), testing::ElementsAre("yes", "no"));
     EXPECT_THAT(valueWords(*findParameter("Decoder.VideoMode")), testing::ElementsAre("pal", "ntsc"));
     EXPECT_TRUE(valueWords(*findParameter("Encoder.Yard.Name")).empty());
+    EXPECT_THAT(valueWords(*findParameter("Screen.Size")), testing::ElementsAre("auto"));
+    EXPECT_EQ(takenText(*findParameter("Screen.Size")),
+              "auto or a size, even numbers from 160x120 to 3840x2160");
+    EXPECT_EQ(takenText(*findParameter("Screen.ShowName")), "no, always or a number from 1 to 3600");
 }
 
 // The cells of the row of docs/parameters.md whose first cell has the name in backticks; empty when there is none.

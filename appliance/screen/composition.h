@@ -24,7 +24,8 @@ namespace screen {
 class Composer {
 public:
     Composer(); // of this appliance's screen
-    explicit Composer(FrameStore store); // of another store, with this appliance's texts, parameters and sources
+    explicit Composer(
+        FrameStore store); // of another store, with this appliance's texts, parameters and sources
     Composer(Composer&&) noexcept;
     ~Composer();
 

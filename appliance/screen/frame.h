@@ -21,7 +21,7 @@ struct FrameInfo {
 struct Frame {
     FrameInfo info;
     PictureShape shape;
-    std::vector<std::uint8_t> bytes; // the planes as planesOf(shape) lays them out
+    std::vector<std::uint8_t> bytes; // planes as planesOf(shape) lays them out; 0 between rows
 
     PictureView view() const; // valid as long as `bytes`; its planes are null when `bytes` is too short
 };

@@ -33,6 +33,15 @@ constexpr std::int64_t memoryPauseUs = 1'000'000;
 // How often a reader begins again when its picture was overwritten. Three drawings have to complete while it looks.
 constexpr int readAttempts = 64;
 
+// What is between the rows is from earlier pictures in the same slot.
+void clearGaps(Frame& frame) {
+    for (const PlaneLayout& plane : planesOf(frame.shape))
+        for (int row = 0; row < plane.rows && plane.stride > plane.rowBytes; ++row)
+            std::memset(frame.bytes.data() + plane.offset + static_cast<std::size_t>(row) * plane.stride +
+                            plane.rowBytes,
+                        0, plane.stride - plane.rowBytes);
+}
+
 // Never touches memory behind the last row of `from`.
 void copyPlane(const std::uint8_t* from, std::size_t fromStride, std::uint8_t* to,
                const PlaneLayout& layout) {
@@ -116,8 +125,10 @@ bool FrameStore::newest(Frame& out) {
             scratch_.bytes.resize(bytesOf(picture.shape));
             std::memcpy(scratch_.bytes.data(), picture.plane[0], scratch_.bytes.size());
         });
-        if (whole)
+        if (whole) {
+            clearGaps(scratch_);
             std::swap(out, scratch_);
+        }
         if (whole || !called)
             return whole;
     }

@@ -13,7 +13,7 @@
 //     720x576, 1280x720            6.6     6.6, 14.8    the smallest store
 //     1920x1080                   12.5    33.2
 //     3840x2160                   49.8   132.7
-//     4096x4096                  100.7   268.5
+//     4096x4096                  100.7   268.4
 //
 // Guarantees, also across processes and when a process is killed while it draws:
 // - A reader gets one complete picture, never parts of two.

@@ -12,6 +12,8 @@
 #include <fstream>
 #include <random>
 #include <string>
+#include <sys/statvfs.h>
+#include <unistd.h>
 #include <vector>
 
 namespace screen {
@@ -21,11 +23,19 @@ namespace fs = std::filesystem;
 class FrameStoreFixture : public testing::Test {
 protected:
     FrameStoreFixture() {
-        char folder[] = "/tmp/frame-store-XXXXXX";
-        root = mkdtemp(folder);
+        std::string folder = parentFolder() + "/frame-store-XXXXXX";
+        root = mkdtemp(folder.data());
+        setenv("LIBCOMMON_LOG", "stderr", 1); // the first line of a process chooses the place of its log
         path = root / "run/decoder/screen/frames";
     }
     ~FrameStoreFixture() override { fs::remove_all(root); }
+
+    // Memory, as /run is, where there is enough of it: replacing files is slow on a busy disk.
+    static std::string parentFolder() {
+        struct statvfs room {};
+        const bool enough = statvfs("/dev/shm", &room) == 0 && room.f_bavail * room.f_frsize > (1ULL << 30);
+        return enough && access("/dev/shm", W_OK) == 0 ? "/dev/shm" : "/tmp";
+    }
 
     static PictureShape shaped(int width, int height, PixelFormat format = PixelFormat::i420) {
         PictureShape shape;

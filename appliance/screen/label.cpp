@@ -58,6 +58,36 @@ TextLayout oneRow(const std::string& text, const Measures& measures, int room) {
     return layout;
 }
 
+struct Row {
+    TextLayout layout;
+    int width = 0;
+    int height = 0;
+};
+
+Row rowOf(const std::string& text, const Measures& measures, int room) {
+    Row row{oneRow(text, measures, room), 0, 0};
+    row.width = text.empty() ? 0 : widthOf(row.layout);
+    row.height = sizeOf(row.layout).height;
+    return row;
+}
+
+// Both texts side by side in one box. The first one is cut when there is no room. `place` says where a box of some size
+// is on the screen.
+template<class Place>
+OverlayImage boxed(const std::string& first, const std::string& second, const Measures& measures,
+                   const Place& place) {
+    const Row right = rowOf(second, measures, measures.room);
+    const Row left = rowOf(first, measures, measures.room - right.width);
+    // Other alphabets may be higher.
+    const Size box{left.width + right.width + 2 * measures.space,
+                   std::max(left.height, right.height) + measures.space};
+    OverlayCanvas canvas(place(box));
+    drawBox(canvas.context(), box.width, box.height);
+    drawText(canvas.context(), left.layout, measures.space, (box.height - left.height) / 2);
+    drawText(canvas.context(), right.layout, measures.space + left.width, (box.height - right.height) / 2);
+    return canvas.finish();
+}
+
 OverlayImage render(const LabelParts& parts, Size screen, int row) {
     const Measures measures(screen);
     // The name has a layout of its own, so that it alone is cut, and a name from right to left turns only itself.
@@ -65,23 +95,23 @@ OverlayImage render(const LabelParts& parts, Size screen, int row) {
     std::string rest = joined(joined(drawable(parts.reason), parts.clock), parts.still);
     if (!name.empty() && !rest.empty())
         rest = separator + rest;
-    const TextLayout restLayout = oneRow(rest, measures, measures.room);
-    const int restWidth = rest.empty() ? 0 : widthOf(restLayout);
-    const TextLayout nameLayout = oneRow(name, measures, measures.room - restWidth);
-    const int nameWidth = name.empty() ? 0 : widthOf(nameLayout);
-    // Other alphabets may be higher.
-    const int height = std::max(sizeOf(nameLayout).height, sizeOf(restLayout).height);
-    const int boxHeight = height + measures.space;
-    OverlayCanvas canvas({measures.left, measures.bottom - (row + 1) * boxHeight - row * measures.space / 2,
-                          nameWidth + restWidth + 2 * measures.space, boxHeight});
-    cairo_t* context = canvas.context();
-    drawBox(context, nameWidth + restWidth + 2 * measures.space, boxHeight);
-    drawText(context, nameLayout, measures.space, (boxHeight - sizeOf(nameLayout).height) / 2);
-    drawText(context, restLayout, measures.space + nameWidth, (boxHeight - sizeOf(restLayout).height) / 2);
-    return canvas.finish();
+    return boxed(name, rest, measures, [&](Size box) {
+        const int top = measures.bottom - (row + 1) * box.height - row * measures.space / 2;
+        return Rectangle{measures.left, top, box.width, box.height};
+    });
 }
 
 } // namespace
+
+OverlayImage middleLabel(const std::string& text, Size screen) {
+    const std::string clean = drawable(text);
+    if (clean.empty())
+        return {};
+    return boxed(clean, "", Measures(screen), [&](Size box) {
+        return Rectangle{(screen.width - box.width) / 2, (screen.height - box.height) / 2, box.width,
+                         box.height};
+    });
+}
 
 bool Label::update(const LabelParts& parts, Size screen) {
     if (parts == parts_ && screen == screen_)

@@ -18,6 +18,9 @@ struct LabelParts {
     bool operator==(const LabelParts&) const = default;
 };
 
+// A text in such a box in the middle of the screen, as a mark in place of a picture. An empty text has an empty image.
+OverlayImage middleLabel(const std::string& text, Size screen);
+
 // One label. For one thread at a time.
 class Label {
 public:

@@ -4,121 +4,35 @@
 #include "appliance/screen/frame.h"
 #include "appliance/screen/picture.h"
 
-#include <cmath>
 #include <cstdint>
 #include <functional>
-#include <vector>
 
 namespace screen::reference {
 
-struct Colour {
-    double red = 0;
-    double green = 0;
-    double blue = 0;
-};
+// The samples of a picture: plane 0 is Y, 1 U and 2 V, each at places of its own plane; for bgrx red, green and blue.
+using Samples = std::function<int(int plane, int x, int y)>;
 
-inline int byteOf(double value) {
-    return static_cast<int>(std::lround(std::fmin(std::fmax(value, 0), 255)));
-}
+PictureShape shapeOf(int width, int height, PixelFormat format);
 
-// The exact colour of Y, U and V.
-inline Colour colourOf(int y, int u, int v, ColourMatrix matrix, bool fullRange) {
-    const double redShare = matrix == ColourMatrix::bt709 ? 0.2126 : 0.299;
-    const double blueShare = matrix == ColourMatrix::bt709 ? 0.0722 : 0.114;
-    const double bright = fullRange ? y : (y - 16) * 255.0 / 219;
-    const double blueness = (u - 128) * (fullRange ? 1 : 255.0 / 224);
-    const double redness = (v - 128) * (fullRange ? 1 : 255.0 / 224);
-    const double red = bright + 2 * (1 - redShare) * redness;
-    const double blue = bright + 2 * (1 - blueShare) * blueness;
-    return {red,
-            (bright - redShare * (bright + 2 * (1 - redShare) * redness) -
-             blueShare * (bright + 2 * (1 - blueShare) * blueness)) /
-                (1 - redShare - blueShare),
-            blue};
-}
+// A picture with these samples, as the store has it.
+Frame frameOf(const PictureShape& shape, const Samples& samples);
 
-inline std::uint32_t packed(const Colour& colour) {
-    return static_cast<std::uint32_t>(byteOf(colour.red) << 16 | byteOf(colour.green) << 8 |
-                                      byteOf(colour.blue));
-}
-
-// The largest difference of a channel.
-inline int difference(std::uint32_t a, std::uint32_t b) {
-    int largest = 0;
-    for (const int shift : {0, 8, 16}) {
-        const int one = static_cast<int>(a >> shift & 255);
-        const int other = static_cast<int>(b >> shift & 255);
-        largest = std::max(largest, std::abs(one - other));
-    }
-    return largest;
-}
-
-inline PictureShape shapeOf(int width, int height, PixelFormat format) {
-    PictureShape shape;
-    shape.width = width;
-    shape.height = height;
-    shape.format = format;
-    return shape;
-}
-
-// What the samples of a picture are; for bgrx the red, green and blue of a pixel.
-using Samples =
-    std::function<int(int plane, int x, int y)>; // plane 0 Y, 1 U, 2 V; U and V at their own places
-
-// A picture with these samples, in the memory layout of the store.
-inline Frame frameOf(const PictureShape& shape, const Samples& samples) {
-    Frame frame;
-    frame.shape = shape;
-    frame.bytes.resize(bytesOf(shape), 0xee);
-    const PlaneLayouts planes = planesOf(shape);
-    const auto at = [&](std::size_t plane, int y, std::size_t byte) -> std::uint8_t& {
-        return frame.bytes.at(planes[plane].offset + static_cast<std::size_t>(y) * planes[plane].stride +
-                              byte);
-    };
-    for (int y = 0; y < shape.height; ++y)
-        for (int x = 0; x < shape.width; ++x) {
-            const auto column = static_cast<std::size_t>(x);
-            if (shape.format != PixelFormat::bgrx) {
-                at(0, y, column) = static_cast<std::uint8_t>(samples(0, x, y));
-                continue;
-            }
-            for (int channel = 0; channel < 3; ++channel)
-                at(0, y, 4 * column + 2 - static_cast<std::size_t>(channel)) =
-                    static_cast<std::uint8_t>(samples(channel, x, y));
-        }
-    if (shape.format == PixelFormat::bgrx)
-        return frame;
-    for (int y = 0; y < (shape.height + 1) / 2; ++y)
-        for (int x = 0; x < (shape.width + 1) / 2; ++x)
-            for (int colour = 1; colour < 3; ++colour) {
-                const bool pairs = shape.format == PixelFormat::nv12;
-                const std::size_t plane = pairs ? 1 : static_cast<std::size_t>(colour);
-                const std::size_t byte = static_cast<std::size_t>(pairs ? 2 * x + colour - 1 : x);
-                at(plane, y, byte) = static_cast<std::uint8_t>(samples(colour, x, y));
-            }
-    return frame;
-}
-
-// The exact pixel at (x, y) of a picture with these samples.
-inline std::uint32_t pixelOf(const PictureShape& shape, const Samples& samples, int x, int y) {
-    if (shape.format == PixelFormat::bgrx)
-        return static_cast<std::uint32_t>(samples(0, x, y) << 16 | samples(1, x, y) << 8 | samples(2, x, y));
-    return packed(colourOf(samples(0, x, y), samples(1, x / 2, y / 2), samples(2, x / 2, y / 2), shape.matrix,
-                           shape.fullRange));
-}
+// The exact pixel at (x, y) of a picture with these samples, 0x00RRGGBB.
+std::uint32_t pixelOf(const PictureShape& shape, const Samples& samples, int x, int y);
 
 // A zone plate: rings that become finer towards the edges, up to one pixel, in slowly changing colours. It shows each
 // scaling, shift and wrong row.
-inline Samples zonePlate(int width, int height) {
-    return [=](int plane, int x, int y) {
-        if (plane == 1)
-            return 64 + x * 128 / width;
-        if (plane == 2)
-            return 64 + y * 256 / height % 128;
-        const double dx = x - width / 2.0;
-        const double dy = y - height / 2.0;
-        return static_cast<int>(126 + 100 * std::cos(M_PI * (dx * dx + dy * dy) / width));
-    };
-}
+Samples zonePlate(int width, int height);
+
+// The largest difference of a channel of two pixels.
+int difference(std::uint32_t a, std::uint32_t b);
+
+struct Differences {
+    int largest = 0;
+    double average = 0;
+};
+
+// Compares all pixels with `wanted`.
+Differences compare(const Picture& picture, const std::function<std::uint32_t(int x, int y)>& wanted);
 
 } // namespace screen::reference

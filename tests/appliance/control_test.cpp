@@ -257,6 +257,8 @@ TEST_F(Control, SnapshotIsAPng) {
     EXPECT_THAT(finished.output, HasSubstr("the screen is blank"));
     EXPECT_THAT(appliance::readFile(file), StartsWith("\x89PNG"));
     EXPECT_THAT(ctl({"snapshot", "-"}).output, StartsWith("\x89PNG"));
+    EXPECT_THAT(ctl({"snapshot", file, "--size", "1280x720"}).output, HasSubstr("1280x720"));
+    EXPECT_THAT(ctl({"snapshot", file, "--size", "1281x720"}).errors, HasSubstr("is not a size"));
     const Finished refused = ctl({"snapshot", root + "/no/such/folder/shot.png"});
     EXPECT_EQ(refused.status, 1);
     EXPECT_THAT(refused.errors, HasSubstr("No such file or directory"));

@@ -6,6 +6,7 @@
 #include "appliance/players/testing/test_pictures.h"
 #include "appliance/screen/frame_store.h"
 #include "tests/appliance/isolation.h"
+#include "tests/support/screen_picture.h"
 
 #include <libcommon/clock.h>
 
@@ -13,7 +14,6 @@
 #include <gtest/gtest.h>
 
 #include <csignal>
-#include <cstring>
 #include <optional>
 #include <string>
 #include <vector>
@@ -58,8 +58,7 @@ protected:
         screen::Frame frame;
         if (!store_.newest(frame))
             return std::nullopt;
-        return readFrameMark(frame.bytes.data(), frame.shape.width, frame.shape.height,
-                             4 * frame.shape.width);
+        return screen::markIn(frame);
     }
     std::uint64_t waitForFrames(std::uint64_t count) {
         std::uint64_t number = store_.newestInfo().number;
@@ -75,13 +74,6 @@ protected:
         while (store_.newestInfo().pid != pid && gettimeusec() < until)
             store_.wait(store_.newestInfo().number, 20);
         EXPECT_EQ(store_.newestInfo().pid, pid);
-    }
-    std::uint32_t pixel(const screen::Frame& frame, int x, int y) {
-        std::uint32_t colour = 0;
-        std::memcpy(&colour,
-                    &frame.bytes.at(std::size_t(4) * static_cast<std::size_t>(y * frame.shape.width + x)),
-                    sizeof colour);
-        return colour & 0xffffff;
     }
     // The exit status of a player that plays this script.
     std::optional<int> statusAgainst(scripted::Script script, int patienceMs = 400,

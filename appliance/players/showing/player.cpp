@@ -165,7 +165,7 @@ LinkActions Player::linkActions() {
 }
 
 void Player::run(const StartStream& startStream) {
-    const StreamSink sink{[this](GstSample* sample) { presenter_.picture(sample); },
+    const StreamSink sink{[this](const screen::PictureView& picture) { presenter_.picture(picture); },
                           [this](const std::string& reason) { reports_.streamEnded(reason); },
                           [this] { return presenter_.showing(); }, [this] { presenter_.awaitShowing(); }};
     if (!startStream(options_, sink, endSession_))
