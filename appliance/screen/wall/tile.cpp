@@ -108,9 +108,11 @@ bool Tile::visitFrame(const std::function<void(const PictureView&)>& visit) {
         return false;
     bool visited = false;
     const bool whole = store_.visitNewest([&](const PictureView& picture, const FrameInfo& info) {
-        visited = info == look_.info && picture.shape == look_.shape;
-        if (visited)
-            visit(picture);
+        visited = picture.shape == look_.shape;
+        if (!visited)
+            return;
+        look_.info = info;
+        visit(picture);
     });
     return whole && visited;
 }

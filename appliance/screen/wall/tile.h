@@ -26,7 +26,8 @@ public:
     // What the tile shows on a screen of that size. Valid until the next call of look() or tick().
     const Look& look(Size size, std::int64_t now);
 
-    // Like Composer::visitFrame().
+    // Like Composer::visitFrame(), but also with a newer frame of the same shape, which the look is of from then on. In a
+    // large wall there is often a newer one by the time that the last tile is drawn.
     bool visitFrame(const std::function<void(const PictureView&)>& visit);
 
     // The store has a newer frame than look() is of.
