@@ -126,12 +126,11 @@ bool WallTest::becomesMarked(const Rectangle& at, bool marked) {
     return eventually([&] { return isMarked(at) == marked; });
 }
 
-std::vector<int> WallTest::tileProcesses(std::size_t number) const {
-    std::vector<int> pids;
+int WallTest::tileProcess(std::size_t number) const {
     for (const std::string& process : appliance::processesUnder(root(number)))
         if (process.find("decoder-tile") != std::string::npos)
-            pids.push_back(std::stoi(process));
-    return pids;
+            return std::stoi(process);
+    return -1;
 }
 
 } // namespace screen

@@ -51,8 +51,8 @@ protected:
     bool isMarked(const Rectangle& at);                              // as a decoder that has stopped, now
     bool becomesMarked(const Rectangle& at, bool marked);
 
-    // The pids of the tile processes of a root.
-    std::vector<int> tileProcesses(std::size_t number) const;
+    // The pid of the tile process of that root; -1: there is none now.
+    int tileProcess(std::size_t number) const;
 
     std::filesystem::path folder;
     std::unique_ptr<x_server::XServer> server;
