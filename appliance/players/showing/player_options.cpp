@@ -61,7 +61,8 @@ constexpr std::array<Option, 20> knownOptions{{
 constexpr bool frontKnowsTheLetters() {
     std::size_t withValue = 0;
     for (const Option& option : knownOptions) {
-        if ((front::lettersWithValue.find(option.letter) != std::string_view::npos) != (option.value != nullptr))
+        if ((front::lettersWithValue.find(option.letter) != std::string_view::npos) !=
+            (option.value != nullptr))
             return false;
         withValue += option.value != nullptr ? 1 : 0;
     }
