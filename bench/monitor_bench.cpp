@@ -49,6 +49,8 @@ struct Options {
     double worst = 40;
     double ratio = 1.25;
     std::vector<std::string> streams{"h264", "mjpeg"};
+    std::string sink = "ximagesink";
+    std::string backEnd = "auto";
 };
 
 void sleepMs(int milliseconds) {
@@ -56,12 +58,14 @@ void sleepMs(int milliseconds) {
 }
 
 // decoder-monitor on that server, for the appliance below that root.
-std::unique_ptr<Process> startMonitor(const XServer& server, const std::string& root) {
-    return std::make_unique<Process>(
-        std::vector<std::string>{Appliance::program("decoder-monitor"), "--fullscreen"},
-        std::map<std::string, std::string>{
-            {"DISPLAY", server.display()}, {"WAYLAND_DISPLAY", ""}, {"APPLIANCE_ROOT", root}},
-        "");
+std::unique_ptr<Process> startMonitor(const Options& options, const XServer& server,
+                                      const std::string& root) {
+    return std::make_unique<Process>(std::vector<std::string>{Appliance::program("decoder-monitor"),
+                                                              "--fullscreen", "--back-end", options.backEnd},
+                                     std::map<std::string, std::string>{{"DISPLAY", server.display()},
+                                                                        {"WAYLAND_DISPLAY", ""},
+                                                                        {"APPLIANCE_ROOT", root}},
+                                     "");
 }
 
 void endMonitor(Process& monitor) {
@@ -126,7 +130,7 @@ int measureGap(const Options& options) {
         decoder.addEncoder(name, sizeArguments(options));
     decoder.setManual();
     decoder.start();
-    const auto monitor = startMonitor(server, decoder.root());
+    const auto monitor = startMonitor(options, server, decoder.root());
     bench::joinAppliance(decoder);
     bench::DisplayWatch watch(server.display(), options.width, options.height);
     if (!awaitSource(watch, 0)) {
@@ -199,8 +203,8 @@ struct Stream {
     std::function<std::string(const std::string& address)> pipeline;
 };
 
-Stream streamOf(const std::string& name) {
-    const std::string show = " ! videoconvert ! ximagesink sync=false";
+Stream streamOf(const std::string& name, const std::string& sink) {
+    const std::string show = " ! videoconvert ! " + sink + " sync=false";
     if (name == "h264")
         return {{"--codec", "h264", "--kinds", "rtsp-tcp"},
                 {{"VideoSourceType", "rtsp-tcp"}},
@@ -235,7 +239,7 @@ Cost costOfPipeline(const Options& options, const std::string& pipeline) {
 
 Cost costOfDecoder(const Options& options, Appliance& decoder) {
     XServer server(options.width, options.height);
-    const auto monitor = startMonitor(server, decoder.root());
+    const auto monitor = startMonitor(options, server, decoder.root());
     bench::DisplayWatch watch(server.display(), options.width, options.height);
     if (!awaitSource(watch, 0))
         throw std::runtime_error("the monitor shows nothing");
@@ -258,7 +262,7 @@ void printCost(const char* what, const Cost& cost) {
 
 // Both, one after the other, several times. Returns the median ratio of their CPU times.
 double compareCost(const Options& options, const std::string& name) {
-    const Stream stream = streamOf(name);
+    const Stream stream = streamOf(name, options.sink);
     Appliance decoder;
     std::vector<std::string> arguments = sizeArguments(options);
     arguments.insert(arguments.end(), stream.encoder.begin(), stream.encoder.end());
@@ -305,7 +309,7 @@ int measureDelay(const Options& options) {
     bench::PictureServer camera(pictures);
     player::FakeSupervisor supervisor;
     XServer server(options.width, options.height);
-    const auto monitor = startMonitor(server, player::FakeSupervisor::root());
+    const auto monitor = startMonitor(options, server, player::FakeSupervisor::root());
     const pid_t pid = supervisor.start(Appliance::program("mjpeg_player"),
                                        {"-m", "pal", "-o", "tv", "-n", "3", "-r", "10000", "-P",
                                         std::to_string(camera.port()), "127.0.0.1"});
@@ -346,8 +350,10 @@ int main(int argc, char** argv) {
     Options options;
     CLI::App app{"Measures the monitor on the pixels of a screen."};
     app.require_subcommand(1);
+    app.fallthrough(); // inherited by the subcommands, so that the common options may follow them
     app.add_option("--width", options.width, "width of pictures and screen")->check(CLI::Range(160, 1920));
     app.add_option("--height", options.height, "height of pictures and screen")->check(CLI::Range(120, 1080));
+    app.add_option("--back-end", options.backEnd, "of the monitor: auto, memory, gpu");
     app.add_flag("--assert", options.assertLimits, "exit 1 when a limit is passed");
     app.add_option("--median", options.median, "gap, delay: largest median, milliseconds");
     app.add_option("--worst", options.worst, "gap: largest; delay: 99th percentile, milliseconds");
@@ -358,6 +364,8 @@ int main(int argc, char** argv) {
     cost->add_option("--rounds", options.rounds, "measurements of each")->check(CLI::Range(1, 100));
     cost->add_option("--ratio", options.ratio, "largest median ratio of CPU times");
     cost->add_option("--streams", options.streams, "h264, mjpeg")->check(CLI::IsMember({"h264", "mjpeg"}));
+    cost->add_option("--sink", options.sink, "what shows the pipeline's pictures")
+        ->check(CLI::IsMember({"ximagesink", "xvimagesink", "glimagesink"}));
     CLI::App* delay = app.add_subcommand("delay", "from a picture's arrival to its pixels");
     delay->add_option("--pictures", options.pictures, "how many pictures")->check(CLI::Range(10, 100'000));
     bench::WallOptions several;
