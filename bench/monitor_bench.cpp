@@ -373,7 +373,6 @@ int main(int argc, char** argv) {
     wall->add_option("--decoders", several.decoders, "how many")->check(CLI::Range(1, 9));
     wall->add_option("--seconds", several.seconds, "length of the measurement")->check(CLI::Range(1, 600));
     wall->add_option("--rate", several.rate, "least frames per second of each decoder");
-    app.fallthrough();
     CLI11_PARSE(app, argc, argv);
     if (const std::string reason = XServer::whyNot(); !reason.empty()) {
         std::cout << "skipped: " << reason << '\n';
