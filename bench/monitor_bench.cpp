@@ -3,6 +3,7 @@
 //   gap     the time from the last picture of the old source to the first of the new one
 //   cost    CPU time and memory of the players and the monitor, beside a pipeline that decodes and shows the same stream
 //   delay   the time from a picture's arrival at the player to its pixels on the screen
+//   wall    frames per second and CPU time of several decoders side by side
 
 #include "appliance/players/testing/fake_supervisor.h"
 #include "appliance/players/testing/test_pictures.h"
@@ -11,6 +12,7 @@
 #include "bench/picture_server.h"
 #include "bench/process_cost.h"
 #include "bench/switching.h"
+#include "bench/wall_cost.h"
 #include "tests/support/programs.h"
 #include "tests/support/x_server.h"
 
@@ -374,13 +376,20 @@ int main(int argc, char** argv) {
         ->check(CLI::IsMember({"ximagesink", "xvimagesink", "glimagesink"}));
     CLI::App* delay = app.add_subcommand("delay", "from a picture's arrival to its pixels");
     delay->add_option("--pictures", options.pictures, "how many pictures")->check(CLI::Range(10, 100'000));
+    bench::WallOptions several;
+    CLI::App* wall = app.add_subcommand("wall", "frames per second and CPU time of a wall of decoders");
+    wall->add_option("--decoders", several.decoders, "how many")->check(CLI::Range(1, 9));
+    wall->add_option("--seconds", several.seconds, "length of the measurement")->check(CLI::Range(1, 600));
+    wall->add_option("--rate", several.rate, "least frames per second of each decoder");
     CLI11_PARSE(app, argc, argv);
     if (const std::string reason = XServer::whyNot(); !reason.empty()) {
         std::cout << "skipped: " << reason << '\n';
         return skipped;
     }
     try {
+        several.assertLimits = options.assertLimits;
         return gap->parsed()    ? measureGap(options)
+               : wall->parsed() ? bench::measureWall(several)
                : cost->parsed() ? measureCost(options)
                                 : measureDelay(options);
     } catch (const std::exception& error) {
