@@ -347,7 +347,7 @@ int measureDelay(const Options& options) {
               << bench::histogram(delays, 5, "ms");
     const bool good = delays.count() == static_cast<std::size_t>(options.pictures) &&
                       delays.median() <= medianLimit && delays.percentile(99) <= worstLimit;
-    std::cout << (good ? "within" : "NOT within") << " the limits: median " << options.median
+    std::cout << (good ? "within" : "NOT within") << " the limits: median " << medianLimit
               << " ms, 99 of 100 within " << worstLimit << " ms\n";
     return options.assertLimits && !good ? 1 : 0;
 }
