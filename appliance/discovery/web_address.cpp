@@ -1,19 +1,12 @@
 #include "appliance/discovery/web_address.h"
 
 #include <algorithm>
-#include <arpa/inet.h>
-#include <array>
 #include <charconv>
-#include <cstring>
 #include <curl/curl.h>
-#include <ifaddrs.h>
 #include <initializer_list>
 #include <memory>
-#include <net/if.h>
 
 namespace {
-
-constexpr std::size_t maxNetworks = 64;
 
 using Url = std::unique_ptr<CURLU, decltype(&curl_url_cleanup)>;
 
@@ -60,22 +53,6 @@ std::optional<WebAddress> readUrl(std::string_view text, std::initializer_list<s
     return known && !address.host.empty() && isPlain(address.url()) ? std::optional(address) : std::nullopt;
 }
 
-std::uint32_t numberOf(const sockaddr* address) {
-    sockaddr_in in{};
-    std::memcpy(&in, address, sizeof in);
-    return ntohl(in.sin_addr.s_addr);
-}
-
-bool isUsable(const ifaddrs& one, const std::string& interface) {
-    const unsigned wanted = IFF_UP | IFF_RUNNING;
-    if (one.ifa_addr == nullptr || one.ifa_netmask == nullptr || one.ifa_addr->sa_family != AF_INET ||
-        (one.ifa_flags & wanted) != wanted) {
-        return false;
-    }
-    // An interface that the user names is tried even if the kernel does not mark it for groups, as with lo.
-    return interface.empty() ? (one.ifa_flags & IFF_MULTICAST) != 0 : interface == one.ifa_name;
-}
-
 } // namespace
 
 std::string WebAddress::hostAndPort() const {
@@ -93,37 +70,6 @@ std::optional<WebAddress> readServiceUrl(std::string_view text) {
 
 std::optional<WebAddress> readStreamUrl(std::string_view text) {
     return readUrl(text, {"rtsp", "rtsps", "http", "https"});
-}
-
-std::optional<std::uint32_t> ipv4Of(const std::string& text) {
-    in_addr address{};
-    if (inet_pton(AF_INET, text.c_str(), &address) != 1) {
-        return std::nullopt;
-    }
-    return ntohl(address.s_addr);
-}
-
-std::string ipv4Text(std::uint32_t address) {
-    const in_addr in{htonl(address)};
-    std::array<char, INET_ADDRSTRLEN> text{};
-    inet_ntop(AF_INET, &in, text.data(), text.size());
-    return text.data();
-}
-
-std::vector<LocalNetwork> localNetworks(const std::string& interface) {
-    std::vector<LocalNetwork> networks;
-    ifaddrs* all = nullptr;
-    if (getifaddrs(&all) != 0) {
-        return networks;
-    }
-    for (const ifaddrs* one = all; one != nullptr && networks.size() < maxNetworks; one = one->ifa_next) {
-        if (isUsable(*one, interface)) {
-            networks.push_back({one->ifa_name, if_nametoindex(one->ifa_name), numberOf(one->ifa_addr),
-                                numberOf(one->ifa_netmask)});
-        }
-    }
-    freeifaddrs(all);
-    return networks;
 }
 
 ChosenAddress chooseAddress(const std::vector<std::string>& named, std::uint32_t sender,

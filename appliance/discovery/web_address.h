@@ -1,6 +1,8 @@
 // Addresses that devices name: of their services, and of their streams.
 #pragma once
 
+#include "appliance/discovery/local_network.h"
+
 #include <cstdint>
 #include <optional>
 #include <string>
@@ -23,24 +25,6 @@ constexpr std::size_t maxUrlBytes = 2000;
 // Nothing if the text is no URL with a host and one of these schemes, is too long, or has blanks or control characters.
 std::optional<WebAddress> readServiceUrl(std::string_view text); // http, https
 std::optional<WebAddress> readStreamUrl(std::string_view text);  // also rtsp, rtsps
-
-// An IPv4 network of this machine. Addresses are in host byte order.
-struct LocalNetwork {
-    std::string interface;
-    unsigned interfaceIndex = 0;
-    std::uint32_t address = 0; // our own
-    std::uint32_t mask = 0;
-
-    bool contains(std::uint32_t other) const { return (address & mask) == (other & mask); }
-};
-
-// Nothing if the text is not the four numbers of an IPv4 address.
-std::optional<std::uint32_t> ipv4Of(const std::string& text);
-std::string ipv4Text(std::uint32_t address);
-
-// The IPv4 networks of all interfaces that are up and can send to groups; of `interface` alone if it is not empty.
-// At most 64.
-std::vector<LocalNetwork> localNetworks(const std::string& interface);
 
 // Which of the addresses that a device names is used.
 struct ChosenAddress {
