@@ -1,7 +1,7 @@
 #include "appliance/encoder/onvif/onvif_facts.h"
 
 #include "appliance/encoder/device/authenticator.h"
-#include "appliance/encoder/network/media_path.h"
+#include "appliance/serving/media_path.h"
 
 namespace {
 
