@@ -24,6 +24,7 @@ public:
         addReports();
         addEvents();
         addParameters();
+        addCameras();
     }
 
     CLI::App& app() { return app_; }
@@ -121,6 +122,25 @@ private:
                 "there are any");
         check->add_option("FILE", request.file,
                           "The file (default: the decoder's own); \"-\" is standard input");
+    }
+
+    void addCameras() {
+        DiscoverRequest& wanted = request.discover;
+        CLI::App* discover =
+            add(Command::Discover, "discover",
+                "Find ONVIF cameras in the local network: their names, addresses and streams");
+        discover->add_option("ADDRESS", wanted.address, "Ask this camera only: HOST or HOST:PORT");
+        discover->add_option("--timeout", wanted.timeout, "The time for everything (default 10)")
+            ->check(CLI::Range(1.0, 600.0))
+            ->type_name("SECONDS");
+        discover->add_option("--interface", wanted.interface, "Search this network interface only")
+            ->type_name("NAME");
+        CLI::Option* user = discover->add_option("--user", wanted.user, "Ask the cameras with this user name")
+                                ->type_name("NAME");
+        CLI::Option* password = discover->add_flag("--password-stdin", wanted.passwordStdin,
+                                                   "The password is a line of standard input");
+        user->needs(password);
+        password->needs(user);
     }
 
     CLI::App app_;

@@ -1,6 +1,8 @@
 // The command line of decoderctl.
 #pragma once
 
+#include "appliance/ctl/discover_request.h"
+
 #include <iosfwd>
 #include <string>
 #include <variant>
@@ -26,6 +28,7 @@ enum class Command {
     Snapshot,
     Watch,
     Sweep,
+    Discover,
     Mute,
     Unmute,
     Volume,
@@ -46,7 +49,8 @@ struct Request {
     bool force = false; // set
     int volume = 0;     // volume: percent
     double seconds = 0; // watch; 0: until it is interrupted
-    double wait = 15;   // connect, disconnect: the longest wait in seconds
+    DiscoverRequest discover;
+    double wait = 15; // connect, disconnect: the longest wait in seconds
 };
 
 inline constexpr int usageStatus = 2;

@@ -3,6 +3,7 @@
 #include "appliance/ctl/connection.h"
 #include "appliance/ctl/ctl_command_line.h"
 #include "appliance/ctl/decoder_status.h"
+#include "appliance/ctl/discover_command.h"
 #include "appliance/ctl/explanation.h"
 #include "appliance/ctl/in_force.h"
 #include "appliance/ctl/json_text.h"
@@ -186,6 +187,8 @@ void runCommand(const Request& request) {
         return answer(request, setSoundVolume(request.volume));
     case Command::Sweep:
         return answer(request, sweepAppliance());
+    case Command::Discover:
+        return discover(request.discover, request.json, std::cin, std::cout);
     }
 }
 

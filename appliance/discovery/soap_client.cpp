@@ -84,6 +84,7 @@ struct SoapClient::HttpAnswer {
     long status = 0; // 0: no answer
     Received received;
     std::string mistake;
+    bool notHttp = false;
 };
 
 void SoapClient::prepareProcess() {
@@ -141,6 +142,7 @@ SoapClient::HttpAnswer SoapClient::post(const WebAddress& service, const std::st
     curl_slist_free_all(headers);
     if (code != CURLE_OK) {
         answer.mistake = curl_easy_strerror(code);
+        answer.notHttp = code == CURLE_UNSUPPORTED_PROTOCOL || code == CURLE_WEIRD_SERVER_REPLY;
         answer.status = answer.received.tooLong ? answer.status : 0;
     }
     return answer;
@@ -155,6 +157,9 @@ SoapReply SoapClient::ask(const WebAddress& service, const std::string& body, bo
     }
     if (answer.received.tooLong) {
         return {SoapOutcome::NotUnderstood, {}, "its answer is too long"};
+    }
+    if (answer.notHttp) {
+        return {SoapOutcome::NotUnderstood, {}, "its answer is not HTTP"};
     }
     if (answer.status == 0) {
         return {SoapOutcome::NoConnection, {}, answer.mistake};

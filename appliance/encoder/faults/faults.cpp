@@ -41,6 +41,7 @@ constexpr std::array<Row, faultCount> rows{{
     {Fault::NoRtcp, "no-rtcp", false, 0, "RTSP: send no RTCP"},
     {Fault::SoapGarbage, "soap-garbage", false, 0, "ONVIF: answer with broken XML"},
     {Fault::SoapBomb, "soap-bomb", false, 0, "ONVIF: answer with XML entities that expand to gigabytes"},
+    {Fault::SilentSearch, "silent-search", false, 0, "ONVIF: answer no searches"},
     {Fault::ProbeGarbage, "probe-garbage", false, 0, "ONVIF: answer searches with random bytes"},
     {Fault::ForeignAddress, "foreign-address", false, 0, "ONVIF: name an address in another network"},
     {Fault::Clock, "clock", true, 86400, "clock=S: ONVIF: the clock is S seconds ahead"},

@@ -35,6 +35,7 @@ enum class Fault {
     NoRtcp,
     SoapGarbage,
     SoapBomb,
+    SilentSearch,
     ProbeGarbage,
     ForeignAddress,
     Clock,

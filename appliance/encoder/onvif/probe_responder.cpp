@@ -133,7 +133,7 @@ void ProbeResponder::answerOne() {
 void ProbeResponder::answer(const std::string& messageId, std::uint32_t client,
                             std::uint16_t clientPort) const {
     const FaultSet faults = faults_.current();
-    if (faults.has(Fault::Refuse) || faults.has(Fault::Silent))
+    if (faults.has(Fault::Refuse) || faults.has(Fault::SilentSearch))
         return;
     const int fd = socketTo(placeOf(client, clientPort), address_);
     if (fd < 0)
