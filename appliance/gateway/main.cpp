@@ -1,5 +1,6 @@
 // `camera-gateway`. Its options are in service/gateway_options.h.
 #include "appliance/gateway/service/gateway_options.h"
+#include "appliance/gateway/service/probe.h"
 #include "appliance/gateway/service/service.h"
 #include "appliance/streams/http_stream.h"
 #include "appliance/streams/stream_description.h"
@@ -45,10 +46,14 @@ int main(int argc, char** argv) {
     streams::startHttp();
     if (signals < 0 || !streams::startDescriptions())
         return 1;
+    if (commandLine.options->probe || commandLine.options->readUrl)
+        return gateway::probeCamera(commandLine.options->probe);
     gateway::EventLoop loop;
     gateway::Service service(loop);
     loop.watch(signals, EPOLLIN, [&loop](std::uint32_t /*events*/) { loop.end(); });
-    if (const std::string error = service.start(portFor(*commandLine.options)); !error.empty()) {
+    if (const std::string error =
+            service.start(portFor(*commandLine.options), commandLine.options->port.has_value());
+        !error.empty()) {
         std::fprintf(stderr, "camera-gateway: %s\n", error.c_str());
         return 1;
     }

@@ -1,6 +1,6 @@
 #include "appliance/players/showing/player.h"
 
-#include "appliance/players/showing/arguments.h"
+#include "appliance/front/arguments.h"
 #include "appliance/players/showing/exit_code.h"
 #include "appliance/players/showing/presenter.h"
 #include "appliance/players/showing/stillness.h"
@@ -275,7 +275,7 @@ void Player::end(ExitCode code, const char* reason) {
 
 int runPlayer(Kind kind, int argc, char** argv, const StartStream& startStream) {
     const int signals = openSignals();
-    Arguments arguments(argc, argv);
+    front::Arguments arguments(argc, argv);
     static const ParsedOptions& parsed =
         *new ParsedOptions(parseOptions(kind, arguments.count(), arguments.values()));
     if (!parsed.options)

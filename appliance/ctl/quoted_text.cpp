@@ -1,7 +1,0 @@
-#include "appliance/ctl/quoted_text.h"
-
-#include <libcommon/text.h>
-
-std::string inQuotes(std::string_view text) {
-    return '"' + libcommon::printable(text) + '"';
-}

@@ -1,0 +1,7 @@
+#include "appliance/operating/quoted_text.h"
+
+#include <libcommon/text.h>
+
+std::string inQuotes(std::string_view text) {
+    return '"' + libcommon::printable(text) + '"';
+}
