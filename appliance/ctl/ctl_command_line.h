@@ -46,6 +46,8 @@ struct Request {
     std::string source;               // source, explain, select, alarm, remove, rename: as typed
     std::vector<std::string> sources; // order: as typed
     std::string url;                  // add
+    int found = 0;                    // add: number of a camera that discover found; 0: none
+    std::string profile;              // add: which stream of that camera; "": main
     std::string user;                 // add; "" when it is not given
     bool passwordInput = false;       // add: the password is a line of standard input
     bool unchecked = false;           // add: without a connection to the camera

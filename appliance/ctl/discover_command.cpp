@@ -1,15 +1,13 @@
 #include "appliance/ctl/discover_command.h"
 
 #include "appliance/ctl/json_text.h"
-#include "appliance/ctl/refused.h"
-#include "appliance/discovery/found_cameras.h"
+#include "appliance/ctl/source_commands.h"
 
 #include <libcommon/text.h>
 
 #include <algorithm>
 #include <array>
 #include <cstdio>
-#include <istream>
 #include <nlohmann/json.hpp>
 #include <ostream>
 #include <vector>
@@ -88,14 +86,6 @@ void widen(std::vector<std::size_t>& widths, const Row& row) {
     }
 }
 
-std::string readPassword(std::istream& in) {
-    std::string password;
-    if (!std::getline(in, password) || password.empty()) {
-        throw Refused("--password-stdin: standard input has no password");
-    }
-    return password;
-}
-
 } // namespace
 
 std::string discoveryText(const Discovery& discovery) {
@@ -123,14 +113,26 @@ std::string discoveryText(const Discovery& discovery) {
     return text;
 }
 
-void discover(const DiscoverRequest& request, bool json, std::istream& in, std::ostream& out) {
+SourceToAdd sourceToAdd(int found, const std::string& profile, const std::string& name,
+                        const std::string& url) {
+    if (found == 0) {
+        return {name, url};
+    }
+    SourceToAdd source = sourceFromDiscovery(readFoundCameras(foundCamerasFile()), found, profile);
+    if (!name.empty()) {
+        source.name = name;
+    }
+    return source;
+}
+
+void discover(const DiscoverRequest& request, bool json, std::ostream& out) {
     DiscoveryOptions options;
     options.seconds = request.timeout;
     options.interface = request.interface;
     options.address = request.address;
     options.credentials.user = request.user;
-    if (request.passwordStdin) {
-        options.credentials.password = readPassword(in);
+    if (!request.user.empty()) {
+        options.credentials.password = readPassword(request.passwordStdin);
     }
     Discovery found = discoverCameras(options);
     const std::string file = foundCamerasFile();

@@ -1,9 +1,7 @@
 #include "appliance/ctl/discover_command.h"
 
-#include "appliance/ctl/refused.h"
-
+#include <algorithm>
 #include <gtest/gtest.h>
-#include <sstream>
 
 namespace {
 
@@ -54,12 +52,10 @@ TEST(DiscoveryText, TextsOfCamerasArePrintableAndShort) {
     EXPECT_EQ(std::ranges::count(text, '\n'), 4);
 }
 
-TEST(Discover, PasswordHasToBeOnStandardInput) {
-    DiscoverRequest request;
-    request.passwordStdin = true;
-    std::istringstream in("");
-    std::ostringstream out;
-    EXPECT_THROW(discover(request, false, in, out), Refused);
+TEST(SourceToAdd, IsWhatTheUserTypesWithoutADiscovery) {
+    const SourceToAdd source = sourceToAdd(0, "", "Yard", "rtsp://10.0.0.5/");
+    EXPECT_EQ(source.name, "Yard");
+    EXPECT_EQ(source.url, "rtsp://10.0.0.5/");
 }
 
 } // namespace

@@ -146,11 +146,12 @@ void sendAlarm(const Request& request) {
 }
 
 std::string addNamedSource(const Request& request) {
-    CameraAccess access{request.url, request.user, ""};
+    const SourceToAdd source = sourceToAdd(request.found, request.profile, request.name, request.url);
+    CameraAccess access{source.url, request.user, ""};
     if (!request.user.empty() || request.passwordInput) {
         access.password = readPassword(request.passwordInput);
     }
-    return addSource(request.name, access, request.unchecked);
+    return addSource(source.name, access, request.unchecked);
 }
 
 std::string orderNamedSources(const Request& request) {
@@ -229,7 +230,7 @@ void runCommand(const Request& request) {
     case Command::Sweep:
         return answer(request, sweepAppliance());
     case Command::Discover:
-        return discover(request.discover, request.json, std::cin, std::cout);
+        return discover(request.discover, request.json, std::cout);
     }
 }
 
