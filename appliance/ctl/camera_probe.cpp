@@ -1,6 +1,6 @@
 #include "appliance/ctl/camera_probe.h"
 
-#include "appliance/ctl/refused.h"
+#include "appliance/operating/refused.h"
 
 #include <cerrno>
 #include <climits>

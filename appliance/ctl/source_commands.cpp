@@ -5,9 +5,11 @@
 #include "appliance/ctl/connection.h"
 #include "appliance/ctl/known_parameters.h"
 #include "appliance/ctl/parameter_check.h"
-#include "appliance/ctl/quoted_text.h"
-#include "appliance/ctl/refused.h"
 #include "appliance/ctl/source_sections.h"
+#include "appliance/operating/decoder_events.h"
+#include "appliance/operating/quoted_text.h"
+#include "appliance/operating/refused.h"
+#include "appliance/operating/running_decoder.h"
 
 #include <libcommon/events.h>
 #include <libcommon/parameter_lines.h>

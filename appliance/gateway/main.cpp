@@ -10,6 +10,7 @@
 
 #include <csignal>
 #include <cstdio>
+#include <cstdlib>
 #include <sys/signalfd.h>
 #include <unistd.h>
 
@@ -42,11 +43,14 @@ int main(int argc, char** argv) {
         return commandLine.exitStatus;
     }
     std::signal(SIGPIPE, SIG_IGN);
+    const bool probes = commandLine.options->probe || commandLine.options->readUrl;
+    if (probes)
+        setenv("LIBCOMMON_LOG", "/dev/null", 1); // what goes wrong is in the answer
     const int signals = endSignals();
     streams::startHttp();
     if (signals < 0 || !streams::startDescriptions())
         return 1;
-    if (commandLine.options->probe || commandLine.options->readUrl)
+    if (probes)
         return gateway::probeCamera(commandLine.options->probe);
     gateway::EventLoop loop;
     gateway::Service service(loop);
