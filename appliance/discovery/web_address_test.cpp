@@ -38,9 +38,9 @@ TEST(WebAddress, UserAndPasswordAreDropped) {
 
 TEST(WebAddress, OnlyKnownSchemesAreTaken) {
     EXPECT_EQ(service("rtsp://10.0.0.5/"), "refused");
-    EXPECT_EQ(service("file:///etc/passwd"), "refused");
+    EXPECT_EQ(service("file:/etc/passwd"), "refused");
     EXPECT_EQ(service("gopher://10.0.0.5/"), "refused");
-    EXPECT_EQ(stream("file:///etc/passwd"), "refused");
+    EXPECT_EQ(stream("file:/etc/passwd"), "refused");
     EXPECT_EQ(stream("rtsps://10.0.0.5/1"), "rtsps://10.0.0.5/1");
     EXPECT_EQ(stream("http://10.0.0.5/1"), "http://10.0.0.5/1");
 }

@@ -110,7 +110,7 @@ TEST_F(Discover, FindsCamerasAndTheirStreams) {
     addCamera("lan", "10.77.0.11",
               {"--name", "Loading dock", "--kinds", "mjpeg,rtsp-unicast", "--codec", "h264", "--inputs", "2",
                "--bitrate", "500"});
-    addCamera("lan", "10.77.0.12", {"--name", "Yard", "--http", "8080"});
+    addCamera("lan", "10.77.0.12", {"--name", "Yard"});
     const Finished table = discover({});
     EXPECT_EQ(table.status, 0) << table.errors;
     EXPECT_EQ(
@@ -120,8 +120,8 @@ TEST_F(Discover, FindsCamerasAndTheirStreams) {
         "      Input 1 JPEG  JPEG   64x48  5/s  http://10.77.0.11:80/vexo-cgi/mjpg/video.cgi?camera=1\n"
         "      Input 2 H264  H.264  64x48  5/s  rtsp://10.77.0.11:80/mpeg4/2/media.orv\n"
         "      Input 2 JPEG  JPEG   64x48  5/s  http://10.77.0.11:80/vexo-cgi/mjpg/video.cgi?camera=2\n"
-        "2  Yard          10.77.0.12:8080  ready\n"
-        "      Input 1 JPEG  JPEG   64x48  5/s  http://10.77.0.12:8080/vexo-cgi/mjpg/video.cgi?camera=1\n");
+        "2  Yard          10.77.0.12:80  ready\n"
+        "      Input 1 JPEG  JPEG   64x48  5/s  http://10.77.0.12:80/vexo-cgi/mjpg/video.cgi?camera=1\n");
     const json result = discovered({});
     EXPECT_EQ(result["cameras"][0]["streams"][0]["bitrate"], 500);
     EXPECT_EQ(result["cameras"][0]["model"], "Network Video Encoder");
@@ -155,6 +155,25 @@ TEST_F(Discover, ResultIsKeptWithoutThePassword) {
     struct stat info {};
     ASSERT_EQ(stat(file.c_str(), &info), 0);
     EXPECT_EQ(info.st_mode & 0777, 0600U);
+}
+
+TEST_F(Discover, CameraIsAddedByItsNumber) {
+    addCamera("lan", "10.77.0.11", {"--name", "Loading dock", "--kinds", "mjpeg,rtsp-tcp"});
+    std::filesystem::create_directories(root + "/etc/decoder");
+    appliance::writeFile(root + "/etc/decoder/decoder.conf", "[Decoder]\nSequenceMode = auto\n");
+    const auto add = [&](Words arguments) {
+        arguments.insert(arguments.begin(), {HOUSE_PROGRAMS "/decoderctl", "add", "--unchecked"});
+        return appliance::runToEnd(arguments, {{"APPLIANCE_ROOT", root}});
+    };
+    EXPECT_THAT(add({"--from-discovery", "1"}).errors, HasSubstr("run decoderctl discover first"));
+    discovered({});
+    EXPECT_EQ(add({"--from-discovery", "1"}).status, 0);
+    EXPECT_EQ(add({"--from-discovery", "1", "Second", "--profile", "Input 1 JPEG"}).status, 0);
+    EXPECT_THAT(add({"--from-discovery", "2"}).errors, HasSubstr("none has the number 2"));
+    const std::string written = appliance::readFile(root + "/etc/decoder/decoder.conf");
+    EXPECT_THAT(written, HasSubstr("[Encoder.Loading dock]\nURL = rtsp://10.77.0.11:80/mpeg4/1/media.orv\n"));
+    EXPECT_THAT(written,
+                HasSubstr("[Encoder.Second]\nURL = http://10.77.0.11:80/vexo-cgi/mjpg/video.cgi?camera=1\n"));
 }
 
 TEST_F(Discover, EveryInterfaceIsSearchedOrOne) {

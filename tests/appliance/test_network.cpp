@@ -67,6 +67,11 @@ void TestNetwork::addBridge(const std::string& bridge, const std::string& addres
     ip("link set " + bridge + "b up");
 }
 
+void TestNetwork::addDefaultRoute(const std::string& bridge) {
+    ip("route del 224.0.0.0/4 dev lo");
+    ip("route add default dev " + bridge);
+}
+
 std::size_t TestNetwork::addHost(const std::string& bridge, const std::string& address) {
     const std::size_t number = hosts_.size();
     hosts_.push_back(std::make_unique<Process>(

@@ -22,6 +22,9 @@ public:
     // A bridge of this process, with its own address: addBridge("lan", "10.77.0.1/24").
     void addBridge(const std::string& bridge, const std::string& address);
 
+    // Sends everything else over this bridge, multicasts of programs that choose no interface included.
+    void addDefaultRoute(const std::string& bridge);
+
     // A host with one address in the network of a bridge. Returns its number.
     std::size_t addHost(const std::string& bridge, const std::string& address);
 

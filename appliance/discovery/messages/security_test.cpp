@@ -6,8 +6,8 @@
 
 namespace {
 
-// The example that the specification of the token prints.
-TEST(Security, DigestIsThatOfTheSpecification) {
+// A well-known example of such a token.
+TEST(Security, DigestIsThatOfAKnownExample) {
     const std::string nonce = bytesOfBase64("LKqI6G/AikKCQrN0zqZFlg==");
     EXPECT_EQ(tokenDigest(nonce, "2010-09-16T07:50:45Z", "userpassword"), "tuOSpGlFlIXsozq4HFNeeGeFLEI=");
 }

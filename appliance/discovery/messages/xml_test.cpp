@@ -33,7 +33,7 @@ TEST(Xml, DocumentTypeIsRefused) {
     const XmlResult result = readXml("<!DOCTYPE x [<!ENTITY a \"aaaa\"><!ENTITY b \"&a;&a;\">]><x>&b;</x>");
     EXPECT_FALSE(result.root);
     EXPECT_EQ(result.mistake, "it has a document type, which is not allowed");
-    EXPECT_FALSE(readXml("<!DOCTYPE x SYSTEM \"file:///etc/passwd\"><x/>").root);
+    EXPECT_FALSE(readXml("<!DOCTYPE x SYSTEM \"file:/etc/passwd\"><x/>").root);
 }
 
 TEST(Xml, UnknownEntityIsRefused) {
