@@ -4,6 +4,7 @@
 #include "appliance/ctl/in_force.h"
 #include "appliance/ctl/quoted_text.h"
 #include "appliance/ctl/refused.h"
+#include "appliance/sound/sound_control.h"
 
 #include <libcommon/display.h>
 #include <libcommon/params.h>
@@ -133,6 +134,27 @@ std::string flushDetections() {
                "(decoderctl apply: now, after a change of the configuration)";
     }
     return heldBack ? "what was detected is forgotten when the lock ends" : "what was detected is forgotten";
+}
+
+std::string muteSound(bool muted) {
+    requireRunningAppliance();
+    if (!sound::setMuted(muted)) {
+        throw Refused("Sound.Info.Muted can't be written " + applianceText());
+    }
+    const sound::Settings now = sound::settings();
+    if (muted) {
+        return "the sound is muted";
+    }
+    return now.enabled ? "the sound plays at " + std::to_string(now.volume) + "% of its volume"
+                       : "the sound is no longer muted, but Sound.Enabled is \"no\"";
+}
+
+std::string setSoundVolume(int percent) {
+    if (!sound::setVolume(percent)) {
+        throw Refused("Sound.Volume can't be written " + applianceText());
+    }
+    return "the volume is " + std::to_string(percent) + '%' +
+           (sound::settings().muted ? "; the sound is muted" : "");
 }
 
 std::string pressButton(bool hold) {

@@ -20,5 +20,9 @@ std::string lockDecoder();
 std::string endLock();
 std::string flushDetections();
 
+// The sound of the player on the screen; in force within a second.
+std::string muteSound(bool muted);
+std::string setSoundVolume(int percent);
+
 // Presses the button file. A held press reads as '2', a short one as '1'.
 std::string pressButton(bool hold);

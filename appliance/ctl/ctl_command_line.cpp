@@ -52,6 +52,8 @@ private:
         CLI::App* snapshot =
             add(Command::Snapshot, "snapshot", "Save what the monitor shows now as a PNG picture");
         snapshot->add_option("FILE", request.file, "The file to write; \"-\" is standard output")->required();
+        snapshot->add_option("--size", request.size, "The size of its screen (default: that of the monitor)")
+            ->type_name("WIDTHxHEIGHT");
         CLI::App* watch =
             add(Command::Watch, "watch",
                 "Print a line for each change of connection, source, texts, LED and frame rate");
@@ -76,6 +78,10 @@ private:
         addWait(add(Command::Disconnect, "disconnect", "Stop playing until connect, select or the button"));
         CLI::App* button = add(Command::Button, "button", "Press the video-select button");
         button->add_flag("--hold", request.hold, "Hold it instead: disconnects");
+        add(Command::Mute, "mute", "Mute the sound");
+        add(Command::Unmute, "unmute", "Play the sound again");
+        CLI::App* volume = add(Command::Volume, "volume", "Set the volume of the sound");
+        volume->add_option("PERCENT", request.volume, "0 to 100")->required()->check(CLI::Range(0, 100));
         add(Command::Sweep, "sweep",
             "Remove what dead decoders left behind: players, barriers, queues, semaphores, files; refused "
             "while one runs");

@@ -26,6 +26,9 @@ enum class Command {
     Snapshot,
     Watch,
     Sweep,
+    Mute,
+    Unmute,
+    Volume,
 };
 
 struct Request {
@@ -37,9 +40,11 @@ struct Request {
     std::string value;  // set; "-": a line of standard input
     std::string text;   // alarm
     std::string file;   // snapshot, check; "" when it is not given
+    std::string size;   // snapshot; "" when it is not given
     bool names = false; // sources, parameters: only the names
     bool hold = false;  // button
     bool force = false; // set
+    int volume = 0;     // volume: percent
     double seconds = 0; // watch; 0: until it is interrupted
     double wait = 15;   // connect, disconnect: the longest wait in seconds
 };

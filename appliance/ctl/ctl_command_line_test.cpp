@@ -47,6 +47,7 @@ TEST(CommandLine, EveryCommandIsKnown) {
         {{"disconnect"}, Command::Disconnect},
         {{"button"}, Command::Button},
         {{"snapshot", "a.png"}, Command::Snapshot},
+        {{"snapshot", "--size", "1280x720", "a.png"}, Command::Snapshot},
         {{"watch"}, Command::Watch},
         {{"sweep"}, Command::Sweep},
     };

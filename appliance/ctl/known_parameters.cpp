@@ -1,6 +1,7 @@
 #include "appliance/ctl/known_parameters.h"
 
 #include "appliance/ctl/nearest_name.h"
+#include "appliance/screen/screen_settings.h"
 
 #include <array>
 #include <strings.h>
@@ -16,6 +17,15 @@ constexpr std::array decoderTable{
     KnownParameter{"Decoder.AutoDetectTimeout", ValueKind::Number, AtConnect | AtDetection, 0, 600},
     KnownParameter{"Decoder.ShowDisconnectedMessage", ValueKind::YesNo, AtDisconnect},
     KnownParameter{"Decoder.VideoMode", ValueKind::Choice, AtPlayer, 0, 0, "pal|ntsc"},
+    KnownParameter{"Screen.Size", ValueKind::ChoiceOrSize, AtUse, 0, 0, "auto"},
+    KnownParameter{"Screen.Fit", ValueKind::Choice, AtUse, 0, 0, "bars|fill|crop"},
+    KnownParameter{"Screen.ShowName", ValueKind::ChoiceOrNumber, AtUse, 1, 3600, "no|always"},
+    KnownParameter{"Screen.ShowClock", ValueKind::YesNo, AtUse},
+    KnownParameter{"Player.StillAfter", ValueKind::Number, AtUse, 0, day},
+    KnownParameter{"Player.EndWhenStill", ValueKind::YesNo, AtUse},
+    KnownParameter{"Sound.Enabled", ValueKind::YesNo, AtUse},
+    KnownParameter{"Sound.Device", ValueKind::Text, AtUse},
+    KnownParameter{"Sound.Volume", ValueKind::Number, AtUse, 0, 100},
     KnownParameter{"Alarm.Enabled", ValueKind::YesNo, AtUse},
     KnownParameter{"Alarm.DisplayTime", ValueKind::Number, AtUse, 0, day},
     KnownParameter{"Buttons.VideoSelectEnabled", ValueKind::YesNo, AtUse},
@@ -44,6 +54,10 @@ constexpr std::array sourceTable{
 constexpr std::array infoTable{
     KnownParameter{"Decoder.Info.CurrentSource", ValueKind::Number, AtUse, -1, 1000000},
     KnownParameter{"Decoder.Info.Connected", ValueKind::YesNo, AtUse},
+    KnownParameter{"Screen.Info.Size", ValueKind::Text, AtUse},
+    KnownParameter{"Screen.Info.MonitorPid", ValueKind::Text, AtUse},
+    KnownParameter{"Screen.Info.MonitorStart", ValueKind::Text, AtUse},
+    KnownParameter{"Sound.Info.Muted", ValueKind::YesNo, AtUse},
 };
 
 struct ReadingWords {
@@ -62,7 +76,7 @@ constexpr std::array readingWords{
     ReadingWords{AtUse, "use", "now"},
 };
 
-constexpr std::string_view infoGroup = "Decoder.Info.";
+constexpr std::string_view infoSection = ".Info"; // the end of each section of file 1
 
 bool beginsWith(std::string_view name, std::string_view group) {
     return name.size() > group.size() && sameName(name.substr(0, group.size()), group);
@@ -114,11 +128,16 @@ std::span<const KnownParameter> infoParameters() {
 }
 
 int parameterFile(std::string_view name) {
-    return beginsWith(name, infoGroup) ? 1 : 0;
+    const std::size_t dot = name.rfind('.');
+    if (dot == std::string_view::npos || dot + 1 == name.size() || dot <= infoSection.size() ||
+        beginsWith(name, sourceGroup)) {
+        return 0;
+    }
+    return sameName(name.substr(dot - infoSection.size(), infoSection.size()), infoSection) ? 1 : 0;
 }
 
 const KnownParameter* findParameter(std::string_view name) {
-    if (beginsWith(name, infoGroup)) {
+    if (parameterFile(name) == 1) {
         return findIn(infoTable, name);
     }
     if (beginsWith(name, sourceGroup)) {
@@ -141,6 +160,12 @@ std::string takenText(const KnownParameter& parameter) {
         return joined(valueWords(parameter), " or ");
     case ValueKind::Number:
         return "a number from " + std::to_string(parameter.least) + " to " + std::to_string(parameter.most);
+    case ValueKind::ChoiceOrNumber:
+        return joined(valueWords(parameter), ", ") + " or a number from " + std::to_string(parameter.least) +
+               " to " + std::to_string(parameter.most);
+    case ValueKind::ChoiceOrSize:
+        return joined(valueWords(parameter), ", ") + " or a size, even numbers from " +
+               screen::sizeText(screen::smallestScreen) + " to " + screen::sizeText(screen::largestScreen);
     case ValueKind::Address:
         return "host or host:port";
     case ValueKind::Default:

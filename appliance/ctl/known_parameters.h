@@ -12,10 +12,12 @@
 
 enum class ValueKind {
     YesNo,
-    Number,  // decimal, from `least` to `most`
-    Choice,  // one of the words in `words`, separated by '|'
-    Address, // host or host:port
-    Default, // "default" or a value that the encoder understands
+    Number,         // decimal, from `least` to `most`
+    Choice,         // one of the words in `words`, separated by '|'
+    ChoiceOrNumber, // one of the words, or a number from `least` to `most`
+    ChoiceOrSize,   // one of the words, or the size of a screen, WIDTHxHEIGHT
+    Address,        // host or host:port
+    Default,        // "default" or a value that the encoder understands
     Text,
 };
 
@@ -45,7 +47,7 @@ std::span<const KnownParameter> decoderParameters();
 // Keys of a source's section [Encoder.NAME] (file 0).
 std::span<const KnownParameter> sourceParameters();
 
-// Values that the supervisor publishes about itself (file 1). No program acts on them.
+// Values that programs of the decoder publish (file 1).
 std::span<const KnownParameter> infoParameters();
 
 // The section prefix of a source, "Encoder.".
@@ -54,7 +56,7 @@ inline constexpr std::string_view sourceGroup = "Encoder.";
 // Compares two names of parameters, which ignore case.
 bool sameName(std::string_view a, std::string_view b);
 
-// 1 for the names that the supervisor writes ("Decoder.Info.*"), else 0.
+// 1 for the names that programs of the decoder write ("Decoder.Info.*", "Sound.Info.*"), else 0.
 int parameterFile(std::string_view name);
 
 // The parameter of that full name ("Encoder.Front door.Address" included), or null. Names ignore case.

@@ -25,6 +25,11 @@ TEST(Parameters, InfoParametersAreInTheirOwnFile) {
     EXPECT_EQ(parameterFile("decoder.info.connected"), 1);
     EXPECT_EQ(parameterFile("Decoder.Connected"), 0);
     EXPECT_EQ(parameterFile("Decoder.Info."), 0);
+    EXPECT_EQ(parameterFile("Sound.Info.Muted"), 1);
+    EXPECT_EQ(parameterFile("Sound.Volume"), 0);
+    EXPECT_EQ(parameterFile("Info"), 0);
+    EXPECT_EQ(parameterFile(".Info.Muted"), 0);
+    EXPECT_EQ(parameterFile("Encoder.Door.Info.Address"), 0) << "a source's name may have dots";
     EXPECT_EQ(parameterFile("Encoder.Yard.Address"), 0);
 }
 
@@ -48,6 +53,10 @@ TEST(Parameters, WordsOfYesNoAndOfChoices) {
     EXPECT_THAT(valueWords(*findParameter("Alarm.Enabled")), testing::ElementsAre("yes", "no"));
     EXPECT_THAT(valueWords(*findParameter("Decoder.VideoMode")), testing::ElementsAre("pal", "ntsc"));
     EXPECT_TRUE(valueWords(*findParameter("Encoder.Yard.Name")).empty());
+    EXPECT_THAT(valueWords(*findParameter("Screen.Size")), testing::ElementsAre("auto"));
+    EXPECT_EQ(takenText(*findParameter("Screen.Size")),
+              "auto or a size, even numbers from 160x120 to 3840x2160");
+    EXPECT_EQ(takenText(*findParameter("Screen.ShowName")), "no, always or a number from 1 to 3600");
 }
 
 // The cells of the row of docs/parameters.md whose first cell has the name in backticks; empty when there is none.

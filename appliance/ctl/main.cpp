@@ -172,9 +172,15 @@ void runCommand(const Request& request) {
     case Command::Button:
         return answer(request, pressButton(request.hold));
     case Command::Snapshot:
-        return answer(request, saveSnapshot(request.file));
+        return answer(request, saveSnapshot(request.file, request.size));
     case Command::Watch:
         return watchDecoder(request.seconds, request.json, std::cout);
+    case Command::Mute:
+        return answer(request, muteSound(true));
+    case Command::Unmute:
+        return answer(request, muteSound(false));
+    case Command::Volume:
+        return answer(request, setSoundVolume(request.volume));
     case Command::Sweep:
         return answer(request, sweepAppliance());
     }

@@ -3,6 +3,7 @@
 
 #include <string>
 
-// Writes the composed picture (frame, texts, blanking) as PNG to `file`, "-" for standard output. Returns
-// what was saved; throws Refused when no decoder runs or the file can't be written.
-std::string saveSnapshot(const std::string& file);
+// Writes the composed picture (frame, texts, label, blanking) as PNG to `file`, "-" for standard output. `size`
+// (WIDTHxHEIGHT) is the size of its screen; "": that of the monitor. Returns what was saved; throws Refused when no
+// decoder runs, the file can't be written or the size is not allowed.
+std::string saveSnapshot(const std::string& file, const std::string& size);

@@ -13,8 +13,8 @@ namespace {
 
 // The status values of a source, in the order in which they are printed.
 constexpr std::array statusKeys{
-    "ErrorCode", "VideoSourceType", "ConnectMode",          "Audio",   "AudioFormat", "APIVersion",
-    "Model",     "ImageRotation",   "NumberOfVideoSources", "BitRate", "FrameRate",   "Resolution",
+    "ErrorCode",     "VideoSourceType",      "ConnectMode", "Audio",     "AudioFormat", "APIVersion", "Model",
+    "ImageRotation", "NumberOfVideoSources", "BitRate",     "FrameRate", "Resolution",  "Still",
 };
 
 std::string valueOf(const std::vector<std::pair<std::string, std::string>>& pairs, std::string_view key) {

@@ -3,6 +3,7 @@
 #include "appliance/ctl/address_check.h"
 #include "appliance/ctl/nearest_name.h"
 #include "appliance/ctl/quoted_text.h"
+#include "appliance/screen/screen_settings.h"
 
 #include <algorithm>
 #include <charconv>
@@ -63,6 +64,11 @@ std::optional<Mistake> mistakeIn(const KnownParameter& parameter, std::string_vi
         return isNumberWithin(value, parameter.least, parameter.most)
                    ? std::nullopt
                    : takes(takenText(parameter), value, "write digits only");
+    case ValueKind::ChoiceOrNumber:
+        return isNumberWithin(value, parameter.least, parameter.most) ? std::nullopt
+                                                                      : wordMistake(parameter, value);
+    case ValueKind::ChoiceOrSize:
+        return screen::screenSize(value) ? std::nullopt : wordMistake(parameter, value);
     case ValueKind::Address: {
         const std::string mistake = addressMistake(value);
         return mistake.empty() ? std::nullopt : std::optional<Mistake>({inQuotes(value) + ' ' + mistake, ""});

@@ -31,6 +31,25 @@ TEST(ValueCheck, ChoicesAreExactAndTheNearestIsProposed) {
               "rtsp-http, not \"h264\"; write one of them");
 }
 
+TEST(ValueCheck, ScreenTakesWordsOrSizesOrSeconds) {
+    for (const char* value : {"auto", "160x120", "1280x720", "3840x2160"}) {
+        EXPECT_EQ(mistakeOf("Screen.Size", value), "") << value;
+    }
+    for (const char* value :
+         {"Auto", "1281x720", "158x120", "3842x2160", "1280", "1280x", "x720", "1280x720x1", "-2x2"}) {
+        EXPECT_NE(mistakeOf("Screen.Size", value), "") << value;
+    }
+    EXPECT_EQ(
+        mistakeOf("Screen.Size", "1280*720"),
+        "takes auto or a size, even numbers from 160x120 to 3840x2160, not \"1280*720\"; write one of them");
+    for (const char* value : {"no", "always", "1", "3600"}) {
+        EXPECT_EQ(mistakeOf("Screen.ShowName", value), "") << value;
+    }
+    for (const char* value : {"0", "3601", "yes", "5 s"}) {
+        EXPECT_NE(mistakeOf("Screen.ShowName", value), "") << value;
+    }
+}
+
 TEST(ValueCheck, NumbersAreWholeAndWithinTheirRange) {
     EXPECT_EQ(mistakeOf("Decoder.AutoDetectTimeout", "0"), "");
     EXPECT_EQ(mistakeOf("Decoder.AutoDetectTimeout", "600"), "");

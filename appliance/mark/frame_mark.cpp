@@ -60,13 +60,26 @@ void fill(std::uint8_t* bgrx, int stride, const Box& box, std::uint8_t grey) {
     }
 }
 
-double meanLuma(const std::uint8_t* bgrx, int stride, const Box& box) {
+// How the brightness of a pixel is read.
+struct BgrxPixels {
+    static constexpr int bytes = 4;
+    static int luma(const std::uint8_t* pixel) {
+        return (pixel[0] * 29 + pixel[1] * 150 + pixel[2] * 77) >> 8;
+    }
+};
+struct LumaPixels {
+    static constexpr int bytes = 1;
+    static int luma(const std::uint8_t* pixel) { return *pixel; }
+};
+
+template<class Pixels>
+double meanLuma(const std::uint8_t* picture, int stride, const Box& box) {
     std::int64_t sum = 0;
     for (int y = box.top; y < box.bottom; ++y) {
-        const std::uint8_t* pixel =
-            bgrx + static_cast<std::ptrdiff_t>(y) * stride + static_cast<std::ptrdiff_t>(box.left) * 4;
-        for (int x = box.left; x < box.right; ++x, pixel += 4)
-            sum += (pixel[0] * 29 + pixel[1] * 150 + pixel[2] * 77) >> 8;
+        const std::uint8_t* pixel = picture + static_cast<std::ptrdiff_t>(y) * stride +
+                                    static_cast<std::ptrdiff_t>(box.left) * Pixels::bytes;
+        for (int x = box.left; x < box.right; ++x, pixel += Pixels::bytes)
+            sum += Pixels::luma(pixel);
     }
     const std::int64_t count = static_cast<std::int64_t>(box.right - box.left) * (box.bottom - box.top);
     return static_cast<double>(sum) / static_cast<double>(count);
@@ -74,6 +87,25 @@ double meanLuma(const std::uint8_t* bgrx, int stride, const Box& box) {
 
 bool tooSmall(int width, int height) {
     return width < minWidth || height < minHeight;
+}
+
+template<class Pixels>
+std::optional<FrameMark> readMark(const std::uint8_t* picture, int width, int height, int stride) {
+    if (tooSmall(width, height))
+        return std::nullopt;
+    std::uint32_t word = 0;
+    for (int bit = 0; bit < bitCount; ++bit) {
+        // The middle half of a cell: scaling blurs its edges and compression distorts them.
+        const double upper = meanLuma<Pixels>(picture, stride, cell(bit, 0, width, height, 0.25));
+        const double lower = meanLuma<Pixels>(picture, stride, cell(bit, 1, width, height, 0.25));
+        if (std::abs(upper - lower) < minContrast)
+            return std::nullopt;
+        word = word << 1 | (upper > lower ? 1U : 0U);
+    }
+    const std::uint32_t data = word >> 8;
+    if (checkOf(data) != (word & 0xFF))
+        return std::nullopt;
+    return FrameMark{static_cast<std::uint8_t>(data >> 16), static_cast<std::uint16_t>(data)};
 }
 
 } // namespace
@@ -91,19 +123,9 @@ void drawFrameMark(std::uint8_t* bgrx, int width, int height, int stride, FrameM
 }
 
 std::optional<FrameMark> readFrameMark(const std::uint8_t* bgrx, int width, int height, int stride) {
-    if (tooSmall(width, height))
-        return std::nullopt;
-    std::uint32_t word = 0;
-    for (int bit = 0; bit < bitCount; ++bit) {
-        // The middle half of a cell: scaling blurs its edges and compression distorts them.
-        const double upper = meanLuma(bgrx, stride, cell(bit, 0, width, height, 0.25));
-        const double lower = meanLuma(bgrx, stride, cell(bit, 1, width, height, 0.25));
-        if (std::abs(upper - lower) < minContrast)
-            return std::nullopt;
-        word = word << 1 | (upper > lower ? 1U : 0U);
-    }
-    const std::uint32_t data = word >> 8;
-    if (checkOf(data) != (word & 0xFF))
-        return std::nullopt;
-    return FrameMark{static_cast<std::uint8_t>(data >> 16), static_cast<std::uint16_t>(data)};
+    return readMark<BgrxPixels>(bgrx, width, height, stride);
+}
+
+std::optional<FrameMark> readFrameMarkInLuma(const std::uint8_t* luma, int width, int height, int stride) {
+    return readMark<LumaPixels>(luma, width, height, stride);
 }

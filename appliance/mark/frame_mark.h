@@ -7,7 +7,7 @@
 // takes the lowest tenth of the picture, far from the on-screen texts.
 //
 // Pictures have 32 bits for each pixel, blue first, the fourth byte unused; `stride` is the distance between
-// two rows in bytes, at least 4 * width. Both functions may be called on any thread; they keep no state.
+// two rows in bytes, at least 4 * width. The functions may be called on any thread; they keep no state.
 #pragma once
 
 #include <cstdint>
@@ -26,3 +26,6 @@ void drawFrameMark(std::uint8_t* bgrx, int width, int height, int stride, FrameM
 
 // Reads the mark; nothing when there is none, it is damaged, or the picture is too small.
 std::optional<FrameMark> readFrameMark(const std::uint8_t* bgrx, int width, int height, int stride);
+
+// The same in the luma plane of a picture, which has one byte for each pixel; `stride` is at least the width.
+std::optional<FrameMark> readFrameMarkInLuma(const std::uint8_t* luma, int width, int height, int stride);

@@ -48,6 +48,25 @@ std::optional<FrameMark> read(const Picture& picture) {
     return readFrameMark(picture.bytes.data(), picture.width, picture.height, picture.stride());
 }
 
+// The luma plane of the picture, in the narrow range of video.
+std::vector<std::uint8_t> lumaOf(const Picture& picture) {
+    std::vector<std::uint8_t> luma;
+    for (std::size_t i = 0; i < picture.bytes.size(); i += 4)
+        luma.push_back(static_cast<std::uint8_t>(
+            16 + (picture.bytes[i] * 25 + picture.bytes[i + 1] * 129 + picture.bytes[i + 2] * 66) / 256));
+    return luma;
+}
+
+TEST(FrameMarkInLuma, IsReadLikeThatInColours) {
+    for (const auto& [width, height] : {std::pair{720, 576}, {1920, 1080}, {353, 289}}) {
+        const Picture picture = marked(width, height, {17, 4711});
+        const std::vector<std::uint8_t> luma = lumaOf(picture);
+        EXPECT_EQ(readFrameMarkInLuma(luma.data(), width, height, width), (FrameMark{17, 4711})) << width;
+        const std::vector<std::uint8_t> plain = lumaOf(scene(width, height));
+        EXPECT_FALSE(readFrameMarkInLuma(plain.data(), width, height, width));
+    }
+}
+
 Picture scaledNearest(const Picture& from, int width, int height) {
     Picture to(width, height);
     for (int y = 0; y < height; ++y) {

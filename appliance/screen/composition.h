@@ -1,69 +1,63 @@
-// Composes the monitor's picture: the newest frame, or black, with the on-screen texts in front of it.
+// Composes the monitor's picture: the newest frame, or black, with the on-screen texts and the label in front of it.
 //
-// The monitor window, the panel's picture and snapshots all show this picture. The frame is visible only if it
-// was committed after the screen was last blanked (by osdBlank() or by the store's blank()); otherwise the
-// picture is black behind the texts. Texts are white with a dark outline in the upper third: line 0 at the top,
-// each line at its own place. A long text takes more rows, as long as all texts stay in the upper two fifths;
-// a text that is still too long ends in an ellipsis.
+// The monitor window, the panel's picture and snapshots all show this picture. A Composer decides what is shown
+// (look()); a painter on the CPU (compose()) or on a GPU draws it. The frame is visible only if it was committed after
+// the screen was last blanked (by osdBlank() or by the store's blank()); otherwise the screen is black behind the texts.
+//
+// The size of the screen is Screen.Size. With `auto` it is the monitor's own. A program without a monitor uses the
+// size that decoder-monitor publishes while it runs; without one, the size of the mode's television.
 #pragma once
 
 #include "appliance/screen/frame_store.h"
+#include "appliance/screen/look.h"
+#include "appliance/screen/picture.h"
 
-#include <libcommon/display.h>
-
-#include <array>
 #include <cstdint>
+#include <functional>
 #include <memory>
+#include <optional>
 #include <string>
-#include <vector>
 
 namespace screen {
 
-using ScreenText = std::array<std::string, libcommon::osdLines>; // UTF-8; invalid bytes are replaced
-
-// The composed picture.
-struct Picture {
-    FrameInfo info; // of the newest frame, visible or not; number 0: there is none
-    VideoMode mode = VideoMode::pal;
-    int width = 0;
-    int height = 0;
-    bool blanked = true;               // no frame is visible
-    std::vector<std::uint32_t> pixels; // width * height, 0x00RRGGBB
-};
-
-// Composes pictures. Keeps the rendered texts until they change: rendering costs more than all the rest. For
-// one thread at a time.
+// Keeps the rendered texts until they change. For one thread at a time.
 class Composer {
 public:
-    Composer();                          // of this appliance's screen
-    explicit Composer(FrameStore store); // of another store
+    Composer(); // of this appliance's screen
+    explicit Composer(
+        FrameStore store); // of another store, with this appliance's texts, parameters and sources
     Composer(Composer&&) noexcept;
     ~Composer();
 
-    // The screen as it is now. The reference is valid until the next call.
-    const Picture& compose();
+    // Uses a screen of this shape from now on, whatever Screen.Size says; nothing: Screen.Size again.
+    void useScreen(std::optional<ScreenShape> screen);
 
-    // Composes the given parts. `frame` may be null (none yet); `blankedAt` is a time on gettimeusec()'s clock.
-    const Picture& compose(const Frame* frame, VideoMode mode, std::int64_t blankedAt,
-                           const ScreenText& text);
+    // What is to be shown now. Cheap: no pixel of the frame is read. `monitor` is the screen to use with
+    // Screen.Size = auto. The reference is valid until the next call.
+    const Look& look(const ScreenShape* monitor = nullptr);
 
-    // Waits for a new frame, like FrameStore::wait. A change of the texts does not end the wait, so compose again
-    // from time to time.
+    // Calls `visit` on the frame that the last look() is of, in the store's own memory. True when the frame was whole all
+    // the time. False when there is no such frame any more: throw away what was made of it, and look() again. Also false
+    // when the look has no visible frame; `visit` is then not called.
+    bool visitFrame(const std::function<void(const PictureView&)>& visit);
+
+    // Draws what is to be shown now on the CPU. The reference is valid until the next call.
+    const Picture& compose(const ScreenShape* monitor = nullptr);
+
+    // Waits for a new frame, like FrameStore::wait. A change of the texts does not end the wait, so look again from time
+    // to time.
     std::uint64_t wait(std::uint64_t seen, int timeoutMs);
 
+    // Shows a short message above the label for that time, such as an answer to an operator's key. It replaces an earlier
+    // one; an empty text removes it.
+    void notice(const std::string& text, int milliseconds);
+
+    // Shows the source's name, or hides it if it is shown now, from now on and whatever Screen.ShowName says.
+    void toggleName();
+
 private:
-    struct TextLayer;
-
-    FrameStore store_;
-    Frame frame_;
-    Picture picture_;
-    std::unique_ptr<TextLayer> text_;
+    class Parts;
+    std::unique_ptr<Parts> parts_;
 };
-
-// Encodes the picture as PNG; empty with a log line on failure.
-std::vector<std::uint8_t> pngOf(const Picture& picture);
-
-// Writes the picture to a PNG file. False with errno and a log line on failure; an incomplete file is removed.
-bool writePng(const Picture& picture, const std::string& path);
 
 } // namespace screen

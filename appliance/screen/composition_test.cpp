@@ -1,246 +1,243 @@
 #include "appliance/screen/composition.h"
 
-#include <libcommon/clock.h>
+#include "appliance/screen/appliance_root_fixture.h"
 
-#include <cairo.h>
-#include <gtest/gtest.h>
+#include <libcommon/clock.h>
+#include <libcommon/display.h>
+#include <libcommon/status.h>
 
 #include <algorithm>
-#include <cstdlib>
 #include <cstring>
-#include <filesystem>
-#include <fstream>
+#include <gmock/gmock.h>
+#include <thread>
 
 namespace screen {
 namespace {
 
-namespace fs = std::filesystem;
-
 constexpr std::uint32_t grey = 0x808080;
 
-Frame greyFrame(VideoMode mode = VideoMode::pal, std::int64_t time = 100) {
-    const VideoFormat& format = formatOf(mode);
-    Frame frame;
-    frame.info = {5, time, 1, 2};
-    frame.mode = mode;
-    frame.width = format.width;
-    frame.height = format.height;
-    frame.pixels.assign(static_cast<std::size_t>(format.width) * static_cast<std::size_t>(format.height),
-                        grey);
-    return frame;
+PictureShape shapeOf(int width, int height, PixelFormat format = PixelFormat::i420) {
+    PictureShape shape;
+    shape.width = width;
+    shape.height = height;
+    shape.format = format;
+    shape.fullRange = true;
+    return shape;
 }
 
-// The rows [first, last] that have a colour; first > last: none.
-struct Extent {
-    int first = 1 << 20;
-    int last = -1;
-    int left = 1 << 20;
-    int right = -1;
-    bool any() const { return last >= 0; }
+class Composition : public ApplianceRoot {
+protected:
+    FrameInfo draw(const PictureShape& shape, int source = 0) {
+        const std::vector<std::uint8_t> bytes(bytesOf(shape), 0x80);
+        return player.draw(viewOf(shape, bytes.data()), source);
+    }
+    static bool isAll(const Picture& picture, std::uint32_t colour) {
+        return std::ranges::all_of(picture.pixels, [=](std::uint32_t pixel) { return pixel == colour; });
+    }
+    static std::uint32_t pixel(const Picture& picture, int x, int y) {
+        return picture.pixels.at(static_cast<std::size_t>(y * picture.width() + x));
+    }
+    // Whether anything is drawn at the bottom left, over the grey picture.
+    static bool hasLabel(const Picture& picture) {
+        const auto lowerHalf =
+            picture.pixels.begin() + static_cast<std::ptrdiff_t>(picture.pixels.size() / 2);
+        return std::any_of(lowerHalf, picture.pixels.end(),
+                           [](std::uint32_t pixel) { return pixel != grey; });
+    }
+
+    FrameStore player;
+    Composer composer;
 };
 
-Extent extentOf(const Picture& picture, bool (*wanted)(std::uint32_t)) {
-    Extent extent;
-    for (int y = 0; y < picture.height; ++y)
-        for (int x = 0; x < picture.width; ++x)
-            if (wanted(picture.pixels[std::size_t(1) * y * picture.width + x] & 0xffffff)) {
-                extent = {std::min(extent.first, y), std::max(extent.last, y), std::min(extent.left, x),
-                          std::max(extent.right, x)};
-            }
-    return extent;
-}
-
-bool white(std::uint32_t pixel) {
-    return pixel == 0xffffff;
-}
-bool dark(std::uint32_t pixel) {
-    return (pixel & 0xff) < 0x30;
-}
-bool changed(std::uint32_t pixel) {
-    return pixel != grey;
-}
-
-const std::string longText =
-    "No connection to encoder Loading dock, north gate, second camera from the left "
-    "(encoder-north-gate-17.warehouse.example.net:8080), trying again in ten seconds";
-
-TEST(Composition, NoFrameIsBlack) {
-    Composer composer;
-    const Picture& picture = composer.compose(nullptr, VideoMode::ntsc, 0, {});
+TEST_F(Composition, NoFrameIsABlackTelevision) {
+    const Picture& picture = composer.compose();
     EXPECT_TRUE(picture.blanked);
     EXPECT_EQ(picture.info.number, 0U);
-    EXPECT_EQ(picture.width, 720);
-    EXPECT_EQ(picture.height, 480);
-    EXPECT_EQ(picture.pixels, std::vector<std::uint32_t>(720 * 480, 0));
+    EXPECT_EQ(picture.screen, defaultScreen(VideoMode::pal));
+    EXPECT_TRUE(isAll(picture, 0));
+    player.setMode(VideoMode::ntsc);
+    EXPECT_EQ(composer.compose().screen, defaultScreen(VideoMode::ntsc));
 }
 
-TEST(Composition, FrameWithoutTextIsShownAsItIs) {
-    Composer composer;
-    const Frame frame = greyFrame();
-    const Picture& picture = composer.compose(&frame, frame.mode, 0, {});
-    EXPECT_FALSE(picture.blanked);
-    EXPECT_EQ(picture.info, frame.info);
-    EXPECT_EQ(picture.pixels, frame.pixels);
-}
-
-TEST(Composition, BlankingHidesFramesUpToItsTimeAndNoneAfter) {
-    Composer composer;
-    const Frame frame = greyFrame(VideoMode::pal, 100);
-    EXPECT_FALSE(composer.compose(&frame, frame.mode, 99, {}).blanked);
-    EXPECT_TRUE(composer.compose(&frame, frame.mode, 100, {}).blanked);
-    const Picture& picture = composer.compose(&frame, frame.mode, 101, {});
-    EXPECT_TRUE(picture.blanked);
-    EXPECT_EQ(picture.pixels[1000], 0U);
-    EXPECT_EQ(picture.info.number, 5U) << "the newest frame is told although it is not seen";
-}
-
-TEST(Composition, TextIsWhiteWithADarkOutlineInTheUpperThird) {
-    Composer composer;
-    const Frame frame = greyFrame();
-    const Picture& picture = composer.compose(&frame, frame.mode, 0, {"Gate", "", ""});
-    const Extent letters = extentOf(picture, white);
-    const Extent outline = extentOf(picture, dark);
-    ASSERT_TRUE(letters.any());
-    ASSERT_TRUE(outline.any());
-    EXPECT_LT(outline.first, letters.first);
-    EXPECT_GT(outline.last, letters.last);
-    EXPECT_LT(outline.left, letters.left);
-    EXPECT_GT(outline.right, letters.right);
-    EXPECT_LT(outline.last, 576 / 3);
-    EXPECT_GE(outline.first, 576 / 40) << "inside what a monitor shows of a picture";
-    EXPECT_NEAR(letters.left + letters.right, 720, 8);
-}
-
-TEST(Composition, EveryLineHasItsOwnPlace) {
-    Composer composer;
-    const Frame frame = greyFrame();
-    std::array<Extent, 3> alone;
-    for (std::size_t line = 0; line < alone.size(); ++line) {
-        ScreenText text;
-        text[line] = "Ag";
-        alone[line] = extentOf(composer.compose(&frame, frame.mode, 0, text), changed);
-        ASSERT_TRUE(alone[line].any());
-    }
-    EXPECT_LT(alone[0].last, alone[1].first);
-    EXPECT_LT(alone[1].last, alone[2].first);
-    const Extent all = extentOf(composer.compose(&frame, frame.mode, 0, {"Ag", "Ag", "Ag"}), changed);
-    EXPECT_EQ(all.first, alone[0].first);
-    EXPECT_EQ(all.last, alone[2].last);
-    EXPECT_LT(all.last, 576 / 3);
-}
-
-TEST(Composition, LongTextsWrapAndStayInsideThePicture) {
-    Composer composer;
-    for (const VideoMode mode : {VideoMode::pal, VideoMode::ntsc}) {
-        const Frame frame = greyFrame(mode);
-        const Extent one = extentOf(composer.compose(&frame, mode, 0, {"Short", "", ""}), changed);
-        const Extent wrapped = extentOf(composer.compose(&frame, mode, 0, {longText, "", ""}), changed);
-        EXPECT_GT(wrapped.last - wrapped.first, (one.last - one.first) * 3) << "it takes several rows";
-        EXPECT_LT(wrapped.last, frame.height / 3);
-        EXPECT_GT(wrapped.left, 20);
-        EXPECT_LT(wrapped.right, 700);
-        const Extent three =
-            extentOf(composer.compose(&frame, mode, 0, {longText, longText, longText}), changed);
-        EXPECT_LT(three.last, frame.height * 2 / 5);
-        EXPECT_GT(three.left, 20);
-        EXPECT_LT(three.right, 700);
-    }
-}
-
-TEST(Composition, TextsOfAnyAlphabetAreDrawn) {
-    Composer composer;
-    const Frame frame = greyFrame();
-    for (const char* text : {"Süd-Tor", "Вход", "Πύλη", "بوابة", "門", "é\xcc\x81"})
-        EXPECT_TRUE(extentOf(composer.compose(&frame, frame.mode, 0, {text, "", ""}), changed).any()) << text;
-}
-
-TEST(Composition, InvalidTextsAreDrawnUpToTheirFault) {
-    Composer composer;
-    const Frame frame = greyFrame();
-    std::string zeros("A\0B", 3);
-    for (const std::string& text :
-         {std::string("\xff\xfe"
-                      "A"),
-          std::string("A\x01\x1b[31mB\nC\tD"), zeros, std::string(255, '\xc3'), std::string(255, 'W')}) {
-        const Extent extent = extentOf(composer.compose(&frame, frame.mode, 0, {text, text, text}), changed);
-        EXPECT_TRUE(extent.any());
-        EXPECT_LT(extent.last, frame.height * 2 / 5);
-    }
-    EXPECT_FALSE(extentOf(composer.compose(&frame, frame.mode, 0, {"  \n", "\t", ""}), changed).any());
-}
-
-TEST(Composition, ClearedTextLeavesNothingBehind) {
-    Composer composer;
-    const Frame frame = greyFrame();
-    composer.compose(&frame, frame.mode, 0, {"A", "B", "C"});
-    EXPECT_EQ(composer.compose(&frame, frame.mode, 0, {}).pixels, frame.pixels);
-}
-
-TEST(Composition, TextIsShownOnABlankScreen) {
-    Composer composer;
-    const Frame frame = greyFrame();
-    const Picture& picture = composer.compose(&frame, frame.mode, 200, {"No connection", "", ""});
-    EXPECT_TRUE(picture.blanked);
-    EXPECT_TRUE(extentOf(picture, white).any());
-}
-
-class CompositionFiles : public testing::Test {
-protected:
-    CompositionFiles() {
-        char folder[] = "/tmp/composition-XXXXXX";
-        root = mkdtemp(folder);
-        setenv("APPLIANCE_ROOT", root.c_str(), 1);
-    }
-    ~CompositionFiles() override { fs::remove_all(root); }
-    fs::path root;
-};
-
-TEST_F(CompositionFiles, PngHoldsThePicture) {
-    Composer composer;
-    Frame frame = greyFrame();
-    frame.pixels[0] = 0xff1020;
-    const Picture& picture = composer.compose(&frame, frame.mode, 0, {"Gate", "", ""});
-    const fs::path path = root / "picture.png";
-    ASSERT_TRUE(writePng(picture, path));
-    cairo_surface_t* read = cairo_image_surface_create_from_png(path.c_str());
-    ASSERT_EQ(cairo_surface_status(read), CAIRO_STATUS_SUCCESS);
-    ASSERT_EQ(cairo_image_surface_get_width(read), 720);
-    ASSERT_EQ(cairo_image_surface_get_height(read), 576);
-    const auto* pixels = reinterpret_cast<const std::uint32_t*>(cairo_image_surface_get_data(read));
-    for (std::size_t i = 0; i < picture.pixels.size(); ++i)
-        ASSERT_EQ(pixels[i] & 0xffffff, picture.pixels[i] & 0xffffff) << "pixel " << i;
-    cairo_surface_destroy(read);
-}
-
-TEST_F(CompositionFiles, PngThatCannotBeWrittenIsAClearFailure) {
-    Composer composer;
-    const Picture& picture = composer.compose(nullptr, VideoMode::pal, 0, {});
-    errno = 0;
-    EXPECT_FALSE(writePng(picture, root / "missing" / "picture.png"));
-    EXPECT_EQ(errno, ENOENT);
-    EXPECT_FALSE(writePng(picture, root));
-    if (fs::exists("/dev/full")) {
-        EXPECT_FALSE(writePng(picture, "/dev/full"));
-        EXPECT_EQ(errno, ENOSPC);
-        EXPECT_TRUE(fs::exists("/dev/full")) << "a device was removed";
-    }
-}
-
-TEST_F(CompositionFiles, StoreIsComposedAsItIs) {
-    const std::string path = root / "frames";
-    FrameStore player(path);
-    Composer composer{FrameStore(path)};
-    EXPECT_EQ(composer.compose().info.number, 0U);
-    const Frame frame = greyFrame();
-    player.draw(frame.pixels.data(), 720, 576, 2880, 3);
+TEST_F(Composition, FrameIsShownUntilTheScreenIsBlanked) {
+    PictureShape shape = televisionShape(VideoMode::pal);
+    EXPECT_EQ(draw(shape, 3).number, 1U);
     EXPECT_EQ(composer.wait(0, 10'000), 1U);
-    const Picture& shown = composer.compose();
-    EXPECT_FALSE(shown.blanked);
-    EXPECT_EQ(shown.pixels, frame.pixels);
+    const Picture& picture = composer.compose();
+    EXPECT_FALSE(picture.blanked);
+    EXPECT_EQ(picture.info.source, 3);
+    EXPECT_TRUE(isAll(picture, grey));
     player.blank();
     EXPECT_TRUE(composer.compose().blanked);
-    player.draw(frame.pixels.data(), 720, 576, 2880, 3);
+    EXPECT_TRUE(isAll(picture, 0));
+    EXPECT_EQ(picture.info.number, 1U) << "the newest picture is told although it is not seen";
+    draw(shape);
     EXPECT_FALSE(composer.compose().blanked);
+    osdBlank();
+    EXPECT_TRUE(composer.compose().blanked);
+}
+
+TEST_F(Composition, TextsAreShownInFrontOfFramesAndOfBlack) {
+    osdPrintf(0, 0, "No connection");
+    EXPECT_FALSE(isAll(composer.compose(), 0));
+    draw(televisionShape(VideoMode::pal));
+    EXPECT_FALSE(isAll(composer.compose(), grey));
+    osdClear(0);
+    EXPECT_TRUE(isAll(composer.compose(), grey));
+}
+
+TEST_F(Composition, SizeOfTheScreen) {
+    EXPECT_EQ(composer.compose().screen, defaultScreen(VideoMode::pal));
+    const ScreenShape monitor{{1366, 768}, 1, 1};
+    EXPECT_EQ(composer.compose(&monitor).screen, monitor);
+    configure("[Screen]\nSize = 1280x720\n");
+    EXPECT_EQ(Composer().compose(&monitor).screen, (ScreenShape{{1280, 720}, 1, 1}));
+    const ScreenShape tile{{400, 300}, 1, 1};
+    Composer wall;
+    wall.useScreen(tile);
+    EXPECT_EQ(wall.compose(&monitor).screen, tile);
+    EXPECT_EQ(wall.compose().pixels.size(), 400U * 300U);
+    wall.useScreen(std::nullopt);
+    EXPECT_EQ(wall.compose().width(), 1280);
+}
+
+TEST_F(Composition, FitIsAParameter) {
+    draw(shapeOf(640, 480));
+    const ScreenShape monitor{{1280, 720}, 1, 1};
+    EXPECT_EQ(composer.look(&monitor).placing.to, (Rectangle{160, 0, 960, 720}));
+    EXPECT_EQ(pixel(composer.compose(&monitor), 0, 0), 0U);
+    configure("[Screen]\nFit = fill\n");
+    EXPECT_EQ(Composer().look(&monitor).placing.to, (Rectangle{0, 0, 1280, 720}));
+    configure("[Screen]\nFit = crop\n");
+    EXPECT_EQ(Composer().look(&monitor).placing.from, (Rectangle{0, 60, 640, 360}));
+}
+
+TEST_F(Composition, PicturesMayChangeTheirSizeAndFormat) {
+    for (const PictureShape& shape :
+         {shapeOf(1280, 720), shapeOf(176, 144, PixelFormat::nv12), shapeOf(4096, 2304), shapeOf(1, 1),
+          shapeOf(1919, 1079), shapeOf(641, 1, PixelFormat::nv12), shapeOf(31, 4096, PixelFormat::bgrx)}) {
+        draw(shape);
+        const Picture& picture = composer.compose();
+        ASSERT_FALSE(picture.blanked);
+        const Rectangle at = composer.look().placing.to;
+        EXPECT_EQ(pixel(picture, at.x, at.y), grey) << shape.width << 'x' << shape.height;
+        EXPECT_EQ(pixel(picture, at.x + at.width - 1, at.y + at.height - 1), grey);
+        EXPECT_FALSE(isAll(picture, 0));
+    }
+}
+
+TEST_F(Composition, VisitsTheFrameThatWasLookedAt) {
+    int visits = 0;
+    const auto count = [&](const PictureView& picture) {
+        ++visits;
+        EXPECT_EQ(picture.shape.width, 640);
+        EXPECT_EQ(picture.plane[0][0], 0x80);
+    };
+    composer.look();
+    EXPECT_FALSE(composer.visitFrame(count)) << "there is none";
+    draw(shapeOf(640, 480));
+    EXPECT_EQ(composer.look().info.number, 1U);
+    EXPECT_TRUE(composer.visitFrame(count));
+    EXPECT_TRUE(composer.visitFrame(count)) << "it may be visited again";
+    draw(shapeOf(320, 240));
+    EXPECT_FALSE(composer.visitFrame(count)) << "another picture";
+    player.blank();
+    composer.look();
+    EXPECT_FALSE(composer.visitFrame(count)) << "not visible";
+    EXPECT_EQ(visits, 2);
+}
+
+TEST_F(Composition, LookTellsTheAgeOfTheFrame) {
+    EXPECT_EQ(composer.look().frameAgeUs, 0);
+    const FrameInfo info = draw(shapeOf(640, 480));
+    const std::int64_t age = composer.look().frameAgeUs;
+    EXPECT_GE(age, 0);
+    EXPECT_LE(age, gettimeusec() - info.time);
+}
+
+TEST_F(Composition, OverlaysChangeTheirVersionOnlyWhenTheyChange) {
+    draw(televisionShape(VideoMode::pal));
+    EXPECT_EQ(composer.look().overlayVersion, composer.look().overlayVersion);
+    const std::uint64_t none = composer.look().overlayVersion;
+    osdPrintf(1, 0, "Gate");
+    const std::uint64_t one = composer.look().overlayVersion;
+    EXPECT_NE(one, none);
+    ASSERT_NE(composer.look().overlays, nullptr);
+    EXPECT_EQ(composer.look().overlays->size(), 1U);
+    draw(televisionShape(VideoMode::pal));
+    EXPECT_EQ(composer.look().overlayVersion, one);
+}
+
+TEST_F(Composition, LabelNamesTheSourceForAWhile) {
+    configure("[Screen]\nShowName = 1\n[Encoder.Front door]\nAddress = 127.0.0.1\n");
+    draw(televisionShape(VideoMode::pal));
+    EXPECT_TRUE(hasLabel(composer.compose()));
+    const std::int64_t until = gettimeusec() + 10'000'000;
+    while (hasLabel(composer.compose()) && gettimeusec() < until)
+        std::this_thread::sleep_for(std::chrono::milliseconds(50));
+    EXPECT_FALSE(hasLabel(composer.compose()));
+    Composer later;
+    EXPECT_FALSE(hasLabel(later.compose()))
+        << "a new program knows from the store since when the source is shown";
+}
+
+TEST_F(Composition, OperatorTogglesTheName) {
+    configure("[Encoder.Front door]\nAddress = 127.0.0.1\n");
+    draw(televisionShape(VideoMode::pal));
+    EXPECT_FALSE(hasLabel(composer.compose())) << "Screen.ShowName is not set";
+    composer.toggleName();
+    EXPECT_TRUE(hasLabel(composer.compose()));
+    composer.toggleName();
+    EXPECT_FALSE(hasLabel(composer.compose()));
+}
+
+TEST_F(Composition, LabelSaysThatThePictureIsStill) {
+    draw(televisionShape(VideoMode::pal));
+    status(0, "Still", 40);
+    EXPECT_TRUE(hasLabel(composer.compose()));
+    status(0, "Still", "");
+    EXPECT_FALSE(hasLabel(Composer().compose()));
+}
+
+TEST_F(Composition, ClockChangesOnlyTheLabel) {
+    configure("[Screen]\nShowClock = yes\n");
+    draw(televisionShape(VideoMode::pal));
+    osdPrintf(0, 0, "Gate");
+    const Look& first = composer.look();
+    ASSERT_EQ(first.overlays->size(), 2U);
+    const std::uint64_t text = first.overlays->at(0).version;
+    const std::uint64_t label = first.overlays->at(1).version;
+    const std::int64_t until = gettimeusec() + 10'000'000;
+    while (composer.look().overlays->at(1).version == label && gettimeusec() < until)
+        std::this_thread::sleep_for(std::chrono::milliseconds(50));
+    EXPECT_NE(composer.look().overlays->at(1).version, label) << "the clock goes";
+    EXPECT_EQ(composer.look().overlays->at(0).version, text) << "the text is not rendered again";
+}
+
+TEST_F(Composition, NoticeIsShownAboveTheLabelForItsTime) {
+    draw(televisionShape(VideoMode::pal));
+    composer.notice("There is no source 7", 60'000);
+    EXPECT_TRUE(hasLabel(composer.compose()));
+    composer.notice("", 0);
+    EXPECT_FALSE(hasLabel(composer.compose()));
+    composer.notice("12", 1);
+    std::this_thread::sleep_for(std::chrono::milliseconds(5));
+    EXPECT_FALSE(hasLabel(composer.compose()));
+}
+
+TEST_F(Composition, BadParameterIsLoggedOnce) {
+    configure("[Screen]\nSize = 1281x720\nFit = stretch\nShowName = 0\nShowClock = true\n");
+    for (int i = 0; i < 10; ++i) {
+        EXPECT_EQ(composer.look().screen, defaultScreen(VideoMode::pal));
+        std::this_thread::sleep_for(std::chrono::milliseconds(60));
+    }
+    const std::string lines = log();
+    for (const char* name :
+         {"Screen.Size takes", "Screen.Fit takes", "Screen.ShowName takes", "Screen.ShowClock takes"})
+        EXPECT_EQ(lines.find(name), lines.rfind(name)) << name;
+    EXPECT_THAT(lines, testing::HasSubstr("Screen.Size takes auto or WIDTHxHEIGHT"));
+    EXPECT_THAT(lines, testing::HasSubstr("not \"1281x720\""));
+    EXPECT_THAT(lines, testing::HasSubstr("Screen.ShowClock takes yes or no, not \"true\""));
 }
 
 } // namespace

@@ -1,6 +1,7 @@
 #include "appliance/screen/frame_store.h"
 
 #include "appliance/screen/store_file.h"
+#include "appliance/screen/writer_lock.h"
 
 #include <libcommon/clock.h>
 #include <libcommon/log.h>
@@ -27,64 +28,33 @@ void futexWait(std::atomic<std::uint32_t>& word, std::uint32_t seen, int timeout
     syscall(SYS_futex, reinterpret_cast<std::uint32_t*>(&word), FUTEX_WAIT, seen, &timeout, nullptr, 0);
 }
 
-// Copies the picture with that number from its slot. False when it was overwritten meanwhile.
-bool copyPicture(StoreFile& file, std::uint64_t number, Frame& out) {
-    const FrameSlot& slot = file.header().slot[number % slotCount];
-    if (slot.sequence.load(std::memory_order_acquire) != 2 * number)
-        return false;
-    out.info = {number, slot.time, slot.pid, slot.source};
-    out.pixels.resize(file.pictureBytes() / sizeof(std::uint32_t));
-    std::memcpy(out.pixels.data(), file.picture(number), file.pictureBytes());
-    std::atomic_thread_fence(std::memory_order_acquire);
-    return slot.sequence.load(std::memory_order_relaxed) == 2 * number;
+// How long a drawing does not ask for memory again after there was none.
+constexpr std::int64_t memoryPauseUs = 1'000'000;
+// How often a reader begins again when its picture was overwritten. Three drawings have to complete while it looks.
+constexpr int readAttempts = 64;
+
+// What is between the rows is from earlier pictures in the same slot.
+void clearGaps(Frame& frame) {
+    for (const PlaneLayout& plane : planesOf(frame.shape))
+        for (int row = 0; row < plane.rows && plane.stride > plane.rowBytes; ++row)
+            std::memset(frame.bytes.data() + plane.offset + static_cast<std::size_t>(row) * plane.stride +
+                            plane.rowBytes,
+                        0, plane.stride - plane.rowBytes);
+}
+
+// Never touches memory behind the last row of `from`.
+void copyPlane(const std::uint8_t* from, std::size_t fromStride, std::uint8_t* to,
+               const PlaneLayout& layout) {
+    const auto rows = static_cast<std::size_t>(layout.rows);
+    if (fromStride == layout.stride) {
+        std::memcpy(to, from, (rows - 1) * layout.stride + layout.rowBytes);
+        return;
+    }
+    for (std::size_t row = 0; row < rows; ++row)
+        std::memcpy(to + row * layout.stride, from + row * fromStride, layout.rowBytes);
 }
 
 } // namespace
-
-Drawing::Drawing(std::shared_ptr<StoreFile> file, std::unique_ptr<WriterLock> lock)
-    : file_(std::move(file)), lock_(std::move(lock)) {
-    if (file_ == nullptr)
-        return;
-    StoreHeader& header = file_->header();
-    number_ = header.newest + 1;
-    pixels_ = file_->picture(number_);
-    const VideoFormat& format = formatOf(file_->mode());
-    width_ = format.width;
-    height_ = format.height;
-    header.slot[number_ % slotCount].sequence.store(2 * number_ - 1, std::memory_order_relaxed);
-    std::atomic_thread_fence(std::memory_order_seq_cst);
-}
-
-Drawing::Drawing(Drawing&& other) noexcept
-    : file_(std::move(other.file_)), lock_(std::move(other.lock_)),
-      pixels_(std::exchange(other.pixels_, nullptr)), width_(other.width_), height_(other.height_),
-      number_(other.number_) {}
-
-Drawing::~Drawing() = default;
-
-FrameInfo Drawing::commit(std::int32_t source) {
-    if (pixels_ == nullptr)
-        return {};
-    StoreHeader& header = file_->header();
-    const FrameInfo info{number_, gettimeusec(), getpid(), source};
-    FrameSlot& slot = header.slot[number_ % slotCount];
-    slot.time = info.time;
-    slot.pid = info.pid;
-    slot.source = info.source;
-    slot.sequence.store(2 * number_, std::memory_order_release);
-    FrameRecord& record = header.record[number_ % recordCount];
-    record.number = 0;
-    record.time = info.time;
-    record.pid = info.pid;
-    record.source = info.source;
-    record.number.store(number_, std::memory_order_release);
-    header.newestTime = info.time;
-    header.newest.store(number_, std::memory_order_release);
-    file_->announceChange();
-    pixels_ = nullptr;
-    lock_.reset();
-    return info;
-}
 
 FrameStore::FrameStore() : FrameStore(appliancePath()) {}
 FrameStore::FrameStore(std::string path) : path_(std::move(path)) {}
@@ -107,10 +77,18 @@ bool FrameStore::openForReading() {
         return true;
     std::string reason;
     file_ = StoreFile::open(path_, false, reason);
-    if (file_ == nullptr && !reason.empty() && reason != lastReason_)
+    if (file_ == nullptr)
+        disuse(reason);
+    else
+        lastReason_.clear();
+    return file_ != nullptr;
+}
+
+void FrameStore::disuse(const std::string& reason) {
+    file_.reset();
+    if (!reason.empty() && reason != lastReason_)
         logmsg(3, "Frame store %s is not used: %s", path_.c_str(), reason.c_str());
     lastReason_ = reason;
-    return file_ != nullptr;
 }
 
 // Opens the store, or creates one if there is no usable one. The caller holds the writers' lock.
@@ -124,8 +102,13 @@ bool FrameStore::openForWriting() {
         return true;
     if (!reason.empty())
         logmsg(6, "Frame store %s is replaced: %s", path_.c_str(), reason.c_str());
-    file_ = StoreFile::create(path_, wantedMode_, nullptr, false);
-    return file_ != nullptr;
+    return renew(wantedMode_, 0, false);
+}
+
+void FrameStore::refuse(const std::string& reason) {
+    if (reason != lastRefusal_)
+        logmsg(3, "Frame store %s: %s", path_.c_str(), reason.c_str());
+    lastRefusal_ = reason;
 }
 
 bool FrameStore::present() {
@@ -133,30 +116,53 @@ bool FrameStore::present() {
 }
 
 bool FrameStore::newest(Frame& out) {
-    // If three drawings complete while the reader copies, it copies the newest one again.
-    for (int attempt = 0; attempt < 64; ++attempt) {
+    for (int attempt = 0; attempt < readAttempts; ++attempt) {
+        bool called = false;
+        const bool whole = visitNewest([&](const PictureView& picture, const FrameInfo& info) {
+            called = true;
+            scratch_.info = info;
+            scratch_.shape = picture.shape;
+            scratch_.bytes.resize(bytesOf(picture.shape));
+            std::memcpy(scratch_.bytes.data(), picture.plane[0], scratch_.bytes.size());
+        });
+        if (whole) {
+            clearGaps(scratch_);
+            std::swap(out, scratch_);
+        }
+        if (whole || !called)
+            return whole;
+    }
+    return false;
+}
+
+bool FrameStore::visitNewest(const std::function<void(const PictureView&, const FrameInfo&)>& look) {
+    for (int attempt = 0; attempt < readAttempts; ++attempt) {
         if (!openForReading())
             return false;
-        const std::uint64_t number = file_->header().newest.load(std::memory_order_acquire);
+        const std::shared_ptr<StoreFile> file = file_; // `look` may use this object
+        const std::uint64_t number = file->newest();
         if (number == 0)
             return false;
-        Frame& copy = scratch_;
-        if (!copyPicture(*file_, number, copy))
-            continue;
-        copy.mode = file_->mode();
-        copy.width = formatOf(copy.mode).width;
-        copy.height = formatOf(copy.mode).height;
-        std::swap(out, copy);
-        return true;
+        const SlotContent content = file->content(number);
+        switch (content.state) {
+        case SlotContent::State::picture:
+            look(viewOf(content.shape, std::as_const(*file).picture(number)), content.info);
+            return file->stillThere(number);
+        case SlotContent::State::passed:
+            break;
+        case SlotContent::State::broken:
+            disuse("its newest picture has no usable shape");
+            return false;
+        }
     }
     return false;
 }
 
 FrameInfo FrameStore::newestInfo() {
-    for (int attempt = 0; attempt < 64; ++attempt) {
+    for (int attempt = 0; attempt < readAttempts; ++attempt) {
         if (!openForReading())
             return {};
-        const std::uint64_t number = file_->header().newest.load(std::memory_order_acquire);
+        const std::uint64_t number = file_->newest();
         if (number == 0)
             return {};
         const FrameRecord& record = file_->header().record[number % recordCount];
@@ -172,7 +178,7 @@ std::vector<FrameInfo> FrameStore::infosSince(std::uint64_t after) {
     if (!openForReading())
         return infos;
     StoreHeader& header = file_->header();
-    const std::uint64_t newest = header.newest.load(std::memory_order_acquire);
+    const std::uint64_t newest = file_->newest();
     const std::uint64_t oldest = newest >= recordCount ? newest - recordCount + 1 : 1;
     for (std::uint64_t number = oldest; number <= newest; ++number) {
         if (number <= after)
@@ -200,7 +206,7 @@ std::uint64_t FrameStore::wait(std::uint64_t seen, int timeoutMs) {
     for (;;) {
         const bool open = openForReading();
         const std::uint32_t changes = open ? file_->header().changes.load() : 0;
-        const std::uint64_t newest = open ? file_->header().newest.load() : 0;
+        const std::uint64_t newest = open ? file_->newest() : 0;
         const std::int64_t leftUs = deadline - gettimeusec();
         if (newest != seen || leftUs <= 0)
             return newest;
@@ -217,62 +223,102 @@ std::uint64_t FrameStore::wait(std::uint64_t seen, int timeoutMs) {
 }
 
 // Replaces the present file by a new one. The caller holds the writers' lock.
-bool FrameStore::renew(VideoMode mode, bool keepPicture) {
+bool FrameStore::renew(VideoMode mode, std::size_t pictureBytes, bool keepPicture) {
     std::string reason;
-    if (file_ == nullptr || !file_->current() || !file_->writable())
-        file_ = StoreFile::open(path_, true, reason);
-    const std::shared_ptr<StoreFile> fresh = StoreFile::create(path_, mode, file_.get(), keepPicture);
-    if (fresh == nullptr)
+    const std::shared_ptr<StoreFile> fresh =
+        StoreFile::create(path_, {mode, pictureBytes, keepPicture}, file_.get(), reason);
+    if (fresh == nullptr) {
+        noMemoryUntil_ = gettimeusec() + memoryPauseUs;
+        refuse(reason);
         return false;
+    }
+    noMemoryUntil_ = 0;
+    lastRefusal_.clear();
     file_ = fresh;
     return true;
 }
 
-bool FrameStore::setMode(VideoMode mode) {
+// Opens the store in this mode. The caller holds the writers' lock.
+bool FrameStore::openAs(VideoMode mode) {
     wantedMode_ = mode;
-    const WriterLock lock(path_);
-    if (!lock.held() || !openForWriting())
+    if (!openForWriting())
         return false;
-    return file_->mode() == mode || renew(mode, true);
+    if (file_->mode() != mode) {
+        file_->header().mode = static_cast<std::uint32_t>(mode);
+        file_->announceChange();
+    }
+    return true;
+}
+
+bool FrameStore::setMode(VideoMode mode) {
+    const WriterLock lock(path_);
+    return lock.held() && openAs(mode);
 }
 
 bool FrameStore::takeOver(VideoMode mode) {
-    wantedMode_ = mode;
     const WriterLock lock(path_);
-    if (!lock.held() || !openForWriting() || (file_->mode() != mode && !renew(mode, true)))
+    if (!lock.held() || !openAs(mode))
         return false;
-    turn_ = ++file_->header().turn;
+    takeOver_ = ++file_->header().takeOvers;
     return true;
 }
 
 bool FrameStore::reset(VideoMode mode) {
     wantedMode_ = mode;
     const WriterLock lock(path_);
-    return lock.held() && renew(mode, false);
+    if (!lock.held())
+        return false;
+    std::string reason;
+    follow();
+    if (file_ == nullptr || !file_->writable())
+        file_ = StoreFile::open(path_, true, reason);
+    return renew(mode, 0, false);
 }
 
-Drawing FrameStore::draw() {
-    auto lock = std::make_unique<WriterLock>(path_);
-    if (!lock->held() || !openForWriting())
-        return {nullptr, nullptr};
-    if (turn_ != 0 && file_->header().turn > turn_)
-        return {nullptr, nullptr};
-    return {file_, std::move(lock)};
+// Makes the store large enough. The caller holds the writers' lock and has opened the store.
+bool FrameStore::makeRoom(const PictureShape& shape) {
+    const std::size_t bytes = bytesOf(shape);
+    return bytes <= file_->slotBytes() || renew(file_->mode(), bytes, true);
 }
 
-FrameInfo FrameStore::draw(const void* bgrx, int width, int height, std::size_t stride, std::int32_t source) {
-    Drawing drawing = draw();
-    if (!drawing)
-        return {};
-    if (width != drawing.width() || height != drawing.height()) {
-        logmsg(3, "A picture of %dx%d does not fit the screen of %dx%d", width, height, drawing.width(),
-               drawing.height());
+bool FrameStore::reserve(const PictureShape& shape) {
+    if (const char* fault = faultOf(shape)) {
+        refuse(std::string("a picture is refused: ") + fault);
+        return false;
+    }
+    const WriterLock lock(path_);
+    return lock.held() && openForWriting() && makeRoom(shape);
+}
+
+Drawing FrameStore::draw(const PictureShape& shape) {
+    if (const char* fault = faultOf(shape)) {
+        refuse(std::string("a picture is refused: ") + fault);
         return {};
     }
-    const auto* row = static_cast<const std::uint8_t*>(bgrx);
-    for (int y = 0; y < height; ++y)
-        std::memcpy(drawing.pixels() + static_cast<std::size_t>(y) * drawing.stride(),
-                    row + static_cast<std::size_t>(y) * stride, drawing.stride());
+    auto lock = std::make_unique<WriterLock>(path_);
+    if (!lock->held())
+        return {};
+    follow();
+    // Asking for memory costs time on a full file system, so a player does not do that with each of its pictures.
+    const bool room = file_ != nullptr && file_->writable() && bytesOf(shape) <= file_->slotBytes();
+    if (!room && gettimeusec() < noMemoryUntil_)
+        return {};
+    if (!openForWriting() || (takeOver_ != 0 && file_->header().takeOvers > takeOver_) || !makeRoom(shape))
+        return {};
+    return {file_, std::move(lock), shape};
+}
+
+FrameInfo FrameStore::draw(const PictureView& picture, std::int32_t source) {
+    if (const char* fault = faultOf(picture)) {
+        refuse(std::string("a picture is refused: ") + fault);
+        return {};
+    }
+    Drawing drawing = draw(picture.shape);
+    if (!drawing)
+        return {};
+    const PlaneLayouts planes = planesOf(picture.shape);
+    for (std::size_t i = 0; i < planes.size() && planes[i].rows > 0; ++i)
+        copyPlane(picture.plane[i], picture.stride[i], drawing.plane(static_cast<int>(i)), planes[i]);
     return drawing.commit(source);
 }
 

@@ -5,8 +5,15 @@
 // store keeps the newest pictures in a short ring, so that a reader can copy one while the next is drawn. It
 // records the last 256 commits (number, time, pid, source), so that a benchmark misses none.
 //
-// Pictures are BGRx: 32 bits for each pixel, blue in the first byte, the fourth byte unused. As a number of this
-// machine a pixel is 0x00RRGGBB, which is cairo's RGB24. There is no gap between rows.
+// Each picture has its own shape (picture_shape.h): players hand in what their decoders make, and the readers
+// scale, convert and turn it. The ring has 4 slots of the largest picture so far. A larger picture replaces the
+// file by a larger one; it never becomes smaller while it is in use. Its size in MB (1,000,000 bytes):
+//
+//     largest picture       I420, NV12    BGRx
+//     720x576, 1280x720            6.6     6.6, 14.8    the smallest store
+//     1920x1080                   12.5    33.2
+//     3840x2160                   49.8   132.7
+//     4096x4096                  100.7   268.4
 //
 // Guarantees, also across processes and when a process is killed while it draws:
 // - A reader gets one complete picture, never parts of two.
@@ -14,7 +21,8 @@
 // - An unfinished drawing leaves no trace.
 // - A store that is missing, truncated, garbage, of another layout or older than the machine's last restart is
 //   never used: readers see no frame, writers create a new store. No access ends in a signal.
-// - A change of the video mode replaces the store; processes that have it open follow at their next call.
+// - When the file is replaced, numbers, records and the newest picture stay; processes that have it open follow at
+//   their next call. The memory of the new file is allocated before: a full file system is an error message.
 // - When one player takes the screen over from another, drawings of the earlier one are dropped. So its last
 //   picture can't appear after the first one of the new player.
 //
@@ -25,65 +33,21 @@
 // when they are needed, so an object may be made before the store exists. A repeated failure is logged once.
 #pragma once
 
+#include "appliance/screen/drawing.h"
+#include "appliance/screen/frame.h"
+#include "appliance/screen/picture_shape.h"
 #include "appliance/screen/video_mode.h"
 
 #include <cstddef>
 #include <cstdint>
+#include <functional>
 #include <memory>
 #include <string>
 #include <vector>
 
 namespace screen {
 
-// One committed picture.
-struct FrameInfo {
-    std::uint64_t number = 0; // 1, 2, 3, ...; 0: no frame
-    std::int64_t time = 0;    // of the commit, on gettimeusec()'s clock
-    std::int32_t pid = 0;     // of the process that drew it
-    std::int32_t source = -1; // source index, from the process that drew it
-
-    bool operator==(const FrameInfo&) const = default;
-};
-
-struct Frame {
-    FrameInfo info;
-    VideoMode mode = VideoMode::pal;
-    int width = 0;
-    int height = 0;
-    std::vector<std::uint32_t> pixels; // width * height, 0x00RRGGBB
-};
-
 class StoreFile;
-class WriterLock;
-
-// A picture being drawn, in the store's own memory. Readers see it after commit(). It holds the writers' lock,
-// so fill it and commit it without doing anything else in between. Without commit() the picture is dropped.
-class Drawing {
-public:
-    Drawing(Drawing&& other) noexcept;
-    Drawing& operator=(Drawing&&) = delete;
-    ~Drawing();
-
-    explicit operator bool() const { return pixels_ != nullptr; } // false: there is no memory to draw in
-    std::uint8_t* pixels() const { return pixels_; }              // not cleared: fill all of it
-    int width() const { return width_; }
-    int height() const { return height_; }
-    std::size_t stride() const { return std::size_t(4) * static_cast<std::size_t>(width_); } // bytes
-
-    // Publishes the picture and wakes the waiting readers. Returns its record; number 0 on failure.
-    FrameInfo commit(std::int32_t source);
-
-private:
-    friend class FrameStore;
-    Drawing(std::shared_ptr<StoreFile> file, std::unique_ptr<WriterLock> lock);
-
-    std::shared_ptr<StoreFile> file_;
-    std::unique_ptr<WriterLock> lock_;
-    std::uint8_t* pixels_ = nullptr;
-    int width_ = 0;
-    int height_ = 0;
-    std::uint64_t number_ = 0;
-};
 
 class FrameStore {
 public:
@@ -101,6 +65,11 @@ public:
     // Copies the newest frame. False when there is none yet; `out` is then unchanged.
     bool newest(Frame& out);
 
+    // Calls look(picture, info) on the newest picture in the store's own memory, without a copy. The picture is valid
+    // during the call. Returns true only when it was not overwritten meanwhile; otherwise throw away what was made
+    // of it and call again. False without a call of `look` when there is no frame yet.
+    bool visitNewest(const std::function<void(const PictureView&, const FrameInfo&)>& look);
+
     FrameInfo newestInfo(); // number 0: none yet
 
     // The records with a number greater than `after`, ascending, at most the last 256.
@@ -112,30 +81,32 @@ public:
 
     VideoMode mode();
 
-    // Waits until the newest number differs from `seen`, or the screen was blanked or changed its mode, at most
-    // `timeoutMs` milliseconds. Returns the newest number.
+    // Waits until the newest number differs from `seen`, or the screen was blanked, changed its mode or got another
+    // file, at most `timeoutMs` milliseconds. Returns the newest number.
     std::uint64_t wait(std::uint64_t seen, int timeoutMs);
 
     // ---- Writing. False or an empty Drawing with a log line when the store can't be written.
 
-    // Sets the mode; replaces the store if it has another mode or is missing. Numbers, records and the newest
-    // picture stay (cut or framed in black), so that a switch between modes shows no black frame.
+    // Sets the mode and creates the store if it is missing. The pictures stay as they are.
     bool setMode(VideoMode mode);
 
     // Like setMode(), and takes the screen over: from now on an object that took it over earlier gets an empty
     // Drawing, without a log line, until it takes the screen over again. Objects that never did are not limited.
     bool takeOver(VideoMode mode);
 
-    // Replaces the store by a black one in this mode. Numbers and records stay.
+    // Replaces the store by one in this mode with a black picture, blanked. Numbers, records and size stay.
     bool reset(VideoMode mode);
 
-    // Begins a drawing in the size of the store's present mode. A missing store is created in the mode of this
-    // object's last setMode() or reset(), or in PAL.
-    Drawing draw();
+    // Makes the store large enough for pictures of this shape, so that the first drawing does not wait for that. A
+    // missing store is created in the mode of this object's last setMode(), takeOver() or reset(), or in PAL.
+    bool reserve(const PictureShape& shape);
 
-    // Draws a finished picture of the store's present size. `stride` is the distance between rows in bytes, at
-    // least 4 * width. Number 0 on failure and when the store has another size.
-    FrameInfo draw(const void* bgrx, int width, int height, std::size_t stride, std::int32_t source);
+    // Begins a drawing of this shape; does first what reserve() does. After a failure to get memory it does not try
+    // again for a second.
+    Drawing draw(const PictureShape& shape);
+
+    // Draws a finished picture. Each stride is at least a row of its plane. Number 0 on failure.
+    FrameInfo draw(const PictureView& picture, std::int32_t source);
 
     // Turns the screen black until the next frame.
     bool blank();
@@ -143,14 +114,20 @@ public:
 private:
     bool openForReading();
     bool openForWriting();
-    bool renew(VideoMode mode, bool keepPicture);
+    bool openAs(VideoMode mode);
+    bool makeRoom(const PictureShape& shape);
+    bool renew(VideoMode mode, std::size_t pictureBytes, bool keepPicture);
     void follow();
+    void disuse(const std::string& reason);
+    void refuse(const std::string& reason);
 
     std::string path_;
     VideoMode wantedMode_ = VideoMode::pal;
-    std::uint64_t turn_ = 0;          // number of this object's take-over; 0: none
+    std::uint64_t takeOver_ = 0;      // number of this object's take-over; 0: none
     std::shared_ptr<StoreFile> file_; // null: not open
-    std::string lastReason_;          // why the store was last refused; logged once
+    std::string lastReason_;          // why the store was last not used; logged once
+    std::string lastRefusal_;         // why a change was last refused; logged once
+    std::int64_t noMemoryUntil_ = 0;  // don't ask for memory before; on gettimeusec()'s clock
     Frame scratch_;                   // reuses the memory of the last copy
 };
 

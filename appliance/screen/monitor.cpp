@@ -49,14 +49,11 @@ std::vector<std::string> sinksFor(const MonitorOptions& options) {
     return sinks;
 }
 
-// A television shows both modes as 4:3, so the pixels are not square.
-GstCaps* capsOf(VideoMode mode) {
-    const VideoFormat& format = formatOf(mode);
+GstCaps* capsOf(const ScreenShape& screen) {
     return gst_caps_new_simple("video/x-raw", "format", G_TYPE_STRING, "BGRx", "width", G_TYPE_INT,
-                               format.width, "height", G_TYPE_INT, format.height, "framerate",
-                               GST_TYPE_FRACTION, format.rateNumerator, format.rateDenominator,
-                               "pixel-aspect-ratio", GST_TYPE_FRACTION, 4 * format.height, 3 * format.width,
-                               nullptr);
+                               screen.size.width, "height", G_TYPE_INT, screen.size.height, "framerate",
+                               GST_TYPE_FRACTION, 25, 1, "pixel-aspect-ratio", GST_TYPE_FRACTION,
+                               screen.aspectNumerator, screen.aspectDenominator, nullptr);
 }
 
 bool hasProperty(GstElement* element, const char* name) {
@@ -66,8 +63,8 @@ bool hasProperty(GstElement* element, const char* name) {
 class Window {
 public:
     // Null with a `reason` when the window can't be opened.
-    static std::unique_ptr<Window> open(const std::string& sinkName, bool fullscreen, VideoMode mode,
-                                        std::string& reason);
+    static std::unique_ptr<Window> open(const std::string& sinkName, bool fullscreen,
+                                        const ScreenShape& screen, std::string& reason);
     ~Window() { gst_element_set_state(pipeline_.get(), GST_STATE_NULL); }
     Window(const Window&) = delete;
     Window& operator=(const Window&) = delete;
@@ -85,13 +82,13 @@ private:
     Owned<GstElement> pipeline_;
     GstElement* source_ = nullptr;
     GstElement* sink_ = nullptr;
-    VideoMode mode_ = VideoMode::pal;
+    ScreenShape screen_;
 };
 
-std::unique_ptr<Window> Window::open(const std::string& sinkName, bool fullscreen, VideoMode mode,
+std::unique_ptr<Window> Window::open(const std::string& sinkName, bool fullscreen, const ScreenShape& screen,
                                      std::string& reason) {
     std::unique_ptr<Window> window(new Window);
-    window->mode_ = mode;
+    window->screen_ = screen;
     return window->build(sinkName, reason) && window->start(fullscreen, reason) ? std::move(window) : nullptr;
 }
 
@@ -116,7 +113,7 @@ bool Window::build(const std::string& sinkName, std::string& reason) {
 }
 
 bool Window::start(bool fullscreen, std::string& reason) {
-    GstCaps* caps = capsOf(mode_);
+    GstCaps* caps = capsOf(screen_);
     g_object_set(source_, "caps", caps, "format", GST_FORMAT_TIME, "is-live", TRUE, "do-timestamp", TRUE,
                  "max-buffers", guint64{2}, "leaky-type", 2, nullptr);
     gst_caps_unref(caps);
@@ -137,9 +134,9 @@ bool Window::start(bool fullscreen, std::string& reason) {
 }
 
 void Window::show(const Picture& picture) {
-    if (picture.mode != mode_) {
-        mode_ = picture.mode;
-        GstCaps* caps = capsOf(mode_);
+    if (picture.screen != screen_) {
+        screen_ = picture.screen;
+        GstCaps* caps = capsOf(screen_);
         gst_app_src_set_caps(GST_APP_SRC(source_), caps);
         gst_caps_unref(caps);
     }
@@ -204,11 +201,11 @@ int runMonitor(const MonitorOptions& options) {
         return failed("GStreamer does not start: " + reason);
     }
     Composer composer;
-    const VideoMode mode = composer.compose().mode;
+    const ScreenShape screen = composer.compose().screen;
     std::string reasons;
     for (const std::string& sink : sinks) {
         std::string reason;
-        if (const auto window = Window::open(sink, options.fullscreen, mode, reason))
+        if (const auto window = Window::open(sink, options.fullscreen, screen, reason))
             return showScreen(*window, composer, options.seconds);
         reasons += (reasons.empty() ? "" : "; ") + reason;
     }

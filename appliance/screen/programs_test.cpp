@@ -52,10 +52,10 @@ protected:
 
 TEST_F(ScreenPrograms, BlankscreenHidesWhatWasDrawn) {
     FrameStore store(framesPath());
-    const FrameInfo info = store.draw().commit(0);
+    const FrameInfo info = store.draw(televisionShape(VideoMode::pal)).commit(0);
     EXPECT_EQ(run("blankscreen").status, 0);
     EXPECT_GT(store.blankedAt(), info.time);
-    EXPECT_GT(store.draw().commit(0).time, store.blankedAt());
+    EXPECT_GT(store.draw(televisionShape(VideoMode::pal)).commit(0).time, store.blankedAt());
 }
 
 TEST_F(ScreenPrograms, BlankscreenWithoutAStoreCreatesOneInTheConfiguredMode) {
@@ -80,11 +80,11 @@ TEST_F(ScreenPrograms, BlankscreenFailsWhereNothingCanBeWritten) {
 
 TEST_F(ScreenPrograms, ResetruaSetsTheModeBlackAndContinuesTheNumbers) {
     FrameStore store(framesPath());
-    const FrameInfo info = store.draw().commit(0);
+    const FrameInfo info = store.draw(televisionShape(VideoMode::pal)).commit(0);
     EXPECT_EQ(run("resetrua ntsc").status, 0);
     EXPECT_EQ(store.mode(), VideoMode::ntsc);
     EXPECT_GT(store.blankedAt(), info.time);
-    EXPECT_EQ(store.draw().commit(0).number, 2U);
+    EXPECT_EQ(store.draw(televisionShape(VideoMode::pal)).commit(0).number, 2U);
     EXPECT_EQ(run("resetrua PAL").status, 0);
     EXPECT_EQ(store.mode(), VideoMode::pal);
 }
@@ -100,7 +100,7 @@ TEST_F(ScreenPrograms, ResetruaRefusesOtherModes) {
 
 TEST_F(ScreenPrograms, MonitorShowsUntilItsTimeIsOver) {
     FrameStore store(framesPath());
-    store.draw().commit(0);
+    store.draw(televisionShape(VideoMode::pal)).commit(0);
     const Ended ended = run("decoder-monitor --sink fakesink --seconds 1");
     EXPECT_EQ(ended.status, 0);
     EXPECT_EQ(ended.output, "");

@@ -6,7 +6,6 @@
 namespace streams {
 namespace {
 
-constexpr int sizeLimit = 4096;
 // Some encoders append padding to the end marker.
 constexpr std::size_t paddingLimit = 1024;
 
@@ -46,9 +45,7 @@ std::optional<JpegSize> wholeJpeg(std::string_view bytes) {
         }
         if (marker >= 0xc0 && marker <= 0xc2) { // baseline, extended, progressive
             const JpegSize size{wordAt(bytes, position + 7), wordAt(bytes, position + 5)};
-            const bool good =
-                size.width > 0 && size.height > 0 && size.width <= sizeLimit && size.height <= sizeLimit;
-            return good ? std::optional(size) : std::nullopt;
+            return size.width > 0 && size.height > 0 ? std::optional(size) : std::nullopt;
         }
         const int length = wordAt(bytes, position + 2);
         if (marker == 0xda || marker == 0xd9 || length < 2) // picture data before the size: not valid

@@ -11,9 +11,8 @@ struct JpegSize {
     int height;
 };
 
-// The size of a picture that is complete (it has its start and end marker) and safe to decode; otherwise
-// nothing. The limit is 4096 by 4096: without one, a hostile picture of a few bytes makes the decoder
-// allocate gigabytes.
+// The size of a picture that is complete (it has its start and end marker); otherwise nothing. The size is what the
+// picture says: a hostile picture of a few bytes can claim 65535 by 65535.
 std::optional<JpegSize> wholeJpeg(std::string_view bytes);
 
 } // namespace streams

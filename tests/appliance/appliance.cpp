@@ -1,6 +1,7 @@
 #include "tests/appliance/appliance.h"
 
 #include "tests/appliance/isolation.h"
+#include "tests/support/screen_picture.h"
 
 #include <algorithm>
 #include <csignal>
@@ -310,8 +311,7 @@ std::optional<FrameMark> Appliance::mark() {
     if (!store_.newest(frame)) {
         return std::nullopt;
     }
-    return readFrameMark(reinterpret_cast<const std::uint8_t*>(frame.pixels.data()), frame.width,
-                         frame.height, frame.width * 4);
+    return screen::markIn(frame);
 }
 
 int Appliance::playerPid() {

@@ -215,9 +215,10 @@ TEST_F(Control, StatusShowsTheStores) {
     set_led(2, 3, 3);
     status(2, "ErrorCode", 29);
     screen::FrameStore store(root + "/run/decoder/screen/frames");
-    const std::vector<std::uint32_t> grey(720 * 576, 0x808080);
+    const screen::PictureShape shape = screen::televisionShape(screen::VideoMode::pal);
+    const std::vector<std::uint8_t> grey(screen::bytesOf(shape), 0x80);
     ASSERT_TRUE(store.setMode(screen::VideoMode::pal));
-    ASSERT_EQ(store.draw(grey.data(), 720, 576, 720 * 4, 2).number, 1U);
+    ASSERT_EQ(store.draw(screen::viewOf(shape, grey.data()), 2).number, 1U);
 
     const nlohmann::json json = nlohmann::json::parse(ctl({"status", "--json"}).output);
     EXPECT_EQ(json["connected"], true);
@@ -256,6 +257,8 @@ TEST_F(Control, SnapshotIsAPng) {
     EXPECT_THAT(finished.output, HasSubstr("the screen is blank"));
     EXPECT_THAT(appliance::readFile(file), StartsWith("\x89PNG"));
     EXPECT_THAT(ctl({"snapshot", "-"}).output, StartsWith("\x89PNG"));
+    EXPECT_THAT(ctl({"snapshot", file, "--size", "1280x720"}).output, HasSubstr("1280x720"));
+    EXPECT_THAT(ctl({"snapshot", file, "--size", "1281x720"}).errors, HasSubstr("is not a size"));
     const Finished refused = ctl({"snapshot", root + "/no/such/folder/shot.png"});
     EXPECT_EQ(refused.status, 1);
     EXPECT_THAT(refused.errors, HasSubstr("No such file or directory"));

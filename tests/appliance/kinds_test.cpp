@@ -4,6 +4,7 @@
 // private network namespace.
 #include "tests/appliance/appliance.h"
 #include "tests/appliance/isolation.h"
+#include "tests/support/screen_picture.h"
 
 #include <algorithm>
 #include <gmock/gmock.h>
@@ -167,10 +168,7 @@ protected:
     // A busy machine loses packets of a multicast, so a mark may be damaged; then the picture is still not black.
     bool isBlack() {
         screen::Frame frame;
-        if (!decoder->screen().newest(frame)) {
-            return true;
-        }
-        return std::ranges::all_of(frame.pixels, [](std::uint32_t pixel) { return (pixel & 0xe0e0e0) == 0; });
+        return !decoder->screen().newest(frame) || screen::isBlack(frame);
     }
 
     // Selects the source and reads the screen until its picture moves. No reading finds a black picture or one of a

@@ -58,8 +58,8 @@ protected:
         return appliance::eventually([&] {
             number = store_.wait(number, 100);
             if (store_.newest(frame))
-                seen.insert(std::hash<std::string_view>{}({reinterpret_cast<const char*>(frame.pixels.data()),
-                                                           frame.pixels.size() * sizeof frame.pixels[0]}));
+                seen.insert(std::hash<std::string_view>{}(
+                    {reinterpret_cast<const char*>(frame.bytes.data()), frame.bytes.size()}));
             return seen.size() >= count;
         });
     }

@@ -1,5 +1,7 @@
 #include "appliance/players/decoding/decoder_pipeline.h"
 
+#include "appliance/players/decoding/sample_pictures.h"
+
 #include <libcommon/log.h>
 
 #include <gst/app/gstappsink.h>
@@ -14,11 +16,18 @@ constexpr guint64 queuedPackets = 4096;
 constexpr guint64 queuedBytes = 1024 * 1024;
 constexpr int dropOldest = GST_APP_LEAKY_TYPE_DOWNSTREAM;
 
-GstFlowReturn onPicture(GstAppSink* appSink, void* sink) {
+// What the appsink's thread needs.
+struct Delivery {
+    const StreamSink& sink;
+    SamplePictures pictures;
+};
+
+GstFlowReturn onPicture(GstAppSink* appSink, void* delivery) {
     GstSample* sample = gst_app_sink_pull_sample(appSink);
     if (sample == nullptr)
         return GST_FLOW_EOS;
-    static_cast<const StreamSink*>(sink)->picture(sample);
+    auto& to = *static_cast<Delivery*>(delivery);
+    to.pictures.take(sample, to.sink.picture);
     gst_sample_unref(sample);
     return GST_FLOW_OK;
 }
@@ -76,7 +85,8 @@ void deliver(GstElement* pipeline, const StreamSink& sink) {
     GstElement* pictures = gst_bin_get_by_name(GST_BIN(pipeline), "pictures");
     GstAppSinkCallbacks callbacks{};
     callbacks.new_sample = &onPicture;
-    gst_app_sink_set_callbacks(GST_APP_SINK(pictures), &callbacks, const_cast<StreamSink*>(&sink), nullptr);
+    gst_app_sink_set_callbacks(GST_APP_SINK(pictures), &callbacks, new Delivery{sink, {}},
+                               [](void* delivery) { delete static_cast<Delivery*>(delivery); });
     gst_object_unref(pictures);
     GstBus* bus = gst_element_get_bus(pipeline);
     gst_bus_set_sync_handler(bus, &onMessage, const_cast<StreamSink*>(&sink), nullptr);

@@ -4,6 +4,7 @@
 #include "appliance/players/decoding/stream_sink.h"
 
 #include <cstddef>
+#include <gst/gst.h>
 #include <string>
 
 namespace player {

@@ -1,15 +1,17 @@
 // Where a decoded stream goes.
 #pragma once
 
+#include "appliance/screen/picture_shape.h"
+
 #include <functional>
-#include <gst/gst.h>
 #include <string>
 
 namespace player {
 
 // All functions may be called on any thread.
 struct StreamSink {
-    std::function<void(GstSample*)> picture;       // a decoded picture; the caller keeps its reference
+    // A decoded picture in I420 or NV12; it is valid during the call. One thread at a time.
+    std::function<void(const screen::PictureView&)> picture;
     std::function<void(const std::string&)> ended; // the stream is over; the reason, for the log
     std::function<bool()> showing;                 // the picture is on the screen, so sound may play
     std::function<void()> awaitShowing;            // blocks until it is

@@ -2,9 +2,9 @@
 #include "appliance/players/testing/fake_supervisor.h"
 #include "appliance/players/testing/test_pictures.h"
 
-#include "appliance/mark/frame_mark.h"
-#include "appliance/screen/composition.h"
+#include "appliance/screen/frame_store.h"
 #include "tests/appliance/isolation.h"
+#include "tests/support/screen_picture.h"
 
 #include <libcommon/clock.h>
 
@@ -21,7 +21,7 @@ namespace {
 
 using scripted::Server;
 
-// Examines every picture as a monitor shows it, and counts the wrong ones.
+// Examines every picture of the frame store, and counts the wrong ones.
 class Watcher {
 public:
     Watcher() : thread_(&Watcher::watch, this) {}
@@ -42,22 +42,20 @@ public:
 
 private:
     void watch() {
-        screen::Composer composer;
         screen::FrameStore store;
+        screen::Frame frame;
         std::uint64_t number = 0;
         while (!done_) {
-            number = composer.wait(number, 100);
+            number = store.wait(number, 100);
             for (const screen::FrameInfo& info : store.infosSince(infos.empty() ? 0 : infos.back().number))
                 infos.push_back(info);
-            if (number == 0)
+            if (!store.newest(frame))
                 continue;
-            const screen::Picture& picture = composer.compose();
-            const auto mark = readFrameMark(reinterpret_cast<const std::uint8_t*>(picture.pixels.data()),
-                                            picture.width, picture.height, 4 * picture.width);
+            const std::optional<FrameMark> mark = screen::markIn(frame);
             ++seen;
             if (!mark)
                 ++unreadable;
-            else if (mark->source != picture.info.source)
+            else if (mark->source != frame.info.source)
                 ++strange;
         }
     }

@@ -6,6 +6,7 @@
 #include "appliance/players/testing/test_pictures.h"
 #include "appliance/screen/frame_store.h"
 #include "tests/appliance/isolation.h"
+#include "tests/support/screen_picture.h"
 
 #include <libcommon/clock.h>
 
@@ -57,8 +58,7 @@ protected:
         screen::Frame frame;
         if (!store_.newest(frame))
             return std::nullopt;
-        return readFrameMark(reinterpret_cast<const std::uint8_t*>(frame.pixels.data()), frame.width,
-                             frame.height, 4 * frame.width);
+        return screen::markIn(frame);
     }
     std::uint64_t waitForFrames(std::uint64_t count) {
         std::uint64_t number = store_.newestInfo().number;
@@ -74,10 +74,6 @@ protected:
         while (store_.newestInfo().pid != pid && gettimeusec() < until)
             store_.wait(store_.newestInfo().number, 20);
         EXPECT_EQ(store_.newestInfo().pid, pid);
-    }
-    std::uint32_t pixel(const screen::Frame& frame, int x, int y) {
-        return frame.pixels[static_cast<std::size_t>(y) * static_cast<std::size_t>(frame.width) +
-                            static_cast<std::size_t>(x)];
     }
     // The exit status of a player that plays this script.
     std::optional<int> statusAgainst(scripted::Script script, int patienceMs = 400,

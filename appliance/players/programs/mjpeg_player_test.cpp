@@ -4,6 +4,7 @@
 #include <algorithm>
 #include <fstream>
 #include <iterator>
+#include <set>
 #include <sys/prctl.h>
 #include <sys/wait.h>
 #include <unistd.h>
@@ -142,13 +143,21 @@ TEST_F(MjpegPlayer, CredentialsCannotBeSeenOnItsCommandLine) {
     EXPECT_THAT(seen, Not(HasSubstr("the-password")));
 }
 
-TEST_F(MjpegPlayer, PicturesFillTheScreenOrAreFramed) {
+bool isNear(std::uint32_t colour, std::uint32_t wanted) {
+    bool near = true;
+    for (const int shift : {0, 8, 16})
+        near = near && std::abs(static_cast<int>(colour >> shift & 0xff) -
+                                static_cast<int>(wanted >> shift & 0xff)) < 24;
+    return near;
+}
+
+TEST_F(MjpegPlayer, HandsInThePictureInItsOwnSize) {
     struct Case {
         int width, height;
-        bool framed;
+        int aspectNumerator, aspectDenominator;
     };
-    for (const Case& one :
-         {Case{640, 480, false}, Case{352, 288, false}, Case{704, 576, false}, Case{1280, 720, true}}) {
+    for (const Case& one : {Case{640, 480, 1, 1}, Case{352, 288, 12, 11}, Case{704, 576, 12, 11},
+                            Case{1280, 720, 1, 1}, Case{641, 361, 1, 1}, Case{480, 640, 1, 1}}) {
         scripted::Script script{scripted::readRequest(), scripted::send(multipartHeader)};
         for (int i = 0; i < 3; ++i)
             script.push_back(scripted::send(part(quarteredJpeg(one.width, one.height))));
@@ -159,28 +168,38 @@ TEST_F(MjpegPlayer, PicturesFillTheScreenOrAreFramed) {
         waitForPictureOf(pid);
         screen::Frame frame;
         ASSERT_TRUE(store_.newest(frame));
-        const auto near = [](std::uint32_t colour, std::uint32_t wanted) {
-            bool all = true;
-            for (const int shift : {0, 8, 16})
-                all = all && std::abs(static_cast<int>(colour >> shift & 0xff) -
-                                      static_cast<int>(wanted >> shift & 0xff)) < 24;
-            return all;
-        };
-        EXPECT_PRED2(near, pixel(frame, 0, one.framed ? 90 : 0), 0xff0000U) << one.width;
-        EXPECT_PRED2(near, pixel(frame, 719, 288 - 8), 0x00ff00U) << one.width;
-        EXPECT_PRED2(near, pixel(frame, 0, one.framed ? 490 : 575), 0x0000ffU) << one.width;
-        EXPECT_PRED2(near, pixel(frame, 719, 288 + 8), 0xffffffU) << one.width;
-        if (one.framed) {
-            EXPECT_PRED2(near, pixel(frame, 360, 0), 0U);
-            EXPECT_PRED2(near, pixel(frame, 360, 71), 0U);
-            EXPECT_PRED2(near, pixel(frame, 360, 575), 0U);
-        }
+        EXPECT_EQ(frame.shape.width, one.width);
+        EXPECT_EQ(frame.shape.height, one.height);
+        EXPECT_EQ(frame.shape.aspectNumerator, one.aspectNumerator);
+        EXPECT_EQ(frame.shape.aspectDenominator, one.aspectDenominator);
+        EXPECT_TRUE(frame.shape.fullRange) << "as in every JPEG file";
+        EXPECT_PRED2(isNear, colourAt(frame, 0, 0), 0xff0000U) << one.width;
+        EXPECT_PRED2(isNear, colourAt(frame, one.width - 1, one.height / 2 - 8), 0x00ff00U) << one.width;
+        EXPECT_PRED2(isNear, colourAt(frame, 0, one.height - 1), 0x0000ffU) << one.width;
+        EXPECT_PRED2(isNear, colourAt(frame, one.width - 1, one.height / 2 + 8), 0xffffffU) << one.width;
         kill(pid, SIGTERM);
         EXPECT_EQ(supervisor_.end(pid), 0);
     }
 }
 
-TEST_F(MjpegPlayer, TurnedPictureIsUpsideDown) {
+TEST_F(MjpegPlayer, PicturesOfEightThousandPixelsAreScaledDown) {
+    const std::string large = part(quarteredJpeg(7680, 4320));
+    const Server server(
+        {scripted::readRequest(), scripted::send(multipartHeader), scripted::send(large), scripted::stall()});
+    const pid_t pid = start(server);
+    ASSERT_TRUE(supervisor_.letShow(pid));
+    waitForPictureOf(pid);
+    screen::Frame frame;
+    ASSERT_TRUE(store_.newest(frame));
+    EXPECT_EQ(frame.shape.width, 3840);
+    EXPECT_EQ(frame.shape.height, 2160);
+    EXPECT_PRED2(isNear, colourAt(frame, 0, 0), 0xff0000U);
+    EXPECT_PRED2(isNear, colourAt(frame, 3839, 0), 0x00ff00U);
+    EXPECT_PRED2(isNear, colourAt(frame, 0, 2159), 0x0000ffU);
+    EXPECT_PRED2(isNear, colourAt(frame, 3839, 2159), 0xffffffU);
+}
+
+TEST_F(MjpegPlayer, TurnedPictureIsMarkedAsTurned) {
     const Server server({scripted::readRequest(), scripted::send(multipartHeader),
                          scripted::send(part(quarteredJpeg(720, 576))), scripted::stall()});
     const pid_t pid = start(server, {"-f"});
@@ -188,8 +207,38 @@ TEST_F(MjpegPlayer, TurnedPictureIsUpsideDown) {
     waitForPictureOf(pid);
     screen::Frame frame;
     ASSERT_TRUE(store_.newest(frame));
-    EXPECT_GT(pixel(frame, 700, 550) & 0xff0000, 0xe00000U) << "red, bottom right";
-    EXPECT_LT(pixel(frame, 700, 550) & 0xffff, 0x4000U);
+    EXPECT_EQ(frame.shape.turn, screen::Turn::half);
+    EXPECT_PRED2(isNear, colourAt(frame, 20, 20), 0xff0000U);
+}
+
+TEST_F(MjpegPlayer, SizeChangesInMidStreamAndIsNeverMixed) {
+    scripted::Script script{scripted::readRequest(), scripted::send(multipartHeader)};
+    const std::vector<std::pair<int, int>> sizes{
+        {640, 480}, {1280, 720}, {352, 288}, {1920, 1080}, {321, 243}};
+    for (int i = 0; i < 250; ++i) {
+        const auto& [width, height] = sizes[static_cast<std::size_t>(i / 3) % sizes.size()];
+        script.push_back(later(part(quarteredJpeg(width, height)), milliseconds(20)));
+    }
+    const Server server(script);
+    const pid_t pid = start(server);
+    ASSERT_TRUE(supervisor_.letShow(pid));
+    waitForPictureOf(pid);
+    std::set<int> widths;
+    const std::int64_t until = gettimeusec() + 30'000'000;
+    std::uint64_t number = 0;
+    while (widths.size() < sizes.size() && gettimeusec() < until && supervisor_.running(pid)) {
+        number = store_.wait(number, 1000);
+        screen::Frame frame;
+        ASSERT_TRUE(store_.newest(frame));
+        widths.insert(frame.shape.width);
+        const int right = frame.shape.width - 1;
+        const int bottom = frame.shape.height - 1;
+        EXPECT_PRED2(isNear, colourAt(frame, 0, 0), 0xff0000U) << frame.shape.width;
+        EXPECT_PRED2(isNear, colourAt(frame, right, 0), 0x00ff00U) << frame.shape.width;
+        EXPECT_PRED2(isNear, colourAt(frame, 0, bottom), 0x0000ffU) << frame.shape.width;
+        EXPECT_PRED2(isNear, colourAt(frame, right, bottom), 0xffffffU) << frame.shape.width;
+    }
+    EXPECT_EQ(widths.size(), sizes.size());
 }
 
 TEST_F(MjpegPlayer, ScreenGetsTheModeOfThePlayer) {

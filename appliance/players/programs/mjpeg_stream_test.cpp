@@ -2,6 +2,8 @@
 #include "appliance/players/programs/mjpeg_player_fixture.h"
 #include "tests/support/certificate.h"
 
+#include <libcommon/status.h>
+
 #include <algorithm>
 #include <fstream>
 #include <unistd.h>
@@ -40,27 +42,75 @@ TEST_F(MjpegPlayer, EndOfTheStreamIsFourteen) {
 // The limit also applies to the first picture, which takes long on a loaded machine.
 constexpr int stillMs = 4000;
 
-TEST_F(MjpegPlayer, PictureThatStandsStillIsTwentyThree) {
+TEST_F(MjpegPlayer, StreamWithoutNewPicturesIsTwentyThree) {
     scripted::Script stalling = pictureStream(7, 3);
     stalling.push_back(scripted::stall());
     EXPECT_EQ(statusAgainst(stalling, stillMs), 23);
-
-    scripted::Script frozen = pictureStream(7, 3);
-    for (int i = 0; i < 500; ++i)
-        frozen.push_back(later(part(jpegPicture(7, 2))));
-    EXPECT_EQ(statusAgainst(frozen, stillMs), 23) << "the same picture again and again";
 
     scripted::Script garbage = pictureStream(7, 3);
     garbage.push_back(scripted::sendEndlessly("not a part and not a picture "));
     EXPECT_EQ(statusAgainst(garbage, stillMs), 23);
 }
 
-TEST_F(MjpegPlayer, PictureThatMovesALittleDoesNotStandStill) {
-    // Only one bit of the mark's counter changes. The stream is longer than the limit.
+// Moves for three pictures, then repeats its last one; the stream is longer than the limit.
+scripted::Script frozenStream(int repetitions = stillMs / 40 + 50) {
+    scripted::Script script = pictureStream(7, 3);
+    const std::string last = part(jpegPicture(7, 2, 720, 576, 1));
+    for (int i = 0; i < repetitions; ++i)
+        script.push_back(later(last));
+    return script;
+}
+
+TEST_F(MjpegPlayer, StillPictureDoesNotEndThePlayer) {
+    FakeSupervisor::setParameters("[Player]\nStillAfter = 1\n");
+    EXPECT_EQ(statusAgainst(frozenStream(), stillMs), 14);
+    FakeSupervisor::setParameters("");
+}
+
+TEST_F(MjpegPlayer, StillPictureEndsThePlayerWhereThatIsAskedFor) {
+    FakeSupervisor::setParameters("[Player]\nStillAfter = 1\nEndWhenStill = yes\n");
+    EXPECT_EQ(statusAgainst(frozenStream(), 10'000), 23);
+    FakeSupervisor::setParameters("[Player]\nStillAfter = 0\nEndWhenStill = yes\n");
+    EXPECT_EQ(statusAgainst(frozenStream(), 10'000), 14) << "0: stillness is not looked for";
+    // Only one bit of the mark's counter changes.
+    FakeSupervisor::setParameters("[Player]\nStillAfter = 2\nEndWhenStill = yes\n");
     scripted::Script script{scripted::readRequest(), scripted::send(multipartHeader)};
-    for (int i = 0; i < stillMs / 100 + 20; ++i)
+    for (int i = 0; i < 50; ++i)
         script.push_back(later(part(jpegPicture(7, i % 2, 720, 576, 1)), milliseconds(100)));
-    EXPECT_EQ(statusAgainst(script, stillMs), 14);
+    EXPECT_EQ(statusAgainst(script, 10'000), 14);
+    FakeSupervisor::setParameters("");
+}
+
+// Whether the source's status is told, within the patience of the tests.
+bool tells(bool told) {
+    const std::int64_t until = gettimeusec() + 30'000'000;
+    while (status(3, "Still").empty() == told && gettimeusec() < until)
+        usleep(20'000);
+    return status(3, "Still").empty() != told;
+}
+
+TEST_F(MjpegPlayer, StillPictureIsToldWhileItIsShown) {
+    FakeSupervisor::setParameters("[Player]\nStillAfter = 1\n");
+    scripted::Script script = pictureStream(7, 100);
+    const std::string still = part(jpegPicture(7, 100));
+    for (int i = 0; i < 350; ++i)
+        script.push_back(later(i >= 100 && i < 200 ? part(jpegPicture(7, i)) : still));
+    status(3, "Still", "77"); // left by a killed player
+    const Server server(script);
+    const pid_t pid = start(server);
+    ASSERT_TRUE(supervisor_.arrived(pid, 0));
+    EXPECT_EQ(status(3, "Still"), "77") << "it does not show yet";
+    ASSERT_TRUE(supervisor_.letShow(pid));
+    EXPECT_TRUE(tells(false)) << "it moves";
+    EXPECT_TRUE(tells(true)) << "it stands still";
+    EXPECT_TRUE(tells(false)) << "it moves again";
+    EXPECT_TRUE(tells(true));
+    EXPECT_GE(std::stoi(status(3, "Still")), 1);
+    EXPECT_LT(std::stoi(status(3, "Still")), 60);
+    kill(pid, SIGTERM);
+    EXPECT_EQ(supervisor_.end(pid), 0);
+    EXPECT_EQ(status(3, "Still"), "") << "it is cleared at the end";
+    FakeSupervisor::setParameters("");
 }
 
 TEST_F(MjpegPlayer, BrokenPicturesBetweenWholeOnesDoNoHarm) {

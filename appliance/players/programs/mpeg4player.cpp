@@ -2,9 +2,9 @@
 #include "appliance/players/decoding/decoder_pipeline.h"
 #include "appliance/players/decoding/gst_start.h"
 #include "appliance/players/decoding/rtp_decoding.h"
-#include "appliance/players/decoding/rtp_sound.h"
 #include "appliance/players/programs/stream_request.h"
 #include "appliance/players/showing/player.h"
+#include "appliance/players/sound/rtp_sound.h"
 #include "appliance/streams/http_stream.h"
 #include "appliance/streams/rtsp_stream.h"
 
@@ -21,7 +21,8 @@ namespace {
 // Decodes the packets of the session.
 class Mpeg4Decoding {
 public:
-    Mpeg4Decoding(const StreamSink& sink, bool verbose) : sink_(sink), verbose_(verbose) {}
+    Mpeg4Decoding(const StreamSink& sink, SoundOutput& output, bool verbose)
+        : sink_(sink), output_(output), verbose_(verbose) {}
 
     streams::RtspReceiver receiver() {
         return {
@@ -30,7 +31,9 @@ public:
             .beginVideo = [this](const streams::DescribedStream& stream,
                                  bool ordered) { return beginVideo(stream, ordered); },
             .beginSound =
-                [this](const streams::DescribedStream& stream) { sound_ = new RtpSound(sink_, stream.caps); },
+                [this](const streams::DescribedStream& stream) {
+                    sound_ = new RtpSound(sink_, output_, stream.caps);
+                },
             .noSound =
                 [this](const std::string& reason) {
                     if (verbose_)
@@ -49,6 +52,7 @@ private:
     }
 
     const StreamSink& sink_;
+    SoundOutput& output_;
     const bool verbose_;
     std::unique_ptr<DecoderPipeline> decoder_;
     RtpSound* sound_ = nullptr; // never destroyed: it has its own thread
@@ -58,10 +62,14 @@ bool startMpeg4(const PlayerOptions& options, const StreamSink& sink, EndSession
     if (!startGStreamer({"app"}))
         return false;
     streams::startHttp();
-    // Both are never destroyed, because their threads run until the process ends.
-    auto* decoding = new Mpeg4Decoding(sink, options.verbose);
+    // All are never destroyed, because their threads run until the process ends.
+    auto* sound = new SoundOutput(sink);
+    auto* decoding = new Mpeg4Decoding(sink, *sound, options.verbose);
     auto* stream = new streams::RtspStream(rtspSourceOf(options), decoding->receiver());
-    endSession = [stream] { stream->end(); };
+    endSession = [stream, sound] {
+        stream->end();
+        sound->end(soundEndMs);
+    };
     // The decoders' library is large: load it while the encoder answers.
     std::thread([] { loadRtpPlugins(videoChainOf("MP4V-ES")); }).detach();
     std::thread([stream, &sink] { sink.ended(stream->run()); }).detach();

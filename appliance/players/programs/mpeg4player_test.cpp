@@ -3,10 +3,16 @@
 #include "appliance/players/testing/test_rtsp_server.h"
 #include "appliance/players/testing/test_stream.h"
 
+#include "appliance/sound/sound_control.h"
+
 #include <algorithm>
+#include <cstdlib>
+#include <cstring>
 #include <fstream>
+#include <iterator>
 #include <memory>
 #include <unistd.h>
+#include <vector>
 
 namespace player {
 namespace {
@@ -178,6 +184,89 @@ TEST_F(Mpeg4Player, SoundDoesNotDisturbThePicture) {
     showsAndTearsDown(server, "rtsp-unicast", {"-q", "20004"});
     EXPECT_EQ(server.transports(), "udp udp ") << "both streams are set up";
     showsAndTearsDown(server, "rtsp-tcp");
+}
+
+// The samples that the players wrote to their device, of the left channel.
+std::vector<std::int16_t> heardIn(const std::string& path) {
+    std::ifstream file(path, std::ios::binary);
+    const std::string bytes((std::istreambuf_iterator<char>(file)), std::istreambuf_iterator<char>());
+    std::vector<std::int16_t> left(bytes.size() / 4);
+    for (std::size_t i = 0; i < left.size(); ++i)
+        std::memcpy(&left[i], &bytes[4 * i], sizeof left[i]);
+    return left;
+}
+
+int loudest(const std::vector<std::int16_t>& samples, std::size_t last) {
+    int highest = 0;
+    for (std::size_t at = samples.size() - std::min(samples.size(), last); at < samples.size(); ++at)
+        highest = std::max(highest, std::abs(int{samples[at]}));
+    return highest;
+}
+
+// Waits until the newest tenth of a second is louder than half of the tone, or silent.
+bool becomes(bool loud, const std::string& path) {
+    const std::int64_t until = gettimeusec() + 30'000'000;
+    bool is = !loud;
+    while (is != loud && gettimeusec() < until) {
+        usleep(20'000);
+        const int highest = loudest(heardIn(path), 4800);
+        is = loud ? highest > 10'000 : highest > 0;
+    }
+    return is == loud;
+}
+
+TEST_F(Mpeg4Player, SoundMovesToTheNextPlayerWithoutAJump) {
+    const std::string device = FakeSupervisor::root() + "/samples";
+    FakeSupervisor::setParameters("[Sound]\nDevice = file:" + device + "\n");
+    RtspServerOptions options;
+    options.sound = "audio/x-raw,rate=8000,channels=1 ! mulawenc ! rtppcmupay name=pay1";
+    const TestRtspServer one(options);
+    const TestRtspServer two(options);
+    const pid_t first = start(one.port(), "rtsp-tcp");
+    ASSERT_TRUE(supervisor_.letShow(first));
+    EXPECT_TRUE(becomes(true, device)) << FakeSupervisor::log();
+    const pid_t second = start(two.port(), "rtsp-tcp");
+    ASSERT_TRUE(supervisor_.arrived(second, 0));
+    supervisor_.release(0, {second});
+    kill(first, SIGHUP);
+    ASSERT_TRUE(supervisor_.arrived(first, 1, 2));
+    ASSERT_TRUE(supervisor_.arrived(second, 1));
+    supervisor_.release(1, {second, first});
+    EXPECT_EQ(supervisor_.end(first), 0);
+    const std::size_t ofFirst = heardIn(device).size();
+    const std::int64_t until = gettimeusec() + 30'000'000;
+    while (heardIn(device).size() < ofFirst + 24'000 && gettimeusec() < until)
+        usleep(20'000);
+    EXPECT_TRUE(becomes(true, device));
+    kill(second, SIGTERM);
+    EXPECT_EQ(supervisor_.end(second), 0);
+    const std::vector<std::int16_t> heard = heardIn(device);
+    int step = std::abs(int{heard.back()});
+    for (std::size_t i = 1; i < heard.size(); ++i)
+        step = std::max(step, std::abs(heard[i] - heard[i - 1]));
+    std::printf("%zu samples, largest change from one to the next: %d\n", heard.size(), step);
+    // The tone of 440 Hz changes by 1510 at most, and a little more where its encoding rounds. A jump from a peak to
+    // silence is 26 000.
+    EXPECT_LT(step, 3500);
+    FakeSupervisor::setParameters("");
+}
+
+TEST_F(Mpeg4Player, SoundIsMutedInARunningPlayer) {
+    const std::string device = FakeSupervisor::root() + "/samples-muted";
+    FakeSupervisor::setParameters("[Sound]\nDevice = file:" + device + "\n");
+    RtspServerOptions options;
+    options.sound = "audio/x-raw,rate=8000,channels=1 ! mulawenc ! rtppcmupay name=pay1";
+    const TestRtspServer server(options);
+    const pid_t pid = start(server.port(), "rtsp-tcp");
+    ASSERT_TRUE(supervisor_.letShow(pid));
+    EXPECT_TRUE(becomes(true, device)) << FakeSupervisor::log();
+    ASSERT_TRUE(sound::setMuted(true));
+    EXPECT_TRUE(becomes(false, device));
+    ASSERT_TRUE(sound::setMuted(false));
+    EXPECT_TRUE(becomes(true, device));
+    kill(pid, SIGTERM);
+    EXPECT_EQ(supervisor_.end(pid), 0);
+    FakeSupervisor::setParameters("");
 }
 
 TEST_F(Mpeg4Player, EndOfTheStreamIsFourteen) {

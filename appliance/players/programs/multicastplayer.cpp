@@ -2,8 +2,8 @@
 #include "appliance/players/decoding/decoder_pipeline.h"
 #include "appliance/players/decoding/gst_start.h"
 #include "appliance/players/decoding/rtp_decoding.h"
-#include "appliance/players/decoding/rtp_sound.h"
 #include "appliance/players/showing/player.h"
+#include "appliance/players/sound/rtp_sound.h"
 #include "appliance/streams/datagrams.h"
 #include "appliance/streams/rtp_payload.h"
 
@@ -49,7 +49,7 @@ private:
     std::unique_ptr<DecoderPipeline> decoder_;
 };
 
-void receiveSound(const PlayerOptions& options, const StreamSink& sink) {
+void receiveSound(const PlayerOptions& options, const StreamSink& sink, SoundOutput& output) {
     const int socket = streams::joinGroup(options.audioHost, options.audioPort);
     if (socket < 0)
         return;
@@ -57,13 +57,13 @@ void receiveSound(const PlayerOptions& options, const StreamSink& sink) {
     streams::receiveDatagrams(socket, [&](std::string_view packet) {
         const std::string caps = sound == nullptr ? streams::capsOfPacket(packet) : "";
         if (!caps.empty())
-            sound = new RtpSound(sink, caps);
+            sound = new RtpSound(sink, output, caps);
         if (sound != nullptr)
             sound->feed(packet.data(), packet.size());
     });
 }
 
-bool startMulticast(const PlayerOptions& options, const StreamSink& sink, EndSession& /*endSession*/) {
+bool startMulticast(const PlayerOptions& options, const StreamSink& sink, EndSession& endSession) {
     const int socket = streams::joinGroup(options.host, options.port);
     // The plugins of the usual encoding are loaded before the first packet arrives.
     if (socket < 0 || !startGStreamer({"app"}) || !loadRtpPlugins(videoChainOf("MP2T")))
@@ -74,8 +74,11 @@ bool startMulticast(const PlayerOptions& options, const StreamSink& sink, EndSes
         streams::receiveDatagrams(socket, [&](std::string_view packet) { pictures.take(packet); });
         sink.ended("the socket broke");
     }).detach();
-    if (!options.audioHost.empty())
-        std::thread([&options, &sink] { receiveSound(options, sink); }).detach();
+    if (!options.audioHost.empty()) {
+        auto* sound = new SoundOutput(sink); // never destroyed: it has its own thread
+        endSession = [sound] { sound->end(soundEndMs); };
+        std::thread([&options, &sink, sound] { receiveSound(options, sink, *sound); }).detach();
+    }
     return true;
 }
 

@@ -4,12 +4,12 @@
 namespace player {
 
 enum class ExitCode : int {
-    asked = 0,        // SIGHUP, SIGINT, SIGTERM, or the supervisor is gone
-    usage = 2,        // a mistake in the command line
-    noPicture = 11,   // no connection or no first picture in time
-    endOfStream = 14, // the encoder ended the stream
-    stoodStill = 23,  // the stream was open and the picture did not change
-    noRelease = 25,   // announced at a barrier and not released in time
+    asked = 0,         // SIGHUP, SIGINT, SIGTERM, or the supervisor is gone
+    usage = 2,         // a mistake in the command line
+    noPicture = 11,    // no connection or no first picture in time
+    endOfStream = 14,  // the encoder ended the stream
+    noNewPicture = 23, // the stream was open and no new picture came; or it stood still and may not
+    noRelease = 25,    // announced at a barrier and not released in time
 };
 
 } // namespace player

@@ -3,6 +3,7 @@
 #include "appliance/players/showing/arguments.h"
 #include "appliance/players/showing/exit_code.h"
 #include "appliance/players/showing/presenter.h"
+#include "appliance/players/showing/stillness.h"
 #include "appliance/players/showing/supervisor_link.h"
 
 #include <libcommon/clock.h>
@@ -33,6 +34,8 @@ namespace {
 constexpr int freshDrawingMs = 5;
 constexpr int drawingPatienceMs = 60;
 constexpr int endSessionMs = 200;
+constexpr int clearStatusMs = 200;
+constexpr int stillnessCheckMs = 1000;
 
 // What the other threads report to the main thread. They signal an eventfd, which wakes the main thread.
 class Reports {
@@ -130,6 +133,7 @@ private:
     void takeSignals();
     void takeReports();
     void checkTime();
+    void checkStillness();
     int millisecondsToWait() const;
     std::int64_t pictureDeadline() const;
     std::int64_t releaseDeadline() const;
@@ -142,12 +146,15 @@ private:
     Presenter presenter_;
     SupervisorLink link_;
     EndSession endSession_;
-    bool pictured_ = false; // the first picture was decoded
+    StillnessReport& stillness_;      // never destroyed: it has its own thread
+    std::int64_t stillnessCheck_ = 0; // when the content is checked next
+    bool pictured_ = false;           // the first picture was decoded
 };
 
 Player::Player(const PlayerOptions& options, int signals)
     : options_(options), signals_(signals),
-      presenter_(options, screen::FrameStore(), [this] { reports_.firstPicture(); }), link_(linkActions()) {}
+      presenter_(options, screen::FrameStore(), [this] { reports_.firstPicture(); }), link_(linkActions()),
+      stillness_(*new StillnessReport(options.source)) {}
 
 LinkActions Player::linkActions() {
     return {.show = [this] { presenter_.show(); },
@@ -158,7 +165,7 @@ LinkActions Player::linkActions() {
 }
 
 void Player::run(const StartStream& startStream) {
-    const StreamSink sink{[this](GstSample* sample) { presenter_.picture(sample); },
+    const StreamSink sink{[this](const screen::PictureView& picture) { presenter_.picture(picture); },
                           [this](const std::string& reason) { reports_.streamEnded(reason); },
                           [this] { return presenter_.showing(); }, [this] { presenter_.awaitShowing(); }};
     if (!startStream(options_, sink, endSession_))
@@ -170,6 +177,7 @@ void Player::run(const StartStream& startStream) {
         takeSignals();
         takeReports();
         checkTime();
+        checkStillness();
     }
 }
 
@@ -203,7 +211,7 @@ void Player::takeReports() {
 }
 
 std::int64_t Player::pictureDeadline() const {
-    return after(pictured_ ? presenter_.lastChange() : start_, options_.patienceMs);
+    return after(pictured_ ? presenter_.lastPicture() : start_, options_.patienceMs);
 }
 
 std::int64_t Player::releaseDeadline() const {
@@ -211,7 +219,9 @@ std::int64_t Player::releaseDeadline() const {
 }
 
 int Player::millisecondsToWait() const {
-    const std::int64_t until = std::min(pictureDeadline(), releaseDeadline());
+    std::int64_t until = std::min(pictureDeadline(), releaseDeadline());
+    if (pictured_)
+        until = std::min(until, stillnessCheck_);
     if (until == INT64_MAX)
         return -1;
     return static_cast<int>(std::clamp<std::int64_t>((until - gettimeusec() + 999) / 1000, 0, INT_MAX));
@@ -224,8 +234,22 @@ void Player::checkTime() {
     if (now < pictureDeadline())
         return;
     if (pictured_)
-        end(ExitCode::stoodStill, "the picture stands still");
+        end(ExitCode::noNewPicture, "no new picture in time");
     end(ExitCode::noPicture, "no picture in time");
+}
+
+// Tells what is on the screen: a player that doesn't show yet leaves the status to the one that does.
+void Player::checkStillness() {
+    const std::int64_t now = gettimeusec();
+    if (!pictured_ || now < stillnessCheck_)
+        return;
+    stillnessCheck_ = now + std::int64_t{1000} * stillnessCheckMs;
+    const StillnessSettings settings = stillnessSettings();
+    const int seconds = secondsStill(settings, presenter_.lastChange(), now);
+    if (seconds > 0 && settings.endsPlayer)
+        end(ExitCode::noNewPicture, "the picture stands still, and Player.EndWhenStill is \"yes\"");
+    if (presenter_.showing())
+        stillness_.tell(seconds);
 }
 
 void Player::end(ExitCode code, const char* reason) {
@@ -233,6 +257,7 @@ void Player::end(ExitCode code, const char* reason) {
         logmsg(6, "%s of source %d ends with %d: %s", programName(options_.kind), options_.source,
                static_cast<int>(code), reason);
     presenter_.stop();
+    stillness_.clear(clearStatusMs);
     if (endSession_) {
         Reports session;
         std::thread([&] {

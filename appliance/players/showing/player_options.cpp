@@ -38,8 +38,8 @@ constexpr std::array<Option, 20> knownOptions{{
     {'o', "OUTPUT",   forAll,                 "where to show the picture: tv, the appliance's screen"},
     {'n', "INDEX",    forAll,                 "index of the source, stored with each picture (default 0)"},
     {'v', nullptr,    forAll,                 "log more"},
-    {'r', "MS",       forAll,                 "time limit in milliseconds for the first picture and for a "
-                                              "picture that does not change; 0: none (default 10000)"},
+    {'r', "MS",       forAll,                 "time limit in milliseconds for the first picture and "
+                                              "between two pictures; 0: none (default 10000)"},
     {'w', "MS",       forAll,                 "time limit in milliseconds for the supervisor's release from a "
                                               "barrier; 0: none (default 60000)"},
     {'a', nullptr,    forMjpeg,               "play the encoder's audio"},
@@ -110,7 +110,8 @@ void printHelp(Kind kind) {
                         option.help);
     std::printf(
         "  --help, --version\n\nExit status: 0 asked to end, 2 wrong use, 11 no picture in time, 14 the "
-        "stream ended,\n23 the picture stood still, 25 the supervisor did not release the player in time.\n");
+        "stream ended,\n23 no new picture came in time, 25 the supervisor did not release the player in "
+        "time.\n");
 }
 
 // Parses one command line.

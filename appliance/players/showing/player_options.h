@@ -30,7 +30,7 @@ struct PlayerOptions {
     screen::VideoMode mode = screen::VideoMode::pal;
     int source = 0; // source index, stored with each picture
     bool verbose = false;
-    int patienceMs = 10'000; // limit for the first picture and for an unchanged picture; 0: none
+    int patienceMs = 10'000; // limit for the first picture and between two pictures; 0: none
     int releaseMs = 60'000;  // limit for the release from a barrier; 0: none
     bool audio = false;
     std::string host;

@@ -1,6 +1,8 @@
 #include "appliance/players/showing/presenter.h"
 
-#include "appliance/players/showing/picture_hash.h"
+#include "appliance/players/showing/interlaced.h"
+#include "appliance/players/showing/picture_copy.h"
+#include "appliance/players/showing/shown_shape.h"
 
 #include <libcommon/clock.h>
 #include <libcommon/log.h>
@@ -12,82 +14,95 @@ namespace player {
 
 Presenter::Presenter(const PlayerOptions& options, screen::FrameStore store,
                      std::function<void()> firstPicture)
-    : options_(options), firstPicture_(std::move(firstPicture)), store_(std::move(store)),
-      converter_(options.interlace, options.turned) {}
+    : options_(options), firstPicture_(std::move(firstPicture)), store_(std::move(store)) {}
 
-Presenter::~Presenter() {
-    if (caps_ != nullptr)
-        gst_caps_unref(caps_);
-}
-
-void Presenter::picture(GstSample* sample) {
-    GstCaps* caps = gst_sample_get_caps(sample);
-    GstBuffer* buffer = gst_sample_get_buffer(sample);
-    if (caps == nullptr || buffer == nullptr)
-        return;
+void Presenter::picture(const screen::PictureView& given) {
     bool first = false;
     {
         const std::lock_guard guard(lock_);
-        if (stopped_)
+        if (stopped_ || !isUsable(given))
             return;
-        if (caps != caps_) {
-            if (gst_video_info_from_caps(&info_, caps) == FALSE)
-                return;
-            gst_caps_replace(&caps_, caps);
-            if (options_.verbose)
-                logmsg(7, "Pictures of %dx%d", GST_VIDEO_INFO_WIDTH(&info_), GST_VIDEO_INFO_HEIGHT(&info_));
-        }
-        GstVideoFrame frame;
-        if (gst_video_frame_map(&frame, &info_, buffer, GST_MAP_READ) == FALSE)
-            return;
-        first = lastChange_ == 0;
-        present(frame);
-        gst_video_frame_unmap(&frame);
-        first = first && lastChange_ != 0;
+        screen::PictureView picture = given;
+        picture.shape = shownShape(given.shape, options_.turned);
+        followShape(picture.shape);
+        const std::uint64_t hash = showing_ ? draw(picture) : keepReady(picture);
+        first = lastPicture_ == 0;
+        lastPicture_ = gettimeusec();
+        if (first || hash != hash_)
+            lastChange_ = lastPicture_;
+        hash_ = hash;
     }
     if (first)
         firstPicture_();
 }
 
-void Presenter::present(const GstVideoFrame& frame) {
-    if (showing_)
-        draw(frame);
-    else
-        keepReady(frame);
-    const std::uint64_t hash = hashOf(frame);
-    if (lastChange_ == 0 ? !ready_.empty() : hash != hash_)
-        lastChange_ = gettimeusec();
-    hash_ = hash;
+bool Presenter::isUsable(const screen::PictureView& picture) {
+    const char* fault = screen::faultOf(picture);
+    if (fault == nullptr && picture.shape.format == screen::PixelFormat::bgrx)
+        fault = "they are in colours";
+    if (fault != nullptr && !std::exchange(refused_, true))
+        logmsg(3, "Pictures of %dx%d can't be shown: %s", picture.shape.width, picture.shape.height, fault);
+    return fault == nullptr;
 }
 
-void Presenter::draw(const GstVideoFrame& frame) {
-    screen::Drawing drawing = store_.draw();
-    if (!drawing || !converter_.convert(frame, drawing.pixels(), drawing.width(), drawing.height()))
+// Makes room for pictures of a new shape before the player shows, so that its first drawing need not wait for it.
+void Presenter::followShape(const screen::PictureShape& shape) {
+    if (shape == shape_)
         return;
-    drawing.commit(options_.source);
-    lastDrawing_ = gettimeusec();
-    drawn_.notify_all();
+    shape_ = shape;
+    if (!showing_)
+        store_.reserve(shape);
+    if (options_.verbose)
+        logmsg(7, "Pictures of %dx%d", shape.width, shape.height);
 }
 
-void Presenter::keepReady(const GstVideoFrame& frame) {
-    const screen::VideoFormat& format = screen::formatOf(options_.mode);
-    ready_.resize(static_cast<std::size_t>(format.width) * static_cast<std::size_t>(format.height));
-    if (!converter_.convert(frame, reinterpret_cast<std::uint8_t*>(ready_.data()), format.width,
-                            format.height)) {
-        ready_.clear();
-        if (!std::exchange(refused_, true))
-            logmsg(3, "Pictures in the format %s can't be shown", GST_VIDEO_INFO_NAME(&frame.info));
+bool Presenter::smooths(const screen::PictureView& picture) const {
+    switch (options_.interlace) {
+    case Interlace::asItIs:
+        return false;
+    case Interlace::automatic:
+        return showsCombs(picture);
+    case Interlace::smoothed:
+        return true;
     }
+    return false;
+}
+
+std::uint64_t Presenter::draw(const screen::PictureView& picture) {
+    const bool smooth = smooths(picture); // looked for before the drawing holds the writers' lock
+    screen::Drawing drawing = store_.draw(picture.shape);
+    PicturePlanes planes;
+    for (std::size_t i = 0; drawing && i < planes.plane.size(); ++i) {
+        planes.plane[i] = drawing.plane(static_cast<int>(i));
+        planes.stride[i] = drawing.stride(static_cast<int>(i));
+    }
+    const std::uint64_t hash = copyAndHash(picture, planes, smooth);
+    if (drawing) {
+        drawing.commit(options_.source);
+        lastDrawing_ = gettimeusec();
+        drawn_.notify_all();
+    }
+    return hash;
+}
+
+std::uint64_t Presenter::keepReady(const screen::PictureView& picture) {
+    const screen::PlaneLayouts layouts = screen::planesOf(picture.shape);
+    ready_.shape = picture.shape;
+    ready_.bytes.resize(screen::bytesOf(picture.shape));
+    PicturePlanes planes;
+    for (std::size_t i = 0; i < layouts.size(); ++i) {
+        planes.plane[i] = layouts[i].rows == 0 ? nullptr : ready_.bytes.data() + layouts[i].offset;
+        planes.stride[i] = layouts[i].stride;
+    }
+    return copyAndHash(picture, planes, smooths(picture));
 }
 
 void Presenter::show() {
     const std::lock_guard guard(lock_);
     if (stopped_ || showing_ || !store_.takeOver(options_.mode))
         return;
-    const screen::VideoFormat& format = screen::formatOf(options_.mode);
-    if (!ready_.empty())
-        store_.draw(ready_.data(), format.width, format.height, 4 * static_cast<std::size_t>(format.width),
-                    options_.source);
+    if (!ready_.bytes.empty())
+        store_.draw(ready_.view(), options_.source);
     showing_ = true;
     lastDrawing_ = gettimeusec();
     ready_ = {};
@@ -114,6 +129,11 @@ bool Presenter::showing() const {
 void Presenter::awaitShowing() {
     std::unique_lock guard(lock_);
     drawn_.wait(guard, [this] { return showing_; });
+}
+
+std::int64_t Presenter::lastPicture() const {
+    const std::lock_guard guard(lock_);
+    return lastPicture_;
 }
 
 std::int64_t Presenter::lastChange() const {

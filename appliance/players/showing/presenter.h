@@ -1,23 +1,20 @@
-// Shows the decoded pictures and notices when they stop changing.
+// Shows the decoded pictures and notices when they stop coming or changing.
 //
-// The stream's thread passes every decoded picture in. Until the player takes the screen over, the newest
-// picture is kept converted, so that it can be shown at once. From then on each picture is converted directly
-// into the frame store's memory. A picture that equals the one before, bit for bit, is shown but does not count
-// as a change: an encoder without a camera signal repeats its last picture, while noise makes every picture of
-// a camera different. Drawn pictures such as test cards may be equal, too, and count as not changing.
+// The stream's thread passes every decoded picture in. Until the player takes the screen over, a copy of the newest
+// picture is kept, so that it can be shown at once. From then on each picture is copied directly into the frame store's
+// memory, in the format and size that the decoder made; it is scaled and converted where it is shown. A picture that
+// equals the one before, bit for bit, is shown but does not count as a change: an encoder without a camera signal
+// repeats its last picture, while noise makes every picture of a camera different. Drawn pictures such as test cards
+// may be equal, too, and count as not changing.
 #pragma once
 
-#include "appliance/players/showing/picture_converter.h"
 #include "appliance/players/showing/player_options.h"
 #include "appliance/screen/frame_store.h"
 
 #include <condition_variable>
 #include <cstdint>
 #include <functional>
-#include <gst/gst.h>
 #include <mutex>
-#include <string>
-#include <vector>
 
 namespace player {
 
@@ -25,12 +22,13 @@ class Presenter {
 public:
     // `firstPicture` is called once, on the stream's thread, when the first picture is ready to be shown.
     Presenter(const PlayerOptions& options, screen::FrameStore store, std::function<void()> firstPicture);
-    ~Presenter();
+    ~Presenter() = default;
     Presenter(const Presenter&) = delete;
     Presenter& operator=(const Presenter&) = delete;
 
-    // Takes a decoded picture (video/x-raw) and drops any other sample. The stream's thread.
-    void picture(GstSample* sample);
+    // Takes a decoded picture in I420 or NV12; one that can't be shown is dropped, with a log line the first time. The
+    // stream's thread.
+    void picture(const screen::PictureView& picture);
 
     // Takes the screen over and shows the newest picture. Any thread.
     void show();
@@ -45,13 +43,17 @@ public:
     bool showing() const;
     void awaitShowing();
 
-    // When the picture last changed, on gettimeusec()'s clock; 0: there was no picture yet. Any thread.
+    // When the last picture came, whether it was equal to the one before or not, and when the content last changed. On
+    // gettimeusec()'s clock; 0: there was no picture yet. Any thread.
+    std::int64_t lastPicture() const;
     std::int64_t lastChange() const;
 
 private:
-    void present(const GstVideoFrame& frame);
-    void draw(const GstVideoFrame& frame);
-    void keepReady(const GstVideoFrame& frame);
+    bool isUsable(const screen::PictureView& picture);
+    bool smooths(const screen::PictureView& picture) const;
+    void followShape(const screen::PictureShape& shape);
+    std::uint64_t draw(const screen::PictureView& picture);
+    std::uint64_t keepReady(const screen::PictureView& picture);
 
     const PlayerOptions& options_;
     const std::function<void()> firstPicture_;
@@ -59,16 +61,15 @@ private:
     mutable std::mutex lock_;       // guards all that follows
     std::condition_variable drawn_; // notified after each drawing and after the take-over
     screen::FrameStore store_;
-    PictureConverter converter_;
-    GstCaps* caps_ = nullptr; // of the last sample
-    GstVideoInfo info_{};
-    std::vector<std::uint32_t> ready_; // the newest picture, converted, before the take-over; empty: none
+    screen::PictureShape shape_; // of the last picture
+    screen::Frame ready_;        // the newest picture before the take-over; without bytes: none
     std::uint64_t hash_ = 0;
+    std::int64_t lastPicture_ = 0;
     std::int64_t lastChange_ = 0;
     std::int64_t lastDrawing_ = 0;
     bool showing_ = false;
     bool stopped_ = false;
-    bool refused_ = false; // the pictures' format can't be converted; logged once
+    bool refused_ = false; // a picture could not be shown; logged once
 };
 
 } // namespace player

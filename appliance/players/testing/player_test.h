@@ -7,6 +7,7 @@
 #include "appliance/screen/frame_store.h"
 #include "tests/appliance/isolation.h"
 #include "tests/fakes/network_namespace.h"
+#include "tests/support/screen_picture.h"
 #include "tests/support/scripted_server.h"
 
 #include <libcommon/clock.h>
@@ -37,8 +38,7 @@ protected:
         screen::Frame frame;
         if (!store_.newest(frame))
             return std::nullopt;
-        return readFrameMark(reinterpret_cast<const std::uint8_t*>(frame.pixels.data()), frame.width,
-                             frame.height, 4 * frame.width);
+        return screen::markIn(frame);
     }
 
     // Waits until the screen shows a moving picture of that source.

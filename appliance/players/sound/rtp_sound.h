@@ -2,6 +2,7 @@
 #pragma once
 
 #include "appliance/players/decoding/stream_sink.h"
+#include "appliance/players/sound/sound_output.h"
 
 #include <atomic>
 #include <cstddef>
@@ -12,16 +13,17 @@ namespace player {
 
 class RtpSound {
 public:
-    // Prepares decoding of packets with these caps on its own thread, after the picture is shown. `sink` must
-    // outlive the object. Never destroyed: its thread may run until the process ends.
-    RtpSound(const StreamSink& sink, std::string caps);
+    // Prepares decoding of packets with these caps on its own thread, after the picture is shown. `sink` and
+    // `output` must outlive the object. Never destroyed: its thread may run until the process ends.
+    RtpSound(const StreamSink& sink, SoundOutput& output, std::string caps);
 
-    // Takes a packet; drops it until the decoding is ready. For one thread.
+    // Takes a packet; drops it while no device plays it. For one thread.
     void feed(const void* packet, std::size_t bytes);
 
 private:
     void prepare(const StreamSink& sink);
 
+    SoundOutput& output_;
     const std::string caps_;
     std::atomic<GstElement*> source_{nullptr}; // null: not ready
 };

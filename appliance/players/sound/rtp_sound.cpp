@@ -1,7 +1,6 @@
-#include "appliance/players/decoding/rtp_sound.h"
+#include "appliance/players/sound/rtp_sound.h"
 
 #include "appliance/players/decoding/decoder_pipeline.h"
-#include "appliance/players/decoding/http_sound.h"
 #include "appliance/players/decoding/rtp_decoding.h"
 #include "appliance/streams/rtp_payload.h"
 
@@ -13,7 +12,8 @@
 
 namespace player {
 
-RtpSound::RtpSound(const StreamSink& sink, std::string caps) : caps_(std::move(caps)) {
+RtpSound::RtpSound(const StreamSink& sink, SoundOutput& output, std::string caps)
+    : output_(output), caps_(std::move(caps)) {
     std::thread([this, &sink] { prepare(sink); }).detach();
 }
 
@@ -25,11 +25,10 @@ void RtpSound::prepare(const StreamSink& sink) {
         logmsg(6, "Sound in the encoding \"%s\" can't be played", name.c_str());
         return;
     }
-    if (!loadSoundPlugins() || !loadRtpPlugins(chain))
+    if (!loadRtpPlugins(chain) || !output_.start())
         return;
-    GstElement* pipeline =
-        makePipeline(std::string("appsrc name=source is-live=true ! ") + reordering + " ! " + chain.elements +
-                     " ! audioconvert ! audioresample ! " + soundSink);
+    GstElement* pipeline = makePipeline(std::string("appsrc name=source is-live=true ! ") + reordering +
+                                        " ! " + chain.elements + " ! " + soundSink);
     if (pipeline == nullptr)
         return;
     GstElement* source = gst_bin_get_by_name(GST_BIN(pipeline), "source");
@@ -37,6 +36,7 @@ void RtpSound::prepare(const StreamSink& sink) {
     g_object_set(source, "caps", caps, nullptr);
     gst_caps_unref(caps);
     configureFeed(source, Feed::packets);
+    output_.takeFrom(pipeline);
     if (gst_element_set_state(pipeline, GST_STATE_PLAYING) == GST_STATE_CHANGE_FAILURE)
         logmsg(6, "Sound can't be played");
     else
@@ -44,7 +44,8 @@ void RtpSound::prepare(const StreamSink& sink) {
 }
 
 void RtpSound::feed(const void* packet, std::size_t bytes) {
-    if (GstElement* source = source_)
+    GstElement* source = source_;
+    if (source != nullptr && output_.playing())
         gst_app_src_push_buffer(GST_APP_SRC(source), gst_buffer_new_memdup(packet, bytes));
 }
 

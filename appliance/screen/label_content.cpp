@@ -1,0 +1,71 @@
+#include "appliance/screen/label_content.h"
+
+#include <charconv>
+#include <ctime>
+
+namespace screen {
+namespace {
+
+constexpr std::int64_t readingIntervalUs = 500'000;
+
+std::string clockText() {
+    const std::time_t now = std::time(nullptr);
+    std::tm local{};
+    localtime_r(&now, &local);
+    char text[16];
+    return {text, std::strftime(text, sizeof text, "%H:%M:%S", &local)};
+}
+
+std::string nameOf(int source, const ApplianceView& appliance) {
+    const std::vector<std::string> names = appliance.sourceNames();
+    const auto index = static_cast<std::size_t>(source);
+    return index < names.size() ? names[index] : "";
+}
+
+} // namespace
+
+std::string stillText(const std::string& seconds) {
+    constexpr long minute = 60;
+    constexpr long hour = 3600;
+    long count = 0;
+    const char* last = seconds.data() + seconds.size();
+    const auto [end, error] = std::from_chars(seconds.data(), last, count);
+    if (error != std::errc() || end != last || count <= 0)
+        return "";
+    if (count < 2 * minute)
+        return "still for " + std::to_string(count) + " s";
+    if (count < 2 * hour)
+        return "still for " + std::to_string(count / minute) + " min";
+    return "still for " + std::to_string(count / hour) + " h";
+}
+
+void LabelContent::toggleName() {
+    nameWanted_ = parts_.name.empty();
+}
+
+bool LabelContent::showsName(std::int64_t now, const ShownSource& shown,
+                             const ScreenSettings& settings) const {
+    if (nameWanted_)
+        return *nameWanted_;
+    return settings.nameAlways || now - shown.visibleSince < settings.nameSeconds * std::int64_t{1'000'000};
+}
+
+void LabelContent::readSource(int source, const ApplianceView& appliance) {
+    name_ = source < 0 ? "" : nameOf(source, appliance);
+    still_ = stillText(appliance.status(source, "Still"));
+    source_ = source;
+}
+
+const LabelParts& LabelContent::at(std::int64_t now, const ShownSource& shown, const ScreenSettings& settings,
+                                   const ApplianceView& appliance) {
+    if (shown.source != source_ || now >= readAgainAt_) {
+        readSource(shown.source, appliance);
+        readAgainAt_ = now + readingIntervalUs;
+    }
+    parts_.name = showsName(now, shown, settings) ? name_ : "";
+    parts_.clock = settings.clock ? clockText() : "";
+    parts_.still = still_;
+    return parts_;
+}
+
+} // namespace screen
