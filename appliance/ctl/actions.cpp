@@ -1,49 +1,18 @@
 #include "appliance/ctl/actions.h"
 
-#include "appliance/ctl/connection.h"
 #include "appliance/ctl/in_force.h"
-#include "appliance/ctl/quoted_text.h"
-#include "appliance/ctl/refused.h"
+#include "appliance/operating/decoder_events.h"
+#include "appliance/operating/quoted_text.h"
+#include "appliance/operating/refused.h"
+#include "appliance/operating/running_decoder.h"
 #include "appliance/sound/sound_control.h"
 
 #include <libcommon/display.h>
 #include <libcommon/params.h>
-#include <libcommon/paths.h>
-
-#include <cerrno>
-#include <cstring>
-#include <fcntl.h>
-#include <sys/stat.h>
-#include <unistd.h>
 
 namespace {
 
 constexpr int alarmLine = 1; // of the on-screen texts
-
-void send(const Event& event) {
-    if (sendEvent(&event) == 0) {
-        return;
-    }
-    switch (errno) {
-    case ENOENT:
-        throw Refused("no decoder is running " + applianceText());
-    case EAGAIN:
-        throw Refused("the decoder's event queue is full: it does not keep up, try again");
-    case EACCES:
-        throw Refused("not allowed to talk to the decoder " + applianceText() + ": use its user or group");
-    default:
-        throw Refused(std::string("the event could not be sent: ") + std::strerror(errno));
-    }
-}
-
-std::string sourceText(int index, const std::string& name) {
-    return std::to_string(index) + ' ' + inQuotes(name);
-}
-
-// A decoder that should play but does not is locked or about to connect.
-bool isHeldBack() {
-    return !isConnected() && ParamWrapper(0, false)["Decoder.Connected"] == "yes";
-}
 
 // Why the decoder will not show an alarm now, and what it does with the alarm instead; "" when it shows the alarm.
 std::string alarmObstacle() {
@@ -75,29 +44,14 @@ std::string alarmObstacle() {
 
 } // namespace
 
-void sendPlainEvent(EventId id) {
-    Event event{};
-    event.id = id;
-    send(event);
-}
-
-std::string selectSource(int index, const std::string& name) {
-    const bool heldBack = isHeldBack();
-    Event event{};
-    event.id = EID_SELECT;
-    event.value1 = index;
-    send(event);
-    return "selected " + sourceText(index, name) + (heldBack ? "; shown when the lock ends" : "");
-}
-
 std::string raiseAlarm(int index, const std::string& name, const std::string& text) {
     const std::string obstacle = alarmObstacle();
     Event event{};
     event.id = EID_ALARM;
     event.value1 = index;
     libcommon::setEventText(event, text.c_str());
-    send(event);
-    std::string answer = "alarm raised for " + sourceText(index, name);
+    sendToDecoder(event);
+    std::string answer = "alarm raised for " + numberAndName(index, name);
     const char* sent = reinterpret_cast<const char*>(event.payload);
     if (text != sent) {
         answer += "; the text was cut to " + inQuotes(sent);
@@ -136,45 +90,10 @@ std::string flushDetections() {
     return heldBack ? "what was detected is forgotten when the lock ends" : "what was detected is forgotten";
 }
 
-std::string muteSound(bool muted) {
-    requireRunningAppliance();
-    if (!sound::setMuted(muted)) {
-        throw Refused("Sound.Info.Muted can't be written " + applianceText());
-    }
-    const sound::Settings now = sound::settings();
-    if (muted) {
-        return "the sound is muted";
-    }
-    return now.enabled ? "the sound plays at " + std::to_string(now.volume) + "% of its volume"
-                       : "the sound is no longer muted, but Sound.Enabled is \"no\"";
-}
-
 std::string setSoundVolume(int percent) {
     if (!sound::setVolume(percent)) {
         throw Refused("Sound.Volume can't be written " + applianceText());
     }
     return "the volume is " + std::to_string(percent) + '%' +
            (sound::settings().muted ? "; the sound is muted" : "");
-}
-
-std::string pressButton(bool hold) {
-    requireRunningAppliance();
-    const std::string file = libcommon::appliancePath("/proc/sys/dev/button_videoselect");
-    const int fd = open(file.c_str(), O_WRONLY | O_NONBLOCK | O_CLOEXEC);
-    if (fd < 0) {
-        throw Refused(errno == ENXIO ? "no program reads the button " + file + ": no decoder is running"
-                                     : "the button " + file + " can't be pressed: " + std::strerror(errno));
-    }
-    struct stat info {};
-    // A regular file would always read as pressed.
-    const bool fifo = fstat(fd, &info) == 0 && S_ISFIFO(info.st_mode);
-    const ssize_t written = fifo ? write(fd, hold ? "2" : "1", 1) : 0;
-    close(fd);
-    if (!fifo) {
-        throw Refused("the button " + file + " is not a FIFO, so only a person can press it");
-    }
-    if (written != 1) {
-        throw Refused("the button " + file + " could not be pressed: " + std::strerror(errno));
-    }
-    return hold ? "button held" : "button pressed";
 }

@@ -1,15 +1,15 @@
 #include "appliance/ctl/connection.h"
 
-#include "appliance/ctl/actions.h"
 #include "appliance/ctl/in_force.h"
 #include "appliance/ctl/parameter_check.h"
 #include "appliance/ctl/parameter_commands.h"
-#include "appliance/ctl/refused.h"
+#include "appliance/operating/decoder_events.h"
+#include "appliance/operating/refused.h"
+#include "appliance/operating/running_decoder.h"
 
 #include <libcommon/clock.h>
 #include <libcommon/events.h>
 #include <libcommon/params.h>
-#include <libcommon/paths.h>
 
 #include <algorithm>
 #include <cerrno>
@@ -21,10 +21,6 @@ namespace {
 
 constexpr const char* connectedName = "Decoder.Connected";
 constexpr timespec betweenLooks{0, 20'000'000};
-
-bool isWanted() {
-    return ParamWrapper(0, false)[connectedName] == "yes";
-}
 
 // "15 seconds", "0.5 seconds".
 std::string secondsText(double seconds) {
@@ -97,29 +93,10 @@ std::string disconnect(double wait) {
 
 } // namespace
 
-std::string applianceText() {
-    return libcommon::applianceRoot().empty() ? "on this machine" : "under " + libcommon::applianceRoot();
-}
-
-void requireRunningAppliance() {
-    errno = 0;
-    if (libcommon::eventQueueOwner() >= 0) {
-        return;
-    }
-    if (errno == EACCES) {
-        throw Refused("not allowed to talk to the decoder " + applianceText() + ": use its user or group");
-    }
-    throw Refused("no decoder is running " + applianceText());
-}
-
 void requireReadableConfiguration() {
     if (access(configurationFile().c_str(), R_OK) != 0 && errno == EACCES) {
         throw Refused("not allowed to read " + configurationFile() + ": use the decoder's user or group");
     }
-}
-
-bool isConnected() {
-    return ParamWrapper(1, false)["Decoder.Info.Connected"] == "yes";
 }
 
 std::string setConnected(bool connected, double wait) {

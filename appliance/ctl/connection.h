@@ -1,21 +1,12 @@
-// Whether a decoder runs here, and connecting and disconnecting it.
+// Connecting and disconnecting the decoder.
 //
 // Each command returns the sentence to print and throws Refused when it was refused or failed.
 #pragma once
 
 #include <string>
 
-// Throws Refused when no supervisor runs under this appliance root, or when this user may not find out.
-void requireRunningAppliance();
-
 // Throws Refused when the parameter file exists but this user may not read it: its values would look missing.
 void requireReadableConfiguration();
-
-// "on this machine" or "under ROOT".
-std::string applianceText();
-
-// "Decoder.Info.Connected": whether the decoder plays, or tries to.
-bool isConnected();
 
 inline constexpr double usualWait = 15; // seconds; a lock lasts ten
 

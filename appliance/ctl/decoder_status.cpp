@@ -1,8 +1,8 @@
 #include "appliance/ctl/decoder_status.h"
 
 #include "appliance/ctl/error_words.h"
-#include "appliance/ctl/quoted_text.h"
 #include "appliance/ctl/source_report.h"
+#include "appliance/operating/quoted_text.h"
 
 #include <libcommon/clock.h>
 #include <libcommon/events.h>

@@ -9,13 +9,17 @@
 #include "appliance/ctl/known_parameters.h"
 #include "appliance/ctl/parameter_check.h"
 #include "appliance/ctl/parameter_commands.h"
-#include "appliance/ctl/quoted_text.h"
-#include "appliance/ctl/refused.h"
 #include "appliance/ctl/snapshot.h"
 #include "appliance/ctl/source_names.h"
 #include "appliance/ctl/source_report.h"
 #include "appliance/ctl/sweep_command.h"
 #include "appliance/ctl/watch.h"
+#include "appliance/operating/button.h"
+#include "appliance/operating/decoder_events.h"
+#include "appliance/operating/muting.h"
+#include "appliance/operating/quoted_text.h"
+#include "appliance/operating/refused.h"
+#include "appliance/operating/running_decoder.h"
 
 #include <libcommon/status.h>
 #include <libcommon/text.h>

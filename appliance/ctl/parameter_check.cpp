@@ -2,9 +2,9 @@
 
 #include "appliance/ctl/known_parameters.h"
 #include "appliance/ctl/nearest_name.h"
-#include "appliance/ctl/quoted_text.h"
-#include "appliance/ctl/refused.h"
 #include "appliance/ctl/value_check.h"
+#include "appliance/operating/quoted_text.h"
+#include "appliance/operating/refused.h"
 
 #include <libcommon/istring.h>
 #include <libcommon/parameter_lines.h>

@@ -3,8 +3,9 @@
 #include "appliance/ctl/connection.h"
 #include "appliance/ctl/known_parameters.h"
 #include "appliance/ctl/parameter_check.h"
-#include "appliance/ctl/refused.h"
 #include "appliance/ctl/value_check.h"
+#include "appliance/operating/refused.h"
+#include "appliance/operating/running_decoder.h"
 
 #include <libcommon/events.h>
 #include <libcommon/parameter_lines.h>

@@ -1,4 +1,4 @@
-#include "appliance/ctl/quoted_text.h"
+#include "appliance/operating/quoted_text.h"
 
 #include "appliance/ctl/json_text.h"
 

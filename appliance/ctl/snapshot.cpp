@@ -1,8 +1,8 @@
 #include "appliance/ctl/snapshot.h"
 
-#include "appliance/ctl/connection.h"
-#include "appliance/ctl/quoted_text.h"
-#include "appliance/ctl/refused.h"
+#include "appliance/operating/quoted_text.h"
+#include "appliance/operating/refused.h"
+#include "appliance/operating/running_decoder.h"
 #include "appliance/screen/composition.h"
 #include "appliance/screen/screen_settings.h"
 

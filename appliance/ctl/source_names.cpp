@@ -1,7 +1,7 @@
 #include "appliance/ctl/source_names.h"
 
-#include "appliance/ctl/quoted_text.h"
-#include "appliance/ctl/refused.h"
+#include "appliance/operating/quoted_text.h"
+#include "appliance/operating/refused.h"
 
 #include <algorithm>
 #include <charconv>

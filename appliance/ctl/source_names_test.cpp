@@ -1,6 +1,6 @@
 #include "appliance/ctl/source_names.h"
 
-#include "appliance/ctl/refused.h"
+#include "appliance/operating/refused.h"
 
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>

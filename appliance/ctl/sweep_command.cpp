@@ -1,7 +1,7 @@
 #include "appliance/ctl/sweep_command.h"
 
-#include "appliance/ctl/connection.h"
-#include "appliance/ctl/refused.h"
+#include "appliance/operating/refused.h"
+#include "appliance/operating/running_decoder.h"
 
 #include <libcommon/sweep.h>
 

@@ -2,7 +2,7 @@
 
 #include "appliance/ctl/address_check.h"
 #include "appliance/ctl/nearest_name.h"
-#include "appliance/ctl/quoted_text.h"
+#include "appliance/operating/quoted_text.h"
 #include "appliance/screen/screen_settings.h"
 
 #include <algorithm>

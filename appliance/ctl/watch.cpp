@@ -1,9 +1,9 @@
 #include "appliance/ctl/watch.h"
 
-#include "appliance/ctl/connection.h"
 #include "appliance/ctl/error_words.h"
 #include "appliance/ctl/json_text.h"
-#include "appliance/ctl/quoted_text.h"
+#include "appliance/operating/quoted_text.h"
+#include "appliance/operating/running_decoder.h"
 
 #include <libcommon/clock.h>
 #include <libcommon/text.h>
