@@ -47,8 +47,8 @@ using Shower = std::function<Ending(const Attempt&, Shown&)>;
 // the program's exit status: 0, or 1 when no driver could show anything at the first attempt. Called once, on the only
 // thread.
 //
-// On a console (the only driver is KMSDRM), the guard takes the terminal of standard input (terminal.h). While another terminal is in front, no
-// shower runs.
+// On a console (the only driver is KMSDRM), the guard takes the terminal of standard input (terminal.h). While another
+// terminal is in front, no shower runs.
 int runGuard(const std::vector<std::string>& drivers, const Shower& shower, const std::function<void()>& lost,
              std::int64_t until, const std::function<void()>& prepare = nullptr);
 
