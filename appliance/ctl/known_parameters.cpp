@@ -32,12 +32,16 @@ constexpr std::array decoderTable{
     KnownParameter{"Network.eth0.IPAddress", ValueKind::Text, AtDisconnect},
     KnownParameter{"Network.TLS.Verify", ValueKind::YesNo, AtUse},
     KnownParameter{"Network.TLS.CAFile", ValueKind::Text, AtUse},
+    KnownParameter{"Gateway.Port", ValueKind::Number, AtUse, 1, 65535},
+    KnownParameter{"Gateway.HighestNumber", ValueKind::Number, AtUse, 0, 1000000},
 };
 
 constexpr std::array sourceTable{
     KnownParameter{"Name", ValueKind::Text, AtConnect},
     KnownParameter{"Address", ValueKind::Address, AtConnect | AtPlayer},
-    KnownParameter{"VideoSourceNumber", ValueKind::Number, AtPlayer, 0, 1000},
+    KnownParameter{"URL", ValueKind::Text, AtUse},
+    KnownParameter{"Transport", ValueKind::Choice, AtUse, 0, 0, "auto|udp|tcp"},
+    KnownParameter{"VideoSourceNumber", ValueKind::Number, AtPlayer, 0, 1000000},
     KnownParameter{"VideoSourceType", ValueKind::Choice, AtPlayer, 0, 0,
                    "auto|mjpeg|mpeg2-unicast|mpeg2-multicast|rtsp-unicast|rtsp-multicast|rtsp-tcp|rtsp-http"},
     KnownParameter{"UserName", ValueKind::Text, AtDetection},

@@ -93,7 +93,10 @@ void explainSource(const Request& request) {
             " was not detected: it was not shown yet, or it shares the detection of another source of the "
             "same encoder input");
     }
-    show(request, explanationText(trace), explanationJson(trace));
+    const std::string reason = status(source.index, "Reason");
+    show(request,
+         explanationText(trace) + (reason.empty() ? "" : "gateway: " + libcommon::printable(reason) + '\n'),
+         explanationJson(trace));
 }
 
 void showParameters(const Request& request) {

@@ -173,6 +173,9 @@ private:
     void checkSource(const Section& section) {
         const std::string name =
             "the source " + inQuotes(std::string_view(section.name).substr(sourceGroup.size()));
+        if (!section.value("URL").empty()) {
+            return; // the gateway writes what is missing
+        }
         if (section.value("Address").empty()) {
             add(section.line, name + " has no address and is never shown", "add \"Address = host:port\"");
         }
@@ -206,8 +209,11 @@ private:
         const char* enabled = mode == "manual" ? "ManualEnabled" : "AutoEnabled";
         const bool anything = std::ranges::any_of(sections_, [&](const auto& entry) {
             const Section& section = entry.second;
-            return isSource(section.name) && !section.value("Address").empty() &&
-                   section.value(enabled) == "yes";
+            const std::string enabledValue = section.value(enabled);
+            return isSource(section.name) &&
+                   (!section.value("URL").empty()
+                        ? enabledValue != "no"
+                        : !section.value("Address").empty() && enabledValue == "yes");
         });
         if (!anything) {
             add(0,

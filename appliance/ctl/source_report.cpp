@@ -13,8 +13,9 @@ namespace {
 
 // The status values of a source, in the order in which they are printed.
 constexpr std::array statusKeys{
-    "ErrorCode",     "VideoSourceType",      "ConnectMode", "Audio",     "AudioFormat", "APIVersion", "Model",
-    "ImageRotation", "NumberOfVideoSources", "BitRate",     "FrameRate", "Resolution",  "Still",
+    "ErrorCode",   "Reason",     "VideoSourceType", "ConnectMode",   "Audio",
+    "AudioFormat", "APIVersion", "Model",           "ImageRotation", "NumberOfVideoSources",
+    "BitRate",     "FrameRate",  "Resolution",      "Still",
 };
 
 std::string valueOf(const std::vector<std::pair<std::string, std::string>>& pairs, std::string_view key) {
@@ -45,7 +46,8 @@ std::string condition(const SourceReport& source) {
     const std::string error = valueOf(source.status, "ErrorCode");
     const std::string type = valueOf(source.status, "VideoSourceType");
     if (isError(error)) {
-        return errorText(error);
+        const std::string reason = valueOf(source.status, "Reason");
+        return errorText(error) + (reason.empty() ? "" : ": " + libcommon::printable(reason));
     }
     if (type.empty()) {
         return "not detected";

@@ -112,7 +112,7 @@ void ColourConversion::readColours(int colourRow) {
         return;
     colourRow_ = colourRow;
     const Coefficients& k = coefficientsOf(picture_.shape);
-    const auto row = static_cast<std::size_t>(y_ / 2 + colourRow);
+    const std::size_t row = static_cast<std::size_t>(y_ / 2) + static_cast<std::size_t>(colourRow);
     const auto count = static_cast<std::size_t>(width_ + 1) / 2;
     const std::uint8_t* u = picture_.plane[1] + row * picture_.stride[1];
     if (picture_.shape.format == PixelFormat::nv12) {
@@ -126,7 +126,9 @@ void ColourConversion::readColours(int colourRow) {
 
 void ColourConversion::row(int row, std::uint32_t* out) {
     readColours(row / 2);
-    const std::uint8_t* y = picture_.plane[0] + static_cast<std::size_t>(y_ + row) * picture_.stride[0] + x_;
+    const std::uint8_t* y =
+        picture_.plane[0] +
+        (static_cast<std::size_t>(y_) + static_cast<std::size_t>(row)) * picture_.stride[0] + x_;
     addBrightness(y, red_.data(), green_.data(), blue_.data(), static_cast<std::size_t>(width_),
                   coefficientsOf(picture_.shape), out);
 }

@@ -7,6 +7,7 @@
 #include <libcommon/status.h>
 
 #include <algorithm>
+#include <atomic>
 #include <cstring>
 #include <gmock/gmock.h>
 #include <thread>
@@ -124,6 +125,41 @@ TEST_F(Composition, PicturesMayChangeTheirSizeAndFormat) {
         EXPECT_EQ(pixel(picture, at.x + at.width - 1, at.y + at.height - 1), grey);
         EXPECT_FALSE(isAll(picture, 0));
     }
+}
+
+// A player draws as fast as it can, pictures of one colour in sizes and formats that change. Each composed picture is one
+// of them. Painting takes longer than drawing, so it often has to begin again.
+TEST_F(Composition, PicturesAreWholeWhileTheyChange) {
+    const std::vector<PictureShape> shapes{shapeOf(160, 120), shapeOf(641, 361, PixelFormat::nv12),
+                                           shapeOf(320, 240, PixelFormat::bgrx), shapeOf(1280, 720)};
+    constexpr int brightest = 200;
+    std::atomic<bool> done{false};
+    std::thread drawing([&] {
+        FrameStore store;
+        for (int i = 0; !done; i = (i + 1) % brightest) {
+            const PictureShape& shape = shapes[static_cast<std::size_t>(i) % shapes.size()];
+            std::vector<std::uint8_t> bytes(bytesOf(shape), 0x80);
+            const PlaneLayout y = planesOf(shape)[0];
+            std::fill_n(bytes.begin(), y.stride * static_cast<std::size_t>(y.rows),
+                        static_cast<std::uint8_t>(i + 1));
+            store.draw(viewOf(shape, bytes.data()), i);
+        }
+    });
+    const ScreenShape screen{{1280, 720}, 1, 1};
+    std::uint64_t number = 0;
+    int pictures = 0;
+    const std::int64_t until = gettimeusec() + 20'000'000;
+    for (; pictures < 60 && gettimeusec() < until; ++pictures) {
+        number = composer.wait(number, 1000);
+        const Picture& picture = composer.compose(&screen);
+        const auto wanted = static_cast<std::uint32_t>(picture.info.source + 1) * 0x010101;
+        const int x = picture.width() / 2; // no bar is there
+        for (int y = 0; y < picture.height(); ++y)
+            ASSERT_EQ(pixel(picture, x, y), wanted) << "row " << y << " of picture " << picture.info.number;
+    }
+    done = true;
+    drawing.join();
+    EXPECT_GT(pictures, 10);
 }
 
 TEST_F(Composition, VisitsTheFrameThatWasLookedAt) {

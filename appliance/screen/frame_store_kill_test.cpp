@@ -127,7 +127,7 @@ TEST_F(KilledWriters, OneAfterTheOtherInPicturesOfAllShapes) {
         ASSERT_NO_FATAL_FAILURE(check());
     }
     EXPECT_GT(halfDrawn, 0) << "no writer was killed while it drew: the test shows nothing";
-    EXPECT_GT(grown, 5);
+    EXPECT_GT(grown, 1) << "no writer but the first made the store larger";
     std::printf("%d writers killed, %d in a drawing; %d checks, %llu pictures, the store grew in %d rounds\n",
                 kills, halfDrawn, checks, static_cast<unsigned long long>(lastSeen), grown);
 }

@@ -34,7 +34,7 @@ void drawBox(cairo_t* context, double width, double height) {
     cairo_arc(context, radius, height - radius, radius, quarter, 2 * quarter);
     cairo_arc(context, radius, radius, radius, 2 * quarter, 3 * quarter);
     cairo_close_path(context);
-    cairo_set_source_rgba(context, 0, 0, 0, 0.5);
+    cairo_set_source_rgba(context, 0, 0, 0, 0.65);
     cairo_fill(context);
 }
 
@@ -90,12 +90,12 @@ OverlayImage boxed(const std::string& first, const std::string& second, const Me
 
 OverlayImage render(const LabelParts& parts, Size screen, int row) {
     const Measures measures(screen);
-    // The name has a layout of its own, so that it alone is cut, and a name from right to left turns only itself.
-    const std::string name = drawable(parts.name);
-    std::string rest = joined(joined(drawable(parts.reason), parts.clock), parts.still);
-    if (!name.empty() && !rest.empty())
+    // Name and reason have a layout of their own, so that they are cut and the rest is not.
+    const std::string texts = joined(drawable(parts.name), drawable(parts.reason));
+    std::string rest = joined(parts.clock, parts.still);
+    if (!texts.empty() && !rest.empty())
         rest = separator + rest;
-    return boxed(name, rest, measures, [&](Size box) {
+    return boxed(texts, rest, measures, [&](Size box) {
         const int top = measures.bottom - (row + 1) * box.height - row * measures.space / 2;
         return Rectangle{measures.left, top, box.width, box.height};
     });

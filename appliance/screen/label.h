@@ -10,8 +10,9 @@ namespace screen {
 
 // What the label says. Empty parts are left out; without any part there is no label.
 struct LabelParts {
-    std::string name;   // of the source; ends in an ellipsis when there is no room for all parts
-    std::string reason; // why the source has no picture
+    std::string name; // of the source
+    std::string
+        reason; // why the source has no picture; ends, like the name, in an ellipsis when there is no room
     std::string clock;
     std::string still; // for how long the picture has not changed
 

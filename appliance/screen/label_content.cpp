@@ -24,6 +24,13 @@ std::string nameOf(int source, const ApplianceView& appliance) {
 
 } // namespace
 
+int currentSource(const ApplianceView& appliance) {
+    const std::string text = appliance.information("Decoder.Info.CurrentSource");
+    int source = -1;
+    std::from_chars(text.data(), text.data() + text.size(), source);
+    return source;
+}
+
 std::string stillText(const std::string& seconds) {
     constexpr long minute = 60;
     constexpr long hour = 3600;
@@ -52,6 +59,8 @@ bool LabelContent::showsName(std::int64_t now, const ShownSource& shown,
 
 void LabelContent::readSource(int source, const ApplianceView& appliance) {
     name_ = source < 0 ? "" : nameOf(source, appliance);
+    // A source without a picture is not visible, but it may say why.
+    reason_ = appliance.status(source < 0 ? currentSource(appliance) : source, "Reason");
     still_ = stillText(appliance.status(source, "Still"));
     source_ = source;
 }
@@ -63,6 +72,7 @@ const LabelParts& LabelContent::at(std::int64_t now, const ShownSource& shown, c
         readAgainAt_ = now + readingIntervalUs;
     }
     parts_.name = showsName(now, shown, settings) ? name_ : "";
+    parts_.reason = reason_;
     parts_.clock = settings.clock ? clockText() : "";
     parts_.still = still_;
     return parts_;

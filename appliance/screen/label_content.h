@@ -20,6 +20,9 @@ struct ShownSource {
     bool operator==(const ShownSource&) const = default;
 };
 
+// The source that is shown, or that would be if it had a picture: Decoder.Info.CurrentSource. -1: none.
+int currentSource(const ApplianceView& appliance);
+
 // "still for 40 s" of a number of seconds; "" of any other text.
 std::string stillText(const std::string& seconds);
 
@@ -43,6 +46,7 @@ private:
     int source_ = -1;                // that the values below are of
     std::int64_t readAgainAt_ = 0;
     std::string name_;
+    std::string reason_;
     std::string still_;
 };
 

@@ -52,6 +52,7 @@ TEST(Label, LongNameIsCutAndTheRestIsKept) {
             const Rectangle at = placeOf({text, "", "12:34:56", ""}, screen);
             EXPECT_LE(at.x + at.width, screen.width);
             EXPECT_GE(at.x, 0);
+            EXPECT_EQ(placeOf({"", text, "12:34:56", ""}, screen), at) << "a long reason";
         }
 }
 
@@ -144,6 +145,17 @@ TEST_F(LabelText, ClockIsTheTimeOfDay) {
     EXPECT_EQ(at(1, {}).clock, "");
     settings.clock = true;
     EXPECT_THAT(at(2, {}).clock, testing::MatchesRegex("[0-9][0-9]:[0-9][0-9]:[0-9][0-9]"));
+}
+
+TEST_F(LabelText, SourceWithoutAPictureTellsWhy) {
+    status(1, "Reason", "wrong password");
+    EXPECT_EQ(at(second, {-1, 0}).reason, "") << "no source is current";
+    ParamWrapper(1, true)["Decoder.Info.CurrentSource"] = 1;
+    EXPECT_EQ(at(2 * second, {-1, 0}).reason, "wrong password");
+    EXPECT_EQ(at(3 * second, {0, 2 * second}).reason, "") << "another source is visible";
+    EXPECT_EQ(at(4 * second, {1, 4 * second}).reason, "wrong password");
+    status(1, "Reason", "");
+    EXPECT_EQ(at(5 * second, {-1, 0}).reason, "");
 }
 
 TEST_F(LabelText, StillPictureIsTold) {

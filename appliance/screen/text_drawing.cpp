@@ -22,6 +22,28 @@ void setFont(PangoLayout* layout, Weight weight, int letterPixels) {
     pango_font_description_free(font);
 }
 
+// Letters in colours are bitmaps. The path around a bitmap has a corner for each pixel: drawing it takes seconds.
+bool isColoured(const PangoGlyphString* glyphs) {
+    return std::any_of(glyphs->glyphs, glyphs->glyphs + glyphs->num_glyphs,
+                       [](const PangoGlyphInfo& glyph) { return glyph.attr.is_color != 0; });
+}
+
+// The outlines of all letters but the coloured ones.
+void addPath(cairo_t* context, PangoLayout* layout) {
+    PangoLayoutIter* place = pango_layout_get_iter(layout);
+    do {
+        const PangoLayoutRun* run = pango_layout_iter_get_run_readonly(place);
+        if (run == nullptr || isColoured(run->glyphs)) // null: the end of a row
+            continue;
+        PangoRectangle extents;
+        pango_layout_iter_get_run_extents(place, nullptr, &extents);
+        cairo_move_to(context, pango_units_to_double(extents.x),
+                      pango_units_to_double(pango_layout_iter_get_baseline(place)));
+        pango_cairo_glyph_string_path(context, run->item->analysis.font, run->glyphs);
+    } while (pango_layout_iter_next_run(place) == TRUE);
+    pango_layout_iter_free(place);
+}
+
 } // namespace
 
 std::string drawable(const std::string& text) {
@@ -77,7 +99,7 @@ OverlayImage outlined(const TextLayout& layout, int x, int y, double outline) {
     OverlayCanvas canvas({x + ink.x - edge, y + ink.y - edge, ink.width + 2 * edge, ink.height + 2 * edge});
     cairo_t* context = canvas.context();
     cairo_translate(context, edge - ink.x, edge - ink.y);
-    pango_cairo_layout_path(context, layout.get());
+    addPath(context, layout.get());
     cairo_set_line_join(context, CAIRO_LINE_JOIN_ROUND);
     cairo_set_line_width(context, 2 * outline);
     cairo_set_source_rgba(context, 0, 0, 0, 0.85);

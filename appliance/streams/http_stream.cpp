@@ -16,6 +16,12 @@ constexpr std::size_t headerLimit = 64 * 1024;
 constexpr curl_off_t refusalLimit = 16 * 1024;
 constexpr long receiveBytes = 128 * 1024; // most JPEG pictures fit
 
+std::string urlOf(const HttpSource& source) {
+    const bool bracketed = source.host.find(':') != std::string::npos && source.host.front() != '[';
+    return std::string(source.https ? "https://" : "http://") + (bracketed ? "[" : "") + source.host +
+           (bracketed ? "]" : "") + ":" + std::to_string(source.port) + source.target;
+}
+
 class Transfer {
 public:
     Transfer(const HttpSource& source, const HttpTaker& taker) : source_(source), taker_(taker) {}
@@ -28,7 +34,6 @@ private:
             unset_ = true;
     }
     void configure();
-    std::string url() const;
     long status() const;
     std::string outcome(CURLcode code);
 
@@ -45,31 +50,7 @@ private:
     bool unset_ = false;
 };
 
-std::string Transfer::url() const {
-    const bool bracketed = source_.host.find(':') != std::string::npos && source_.host.front() != '[';
-    return std::string(source_.https ? "https://" : "http://") + (bracketed ? "[" : "") + source_.host +
-           (bracketed ? "]" : "") + ":" + std::to_string(source_.port) + source_.target;
-}
-
 void Transfer::configure() {
-    set(CURLOPT_NOSIGNAL, 1L);
-    set(CURLOPT_ERRORBUFFER, error_.data());
-    set(CURLOPT_PROTOCOLS_STR, "http,https");
-    set(CURLOPT_PROXY, "");
-    set(CURLOPT_FOLLOWLOCATION, 0L);
-    set(CURLOPT_PATH_AS_IS, 1L);
-    set(CURLOPT_HTTP_VERSION, static_cast<long>(CURL_HTTP_VERSION_1_1));
-    set(CURLOPT_USERAGENT, "decoder");
-    set(CURLOPT_BUFFERSIZE, receiveBytes);
-    set(CURLOPT_TCP_KEEPALIVE, 1L);
-    if (source_.connectMs > 0)
-        set(CURLOPT_CONNECTTIMEOUT_MS, static_cast<long>(source_.connectMs));
-    if (!source_.user.empty()) {
-        set(CURLOPT_HTTPAUTH, static_cast<unsigned long>(CURLAUTH_BASIC | CURLAUTH_DIGEST));
-        set(CURLOPT_USERNAME, source_.user.c_str());
-        set(CURLOPT_PASSWORD, source_.password.c_str());
-    }
-    set(CURLOPT_URL, url().c_str());
     set(CURLOPT_HEADERFUNCTION, &Transfer::onHeader);
     set(CURLOPT_HEADERDATA, this);
     set(CURLOPT_WRITEFUNCTION, &Transfer::onBody);
@@ -128,9 +109,7 @@ std::string Transfer::run() {
     if (curl_ == nullptr)
         return "libcurl can't be used";
     configure();
-    if (source_.https && !configureTls(curl_.get()))
-        unset_ = true;
-    if (unset_)
+    if (unset_ || !configureRequest(curl_.get(), source_, error_.data()))
         return "the request can't be made";
     const CURLcode code = curl_easy_perform(curl_.get());
     std::string reason = outcome(code);
@@ -140,6 +119,32 @@ std::string Transfer::run() {
 }
 
 } // namespace
+
+bool configureRequest(void* curlHandle, const HttpSource& source, char* error) {
+    bool good = true;
+    const auto set = [&](CURLoption option, auto value) {
+        good = good && curl_easy_setopt(curlHandle, option, value) == CURLE_OK;
+    };
+    set(CURLOPT_NOSIGNAL, 1L);
+    set(CURLOPT_ERRORBUFFER, error);
+    set(CURLOPT_PROTOCOLS_STR, "http,https");
+    set(CURLOPT_PROXY, "");
+    set(CURLOPT_FOLLOWLOCATION, 0L);
+    set(CURLOPT_PATH_AS_IS, 1L);
+    set(CURLOPT_HTTP_VERSION, static_cast<long>(CURL_HTTP_VERSION_1_1));
+    set(CURLOPT_USERAGENT, "decoder");
+    set(CURLOPT_BUFFERSIZE, receiveBytes);
+    set(CURLOPT_TCP_KEEPALIVE, 1L);
+    if (source.connectMs > 0)
+        set(CURLOPT_CONNECTTIMEOUT_MS, static_cast<long>(source.connectMs));
+    if (!source.user.empty()) {
+        set(CURLOPT_HTTPAUTH, static_cast<unsigned long>(CURLAUTH_BASIC | CURLAUTH_DIGEST));
+        set(CURLOPT_USERNAME, source.user.c_str());
+        set(CURLOPT_PASSWORD, source.password.c_str());
+    }
+    set(CURLOPT_URL, urlOf(source).c_str());
+    return good && (!source.https || configureTls(curlHandle));
+}
 
 void startHttp() {
     curl_global_init(CURL_GLOBAL_DEFAULT);

@@ -32,6 +32,10 @@ struct HttpTaker {
 // its thread.
 std::string receiveHttp(const HttpSource& source, const HttpTaker& taker);
 
+// Prepares a libcurl handle for such a request, all but the functions that take its answer, and `source` may end before
+// the handle. `error` is a buffer of CURL_ERROR_SIZE bytes that outlives the handle. False when libcurl refuses.
+bool configureRequest(void* curlHandle, const HttpSource& source, char* error);
+
 // Prepares libcurl. Called once, before other threads exist.
 void startHttp();
 

@@ -65,45 +65,50 @@ bool RtspReader::feed(const char* bytes, std::size_t count) {
     if (broken_)
         return false;
     buffer_.append(bytes, count);
-    while (!broken_ && !buffer_.empty() && step()) {
+    while (!broken_ && !waiting().empty() && step()) {
     }
+    buffer_.erase(0, start_);
+    start_ = 0;
     return !broken_;
 }
 
 // False: more bytes are needed.
 bool RtspReader::step() {
-    if (buffer_[0] == '$')
+    const char first = buffer_[start_];
+    if (first == '$')
         return takePacket();
     // Some servers send an extra line end after a body.
-    if (buffer_[0] == '\r' || buffer_[0] == '\n') {
-        buffer_.erase(0, 1);
+    if (first == '\r' || first == '\n') {
+        ++start_;
         return true;
     }
     return takeMessage();
 }
 
 bool RtspReader::takePacket() {
-    if (buffer_.size() < packetHeader)
+    const std::string_view bytes = waiting();
+    if (bytes.size() < packetHeader)
         return false;
-    const auto byte = [this](std::size_t at) { return static_cast<std::uint8_t>(buffer_[at]); };
+    const auto byte = [&](std::size_t at) { return static_cast<std::uint8_t>(bytes[at]); };
     const std::size_t length = static_cast<std::size_t>(byte(2) << 8 | byte(3));
-    if (buffer_.size() < packetHeader + length)
+    if (bytes.size() < packetHeader + length)
         return false;
-    events_.packet(byte(1), std::string_view(buffer_).substr(packetHeader, length));
-    buffer_.erase(0, packetHeader + length);
+    start_ += packetHeader + length;
+    events_.packet(byte(1), bytes.substr(packetHeader, length));
     return true;
 }
 
 bool RtspReader::takeMessage() {
-    const std::size_t crlf = buffer_.find("\r\n\r\n");
-    const std::size_t bare = buffer_.find("\n\n");
+    const std::string_view bytes = waiting();
+    const std::size_t crlf = bytes.find("\r\n\r\n");
+    const std::size_t bare = bytes.find("\n\n");
     const std::size_t end = std::min(crlf, bare);
     if (end == npos || end > headerLimit) {
-        broken_ = buffer_.size() > headerLimit;
+        broken_ = bytes.size() > headerLimit;
         return false;
     }
     RtspMessage message;
-    if (!readHeader(std::string_view(buffer_).substr(0, end), message)) {
+    if (!readHeader(bytes.substr(0, end), message)) {
         broken_ = true;
         return false;
     }
@@ -116,10 +121,10 @@ bool RtspReader::takeMessage() {
         return false;
     }
     const std::size_t start = end + (end == crlf ? 4 : 2);
-    if (buffer_.size() < start + static_cast<std::size_t>(length))
+    if (bytes.size() < start + static_cast<std::size_t>(length))
         return false;
-    message.body = buffer_.substr(start, static_cast<std::size_t>(length));
-    buffer_.erase(0, start + static_cast<std::size_t>(length));
+    message.body = bytes.substr(start, static_cast<std::size_t>(length));
+    start_ += start + static_cast<std::size_t>(length);
     events_.message(std::move(message));
     return true;
 }

@@ -45,7 +45,10 @@ private:
     bool takeMessage();
 
     RtspEvents events_;
+    std::string_view waiting() const { return std::string_view(buffer_).substr(start_); }
+
     std::string buffer_;
+    std::size_t start_ = 0; // the bytes before it are used; dropped once per feed(), not once per packet
     bool broken_ = false;
 };
 

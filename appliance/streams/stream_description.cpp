@@ -2,6 +2,8 @@
 
 #include "appliance/streams/rtp_payload.h"
 
+#include <libcommon/log.h>
+
 #include <cstdlib>
 #include <gst/sdp/gstsdpmessage.h>
 #include <memory>
@@ -16,6 +18,17 @@ struct Free {
 
 std::string textOr(const char* text, const char* otherwise) {
     return text == nullptr ? otherwise : text;
+}
+
+// The attribute ("rtpmap", "fmtp") that begins with this payload type.
+std::string attributeOf(const GstSDPMedia* media, const char* name, const std::string& payloadType) {
+    for (guint i = 0;; ++i) {
+        const char* value = gst_sdp_media_get_attribute_val_n(media, name, i);
+        if (value == nullptr)
+            return "";
+        if (std::string_view(value).starts_with(payloadType + " "))
+            return value;
+    }
 }
 
 std::optional<DescribedStream> streamOf(const GstSDPMedia* media, const std::string& base) {
@@ -36,11 +49,29 @@ std::optional<DescribedStream> streamOf(const GstSDPMedia* media, const std::str
     stream.encodingName = encodingNameIn(stream.caps);
     if (stream.encodingName.empty())
         return std::nullopt;
+    stream.payloadType = std::atoi(format);
+    stream.rtpmap = attributeOf(media, "rtpmap", format);
+    stream.fmtp = attributeOf(media, "fmtp", format);
     stream.control = resolveControl(base, textOr(gst_sdp_media_get_attribute_val(media, "control"), "*"));
     return stream;
 }
 
 } // namespace
+
+bool startDescriptions() {
+    // An empty search path and a registry file that can't exist: gst_init() reads and writes nothing.
+    setenv("GST_PLUGIN_SYSTEM_PATH_1_0", "", 1);
+    setenv("GST_PLUGIN_PATH_1_0", "", 1);
+    setenv("GST_REGISTRY_1_0", "/proc/self/no-registry/registry", 1);
+    setenv("GST_REGISTRY_UPDATE", "no", 1);
+    gst_registry_fork_set_enabled(FALSE);
+    GError* error = nullptr;
+    if (gst_init_check(nullptr, nullptr, &error) != FALSE)
+        return true;
+    logmsg(3, "GStreamer does not start: %s", error->message);
+    g_error_free(error);
+    return false;
+}
 
 std::string resolveControl(const std::string& base, const std::string& control) {
     if (control.empty() || control == "*")

@@ -43,9 +43,11 @@ std::string presentStamp() {
     return text;
 }
 
-// By its beginning, so that a line without '=' does not reveal a password either.
+// By its beginning, so that a line without '=' does not reveal a password either. A camera's URL may have one, too.
 bool isCredential(std::string_view line) {
     const std::string_view content = libcommon::trimmed(line);
+    if (NameEqual{}(content.substr(0, 3), "URL") && content.find('@') != std::string_view::npos)
+        return true;
     return NameEqual{}(content.substr(0, 8), "Password") || NameEqual{}(content.substr(0, 8), "UserName");
 }
 

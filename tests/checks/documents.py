@@ -4,7 +4,8 @@ from dataclasses import dataclass
 from pathlib import Path
 
 LANGUAGES = {"sh", "ini", "text", "mermaid"}
-PROGRAMS = ("./run", "./test", "decoderctl", "video-encoder", "skelmor", "decoder-monitor", "decoder-address", "blankscreen", "resetrua",
+PROGRAMS = ("./run", "./test", "decoderctl", "video-encoder", "skelmor", "decoder-monitor", "decoder-address", "camera-gateway",
+            "blankscreen", "resetrua",
             "mjpeg_player", "mpeg4player", "unicastplayer", "multicastplayer",
             "switch_bench", "kinds_bench", "detection_bench")
 FENCE = re.compile(r"^\s*(`{3,}|~{3,})\s*(\S*)\s*$")

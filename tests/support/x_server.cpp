@@ -250,6 +250,10 @@ void XServer::key(const std::string& name) {
     xdotool({"key", name});
 }
 
+void XServer::movePointer(int x, int y) {
+    xdotool({"mousemove", std::to_string(x), std::to_string(y)});
+}
+
 void XServer::keyDown(const std::string& name) {
     xdotool({"keydown", name});
 }

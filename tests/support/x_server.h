@@ -57,6 +57,8 @@ public:
     // The windows' titles and sizes: "Network video decoder 1280x720", those of others included.
     std::vector<std::string> windows();
 
+    void movePointer(int x, int y);
+
     // Sends keys with xdotool: "space", "Right". `down` and `up` for a key that is held.
     void key(const std::string& name);
     void keyDown(const std::string& name);

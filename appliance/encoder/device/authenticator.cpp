@@ -1,6 +1,6 @@
 #include "appliance/encoder/device/authenticator.h"
 
-#include "appliance/encoder/base/text.h"
+#include "appliance/serving/text.h"
 
 #include <array>
 #include <charconv>

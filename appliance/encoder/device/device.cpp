@@ -1,5 +1,6 @@
 #include "appliance/encoder/device/device.h"
 
+#include "appliance/encoder/device/device_facts.h"
 #include "appliance/encoder/pictures/drawn_sources.h"
 #include "appliance/encoder/pictures/gst_source.h"
 
@@ -26,7 +27,7 @@ bool isTest(const std::string& input) {
 
 Device::Device(Options deviceOptions)
     : options(std::move(deviceOptions)), faults(options.faults),
-      authenticator(options.user, options.password, options.digest), parameters(options) {
+      authenticator(options.user, options.password, options.digest), parameters(factsOf(options)) {
     channels_.push_back(std::make_unique<Channel>());
     std::vector<PictureSource*> inputs;
     for (std::size_t i = 0; i < options.inputs.size(); ++i) {

@@ -6,11 +6,11 @@
 #include "appliance/encoder/codecs/jpeg.h"
 #include "appliance/encoder/device/authenticator.h"
 #include "appliance/encoder/device/encoder_options.h"
-#include "appliance/encoder/device/parameter_table.h"
 #include "appliance/encoder/device/request_log.h"
 #include "appliance/encoder/faults/faults.h"
 #include "appliance/encoder/multicast/guide_streams.h"
 #include "appliance/encoder/pictures/picture_source.h"
+#include "appliance/serving/parameter_table.h"
 
 #include <atomic>
 #include <memory>

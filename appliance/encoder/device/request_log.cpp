@@ -1,6 +1,6 @@
 #include "appliance/encoder/device/request_log.h"
 
-#include "appliance/encoder/base/text.h"
+#include "appliance/serving/text.h"
 
 #include <chrono>
 #include <utility>

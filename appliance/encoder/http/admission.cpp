@@ -2,7 +2,7 @@
 
 #include "appliance/encoder/http/parameter_cgi.h"
 #include "appliance/encoder/network/answering_faults.h"
-#include "appliance/encoder/network/media_path.h"
+#include "appliance/serving/media_path.h"
 
 namespace {
 

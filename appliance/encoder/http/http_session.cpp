@@ -1,8 +1,9 @@
 #include "appliance/encoder/http/http_session.h"
 
 #include "appliance/encoder/base/log.h"
-#include "appliance/encoder/base/text.h"
-#include "appliance/encoder/network/media_path.h"
+#include "appliance/serving/media_path.h"
+#include "appliance/serving/status_reason.h"
+#include "appliance/serving/text.h"
 
 #include <algorithm>
 #include <array>
@@ -14,23 +15,6 @@ constexpr std::chrono::seconds headTime(10);  // for a whole head, however slowl
 constexpr std::chrono::seconds idleTime(30);  // between two requests
 constexpr std::chrono::seconds replyTime(10); // for the client to take a reply
 constexpr std::size_t maxBodyBytes = 64 * 1024;
-
-const char* reasonOf(int status) {
-    constexpr std::array<std::pair<int, const char*>, 11> reasons{{{200, "OK"},
-                                                                   {400, "Bad Request"},
-                                                                   {401, "Unauthorized"},
-                                                                   {403, "Forbidden"},
-                                                                   {404, "Not Found"},
-                                                                   {405, "Method Not Allowed"},
-                                                                   {408, "Request Timeout"},
-                                                                   {413, "Content Too Large"},
-                                                                   {431, "Request Header Fields Too Large"},
-                                                                   {501, "Not Implemented"},
-                                                                   {503, "Service Unavailable"}}};
-    const auto* const found =
-        std::find_if(reasons.begin(), reasons.end(), [&](const auto& row) { return row.first == status; });
-    return found == reasons.end() ? "Unknown" : found->second;
-}
 
 } // namespace
 

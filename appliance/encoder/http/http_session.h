@@ -4,7 +4,7 @@
 
 #include "appliance/encoder/device/device.h"
 #include "appliance/encoder/network/connection.h"
-#include "appliance/encoder/network/request_text.h"
+#include "appliance/serving/request_text.h"
 
 #include <cstdint>
 #include <functional>

@@ -1,8 +1,8 @@
 #include "appliance/encoder/http/mjpeg_stream.h"
 
-#include "appliance/encoder/base/text.h"
 #include "appliance/encoder/faults/frame_gate.h"
 #include "appliance/encoder/http/wanted_channel.h"
+#include "appliance/serving/text.h"
 
 #include <algorithm>
 #include <array>

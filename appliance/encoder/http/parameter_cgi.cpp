@@ -1,29 +1,13 @@
 #include "appliance/encoder/http/parameter_cgi.h"
 
-#include "appliance/encoder/base/text.h"
+#include "appliance/serving/parameter_table.h"
 
 #include <algorithm>
 
 namespace {
 
-constexpr std::string_view adminParameterPath = "/vexo-cgi/admin/param.cgi";
-constexpr std::string_view adminGetParameterPath = "/vexo-cgi/admin/getparam.cgi";
 constexpr std::string_view ptzPath = "/vexo-cgi/com/ptz.cgi";
 constexpr std::string_view presetField = "gotoserverpresetname=";
-
-void replyParameter(HttpSession& session, ParameterCgi cgi, std::string_view group) {
-    const ParameterReply reply = session.device().parameters.ask(cgi, group);
-    session.reply({reply.status, "text/plain", reply.text, {}});
-}
-
-void listParameters(HttpSession& session, ParameterCgi cgi) {
-    const std::string_view query = session.request().query();
-    const auto action = queryField(query, "action");
-    if (action && *action != "list")
-        session.reply({400, "text/plain", "# the only action is list\n", {}});
-    else
-        replyParameter(session, cgi, queryField(query, "group").value_or(""));
-}
 
 // The name is the rest of the target, because clients send it unescaped, with blanks and ampersands.
 void gotoPreset(HttpSession& session) {
@@ -46,12 +30,8 @@ bool serveCgi(HttpSession& session, const FaultSet& faults) {
     const std::string_view path = session.request().path();
     if (path == viewParameterPath && faults.has(Fault::ViewHash))
         session.reply({200, "text/plain", "# error: ask the administrator's CGI\n", {}});
-    else if (path == viewParameterPath)
-        listParameters(session, ParameterCgi::View);
-    else if (path == adminParameterPath)
-        listParameters(session, ParameterCgi::Admin);
-    else if (path == adminGetParameterPath)
-        replyParameter(session, ParameterCgi::AdminGet, percentDecoded(session.request().query()));
+    else if (const auto reply = session.device().parameters.replyTo(session.request()))
+        session.reply({reply->status, "text/plain", reply->text, {}});
     else if (path == ptzPath)
         gotoPreset(session);
     else

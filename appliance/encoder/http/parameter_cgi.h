@@ -3,7 +3,5 @@
 
 #include "appliance/encoder/http/http_session.h"
 
-inline constexpr std::string_view viewParameterPath = "/vexo-cgi/view/param.cgi";
-
 // Replies if the request is for one of these CGIs; false, with nothing sent, for every other request.
 bool serveCgi(HttpSession& session, const FaultSet& faults);

@@ -1,6 +1,6 @@
 #include "appliance/encoder/http/wanted_channel.h"
 
-#include "appliance/encoder/base/text.h"
+#include "appliance/serving/text.h"
 
 Channel* wantedChannel(const HttpSession& session) {
     const std::string_view query = session.request().query();

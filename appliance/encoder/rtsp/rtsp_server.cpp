@@ -3,10 +3,10 @@
 #include "appliance/encoder/base/gstreamer.h"
 #include "appliance/encoder/base/log.h"
 #include "appliance/encoder/device/device.h"
-#include "appliance/encoder/network/media_path.h"
 #include "appliance/encoder/network/tls_relay.h"
 #include "appliance/encoder/rtsp/rtsp_channel.h"
 #include "appliance/encoder/rtsp/served_connection.h"
+#include "appliance/serving/media_path.h"
 
 #include <atomic>
 #include <condition_variable>

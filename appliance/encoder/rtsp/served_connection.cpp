@@ -1,10 +1,10 @@
 #include "appliance/encoder/rtsp/served_connection.h"
 
 #include "appliance/encoder/base/log.h"
-#include "appliance/encoder/base/text.h"
 #include "appliance/encoder/network/answering_faults.h"
-#include "appliance/encoder/network/media_path.h"
 #include "appliance/encoder/rtsp/rtsp_channel.h"
+#include "appliance/serving/media_path.h"
+#include "appliance/serving/text.h"
 
 #include <algorithm>
 #include <string_view>

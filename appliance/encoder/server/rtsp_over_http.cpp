@@ -1,6 +1,6 @@
 #include "appliance/encoder/server/rtsp_over_http.h"
 
-#include "appliance/encoder/network/media_path.h"
+#include "appliance/serving/media_path.h"
 
 namespace {
 

@@ -1,14 +1,12 @@
 #include "appliance/encoder/server/server.h"
 
 #include "appliance/encoder/base/log.h"
-#include "appliance/encoder/network/protocol.h"
+#include "appliance/encoder/network/await_protocol.h"
 #include "appliance/encoder/server/routes.h"
+#include "appliance/serving/bound_socket.h"
 
-#include <arpa/inet.h>
 #include <cerrno>
 #include <csignal>
-#include <cstring>
-#include <netinet/in.h>
 #include <poll.h>
 #include <sys/eventfd.h>
 #include <sys/socket.h>
@@ -22,33 +20,6 @@ constexpr std::chrono::seconds handshakeTime(5);
 constexpr std::chrono::seconds firstByteTime(30);        // for a new client to send its first byte
 constexpr std::chrono::milliseconds descriptorPause(50); // when no descriptors are free
 constexpr std::size_t controlPlaces = 4;
-
-std::string systemError(const std::string& what) {
-    return what + ": " + std::strerror(errno);
-}
-
-// A bound socket that does not listen: connections to it are refused.
-int boundSocket(const std::string& address, std::uint16_t& port, std::string& error) {
-    sockaddr_in local{};
-    local.sin_family = AF_INET;
-    local.sin_port = htons(port);
-    if (inet_pton(AF_INET, address.c_str(), &local.sin_addr) != 1) {
-        error = "'" + address + "' is not an IPv4 address";
-        return -1;
-    }
-    const int fd = socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC | SOCK_NONBLOCK, 0);
-    const int on = 1;
-    socklen_t size = sizeof local;
-    setsockopt(fd, SOL_SOCKET, SO_REUSEADDR, &on, sizeof on);
-    if (fd < 0 || bind(fd, reinterpret_cast<sockaddr*>(&local), size) != 0 ||
-        getsockname(fd, reinterpret_cast<sockaddr*>(&local), &size) != 0) {
-        error = systemError("cannot use port " + std::to_string(port) + " of " + address);
-        close(fd);
-        return -1;
-    }
-    port = ntohs(local.sin_port);
-    return fd;
-}
 
 } // namespace
 

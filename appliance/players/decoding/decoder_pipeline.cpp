@@ -6,6 +6,7 @@
 
 #include <gst/app/gstappsink.h>
 #include <gst/app/gstappsrc.h>
+#include <memory>
 #include <utility>
 
 namespace player {
@@ -16,18 +17,11 @@ constexpr guint64 queuedPackets = 4096;
 constexpr guint64 queuedBytes = 1024 * 1024;
 constexpr int dropOldest = GST_APP_LEAKY_TYPE_DOWNSTREAM;
 
-// What the appsink's thread needs.
-struct Delivery {
-    const StreamSink& sink;
-    SamplePictures pictures;
-};
-
-GstFlowReturn onPicture(GstAppSink* appSink, void* delivery) {
+GstFlowReturn onSample(GstAppSink* appSink, void* take) {
     GstSample* sample = gst_app_sink_pull_sample(appSink);
     if (sample == nullptr)
         return GST_FLOW_EOS;
-    auto& to = *static_cast<Delivery*>(delivery);
-    to.pictures.take(sample, to.sink.picture);
+    (*static_cast<SampleTaker*>(take))(sample);
     gst_sample_unref(sample);
     return GST_FLOW_OK;
 }
@@ -81,12 +75,12 @@ void configureFeed(GstElement* source, Feed feed) {
 const char* const pictureSink =
     "appsink name=pictures sync=false max-buffers=1 drop=true enable-last-sample=false";
 
-void deliver(GstElement* pipeline, const StreamSink& sink) {
+void deliver(GstElement* pipeline, const StreamSink& sink, SampleTaker take) {
     GstElement* pictures = gst_bin_get_by_name(GST_BIN(pipeline), "pictures");
     GstAppSinkCallbacks callbacks{};
-    callbacks.new_sample = &onPicture;
-    gst_app_sink_set_callbacks(GST_APP_SINK(pictures), &callbacks, new Delivery{sink, {}},
-                               [](void* delivery) { delete static_cast<Delivery*>(delivery); });
+    callbacks.new_sample = &onSample;
+    gst_app_sink_set_callbacks(GST_APP_SINK(pictures), &callbacks, new SampleTaker(std::move(take)),
+                               [](void* taker) { delete static_cast<SampleTaker*>(taker); });
     gst_object_unref(pictures);
     GstBus* bus = gst_element_get_bus(pipeline);
     gst_bus_set_sync_handler(bus, &onMessage, const_cast<StreamSink*>(&sink), nullptr);
@@ -108,6 +102,11 @@ DecoderPipeline::DecoderPipeline(std::string description, std::string caps, Feed
     : description_(std::move(description)), caps_(std::move(caps)), feed_(feed) {}
 
 bool DecoderPipeline::start(const StreamSink& sink) {
+    const auto pictures = std::make_shared<SamplePictures>();
+    return start(sink, [pictures, &sink](GstSample* sample) { pictures->take(sample, sink.picture); });
+}
+
+bool DecoderPipeline::start(const StreamSink& sink, SampleTaker take) {
     pipeline_ = makePipeline("appsrc name=source is-live=true ! " + description_ + " ! " + pictureSink);
     if (pipeline_ == nullptr)
         return false;
@@ -117,7 +116,7 @@ bool DecoderPipeline::start(const StreamSink& sink) {
     gst_caps_unref(caps);
     configureFeed(source_, feed_);
     awaitKeyPicture(pipeline_);
-    deliver(pipeline_, sink);
+    deliver(pipeline_, sink, std::move(take));
     if (gst_element_set_state(pipeline_, GST_STATE_PLAYING) != GST_STATE_CHANGE_FAILURE)
         return true;
     logmsg(3, "The decoder can't be started");

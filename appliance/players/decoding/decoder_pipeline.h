@@ -4,6 +4,7 @@
 #include "appliance/players/decoding/stream_sink.h"
 
 #include <cstddef>
+#include <functional>
 #include <gst/gst.h>
 #include <string>
 
@@ -16,6 +17,9 @@ enum class Feed {
     bytes,    // a piece of a byte stream; feed() blocks
 };
 
+// Takes a sample; the caller keeps its reference.
+using SampleTaker = std::function<void(GstSample*)>;
+
 class DecoderPipeline {
 public:
     // `description` is the part between source and sink in the syntax of gst-launch ("jpegdec"), `caps` describes
@@ -26,6 +30,9 @@ public:
 
     // Starts the pipeline. `sink` must outlive it. False with a log line when an element is missing.
     bool start(const StreamSink& sink);
+
+    // The same, but what leaves the pipeline goes to `take`, on the pipeline's thread.
+    bool start(const StreamSink& sink, SampleTaker take);
 
     // Passes bytes in. False after the pipeline failed. For one thread.
     bool feed(const void* bytes, std::size_t count);
@@ -44,9 +51,9 @@ void configureFeed(GstElement* source, Feed feed);
 // The appsink at the end of a player's pipeline: it keeps at most one picture and doesn't wait for the clock.
 extern const char* const pictureSink;
 
-// Passes the output of the pipeline's element "pictures" to `sink`, and an error as the end of the stream. `sink` must
-// outlive the pipeline.
-void deliver(GstElement* pipeline, const StreamSink& sink);
+// Passes the output of the pipeline's element "pictures" to `take`, and an error to `sink` as the end of the stream.
+// `sink` must outlive the pipeline.
+void deliver(GstElement* pipeline, const StreamSink& sink, SampleTaker take);
 
 // Creates a pipeline from a description in the syntax of gst-launch. Null with a log line on failure.
 GstElement* makePipeline(const std::string& description);

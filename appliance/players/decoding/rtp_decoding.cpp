@@ -12,19 +12,19 @@ struct Known {
     const char* encodingName;
     const char* elements;
     const char* plugins;
+    const char* codec = "";
 };
 
-// max-threads=1: each decoding thread more would delay the picture by one frame.
+// config-interval=-1: the description of the codec comes again with each key picture.
 constexpr Known videos[] = {
     {"H264",
-     "rtph264depay wait-for-keyframe=true ! h264parse ! avdec_h264 name=decoder max-threads=1 "
-     "output-corrupt=false",
-     "videoparsersbad libav"},
-    {"H265", "rtph265depay ! h265parse ! avdec_h265 name=decoder max-threads=1 output-corrupt=false",
-     "videoparsersbad libav"},
-    {"MP4V-ES",
-     "rtpmp4vdepay ! mpeg4videoparse ! avdec_mpeg4 name=decoder max-threads=1 output-corrupt=false",
-     "videoparsersbad libav"},
+     "rtph264depay wait-for-keyframe=true ! h264parse config-interval=-1 ! "
+     "video/x-h264,stream-format=byte-stream,alignment=au",
+     "videoparsersbad", "h264"},
+    {"H265",
+     "rtph265depay ! h265parse config-interval=-1 ! video/x-h265,stream-format=byte-stream,alignment=au",
+     "videoparsersbad", "hevc"},
+    {"MP4V-ES", "rtpmp4vdepay ! mpeg4videoparse config-interval=-1", "videoparsersbad", "mpeg4"},
     {"MPV", "rtpmpvdepay ! mpegvideoparse ! mpeg2dec name=decoder", "videoparsersbad mpeg2dec"},
     {"MP2T", "rtpmp2tdepay ! tsdemux ! mpegvideoparse ! mpeg2dec name=decoder",
      "videoparsersbad mpeg2dec mpegtsdemux"},
@@ -44,7 +44,7 @@ template<std::size_t Size>
 RtpChain chainIn(const Known (&known)[Size], const std::string& encodingName) {
     for (const Known& one : known)
         if (encodingName == one.encodingName)
-            return {one.elements, one.plugins};
+            return {one.elements, one.plugins, one.codec};
     return {};
 }
 

@@ -6,9 +6,12 @@
 namespace player {
 
 struct RtpChain {
-    std::string
-        elements; // depayloader and decoder in the syntax of gst-launch; "": this encoding can't be decoded
+    // In the syntax of gst-launch: depayloader and decoder, or, with a codec, depayloader and parser; "": this encoding
+    // can't be decoded.
+    std::string elements;
     std::string plugins; // separated by blanks, without those that all chains need
+    std::string
+        codec; // the codec of libavcodec that decodes what the elements return; "": they decode it themselves
 };
 
 RtpChain videoChainOf(const std::string& encodingName);

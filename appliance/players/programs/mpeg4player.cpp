@@ -1,7 +1,7 @@
 // mpeg4player: MPEG-4 or H.264 over RTSP: unicast, multicast, on the RTSP connection, or tunnelled over HTTP.
-#include "appliance/players/decoding/decoder_pipeline.h"
 #include "appliance/players/decoding/gst_start.h"
 #include "appliance/players/decoding/rtp_decoding.h"
+#include "appliance/players/decoding/rtp_pictures.h"
 #include "appliance/players/programs/stream_request.h"
 #include "appliance/players/showing/player.h"
 #include "appliance/players/sound/rtp_sound.h"
@@ -10,7 +10,6 @@
 
 #include <libcommon/log.h>
 
-#include <memory>
 #include <string>
 #include <string_view>
 #include <thread>
@@ -39,23 +38,23 @@ public:
                     if (verbose_)
                         logmsg(7, "No sound: %s", reason.c_str());
                 },
-            .video = [this](std::string_view packet) { return decoder_->feed(packet.data(), packet.size()); },
+            .video =
+                [this](std::string_view packet) { return pictures_->feed(packet.data(), packet.size()); },
             .sound = [this](std::string_view packet) { sound_->feed(packet.data(), packet.size()); }};
     }
 
 private:
     std::string beginVideo(const streams::DescribedStream& stream, bool ordered) {
-        const RtpChain chain = videoChainOf(stream.encodingName);
-        decoder_ = std::make_unique<DecoderPipeline>(
-            (ordered ? "" : std::string(reordering) + " ! ") + chain.elements, stream.caps, Feed::packets);
-        return loadRtpPlugins(chain) && decoder_->start(sink_) ? "" : "the decoder can't be started";
+        pictures_ = new RtpPictures(videoChainOf(stream.encodingName), stream.caps, ordered);
+        return pictures_->start(sink_) ? "" : "the decoder can't be started";
     }
 
     const StreamSink& sink_;
     SoundOutput& output_;
     const bool verbose_;
-    std::unique_ptr<DecoderPipeline> decoder_;
-    RtpSound* sound_ = nullptr; // never destroyed: it has its own thread
+    // Never destroyed: they have their own threads.
+    RtpPictures* pictures_ = nullptr;
+    RtpSound* sound_ = nullptr;
 };
 
 bool startMpeg4(const PlayerOptions& options, const StreamSink& sink, EndSession& endSession) {
@@ -70,7 +69,7 @@ bool startMpeg4(const PlayerOptions& options, const StreamSink& sink, EndSession
         stream->end();
         sound->end(soundEndMs);
     };
-    // The decoders' library is large: load it while the encoder answers.
+    // Load the plugins while the encoder answers.
     std::thread([] { loadRtpPlugins(videoChainOf("MP4V-ES")); }).detach();
     std::thread([stream, &sink] { sink.ended(stream->run()); }).detach();
     return true;

@@ -11,7 +11,7 @@ struct RtspServerOptions {
     // payloader is named "pay0".
     std::string encoding = "x264enc tune=zerolatency speed-preset=ultrafast bitrate=1500 key-int-max=10 ! "
                            "rtph264pay name=pay0 pt=96 config-interval=1";
-    std::string sound;      // the same for sound; "": no sound
+    std::string sound{};    // the same for sound; "": no sound
     int source = 9;         // in the pictures' marks
     bool basic = false;     // require viewer/secret
     bool digest = false;    // require viewer/secret

@@ -95,8 +95,8 @@ void Session::takeClick(const SDL_MouseButtonEvent& event) {
 
 void Session::take(const SDL_Event& event) {
     switch (event.type) {
-    case SDL_QUIT:
-        ending_ = Ending::asked;
+    case SDL_QUIT: // a closed window was told before: this is a Wayland compositor that has ended
+        ending_ = Ending::again;
         break;
     case SDL_WINDOWEVENT:
         takeWindowEvent(event.window);

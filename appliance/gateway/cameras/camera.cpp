@@ -1,0 +1,262 @@
+#include "appliance/gateway/cameras/camera.h"
+
+#include <libcommon/clock.h>
+#include <libcommon/log.h>
+
+#include <algorithm>
+#include <random>
+#include <utility>
+
+namespace gateway {
+namespace {
+
+constexpr std::chrono::seconds longestPause(30);
+// A player's detection and its start are two connections, and a sequence comes back soon.
+constexpr std::chrono::seconds linger(15);
+constexpr std::size_t keptBytes = 16 * 1024 * 1024;
+
+std::chrono::seconds pauseAfter(int failures) {
+    return std::min(std::chrono::seconds(1 << std::min(failures - 1, 5)), longestPause);
+}
+
+std::uint32_t randomNumber() {
+    return std::random_device{}();
+}
+
+VideoForm formOf(const TrackInfo& track, std::size_t kept) {
+    return {track.encodingName, track.payloadType, track.clockRate, track.fmtp, kept};
+}
+
+} // namespace
+
+bool CameraSettings::sameCamera(const CameraSettings& other) const {
+    return number == other.number && mistake == other.mistake && url.text() == other.url.text() &&
+           url.user == other.url.user && url.password == other.url.password && transport == other.transport;
+}
+
+Camera::Camera(EventLoop& loop, Transfers& transfers, CameraSettings settings, SessionTimes times,
+               std::function<void(const Camera&)> changed)
+    : loop_(loop), transfers_(transfers), settings_(std::move(settings)), times_(times),
+      changed_(std::move(changed)), overUdp_(settings_.transport != Transport::tcp) {
+    if (!settings_.mistake.empty())
+        failure_ = {Fault::badUrl, settings_.mistake};
+}
+
+Camera::~Camera() {
+    loop_.cancel(againTimer_);
+    loop_.cancel(lingerTimer_);
+    const Failure gone{Fault::ended, "the camera was removed from the configuration"};
+    answerAll(gone);
+    endViewers(gone);
+}
+
+CameraReport Camera::report() const {
+    CameraReport report{
+        .failure = failure_, .open = open_, .info = info_, .bytes = bytes_, .pictures = pictures_};
+    if (video_ != nullptr) {
+        report.pictures = video_->pictures();
+        report.keyInterval = video_->keyInterval();
+    }
+    report.viewers = viewers_.size();
+    return report;
+}
+
+// ---- Who wants the stream.
+
+void Camera::ask(Answer answer) {
+    if (!settings_.mistake.empty())
+        return answer(info_, failure_);
+    loop_.cancel(lingerTimer_);
+    lingerTimer_ = loop_.after(linger, [this] {
+        lingerTimer_ = 0;
+        stopWhenUnwanted();
+    });
+    if (open_)
+        return answer(info_, {});
+    if (againTimer_ != 0)
+        return answer(info_, failure_);
+    answers_.push_back(std::move(answer));
+    if (rtsp_ == nullptr && mjpeg_ == nullptr)
+        open();
+}
+
+Camera::ViewerId Camera::join(Viewer viewer) {
+    if (!open_)
+        return 0;
+    const ViewerId id = nextViewer_++;
+    const auto shared = std::make_shared<Viewer>(std::move(viewer));
+    if (video_ != nullptr) {
+        bool start = true;
+        for (const Packet& packet : video_->kept().packets())
+            shared->packet(Track::video, packet, std::exchange(start, false));
+    } else if (picture_ != nullptr) {
+        shared->picture(picture_);
+    }
+    viewers_[id] = shared;
+    shared->flush();
+    return id;
+}
+
+void Camera::leave(ViewerId viewer) {
+    if (viewers_.erase(viewer) == 0 || !viewers_.empty())
+        return;
+    loop_.cancel(lingerTimer_);
+    lingerTimer_ = loop_.after(linger, [this] {
+        lingerTimer_ = 0;
+        stopWhenUnwanted();
+    });
+}
+
+void Camera::stopWhenUnwanted() {
+    if (isWanted())
+        return;
+    loop_.cancel(againTimer_);
+    failures_ = 0;
+    closeSession();
+    changed_(*this);
+}
+
+void Camera::answerAll(const Failure& failure) {
+    for (const Answer& answer : std::exchange(answers_, {}))
+        answer(info_, failure);
+}
+
+void Camera::endViewers(const Failure& failure) {
+    for (const auto& [id, viewer] : std::exchange(viewers_, {}))
+        viewer->ended(failure);
+}
+
+// ---- The session.
+
+void Camera::open() {
+    const SessionEvents events{
+        .opened = [this](const StreamInfo& info) { onOpened(info); },
+        .packet = [this](Track track, std::string_view packet) { onPacket(track, packet); },
+        .picture = [this](std::string_view jpeg) { onPicture(jpeg); },
+        .pause = [this] { onPause(); },
+        .ended = [this](const Failure& failure) { onEnded(failure); }};
+    if (settings_.url.isRtsp()) {
+        rtsp_ = std::make_unique<RtspSession>(loop_, transfers_, settings_.url, overUdp_, times_, events);
+        rtsp_->open();
+    } else {
+        mjpeg_ = std::make_unique<MjpegSession>(loop_, transfers_, settings_.url, times_, events);
+        mjpeg_->open();
+    }
+}
+
+// The session may be in the middle of a call.
+void Camera::closeSession() {
+    open_ = false;
+    picture_ = nullptr;
+    const std::shared_ptr<RtspSession> rtsp = std::move(rtsp_);
+    const std::shared_ptr<MjpegSession> mjpeg = std::move(mjpeg_);
+    if (rtsp != nullptr || mjpeg != nullptr)
+        loop_.later([rtsp, mjpeg] {});
+}
+
+void Camera::onOpened(const StreamInfo& info) {
+    const bool same = info.video == info_.video && info.sound == info_.sound;
+    if (!same)
+        endViewers({Fault::ended, settings_.url.place() + " sends another stream than before"});
+    info_ = info;
+    makeRelays(info);
+    open_ = true;
+    failure_ = {};
+    logmsg(6, "Camera %d \"%s\" plays over %s", settings_.number, settings_.name.c_str(),
+           info.transport.c_str());
+    changed_(*this);
+    answerAll({});
+}
+
+// The relays of an unchanged stream go on, so that players stay through a break.
+void Camera::makeRelays(const StreamInfo& info) {
+    const std::int64_t now = gettimeusec();
+    if (!info.video) {
+        video_ = nullptr;
+    } else if (video_ != nullptr && !viewers_.empty()) {
+        video_->beginSession(now);
+    } else {
+        video_ = std::make_unique<VideoRelay>(
+            formOf(*info.video, keptBytes), randomNumber(),
+            [this](const Packet& packet, bool start) { pass(Track::video, packet, start); });
+    }
+    if (!info.sound) {
+        sound_ = nullptr;
+    } else if (sound_ != nullptr && !viewers_.empty()) {
+        sound_->beginSession(now);
+    } else {
+        sound_ = std::make_unique<VideoRelay>(
+            formOf(*info.sound, 0), randomNumber(),
+            [this](const Packet& packet, bool start) { pass(Track::sound, packet, start); });
+    }
+}
+
+void Camera::onPacket(Track track, std::string_view packet) {
+    failures_ = 0;
+    bytes_ += packet.size();
+    const std::unique_ptr<VideoRelay>& relay = track == Track::video ? video_ : sound_;
+    if (relay != nullptr)
+        relay->add(packet, gettimeusec());
+}
+
+void Camera::pass(Track track, const Packet& packet, bool start) {
+    for (const auto& [id, viewer] : viewers_)
+        viewer->packet(track, packet, start);
+}
+
+void Camera::onPicture(std::string_view jpeg) {
+    failures_ = 0;
+    bytes_ += jpeg.size();
+    ++pictures_;
+    picture_ = std::make_shared<const std::string>(jpeg);
+    for (const auto& [id, viewer] : viewers_)
+        viewer->picture(picture_);
+}
+
+void Camera::onPause() {
+    for (const auto& [id, viewer] : viewers_)
+        viewer->flush();
+}
+
+// Over UDP nothing came, or the camera does not offer it.
+bool Camera::fallsBack(const Failure& failure) {
+    const bool refused = failure.fault == Fault::otherStatus && !open_;
+    if (rtsp_ == nullptr || !overUdp_ || settings_.transport != Transport::automatic ||
+        (failure.fault != Fault::noPackets && !refused))
+        return false;
+    logmsg(6, "Camera %d \"%s\": %s; trying TCP", settings_.number, settings_.name.c_str(),
+           failure.text.c_str());
+    overUdp_ = false;
+    return true;
+}
+
+void Camera::onEnded(const Failure& failure) {
+    const bool wasOpen = open_;
+    if (fallsBack(failure)) {
+        closeSession();
+        return open();
+    }
+    closeSession();
+    ++failures_;
+    if (failure.fault != failure_.fault || failure.text != failure_.text)
+        logmsg(4, "Camera %d \"%s\": %s", settings_.number, settings_.name.c_str(), failure.text.c_str());
+    failure_ = failure;
+    if (!wasOpen) {
+        answerAll(failure);
+        endViewers(failure);
+    }
+    changed_(*this);
+    if (isWanted())
+        tryAgain();
+}
+
+void Camera::tryAgain() {
+    loop_.cancel(againTimer_);
+    againTimer_ = loop_.after(pauseAfter(failures_), [this] {
+        againTimer_ = 0;
+        if (isWanted())
+            open();
+    });
+}
+
+} // namespace gateway

@@ -1,0 +1,59 @@
+// One session with a camera that sends Motion JPEG over HTTP or HTTPS. For the loop's thread.
+#pragma once
+
+#include "appliance/gateway/cameras/camera_url.h"
+#include "appliance/gateway/cameras/rtsp_session.h"
+#include "appliance/gateway/cameras/stream_info.h"
+#include "appliance/gateway/cameras/transfers.h"
+#include "appliance/streams/multipart.h"
+
+#include <array>
+#include <cstdint>
+#include <memory>
+#include <string>
+
+namespace gateway {
+
+class MjpegSession {
+public:
+    // Loop and transfers must outlive it.
+    MjpegSession(EventLoop& loop, Transfers& transfers, CameraUrl url, SessionTimes times,
+                 SessionEvents events);
+    ~MjpegSession();
+    MjpegSession(const MjpegSession&) = delete;
+    MjpegSession& operator=(const MjpegSession&) = delete;
+
+    void open();
+
+private:
+    static std::size_t onHeader(char* line, std::size_t size, std::size_t count, void* self);
+    static std::size_t onBody(char* bytes, std::size_t size, std::size_t count, void* self);
+    static int onProgress(void* self, curl_off_t total, curl_off_t now, curl_off_t upTotal, curl_off_t upNow);
+
+    bool begin();
+    void takePicture(std::string_view bytes);
+    void watchSilence();
+    Failure silence(std::int64_t now) const;
+    Failure outcome(CURLcode result) const;
+    long status() const;
+    void end(const Failure& failure);
+    void endSoon(const Failure& failure);
+
+    EventLoop& loop_;
+    Transfers& transfers_;
+    const CameraUrl url_;
+    const SessionTimes times_;
+    const SessionEvents events_;
+    CURL* curl_;
+    std::array<char, CURL_ERROR_SIZE> error_{};
+    std::size_t headerBytes_ = 0;
+    std::unique_ptr<streams::MultipartReader> reader_; // null before the body begins
+    std::int64_t started_ = 0;                         // microseconds
+    std::int64_t lastPicture_ = 0;                     // 0: none yet
+    bool opened_ = false;
+    bool ended_ = false;
+    EventLoop::Timer silenceTimer_ = 0;
+    EventLoop::Timer endTimer_ = 0;
+};
+
+} // namespace gateway

@@ -1,0 +1,36 @@
+// Why a camera does not play.
+#pragma once
+
+#include <string>
+
+namespace gateway {
+
+enum class Fault {
+    none,
+    badUrl,
+    noAddress,        // the name is unknown
+    noRoute,          // the network does not reach it
+    refused,          // nothing listens at the port
+    noConnection,     // no answer to the connection, or TLS failed
+    noCredentials,    // it asks for a user name and a password, and none is configured
+    wrongCredentials, // it refuses the ones that are configured
+    forbidden,
+    wrongPath, // 404
+    otherStatus,
+    notUnderstood, // not what the URL's scheme promises
+    unsupported,   // a codec that the players can't show
+    noAnswer,
+    noPackets, // the session is open and nothing comes
+    silence,   // the stream has stopped without an end
+    ended,     // the camera closed the stream
+};
+
+struct Failure {
+    Fault fault = Fault::none;
+    std::string
+        text; // one sentence without a full stop, without secrets: "192.168.1.20:554 refuses connections"
+
+    bool none() const { return fault == Fault::none; }
+};
+
+} // namespace gateway

@@ -1,0 +1,43 @@
+// What a camera's stream consists of.
+#pragma once
+
+#include "appliance/gateway/cameras/reason.h"
+
+#include <functional>
+#include <optional>
+#include <string>
+#include <string_view>
+
+namespace gateway {
+
+struct TrackInfo {
+    std::string encodingName; // "H264", "PCMU"
+    int payloadType = 0;
+    int clockRate = 90000;
+    std::string rtpmap; // values of the attributes, as in the camera's description; "": none
+    std::string fmtp;
+
+    bool operator==(const TrackInfo&) const = default;
+};
+
+struct StreamInfo {
+    std::optional<TrackInfo> video; // nothing: whole JPEG pictures over HTTP
+    std::optional<TrackInfo> sound;
+    std::string transport; // "UDP", "TCP", "HTTP", for people
+
+    bool isPictures() const { return !video; }
+};
+
+enum class Track { video, sound };
+
+// What a session with a camera tells its owner, on the loop's thread. After `ended` nothing more comes. The owner must
+// not destroy the session in a call.
+struct SessionEvents {
+    std::function<void(const StreamInfo& info)> opened;              // the camera sends from now on
+    std::function<void(Track track, std::string_view bytes)> packet; // RTP, in order
+    std::function<void(std::string_view jpeg)> picture;              // a whole one
+    std::function<void()> pause;                                     // all that has arrived is handed over
+    std::function<void(const Failure& failure)> ended;
+};
+
+} // namespace gateway

@@ -1,0 +1,78 @@
+// Makes of a camera's RTP packets the packets that players get: renumbered, so that packets can be added and the camera
+// may begin anew, with parameter sets before each key picture. Packets are kept since the last key picture.
+//
+// No packet waits here. For one thread.
+#pragma once
+
+#include "appliance/gateway/rtp/kept_packets.h"
+#include "appliance/gateway/rtp/parameter_sets.h"
+#include "appliance/gateway/rtp/payload_kind.h"
+#include "appliance/gateway/rtp/rtp_packet.h"
+
+#include <cstddef>
+#include <cstdint>
+#include <functional>
+#include <string>
+#include <string_view>
+
+namespace gateway {
+
+struct VideoForm {
+    std::string encodingName;
+    int payloadType = 96;
+    int clockRate = 90000;
+    std::string fmtp;
+    std::size_t keptBytes = 0; // the limit of what is kept
+};
+
+class VideoRelay {
+public:
+    // Gets each packet for the players. `start`: a player may begin with it.
+    using Take = std::function<void(const Packet& packet, bool start)>;
+    VideoRelay(VideoForm form, std::uint32_t source, Take take);
+
+    // The camera begins a new session: other numbers and times follow, and nothing before the next key picture.
+    void beginSession(std::int64_t now);
+
+    // Takes a packet of the camera, in order; `now` in microseconds. Packets of other payload types are dropped.
+    void add(std::string_view packet, std::int64_t now);
+
+    const KeptPackets& kept() const { return kept_; }
+    std::uint64_t pictures() const { return pictures_; }
+    // Time from one key picture to the next, in microseconds; 0: not known yet.
+    std::int64_t keyInterval() const { return keyInterval_; }
+    bool hasKeyPicture() const { return keyPictures_ > 0; }
+
+private:
+    void followSender(const RtpPacket& packet, std::int64_t now);
+    void addMissingSets(const RtpPacket& packet);
+    void countKeyPicture(const RtpPacket& packet);
+    void pass(std::string bytes, const RtpPacket& packet, bool start);
+
+    const VideoForm form_;
+    const Encoding encoding_;
+    const std::uint32_t source_;
+    Take take_;
+    KeptPackets kept_;
+    ParameterSets sets_;
+
+    bool known_ = false;  // a packet of this session has come
+    bool waiting_ = true; // for the session's first key picture
+    std::uint32_t sender_ = 0;
+    std::uint16_t sequenceShift_ = 0; // what is added to the camera's numbers
+    std::uint32_t timeShift_ = 0;
+    std::uint16_t lastSequence_ = 0; // as sent
+    std::uint32_t lastTime_ = 0;     // as sent
+    std::int64_t lastAt_ = 0;        // when it was sent, in microseconds; 0: never
+
+    bool hasSets_ = false; // sets have come with `setsTime_`
+    std::uint32_t setsTime_ = 0;
+    bool hasKeyTime_ = false; // the key picture with this time has begun
+    std::uint32_t keyTime_ = 0;
+    std::uint32_t pictureTime_ = 0;
+    std::uint64_t pictures_ = 0;
+    std::uint64_t keyPictures_ = 0;
+    std::int64_t keyInterval_ = 0;
+};
+
+} // namespace gateway

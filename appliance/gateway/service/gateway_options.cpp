@@ -1,0 +1,38 @@
+#include "appliance/gateway/service/gateway_options.h"
+
+#include <CLI/CLI.hpp>
+
+namespace gateway {
+namespace {
+
+constexpr int usageMistake = 2;
+constexpr const char* footer = "Every source of the decoder that has a URL is the gateway's: [Encoder.Yard] "
+                               "with URL = rtsp://camera/stream is\n"
+                               "enough, and the gateway adds the other keys. When it listens, it prints "
+                               "\"port=NUMBER\" on standard output. SIGINT\n"
+                               "and SIGTERM end it with exit status 0.";
+
+} // namespace
+
+GatewayCommandLine parseGatewayCommandLine(int argc, const char* const* argv) {
+    CLI::App app{"The decoder's gateway: makes a source of any camera, without decoding its pictures.",
+                 "camera-gateway"};
+    GatewayOptions options;
+    app.add_option("--port", options.port,
+                   "the port for players, instead of the parameter Gateway.Port; 0 is any")
+        ->type_name("PORT");
+    app.set_version_flag("--version", HOUSE_VERSION);
+    app.footer(footer);
+    try {
+        app.parse(argc, argv);
+    } catch (const CLI::CallForHelp&) {
+        return {std::nullopt, 0, app.help()};
+    } catch (const CLI::CallForVersion&) {
+        return {std::nullopt, 0, std::string(HOUSE_VERSION) + "\n"};
+    } catch (const CLI::ParseError& mistake) {
+        return {std::nullopt, usageMistake, std::string("camera-gateway: ") + mistake.what() + "\n"};
+    }
+    return {options, 0, {}};
+}
+
+} // namespace gateway

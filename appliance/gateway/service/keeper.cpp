@@ -1,0 +1,129 @@
+#include "appliance/gateway/service/keeper.h"
+
+#include <libcommon/events.h>
+#include <libcommon/log.h>
+#include <libcommon/params.h>
+#include <libcommon/paths.h>
+#include <libcommon/status.h>
+
+#include <chrono>
+#include <fstream>
+#include <sstream>
+#include <sys/stat.h>
+#include <utility>
+
+namespace gateway {
+namespace {
+
+constexpr std::chrono::milliseconds lookTime(300); // between two looks at the file
+constexpr const char* highestName = "Gateway.HighestNumber";
+
+std::string parameterPath() {
+    return libcommon::appliancePath("/etc/decoder/decoder.conf");
+}
+
+// Tells versions of the file apart; "" when there is none.
+std::string stampOfFile() {
+    struct stat file {};
+    if (stat(parameterPath().c_str(), &file) != 0)
+        return "";
+    std::ostringstream text;
+    text << file.st_ino << ' ' << file.st_size << ' ' << file.st_mtim.tv_sec << ' ' << file.st_mtim.tv_nsec;
+    return text.str();
+}
+
+std::string readText() {
+    std::ifstream file(parameterPath(), std::ios::binary);
+    std::ostringstream text;
+    text << file.rdbuf();
+    return text.str();
+}
+
+} // namespace
+
+Keeper::Keeper(EventLoop& loop, int port, std::function<void(const SourcePlan&)> take)
+    : loop_(loop), port_(port), take_(std::move(take)) {}
+
+Keeper::~Keeper() {
+    {
+        const std::lock_guard guard(lock_);
+        ending_ = true;
+        changed_.notify_all();
+    }
+    if (thread_.joinable())
+        thread_.join();
+}
+
+void Keeper::start() {
+    lookAtFile();
+    thread_ = std::thread(&Keeper::run, this);
+}
+
+void Keeper::run() {
+    for (;;) {
+        {
+            std::unique_lock guard(lock_);
+            changed_.wait_for(guard, lookTime, [this] { return ending_ || !waiting_.empty(); });
+            if (ending_ && waiting_.empty())
+                return;
+        }
+        writeStatus();
+        lookAtFile();
+    }
+}
+
+void Keeper::lookAtFile() {
+    std::string stamp = stampOfFile();
+    if (stamp == stamp_)
+        return;
+    const auto plan = [this] {
+        return planSources(sectionsIn(readText()), ParamWrapper(0, false)[highestName].toInt(), port_);
+    };
+    SourcePlan present = plan();
+    const bool numbersChange = present.highestNumber != ParamWrapper(0, false)[highestName].toInt();
+    if (!present.missing.empty() || (numbersChange && !present.sources.empty())) {
+        if (userOpenAndLockParamFile(0, 1) != 0)
+            return;       // another program holds it; the next look tries again
+        present = plan(); // under the lock
+        const bool good = complete(present);
+        userCloseAndUnlockParamFile(0, 1);
+        Event event{};
+        event.id = EID_CONNECTPROPERTYCHANGED;
+        if (good)
+            sendEvent(&event); // a decoder that does not run reads the file when it starts
+        stamp = stampOfFile();
+    }
+    stamp_ = stamp;
+    loop_.later([this, present] { take_(present); });
+}
+
+// Writes what the sections lack. The highest number comes first: a number must never be given twice.
+bool Keeper::complete(const SourcePlan& plan) const {
+    ParamWrapper parameters(0, true);
+    if (parameters[highestName].toInt() != plan.highestNumber) {
+        parameters[highestName] = plan.highestNumber;
+        if (parameters[highestName].toInt() != plan.highestNumber)
+            return false;
+    }
+    for (const ParameterWrite& one : plan.missing)
+        parameters[one.name.c_str()] = one.value.c_str();
+    return true;
+}
+
+void Keeper::setStatus(int index, const std::string& key, const std::string& value) {
+    const std::lock_guard guard(lock_);
+    waiting_[{index, key}] = value;
+    changed_.notify_all();
+}
+
+void Keeper::writeStatus() {
+    std::map<std::pair<int, std::string>, std::string> values;
+    {
+        const std::lock_guard guard(lock_);
+        values.swap(waiting_);
+    }
+    for (const auto& [place, value] : values)
+        status(place.first, place.second, value.c_str());
+}
+
+} // namespace gateway

@@ -1,0 +1,37 @@
+// The gateway as a whole: sources, cameras, port, status.
+#pragma once
+
+#include "appliance/gateway/cameras/cameras.h"
+#include "appliance/gateway/loop/event_loop.h"
+#include "appliance/gateway/service/keeper.h"
+#include "appliance/gateway/serving/port.h"
+
+#include <cstdint>
+#include <map>
+#include <string>
+
+namespace gateway {
+
+inline constexpr std::uint16_t usualPort = 8550; // without "Gateway.Port"
+
+class Service {
+public:
+    explicit Service(EventLoop& loop);
+
+    // Listens and reads the sources. Returns "" or the reason of the failure.
+    std::string start(std::uint16_t port);
+    std::uint16_t port() const { return port_.number(); }
+
+private:
+    void configure(const SourcePlan& plan);
+    void publish(const Camera& camera);
+
+    EventLoop& loop_;
+    Transfers transfers_;
+    Cameras cameras_;
+    Port port_;
+    std::unique_ptr<Keeper> keeper_; // destroyed first: it uses the loop
+    std::map<int, int> indices_;     // of the sources, by the camera's number
+};
+
+} // namespace gateway
