@@ -1,9 +1,15 @@
-// What it costs to paint a picture on the CPU: conversion and scaling, without texts.
+// What it costs to show a picture: looking at what there is, painting it on the CPU, and rendering texts and labels.
+#include "appliance/screen/composition.h"
+#include "appliance/screen/label.h"
 #include "appliance/screen/painter.h"
+#include "appliance/screen/text_layers.h"
 
 #include <benchmark/benchmark.h>
 
 #include <cstdint>
+#include <cstdlib>
+#include <filesystem>
+#include <string>
 #include <vector>
 
 namespace {
@@ -60,14 +66,51 @@ void paint(benchmark::State& state, const Case& what) {
     }
 }
 
+void renderTexts(benchmark::State& state, const screen::Size& size) {
+    screen::TextLayers texts;
+    int count = 0;
+    for (auto _ : state)
+        texts.update({"Front door", std::to_string(++count), "No connection to the encoder"}, size);
+}
+
+void renderLabel(benchmark::State& state, const screen::Size& size) {
+    screen::Label label(0);
+    int seconds = 0;
+    for (auto _ : state)
+        label.update({"Front door", "", "12:34:" + std::to_string(10 + ++seconds % 50), ""}, size);
+}
+
+// In an appliance root of its own.
+void look(benchmark::State& state) {
+    const screen::PictureShape shape = screen::televisionShape(screen::VideoMode::pal);
+    const std::vector<std::uint8_t> bytes(screen::bytesOf(shape));
+    screen::FrameStore().draw(screen::viewOf(shape, bytes.data()), 0);
+    screen::Composer composer;
+    for (auto _ : state)
+        benchmark::DoNotOptimize(composer.look().overlayVersion);
+}
+
 } // namespace
 
 int main(int argc, char** argv) {
+    char root[] = "/tmp/painting-XXXXXX";
+    if (mkdtemp(root) == nullptr)
+        return 1;
+    setenv("APPLIANCE_ROOT", root, 1);
+    benchmark::RegisterBenchmark("look", look)->Unit(benchmark::kMicrosecond);
+    for (const screen::Size& size : {fullHd, ultraHd}) {
+        const std::string height = std::to_string(size.height);
+        benchmark::RegisterBenchmark(("three texts, " + height).c_str(), renderTexts, size)
+            ->Unit(benchmark::kMillisecond);
+        benchmark::RegisterBenchmark(("label, " + height).c_str(), renderLabel, size)
+            ->Unit(benchmark::kMillisecond);
+    }
     for (const Case& what : cases)
         benchmark::RegisterBenchmark(what.name, paint, what)->Unit(benchmark::kMillisecond);
     benchmark::Initialize(&argc, argv);
-    if (benchmark::ReportUnrecognizedArguments(argc, argv))
-        return 2;
-    benchmark::RunSpecifiedBenchmarks();
-    return 0;
+    const bool usable = !benchmark::ReportUnrecognizedArguments(argc, argv);
+    if (usable)
+        benchmark::RunSpecifiedBenchmarks();
+    std::filesystem::remove_all(root);
+    return usable ? 0 : 2;
 }

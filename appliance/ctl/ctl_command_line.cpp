@@ -24,6 +24,7 @@ public:
         addReports();
         addEvents();
         addParameters();
+        addSources();
     }
 
     CLI::App& app() { return app_; }
@@ -121,6 +122,30 @@ private:
                 "there are any");
         check->add_option("FILE", request.file,
                           "The file (default: the decoder's own); \"-\" is standard input");
+    }
+
+    void addSources() {
+        CLI::App* added =
+            add(Command::Add, "add", "Add a camera by its URL: checks that it plays, says what it is");
+        added->add_option("NAME", request.name, "The name of the new source")->required();
+        added
+            ->add_option(
+                "URL", request.url,
+                "rtsp://HOST/PATH, rtsps://, http:// or https://; a password in it is hidden from the "
+                "process list")
+            ->required();
+        added->add_option("--user", request.user, "The camera's user name; the password is asked for")
+            ->type_name("NAME");
+        added->add_flag("--password-stdin", request.passwordInput, "Read the password from standard input");
+        added->add_flag("--unchecked", request.unchecked, "Add it without connecting to the camera");
+        CLI::App* removed = add(Command::Remove, "remove", "Remove a source");
+        removed->add_option("N", request.source, sourceHelp)->required();
+        CLI::App* renamed = add(Command::Rename, "rename", "Give a source another name");
+        renamed->add_option("N", request.source, sourceHelp)->required();
+        renamed->add_option("NAME", request.name, "The new name")->required();
+        CLI::App* ordered =
+            add(Command::Order, "order", "Put sources first, in this order; the others follow as they are");
+        ordered->add_option("N", request.sources, sourceHelp)->required()->expected(1, -1);
     }
 
     CLI::App app_;

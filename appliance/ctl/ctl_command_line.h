@@ -4,6 +4,7 @@
 #include <iosfwd>
 #include <string>
 #include <variant>
+#include <vector>
 
 enum class Command {
     Status,
@@ -29,24 +30,33 @@ enum class Command {
     Mute,
     Unmute,
     Volume,
+    Add,
+    Remove,
+    Rename,
+    Order,
 };
 
 struct Request {
     Command command = Command::Status;
     bool json = false;
-    std::string root;   // --root, "" when it is not given
-    std::string source; // source, explain, select, alarm: as typed
-    std::string name;   // get, set; parameters --values
-    std::string value;  // set; "-": a line of standard input
-    std::string text;   // alarm
-    std::string file;   // snapshot, check; "" when it is not given
-    std::string size;   // snapshot; "" when it is not given
-    bool names = false; // sources, parameters: only the names
-    bool hold = false;  // button
-    bool force = false; // set
-    int volume = 0;     // volume: percent
-    double seconds = 0; // watch; 0: until it is interrupted
-    double wait = 15;   // connect, disconnect: the longest wait in seconds
+    std::string root;                 // --root, "" when it is not given
+    std::string source;               // source, explain, select, alarm, remove, rename: as typed
+    std::vector<std::string> sources; // order: as typed
+    std::string url;                  // add
+    std::string user;                 // add; "" when it is not given
+    bool passwordInput = false;       // add: the password is a line of standard input
+    bool unchecked = false;           // add: without a connection to the camera
+    std::string name;                 // get, set; parameters --values; add, rename: the new name
+    std::string value;                // set; "-": a line of standard input
+    std::string text;                 // alarm
+    std::string file;                 // snapshot, check; "" when it is not given
+    std::string size;                 // snapshot; "" when it is not given
+    bool names = false;               // sources, parameters: only the names
+    bool hold = false;                // button
+    bool force = false;               // set
+    int volume = 0;                   // volume: percent
+    double seconds = 0;               // watch; 0: until it is interrupted
+    double wait = 15;                 // connect, disconnect: the longest wait in seconds
 };
 
 inline constexpr int usageStatus = 2;

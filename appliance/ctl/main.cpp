@@ -10,10 +10,12 @@
 #include "appliance/ctl/parameter_check.h"
 #include "appliance/ctl/parameter_commands.h"
 #include "appliance/ctl/snapshot.h"
+#include "appliance/ctl/source_commands.h"
 #include "appliance/ctl/source_names.h"
 #include "appliance/ctl/source_report.h"
 #include "appliance/ctl/sweep_command.h"
 #include "appliance/ctl/watch.h"
+#include "appliance/front/arguments.h"
 #include "appliance/operating/button.h"
 #include "appliance/operating/decoder_events.h"
 #include "appliance/operating/muting.h"
@@ -142,6 +144,33 @@ void sendAlarm(const Request& request) {
     answer(request, raiseAlarm(source.index, source.name, request.text));
 }
 
+std::string addNamedSource(const Request& request) {
+    CameraAccess access{request.url, request.user, ""};
+    if (!request.user.empty() || request.passwordInput) {
+        access.password = readPassword(request.passwordInput);
+    }
+    return addSource(request.name, access, request.unchecked);
+}
+
+std::string orderNamedSources(const Request& request) {
+    const std::vector<std::string> names = sourceNames(readSources());
+    std::vector<int> indices;
+    for (const std::string& source : request.sources) {
+        indices.push_back(resolveSource(source, names));
+    }
+    return orderSources(indices);
+}
+
+std::string removeNamedSource(const Request& request) {
+    const SourceReport source = namedSource(request);
+    return removeSource(source.index, source.name);
+}
+
+std::string renameNamedSource(const Request& request) {
+    const SourceReport source = namedSource(request);
+    return renameSource(source.index, source.name, request.name);
+}
+
 void runCommand(const Request& request) {
     switch (request.command) {
     case Command::Status:
@@ -188,6 +217,14 @@ void runCommand(const Request& request) {
         return answer(request, muteSound(false));
     case Command::Volume:
         return answer(request, setSoundVolume(request.volume));
+    case Command::Add:
+        return answer(request, addNamedSource(request));
+    case Command::Remove:
+        return answer(request, removeNamedSource(request));
+    case Command::Rename:
+        return answer(request, renameNamedSource(request));
+    case Command::Order:
+        return answer(request, orderNamedSources(request));
     case Command::Sweep:
         return answer(request, sweepAppliance());
     }
@@ -205,7 +242,8 @@ int run(const Request& request) {
 } // namespace
 
 int main(int argc, char** argv) {
-    const auto parsed = parseCommandLine(argc, argv, std::cout, std::cerr);
+    front::Arguments arguments(argc, argv);
+    const auto parsed = parseCommandLine(arguments.count(), arguments.values(), std::cout, std::cerr);
     if (const int* status = std::get_if<int>(&parsed)) {
         return *status;
     }

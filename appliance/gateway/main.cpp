@@ -1,5 +1,6 @@
 // `camera-gateway`. Its options are in service/gateway_options.h.
 #include "appliance/gateway/service/gateway_options.h"
+#include "appliance/gateway/service/probe.h"
 #include "appliance/gateway/service/service.h"
 #include "appliance/streams/http_stream.h"
 #include "appliance/streams/stream_description.h"
@@ -9,6 +10,7 @@
 
 #include <csignal>
 #include <cstdio>
+#include <cstdlib>
 #include <sys/signalfd.h>
 #include <unistd.h>
 
@@ -41,14 +43,21 @@ int main(int argc, char** argv) {
         return commandLine.exitStatus;
     }
     std::signal(SIGPIPE, SIG_IGN);
+    const bool probes = commandLine.options->probe || commandLine.options->readUrl;
+    if (probes)
+        setenv("LIBCOMMON_LOG", "/dev/null", 1); // what goes wrong is in the answer
     const int signals = endSignals();
     streams::startHttp();
     if (signals < 0 || !streams::startDescriptions())
         return 1;
+    if (probes)
+        return gateway::probeCamera(commandLine.options->probe);
     gateway::EventLoop loop;
     gateway::Service service(loop);
     loop.watch(signals, EPOLLIN, [&loop](std::uint32_t /*events*/) { loop.end(); });
-    if (const std::string error = service.start(portFor(*commandLine.options)); !error.empty()) {
+    if (const std::string error =
+            service.start(portFor(*commandLine.options), commandLine.options->port.has_value());
+        !error.empty()) {
         std::fprintf(stderr, "camera-gateway: %s\n", error.c_str());
         return 1;
     }

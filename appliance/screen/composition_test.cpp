@@ -1,6 +1,7 @@
 #include "appliance/screen/composition.h"
 
 #include "appliance/screen/appliance_root_fixture.h"
+#include "appliance/screen/reference_picture.h"
 
 #include <libcommon/clock.h>
 #include <libcommon/display.h>
@@ -124,6 +125,19 @@ TEST_F(Composition, PicturesMayChangeTheirSizeAndFormat) {
         EXPECT_EQ(pixel(picture, at.x, at.y), grey) << shape.width << 'x' << shape.height;
         EXPECT_EQ(pixel(picture, at.x + at.width - 1, at.y + at.height - 1), grey);
         EXPECT_FALSE(isAll(picture, 0));
+    }
+}
+
+TEST_F(Composition, PictureOfTheScreensSizeIsShownPixelForPixel) {
+    configure("[Screen]\nSize = 1920x1080\n");
+    const reference::Samples samples = reference::zonePlate(1920, 1080);
+    for (const PixelFormat format : {PixelFormat::i420, PixelFormat::nv12}) {
+        const PictureShape shape = reference::shapeOf(1920, 1080, format);
+        player.draw(reference::frameOf(shape, samples).view(), 0);
+        const reference::Differences differences = reference::compare(
+            composer.compose(), [&](int x, int y) { return reference::pixelOf(shape, samples, x, y); });
+        EXPECT_LE(differences.largest, 1);
+        EXPECT_LE(differences.average, 0.1);
     }
 }
 

@@ -6,6 +6,7 @@
 #include "libcommon/src/parameter_lock.h"
 
 #include <libcommon/log.h>
+#include <libcommon/parameter_lines.h>
 
 #include <cerrno>
 #include <cstdio>
@@ -165,20 +166,41 @@ Outcome replace(const Job& job, const std::string& text) {
     return outcome;
 }
 
-Outcome attempt(Job& job, std::string_view name, std::string_view value) {
+Outcome attempt(Job& job, const EditText& edit) {
     if (!readPresent(job))
         return Outcome::failed;
-    const std::string text = withParameter(job.text, name, value);
-    if (job.exists && text == job.text)
+    const std::optional<std::string> text = edit(job.text);
+    if (!text)
+        return Outcome::failed;
+    if (job.exists && *text == job.text)
         return Outcome::done; // spares the flash
-    ParameterSnapshot check;
-    parse(text, check);
-    if (text.size() > maximumParameterFile || check.value(name) != value) {
+    if (text->size() > maximumParameterFile) {
         errno = EFBIG;
-        fails(job, "a line or the file would become too long to be read");
+        fails(job, "the file would become too long to be read");
         return Outcome::failed;
     }
-    return replace(job, text);
+    return replace(job, *text);
+}
+
+// `what`, for the log.
+bool rewrite(int fileId, const std::string& what, const EditText& edit) {
+    const WriteTurn turn(fileId);
+    Job job{.fileId = fileId, .path = parameterFilePath(fileId), .before = {}, .text = {}};
+    if (!turn) {
+        logmsg(3, "Failed to write %s to %s: %s; the value is lost. (errno=%d %s)", what.c_str(),
+               job.path.c_str(), turn.reason().c_str(), errno, std::strerror(errno));
+        return false;
+    }
+    if (!resolve(job))
+        return false;
+    Outcome outcome = Outcome::overtaken;
+    for (int i = 0; i < attempts && outcome == Outcome::overtaken; ++i)
+        outcome = attempt(job, edit);
+    if (outcome == Outcome::overtaken) {
+        errno = EBUSY;
+        return fails(job, "another program keeps changing it");
+    }
+    return outcome == Outcome::done;
 }
 
 } // namespace
@@ -194,23 +216,30 @@ bool writeParameter(int fileId, std::string_view name, std::string_view value) {
                parameterFilePath(fileId).c_str(), reason);
         return false;
     }
-    const WriteTurn turn(fileId);
-    Job job{.fileId = fileId, .path = parameterFilePath(fileId), .before = {}, .text = {}};
-    if (!turn) {
-        logmsg(3, "Failed to write \"%.*s\" to %s: %s; the value is lost. (errno=%d %s)", length, name.data(),
-               job.path.c_str(), turn.reason().c_str(), errno, std::strerror(errno));
-        return false;
-    }
-    if (!resolve(job))
-        return false;
-    Outcome outcome = Outcome::overtaken;
-    for (int i = 0; i < attempts && outcome == Outcome::overtaken; ++i)
-        outcome = attempt(job, name, value);
-    if (outcome == Outcome::overtaken) {
-        errno = EBUSY;
-        return fails(job, "another program keeps changing it");
-    }
-    return outcome == Outcome::done;
+    return rewrite(fileId, '"' + std::string(name.substr(0, 200)) + '"',
+                   [&](const std::string& present) -> std::optional<std::string> {
+                       std::string text = withParameter(present, name, value);
+                       ParameterSnapshot check;
+                       parse(text, check);
+                       if (check.value(name) == value)
+                           return text;
+                       logmsg(3, "Failed to write %s: a line would become too long to be read",
+                              parameterFilePath(fileId).c_str());
+                       return std::nullopt;
+                   });
+}
+
+bool rewriteParameters(int fileId, const EditText& edit) {
+    return isParameterFile(fileId) && rewrite(fileId, "a change", edit);
 }
 
 } // namespace local
+
+namespace libcommon {
+
+bool rewriteParameterFile(int fileId,
+                          const std::function<std::optional<std::string>(const std::string&)>& edit) {
+    return local::rewriteParameters(fileId, edit);
+}
+
+} // namespace libcommon

@@ -80,8 +80,14 @@ void ParameterSets::add(std::string_view set) {
     // ones invalid.
     if (!ofPicture)
         std::erase_if(sets_, [&](const std::string& known) { return typeOf(encoding_, known) >= type; });
-    if (sets_.size() < mostSets)
-        sets_.emplace_back(set);
+    if (sets_.size() >= mostSets) {
+        const auto oldest = std::ranges::find_if(
+            sets_, [&](const std::string& known) { return typeOf(encoding_, known) == type; });
+        if (oldest == sets_.end())
+            return;
+        sets_.erase(oldest);
+    }
+    sets_.emplace_back(set);
 }
 
 } // namespace gateway

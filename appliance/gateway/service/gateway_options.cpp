@@ -21,6 +21,11 @@ GatewayCommandLine parseGatewayCommandLine(int argc, const char* const* argv) {
     app.add_option("--port", options.port,
                    "the port for players, instead of the parameter Gateway.Port; 0 is any")
         ->type_name("PORT");
+    app.add_flag(
+        "--probe", options.probe,
+        "connect to one camera, print what it is, and exit; URL, user name and password are three lines of "
+        "standard input");
+    app.add_flag("--read-url", options.readUrl, "the same without a connection");
     app.set_version_flag("--version", HOUSE_VERSION);
     app.footer(footer);
     try {

@@ -9,6 +9,8 @@ namespace gateway {
 
 struct GatewayOptions {
     std::optional<std::uint16_t> port; // nothing: the parameter "Gateway.Port"; 0: any free port
+    bool probe = false;                // says what a camera is, and exits
+    bool readUrl = false;              // reads a camera's URL, and exits
 };
 
 struct GatewayCommandLine {

@@ -17,6 +17,7 @@ namespace {
 
 constexpr std::chrono::milliseconds lookTime(300); // between two looks at the file
 constexpr const char* highestName = "Gateway.HighestNumber";
+constexpr const char* portName = "Gateway.Port";
 
 std::string parameterPath() {
     return libcommon::appliancePath("/etc/decoder/decoder.conf");
@@ -42,7 +43,7 @@ std::string readText() {
 } // namespace
 
 Keeper::Keeper(EventLoop& loop, int port, std::function<void(const SourcePlan&)> take)
-    : loop_(loop), port_(port), take_(std::move(take)) {}
+    : loop_(loop), take_(std::move(take)), port_(port) {}
 
 Keeper::~Keeper() {
     {
@@ -63,7 +64,10 @@ void Keeper::run() {
     for (;;) {
         {
             std::unique_lock guard(lock_);
-            changed_.wait_for(guard, lookTime, [this] { return ending_ || !waiting_.empty(); });
+            changed_.wait_for(guard, lookTime,
+                              [this] { return ending_ || portChanged_ || !waiting_.empty(); });
+            if (std::exchange(portChanged_, false))
+                stamp_.clear();
             if (ending_ && waiting_.empty())
                 return;
         }
@@ -76,8 +80,11 @@ void Keeper::lookAtFile() {
     std::string stamp = stampOfFile();
     if (stamp == stamp_)
         return;
-    const auto plan = [this] {
-        return planSources(sectionsIn(readText()), ParamWrapper(0, false)[highestName].toInt(), port_);
+    const auto plan = [port = currentPort()] {
+        const ParamWrapper parameters(0, false);
+        SourcePlan made = planSources(sectionsIn(readText()), parameters[highestName].toInt(), port);
+        made.port = parameters[portName].toInt();
+        return made;
     };
     SourcePlan present = plan();
     const bool numbersChange = present.highestNumber != ParamWrapper(0, false)[highestName].toInt();
@@ -108,6 +115,18 @@ bool Keeper::complete(const SourcePlan& plan) const {
     for (const ParameterWrite& one : plan.missing)
         parameters[one.name.c_str()] = one.value.c_str();
     return true;
+}
+
+int Keeper::currentPort() {
+    const std::lock_guard guard(lock_);
+    return port_;
+}
+
+void Keeper::setPort(int port) {
+    const std::lock_guard guard(lock_);
+    port_ = port;
+    portChanged_ = true;
+    changed_.notify_all();
 }
 
 void Keeper::setStatus(int index, const std::string& key, const std::string& value) {

@@ -27,23 +27,28 @@ public:
     // Reads and completes the sources once, on the calling thread, then goes on by itself whenever the file changes.
     void start();
 
+    // The gateway's port has changed: the sources' addresses follow. Any thread.
+    void setPort(int port);
+
     // Writes a status value of the source with this index soon. Any thread.
     void setStatus(int index, const std::string& key, const std::string& value);
 
 private:
     void run();
+    int currentPort();
     void lookAtFile();
     bool complete(const SourcePlan& plan) const;
     void writeStatus();
 
     EventLoop& loop_;
-    const int port_;
     const std::function<void(const SourcePlan&)> take_;
     std::string stamp_; // of the version of the file that was read last
     std::thread thread_;
 
     std::mutex lock_;
     std::condition_variable changed_;
+    int port_;                                                   // guarded by lock_
+    bool portChanged_ = false;                                   // guarded by lock_
     bool ending_ = false;                                        // guarded by lock_
     std::map<std::pair<int, std::string>, std::string> waiting_; // status values; guarded by lock_
 };

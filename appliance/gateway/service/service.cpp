@@ -1,16 +1,25 @@
 #include "appliance/gateway/service/service.h"
 
+#include <libcommon/log.h>
+
 #include <vector>
 
 namespace gateway {
+namespace {
+
+constexpr const char* host = "127.0.0.1";
+
+} // namespace
 
 Service::Service(EventLoop& loop)
     : loop_(loop), transfers_(loop),
       cameras_(loop, transfers_, {}, [this](const Camera& camera) { publish(camera); }),
       port_(loop, cameras_) {}
 
-std::string Service::start(std::uint16_t port) {
-    if (std::string error = port_.open("127.0.0.1", port); !error.empty())
+std::string Service::start(std::uint16_t port, bool fixed) {
+    fixed_ = fixed;
+    wantedPort_ = port;
+    if (std::string error = port_.open(host, port); !error.empty())
         return error;
     keeper_ =
         std::make_unique<Keeper>(loop_, port_.number(), [this](const SourcePlan& plan) { configure(plan); });
@@ -19,6 +28,7 @@ std::string Service::start(std::uint16_t port) {
 }
 
 void Service::configure(const SourcePlan& plan) {
+    followPort(plan.port == 0 ? usualPort : plan.port);
     std::vector<CameraSettings> settings;
     indices_.clear();
     for (const PlannedSource& source : plan.sources) {
@@ -28,6 +38,15 @@ void Service::configure(const SourcePlan& plan) {
     cameras_.configure(settings, plan.highestNumber);
     for (const auto& [number, camera] : cameras_.all())
         publish(*camera);
+}
+
+void Service::followPort(int port) {
+    if (fixed_ || port == wantedPort_ || port < 1 || port > 65535)
+        return;
+    wantedPort_ = port;
+    if (const std::string error = port_.open(host, static_cast<std::uint16_t>(port)); !error.empty())
+        return logmsg(3, "Gateway.Port: %s", error.c_str());
+    keeper_->setPort(port);
 }
 
 void Service::publish(const Camera& camera) {

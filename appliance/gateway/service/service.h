@@ -18,18 +18,22 @@ class Service {
 public:
     explicit Service(EventLoop& loop);
 
-    // Listens and reads the sources. Returns "" or the reason of the failure.
-    std::string start(std::uint16_t port);
+    // Listens and reads the sources. `fixed`: the port does not follow the parameter "Gateway.Port". Returns "" or the
+    // reason of the failure.
+    std::string start(std::uint16_t port, bool fixed);
     std::uint16_t port() const { return port_.number(); }
 
 private:
     void configure(const SourcePlan& plan);
     void publish(const Camera& camera);
+    void followPort(int port);
 
     EventLoop& loop_;
     Transfers transfers_;
     Cameras cameras_;
     Port port_;
+    bool fixed_ = false;
+    int wantedPort_ = 0;             // that was tried last
     std::unique_ptr<Keeper> keeper_; // destroyed first: it uses the loop
     std::map<int, int> indices_;     // of the sources, by the camera's number
 };

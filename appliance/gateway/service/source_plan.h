@@ -32,6 +32,7 @@ struct SourcePlan {
     std::vector<PlannedSource> sources;  // the gateway's
     std::vector<ParameterWrite> missing; // to be written, in this order
     int highestNumber = 0;               // that was ever given, those of this plan included
+    int port = 0;                        // "Gateway.Port" of this version of the file; 0: not set
 };
 
 // All sections of sources in a parameter file's text, in the order of their indices.

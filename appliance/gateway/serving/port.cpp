@@ -30,11 +30,19 @@ Port::~Port() {
 
 std::string Port::open(const std::string& address, std::uint16_t port) {
     std::string error;
-    fd_ = boundSocket(address, port, error);
-    if (fd_ < 0)
+    const int fd = boundSocket(address, port, error);
+    if (fd < 0)
         return error;
-    if (listen(fd_, backlog) != 0)
-        return systemError("cannot listen on port " + std::to_string(port) + " of " + address);
+    if (listen(fd, backlog) != 0) {
+        error = systemError("cannot listen on port " + std::to_string(port) + " of " + address);
+        close(fd);
+        return error;
+    }
+    if (fd_ >= 0) {
+        loop_.forget(fd_);
+        close(fd_);
+    }
+    fd_ = fd;
     number_ = port;
     loop_.watch(fd_, EPOLLIN, [this](std::uint32_t /*events*/) { accept(); });
     return "";

@@ -22,7 +22,8 @@ public:
     Port(const Port&) = delete;
     Port& operator=(const Port&) = delete;
 
-    // Listens on a port of an IPv4 address; 0 is any free port. Returns "" or the reason of the failure.
+    // Listens on a port of an IPv4 address; 0 is any free port. Called again, it changes the port; present connections
+    // stay. Returns "" or the reason of the failure, and then the port is as before.
     std::string open(const std::string& address, std::uint16_t port);
     std::uint16_t number() const { return number_; }
 

@@ -41,7 +41,7 @@ void receivePictures(const PlayerOptions& options, const StreamSink& sink, JpegT
     sink.ended(reason);
 }
 
-bool startMjpeg(const PlayerOptions& options, const StreamSink& sink, EndSession& endSession) {
+bool startMjpeg(const PlayerOptions& options, const StreamSink& sink, Endings& endings) {
     // Only sound needs GStreamer. It is started before other threads exist.
     if (options.audio && !startGStreamer({"app"}))
         return false;
@@ -51,7 +51,7 @@ bool startMjpeg(const PlayerOptions& options, const StreamSink& sink, EndSession
     std::thread([&options, &sink, decoder] { receivePictures(options, sink, *decoder); }).detach();
     if (options.audio) {
         auto* sound = new SoundOutput(sink); // never destroyed: it has its own thread
-        endSession = [sound] { sound->end(soundEndMs); };
+        endings.sound = [sound] { sound->end(soundEndMs); };
         playHttpSound(httpSourceOf(options, "/vexo-cgi/audio/receive.cgi"), sink, *sound, options.verbose);
     }
     return true;

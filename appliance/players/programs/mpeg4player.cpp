@@ -57,7 +57,7 @@ private:
     RtpSound* sound_ = nullptr;
 };
 
-bool startMpeg4(const PlayerOptions& options, const StreamSink& sink, EndSession& endSession) {
+bool startMpeg4(const PlayerOptions& options, const StreamSink& sink, Endings& endings) {
     if (!startGStreamer({"app"}))
         return false;
     streams::startHttp();
@@ -65,10 +65,8 @@ bool startMpeg4(const PlayerOptions& options, const StreamSink& sink, EndSession
     auto* sound = new SoundOutput(sink);
     auto* decoding = new Mpeg4Decoding(sink, *sound, options.verbose);
     auto* stream = new streams::RtspStream(rtspSourceOf(options), decoding->receiver());
-    endSession = [stream, sound] {
-        stream->end();
-        sound->end(soundEndMs);
-    };
+    endings.session = [stream] { stream->end(); };
+    endings.sound = [sound] { sound->end(soundEndMs); };
     // Load the plugins while the encoder answers.
     std::thread([] { loadRtpPlugins(videoChainOf("MP4V-ES")); }).detach();
     std::thread([stream, &sink] { sink.ended(stream->run()); }).detach();

@@ -63,7 +63,7 @@ void receiveSound(const PlayerOptions& options, const StreamSink& sink, SoundOut
     });
 }
 
-bool startMulticast(const PlayerOptions& options, const StreamSink& sink, EndSession& endSession) {
+bool startMulticast(const PlayerOptions& options, const StreamSink& sink, Endings& endings) {
     const int socket = streams::joinGroup(options.host, options.port);
     // The plugins of the usual encoding are loaded before the first packet arrives.
     if (socket < 0 || !startGStreamer({"app"}) || !loadRtpPlugins(videoChainOf("MP2T")))
@@ -76,7 +76,7 @@ bool startMulticast(const PlayerOptions& options, const StreamSink& sink, EndSes
     }).detach();
     if (!options.audioHost.empty()) {
         auto* sound = new SoundOutput(sink); // never destroyed: it has its own thread
-        endSession = [sound] { sound->end(soundEndMs); };
+        endings.sound = [sound] { sound->end(soundEndMs); };
         std::thread([&options, &sink, sound] { receiveSound(options, sink, *sound); }).detach();
     }
     return true;

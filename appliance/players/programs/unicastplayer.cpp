@@ -36,7 +36,7 @@ private:
     std::unique_ptr<DecoderPipeline> decoder_;
 };
 
-bool startUnicast(const PlayerOptions& options, const StreamSink& sink, EndSession& /*endSession*/) {
+bool startUnicast(const PlayerOptions& options, const StreamSink& sink, Endings& /*endings*/) {
     if (!startGStreamer({"app"}) || !loadMpeg2Plugins())
         return false;
     streams::startHttp();

@@ -1,6 +1,6 @@
 #include "appliance/players/showing/player.h"
 
-#include "appliance/players/showing/arguments.h"
+#include "appliance/front/arguments.h"
 #include "appliance/players/showing/exit_code.h"
 #include "appliance/players/showing/presenter.h"
 #include "appliance/players/showing/stillness.h"
@@ -12,10 +12,13 @@
 #include <algorithm>
 #include <array>
 #include <cerrno>
+#include <chrono>
 #include <climits>
 #include <csignal>
 #include <cstdio>
 #include <cstring>
+#include <functional>
+#include <future>
 #include <mutex>
 #include <optional>
 #include <poll.h>
@@ -33,7 +36,8 @@ namespace {
 // then takes the screen within a few milliseconds of that picture, instead of at any time between two pictures.
 constexpr int freshDrawingMs = 5;
 constexpr int drawingPatienceMs = 60;
-constexpr int endSessionMs = 200;
+constexpr std::chrono::milliseconds endSessionTime{200};
+constexpr std::chrono::milliseconds endSoundTime{400};
 constexpr int clearStatusMs = 200;
 constexpr int stillnessCheckMs = 1000;
 
@@ -123,6 +127,20 @@ std::int64_t after(std::int64_t since, int limitMs) {
     return since == 0 || limitMs == 0 ? INT64_MAX : since + std::int64_t{1000} * limitMs;
 }
 
+// Runs the task, which may be empty, on its own thread. What is returned is ready when the task is done.
+std::future<void> begin(std::function<void()> task) {
+    std::promise<void> done;
+    std::future<void> result = done.get_future();
+    if (!task)
+        done.set_value();
+    else
+        std::thread([task = std::move(task), done = std::move(done)]() mutable {
+            task();
+            done.set_value();
+        }).detach();
+    return result;
+}
+
 class Player {
 public:
     Player(const PlayerOptions& options, int signals);
@@ -145,7 +163,7 @@ private:
     Reports reports_;
     Presenter presenter_;
     SupervisorLink link_;
-    EndSession endSession_;
+    Endings endings_;
     StillnessReport& stillness_;      // never destroyed: it has its own thread
     std::int64_t stillnessCheck_ = 0; // when the content is checked next
     bool pictured_ = false;           // the first picture was decoded
@@ -168,7 +186,7 @@ void Player::run(const StartStream& startStream) {
     const StreamSink sink{[this](const screen::PictureView& picture) { presenter_.picture(picture); },
                           [this](const std::string& reason) { reports_.streamEnded(reason); },
                           [this] { return presenter_.showing(); }, [this] { presenter_.awaitShowing(); }};
-    if (!startStream(options_, sink, endSession_))
+    if (!startStream(options_, sink, endings_))
         end(ExitCode::noPicture, "the stream can't be started");
     for (;;) {
         std::array<pollfd, 2> watched{{{signals_, POLLIN, 0}, {reports_.descriptor(), POLLIN, 0}}};
@@ -257,16 +275,12 @@ void Player::end(ExitCode code, const char* reason) {
         logmsg(6, "%s of source %d ends with %d: %s", programName(options_.kind), options_.source,
                static_cast<int>(code), reason);
     presenter_.stop();
+    const auto start = std::chrono::steady_clock::now();
+    const std::future<void> session = begin(endings_.session);
+    const std::future<void> sound = begin(endings_.sound);
     stillness_.clear(clearStatusMs);
-    if (endSession_) {
-        Reports session;
-        std::thread([&] {
-            endSession_();
-            session.linkEnded();
-        }).detach();
-        pollfd done{session.descriptor(), POLLIN, 0};
-        poll(&done, 1, endSessionMs);
-    }
+    session.wait_until(start + endSessionTime);
+    sound.wait_until(start + endSoundTime);
     std::fflush(nullptr);
     _exit(static_cast<int>(code));
 }
@@ -275,7 +289,7 @@ void Player::end(ExitCode code, const char* reason) {
 
 int runPlayer(Kind kind, int argc, char** argv, const StartStream& startStream) {
     const int signals = openSignals();
-    Arguments arguments(argc, argv);
+    front::Arguments arguments(argc, argv);
     static const ParsedOptions& parsed =
         *new ParsedOptions(parseOptions(kind, arguments.count(), arguments.values()));
     if (!parsed.options)

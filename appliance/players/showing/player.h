@@ -16,12 +16,15 @@
 
 namespace player {
 
-// Ends the session with the encoder. Called when the player ends; it has 200 ms. May be empty.
-using EndSession = std::function<void()>;
+// What is left to do when the player ends, each on its own thread. May be empty.
+struct Endings {
+    std::function<void()> session; // ends the session with the encoder; it has 200 ms
+    std::function<void()> sound;   // fades the sound out; it has 400 ms
+};
 
 // Starts threads that receive and decode, and returns. The arguments live until the process ends. False with a
 // log line when the stream can't be started.
-using StartStream = std::function<bool(const PlayerOptions&, const StreamSink&, EndSession&)>;
+using StartStream = std::function<bool(const PlayerOptions&, const StreamSink&, Endings&)>;
 
 // The main() of a player of that kind. Returns only after --help, --version or a mistake in the command
 // line; otherwise it ends the process.

@@ -1,6 +1,6 @@
 #include "appliance/players/showing/player_options.h"
 
-#include "appliance/players/front/option_letters.h"
+#include "appliance/front/option_letters.h"
 #include "appliance/players/showing/exit_code.h"
 
 #include <algorithm>
@@ -61,11 +61,12 @@ constexpr std::array<Option, 20> knownOptions{{
 constexpr bool frontKnowsTheLetters() {
     std::size_t withValue = 0;
     for (const Option& option : knownOptions) {
-        if ((lettersWithValue.find(option.letter) != std::string_view::npos) != (option.value != nullptr))
+        if ((front::lettersWithValue.find(option.letter) != std::string_view::npos) !=
+            (option.value != nullptr))
             return false;
         withValue += option.value != nullptr ? 1 : 0;
     }
-    return withValue == lettersWithValue.size();
+    return withValue == front::lettersWithValue.size();
 }
 static_assert(frontKnowsTheLetters());
 

@@ -79,7 +79,7 @@ private:
 };
 
 // A player's patience with the end of its sound, in milliseconds: fading out, and the device's latency.
-inline constexpr int soundEndMs = 180;
+inline constexpr int soundEndMs = 390;
 
 // The end of a decoding pipeline for sound, in the syntax of gst-launch.
 extern const char* const soundSink;

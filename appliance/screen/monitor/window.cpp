@@ -93,6 +93,7 @@ bool Window::start(const WindowOptions& options, std::string& reason) {
         reason = SDL_GetError();
         return false;
     }
+    x11KeepWhileGrowing(window_);
     SDL_DisableScreenSaver();
     SDL_ShowCursor(fullscreen_ ? SDL_DISABLE : SDL_ENABLE);
     if (unmanaged_ && !options.hidden)

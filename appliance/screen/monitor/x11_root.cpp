@@ -20,6 +20,15 @@ std::optional<Size> sizeOf(Display* display, Window root) {
     return Size{attributes.width, attributes.height};
 }
 
+// Nothing where the window is not one of X11.
+std::optional<SDL_SysWMinfo> windowInfo(SDL_Window* window) {
+    SDL_SysWMinfo info;
+    SDL_VERSION(&info.version);
+    if (SDL_GetWindowWMInfo(window, &info) == SDL_FALSE || info.subsystem != SDL_SYSWM_X11)
+        return std::nullopt;
+    return info;
+}
+
 } // namespace
 
 std::optional<Size> x11RootWithoutManager() {
@@ -45,11 +54,21 @@ std::optional<Size> x11RootWithoutManager() {
 }
 
 std::optional<Size> x11RootSize(SDL_Window* window) {
-    SDL_SysWMinfo info;
-    SDL_VERSION(&info.version);
-    if (SDL_GetWindowWMInfo(window, &info) == SDL_FALSE || info.subsystem != SDL_SYSWM_X11)
+    const auto info = windowInfo(window);
+    if (!info)
         return std::nullopt;
-    return sizeOf(info.info.x11.display, DefaultRootWindow(info.info.x11.display));
+    return sizeOf(info->info.x11.display, DefaultRootWindow(info->info.x11.display));
+}
+
+void x11KeepWhileGrowing(SDL_Window* window) {
+    const auto info = windowInfo(window);
+    if (!info)
+        return;
+    XSetWindowAttributes attributes{};
+    attributes.background_pixel = 0;
+    attributes.bit_gravity = NorthWestGravity;
+    XChangeWindowAttributes(info->info.x11.display, info->info.x11.window, CWBackPixel | CWBitGravity,
+                            &attributes);
 }
 
 } // namespace screen

@@ -3,7 +3,7 @@
 
 #include <string_view>
 
-namespace player {
+namespace front {
 
 // The options that take a value, in all players.
 inline constexpr std::string_view lettersWithValue = "upmonrwPtiqcMH";
@@ -15,4 +15,4 @@ inline constexpr std::string_view secretLetters = "up";
 // program's name first.
 inline constexpr const char* argumentsVariable = "PLAYER_ARGUMENTS";
 
-} // namespace player
+} // namespace front

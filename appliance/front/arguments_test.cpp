@@ -1,6 +1,6 @@
-#include "appliance/players/showing/arguments.h"
+#include "appliance/front/arguments.h"
 
-#include "appliance/players/front/option_letters.h"
+#include "appliance/front/option_letters.h"
 
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
@@ -11,7 +11,7 @@
 #include <sys/mman.h>
 #include <unistd.h>
 
-namespace player {
+namespace front {
 namespace {
 
 using testing::ElementsAre;
@@ -50,4 +50,4 @@ TEST(Arguments, WithoutStoredOnesThoseOfMainAreUsed) {
 }
 
 } // namespace
-} // namespace player
+} // namespace front

@@ -4,7 +4,7 @@
 #include <string>
 #include <vector>
 
-namespace player {
+namespace front {
 
 class Arguments {
 public:
@@ -21,4 +21,4 @@ private:
     std::vector<char*> pointers_;
 };
 
-} // namespace player
+} // namespace front

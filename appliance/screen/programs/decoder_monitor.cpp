@@ -1,11 +1,14 @@
 // decoder-monitor: shows the decoder's screen in a window or on a whole display.
 #include "appliance/screen/monitor/monitor.h"
 #include "appliance/screen/program_options.h"
+#include "appliance/screen/wall/wall_monitor.h"
 
 #include <libcommon/clock.h>
 
 #include <CLI/CLI.hpp>
 #include <map>
+#include <string>
+#include <vector>
 
 namespace {
 
@@ -43,6 +46,16 @@ int main(int argc, char** argv) {
                    "processor where it is better")
         ->type_name("NAME")
         ->transform(CLI::CheckedTransformer(backEnds).description(""));
+    std::string wall;
+    std::vector<std::string> roots;
+    CLI::Option* isWall =
+        app.add_option("--wall", wall,
+                       "Show several decoders side by side: 2x2 and the like, 1+5, or rectangles such as "
+                       "\"0,0,50%,100%;50%,0,50%,100%\" (left, top, width, height)")
+            ->type_name("LAYOUT");
+    app.add_option("ROOT", roots, "The appliance root of each tile of the wall, in the layout's order")
+        ->needs(isWall)
+        ->type_name("");
     CLI::Option* limited =
         app.add_option("--seconds", seconds, "End after that many seconds")->check(CLI::Range(1, 1'000'000));
     if (const auto ended = screen::parseCommandLine(app, argc, argv))
@@ -51,5 +64,5 @@ int main(int argc, char** argv) {
         options.fullscreen = fullscreen;
     if (limited->count() > 0)
         options.until = gettimeusec() + seconds * std::int64_t{1'000'000};
-    return screen::runMonitor(options);
+    return isWall->count() > 0 ? screen::runWall(options, wall, roots) : screen::runMonitor(options);
 }

@@ -1,6 +1,6 @@
-#include "appliance/players/showing/arguments.h"
+#include "appliance/front/arguments.h"
 
-#include "appliance/players/front/option_letters.h"
+#include "appliance/front/option_letters.h"
 
 #include <array>
 #include <cerrno>
@@ -8,7 +8,7 @@
 #include <cstring>
 #include <unistd.h>
 
-namespace player {
+namespace front {
 namespace {
 
 // Reads and closes the descriptor that the front named. Returns its text; "" when there was no front.
@@ -41,4 +41,4 @@ Arguments::Arguments(int argc, char** argv) : text_(storedArguments()) {
     pointers_.push_back(nullptr);
 }
 
-} // namespace player
+} // namespace front
