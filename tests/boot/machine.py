@@ -226,6 +226,9 @@ class Machine:
     def run(self, command, limit=60):
         return self.shell.run(command, limit)
 
+    def ended(self):
+        return self.process.poll() is not None
+
     def wait_end(self, limit):
         """Waits until the machine has switched itself off."""
         try:
