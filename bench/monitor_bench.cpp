@@ -126,8 +126,10 @@ std::optional<Gap> switchTo(bench::DisplayWatch& watch, int source) {
 int measureGap(const Options& options) {
     const double medianLimit = options.median.value_or(10);
     const double worstLimit = options.worst.value_or(40);
-    XServer server(options.width, options.height);
+    // The appliance may be in namespaces of its own. The server shares its pictures' memory with the monitor only if it
+    // starts there, too; otherwise a picture comes in pieces.
     Appliance decoder;
+    XServer server(options.width, options.height);
     for (const char* name : {"Front door", "Garage"})
         decoder.addEncoder(name, sizeArguments(options));
     decoder.setManual();
