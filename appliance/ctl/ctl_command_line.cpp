@@ -25,6 +25,7 @@ public:
         addEvents();
         addParameters();
         addSources();
+        addCameras();
     }
 
     CLI::App& app() { return app_; }
@@ -124,16 +125,45 @@ private:
                           "The file (default: the decoder's own); \"-\" is standard input");
     }
 
+    void addCameras() {
+        DiscoverRequest& wanted = request.discover;
+        CLI::App* discover =
+            add(Command::Discover, "discover",
+                "Find ONVIF cameras in the local network: their names, addresses and streams");
+        discover->add_option("ADDRESS", wanted.address, "Ask this camera only: HOST or HOST:PORT");
+        discover->add_option("--timeout", wanted.timeout, "The time for everything (default 10)")
+            ->check(CLI::Range(1.0, 600.0))
+            ->type_name("SECONDS");
+        discover->add_option("--interface", wanted.interface, "Search this network interface only")
+            ->type_name("NAME");
+        CLI::Option* user =
+            discover->add_option("--user", wanted.user, "The cameras' user name; the password is asked for")
+                ->type_name("NAME");
+        discover->add_flag("--password-stdin", wanted.passwordStdin, "Read the password from standard input")
+            ->needs(user);
+    }
+
     void addSources() {
         CLI::App* added =
             add(Command::Add, "add", "Add a camera by its URL: checks that it plays, says what it is");
-        added->add_option("NAME", request.name, "The name of the new source")->required();
+        added->add_option("NAME", request.name, "The name of the new source");
+        CLI::Option* url = added->add_option(
+            "URL", request.url,
+            "rtsp://HOST/PATH, rtsps://, http:// or https://; a password in it is hidden from the "
+            "process list");
+        CLI::Option* found =
+            added
+                ->add_option(
+                    "--from-discovery", request.found,
+                    "Instead of a URL: the number of a camera in the last discover; without a NAME its own")
+                ->check(CLI::Range(1, 100000))
+                ->type_name("N")
+                ->excludes(url);
         added
-            ->add_option(
-                "URL", request.url,
-                "rtsp://HOST/PATH, rtsps://, http:// or https://; a password in it is hidden from the "
-                "process list")
-            ->required();
+            ->add_option("--profile", request.profile,
+                         "Which of its streams: main (the default), sub, or the name of a profile")
+            ->type_name("NAME")
+            ->needs(found);
         added->add_option("--user", request.user, "The camera's user name; the password is asked for")
             ->type_name("NAME");
         added->add_flag("--password-stdin", request.passwordInput, "Read the password from standard input");
@@ -163,6 +193,10 @@ std::variant<Request, int> parseCommandLine(int argc, const char* const* argv, s
     }
     if (line.app().get_subcommands().empty()) {
         errors << "A command is missing.\nRun with --help for the list.\n";
+        return usageStatus;
+    }
+    if (line.request.command == Command::Add && line.request.found == 0 && line.request.url.empty()) {
+        errors << "add needs NAME and URL, or --from-discovery N.\nRun with --help for more.\n";
         return usageStatus;
     }
     for (const std::string& word : line.words) {

@@ -1,6 +1,8 @@
 // The command line of decoderctl.
 #pragma once
 
+#include "appliance/ctl/discover_request.h"
+
 #include <iosfwd>
 #include <string>
 #include <variant>
@@ -27,6 +29,7 @@ enum class Command {
     Snapshot,
     Watch,
     Sweep,
+    Discover,
     Mute,
     Unmute,
     Volume,
@@ -43,6 +46,8 @@ struct Request {
     std::string source;               // source, explain, select, alarm, remove, rename: as typed
     std::vector<std::string> sources; // order: as typed
     std::string url;                  // add
+    int found = 0;                    // add: number of a camera that discover found; 0: none
+    std::string profile;              // add: which stream of that camera; "": main
     std::string user;                 // add; "" when it is not given
     bool passwordInput = false;       // add: the password is a line of standard input
     bool unchecked = false;           // add: without a connection to the camera
@@ -57,6 +62,7 @@ struct Request {
     int volume = 0;                   // volume: percent
     double seconds = 0;               // watch; 0: until it is interrupted
     double wait = 15;                 // connect, disconnect: the longest wait in seconds
+    DiscoverRequest discover;
 };
 
 inline constexpr int usageStatus = 2;

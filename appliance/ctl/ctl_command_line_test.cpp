@@ -50,6 +50,8 @@ TEST(CommandLine, EveryCommandIsKnown) {
         {{"snapshot", "--size", "1280x720", "a.png"}, Command::Snapshot},
         {{"watch"}, Command::Watch},
         {{"sweep"}, Command::Sweep},
+        {{"discover"}, Command::Discover},
+        {{"add", "Yard", "rtsp://camera/"}, Command::Add},
     };
     for (const auto& [words, command] : all) {
         const Parsed parsed = parse(words);
@@ -108,6 +110,37 @@ TEST(CommandLine, WordsOfAnAlarmAreJoined) {
 TEST(CommandLine, ValuesMayBeEmptyOrADash) {
     EXPECT_EQ(parse({"set", "Network.TLS.CAFile", ""}).request().value, "");
     EXPECT_EQ(parse({"set", "Encoder.Yard.Password", "-"}).request().value, "-");
+}
+
+TEST(CommandLine, CameraIsAddedByItsUrlOrFromADiscovery) {
+    const Request found = parse({"add", "--from-discovery", "3", "Yard", "--profile", "sub"}).request();
+    EXPECT_EQ(found.found, 3);
+    EXPECT_EQ(found.name, "Yard");
+    EXPECT_EQ(found.profile, "sub");
+    EXPECT_EQ(parse({"add", "--from-discovery", "3"}).request().name, "");
+    EXPECT_EQ(parse({"add", "Yard", "rtsp://camera/"}).request().url, "rtsp://camera/");
+    EXPECT_EQ(parse({"add"}).status(), 2);
+    EXPECT_EQ(parse({"add", "Yard"}).status(), 2);
+    EXPECT_EQ(parse({"add", "--from-discovery", "0"}).status(), 2);
+    EXPECT_EQ(parse({"add", "Yard", "rtsp://camera/", "--from-discovery", "3"}).status(), 2);
+    EXPECT_EQ(parse({"add", "Yard", "rtsp://camera/", "--profile", "sub"}).status(), 2);
+}
+
+TEST(CommandLine, OptionsOfDiscover) {
+    const DiscoverRequest usual = parse({"discover"}).request().discover;
+    EXPECT_DOUBLE_EQ(usual.timeout, 10);
+    EXPECT_EQ(usual.address + usual.interface + usual.user, "");
+    const DiscoverRequest all = parse({"discover", "10.0.0.5:8080", "--timeout", "3", "--interface", "eth0",
+                                       "--user", "viewer", "--password-stdin"})
+                                    .request()
+                                    .discover;
+    EXPECT_EQ(all.address, "10.0.0.5:8080");
+    EXPECT_DOUBLE_EQ(all.timeout, 3);
+    EXPECT_EQ(all.interface, "eth0");
+    EXPECT_EQ(all.user, "viewer");
+    EXPECT_TRUE(all.passwordStdin);
+    EXPECT_EQ(parse({"discover", "--timeout", "0"}).status(), 2);
+    EXPECT_EQ(parse({"discover", "--password-stdin"}).status(), 2);
 }
 
 TEST(CommandLine, OptionsOfCommands) {

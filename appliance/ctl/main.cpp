@@ -3,6 +3,7 @@
 #include "appliance/ctl/connection.h"
 #include "appliance/ctl/ctl_command_line.h"
 #include "appliance/ctl/decoder_status.h"
+#include "appliance/ctl/discover_command.h"
 #include "appliance/ctl/explanation.h"
 #include "appliance/ctl/in_force.h"
 #include "appliance/ctl/json_text.h"
@@ -145,11 +146,12 @@ void sendAlarm(const Request& request) {
 }
 
 std::string addNamedSource(const Request& request) {
-    CameraAccess access{request.url, request.user, ""};
+    const SourceToAdd source = sourceToAdd(request.found, request.profile, request.name, request.url);
+    CameraAccess access{source.url, request.user, ""};
     if (!request.user.empty() || request.passwordInput) {
         access.password = readPassword(request.passwordInput);
     }
-    return addSource(request.name, access, request.unchecked);
+    return addSource(source.name, access, request.unchecked);
 }
 
 std::string orderNamedSources(const Request& request) {
@@ -227,6 +229,8 @@ void runCommand(const Request& request) {
         return answer(request, orderNamedSources(request));
     case Command::Sweep:
         return answer(request, sweepAppliance());
+    case Command::Discover:
+        return discover(request.discover, request.json, std::cout);
     }
 }
 

@@ -97,6 +97,8 @@ std::string checkTogether(const Options& options) {
         return "--password needs --user";
     if (options.digest && options.user.empty())
         return "--digest needs --user";
+    if (options.onvif && !options.offersRtspPort() && !options.offers(Kind::Mjpeg))
+        return "--onvif needs a kind of RTSP on a port, or mjpeg";
     if (options.certificateFile.empty() != options.keyFile.empty())
         return "--certificate and --key go together";
     return {};
@@ -118,6 +120,8 @@ void addNetworkOptions(CLI::App& app, Options& options, Raw& raw, CLI::Option*& 
     app.add_option("--user", options.user, "ask for credentials: user name");
     app.add_option("--password", options.password, "ask for credentials: password");
     app.add_flag("--digest", options.digest, "HTTP asks for Digest instead of Basic credentials");
+    app.add_flag("--onvif", options.onvif,
+                 "be an ONVIF device: answer searches of the network and SOAP requests");
     app.add_option("--certificate", options.certificateFile, "TLS certificate, PEM; default: made at start");
     app.add_option("--key", options.keyFile, "private key of the certificate, PEM");
 }

@@ -49,6 +49,7 @@ struct Options {
     std::string user; // empty: no credentials are needed
     std::string password;
     bool digest = false;
+    bool onvif = false;          // be an ONVIF device
     std::string certificateFile; // both or none; none: a self-signed certificate is made
     std::string keyFile;
 

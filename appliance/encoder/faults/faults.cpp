@@ -39,6 +39,12 @@ constexpr std::array<Row, faultCount> rows{{
     {Fault::CloseAfter, "close-after", true, 1, "close-after=N: RTSP: cut off after N answers"},
     {Fault::NoRtp, "no-rtp", false, 0, "RTSP: accept PLAY and send no RTP"},
     {Fault::NoRtcp, "no-rtcp", false, 0, "RTSP: send no RTCP"},
+    {Fault::SoapGarbage, "soap-garbage", false, 0, "ONVIF: answer with broken XML"},
+    {Fault::SoapBomb, "soap-bomb", false, 0, "ONVIF: answer with XML entities that expand to gigabytes"},
+    {Fault::SilentSearch, "silent-search", false, 0, "ONVIF: answer no searches"},
+    {Fault::ProbeGarbage, "probe-garbage", false, 0, "ONVIF: answer searches with random bytes"},
+    {Fault::ForeignAddress, "foreign-address", false, 0, "ONVIF: name an address in another network"},
+    {Fault::Clock, "clock", true, 86400, "clock=S: ONVIF: the clock is S seconds ahead"},
 }};
 
 constexpr bool rowsInOrder() {

@@ -33,11 +33,17 @@ enum class Fault {
     CloseAfter,
     NoRtp,
     NoRtcp,
+    SoapGarbage,
+    SoapBomb,
+    SilentSearch,
+    ProbeGarbage,
+    ForeignAddress,
+    Clock,
 };
-constexpr std::size_t faultCount = static_cast<std::size_t>(Fault::NoRtcp) + 1;
+constexpr std::size_t faultCount = static_cast<std::size_t>(Fault::Clock) + 1;
 
 // A set of active faults. Some take a number: Stall, Freeze and Close a count of frames, Slow milliseconds per byte,
-// Delay milliseconds per reply, Truncated bytes, CloseAfter replies.
+// Delay milliseconds per reply, Truncated bytes, CloseAfter replies, Clock seconds.
 class FaultSet {
 public:
     bool has(Fault fault) const { return numbers_[index(fault)].has_value(); }

@@ -30,6 +30,9 @@ Verdict verdictOn(const HttpSession& session, const FaultSet& faults) {
     // In a tunnel, RTSP asks for the credentials.
     if (isTunnelRequest(request))
         return Verdict::Accepted;
+    // A SOAP message can have the credentials in it; onvif/onvif_page.cpp asks for them.
+    if (session.device().options.onvif && request.path().starts_with("/onvif/"))
+        return Verdict::Accepted;
     return session.device().authenticator.judge(request.header("Authorization").value_or(""), request.method,
                                                 request.target);
 }

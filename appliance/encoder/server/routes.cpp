@@ -7,6 +7,7 @@
 #include "appliance/encoder/http/mjpeg_stream.h"
 #include "appliance/encoder/http/mpeg2_stream.h"
 #include "appliance/encoder/http/parameter_cgi.h"
+#include "appliance/encoder/onvif/onvif_page.h"
 #include "appliance/encoder/server/rtsp_over_http.h"
 
 namespace {
@@ -45,7 +46,7 @@ bool isKnownMethod(const std::string& method) {
 
 } // namespace
 
-void serveRequest(HttpSession& session, RtspServer* rtsp) {
+void serveRequest(HttpSession& session, RtspServer* rtsp, const OnvifFacts* onvif) {
     if (serveControlPage(session))
         return;
     if (session.role() == PortRole::Control) {
@@ -55,7 +56,9 @@ void serveRequest(HttpSession& session, RtspServer* rtsp) {
     const FaultSet faults = session.device().faults.current();
     if (!isAdmitted(session, faults))
         return;
-    if (!isKnownMethod(session.request().method))
+    if (onvif != nullptr && isOnvifPath(session.request().path()))
+        serveOnvif(session, *onvif);
+    else if (!isKnownMethod(session.request().method))
         session.reply({405, "text/plain", "GET, HEAD and POST are known\n", "Allow: GET, HEAD, POST\r\n"});
     else if (session.request().path() == "/")
         session.reply({200, "text/html", frontPage(session.device().options), {}});

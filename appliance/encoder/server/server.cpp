@@ -53,7 +53,7 @@ std::string Server::addDoor(PortRole role, std::uint16_t port) {
     return {};
 }
 
-std::string Server::start() {
+std::string Server::openDoors() {
     const Options& options = device_.options;
     std::string error = addDoor(PortRole::Http, options.httpPort);
     if (error.empty() && options.offersRtspPort())
@@ -65,6 +65,23 @@ std::string Server::start() {
     }
     if (error.empty() && options.controlPort)
         error = addDoor(PortRole::Control, *options.controlPort);
+    return error;
+}
+
+std::string Server::startOnvif() {
+    const Options& options = device_.options;
+    if (!options.onvif)
+        return {};
+    const std::uint16_t http = port(PortRole::Http);
+    onvif_ = std::make_unique<OnvifFacts>(onvifFacts(options, http));
+    probes_ = std::make_unique<ProbeResponder>(*onvif_, device_.faults, options.address);
+    return probes_->start();
+}
+
+std::string Server::start() {
+    std::string error = openDoors();
+    if (error.empty())
+        error = startOnvif();
     wakeFd_ = eventfd(0, EFD_CLOEXEC | EFD_NONBLOCK);
     if (error.empty() && wakeFd_ < 0)
         error = systemError("eventfd");
@@ -211,7 +228,7 @@ void Server::serveConnection(Connection& connection, std::uint64_t number, PortR
 
 void Server::serveHttp(Connection& connection, std::uint64_t number, PortRole role) {
     HttpSession(device_, connection, number, role).run([this](HttpSession& session) {
-        serveRequest(session, rtsp_.get());
+        serveRequest(session, rtsp_.get(), onvif_.get());
     });
 }
 

@@ -6,6 +6,8 @@
 #include "appliance/encoder/http/http_session.h"
 #include "appliance/encoder/network/connection.h"
 #include "appliance/encoder/network/tls.h"
+#include "appliance/encoder/onvif/onvif_facts.h"
+#include "appliance/encoder/onvif/probe_responder.h"
 #include "appliance/encoder/rtsp/rtsp_server.h"
 
 #include <condition_variable>
@@ -42,6 +44,8 @@ private:
         bool open;
     };
 
+    std::string openDoors();
+    std::string startOnvif();
     std::string addDoor(PortRole role, std::uint16_t port);
     void acceptLoop();
     void applyRefusal();
@@ -53,7 +57,9 @@ private:
     void wake() const;
 
     Device& device_;
-    std::unique_ptr<RtspServer> rtsp_; // null if no kind of RTSP is offered
+    std::unique_ptr<RtspServer> rtsp_;  // null if no kind of RTSP is offered
+    std::unique_ptr<OnvifFacts> onvif_; // null without --onvif
+    std::unique_ptr<ProbeResponder> probes_;
     TlsContext tls_;
     std::vector<Door> doors_; // used only by the accepting thread once it runs
     int wakeFd_ = -1;
