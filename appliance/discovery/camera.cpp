@@ -13,7 +13,7 @@ std::string stateText(const Camera& camera) {
     case CameraState::NoAnswer:
         return "does not answer: " + camera.reason;
     case CameraState::NoStreams:
-        return "has no streams: " + camera.reason;
+        return "has no stream that can be used: " + camera.reason;
     case CameraState::NotUnderstood:
     case CameraState::OtherNetwork:
         return camera.reason;

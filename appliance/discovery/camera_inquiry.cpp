@@ -1,5 +1,6 @@
 #include "appliance/discovery/camera_inquiry.h"
 
+#include <algorithm>
 #include <ctime>
 
 namespace {
@@ -71,6 +72,8 @@ private:
             fail(reply);
         } else if (camera_.streams.empty()) {
             decide(CameraState::NoStreams, "none of its profiles has video");
+        } else if (std::ranges::all_of(camera_.streams, &std::string::empty, &CameraStream::url)) {
+            decide(CameraState::NoStreams, camera_.streams.front().problem);
         } else {
             decide(CameraState::Ready, "");
         }
