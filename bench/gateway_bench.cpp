@@ -2,12 +2,13 @@
 //
 //   gateway_bench [--streams N] [--seconds S] [--bitrate KBIT] [--assert]
 //
-// A camera (GStreamer's RTSP server) sends one H.264 stream. First N ffmpeg processes read it with -c copy; then the
+// A camera sends one H.264 stream, recorded by ffmpeg. First N ffmpeg processes read it with -c copy; then the
 // gateway hands it on N times, as N cameras, to one reader each. It prints the processor time of a stream for both, their
 // ratio, and the delay that the gateway adds: the time between a picture's last packet arriving directly and through it.
-#include "appliance/players/testing/test_rtsp_server.h"
 #include "appliance/streams/http_stream.h"
 #include "appliance/streams/rtsp_stream.h"
+#include "appliance/streams/stream_description.h"
+#include "bench/looping_camera.h"
 #include "tests/appliance/appliance.h"
 #include "tests/appliance/camera_gateway.h"
 
@@ -51,15 +52,15 @@ double processorTime(pid_t pid) {
     return static_cast<double>(ticks) / static_cast<double>(sysconf(_SC_CLK_TCK));
 }
 
-// When the last packet of each picture arrived, by a part of its payload, which the gateway does not change.
+// When the last packet of each picture arrived, by its timestamp, which the gateway does not change.
 class Arrivals {
 public:
     void add(std::string_view packet) {
         constexpr std::size_t header = 12;
-        if (packet.size() < header + 64 || (static_cast<unsigned char>(packet[1]) & 0x80) == 0)
+        if (packet.size() < header || (static_cast<unsigned char>(packet[1]) & 0x80) == 0)
             return;
         const std::lock_guard guard(lock_);
-        times_.emplace(packet.substr(packet.size() - 48), Clock::now());
+        times_.emplace(packet.substr(4, 4), Clock::now());
     }
     std::map<std::string, Clock::time_point> take() {
         const std::lock_guard guard(lock_);
@@ -79,7 +80,9 @@ public:
             {.host = "127.0.0.1",
              .port = static_cast<std::uint16_t>(port),
              .path = path,
-             .transport = streams::RtspTransport::tcp},
+             .transport = streams::RtspTransport::tcp,
+             .user = "",
+             .password = ""},
             {.usesVideo = [](const std::string&) { return true; },
              .usesSound = [](const std::string&) { return false; },
              .beginVideo = [](const streams::DescribedStream&, bool) { return std::string(); },
@@ -114,17 +117,54 @@ void settle(double seconds) {
     std::this_thread::sleep_for(std::chrono::duration<double>(seconds));
 }
 
-std::string urlOf(const player::TestRtspServer& camera) {
-    return "rtsp://127.0.0.1:" + std::to_string(camera.port()) + "/live";
+// Some seconds of pictures that change everywhere, at a constant bit rate.
+std::string recorded(const Settings& settings, const std::string& folder) {
+    const std::string file = folder + "/camera.h264";
+    const std::string rate = std::to_string(settings.bitrate) + "k";
+    const appliance::Finished made =
+        appliance::runToEnd({"/usr/bin/ffmpeg",
+                             "-loglevel",
+                             "error",
+                             "-nostdin",
+                             "-y",
+                             "-f",
+                             "lavfi",
+                             "-i",
+                             "testsrc2=size=640x480:rate=25:duration=4,noise=alls=40:allf=t",
+                             "-pix_fmt",
+                             "yuv420p",
+                             "-c:v",
+                             "libx264",
+                             "-preset",
+                             "ultrafast",
+                             "-bf",
+                             "0",
+                             "-g",
+                             "25",
+                             "-slices",
+                             "1",
+                             "-b:v",
+                             rate,
+                             "-minrate",
+                             rate,
+                             "-maxrate",
+                             rate,
+                             "-bufsize",
+                             rate,
+                             file},
+                            {}, appliance::Seconds(120));
+    if (made.status != 0)
+        std::fprintf(stderr, "%s", made.errors.c_str());
+    return appliance::readFile(file);
 }
 
 // Processor seconds for one stream and one second.
-double costOfCopy(const Settings& settings, const player::TestRtspServer& camera, const std::string& log) {
+double costOfCopy(const Settings& settings, const bench::LoopingCamera& camera, const std::string& log) {
     std::vector<std::unique_ptr<Process>> copies;
     for (int i = 0; i < settings.streams; ++i)
         copies.push_back(std::make_unique<Process>(
             std::vector<std::string>{"/usr/bin/ffmpeg", "-loglevel", "error", "-nostdin", "-rtsp_transport",
-                                     "tcp", "-i", urlOf(camera), "-c", "copy", "-f", "rtp_mpegts",
+                                     "tcp", "-i", camera.url(), "-c", "copy", "-f", "rtp_mpegts",
                                      "rtp://127.0.0.1:9"},
             std::map<std::string, std::string>{}, log));
     settle(8); // ffmpeg looks at a stream for some seconds before it copies
@@ -146,10 +186,10 @@ struct GatewayResult {
     int served = 0; // readers that got packets
 };
 
-GatewayResult measureGateway(const Settings& settings, const player::TestRtspServer& camera,
+GatewayResult measureGateway(const Settings& settings, const bench::LoopingCamera& camera,
                              Appliance& decoder) {
     for (int i = 0; i < settings.streams; ++i)
-        decoder.addSource("Camera " + std::to_string(i + 1), {{"URL", urlOf(camera)}, {"Transport", "tcp"}});
+        decoder.addSource("Camera " + std::to_string(i + 1), {{"URL", camera.url()}, {"Transport", "tcp"}});
     CameraGateway gateway(decoder);
     Arrivals direct;
     Arrivals handedOn;
@@ -200,14 +240,14 @@ int main(int argc, char** argv) {
     }
     Appliance decoder; // first: it isolates this process
     streams::startHttp();
-    const player::TestRtspServer camera(
-        {.encoding =
-             "videoconvert ! identity ! x264enc tune=zerolatency speed-preset=ultrafast pass=cbr bitrate=" +
-             std::to_string(settings.bitrate) +
-             " key-int-max=25 option-string=nal-hrd=cbr:filler=1:vbv-maxrate=" +
-             std::to_string(settings.bitrate) + ":vbv-bufsize=" + std::to_string(settings.bitrate) +
-             " ! rtph264pay name=pay0 pt=96",
-         .path = "/live"});
+    if (!streams::startDescriptions())
+        return 1;
+    const std::string stream = recorded(settings, decoder.root());
+    if (stream.empty()) {
+        std::puts("skipped: ffmpeg records no H.264 stream here");
+        return 77;
+    }
+    const bench::LoopingCamera camera(stream);
     const double copy = costOfCopy(settings, camera, decoder.root() + "/var/log/ffmpeg.log");
     const GatewayResult ours = measureGateway(settings, camera, decoder);
     const double ratio = copy > 0 ? ours.cost / copy : 0;

@@ -76,12 +76,12 @@ void PictureServer::sendTo(int client) {
     std::int64_t due = gettimeusec();
     for (std::size_t number = 0; !end_; ++number) {
         const std::size_t index = number % parts_.size();
-        if (!sendAll(client, parts_[index]))
-            return;
         {
             const std::lock_guard guard(lock_);
             sent_[index] = gettimeusec();
         }
+        if (!sendAll(client, parts_[index]))
+            return;
         due += pictureUs;
         const std::int64_t left = due - gettimeusec();
         if (left > 0)

@@ -21,8 +21,8 @@ public:
 
     unsigned short port() const { return port_; }
 
-    // When pictures[index] was last handed to the kernel, which is when it arrives at a client on this machine; on
-    // gettimeusec()'s clock. 0: never.
+    // When pictures[index] was last sent, just before its first byte left: on one machine that is when it arrives. On
+    // gettimeusec()'s clock; 0: never.
     std::int64_t sentAt(std::size_t index) const;
 
 private:

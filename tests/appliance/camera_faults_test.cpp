@@ -186,9 +186,11 @@ TEST_F(CameraFaults, APlayerStaysWhileTheCameraRestarts) {
     gateway_ = std::make_unique<CameraGateway>(decoder_);
     decoder_.start();
     ASSERT_TRUE(decoder_.showsMoving(mark)) << gateway_->log();
+    const int player = decoder_.playerPid();
     camera.kill();
     camera.again();
     EXPECT_TRUE(decoder_.showsMoving(mark)) << gateway_->log();
+    EXPECT_EQ(decoder_.playerPid(), player);
     EXPECT_TRUE(eventually([&] { return reason() == ""; }));
 }
 

@@ -76,8 +76,6 @@ TEST_F(CameraGatewayTest, OtherEncodingsPlay) {
     for (const Kind& kind :
          {Kind{"H265",
                "x265enc tune=zerolatency speed-preset=ultrafast key-int-max=10 ! rtph265pay name=pay0 pt=96"},
-          Kind{"MPEG-4",
-               "avenc_mpeg4 bitrate=2000000 gop-size=10 ! rtpmp4vpay name=pay0 pt=97 config-interval=1"},
           Kind{"JPEG", "jpegenc ! rtpjpegpay name=pay0 pt=26"}}) {
         Appliance decoder;
         const TestRtspServer camera({.encoding = kind.encoding, .path = "/live"});
@@ -87,6 +85,17 @@ TEST_F(CameraGatewayTest, OtherEncodingsPlay) {
         EXPECT_TRUE(decoder.showsMoving(cameraMark)) << kind.name << '\n' << gateway.log();
         EXPECT_EQ(decoder.sourceValue(0, "Reason"), "") << kind.name;
     }
+}
+
+TEST_F(CameraGatewayTest, Mpeg4AndATextSessionIdPlay) {
+    constexpr int mark = 56;
+    const appliance::Encoder camera(
+        "Camera", mark, {"--kinds", "rtsp-tcp,rtsp-unicast", "--codec", "mpeg4", "--session-ids", "text"},
+        decoder_.root() + "/camera.log");
+    decoder_.addSource("Yard", {{"URL", "rtsp://" + camera.address() + "/mpeg4/1/media.orv"}});
+    const CameraGateway gateway(decoder_);
+    decoder_.start();
+    expectPlayed(0, mark);
 }
 
 TEST_F(CameraGatewayTest, MotionJpegOverHttpPlaysWithEachKindOfCredentials) {

@@ -16,8 +16,9 @@ protected:
     void SetUp() override {
         if (const std::string reason = XServer::whyNot(); !reason.empty())
             GTEST_SKIP() << reason;
-        server = std::make_unique<XServer>(768, 576);
+        // The server shares memory with the monitor only if it starts in the appliance's namespaces, too.
         decoder = std::make_unique<Appliance>();
+        server = std::make_unique<XServer>(768, 576);
         for (const char* name : {"Front door", "Garage", "Yard"})
             decoder->addEncoder(name, small);
         decoder->setManual();

@@ -7,7 +7,7 @@ LANGUAGES = {"sh", "ini", "text", "mermaid"}
 PROGRAMS = ("./run", "./test", "decoderctl", "video-encoder", "skelmor", "decoder-monitor", "decoder-address", "camera-gateway",
             "blankscreen", "resetrua",
             "mjpeg_player", "mpeg4player", "unicastplayer", "multicastplayer",
-            "switch_bench", "kinds_bench", "detection_bench")
+            "switch_bench", "kinds_bench", "detection_bench", "monitor_bench")
 FENCE = re.compile(r"^\s*(`{3,}|~{3,})\s*(\S*)\s*$")
 # The beginning of a command in an indented block: our programs, and other tools.
 COMMAND = re.compile(r"^(\./|build/|(sudo|cmake|curl|mkdir|decoderctl|video-encoder|decoder-\w+|gst-\S+|ff\w+)\s)")

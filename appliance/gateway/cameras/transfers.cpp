@@ -9,8 +9,6 @@ Transfers::Transfers(EventLoop& loop) : loop_(loop), multi_(curl_multi_init()) {
     curl_multi_setopt(multi_, CURLMOPT_SOCKETDATA, this);
     curl_multi_setopt(multi_, CURLMOPT_TIMERFUNCTION, &Transfers::onTimer);
     curl_multi_setopt(multi_, CURLMOPT_TIMERDATA, this);
-    // An ended stream's connection is of no further use.
-    curl_multi_setopt(multi_, CURLMOPT_MAXCONNECTS, 1L);
 }
 
 Transfers::~Transfers() {

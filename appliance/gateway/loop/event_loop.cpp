@@ -142,6 +142,7 @@ void EventLoop::run() {
         callTimers();
         callPosted();
     }
+    callPosted(); // what the last calls have left to be destroyed
 }
 
 void EventLoop::end() {

@@ -72,9 +72,9 @@ void skipScalingLists(Bits& bits, unsigned chroma) {
         for (int i = 0; i < entries; ++i) {
             if (next != 0) {
                 const unsigned code = bits.number(); // of a signed number
-                const int delta =
-                    code % 2 == 1 ? static_cast<int>(code / 2 + 1) : -static_cast<int>(code / 2);
-                next = static_cast<unsigned>(static_cast<int>(last) + delta + 256) % 256;
+                const std::int64_t delta =
+                    code % 2 == 1 ? std::int64_t{code / 2} + 1 : -std::int64_t{code / 2};
+                next = static_cast<unsigned>(std::int64_t{last} + delta) & 255;
             }
             last = next == 0 ? last : next;
         }

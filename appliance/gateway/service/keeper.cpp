@@ -112,8 +112,12 @@ bool Keeper::complete(const SourcePlan& plan) const {
         if (parameters[highestName].toInt() != plan.highestNumber)
             return false;
     }
-    for (const ParameterWrite& one : plan.missing)
+    for (const ParameterWrite& one : plan.missing) {
         parameters[one.name.c_str()] = one.value.c_str();
+        // A password that the file can't have must not be taken out of its URL, which comes after it.
+        if (parameters[one.name.c_str()].toString() != one.value)
+            return false;
+    }
     return true;
 }
 

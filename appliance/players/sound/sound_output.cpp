@@ -35,10 +35,21 @@ GstFlowReturn onSound(GstAppSink* appSink, void* output) {
     return GST_FLOW_OK;
 }
 
+// The resampler begins anew, with a small jump, where the times of two buffers do not fit together. They are times of
+// arrival, which vary. Here the samples follow each other whenever they came.
+GstPadProbeReturn forgetTimes(GstPad* /*pad*/, GstPadProbeInfo* info, void* /*nothing*/) {
+    GstBuffer* buffer = gst_buffer_make_writable(GST_PAD_PROBE_INFO_BUFFER(info));
+    GST_BUFFER_PTS(buffer) = GST_CLOCK_TIME_NONE;
+    GST_BUFFER_DTS(buffer) = GST_CLOCK_TIME_NONE;
+    GST_BUFFER_FLAG_UNSET(buffer, GST_BUFFER_FLAG_DISCONT | GST_BUFFER_FLAG_RESYNC);
+    info->data = buffer;
+    return GST_PAD_PROBE_OK;
+}
+
 } // namespace
 
 static_assert(soundRate == 48'000 && soundChannels == 2 && G_BYTE_ORDER == G_LITTLE_ENDIAN);
-const char* const soundSink = "audioconvert ! audioresample ! "
+const char* const soundSink = "audioconvert name=samples ! audioresample ! "
                               "audio/x-raw,format=S16LE,layout=interleaved,rate=48000,channels=2 ! "
                               "appsink name=sound sync=false max-buffers=100 drop=true";
 
@@ -61,6 +72,11 @@ void SoundOutput::takeFrom(GstElement* pipeline) {
     callbacks.new_sample = &onSound;
     gst_app_sink_set_callbacks(GST_APP_SINK(sink), &callbacks, this, nullptr);
     gst_object_unref(sink);
+    GstElement* samples = gst_bin_get_by_name(GST_BIN(pipeline), "samples");
+    GstPad* pad = gst_element_get_static_pad(samples, "sink");
+    gst_pad_add_probe(pad, GST_PAD_PROBE_TYPE_BUFFER, &forgetTimes, nullptr, nullptr);
+    gst_object_unref(pad);
+    gst_object_unref(samples);
 }
 
 void SoundOutput::put(const SoundFrame* frames, std::size_t count) {

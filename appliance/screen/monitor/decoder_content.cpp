@@ -12,6 +12,9 @@ constexpr int noticeMs = 4000;
 } // namespace
 
 Rectangle placeOf(const ScreenShape& screen, Size window) {
+    // A display with the mode of a television is one, so its pixels are those of the screen.
+    if (screen.size == window)
+        return {0, 0, window.width, window.height};
     // Compares proportions without fractions.
     const std::int64_t wide = std::int64_t{screen.size.width} * screen.aspectNumerator * window.height;
     const std::int64_t high = std::int64_t{screen.size.height} * screen.aspectDenominator * window.width;

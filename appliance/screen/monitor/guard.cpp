@@ -1,5 +1,7 @@
 #include "appliance/screen/monitor/guard.h"
 
+#include "appliance/screen/monitor/terminal.h"
+
 #include <libcommon/clock.h>
 #include <libcommon/log.h>
 
@@ -12,6 +14,7 @@
 #include <ctime>
 #include <fcntl.h>
 #include <optional>
+#include <strings.h>
 #include <sys/prctl.h>
 #include <sys/wait.h>
 #include <unistd.h>
@@ -27,12 +30,12 @@ constexpr int patienceMs = 3'000; // a child that was asked to end is killed aft
 sigset_t guardedSignals() {
     sigset_t set;
     sigemptyset(&set);
-    for (const int number : {SIGINT, SIGTERM, SIGCHLD})
+    for (const int number : {SIGINT, SIGTERM, SIGCHLD, Terminal::leaveSignal, Terminal::returnSignal})
         sigaddset(&set, number);
     return set;
 }
 
-// The three signals are blocked while the guard works, so that it takes them only where it waits.
+// The guard's signals are blocked while it works, so that it takes them only where it waits.
 class BlockedSignals {
 public:
     BlockedSignals() {
@@ -95,6 +98,7 @@ std::optional<Child> start(const BlockedSignals& signals, const Shower& shower, 
 struct Ended {
     int status = 0;     // wait status
     bool asked = false; // by a signal to the guard
+    bool left = false;  // because the operator changes to another terminal
     bool shown = false; // it has shown the picture
 
     bool with(Ending ending) const {
@@ -108,12 +112,13 @@ Ended await(const Child& child) {
     std::int64_t killAt = 0;
     while (waitpid(child.pid, &ended.status, WNOHANG) == 0) {
         const int number = BlockedSignals::wait(lookMs);
-        if ((number == SIGINT || number == SIGTERM) && !ended.asked) {
-            ended.asked = true;
+        ended.asked = ended.asked || number == SIGINT || number == SIGTERM;
+        ended.left = ended.left || number == Terminal::leaveSignal;
+        if ((ended.asked || ended.left) && killAt == 0) {
             killAt = gettimeusec() + 1000 * patienceMs;
             kill(child.pid, SIGTERM);
         }
-        if (ended.asked && gettimeusec() > killAt)
+        if (killAt != 0 && gettimeusec() > killAt)
             kill(child.pid, SIGKILL);
     }
     char byte = 0;
@@ -129,11 +134,19 @@ std::string howItEnded(const Ended& ended) {
                                          : "exit status " + std::to_string(WEXITSTATUS(ended.status));
 }
 
+// The terminal of a console belongs to a desktop if there is one, even if this program was started from it.
+int terminalFor(const std::vector<std::string>& drivers) {
+    return drivers.size() == 1 && strcasecmp(drivers[0].c_str(), "KMSDRM") == 0 ? STDIN_FILENO : -1;
+}
+
 // What the guard knows from one attempt to the next.
 class Guard {
 public:
     Guard(const std::vector<std::string>& drivers, const Shower& shower)
-        : drivers_(drivers), shower_(shower), safe_(drivers.size(), false) {}
+        : drivers_(drivers), shower_(shower), terminal_(terminalFor(drivers)), safe_(drivers.size(), false) {}
+
+    // Waits until the terminal is in front. False: a signal asked for the end, or the time is over.
+    bool waitForFront(std::int64_t until);
 
     // The program's exit status, when it is over.
     std::optional<int> attempt();
@@ -144,12 +157,14 @@ public:
     bool pause();
 
 private:
+    bool take(int number);
     std::optional<int> tryDriver(std::size_t driver);
     std::optional<int> judge(std::size_t driver, const Ended& ended);
 
     const std::vector<std::string>& drivers_;
     const Shower& shower_;
     BlockedSignals signals_;
+    Terminal terminal_;      // after the signals: they must be blocked
     std::vector<bool> safe_; // the drivers that crashed
     bool everShown_ = false;
     bool shown_ = false;   // the last shower has shown something
@@ -157,8 +172,30 @@ private:
     int pauseMs_ = 0;
 };
 
+// Takes a signal while no shower runs. False: it asks for the end.
+bool Guard::take(int number) {
+    if (number == Terminal::leaveSignal)
+        terminal_.leave();
+    else if (number == Terminal::returnSignal)
+        terminal_.comeBack();
+    return number != SIGINT && number != SIGTERM;
+}
+
+bool Guard::waitForFront(std::int64_t until) {
+    while (!terminal_.inFront()) {
+        if (!take(BlockedSignals::wait(lookMs)) || gettimeusec() > until)
+            return false;
+    }
+    return true;
+}
+
 // Decides after the end of a shower. Nothing: the next driver is tried.
 std::optional<int> Guard::judge(std::size_t driver, const Ended& ended) {
+    everShown_ = everShown_ || ended.shown;
+    if (ended.left && !ended.asked) {
+        pauseMs_ = 0;
+        return std::nullopt;
+    }
     if (ended.asked || ended.with(Ending::asked))
         return 0;
     if (ended.with(Ending::wrong))
@@ -166,7 +203,6 @@ std::optional<int> Guard::judge(std::size_t driver, const Ended& ended) {
     if (ended.crashed())
         safe_[driver] = true;
     if (ended.shown) {
-        everShown_ = true;
         waiting_ = false;
         pauseMs_ = ended.with(Ending::again) ? 0 : shortestPauseMs;
     }
@@ -190,6 +226,8 @@ std::optional<int> Guard::tryDriver(std::size_t driver) {
     }
     const Ended ended = await(*child);
     shown_ = ended.shown;
+    if (ended.left)
+        terminal_.leave();
     return judge(driver, ended);
 }
 
@@ -201,7 +239,7 @@ std::optional<int> Guard::attempt() {
         // A driver that crashed may work without the graphics processor.
         if (!status && !shown_ && safe_[driver] && !wasSafe)
             status = tryDriver(driver);
-        if (status || shown_)
+        if (status || shown_ || !terminal_.inFront())
             return status;
     }
     if (!everShown_)
@@ -213,8 +251,7 @@ std::optional<int> Guard::attempt() {
 bool Guard::pause() {
     const std::int64_t until = gettimeusec() + std::int64_t{1000} * pauseMs_;
     for (std::int64_t left = until - gettimeusec(); left > 0; left = until - gettimeusec()) {
-        const int number = BlockedSignals::wait(static_cast<int>(left / 1000 + 1));
-        if (number == SIGINT || number == SIGTERM)
+        if (!take(BlockedSignals::wait(static_cast<int>(left / 1000 + 1))))
             return false;
     }
     return true;
@@ -233,9 +270,11 @@ void Shown::tell() {
 }
 
 int runGuard(const std::vector<std::string>& drivers, const Shower& shower, const std::function<void()>& lost,
-             std::int64_t until) {
+             std::int64_t until, const std::function<void()>& prepare) {
     Guard guard(drivers, shower);
-    while (gettimeusec() < until) {
+    if (prepare != nullptr && guard.waitForFront(until))
+        prepare();
+    while (guard.waitForFront(until) && gettimeusec() < until) {
         if (const auto status = guard.attempt())
             return *status;
         if (guard.hasShown() && lost != nullptr)

@@ -42,10 +42,15 @@ using Shower = std::function<Ending(const Attempt&, Shown&)>;
 
 // Runs showers until one ended as asked, or SIGINT or SIGTERM came. `drivers`, best first, are tried in turn at each
 // attempt; not empty. `lost` is called in the guard's process when a shower that showed something has ended although
-// nobody asked for that; it may be null. No attempt begins after `until`, a time on gettimeusec()'s clock. Returns the program's exit
-// status: 0, or 1 when no driver could show anything at the first attempt. Called once, on the only thread.
+// nobody asked for that; it may be null. No attempt begins after `until`, a time on gettimeusec()'s clock. `prepare` is
+// called once, in the guard's process, before the first attempt, when the display may be used; it may be null. Returns
+// the program's exit status: 0, or 1 when no driver could show anything at the first attempt. Called once, on the only
+// thread.
+//
+// On a console (the only driver is KMSDRM), the guard takes the terminal of standard input (terminal.h). While another
+// terminal is in front, no shower runs.
 int runGuard(const std::vector<std::string>& drivers, const Shower& shower, const std::function<void()>& lost,
-             std::int64_t until);
+             std::int64_t until, const std::function<void()>& prepare = nullptr);
 
 // Runs `work` in a child process and returns its exit status; -1 when it crashed, or did not end within `seconds`
 // (it is killed then). For work with drivers that may crash.

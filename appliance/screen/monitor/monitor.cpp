@@ -28,14 +28,16 @@ int runMonitorWith(const SessionOptions& options, const std::function<std::uniqu
                    const std::function<void()>& lost) {
     const std::vector<std::string> drivers = displayDrivers();
     std::map<std::string, bool> gpu;
-    for (const std::string& driver : drivers)
-        isGpuGood(options, driver, gpu);
+    const auto probe = [&] {
+        for (const std::string& driver : drivers)
+            isGpuGood(options, driver, gpu);
+    };
     return runGuard(
         drivers,
         [&](const Attempt& attempt, Shown& shown) {
             return runSession(options, attempt, gpu[attempt.driver], shown, make);
         },
-        lost, options.until);
+        lost, options.until, probe);
 }
 
 int runMonitor(const SessionOptions& options) {

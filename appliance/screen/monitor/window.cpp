@@ -6,6 +6,7 @@
 #include <algorithm>
 #include <cstdlib>
 #include <SDL.h>
+#include <SDL_syswm.h>
 #include <strings.h>
 
 namespace screen {
@@ -34,6 +35,15 @@ void setHints(const std::string& driver) {
     SDL_SetHint("SDL_VIDEO_WAYLAND_WMCLASS", "decoder-monitor");
     // Otherwise SDL switches the kernel's keyboard off, and with it the keys that change the console.
     setenv("SDL_INPUT_LINUX_KEEP_KBD", "1", 0);
+}
+
+// The open display device of a console; -1 when SDL does not tell it.
+int cardOf(SDL_Window* window) {
+    SDL_SysWMinfo info;
+    SDL_VERSION(&info.version);
+    if (SDL_GetWindowWMInfo(window, &info) != SDL_TRUE || info.subsystem != SDL_SYSWM_KMSDRM)
+        return -1;
+    return info.info.kmsdrm.drm_fd;
 }
 
 } // namespace
@@ -129,8 +139,11 @@ void Window::coverRoot() {
 }
 
 bool Window::followDisplay() {
-    if (console_)
+    if (console_) {
+        if (hotplug_.happened())
+            probeDisplays(cardOf(window_));
         return connectorsText() != connectors_;
+    }
     if (unmanaged_ && fullscreen_)
         coverRoot();
     return false;

@@ -2,6 +2,7 @@
 #pragma once
 
 #include "appliance/screen/layout.h"
+#include "appliance/screen/monitor/hotplug.h"
 
 #include <memory>
 #include <optional>
@@ -54,6 +55,7 @@ private:
     Size windowed_;          // its size when it is not full screen
     Size root_;              // of the X server, when the window covered it last
     std::string connectors_; // of the console's displays
+    Hotplug hotplug_;        // before SDL looks at them
 };
 
 } // namespace screen
