@@ -153,7 +153,7 @@ protected:
 };
 
 TEST_F(Completion, KnowsCommandsSourcesParametersAndValues) {
-    EXPECT_EQ(proposed({"disc"}), "disconnect\n");
+    EXPECT_EQ(proposed({"discon"}), "disconnect\n");
     EXPECT_EQ(proposed({"sw"}), "sweep\n");
     EXPECT_EQ(proposed({"select", "Front\\ y"}), "Front\\ yard\n");
     EXPECT_EQ(proposed({"set", "Decoder.Seq"}), "Decoder.SequenceMode\n");
