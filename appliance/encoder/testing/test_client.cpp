@@ -101,6 +101,12 @@ std::optional<std::string> Client::readUntil(std::string_view mark) {
     return text;
 }
 
+std::optional<char> Client::nextByte() {
+    if (pending_.empty() && !readMore(patience))
+        return std::nullopt;
+    return pending_.front();
+}
+
 std::optional<std::string> Client::readBytes(std::size_t count) {
     while (pending_.size() < count) {
         if (!readMore(patience))

@@ -54,6 +54,8 @@ public:
     // The bytes before `mark`; both are consumed. Nothing if the connection or the time ends first.
     std::optional<std::string> readUntil(std::string_view mark);
     std::optional<std::string> readBytes(std::size_t count);
+    // The next byte, which stays to be read. Nothing when none comes in time.
+    std::optional<char> nextByte();
     // All bytes until the connection ends. `reset` is set to whether it was reset.
     std::string readToEnd(bool* reset = nullptr);
     // True if no byte arrives for that time.
