@@ -209,7 +209,9 @@ struct Stream {
 };
 
 Stream streamOf(const std::string& name, const std::string& sink) {
-    const std::string show = " ! videoconvert ! " + sink + " sync=false";
+    // With the pixels of a television, the window would be wider than the screen.
+    const std::string show =
+        " ! videoconvert ! capssetter caps=video/x-raw,pixel-aspect-ratio=1/1 ! " + sink + " sync=false";
     if (name == "h264")
         return {{"--codec", "h264", "--kinds", "rtsp-tcp"},
                 {{"VideoSourceType", "rtsp-tcp"}},
