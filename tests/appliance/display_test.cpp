@@ -2,6 +2,7 @@
 #include "tests/appliance/appliance.h"
 
 #include <gtest/gtest.h>
+#include <nlohmann/json.hpp>
 
 namespace {
 

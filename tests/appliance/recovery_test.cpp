@@ -3,6 +3,7 @@
 
 #include <csignal>
 #include <gtest/gtest.h>
+#include <nlohmann/json.hpp>
 
 namespace {
 
