@@ -1,6 +1,7 @@
 #include "appliance/screen/monitor/connectors.h"
 
 #include <algorithm>
+#include <cstdio>
 #include <filesystem>
 #include <fstream>
 #include <vector>
@@ -29,6 +30,17 @@ std::string connectorsText(const std::string& folder) {
     for (const std::string& line : lines)
         text += line;
     return text;
+}
+
+std::optional<Size> soleDisplay(const std::string& folder) {
+    const std::string text = connectorsText(folder);
+    Size mode;
+    int end = 0;
+    if (std::count(text.begin(), text.end(), '\n') != 1 ||
+        std::sscanf(text.c_str(), "%*s %5dx%5d\n%n", &mode.width, &mode.height, &end) != 2 ||
+        static_cast<std::size_t>(end) != text.size() || mode.width < 1 || mode.height < 1)
+        return std::nullopt;
+    return mode;
 }
 
 } // namespace screen

@@ -47,5 +47,21 @@ TEST_F(Connectors, AreNoneWhereThereAreNoDevices) {
     EXPECT_EQ(connectorsText(root / "missing"), "");
 }
 
+TEST_F(Connectors, TellTheSizeOfTheOnlyDisplay) {
+    EXPECT_EQ(soleDisplay(root), std::nullopt);
+    connector("card0-HDMI-A-1", "connected", "1920x1080\n1280x720\n");
+    connector("card0-HDMI-A-2", "disconnected", "");
+    EXPECT_EQ(soleDisplay(root), (Size{1920, 1080}));
+    connector("card0-HDMI-A-2", "connected", "1280x720\n");
+    EXPECT_EQ(soleDisplay(root), std::nullopt) << "two displays";
+}
+
+TEST_F(Connectors, DoNotTellOddModes) {
+    for (const char* modes : {"", "1920x1080i\n", "1920x\n", "0x0\n", "-1x5\n", "native\n"}) {
+        connector("card0-HDMI-A-1", "connected", modes);
+        EXPECT_EQ(soleDisplay(root), std::nullopt) << modes;
+    }
+}
+
 } // namespace
 } // namespace screen

@@ -82,11 +82,13 @@ bool Window::start(const WindowOptions& options, std::string& reason) {
     // Without a window manager nobody makes the window full screen, so it is a window as large as the display.
     const std::optional<Size> root = x11RootWithoutManager();
     unmanaged_ = root.has_value();
+    // The text console keeps its first size, and with it a smaller mode than that of a display plugged in later.
+    const std::optional<Size> display = console_ ? soleDisplay() : std::nullopt;
     if (fullscreen_ && !unmanaged_)
-        flags |= SDL_WINDOW_FULLSCREEN_DESKTOP;
+        flags |= display ? SDL_WINDOW_FULLSCREEN : SDL_WINDOW_FULLSCREEN_DESKTOP;
     const bool cover = fullscreen_ && unmanaged_;
     root_ = cover ? *root : Size{};
-    const Size size = cover ? root_ : windowed_;
+    const Size size = cover ? root_ : display.value_or(windowed_);
     const int corner = unmanaged_ ? 0 : SDL_WINDOWPOS_UNDEFINED;
     window_ = SDL_CreateWindow("Network video decoder", corner, corner, size.width, size.height, flags);
     if (window_ == nullptr) {
