@@ -197,6 +197,8 @@ class Machine:
         try:
             self.control = Control(os.path.join(self.folder, "qmp"))
             self.cable = DisplayCable(os.path.join(self.folder, "vnc"))
+            # Told once; without that, QEMU takes a display that goes away later for one that was never there.
+            self.cable.resize(*self.size)
             self.shell = Shell(os.path.join(self.folder, "shell"))
         except Late:
             with open(os.path.join(self.folder, "qemu.log"), errors="replace") as file:
