@@ -94,16 +94,20 @@ struct Gap {
     int damaged = 0; // pictures whose mark can't be read, which are not whole
 };
 
-// Selects `source` while another one shows, and watches the screen until it shows.
-std::optional<Gap> switchTo(bench::DisplayWatch& watch, int source) {
+// Watches the old source for `settleMs`, selects `source`, and watches the screen until that shows.
+std::optional<Gap> switchTo(bench::DisplayWatch& watch, int source, int settleMs) {
     watch.skip();
+    const std::int64_t selectAt = gettimeusec() + std::int64_t{1000} * settleMs;
+    std::optional<bench::Seen> last;
+    while (const auto seen = watch.next(selectAt))
+        if (seen->mark && (!last || !(seen->mark == last->mark)))
+            last = seen;
     Event event{};
     event.id = EID_SELECT;
     event.value1 = source;
-    if (sendEvent(&event) != 0)
+    if (!last || sendEvent(&event) != 0)
         return std::nullopt;
     Gap gap;
-    std::optional<bench::Seen> last;
     const std::int64_t until = gettimeusec() + 20'000'000;
     while (const auto seen = watch.next(until)) {
         gap.black += seen->black ? 1 : 0;
@@ -112,12 +116,10 @@ std::optional<Gap> switchTo(bench::DisplayWatch& watch, int source) {
             continue;
         }
         if (seen->mark->source == source) {
-            if (!last)
-                return std::nullopt;
             gap.milliseconds = static_cast<double>(seen->time - last->time) / 1000;
             return gap;
         }
-        if (!last || !(seen->mark == last->mark))
+        if (!(seen->mark == last->mark))
             last = seen;
     }
     return std::nullopt;
@@ -143,17 +145,16 @@ int measureGap(const Options& options) {
         return 1;
     }
     // The first selection detects the second encoder, which must not be measured.
-    switchTo(watch, 1);
-    sleepMs(300);
-    switchTo(watch, 0);
+    switchTo(watch, 1, 300);
+    switchTo(watch, 0, 300);
     bench::Distribution gaps;
     int black = 0;
     int damaged = 0;
     int failed = 0;
     std::mt19937 random(1);
     for (int i = 0; i < options.switches; ++i) {
-        sleepMs(400 + std::uniform_int_distribution(0, 79)(random));
-        if (const auto gap = switchTo(watch, (i + 1) % 2)) {
+        const int settleMs = 400 + std::uniform_int_distribution(0, 79)(random);
+        if (const auto gap = switchTo(watch, (i + 1) % 2, settleMs)) {
             gaps.add(gap->milliseconds);
             black += gap->black;
             damaged += gap->damaged;
@@ -209,9 +210,7 @@ struct Stream {
 };
 
 Stream streamOf(const std::string& name, const std::string& sink) {
-    // With the pixels of a television, the window would be wider than the screen.
-    const std::string show =
-        " ! videoconvert ! capssetter caps=video/x-raw,pixel-aspect-ratio=1/1 ! " + sink + " sync=false";
+    const std::string show = " ! videoconvert ! " + sink + " sync=false";
     if (name == "h264")
         return {{"--codec", "h264", "--kinds", "rtsp-tcp"},
                 {{"VideoSourceType", "rtsp-tcp"}},
@@ -269,7 +268,9 @@ void printCost(const char* what, const Cost& cost) {
 
 // Both, one after the other, several times. Returns the median ratio of their CPU times.
 double compareCost(const Options& options, const std::string& name) {
-    const Stream stream = streamOf(name, options.sink);
+    // A display with the pixels of a television: otherwise the window would be wider than the screen.
+    const bool television = options.width == 720 && options.height == 576;
+    const Stream stream = streamOf(name, options.sink + (television ? " pixel-aspect-ratio=16/15" : ""));
     Appliance decoder;
     std::vector<std::string> arguments = sizeArguments(options);
     arguments.insert(arguments.end(), stream.encoder.begin(), stream.encoder.end());
