@@ -268,9 +268,7 @@ void printCost(const char* what, const Cost& cost) {
 
 // Both, one after the other, several times. Returns the median ratio of their CPU times.
 double compareCost(const Options& options, const std::string& name) {
-    // A display with the pixels of a television: otherwise the window would be wider than the screen.
-    const bool television = options.width == 720 && options.height == 576;
-    const Stream stream = streamOf(name, options.sink + (television ? " pixel-aspect-ratio=16/15" : ""));
+    const Stream stream = streamOf(name, options.sink);
     Appliance decoder;
     std::vector<std::string> arguments = sizeArguments(options);
     arguments.insert(arguments.end(), stream.encoder.begin(), stream.encoder.end());
