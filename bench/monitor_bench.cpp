@@ -210,7 +210,8 @@ struct Stream {
 };
 
 Stream streamOf(const std::string& name, const std::string& sink) {
-    const std::string show = " ! videoconvert ! " + sink + " sync=false";
+    // Without that, a sink takes a screen of 720x576 for a television, whose pixels are not square.
+    const std::string show = " ! videoconvert ! " + sink + " pixel-aspect-ratio=1/1 sync=false";
     if (name == "h264")
         return {{"--codec", "h264", "--kinds", "rtsp-tcp"},
                 {{"VideoSourceType", "rtsp-tcp"}},
