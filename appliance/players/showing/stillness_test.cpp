@@ -1,4 +1,4 @@
-// Pictures that stand still: what is told, and from when on.
+// When a picture counts as still, and what is told about it.
 #include "appliance/players/showing/stillness.h"
 
 #include <libcommon/status.h>
