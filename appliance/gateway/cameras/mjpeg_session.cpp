@@ -156,16 +156,8 @@ Failure MjpegSession::outcome(CURLcode result) const {
         return failureOf(curl_, result, url_, error_.data());
     case 200:
         return {Fault::ended, place + " ended the stream before its first picture"};
-    case 401:
-        return url_.user.empty()
-                   ? Failure{Fault::noCredentials, place + " asks for a user name and a password"}
-                   : Failure{Fault::wrongCredentials, place + " refuses the user name or password"};
-    case 403:
-        return {Fault::forbidden, place + " forbids the stream to this user"};
-    case 404:
-        return {Fault::wrongPath, place + " has no stream at this path"};
     default:
-        return {Fault::otherStatus, place + " answered with " + std::to_string(answered)};
+        return refusalOf(answered, place, !url_.user.empty());
     }
 }
 

@@ -33,4 +33,21 @@ struct Failure {
     bool none() const { return fault == Fault::none; }
 };
 
+// Why the camera at `place` refuses, from the status that HTTP and RTSP share. `request` names what it refuses, with a blank
+// before it (" DESCRIBE"), or is empty; `withUser`: the request had a user name.
+inline Failure refusalOf(long status, const std::string& place, bool withUser,
+                         const std::string& request = {}) {
+    switch (status) {
+    case 401:
+        return withUser ? Failure{Fault::wrongCredentials, place + " refuses the user name or password"}
+                        : Failure{Fault::noCredentials, place + " asks for a user name and a password"};
+    case 403:
+        return {Fault::forbidden, place + " forbids the stream to this user"};
+    case 404:
+        return {Fault::wrongPath, place + " has no stream at this path"};
+    default:
+        return {Fault::otherStatus, place + " answered" + request + " with " + std::to_string(status)};
+    }
+}
+
 } // namespace gateway

@@ -166,20 +166,7 @@ void RtspSession::answered(const streams::RtspMessage& message) {
 }
 
 Failure RtspSession::refusal(const streams::RtspMessage& message) const {
-    const std::string place = url_.place();
-    switch (message.status) {
-    case 401:
-        return url_.user.empty()
-                   ? Failure{Fault::noCredentials, place + " asks for a user name and a password"}
-                   : Failure{Fault::wrongCredentials, place + " refuses the user name or password"};
-    case 403:
-        return {Fault::forbidden, place + " forbids the stream to this user"};
-    case 404:
-        return {Fault::wrongPath, place + " has no stream at this path"};
-    default:
-        return {Fault::otherStatus,
-                place + " answered " + method_ + " with " + std::to_string(message.status)};
-    }
+    return refusalOf(message.status, url_.place(), !url_.user.empty(), " " + method_);
 }
 
 void RtspSession::described(const streams::RtspMessage& message) {
