@@ -115,6 +115,31 @@ function(house_library name)
     target_link_libraries(${name} PUBLIC libcommon_headers ${ARG_LINK})
 endfunction()
 
+option(HOUSE_FUZZ "Build the libFuzzer programs" OFF)
+
+# house_fuzzers(TARGETS names... SOURCES sources... [LINK libraries...]): the libFuzzer programs of this folder, with
+# HOUSE_FUZZ, which needs clang. The name SoapAnswer stands for the function fuzzSoapAnswer of targets.cpp and becomes the
+# program fuzz_soap_answer. The sources are compiled anew, with the sanitizers.
+function(house_fuzzers)
+    cmake_parse_arguments(ARG "" "" "TARGETS;SOURCES;LINK" ${ARGN})
+    if(NOT HOUSE_FUZZ)
+        return()
+    endif()
+    if(NOT CMAKE_CXX_COMPILER_ID STREQUAL "Clang")
+        message(FATAL_ERROR "HOUSE_FUZZ needs clang: configure with -DCMAKE_CXX_COMPILER=clang++")
+    endif()
+    foreach(target IN LISTS ARG_TARGETS)
+        string(REGEX REPLACE "([a-z])([A-Z])" "\\1_\\2" name "fuzz_${target}")
+        string(TOLOWER "${name}" name)
+        add_executable(${name} entry.cpp targets.cpp ${ARG_SOURCES})
+        target_include_directories(${name} PRIVATE "${PROJECT_SOURCE_DIR}")
+        target_compile_definitions(${name} PRIVATE FUZZ_TARGET=fuzz${target})
+        target_compile_options(${name} PRIVATE -fsanitize=fuzzer,address,undefined -fno-sanitize-recover=all -O1 -g)
+        target_link_options(${name} PRIVATE -fsanitize=fuzzer,address,undefined)
+        target_link_libraries(${name} PRIVATE ${ARG_LINK})
+    endforeach()
+endfunction()
+
 # house_test(NAME sources... LINK libraries... [LABELS labels...] [TIMEOUT seconds] [STREAMS]): one GoogleTest program.
 # CTest runs each test in its own process, because most of the tested code has process-wide state. STREAMS: the program
 # plays live streams, which are late on an overloaded machine, so CTest counts each of its tests as two.
