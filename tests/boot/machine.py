@@ -1,9 +1,8 @@
 """A virtual machine with a display: QEMU, driven through its control socket.
 
-Machine starts QEMU in a process of its own, which ends with this one, and with the lowest claim on the processors.
-Pictures are read from the display itself; keys come from the machine's keyboard; the display changes its size or goes
-away as with a cable. Commands run in the guest through its second serial line (guest/test-shell). Every wait has a
-limit in seconds; a limit that is over raises Late.
+Machine starts QEMU in a process of its own, which ends with this one. Pictures are read from the display itself; keys
+come from the machine's keyboard; the display changes its size or goes away as with a cable. Commands run in the guest
+through its second serial line (guest/test-shell). Every wait has a limit in seconds; a limit that is over raises Late.
 """
 import json
 import os
@@ -165,10 +164,11 @@ class Machine:
     """One virtual machine. `folder` gets its sockets, its screendumps, the log of its first serial line, and its disk, a
     copy of image/disk."""
 
-    def __init__(self, folder, image, size, disk="disk.img"):
+    def __init__(self, folder, image, size, disk="disk.img", nice=10):
         self.folder = folder
         self.image = image
         self.disk = disk
+        self.nice = nice
         self.size = size
         self.process = None
         self.started = None
@@ -198,7 +198,7 @@ class Machine:
             Path(self.folder, name).unlink(missing_ok=True)
         log = open(os.path.join(self.folder, "qemu.log"), "wb")  # noqa: SIM115: QEMU keeps it
         self.started = time.monotonic()
-        self.process = subprocess.Popen(["setpriv", "--pdeathsig", "KILL", "nice", "-n", "10", *self._arguments()],
+        self.process = subprocess.Popen(["setpriv", "--pdeathsig", "KILL", "nice", "-n", str(self.nice), *self._arguments()],
                                         stdin=subprocess.DEVNULL, stdout=log, stderr=log)
         log.close()
         try:
