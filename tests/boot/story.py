@@ -57,7 +57,7 @@ def play(steps, names, started):
             tell(started, step.__doc__, f"FAILED: {error}")
             steps.display.keep_failed(name)
             passed = False
-            if name == "power_on" or steps.machine.ended():
+            if name in ("power_on", "install") or steps.machine.ended():
                 break
     return passed
 
