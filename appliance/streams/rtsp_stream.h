@@ -38,7 +38,10 @@ struct RtspReceiver {
 class RtspStream {
 public:
     RtspStream(RtspSource source, RtspReceiver receiver);
-    // Never destroyed: its sockets stay open until the process ends.
+    // Not before run() has returned. Players never destroy it.
+    ~RtspStream();
+    RtspStream(const RtspStream&) = delete;
+    RtspStream& operator=(const RtspStream&) = delete;
 
     // Runs the session until it ends; returns the reason, for the log.
     std::string run();
