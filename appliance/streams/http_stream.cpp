@@ -91,6 +91,8 @@ std::size_t Transfer::onBody(char* bytes, std::size_t size, std::size_t count, v
 int Transfer::onProgress(void* self, curl_off_t /*total*/, curl_off_t now, curl_off_t /*upTotal*/,
                          curl_off_t /*upNow*/) {
     const auto& transfer = *static_cast<Transfer*>(self);
+    if (transfer.taker_.wanted && !transfer.taker_.wanted())
+        return 1;
     return !transfer.begun_ && now > refusalLimit && transfer.status() >= 400 ? 1 : 0;
 }
 

@@ -296,6 +296,12 @@ void RtspStream::tearDown() {
     ended_.notify_all();
 }
 
+void RtspStream::endSoon() {
+    const std::lock_guard guard(lock_);
+    endAsked_ = true;
+    eventfd_write(wake_, 1);
+}
+
 void RtspStream::end() {
     if (!receiving_)
         return;

@@ -49,6 +49,9 @@ public:
     // Ends a running session with a TEARDOWN; waits at most 150 ms for it. Any thread.
     void end();
 
+    // Makes run() end soon, before or during the session, without waiting for it. Any thread.
+    void endSoon();
+
 private:
     // Where the packets of one stream arrive: on sockets or on channels of the connection.
     struct Reception {
