@@ -11,11 +11,11 @@ bool PacketMarks::knows(const std::string& encodingName) {
     return encodingName == "MP2T" || knowsKeyPictures(encodingOf(encodingName));
 }
 
-KeptItem PacketMarks::mark(std::string_view bytes) {
+KeptItem PacketMarks::mark(const Packet& whole) {
     KeptItem item;
     item.kind = streams::KeptFrame::video;
-    item.bytes = std::make_shared<const std::string>(bytes);
-    const auto packet = readRtp(bytes);
+    item.bytes = whole;
+    const auto packet = readRtp(*whole);
     if (!packet)
         return item;
     item.unit = packet->timestamp;
@@ -27,7 +27,7 @@ KeptItem PacketMarks::mark(std::string_view bytes) {
         newest_ = packet->timestamp;
     begun_ = true;
     const bool key =
-        transport_ ? transportKey(bytes, *packet, item) : kindOf(encoding_, packet->payload).keyPicture;
+        transport_ ? transportKey(*whole, *packet, item) : kindOf(encoding_, packet->payload).keyPicture;
     item.key = key && (!hasKey_ || key_ != packet->timestamp);
     if (item.key) {
         hasKey_ = true;

@@ -21,7 +21,8 @@ public:
     static bool knows(const std::string& encodingName);
 
     // The packet as an item. Bytes that are not RTP are an item that nothing can begin with.
-    KeptItem mark(std::string_view packet);
+    KeptItem mark(const Packet& packet);
+    KeptItem mark(std::string_view packet) { return mark(std::make_shared<const std::string>(packet)); }
 
 private:
     bool transportKey(std::string_view bytes, const RtpPacket& packet, KeptItem& item);
