@@ -38,7 +38,8 @@ std::string receiveHttp(const HttpSource& source, const HttpTaker& taker);
 // the handle. `error` is a buffer of CURL_ERROR_SIZE bytes that outlives the handle. False when libcurl refuses.
 bool configureRequest(void* curlHandle, const HttpSource& source, char* error);
 
-// Prepares libcurl. Called once, before other threads exist.
+// Loads and prepares libcurl, for a program that always needs it. Called once, before other threads exist. Without it
+// libcurl is loaded for the first stream with TLS or a user name.
 void startHttp();
 
 } // namespace streams
