@@ -17,6 +17,7 @@ namespace {
 
 constexpr std::size_t headerLimit = 64 * 1024;
 constexpr curl_off_t refusalLimit = 16 * 1024;
+constexpr int wantedPollMs = 500;
 constexpr std::size_t receiveBytes = 128 * 1024; // most JPEG pictures fit
 
 std::string urlOf(const HttpSource& source) {
@@ -53,9 +54,11 @@ std::string receivePlain(const HttpSource& source, const HttpTaker& taker) {
         read = stream.receive(bytes.data(), bytes.size(), count);
         if (read == ByteStream::Read::some && !answer.feed(bytes.data(), count))
             break;
+        if (taker.wanted && !taker.wanted())
+            return "the stream is not wanted";
         pollfd readable{stream.descriptor(), POLLIN, 0};
         if (read == ByteStream::Read::nothing)
-            poll(&readable, 1, -1);
+            poll(&readable, 1, taker.wanted ? wantedPollMs : -1);
     }
     if (answered != 0 && answered != 200)
         return "the encoder answered " + std::to_string(answered);
@@ -131,6 +134,8 @@ std::size_t Transfer::onBody(char* bytes, std::size_t size, std::size_t count, v
 int Transfer::onProgress(void* self, curl_off_t /*total*/, curl_off_t now, curl_off_t /*upTotal*/,
                          curl_off_t /*upNow*/) {
     const auto& transfer = *static_cast<Transfer*>(self);
+    if (transfer.taker_.wanted && !transfer.taker_.wanted())
+        return 1;
     return !transfer.begun_ && now > refusalLimit && transfer.status() >= 400 ? 1 : 0;
 }
 

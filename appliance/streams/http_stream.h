@@ -26,6 +26,8 @@ struct HttpSource {
 struct HttpTaker {
     std::function<bool(const std::string& contentType)> begin;      // status 200; false ends the transfer
     std::function<bool(const char* bytes, std::size_t count)> body; // false ends the transfer
+    // May be empty. Asked at least once a second, even while nothing comes; false ends the transfer.
+    std::function<bool()> wanted = {};
 };
 
 // Receives until the stream ends or fails, or the taker returns false. Returns the reason, for the log. Blocks
