@@ -67,7 +67,7 @@ void Keeper::run() {
             changed_.wait_for(guard, lookTime,
                               [this] { return ending_ || portChanged_ || !waiting_.empty(); });
             if (std::exchange(portChanged_, false))
-                stamp_.clear();
+                stamp_ = "never read";
             if (ending_ && waiting_.empty())
                 return;
         }

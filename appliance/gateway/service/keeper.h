@@ -42,7 +42,7 @@ private:
 
     EventLoop& loop_;
     const std::function<void(const SourcePlan&)> take_;
-    std::string stamp_; // of the version of the file that was read last
+    std::string stamp_ = "never read"; // of the version of the file that was read last
     std::thread thread_;
 
     std::mutex lock_;

@@ -1,7 +1,10 @@
 #include "appliance/gateway/service/service.h"
 
+#include "appliance/gateway/service/service_manager.h"
+
 #include <libcommon/log.h>
 
+#include <utility>
 #include <vector>
 
 namespace gateway {
@@ -38,6 +41,9 @@ void Service::configure(const SourcePlan& plan) {
     cameras_.configure(settings, plan.highestNumber);
     for (const auto& [number, camera] : cameras_.all())
         publish(*camera);
+    // From now on the sources are complete in the file: the supervisor may start.
+    if (!std::exchange(ready_, true))
+        tellServiceManager("READY=1");
 }
 
 void Service::followPort(int port) {

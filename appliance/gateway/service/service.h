@@ -33,6 +33,7 @@ private:
     Cameras cameras_;
     Port port_;
     bool fixed_ = false;
+    bool ready_ = false;             // the first plan was taken, and the service manager was told
     int wantedPort_ = 0;             // that was tried last
     std::unique_ptr<Keeper> keeper_; // destroyed first: it uses the loop
     std::map<int, int> indices_;     // of the sources, by the camera's number
