@@ -14,6 +14,7 @@
 #include <functional>
 #include <map>
 #include <memory>
+#include <optional>
 #include <string>
 #include <vector>
 
@@ -23,12 +24,16 @@ namespace gateway {
 enum class Transport { automatic, udp, tcp, multicast };
 
 struct CameraSettings {
-    int number = 0;      // from 1; a camera keeps it as long as it exists
-    std::string name;    // for people
-    std::string mistake; // why the URL can't be used; "": it can
-    CameraUrl url;
+    int number = 0;               // from 1; a camera keeps it as long as it exists
+    std::string name;             // for people
+    std::string mistake;          // why the URL can't be used; "": it can
+    CameraUrl url;                // of the main stream
+    std::optional<CameraUrl> sub; // of a smaller stream of the same camera
+    bool useSub = false;          // play that one; only with `sub`
     Transport transport = Transport::automatic;
 
+    const CameraUrl& played() const { return useSub && sub ? *sub : url; }
+    // All but the name and the choice of the stream.
     bool sameCamera(const CameraSettings& other) const;
 };
 
@@ -47,7 +52,8 @@ struct CameraReport {
     StreamInfo info; // while open
     std::uint64_t bytes = 0;
     std::uint64_t pictures = 0;
-    std::int64_t keyInterval = 0; // microseconds; 0: not known
+    std::int64_t keyInterval = 0;    // microseconds; 0: not known
+    std::optional<PictureSize> size; // nothing: not known
     std::size_t viewers = 0;
 };
 
@@ -63,6 +69,7 @@ public:
     const CameraSettings& settings() const { return settings_; }
     void rename(const std::string& name) { settings_.name = name; }
     CameraReport report() const;
+    bool isWatched() const { return !viewers_.empty(); }
 
     // Wants the camera's stream; `answer` is called once, perhaps at once: with a failure, or with none when the
     // stream is open, and `info` is then valid during the call.
@@ -74,6 +81,9 @@ public:
     using ViewerId = std::uint64_t;
     ViewerId join(Viewer viewer);
     void leave(ViewerId viewer);
+
+    // The camera is no longer configured: tells everyone so, and answers nothing else from now on.
+    void end();
 
 private:
     void open();
@@ -102,6 +112,7 @@ private:
 
     std::unique_ptr<CameraSession> session_; // null: none
     bool open_ = false;
+    bool over_ = false;
     Delivery delivery_; // asked for in the next session
     StreamInfo info_;
     Failure failure_;
