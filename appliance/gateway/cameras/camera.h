@@ -28,7 +28,7 @@ struct CameraSettings {
     std::string name;             // for people
     std::string mistake;          // why the URL can't be used; "": it can
     CameraUrl url;                // of the main stream
-    std::optional<CameraUrl> sub; // of a smaller stream of the same camera
+    std::optional<CameraUrl> sub{}; // of a smaller stream of the same camera
     bool useSub = false;          // play that one; only with `sub`
     Transport transport = Transport::automatic;
 
@@ -47,13 +47,13 @@ struct Viewer {
 };
 
 struct CameraReport {
-    Failure failure; // none while the stream runs, and before the first attempt
+    Failure failure{}; // none while the stream runs, and before the first attempt
     bool open = false;
-    StreamInfo info; // while open
+    StreamInfo info{}; // while open
     std::uint64_t bytes = 0;
     std::uint64_t pictures = 0;
     std::int64_t keyInterval = 0;    // microseconds; 0: not known
-    std::optional<PictureSize> size; // nothing: not known
+    std::optional<PictureSize> size{}; // nothing: not known
     std::size_t viewers = 0;
 };
 
