@@ -238,15 +238,37 @@ void Camera::onPause() {
     eachViewer([](const Viewer& viewer) { viewer.flush(); });
 }
 
-// Over UDP nothing came, or the camera does not offer it.
+// The delivery to try next when the present one does not work, in this order: UDP, TCP, multicast, UDP.
+std::optional<Delivery> Camera::otherDelivery(const Failure& failure) const {
+    const bool refused = !open_ && failure.fault == Fault::otherStatus;
+    const bool notOffered = failure.fault == Fault::noTransport;
+    switch (delivery_) {
+    case Delivery::udp: // nothing came, or the camera does not offer it
+        if (refused || notOffered || failure.fault == Fault::noPackets)
+            return Delivery::tcp;
+        break;
+    case Delivery::tcp:
+        if (notOffered)
+            return Delivery::multicast;
+        break;
+    case Delivery::multicast:
+        return Delivery::udp;
+    }
+    return std::nullopt;
+}
+
+// True when the stream is to be asked for in another way at once.
 bool Camera::fallsBack(const Failure& failure) {
-    const bool refused = failure.fault == Fault::otherStatus && !open_;
-    if (!settings_.played().isRtsp() || delivery_ == Delivery::tcp ||
-        settings_.transport != Transport::automatic || (failure.fault != Fault::noPackets && !refused))
+    if (!settings_.played().isRtsp() || settings_.transport != Transport::automatic)
         return false;
-    logmsg(6, "Camera %d \"%s\": %s; trying TCP", settings_.number, settings_.name.c_str(),
-           failure.text.c_str());
-    delivery_ = Delivery::tcp;
+    const auto other = otherDelivery(failure);
+    if (!other)
+        return false;
+    delivery_ = *other;
+    if (*other == Delivery::udp)
+        return false; // all have been tried; the next attempt begins anew
+    logmsg(6, "Camera %d \"%s\": %s; trying %s", settings_.number, settings_.name.c_str(),
+           failure.text.c_str(), *other == Delivery::tcp ? "TCP" : "multicast");
     return true;
 }
 

@@ -20,16 +20,16 @@
 
 namespace gateway {
 
-// automatic: UDP, and TCP where nothing comes over UDP
+// automatic: UDP, TCP where nothing comes over UDP, multicast where the camera offers neither
 enum class Transport { automatic, udp, tcp, multicast };
 
 struct CameraSettings {
-    int number = 0;               // from 1; a camera keeps it as long as it exists
-    std::string name;             // for people
-    std::string mistake;          // why the URL can't be used; "": it can
-    CameraUrl url;                // of the main stream
+    int number = 0;                 // from 1; a camera keeps it as long as it exists
+    std::string name;               // for people
+    std::string mistake;            // why the URL can't be used; "": it can
+    CameraUrl url;                  // of the main stream
     std::optional<CameraUrl> sub{}; // of a smaller stream of the same camera
-    bool useSub = false;          // play that one; only with `sub`
+    bool useSub = false;            // play that one; only with `sub`
     Transport transport = Transport::automatic;
 
     const CameraUrl& played() const { return useSub && sub ? *sub : url; }
@@ -52,7 +52,7 @@ struct CameraReport {
     StreamInfo info{}; // while open
     std::uint64_t bytes = 0;
     std::uint64_t pictures = 0;
-    std::int64_t keyInterval = 0;    // microseconds; 0: not known
+    std::int64_t keyInterval = 0;      // microseconds; 0: not known
     std::optional<PictureSize> size{}; // nothing: not known
     std::size_t viewers = 0;
 };
@@ -94,6 +94,7 @@ private:
     void onPause();
     void onEnded(const Failure& failure);
     void makeRelays(const StreamInfo& info);
+    std::optional<Delivery> otherDelivery(const Failure& failure) const;
     bool fallsBack(const Failure& failure);
     void tryAgain();
     void pass(Track track, const Packet& packet, bool start);
