@@ -147,11 +147,15 @@ void sendAlarm(const Request& request) {
 
 std::string addNamedSource(const Request& request) {
     const SourceToAdd source = sourceToAdd(request.found, request.profile, request.name, request.url);
-    CameraAccess access{source.url, request.user, ""};
+    CameraAccess access{.url = source.url,
+                        .subUrl = request.found == 0 ? request.subUrl : source.subUrl,
+                        .subMayFail = request.found != 0,
+                        .user = request.user,
+                        .password = ""};
     if (!request.user.empty() || request.passwordInput) {
         access.password = readPassword(request.passwordInput);
     }
-    return addSource(source.name, access, request.unchecked);
+    return addSource(source.name, access, {.unchecked = request.unchecked, .apply = request.apply});
 }
 
 std::string orderNamedSources(const Request& request) {
@@ -160,17 +164,17 @@ std::string orderNamedSources(const Request& request) {
     for (const std::string& source : request.sources) {
         indices.push_back(resolveSource(source, names));
     }
-    return orderSources(indices);
+    return orderSources(indices, request.apply);
 }
 
 std::string removeNamedSource(const Request& request) {
     const SourceReport source = namedSource(request);
-    return removeSource(source.index, source.name);
+    return removeSource(source.index, source.name, request.apply);
 }
 
 std::string renameNamedSource(const Request& request) {
     const SourceReport source = namedSource(request);
-    return renameSource(source.index, source.name, request.name);
+    return renameSource(source.index, source.name, request.name, request.apply);
 }
 
 void runCommand(const Request& request) {

@@ -35,7 +35,7 @@ class Probe {
 public:
     Probe(EventLoop& loop, const CameraUrl& url)
         : loop_(loop), transfers_(loop),
-          camera_(loop, transfers_, CameraSettings{1, "camera", "", url, Transport::automatic}, {},
+          camera_(loop, transfers_, CameraSettings{.number = 1, .name = "camera", .mistake = "", .url = url}, {},
                   [](const Camera& /*camera*/) {}) {}
 
     // The failure, or none.
