@@ -29,8 +29,10 @@
 
 #include <cstdlib>
 #include <exception>
+#include <filesystem>
 #include <iostream>
 #include <nlohmann/json.hpp>
+#include <system_error>
 
 namespace {
 
@@ -247,6 +249,16 @@ int run(const Request& request) {
     return 0;
 }
 
+// An installed decoder is found without a variable, which sudo would not keep.
+void chooseRoot(const Request& request) {
+    constexpr const char* installed = "/var/lib/decoder";
+    if (!request.root.empty()) {
+        setenv("APPLIANCE_ROOT", request.root.c_str(), 1);
+    } else if (std::error_code unknown; std::filesystem::is_directory(installed, unknown)) {
+        setenv("APPLIANCE_ROOT", installed, 0);
+    }
+}
+
 } // namespace
 
 int main(int argc, char** argv) {
@@ -256,9 +268,7 @@ int main(int argc, char** argv) {
         return *status;
     }
     const Request& request = std::get<Request>(parsed);
-    if (!request.root.empty()) {
-        setenv("APPLIANCE_ROOT", request.root.c_str(), 1);
-    }
+    chooseRoot(request);
     // The user sees at the terminal why a call of the library failed.
     setenv("LIBCOMMON_LOG", "stderr", 0);
     int status = 0;
