@@ -5,6 +5,8 @@
 #include "tests/appliance/camera_gateway.h"
 #include "tests/appliance/isolation.h"
 
+#include <libcommon/paths.h>
+
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
@@ -39,7 +41,10 @@ protected:
             GTEST_SKIP() << "needs a network namespace of its own for hosts and multicast";
         }
         decoder.emplace();
+        // For askKeeper() in this process; the encoders have no root.
         setenv("APPLIANCE_ROOT", decoder->root().c_str(), 1);
+        ASSERT_EQ(libcommon::applianceRoot(), decoder->root());
+        unsetenv("APPLIANCE_ROOT");
         decoder->setManual();
         decoder->set("Warm.Sources", "all");
     }
