@@ -1,5 +1,6 @@
 #include "appliance/players/programs/kept_playing.h"
 
+#include "appliance/players/decoding/byte_pictures.h"
 #include "appliance/players/decoding/packet_pictures.h"
 #include "appliance/streams/kept_stream.h"
 
@@ -52,6 +53,20 @@ void playKeptPackets(const streams::StreamAddress& address, const StreamSink& si
                     .bytes = {},
                     .picture = {},
                     .live = [&] { live = true; }});
+}
+
+void playKeptBytes(const streams::StreamAddress& address, const StreamSink& sink, bool verbose) {
+    const auto kept = openKept(address, Form::bytes, verbose);
+    if (kept == nullptr)
+        return;
+    auto& pictures = *new BytePictures(sink); // never destroyed: it has its own thread
+    bool live = false;
+    runKept(*kept,
+            {.video = {},
+             .sound = {},
+             .bytes = [&](std::string_view bytes) { return pictures.feed(bytes.data(), bytes.size(), live); },
+             .picture = {},
+             .live = [&] { live = true; }});
 }
 
 void playKeptPictures(const streams::StreamAddress& address, JpegThread& decoder, bool verbose) {

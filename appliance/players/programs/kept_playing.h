@@ -17,6 +17,9 @@ namespace player {
 void playKeptPackets(const streams::StreamAddress& address, const StreamSink& sink, PictureSound* sound,
                      bool verbose);
 
+// MPEG-2 over HTTP.
+void playKeptBytes(const streams::StreamAddress& address, const StreamSink& sink, bool verbose);
+
 // Whole JPEG pictures.
 void playKeptPictures(const streams::StreamAddress& address, JpegThread& decoder, bool verbose);
 

@@ -66,7 +66,7 @@ bool startMulticast(const PlayerOptions& options, const StreamSink& sink, Ending
         streams::receiveDatagrams(socket, [&](std::string_view packet) { pictures.take(packet); });
         sink.ended("the socket broke");
     }).detach();
-    std::thread([] { loadGStreamer(); }).detach(); // while the first packet arrives
+    std::thread([] { makeUnitDecoder(); }).detach(); // while the first packet arrives
     if (!options.audioHost.empty()) {
         auto* sound = new PictureSound(sink); // never destroyed: it has its own threads
         endings.sound = [sound] { sound->end(); };
