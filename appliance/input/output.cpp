@@ -1,0 +1,46 @@
+#include "appliance/input/output.h"
+
+#include <vector>
+
+namespace input {
+namespace {
+
+constexpr int videoType = 96; // RTP payload types
+constexpr int soundType = 97;
+
+} // namespace
+
+bool Output::addSound(const AVCodecParameters& parameters) {
+    sound_ = RtpWriter::make(parameters, soundType, [this](std::string_view packet) {
+        if (video_ != nullptr)
+            socket_.send(FromInput::sound, packet);
+    });
+    return sound_ != nullptr;
+}
+
+void Output::addVideo(const AVCodecParameters& parameters) {
+    if (video_ != nullptr)
+        return;
+    auto video = RtpWriter::make(parameters, videoType,
+                                 [this](std::string_view packet) { socket_.send(FromInput::video, packet); });
+    if (video == nullptr)
+        throw InputFailure{std::string("video in the codec ") + avcodec_get_name(parameters.codec_id) +
+                           " can't be sent"};
+    std::vector<const RtpWriter*> writers{video.get()};
+    if (sound_ != nullptr)
+        writers.push_back(sound_.get());
+    socket_.send(FromInput::description, RtpWriter::describe(writers));
+    video_ = std::move(video);
+}
+
+void Output::writeVideo(AVPacket& packet, AVRational unit) {
+    if (video_ != nullptr)
+        video_->write(packet, unit);
+}
+
+void Output::writeSound(AVPacket& packet, AVRational unit) {
+    if (sound_ != nullptr && video_ != nullptr)
+        sound_->write(packet, unit);
+}
+
+} // namespace input
