@@ -79,7 +79,7 @@ void playDevice(const GatewaySocket& socket, VideoDevice& device) {
     if (format == AV_PIX_FMT_NONE)
         playEncoded(socket, device, AV_CODEC_ID_MJPEG);
     Output output(socket);
-    output.sayEncoded("pictures that are not encoded");
+    output.sayEncoded("raw video");
     PictureEncoder encoder([&](const AVCodecParameters& parameters, AVPacket& packet) {
         output.addVideo(parameters);
         output.writeVideo(packet, microseconds);

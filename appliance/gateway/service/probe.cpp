@@ -65,7 +65,7 @@ public:
         text += info_.sound ? ", sound " + info_.sound->encodingName : ", no sound";
         if (report.keyInterval > 0)
             text += ", a key picture every " + oneDigit(static_cast<double>(report.keyInterval) / 1e6) + " s";
-        return text + ", over " + camera_.report().info.transport;
+        return text + (report.info.transport.empty() ? "" : ",") + report.info.way();
     }
 
 private:

@@ -51,8 +51,15 @@ void Service::followPort(int port) {
 
 void Service::publish(const Camera& camera) {
     const auto index = indices_.find(camera.settings().number);
-    if (index != indices_.end() && keeper_ != nullptr)
-        keeper_->setStatus(index->second, "Reason", camera.report().failure.text);
+    if (index == indices_.end() || keeper_ == nullptr)
+        return;
+    const CameraReport report = camera.report();
+    keeper_->setStatus(index->second, "Reason", report.failure.text);
+    if (report.open)
+        keeper_->setStatus(index->second, "Encoded",
+                           report.info.encoded.empty()
+                               ? ""
+                               : report.info.encoded + " to " + report.info.video->encodingName);
 }
 
 } // namespace gateway

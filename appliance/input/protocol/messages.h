@@ -37,7 +37,7 @@ struct Request {
     Kind kind = Kind::file;
     std::string place;    // path or URL, without secrets; unused for packets
     std::string password; // of an SRT stream; "": none
-    std::string codec;    // of packets: "VP8"
+    std::string codec{};  // of packets: "VP8"
     int clockRate = 90000;
 };
 
