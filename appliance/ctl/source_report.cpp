@@ -15,7 +15,7 @@ namespace {
 constexpr std::array statusKeys{
     "ErrorCode",   "Reason",     "VideoSourceType", "ConnectMode",   "Audio",
     "AudioFormat", "APIVersion", "Model",           "ImageRotation", "NumberOfVideoSources",
-    "BitRate",     "FrameRate",  "Resolution",      "Still",      "Encoded",
+    "BitRate",     "FrameRate",  "Resolution",      "Still",         "Encoded",
 };
 
 std::string valueOf(const std::vector<std::pair<std::string, std::string>>& pairs, std::string_view key) {

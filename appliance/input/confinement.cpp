@@ -18,13 +18,12 @@ namespace input {
 namespace {
 
 // Those of Landlock's first version; refers and truncations came later.
-constexpr std::uint64_t allAccess = LANDLOCK_ACCESS_FS_EXECUTE | LANDLOCK_ACCESS_FS_WRITE_FILE |
-                                    LANDLOCK_ACCESS_FS_READ_FILE | LANDLOCK_ACCESS_FS_READ_DIR |
-                                    LANDLOCK_ACCESS_FS_REMOVE_DIR | LANDLOCK_ACCESS_FS_REMOVE_FILE |
-                                    LANDLOCK_ACCESS_FS_MAKE_CHAR | LANDLOCK_ACCESS_FS_MAKE_DIR |
-                                    LANDLOCK_ACCESS_FS_MAKE_REG | LANDLOCK_ACCESS_FS_MAKE_SOCK |
-                                    LANDLOCK_ACCESS_FS_MAKE_FIFO | LANDLOCK_ACCESS_FS_MAKE_BLOCK |
-                                    LANDLOCK_ACCESS_FS_MAKE_SYM;
+constexpr std::uint64_t allAccess =
+    LANDLOCK_ACCESS_FS_EXECUTE | LANDLOCK_ACCESS_FS_WRITE_FILE | LANDLOCK_ACCESS_FS_READ_FILE |
+    LANDLOCK_ACCESS_FS_READ_DIR | LANDLOCK_ACCESS_FS_REMOVE_DIR | LANDLOCK_ACCESS_FS_REMOVE_FILE |
+    LANDLOCK_ACCESS_FS_MAKE_CHAR | LANDLOCK_ACCESS_FS_MAKE_DIR | LANDLOCK_ACCESS_FS_MAKE_REG |
+    LANDLOCK_ACCESS_FS_MAKE_SOCK | LANDLOCK_ACCESS_FS_MAKE_FIFO | LANDLOCK_ACCESS_FS_MAKE_BLOCK |
+    LANDLOCK_ACCESS_FS_MAKE_SYM;
 
 void allow(int rules, const std::string& path, std::uint64_t access) {
     const int fd = open(path.c_str(), O_PATH | O_CLOEXEC);
@@ -45,8 +44,8 @@ void allow(int rules, const std::string& path, std::uint64_t access) {
 void confineFiles(const NeededRights& rights) {
     landlock_ruleset_attr attributes{};
     attributes.handled_access_fs = allAccess;
-    const int rules = static_cast<int>(
-        syscall(SYS_landlock_create_ruleset, &attributes, offsetof(landlock_ruleset_attr, handled_access_fs) + 8, 0));
+    const int rules = static_cast<int>(syscall(SYS_landlock_create_ruleset, &attributes,
+                                               offsetof(landlock_ruleset_attr, handled_access_fs) + 8, 0));
     if (rules < 0)
         return;
     for (const std::string& path : rights.readable)
@@ -76,9 +75,10 @@ sock_filter result(std::uint32_t value) {
 
 // Calls that a decoder never makes fail as if it had no right to them.
 void confineCalls(bool network) {
-    std::vector<std::uint32_t> refused{SYS_execve,           SYS_execveat, SYS_ptrace, SYS_process_vm_readv,
-                                       SYS_process_vm_writev, SYS_mount,    SYS_setuid, SYS_setgid,
-                                       SYS_unshare,           SYS_setns,    SYS_bpf,    SYS_keyctl};
+    std::vector<std::uint32_t> refused{
+        SYS_execve, SYS_execveat, SYS_ptrace, SYS_process_vm_readv, SYS_process_vm_writev,
+        SYS_mount,  SYS_setuid,   SYS_setgid, SYS_unshare,          SYS_setns,
+        SYS_bpf,    SYS_keyctl};
     if (!network)
         refused.insert(refused.end(), {SYS_socket, SYS_connect, SYS_bind, SYS_listen});
     std::vector<sock_filter> program{load(offsetof(seccomp_data, arch)),

@@ -16,7 +16,10 @@ namespace {
 using Clock = std::chrono::steady_clock;
 
 constexpr std::size_t mostLookedAt = 2000; // packets, until the first one of the video
-constexpr std::int64_t longestHole = 3'000'000; // microseconds; a longer pause in a file's times is left out
+// Microseconds. A longer pause in a file's times is left out.
+constexpr std::int64_t longestHole = 4'000'000;
+// Microseconds. What is later than this is not caught up with: players would see a burst.
+constexpr std::int64_t latest = 100'000;
 
 std::int64_t microsecondsOf(std::int64_t time, AVRational unit) {
     return time == AV_NOPTS_VALUE ? AV_NOPTS_VALUE : av_rescale_q(time, unit, microseconds);
@@ -44,9 +47,7 @@ public:
         return avformat_find_stream_info(context_.get(), nullptr);
     }
 
-    int best(AVMediaType type) const {
-        return av_find_best_stream(context_.get(), type, -1, -1, nullptr, 0);
-    }
+    int best(AVMediaType type) const { return av_find_best_stream(context_.get(), type, -1, -1, nullptr, 0); }
     const AVStream& stream(int index) const { return *context_->streams[index]; }
 
     // False at the end, or after an error of the stream.
@@ -154,7 +155,8 @@ private:
             zero_ = Clock::now() - std::chrono::microseconds(packet.dts);
         begun_ = true;
         const auto due = zero_ + std::chrono::microseconds(packet.dts);
-        if (std::chrono::abs(due - Clock::now()) > std::chrono::microseconds(longestHole))
+        const auto left = due - Clock::now();
+        if (left > std::chrono::microseconds(longestHole) || left < -std::chrono::microseconds(latest))
             zero_ = Clock::now() - std::chrono::microseconds(packet.dts);
         else
             socket_.waitUntil(due);
@@ -168,7 +170,7 @@ private:
     const int soundIndex_;
     std::unique_ptr<Track> video_;
     std::unique_ptr<Track> sound_;
-    std::deque<Av<AVPacket>> ahead_; // read before the playback
+    std::deque<Av<AVPacket>> ahead_;      // read before the playback
     std::int64_t first_ = AV_NOPTS_VALUE; // what is taken off the container's times
     std::int64_t shift_ = 0;              // the time at which this round began
     std::int64_t end_ = 0;                // the time behind everything so far
@@ -194,7 +196,8 @@ void playFile(const GatewaySocket& socket, const Request& request) {
     if (const int error = container.open(); error == AVERROR(EACCES))
         throw InputFailure{"the file " + request.place + " can't be read by the decoder's user"};
     else if (error < 0)
-        throw InputFailure{"the file " + request.place + " is not a video that can be read: " + avError(error)};
+        throw InputFailure{"the file " + request.place +
+                           " is not a video that can be read: " + avError(error)};
     Playback playback(socket, container, true);
     if (!playback.hasVideo())
         throw InputFailure{"the file " + request.place + " has no video"};

@@ -115,9 +115,9 @@ public:
     explicit Av1(Take take) : Depacketizer(std::move(take)) {}
 
 private:
-    static constexpr unsigned continues = 0x80;    // the first part goes on with an OBU
-    static constexpr unsigned continued = 0x40;    // the last part's OBU goes on in the next packet
-    static constexpr unsigned delimiter = 2 << 3;  // OBU types in a header
+    static constexpr unsigned continues = 0x80;   // the first part goes on with an OBU
+    static constexpr unsigned continued = 0x40;   // the last part's OBU goes on in the next packet
+    static constexpr unsigned delimiter = 2 << 3; // OBU types in a header
     static constexpr unsigned tileList = 8 << 3;
     static constexpr unsigned typeBits = 0x78;
     static constexpr unsigned hasExtension = 0x04;

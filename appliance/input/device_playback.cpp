@@ -95,8 +95,7 @@ void playDevice(const GatewaySocket& socket, VideoDevice& device) {
             if (form.stride > 0 && frame->linesize[1] == 0)
                 frame->linesize[0] = form.stride;
             std::uint8_t* bytes = reinterpret_cast<std::uint8_t*>(const_cast<char*>(picture.data()));
-            const int size =
-                av_image_fill_pointers(frame->data, format, form.height, bytes, frame->linesize);
+            const int size = av_image_fill_pointers(frame->data, format, form.height, bytes, frame->linesize);
             if (size > 0 && static_cast<std::size_t>(size) <= picture.size())
                 encoder.encode(*frame, time);
         });

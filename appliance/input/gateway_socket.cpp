@@ -53,8 +53,8 @@ void GatewaySocket::read(char* bytes, std::size_t count) {
 std::pair<ToInput, std::string> GatewaySocket::receive() {
     std::array<char, header> head{};
     read(head.data(), head.size());
-    std::string bytes(std::size_t{static_cast<std::uint8_t>(head[2])} << 8 | static_cast<std::uint8_t>(head[3]),
-                      '\0');
+    std::string bytes(
+        std::size_t{static_cast<std::uint8_t>(head[2])} << 8 | static_cast<std::uint8_t>(head[3]), '\0');
     read(bytes.data(), bytes.size());
     return {static_cast<ToInput>(head[1]), std::move(bytes)};
 }

@@ -20,12 +20,12 @@ extern "C" {
 
 namespace {
 
-constexpr const char* help =
-    "Usage: camera-input\n\n"
-    "Reads files, cameras at this machine and SRT streams for camera-gateway, and encodes what players can't decode.\n"
-    "camera-gateway starts it; its standard input is a socket to the gateway.\n\n"
-    "  --help      print this and exit\n"
-    "  --version   print the version and exit\n";
+constexpr const char* help = "Usage: camera-input\n\n"
+                             "Reads files, cameras at this machine and SRT streams for camera-gateway, and "
+                             "encodes what players can't decode.\n"
+                             "camera-gateway starts it; its standard input is a socket to the gateway.\n\n"
+                             "  --help      print this and exit\n"
+                             "  --version   print the version and exit\n";
 
 input::NeededRights rightsFor(const input::Request& request) {
     switch (request.kind) {
@@ -91,8 +91,9 @@ int main(int argc, char** argv) {
     }
     struct stat in {};
     if (argc != 1 || fstat(STDIN_FILENO, &in) != 0 || !S_ISSOCK(in.st_mode)) {
-        std::fputs(argc == 1 ? "camera-input: standard input is not a socket: camera-gateway starts this program\n"
-                             : "camera-input: there are no other options than --help and --version\n",
+        std::fputs(argc == 1
+                       ? "camera-input: standard input is not a socket: camera-gateway starts this program\n"
+                       : "camera-input: there are no other options than --help and --version\n",
                    stderr);
         return 2;
     }

@@ -22,14 +22,15 @@ void encodePackets(GatewaySocket& socket, const Request& request) {
     const std::unique_ptr<Track> track = videoTrack(output, *parameters, nullptr);
     const AVRational unit{1, request.clockRate};
     const Av<AVPacket> packet(av_packet_alloc());
-    const auto depacketizer = Depacketizer::make(request.codec, [&](std::string_view picture, std::int64_t time) {
-        if (av_new_packet(packet.get(), static_cast<int>(picture.size())) < 0)
-            return;
-        std::memcpy(packet->data, picture.data(), picture.size());
-        packet->pts = packet->dts = time;
-        track->take(*packet, unit);
-        av_packet_unref(packet.get());
-    });
+    const auto depacketizer =
+        Depacketizer::make(request.codec, [&](std::string_view picture, std::int64_t time) {
+            if (av_new_packet(packet.get(), static_cast<int>(picture.size())) < 0)
+                return;
+            std::memcpy(packet->data, picture.data(), picture.size());
+            packet->pts = packet->dts = time;
+            track->take(*packet, unit);
+            av_packet_unref(packet.get());
+        });
     if (depacketizer == nullptr)
         throw InputFailure{"codec " + request.codec + " can't be decoded"};
     for (;;) {

@@ -80,13 +80,12 @@ void PictureEncoder::open(const AVFrame& picture) {
 
 // The picture in the encoder's size and colours.
 const AVFrame& PictureEncoder::prepared(const AVFrame& picture) {
-    if (isPassedOn(picture.format) && picture.width == encoder_->width && picture.height == encoder_->height &&
-        encoder_->pix_fmt == picture.format)
+    if (isPassedOn(picture.format) && picture.width == encoder_->width &&
+        picture.height == encoder_->height && encoder_->pix_fmt == picture.format)
         return picture;
-    scaler_.reset(sws_getCachedContext(scaler_.release(), picture.width, picture.height,
-                                       static_cast<AVPixelFormat>(picture.format), encoder_->width,
-                                       encoder_->height, encoder_->pix_fmt, SWS_BILINEAR, nullptr, nullptr,
-                                       nullptr));
+    scaler_.reset(sws_getCachedContext(
+        scaler_.release(), picture.width, picture.height, static_cast<AVPixelFormat>(picture.format),
+        encoder_->width, encoder_->height, encoder_->pix_fmt, SWS_BILINEAR, nullptr, nullptr, nullptr));
     av_frame_unref(converted_.get());
     converted_->width = encoder_->width;
     converted_->height = encoder_->height;

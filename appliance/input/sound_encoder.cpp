@@ -13,7 +13,8 @@ namespace input {
 namespace {
 
 constexpr std::int64_t bitRate = 96'000;
-constexpr int largestDrift = 5; // a fifth of a second between the clock of the container and the count of samples
+constexpr int largestDrift =
+    5; // a fifth of a second between the clock of the container and the count of samples
 
 } // namespace
 
@@ -48,8 +49,9 @@ void SoundEncoder::encode(const AVFrame& sound) {
     else
         av_channel_layout_copy(&from, &sound.ch_layout);
     if (converter_ == nullptr &&
-        (swr_alloc_set_opts2(&converter_, &encoder_->ch_layout, encoder_->sample_fmt, encoder_->sample_rate, &from,
-                             static_cast<AVSampleFormat>(sound.format), sound.sample_rate, 0, nullptr) < 0 ||
+        (swr_alloc_set_opts2(&converter_, &encoder_->ch_layout, encoder_->sample_fmt, encoder_->sample_rate,
+                             &from, static_cast<AVSampleFormat>(sound.format), sound.sample_rate, 0,
+                             nullptr) < 0 ||
          swr_init(converter_) < 0)) {
         swr_free(&converter_);
         return;

@@ -42,7 +42,7 @@ private:
     Av<AVFrame> block_{av_frame_alloc()};
     Av<AVPacket> packet_{av_packet_alloc()};
     std::array<std::vector<float>, channels> waiting_; // samples of each channel that are no whole block yet
-    std::int64_t next_ = AV_NOPTS_VALUE; // the time of the next block, in samples
+    std::int64_t next_ = AV_NOPTS_VALUE;               // the time of the next block, in samples
 };
 
 } // namespace input

@@ -12,8 +12,9 @@ namespace {
 
 std::string nameOf(AVCodecID codec) {
     std::string name = avcodec_get_name(codec);
-    std::ranges::transform(name, name.begin(),
-                           [](char c) { return static_cast<char>(std::toupper(static_cast<unsigned char>(c))); });
+    std::ranges::transform(name, name.begin(), [](char c) {
+        return static_cast<char>(std::toupper(static_cast<unsigned char>(c)));
+    });
     return name;
 }
 
@@ -111,9 +112,8 @@ private:
     void takeFrames() {
         while (avcodec_receive_frame(decoder_.get(), frame_.get()) == 0) {
             shown_ = true;
-            encoder_.encode(*frame_, frame_->best_effort_timestamp == AV_NOPTS_VALUE
-                                         ? 0
-                                         : frame_->best_effort_timestamp);
+            encoder_.encode(
+                *frame_, frame_->best_effort_timestamp == AV_NOPTS_VALUE ? 0 : frame_->best_effort_timestamp);
             av_frame_unref(frame_.get());
         }
     }
@@ -132,9 +132,8 @@ private:
 class EncodedSound : public Track {
 public:
     EncodedSound(Output& output, Av<AVCodecContext> decoder)
-        : decoder_(std::move(decoder)), encoder_([&output](AVPacket& packet, AVRational unit) {
-              output.writeSound(packet, unit);
-          }) {}
+        : decoder_(std::move(decoder)),
+          encoder_([&output](AVPacket& packet, AVRational unit) { output.writeSound(packet, unit); }) {}
 
     bool open(Output& output) {
         return encoder_.open(decoder_->sample_rate) && output.addSound(encoder_.parameters());
@@ -183,7 +182,8 @@ bool isHandedOn(const AVCodecParameters& parameters, const AVPacket* first) {
 
 // The description has AAC's rate and channels in the form of its configuration, which a stream with ADTS headers lacks.
 void completeAac(AVCodecParameters& parameters) {
-    constexpr int rates[] = {96000, 88200, 64000, 48000, 44100, 32000, 24000, 22050, 16000, 12000, 11025, 8000, 7350};
+    constexpr int rates[] = {96000, 88200, 64000, 48000, 44100, 32000, 24000,
+                             22050, 16000, 12000, 11025, 8000,  7350};
     if (parameters.codec_id != AV_CODEC_ID_AAC || parameters.extradata_size > 0)
         return;
     const auto* const rate = std::ranges::find(rates, parameters.sample_rate);
@@ -191,8 +191,8 @@ void completeAac(AVCodecParameters& parameters) {
     if (rate == std::end(rates) || channels < 1 || channels > 7)
         return;
     constexpr unsigned lowComplexity = 2;
-    const unsigned bits = lowComplexity << 11 | static_cast<unsigned>(rate - rates) << 7 |
-                          static_cast<unsigned>(channels) << 3;
+    const unsigned bits =
+        lowComplexity << 11 | static_cast<unsigned>(rate - rates) << 7 | static_cast<unsigned>(channels) << 3;
     parameters.extradata = static_cast<std::uint8_t*>(av_mallocz(2 + AV_INPUT_BUFFER_PADDING_SIZE));
     parameters.extradata_size = 2;
     parameters.extradata[0] = static_cast<std::uint8_t>(bits >> 8);
@@ -215,7 +215,8 @@ bool isHandedOn(const AVCodecParameters& sound) {
 
 } // namespace
 
-std::unique_ptr<Track> videoTrack(Output& output, const AVCodecParameters& parameters, const AVPacket* first) {
+std::unique_ptr<Track> videoTrack(Output& output, const AVCodecParameters& parameters,
+                                  const AVPacket* first) {
     if (!isHandedOn(parameters, first))
         return std::make_unique<EncodedVideo>(output, parameters);
     output.addVideo(parameters);

@@ -51,8 +51,8 @@ DeviceCalls DeviceCalls::ofSystem() {
             .control = [](int fd, unsigned long call, void* argument) { return ioctl(fd, call, argument); },
             .map =
                 [](int fd, std::size_t size, std::int64_t offset) {
-                    void* memory =
-                        mmap(nullptr, size, PROT_READ | PROT_WRITE, MAP_SHARED, fd, static_cast<off_t>(offset));
+                    void* memory = mmap(nullptr, size, PROT_READ | PROT_WRITE, MAP_SHARED, fd,
+                                        static_cast<off_t>(offset));
                     return memory == MAP_FAILED ? nullptr : memory;
                 },
             .unmap = [](void* memory, std::size_t size) { munmap(memory, size); },
@@ -108,7 +108,7 @@ void VideoDevice::checkKind() const {
     if (!control(VIDIOC_QUERYCAP, &capability))
         throw InputFailure{path_ + " is not a camera"};
     const std::uint32_t can = (capability.capabilities & V4L2_CAP_DEVICE_CAPS) != 0 ? capability.device_caps
-                                                                                   : capability.capabilities;
+                                                                                    : capability.capabilities;
     if ((can & V4L2_CAP_VIDEO_CAPTURE) == 0 || (can & V4L2_CAP_STREAMING) == 0)
         throw InputFailure{path_ + " is not a camera that sends pictures"};
 }
@@ -177,7 +177,8 @@ void VideoDevice::begin() {
         buffer.index = i;
         buffer.type = V4L2_BUF_TYPE_VIDEO_CAPTURE;
         buffer.memory = V4L2_MEMORY_MMAP;
-        void* memory = control(VIDIOC_QUERYBUF, &buffer) ? calls_.map(fd_, buffer.length, buffer.m.offset) : nullptr;
+        void* memory =
+            control(VIDIOC_QUERYBUF, &buffer) ? calls_.map(fd_, buffer.length, buffer.m.offset) : nullptr;
         if (memory == nullptr)
             fail("can't be read");
         buffers_.push_back({memory, buffer.length});
@@ -211,8 +212,9 @@ void VideoDevice::next(const std::function<void(std::string_view picture, std::i
                 throw InputFailure{"the camera " + path_ + " was unplugged"};
             fail("can't be read");
         }
-        const std::size_t used =
-            buffer.index < buffers_.size() ? std::min<std::size_t>(buffer.bytesused, buffers_[buffer.index].size) : 0;
+        const std::size_t used = buffer.index < buffers_.size()
+                                     ? std::min<std::size_t>(buffer.bytesused, buffers_[buffer.index].size)
+                                     : 0;
         const bool good = used > 0 && (buffer.flags & V4L2_BUF_FLAG_ERROR) == 0;
         if (good)
             take({static_cast<const char*>(buffers_[buffer.index].memory), used},

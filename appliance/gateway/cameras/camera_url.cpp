@@ -180,7 +180,8 @@ std::string readCameraUrl(std::string_view text, CameraUrl& url) {
     if (row != nullptr && row->scheme == Scheme::file)
         return readPath(text.substr(colon + 1), true, url);
     if (row == nullptr || !text.substr(colon).starts_with("://"))
-        return "the URL begins with none of rtsp://, rtsps://, http://, https://, srt:// and file://, and is not a path";
+        return "the URL begins with none of rtsp://, rtsps://, http://, https://, srt:// and file://, and is "
+               "not a path";
     CameraUrl read{
         .scheme = row->scheme, .host = {}, .port = row->port, .target = "/", .user = {}, .password = {}};
     text.remove_prefix(colon + 3);

@@ -13,8 +13,8 @@ struct CameraUrl {
     Scheme scheme = Scheme::rtsp;
     std::string host; // name or numeric address, IPv6 without brackets; "" for file and device
     std::uint16_t port = 0;
-    std::string target; // path and query, begins with "/"; of a file or device its path, percent-decoded
-    std::string user;   // percent-decoded; "": none in the URL
+    std::string target;   // path and query, begins with "/"; of a file or device its path, percent-decoded
+    std::string user;     // percent-decoded; "": none in the URL
     std::string password; // of SRT: its passphrase
 
     bool isRtsp() const { return scheme == Scheme::rtsp || scheme == Scheme::rtsps; }

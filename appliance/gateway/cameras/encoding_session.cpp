@@ -48,7 +48,8 @@ void EncodingSession::onOpened(const StreamInfo& info) {
                                              .password = {},
                                              .codec = info.video->encodingName,
                                              .clockRate = info.video->clockRate});
-    const Failure late{Fault::noPackets, "no picture of its " + info.video->encodingName + " could be decoded"};
+    const Failure late{Fault::noPackets,
+                       "no picture of its " + info.video->encodingName + " could be decoded"};
     timer_ = loop_.after(failure.none() ? firstPicture : std::chrono::milliseconds(0),
                          [this, reason = failure.none() ? late : failure] { end(reason); });
 }

@@ -100,9 +100,9 @@ Failure InputProcess::start(const input::Request& request) {
     if (error != 0) {
         pid_ = -1;
         stop();
-        return {Fault::unsupported, error == ENOENT ? "camera-input is not installed (" + program + ")"
-                                                    : std::string("camera-input can't be started: ") +
-                                                          std::strerror(error)};
+        return {Fault::unsupported,
+                error == ENOENT ? "camera-input is not installed (" + program + ")"
+                                : std::string("camera-input can't be started: ") + std::strerror(error)};
     }
     loop_.watch(fd_, EPOLLIN, [this](std::uint32_t events) { onReady(events); });
     waiting_ = input::framed(static_cast<int>(input::ToInput::request), input::textOf(request));

@@ -23,7 +23,7 @@ public:
     struct Events {
         std::function<void(const StreamInfo& info)> described; // before the first packet
         std::function<void(Track track, std::string_view packet)> packet;
-        std::function<void()> pause;                        // all that has arrived is handed over
+        std::function<void()> pause;                       // all that has arrived is handed over
         std::function<void(const Failure& failure)> ended; // once; nothing more comes
     };
 

@@ -24,7 +24,8 @@ struct StreamInfo {
     std::optional<TrackInfo> video; // nothing: whole JPEG pictures over HTTP
     std::optional<TrackInfo> sound;
     std::string transport; // "UDP", "TCP", "HTTP", for people; "" at this machine
-    std::string encoded{}; // the camera's codec, when the video is decoded and encoded anew; "": it is handed on
+    std::string
+        encoded{}; // the camera's codec, when the video is decoded and encoded anew; "": it is handed on
 
     bool isPictures() const { return !video; }
     // " over TCP", "; its VP8 is encoded anew as H264", for people.

@@ -45,6 +45,8 @@ public:
             if (!failure.none())
                 return finish(failure);
             info_ = info;
+            if (info.video)
+                size_ = sizeInFormat(encodingOf(info.video->encodingName), info.video->fmtp);
             join();
         });
         if (!over_)
@@ -63,7 +65,7 @@ public:
             text += ", " + oneDigit(static_cast<double>(report.bytes) * 8 / seconds / 1e6) + " Mbit/s";
         }
         text += info_.sound ? ", sound " + info_.sound->encodingName : ", no sound";
-        if (report.keyInterval > 0)
+        if (report.keyInterval > 0 && encodingOf(report.info.video->encodingName) != Encoding::jpeg)
             text += ", a key picture every " + oneDigit(static_cast<double>(report.keyInterval) / 1e6) + " s";
         return text + (report.info.transport.empty() ? "" : ",") + report.info.way();
     }

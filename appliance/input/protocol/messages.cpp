@@ -30,7 +30,8 @@ std::string framed(int channel, std::string_view bytes) {
 }
 
 std::string textOf(const Request& request) {
-    const auto* const kind = std::ranges::find(kinds, request.kind, &std::pair<Kind, std::string_view>::first);
+    const auto* const kind =
+        std::ranges::find(kinds, request.kind, &std::pair<Kind, std::string_view>::first);
     return std::string(kind->second) + '\n' + request.place + '\n' + request.password + '\n' + request.codec +
            '\n' + std::to_string(request.clockRate) + '\n';
 }
@@ -38,7 +39,8 @@ std::string textOf(const Request& request) {
 std::optional<Request> readRequest(std::string_view text) {
     if (std::ranges::count(text, '\n') != lines)
         return std::nullopt;
-    const auto* const kind = std::ranges::find(kinds, takeLine(text), &std::pair<Kind, std::string_view>::second);
+    const auto* const kind =
+        std::ranges::find(kinds, takeLine(text), &std::pair<Kind, std::string_view>::second);
     if (kind == kinds.end())
         return std::nullopt;
     Request request{.kind = kind->first, .place = {}, .password = {}, .codec = {}, .clockRate = 0};
