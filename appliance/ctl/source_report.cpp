@@ -18,7 +18,7 @@ constexpr std::array statusKeys{
     "ErrorCode",   "Reason",     "VideoSourceType", "ConnectMode",   "Audio",
     "AudioFormat", "APIVersion", "Model",           "ImageRotation", "NumberOfVideoSources",
     "BitRate",     "FrameRate",  "Resolution",      "Codec",         "KeyInterval",
-    "Transport",   "Still",
+    "Transport",   "Encoded",    "Still",
 };
 
 std::string valueOf(const std::vector<std::pair<std::string, std::string>>& pairs, std::string_view key) {

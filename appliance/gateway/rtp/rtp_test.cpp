@@ -120,6 +120,21 @@ TEST(PayloadKind, DamagedPayloadsAreHarmless) {
 
 // ---- Sizes: the sets are from a software encoder.
 
+TEST(PictureSize, OfMpeg4AndMpeg2) {
+    EXPECT_EQ(
+        sizeInFormat(
+            Encoding::mpeg4,
+            "96 profile-level-id=1; config=000001B0F1000001B5A913000001000000012008D48D0800CD0B042414103F"
+            "000001B24C61766335392E33372E313030"),
+        (PictureSize{352, 288}));
+    EXPECT_EQ(sizeInFormat(Encoding::mpeg4, "96 config=000001"), std::nullopt);
+    EXPECT_EQ(sizeInFormat(Encoding::mpeg4, "96 config=xyz"), std::nullopt);
+    EXPECT_EQ(sizeInFormat(Encoding::h264, "96 packetization-mode=1"), std::nullopt);
+    const std::string header("\0\0\1\xb3\x2d\x02\x40\x33", 8);
+    EXPECT_EQ(sizeInPayload(Encoding::mpeg2, std::string(4, '\0') + header), (PictureSize{720, 576}));
+    EXPECT_EQ(sizeInPayload(Encoding::mpeg2, header.substr(0, 5)), std::nullopt);
+}
+
 TEST(PictureSize, OfSequenceSets) {
     const auto size = [](Encoding encoding, const char* set) { return sizeOfSet(encoding, fromBase64(set)); };
     EXPECT_EQ(size(Encoding::h264, "Z2QADayyAsEtgIgAAAMACAAAAwGQeKFSQA=="), (PictureSize{352, 288}));
