@@ -3,11 +3,11 @@ import subprocess
 
 from decoder import MARK
 
-SIZE, RATE, SECONDS = (640, 480), 25, 60
+SIZE, RATE, SECONDS = (640, 480), 25, 40
 SOUND = ["-f", "lavfi", "-i", f"sine=frequency=440:duration={SECONDS}"]
 ENCODERS = {
-    "H.264": "-c:v libx264 -preset ultrafast -crf 20 -g 50 -bf 0 -pix_fmt yuv420p",
-    "H.265": "-c:v libx265 -preset ultrafast -crf 20 -x265-params keyint=50:bframes=0:log-level=error -pix_fmt yuv420p",
+    "H.264": "-c:v libx264 -preset ultrafast -crf 25 -g 50 -bf 0 -pix_fmt yuv420p",
+    "H.265": "-c:v libx265 -preset ultrafast -crf 25 -x265-params keyint=50:bframes=0:log-level=error -pix_fmt yuv420p",
     "MPEG-4": "-c:v mpeg4 -q:v 3 -g 50",
     "MPEG-2": "-c:v mpeg2video -q:v 3 -g 25",
     "MJPEG": "-c:v mjpeg -q:v 4 -pix_fmt yuvj420p",
@@ -20,7 +20,7 @@ class Clips:
         self.folder, self.painter, self.made = folder, painter, {}
 
     def file(self, kind, container="mkv", sound=False):
-        """The path of a file with a minute of test pictures."""
+        """The path of a file with some test pictures."""
         key = (kind, container, sound)
         if key not in self.made:
             path = self.folder / f"{kind.replace('.', '').lower()}{'-sound' if sound else ''}.{container}"

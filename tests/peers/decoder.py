@@ -84,11 +84,11 @@ class Decoder:
 
     def bring_into_force(self, said):
         """What a user types next where decoderctl says that the source is not in force yet."""
-        command = "apply" if "decoderctl apply" in said else "connect" if "when the decoder connects" in said else ""
-        if command:
+        if "decoderctl apply" in said or "when the decoder connects" in said:
             self.wait_for(lambda: all(self.ctl("get", f"Encoder.Camera.{key}")[1] for key in ("Address", "Compression")),
                           "camera-gateway does not complete the source")
-            self.ctl(command)
+            self.ctl("apply")
+            self.ctl("connect")
 
     def watch(self, limit, seconds):
         """A process that prints "first" when the camera's pictures move, and then counts them."""

@@ -8,6 +8,7 @@ from dataclasses import dataclass
 from pathlib import Path
 from typing import Callable
 
+from clips import SECONDS
 from decoder import ROOT
 
 USER, PASSWORD = "viewer", "s3cret"
@@ -137,13 +138,13 @@ def gst(kind, options=(), path="/cam/stream1?profile=2", sound=False):
 def gst_rows():
     peer, url = "GStreamer's RTSP server", "rtsp://127.0.0.1:8554/cam/stream1?profile=2"
     for kind in ("H.264", "H.265", "MPEG-4", "MPEG-2", "MJPEG"):
-        yield Row(peer, kind, "udp", url, gst(kind))
-        yield Row(peer, kind, "tcp", url, gst(kind, ["--tcp"]), note="the server refuses UDP")
+        yield Row(peer, kind, "udp", url, gst(kind), short=kind == "MPEG-4")
+        yield Row(peer, kind, "tcp", url, gst(kind, ["--tcp"]), note="the server refuses UDP", short=kind == "H.265")
     yield Row(peer, "H.264", "udp", url, gst("H.264", ["--basic"]), "Basic")
-    yield Row(peer, "H.264", "udp", url, gst("H.264", ["--digest"]), "Digest")
+    yield Row(peer, "H.264", "udp", url, gst("H.264", ["--digest"]), "Digest", short=True)
     yield Row(peer, "MJPEG", "tcp", url, gst("MJPEG", ["--digest", "--tcp"]), "Digest")
     yield Row(peer, "H.264, AAC", "udp", url, gst("H.264", sound=True), note="a Matroska file with sound")
-    yield Row(peer, "VP8", "udp", url, gst("VP8"))
+    yield Row(peer, "VP8", "udp", url, gst("VP8"), refused="VP8 can't be shown")
 
 
 # ---- VLC ---------------------------------------------------------------------------------------------------------
@@ -164,8 +165,8 @@ def vlc_rows():
     url = "rtsp://127.0.0.1:8554/live"
     rtsp = ["--sout", "#rtp{sdp=rtsp://127.0.0.1:8554/live}"]
     for kind in ("H.264", "H.265", "MPEG-4", "MJPEG"):
-        for transport in ("udp", "tcp"):
-            yield Row("VLC", kind, transport, url, vlc(kind, rtsp, 8554), fixed="tcp" if transport == "tcp" else "")
+        yield Row("VLC", kind, "udp", url, vlc(kind, rtsp, 8554))
+    yield Row("VLC", "H.264", "tcp", url, vlc("H.264", rtsp, 8554), fixed="tcp", refused="461")
     yield Row("VLC", "H.264", "udp", url, vlc("H.264", [*rtsp, "--sout-rtsp-user", USER, "--sout-rtsp-pwd", PASSWORD], 8554),
               "Basic")
     for password in ("", "Basic"):
@@ -196,9 +197,9 @@ def ffmpeg_multicast(stage):
 
 
 def ffmpeg_rows():
-    yield Row("ffmpeg", "MJPEG", "http", "http://127.0.0.1:8090/video.mjpg", ffmpeg_http)
+    yield Row("ffmpeg", "MJPEG", "http", "http://127.0.0.1:8090/video.mjpg", ffmpeg_http, short=True)
     yield Row("ffmpeg", "H.264", "udp", "http://127.0.0.1:8088/camera.sdp", ffmpeg_multicast,
-              note="RTP multicast; its SDP file comes from nginx")
+              note="RTP multicast; its SDP file comes from nginx", refused="Motion JPEG")
 
 
 # ---- motion and ustreamer ------------------------------------------------------------------------------------------
@@ -270,7 +271,7 @@ http {{
 def nginx_file(kind, container, mime, password):
     def start(stage):
         file = stage.clips.file(kind, container)
-        rate = file.stat().st_size // 60 if container == "mpjpeg" else 0  # a recording is sent as fast as it was made
+        rate = file.stat().st_size // SECONDS if container == "mpjpeg" else 0  # a recording is sent as fast as it was made
         user = f'auth_basic "camera"; auth_basic_user_file {stage.folder}/users;' if password else ""
         nginx_start(stage, f"location / {{ root {file.parent}; types {{}} default_type '{mime}'; limit_rate {rate}; {user} }}")
     return start
@@ -283,7 +284,8 @@ def nginx_rows():
             name = f"{kind.replace('.', '').lower()}.{container}"
             note = {"mpjpeg": "a recorded multipart file", "mp4": "an MP4 file", "m3u8": "HLS"}[container]
             yield Row("nginx", kind, "http", f"http://127.0.0.1:8088/{name}", nginx_file(kind, container, mime, password),
-                      password, note)
+                      password, note, short=container == "mpjpeg" and password == "Basic",
+                      refused="" if container == "mpjpeg" else "Motion JPEG")
 
 
 # ---- Servers that ffmpeg publishes to ------------------------------------------------------------------------------

@@ -114,11 +114,15 @@ PayloadKind kindOfJpeg(std::string_view payload) {
     return {.keyPicture = begins, .parameterSet = false, .picture = true};
 }
 
-// RFC 2250: the header in front has the picture type in its lowest three bits of byte 2, and in byte 2 also whether a
-// sequence header follows.
+// RFC 2250: the header in front says in byte 2 whether a sequence header follows. Some servers leave the header empty;
+// a sequence header is then found where it has to be, at the beginning of the payload.
 PayloadKind kindOfMpeg2(std::string_view payload) {
-    constexpr int sequenceHeader = 0x20;
-    const bool begins = payload.size() >= 4 && (byteAt(payload, 2) & sequenceHeader) != 0;
+    constexpr std::size_t headerSize = 4;
+    constexpr int sequenceFollows = 0x20;
+    constexpr std::string_view sequenceHeader("\0\0\1\xb3", 4);
+    const bool begins =
+        payload.size() >= headerSize && ((byteAt(payload, 2) & sequenceFollows) != 0 ||
+                                         payload.substr(headerSize).starts_with(sequenceHeader));
     return {.keyPicture = begins, .parameterSet = false, .picture = true};
 }
 
