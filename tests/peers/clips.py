@@ -10,7 +10,8 @@ ENCODERS = {
     "H.265": "-c:v libx265 -preset ultrafast -crf 25 -x265-params keyint=50:bframes=0:log-level=error -pix_fmt yuv420p",
     "MPEG-4": "-c:v mpeg4 -q:v 3 -g 50",
     "MPEG-2": "-c:v mpeg2video -q:v 3 -g 25",
-    "MJPEG": "-c:v mjpeg -q:v 4 -pix_fmt yuvj420p",
+    # RTP has no room for Huffman tables other than the standard ones.
+    "MJPEG": "-c:v mjpeg -huffman default -q:v 4 -pix_fmt yuvj420p",
     "VP8": "-c:v libvpx -deadline realtime -cpu-used 16 -b:v 4M -g 50",
 }
 
