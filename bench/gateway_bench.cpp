@@ -7,7 +7,6 @@
 // ratio, and the delay that the gateway adds: the time between a picture's last packet arriving directly and through it.
 #include "appliance/streams/http_stream.h"
 #include "appliance/streams/rtsp_stream.h"
-#include "appliance/streams/stream_description.h"
 #include "bench/looping_camera.h"
 #include "tests/appliance/appliance.h"
 #include "tests/appliance/camera_gateway.h"
@@ -240,8 +239,6 @@ int main(int argc, char** argv) {
     }
     Appliance decoder; // first: it isolates this process
     streams::startHttp();
-    if (!streams::startDescriptions())
-        return 1;
     const std::string stream = recorded(settings, decoder.root());
     if (stream.empty()) {
         std::puts("skipped: ffmpeg records no H.264 stream here");
