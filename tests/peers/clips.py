@@ -12,7 +12,7 @@ ENCODERS = {
     "MPEG-2": "-c:v mpeg2video -q:v 3 -g 25",
     # RTP has no room for Huffman tables other than the standard ones.
     "MJPEG": "-c:v mjpeg -huffman default -q:v 4 -pix_fmt yuvj420p",
-    "VP8": "-c:v libvpx -deadline realtime -cpu-used 16 -b:v 4M -g 50",
+    "VP8": "-c:v libvpx -deadline realtime -cpu-used 16 -b:v 2M -g 50 -t 15",
 }
 
 
@@ -25,7 +25,9 @@ class Clips:
         key = (kind, container, sound)
         if key not in self.made:
             path = self.folder / f"{kind.replace('.', '').lower()}{'-sound' if sound else ''}.{container}"
-            if container == "mkv" and not sound:
+            if path.exists():  # from an earlier run
+                pass
+            elif container == "mkv" and not sound:
                 self.encode(kind, path)
             else:
                 self.convert(self.file(kind), path, sound)

@@ -170,10 +170,18 @@ def vlc_rows():
     yield Row("VLC", "H.264", "udp", url, vlc("H.264", [*rtsp, "--sout-rtsp-user", USER, "--sout-rtsp-pwd", PASSWORD], 8554),
               "Basic")
     for password in ("", "Basic"):
-        access = f"http{{user={USER},pwd={PASSWORD}}}" if password else "http"
-        yield Row("VLC", "MJPEG", "http", "http://127.0.0.1:8080/video.mjpg",
-                  vlc("MJPEG", ["--sout", f"#standard{{access={access},mux=mpjpeg,dst=127.0.0.1:8080/video.mjpg}}"], 8080),
-                  password)
+        login = f",user={USER},pwd={PASSWORD}" if password else ""
+        yield Row("VLC", "MJPEG", "http", "http://127.0.0.1:8080/video.mjpg", vlc("MJPEG", vlc_http(f"mime={VLC_MULTIPART}{login}"),
+                                                                                 8080), password)
+    yield Row("VLC", "MJPEG", "http", "http://127.0.0.1:8080/video.mjpg", vlc("MJPEG", vlc_http(""), 8080),
+              note="without its option mime", refused="octet-stream")
+
+
+VLC_MULTIPART = "multipart/x-mixed-replace;boundary=7b3cc56e5f51db803f790dad720ed50a"
+
+
+def vlc_http(options):
+    return ["--sout", f"#standard{{access=http{{{options}}},mux=mpjpeg,dst=127.0.0.1:8080/video.mjpg}}"]
 
 
 # ---- ffmpeg ------------------------------------------------------------------------------------------------------

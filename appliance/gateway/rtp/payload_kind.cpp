@@ -114,16 +114,16 @@ PayloadKind kindOfJpeg(std::string_view payload) {
     return {.keyPicture = begins, .parameterSet = false, .picture = true};
 }
 
-// RFC 2250: the header in front says in byte 2 whether a sequence header follows. Some servers leave the header empty;
-// a sequence header is then found where it has to be, at the beginning of the payload.
+// RFC 2250: the header in front tells in byte 2 whether a sequence header follows. Some senders leave that out, so it is
+// looked for, too: it is at the beginning, after four bytes, or eight with the header's extension.
 PayloadKind kindOfMpeg2(std::string_view payload) {
-    constexpr std::size_t headerSize = 4;
     constexpr int sequenceFollows = 0x20;
     constexpr std::string_view sequenceHeader("\0\0\1\xb3", 4);
-    const bool begins =
-        payload.size() >= headerSize && ((byteAt(payload, 2) & sequenceFollows) != 0 ||
-                                         payload.substr(headerSize).starts_with(sequenceHeader));
-    return {.keyPicture = begins, .parameterSet = false, .picture = true};
+    const auto headerAt = [&](std::size_t at) {
+        return payload.size() > at && payload.substr(at).starts_with(sequenceHeader);
+    };
+    const bool told = payload.size() >= 4 && (byteAt(payload, 2) & sequenceFollows) != 0;
+    return {.keyPicture = told || headerAt(4) || headerAt(8), .parameterSet = false, .picture = true};
 }
 
 bool isParameterSet(Encoding encoding, std::string_view unit) {
