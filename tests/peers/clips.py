@@ -3,8 +3,7 @@ import subprocess
 
 from decoder import MARK
 
-SIZE, RATE, SECONDS = (640, 480), 25, 40
-SOUND = ["-f", "lavfi", "-i", f"sine=frequency=440:duration={SECONDS}"]
+SIZE, RATE = (640, 480), 25
 ENCODERS = {
     "H.264": "-c:v libx264 -preset ultrafast -crf 25 -g 50 -bf 0 -pix_fmt yuv420p",
     "H.265": "-c:v libx265 -preset ultrafast -crf 25 -x265-params keyint=50:bframes=0:log-level=error -pix_fmt yuv420p",
@@ -17,8 +16,8 @@ ENCODERS = {
 
 
 class Clips:
-    def __init__(self, folder, painter):
-        self.folder, self.painter, self.made = folder, painter, {}
+    def __init__(self, folder, painter, seconds):
+        self.folder, self.painter, self.seconds, self.made = folder, painter, seconds, {}
 
     def file(self, kind, container="mkv", sound=False):
         """The path of a file with some test pictures."""
@@ -36,15 +35,15 @@ class Clips:
 
     def encode(self, kind, path):
         width, height = SIZE
-        pictures = subprocess.Popen([self.painter, str(width), str(height), str(RATE * SECONDS), str(MARK)],
+        pictures = subprocess.Popen([self.painter, str(width), str(height), str(RATE * self.seconds), str(MARK)],
                                     stdout=subprocess.PIPE)
         subprocess.run(["ffmpeg", "-v", "error", "-nostdin", "-f", "rawvideo", "-pixel_format", "bgr0", "-video_size",
                         f"{width}x{height}", "-framerate", str(RATE), "-i", "-", *ENCODERS[kind].split(), "-y", path],
                        stdin=pictures.stdout, check=True)
         pictures.wait()
 
-    @staticmethod
-    def convert(source, path, sound):
+    def convert(self, source, path, sound):
+        tone = ["-f", "lavfi", "-i", f"sine=frequency=440:duration={self.seconds}"] if sound else []
         formats = {"mpjpeg": ["-f", "mpjpeg"], "m3u8": ["-f", "hls", "-hls_time", "2", "-hls_list_size", "0"]}
-        subprocess.run(["ffmpeg", "-v", "error", "-nostdin", "-i", source, *(SOUND if sound else []), "-c:v", "copy",
+        subprocess.run(["ffmpeg", "-v", "error", "-nostdin", "-i", source, *tone, "-c:v", "copy",
                         "-c:a", "aac", "-shortest", *formats.get(path.suffix[1:], []), "-y", path], check=True)
