@@ -81,6 +81,9 @@ TEST(PayloadKind, KeyPicturesOfEachEncoding) {
     EXPECT_FALSE(kindOf(Encoding::mpeg4, std::string("\0\0\1\xb6\x50", 5)).keyPicture);
     EXPECT_TRUE(kindOf(Encoding::jpeg, std::string("\0\0\0\0\1\x50\x10\x10", 8)).keyPicture);
     EXPECT_FALSE(kindOf(Encoding::jpeg, std::string("\0\0\1\0\1\x50\x10\x10", 8)).keyPicture);
+    EXPECT_TRUE(kindOf(Encoding::mpeg2, std::string("\0\0\x21\0\0\0\1\xb3", 8)).keyPicture);
+    EXPECT_TRUE(kindOf(Encoding::mpeg2, std::string("\0\0\0\0\0\0\1\xb3", 8)).keyPicture); // an empty header
+    EXPECT_FALSE(kindOf(Encoding::mpeg2, std::string("\0\0\2\0\0\0\1\0", 8)).keyPicture);
     EXPECT_FALSE(kindOf(Encoding::other, keyPicture).keyPicture);
 }
 
