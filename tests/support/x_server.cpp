@@ -62,7 +62,8 @@ std::string XServer::whyNot() {
     return "";
 }
 
-XServer::XServer(int width, int height) : width_(width), height_(height) {
+XServer::XServer(int width, int height, bool pixelFile)
+    : width_(width), height_(height), pixelFile_(pixelFile) {
     char folder[] = "/tmp/x-server-XXXXXX";
     folder_ = mkdtemp(folder);
     start();
@@ -84,10 +85,11 @@ bool XServer::startAs(const std::string& display) {
     const std::string output = folder_ + "/output";
     std::filesystem::remove(output);
     const std::string size = std::to_string(width_) + 'x' + std::to_string(height_) + "x24";
-    process_ = std::make_unique<appliance::Process>(
-        std::vector<std::string>{serverProgram, display, "-displayfd", "1", "-nolisten", "tcp", "-noreset",
-                                 "-screen", "0", size},
-        std::map<std::string, std::string>{}, output);
+    std::vector<std::string> command{serverProgram, display,    "-displayfd", "1", "-nolisten",
+                                     "tcp",         "-noreset", "-screen",    "0", size};
+    if (pixelFile_)
+        command.insert(command.end(), {"-fbdir", folder_});
+    process_ = std::make_unique<appliance::Process>(command, std::map<std::string, std::string>{}, output);
     // It prints its number when it is ready.
     const std::string ready = display.substr(1) + '\n';
     appliance::eventually(

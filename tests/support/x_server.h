@@ -24,8 +24,8 @@ struct Image {
 // Xvfb with one screen, without a window manager. The destructor ends it. One thread.
 class XServer {
 public:
-    // Throws std::runtime_error when it does not start.
-    XServer(int width, int height);
+    // Throws std::runtime_error when it does not start. With `pixelFile` its pixels are in a file, too.
+    XServer(int width, int height, bool pixelFile = false);
     ~XServer();
 
     // Why no X server can be started on this machine; "" when it can.
@@ -33,6 +33,9 @@ public:
 
     const std::string& display() const { return display_; } // ":12"
     std::string number() const { return display_.substr(1); }
+
+    // The file with the pixels of the screen (an X window dump that the server changes in place).
+    std::string pixelFile() const { return folder_ + "/Xvfb_screen0"; }
 
     // Kills it, as if it crashed.
     void kill();
@@ -72,6 +75,7 @@ private:
 
     int width_;
     int height_;
+    bool pixelFile_;
     std::string folder_;
     std::string display_;
     std::unique_ptr<appliance::Process> process_;
