@@ -110,6 +110,22 @@ struct Stage {
     int failures = 0; // in a row
 };
 
+// A folder for the peers' files.
+class Folder {
+public:
+    Folder() {
+        if (mkdtemp(path_.data()) == nullptr)
+            throw std::runtime_error("no temporary folder");
+    }
+    ~Folder() { std::filesystem::remove_all(path_); }
+    Folder(const Folder&) = delete;
+    Folder& operator=(const Folder&) = delete;
+    const std::string& path() const { return path_; }
+
+private:
+    std::string path_ = "/tmp/screen-bench-XXXXXX";
+};
+
 class Bench {
 public:
     explicit Bench(const Options& options) : options_(options) {}
@@ -130,7 +146,8 @@ private:
     double settleMs();
 
     const Options& options_;
-    Appliance decoder_;
+    Appliance decoder_; // first: it isolates this process
+    Folder folder_;
     bench::Playing playing_;
     std::vector<std::unique_ptr<Process>> awake_;
     std::mt19937 random_{1};
@@ -176,17 +193,17 @@ bool Bench::detectBoth() {
 
 bool Bench::prepare() {
     decoder_.setManual();
-    decoder_.set("Screen.Fit", "fill"); // the mark is read where the picture covers the screen
-    decoder_.set("Alarm.DisplayTime", "1");
-    decoder_.set("Warm.Sources", "all"); // without the service that keeps them there are none
+    decoder_.set("Screen.Fit", "fill");     // the mark is read where the picture covers the screen
+    decoder_.set("Alarm.DisplayTime", "3"); // AlarmText knows it
+    decoder_.set("Warm.Sources", "all");    // without the service that keeps them there are none
     addEncoders();
     playing_.kind = options_.kind;
     playing_.codec = options_.codec;
     playing_.width = options_.width;
     playing_.height = options_.height;
-    playing_.folder = decoder_.root() + "/var/tmp";
-    std::filesystem::permissions(playing_.folder, std::filesystem::perms::all);
-    std::filesystem::permissions(decoder_.root(), std::filesystem::perms(0755));
+    playing_.folder = folder_.path();
+    std::filesystem::permissions(playing_.folder,
+                                 std::filesystem::perms::all); // one peer runs as another user
     for (const std::string& host : playing_.hosts)
         keepAwake(host);
     decoder_.start();

@@ -9,8 +9,9 @@ namespace {
 
 constexpr int light = 225; // of the text's inner pixels
 constexpr int dim = 200;
-constexpr int looks = 8;
-constexpr int betweenLooks = 60; // milliseconds
+constexpr int looks = 5;
+constexpr int betweenLooks = 50; // milliseconds
+constexpr double gone = 3300;    // milliseconds after an alarm, when its text is no longer shown
 constexpr const char* words = "Somebody is at the gate";
 
 void select(int source) {
@@ -40,7 +41,7 @@ AlarmText::AlarmText(const Pixels& pixels, const appliance::Appliance& decoder, 
         return;
     decoder_.ctl({"alarm", "1", words});
     if (watcher_.await(1, clockMs() + patience)) {
-        watcher_.watch(clockMs() + 250);
+        watcher_.watch(clockMs() + 150);
         learn();
     }
     back(patience);
@@ -55,7 +56,7 @@ void AlarmText::learn() {
     const auto isLight = [this](int x, int y) { return pixels_.brightness(x, y) >= light; };
     const auto isDim = [this](int x, int y) { return pixels_.brightness(x, y) < dim; };
     const auto bright = steady(all, watcher_, isLight);
-    watcher_.watch(clockMs() + 1200); // the alarm is over
+    watcher_.watch(clockMs() + gone);
     text_ = steady(bright, watcher_, isDim);
 }
 
@@ -77,7 +78,7 @@ std::optional<double> AlarmText::raise(double patienceMs) {
     if (!seen || !shows())
         return std::nullopt;
     const double time = clockMs() - asked;
-    watcher_.watch(clockMs() + 1200); // the next alarm would be dropped earlier
+    watcher_.watch(asked + gone); // the next alarm would be dropped earlier
     if (!back(patienceMs))
         return std::nullopt;
     return time;

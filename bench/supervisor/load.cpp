@@ -7,6 +7,7 @@
 #include <filesystem>
 #include <fstream>
 #include <iostream>
+#include <map>
 #include <memory>
 #include <sstream>
 
@@ -18,15 +19,24 @@ bool fails(const std::string& what) {
     return false;
 }
 
-// How often any of its threads was given the processor.
-long wakeUpsOf(int pid) {
-    long sum = 0;
+// How often each of its threads was given the processor.
+std::map<std::string, long> wakeUpsOf(int pid) {
+    std::map<std::string, long> counts;
     for (const auto& thread : std::filesystem::directory_iterator("/proc/" + std::to_string(pid) + "/task")) {
         std::ifstream status(thread.path() / "status");
         for (std::string line; std::getline(status, line);)
             if (line.find("ctxt_switches:") != std::string::npos)
-                sum += std::stol(line.substr(line.find(':') + 1));
+                counts[thread.path().filename()] += std::stol(line.substr(line.find(':') + 1));
     }
+    return counts;
+}
+
+// Of the threads that exist all the time.
+long wakeUpsBetween(const std::map<std::string, long>& before, const std::map<std::string, long>& after) {
+    long sum = 0;
+    for (const auto& [thread, count] : after)
+        if (const auto old = before.find(thread); old != before.end())
+            sum += count - old->second;
     return sum;
 }
 
@@ -102,9 +112,9 @@ bool measureIdle(const SupervisorOptions& options) {
     const int pid = decoder.supervisor();
     tellSample("memory-0", "ours", megabytes(privateKilobytes(pid)));
     measureFloor();
-    const long before = wakeUpsOf(pid);
+    const auto before = wakeUpsOf(pid);
     appliance::pause(std::chrono::seconds(options.seconds));
-    tellSample("wakeups", "ours", static_cast<double>(wakeUpsOf(pid) - before));
+    tellSample("wakeups", "ours", static_cast<double>(wakeUpsBetween(before, wakeUpsOf(pid))));
     for (int i = 0; i < options.switches; ++i) {
         decoder.selectOther();
         if (!decoder.awaitSwitch())
