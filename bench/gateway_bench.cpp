@@ -9,6 +9,9 @@
 #include "appliance/streams/rtsp_stream.h"
 #include "appliance/streams/stream_description.h"
 #include "bench/looping_camera.h"
+#include "bench/process_cost.h"
+#include "bench/recording.h"
+#include "bench/samples.h"
 #include "tests/appliance/appliance.h"
 #include "tests/appliance/camera_gateway.h"
 
@@ -117,47 +120,6 @@ void settle(double seconds) {
     std::this_thread::sleep_for(std::chrono::duration<double>(seconds));
 }
 
-// Some seconds of pictures that change everywhere, at a constant bit rate.
-std::string recorded(const Settings& settings, const std::string& folder) {
-    const std::string file = folder + "/camera.h264";
-    const std::string rate = std::to_string(settings.bitrate) + "k";
-    const appliance::Finished made =
-        appliance::runToEnd({"/usr/bin/ffmpeg",
-                             "-loglevel",
-                             "error",
-                             "-nostdin",
-                             "-y",
-                             "-f",
-                             "lavfi",
-                             "-i",
-                             "testsrc2=size=640x480:rate=25:duration=4,noise=alls=40:allf=t",
-                             "-pix_fmt",
-                             "yuv420p",
-                             "-c:v",
-                             "libx264",
-                             "-preset",
-                             "ultrafast",
-                             "-bf",
-                             "0",
-                             "-g",
-                             "25",
-                             "-slices",
-                             "1",
-                             "-b:v",
-                             rate,
-                             "-minrate",
-                             rate,
-                             "-maxrate",
-                             rate,
-                             "-bufsize",
-                             rate,
-                             file},
-                            {}, appliance::Seconds(120));
-    if (made.status != 0)
-        std::fprintf(stderr, "%s", made.errors.c_str());
-    return appliance::readFile(file);
-}
-
 // Processor seconds for one stream and one second.
 double costOfCopy(const Settings& settings, const bench::LoopingCamera& camera, const std::string& log) {
     std::vector<std::unique_ptr<Process>> copies;
@@ -183,7 +145,8 @@ struct GatewayResult {
     double median = 0; // milliseconds
     double worst = 0;
     std::size_t pictures = 0;
-    int served = 0; // readers that got packets
+    int served = 0;       // readers that got packets
+    double megabytes = 0; // of private memory for a stream
 };
 
 GatewayResult measureGateway(const Settings& settings, const bench::LoopingCamera& camera,
@@ -191,6 +154,7 @@ GatewayResult measureGateway(const Settings& settings, const bench::LoopingCamer
     for (int i = 0; i < settings.streams; ++i)
         decoder.addSource("Camera " + std::to_string(i + 1), {{"URL", camera.url()}, {"Transport", "tcp"}});
     CameraGateway gateway(decoder);
+    const double empty = bench::privateMegabytesOf({gateway.process().pid()});
     Arrivals direct;
     Arrivals handedOn;
     const Reader reference(camera.port(), "/live", &direct);
@@ -200,10 +164,12 @@ GatewayResult measureGateway(const Settings& settings, const bench::LoopingCamer
             gateway.port(), "/mpeg4/" + std::to_string(i + 1) + "/media.orv", i == 0 ? &handedOn : nullptr));
     settle(5);
     const double before = processorTime(gateway.process().pid());
+    const double loaded = bench::privateMegabytesOf({gateway.process().pid()});
     const Clock::time_point begin = Clock::now();
     settle(settings.seconds);
     GatewayResult result;
     result.cost = (processorTime(gateway.process().pid()) - before) / settings.streams / settings.seconds;
+    result.megabytes = (loaded - empty) / settings.streams;
     std::vector<double> delays;
     const auto straight = direct.take();
     for (const auto& [picture, time] : handedOn.take()) {
@@ -242,7 +208,7 @@ int main(int argc, char** argv) {
     streams::startHttp();
     if (!streams::startDescriptions())
         return 1;
-    const std::string stream = recorded(settings, decoder.root());
+    const std::string stream = bench::recordedStream(settings.bitrate, decoder.root());
     if (stream.empty()) {
         std::puts("skipped: ffmpeg records no H.264 stream here");
         return 77;
@@ -251,6 +217,11 @@ int main(int argc, char** argv) {
     const double copy = costOfCopy(settings, camera, decoder.root() + "/var/log/ffmpeg.log");
     const GatewayResult ours = measureGateway(settings, camera, decoder);
     const double ratio = copy > 0 ? ours.cost / copy : 0;
+    bench::tellSample("keeper-cpu", "ours", 100 * ours.cost);
+    bench::tellSample("keeper-cpu", "ffmpeg", 100 * copy);
+    bench::tellSample("keeper-memory", "ours", ours.megabytes);
+    bench::tellSample("keeper-memory", "pictures", settings.bitrate / 8.0 / 1024); // of one second
+    bench::tellSample("keeper-delay", "ours", ours.median);
     std::printf("%d streams of %d kbit/s, %g s each\n", settings.streams, settings.bitrate, settings.seconds);
     std::printf(
         "processor time of a stream: gateway %.2f %%, ffmpeg -c copy %.2f %%, ratio %.2f (goal: at most 1)\n",

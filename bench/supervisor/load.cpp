@@ -1,4 +1,5 @@
 // What supervisors cost while they do nothing, after many switches, and when there are many of them.
+#include "bench/process_cost.h"
 #include "bench/samples.h"
 #include "bench/supervisor/bare.h"
 #include "bench/supervisor/measures.h"
@@ -37,17 +38,6 @@ long wakeUpsBetween(const std::map<std::string, long>& before, const std::map<st
     for (const auto& [thread, count] : after)
         if (const auto old = before.find(thread); old != before.end())
             sum += count - old->second;
-    return sum;
-}
-
-// Milliseconds of processor time of all its threads.
-double processorMs(int pid) {
-    double sum = 0;
-    for (const auto& thread : std::filesystem::directory_iterator("/proc/" + std::to_string(pid) + "/task")) {
-        double nanoseconds = 0;
-        std::ifstream(thread.path() / "schedstat") >> nanoseconds;
-        sum += nanoseconds / 1e6;
-    }
     return sum;
 }
 
@@ -94,10 +84,10 @@ std::optional<double> costOfSelects(int supervisors, int seconds) {
     }
     double cost = 0;
     for (const auto& decoder : decoders)
-        cost -= processorMs(decoder->supervisor());
+        cost -= processorMsOf({decoder->supervisor()});
     const int served = selectEachSecond(decoders, seconds);
     for (const auto& decoder : decoders)
-        cost += processorMs(decoder->supervisor());
+        cost += processorMsOf({decoder->supervisor()});
     tellSample("many-served", supervisors == 1 ? "one" : "many", 100.0 * served / supervisors);
     return cost / supervisors / seconds;
 }
