@@ -22,7 +22,6 @@
 #include <map>
 #include <memory>
 #include <mutex>
-#include <sstream>
 #include <thread>
 #include <unistd.h>
 #include <vector>
@@ -43,16 +42,7 @@ struct Settings {
 
 // Seconds of processor time that a process has used.
 double processorTime(pid_t pid) {
-    std::istringstream stat(appliance::readFile("/proc/" + std::to_string(pid) + "/stat"));
-    std::string text;
-    std::getline(stat, text, ')');
-    std::string field;
-    long ticks = 0;
-    for (int i = 3; i <= 15 && stat >> field; ++i) {
-        if (i >= 14)
-            ticks += std::stol(field);
-    }
-    return static_cast<double>(ticks) / static_cast<double>(sysconf(_SC_CLK_TCK));
+    return bench::processorMsOf({pid}) / 1000;
 }
 
 // When the last packet of each picture arrived, by its timestamp, which the gateway does not change.

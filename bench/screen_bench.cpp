@@ -7,21 +7,19 @@
 //
 // Two encoders send test pictures whose mark tells source and number. They send key pictures at their own time only, and
 // one client watches each of them all the time, so that no newcomer gets a key picture out of turn.
+#include "bench/log_time.h"
 #include "bench/samples.h"
 #include "bench/screen/alarm_text.h"
+#include "bench/screen/decoder_side.h"
 #include "bench/screen/pixels.h"
 #include "bench/screen/players.h"
 #include "bench/screen/streams.h"
 #include "bench/switching.h"
-#include "tests/appliance/camera_gateway.h"
 #include "tests/appliance/isolation.h"
 #include "tests/support/programs.h"
 #include "tests/support/x_server.h"
 
-#include <libcommon/events.h>
-
 #include <CLI/CLI.hpp>
-#include <csignal>
 #include <filesystem>
 #include <iostream>
 #include <random>
@@ -29,7 +27,6 @@
 namespace {
 
 using appliance::Appliance;
-using appliance::CameraGateway;
 using appliance::Process;
 using bench::clockMs;
 using x_server::XServer;
@@ -51,54 +48,6 @@ struct Options {
     int alarms = 0;
     std::vector<std::string> sides;
     bool assertPictures = false;
-};
-
-// The decoder with its monitor on one display. Warm: with the service that keeps its sources open.
-class Ours : public bench::Side {
-public:
-    Ours(Appliance& decoder, const XServer& server, bool warm, int gop)
-        : decoder_(decoder), server_(server), warm_(warm), keepMs_(2000 + 1000 * gop / fps) {}
-
-    void show(int source) override {
-        if (monitor_ == nullptr)
-            begin();
-        Event event{};
-        event.id = EID_SELECT;
-        event.value1 = source;
-        sendEvent(&event);
-    }
-    void end() override {
-        decoder_.ctl({"disconnect"});
-        if (monitor_ != nullptr) {
-            monitor_->signal(SIGTERM);
-            monitor_->waitForEnd();
-        }
-        monitor_.reset();
-        keeper_.reset();
-    }
-
-private:
-    void begin() {
-        if (warm_) {
-            keeper_ = std::make_unique<CameraGateway>(decoder_);
-            appliance::pause(
-                std::chrono::milliseconds(keepMs_)); // until it holds a key picture of each source
-        }
-        monitor_ = std::make_unique<Process>(
-            std::vector<std::string>{Appliance::program("decoder-monitor"), "--fullscreen"},
-            std::map<std::string, std::string>{
-                {"DISPLAY", server_.display()}, {"WAYLAND_DISPLAY", ""}, {"APPLIANCE_ROOT", decoder_.root()}},
-            decoder_.root() + "/var/log/monitor.log");
-        decoder_.ctl({"connect"});
-        decoder_.waitForText(0, ""); // connected
-    }
-
-    Appliance& decoder_;
-    const XServer& server_;
-    const bool warm_;
-    const int keepMs_;
-    std::unique_ptr<Process> monitor_;
-    std::unique_ptr<CameraGateway> keeper_;
 };
 
 // A screen and the side that shows on it.
@@ -226,7 +175,8 @@ Stage Bench::makeStage(const std::string& name) {
     stage.server = std::make_unique<XServer>(options_.width, options_.height, true);
     stage.pixels = std::make_unique<bench::Pixels>(stage.server->pixelFile());
     if (name == ourCold || name == ourWarm) {
-        stage.side = std::make_unique<Ours>(decoder_, *stage.server, name == ourWarm, options_.gop);
+        stage.side = std::make_unique<bench::DecoderSide>(decoder_, *stage.server, name == ourWarm,
+                                                          2000 + 1000 * options_.gop / fps);
         return stage;
     }
     bench::Playing playing = playing_;
@@ -246,6 +196,7 @@ double Bench::settleMs() {
 bool Bench::measureSwitch(Stage& stage, bench::Watcher& watcher, int source) {
     watcher.watch(clockMs() + settleMs());
     const double asked = clockMs();
+    const double askedAt = bench::secondsOfDay();
     stage.side->show(source);
     // While the answer is on its way, the old picture goes on: the watcher keeps its last time.
     double lastOld = watcher.lastTime();
@@ -255,6 +206,8 @@ bool Bench::measureSwitch(Stage& stage, bench::Watcher& watcher, int source) {
             bench::tellSample("answer", stage.name, *seen - asked);
             bench::tellSample("gap", stage.name, *seen - lastOld);
             stage.side->shown();
+            if (stage.name == ourCold || stage.name == ourWarm)
+                bench::tellParts(decoder_, stage.name, askedAt, *seen - asked);
             return true;
         }
         lastOld = *seen;

@@ -1,12 +1,11 @@
 // Starts and deaths of players, beside a bare program that starts and loses the same one.
+#include "bench/log_time.h"
 #include "bench/samples.h"
 #include "bench/supervisor/bare.h"
 #include "bench/supervisor/measures.h"
 #include "bench/supervisor/tiny_decoder.h"
 
 #include <csignal>
-#include <cstdio>
-#include <ctime>
 #include <iostream>
 
 namespace bench {
@@ -23,22 +22,6 @@ double milliseconds(std::int64_t nanoseconds) {
 bool fails(const char* what) {
     std::cerr << "supervisor_bench: " << what << '\n';
     return false;
-}
-
-// Seconds after midnight, as in the log.
-double timeOfDay() {
-    timespec now{};
-    clock_gettime(CLOCK_REALTIME, &now);
-    return static_cast<double>(now.tv_sec % 86400) + static_cast<double>(now.tv_nsec) / 1e9;
-}
-
-double firstTimeInLog(const appliance::Appliance& decoder) {
-    int hours = 0;
-    int minutes = 0;
-    double seconds = 0;
-    if (std::sscanf(decoder.log().c_str(), "%*d-%*d-%*dT%d:%d:%lf", &hours, &minutes, &seconds) != 3)
-        return -1;
-    return hours * 3600 + minutes * 60 + seconds;
 }
 
 } // namespace
@@ -74,10 +57,10 @@ bool measureDeath(const SupervisorOptions& options) {
     BareLauncher bare(privateKilobytes(decoder.supervisor()), benchProgram("tiny_player"),
                       {{"TINY_PLAYER_ALONE", "1"}});
     const std::string reaction = "-> CURRENT_PLAYER_CRASHED_DURING_PLAYING(";
-    const double logBegan = firstTimeInLog(decoder.appliance());
+    const double logBegan = beginOfLog(decoder.appliance());
     for (int i = 0; i < options.repetitions; ++i) {
         appliance::pause(std::chrono::milliseconds(100));
-        const double killed = timeOfDay();
+        const double killed = secondsOfDay();
         kill(decoder.current()->pid, SIGKILL);
         if (!decoder.appliance().waitForLog(reaction, static_cast<std::size_t>(i) + 1))
             return fails("the supervisor does not react to a death");

@@ -88,7 +88,8 @@ std::optional<double> costOfSelects(int supervisors, int seconds) {
     const int served = selectEachSecond(decoders, seconds);
     for (const auto& decoder : decoders)
         cost += processorMsOf({decoder->supervisor()});
-    tellSample("many-served", supervisors == 1 ? "one" : "many", 100.0 * served / supervisors);
+    tellSample("many-unserved", supervisors == 1 ? "one" : "many",
+               100.0 * (supervisors - served) / supervisors);
     return cost / supervisors / seconds;
 }
 

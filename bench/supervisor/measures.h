@@ -20,7 +20,7 @@ bool measureRestart(const SupervisorOptions& options);
 bool measureStart(const SupervisorOptions& options);
 // wakeups, memory-0, memory-many
 bool measureIdle(const SupervisorOptions& options);
-// many-served, many-cpu
+// many-unserved, many-cpu
 bool measureMany(const SupervisorOptions& options);
 
 } // namespace bench
