@@ -116,10 +116,11 @@ def measurements(mode):
         Measurement("death", ["supervisor_bench", "death", "--repetitions", str(mode.deaths)]),
         Measurement("restart", ["supervisor_bench", "restart", "--repetitions", str(mode.deaths)]),
         Measurement("start", ["supervisor_bench", "start", "--repetitions", str(max(1, mode.repetitions // 3))]),
-        Measurement("sources", ["sources_bench", "--rounds", str(20 * mode.repetitions)]),
+        Measurement("sources", ["sources_bench", "--rounds", str(5 * mode.repetitions)]),
         Measurement("play", ["player_bench", "play", "--rounds", str(mode.repetitions // 2)]),
         Measurement("detection", detection, limit=600),
-        Measurement("keeper", ["gateway_bench", "--streams", str(mode.streams), "--seconds", str(2 * mode.seconds)]),
+        Measurement("keeper", ["keeper_bench", "--streams", str(mode.streams), "--seconds", str(2 * mode.seconds)]),
+        Measurement("gateway", ["gateway_bench", "--streams", str(mode.streams), "--seconds", str(2 * mode.seconds)]),
     ]
     usual = [screen for screen in screens(mode) if screen.period == 1 and not screen.large]
     listed += [screen_measurement(mode, screen) for screen in usual]
@@ -201,6 +202,9 @@ def rows(mode):
         single("keeper: memory for 4 Mbit/s", "MB", "keeper", "keeper-memory", {"the group of pictures": "pictures"},
                [MoreAtMost(2, "the group of pictures")], "keeper"),
         single("keeper: delay it adds", "ms", "keeper", "keeper-delay", {}, [AtMost(5)], "keeper"),
+        single("gateway: processor for handing 4 Mbit/s on", "%", "gateway", "handed-cpu", {"ffmpeg -c copy": "ffmpeg"},
+               [RatioAtMost(1, "ffmpeg -c copy")], "keeper"),
+        single("gateway: delay it adds", "ms", "gateway", "handed-delay", {}, [AtMost(5)], "keeper"),
         single("event path", "µs", "events", "path", {"System V hop": "bare"}, [RatioAtMost(1.3, "System V hop")]),
         single("selective take of 256", "µs", "events", "take", {"one walk": "bare"}, [RatioAtMost(3, "one walk")]),
         single("select to player's first instruction", "µs", "launch", "launch", {"fork+exec": "bare"},
