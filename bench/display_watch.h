@@ -2,27 +2,31 @@
 #pragma once
 
 #include "appliance/mark/frame_mark.h"
+#include "bench/screen/pixels.h"
+#include "tests/support/x_server.h"
 
 #include <cstdint>
 #include <memory>
 #include <optional>
-#include <string>
-#include <vector>
 
 namespace bench {
 
 // The screen after a change.
 struct Seen {
-    std::int64_t time = 0;         // of the change, on gettimeusec()'s clock
+    std::int64_t time = 0;         // when the change was seen, on gettimeusec()'s clock
     std::optional<FrameMark> mark; // nothing: damaged or missing
     bool black = false;            // the strip of the mark is black
+
+    // Whether the screen looks the same.
+    bool like(const Seen& other) const { return mark == other.mark && black == other.black; }
 };
 
-// Reads the mark of pictures that cover the whole screen. One thread.
+// Reads the mark of pictures that cover the whole screen, twice in a millisecond, from the server's own memory: a
+// picture that is shown for a millisecond only is seen. One thread, which gets real-time priority where that is allowed.
 class DisplayWatch {
 public:
-    // Throws std::runtime_error when the server can't be watched.
-    DisplayWatch(const std::string& display, int width, int height);
+    // The server needs a pixel file. Throws std::runtime_error when it can't be watched.
+    explicit DisplayWatch(const x_server::XServer& server);
     ~DisplayWatch();
     DisplayWatch(const DisplayWatch&) = delete;
     DisplayWatch& operator=(const DisplayWatch&) = delete;
@@ -36,12 +40,12 @@ public:
 private:
     struct Connection;
 
-    void readStrip(Seen& seen);
+    Seen look();
+    bool isBlack() const;
 
+    Pixels pixels_;
     std::unique_ptr<Connection> connection_;
-    int width_;
-    int height_;
-    std::vector<std::uint32_t> picture_; // of the whole screen, of which only the strip is read
+    Seen last_;
 };
 
 } // namespace bench

@@ -6,7 +6,6 @@
 // gateway hands it on N times, as N cameras, to one reader each. It prints the processor time of a stream for both, their
 // ratio, and the delay that the gateway adds: the time between a picture's last packet arriving directly and through it.
 #include "appliance/streams/http_stream.h"
-#include "appliance/streams/stream_description.h"
 #include "bench/looping_camera.h"
 #include "bench/process_cost.h"
 #include "bench/recording.h"
@@ -88,8 +87,6 @@ int main(int argc, char** argv) {
     }
     Appliance decoder; // first: it isolates this process
     streams::startHttp();
-    if (!streams::startDescriptions())
-        return 1;
     const std::string stream = bench::recordedStream(settings.bitrate, decoder.root());
     if (stream.empty()) {
         std::puts("skipped: ffmpeg records no H.264 stream here");

@@ -7,6 +7,7 @@
 
 #include "appliance/players/testing/fake_supervisor.h"
 #include "appliance/players/testing/test_pictures.h"
+#include "appliance/screen/frame_store.h"
 #include "bench/display_watch.h"
 #include "bench/distribution.h"
 #include "bench/picture_server.h"
@@ -41,6 +42,7 @@ struct Options {
     int width = 1920;
     int height = 1080;
     int switches = 100;
+    double explain = 0; // milliseconds; gaps longer than this are listed picture by picture; 0: none
     int seconds = 10;
     int rounds = 3;
     int pictures = 500;
@@ -90,26 +92,43 @@ bool awaitSource(bench::DisplayWatch& watch, int source, int seconds = 30) {
 
 struct Gap {
     double milliseconds = 0;
-    int black = 0;   // pictures without any light in the strip of the mark
-    int damaged = 0; // pictures whose mark can't be read, which are not whole
+    int black = 0;                 // pictures without any light in the strip of the mark
+    int damaged = 0;               // pictures whose mark can't be read, which are not whole
+    std::vector<bench::Seen> seen; // what the screen showed
 };
+
+// What the screen showed and what the players drew around a switch, as one list.
+void explain(const Gap& gap) {
+    const std::int64_t end = gap.seen.back().time;
+    std::cout << "gap of " << gap.milliseconds << " ms:\n";
+    for (const screen::FrameInfo& info : screen::FrameStore().infosSince(0))
+        if (info.time > end - 200'000)
+            std::cout << "  " << static_cast<double>(info.time - end) / 1000.0 << " ms: drawn " << info.number
+                      << " by " << info.pid << " of source " << info.source << '\n';
+    for (const bench::Seen& seen : gap.seen)
+        if (seen.time > end - 200'000)
+            std::cout << "  " << static_cast<double>(seen.time - end) / 1000.0 << " ms: shown source "
+                      << (seen.mark ? seen.mark->source : -1) << " counter "
+                      << (seen.mark ? static_cast<int>(seen.mark->counter) : -1) << '\n';
+}
 
 // Watches the old source for `settleMs`, selects `source`, and watches the screen until that shows.
 std::optional<Gap> switchTo(bench::DisplayWatch& watch, int source, int settleMs) {
     watch.skip();
     const std::int64_t selectAt = gettimeusec() + std::int64_t{1000} * settleMs;
     std::optional<bench::Seen> last;
+    Gap gap;
     while (const auto seen = watch.next(selectAt))
-        if (seen->mark && (!last || !(seen->mark == last->mark)))
+        if (gap.seen.push_back(*seen); seen->mark && (!last || !(seen->mark == last->mark)))
             last = seen;
     Event event{};
     event.id = EID_SELECT;
     event.value1 = source;
     if (!last || sendEvent(&event) != 0)
         return std::nullopt;
-    Gap gap;
     const std::int64_t until = gettimeusec() + 20'000'000;
     while (const auto seen = watch.next(until)) {
+        gap.seen.push_back(*seen);
         gap.black += seen->black ? 1 : 0;
         if (!seen->mark) {
             gap.damaged += seen->black ? 0 : 1;
@@ -131,7 +150,7 @@ int measureGap(const Options& options) {
     // The appliance may be in namespaces of its own. The server shares its pictures' memory with the monitor only if it
     // starts there, too; otherwise a picture comes in pieces.
     Appliance decoder;
-    XServer server(options.width, options.height);
+    XServer server(options.width, options.height, true);
     for (const char* name : {"Front door", "Garage"})
         decoder.addEncoder(name, sizeArguments(options));
     decoder.setManual();
@@ -139,7 +158,7 @@ int measureGap(const Options& options) {
     decoder.start();
     const auto monitor = startMonitor(options, server, decoder.root());
     bench::joinAppliance(decoder);
-    bench::DisplayWatch watch(server.display(), options.width, options.height);
+    bench::DisplayWatch watch(server);
     if (!awaitSource(watch, 0)) {
         std::cerr << "no first picture on the display\n";
         return 1;
@@ -156,6 +175,8 @@ int measureGap(const Options& options) {
         const int settleMs = 400 + std::uniform_int_distribution(0, 79)(random);
         if (const auto gap = switchTo(watch, (i + 1) % 2, settleMs)) {
             gaps.add(gap->milliseconds);
+            if (options.explain > 0 && gap->milliseconds > options.explain)
+                explain(*gap);
             black += gap->black;
             damaged += gap->damaged;
         } else {
@@ -232,12 +253,12 @@ std::vector<std::string> wordsOf(const std::string& text) {
 
 // Shows the stream with a pipeline of its own, without the decoder.
 Cost costOfPipeline(const Options& options, const std::string& pipeline) {
-    XServer server(options.width, options.height);
+    XServer server(options.width, options.height, true);
     std::vector<std::string> arguments{findProgram("gst-launch-1.0"), "-q"};
     for (const std::string& word : wordsOf(pipeline))
         arguments.push_back(word);
     Process process(arguments, {{"DISPLAY", server.display()}, {"WAYLAND_DISPLAY", ""}}, "");
-    bench::DisplayWatch watch(server.display(), options.width, options.height);
+    bench::DisplayWatch watch(server);
     if (!awaitSource(watch, 0))
         throw std::runtime_error("the pipeline shows nothing: " + pipeline);
     sleepMs(2000);
@@ -245,9 +266,9 @@ Cost costOfPipeline(const Options& options, const std::string& pipeline) {
 }
 
 Cost costOfDecoder(const Options& options, Appliance& decoder) {
-    XServer server(options.width, options.height);
+    XServer server(options.width, options.height, true);
     const auto monitor = startMonitor(options, server, decoder.root());
-    bench::DisplayWatch watch(server.display(), options.width, options.height);
+    bench::DisplayWatch watch(server);
     if (!awaitSource(watch, 0))
         throw std::runtime_error("the monitor shows nothing");
     sleepMs(2000);
@@ -320,7 +341,7 @@ int measureDelay(const Options& options) {
     bench::PictureServer camera(pictures);
     player::FakeSupervisor supervisor;
     player::FakeSupervisor::setParameters("[Screen]\nFit = fill\n");
-    XServer server(options.width, options.height);
+    XServer server(options.width, options.height, true);
     const auto monitor = startMonitor(options, server, player::FakeSupervisor::root());
     const pid_t pid = supervisor.start(Appliance::program("mjpeg_player"),
                                        {"-m", "pal", "-o", "tv", "-n", "3", "-r", "10000", "-P",
@@ -329,7 +350,7 @@ int measureDelay(const Options& options) {
         std::cerr << "the player does not start: " << player::FakeSupervisor::log() << '\n';
         return 1;
     }
-    bench::DisplayWatch watch(server.display(), options.width, options.height);
+    bench::DisplayWatch watch(server);
     awaitSource(watch, delaySource);
     bench::Distribution delays;
     std::optional<FrameMark> last;
@@ -371,6 +392,8 @@ int main(int argc, char** argv) {
     app.add_option("--worst", options.worst, "gap: largest; delay: 99th percentile, milliseconds");
     CLI::App* gap = app.add_subcommand("gap", "the gap between two sources");
     gap->add_option("--switches", options.switches, "how many switches")->check(CLI::Range(1, 10'000));
+    gap->add_option("--explain", options.explain,
+                    "list the pictures around gaps longer than this, milliseconds");
     CLI::App* cost = app.add_subcommand("cost", "CPU time and memory beside a pipeline");
     cost->add_option("--seconds", options.seconds, "length of each measurement")->check(CLI::Range(1, 600));
     cost->add_option("--rounds", options.rounds, "measurements of each")->check(CLI::Range(1, 100));

@@ -3,7 +3,6 @@
 #include "appliance/gateway/service/probe.h"
 #include "appliance/gateway/service/service.h"
 #include "appliance/streams/http_stream.h"
-#include "appliance/streams/stream_description.h"
 
 #include <libcommon/log.h>
 #include <libcommon/params.h>
@@ -48,7 +47,7 @@ int main(int argc, char** argv) {
         setenv("LIBCOMMON_LOG", "/dev/null", 1); // what goes wrong is in the answer
     const int signals = endSignals();
     streams::startHttp();
-    if (signals < 0 || !streams::startDescriptions())
+    if (signals < 0)
         return 1;
     if (probes)
         return gateway::probeCamera(commandLine.options->probe);

@@ -22,6 +22,9 @@ constexpr std::int64_t monitorIntervalUs = 250'000;
 // A frame is overwritten while its record is read only when this process was stopped in between, so once is rare.
 constexpr int lookAttempts = 16;
 
+// A player's last picture that is older than this is not worth a moment of the next player's first one.
+constexpr std::int64_t lastPictureUs = 500'000;
+
 // How often compose() tries to paint from the store's memory before it takes a copy.
 constexpr int directAttempts = 2;
 
@@ -46,6 +49,7 @@ public:
 
     FrameStore& store() { return store_; }
     void useScreen(std::optional<ScreenShape> screen) { screen_ = screen; }
+    void showLastPictures() { showsLastPictures_ = true; }
     void toggleName() { labelContent_.toggleName(); }
     void notice(const std::string& text, int milliseconds) {
         notice_ = text;
@@ -54,6 +58,8 @@ public:
 
 private:
     void lookAtFrame();
+    bool lookAt(std::uint64_t number);
+    std::uint64_t missedLast();
     void followSource();
     ScreenShape screenNow(std::int64_t now, const ScreenShape* monitor, const ScreenSettings& settings);
     void updateOverlays(std::int64_t now, const ScreenText& texts, const ScreenSettings& settings);
@@ -64,6 +70,7 @@ private:
     std::optional<ScreenShape> screen_;
     std::optional<Size> runningMonitor_; // as it was a moment ago
     std::int64_t monitorAgainAt_ = 0;    // when to look for it again
+    bool showsLastPictures_ = false;
     ShownSource shown_;
     bool hasLooked_ = false;
 
@@ -81,15 +88,35 @@ private:
     Frame copy_;
 };
 
-// The newest frame's record and shape.
+// Takes the record and shape of that frame. False when the store does not have it whole any more.
+bool Composer::Parts::lookAt(std::uint64_t number) {
+    return store_.visit(number, [this](const PictureView& picture, const FrameInfo& info) {
+        look_.info = info;
+        look_.shape = picture.shape;
+    });
+}
+
+// The number of the frame before the newest one, if the newest one is the first of another player and the frame before
+// it was not looked at, although the player that drew it was. 0: there is none.
+std::uint64_t Composer::Parts::missedLast() {
+    const FrameInfo& before = look_.info;
+    if (!showsLastPictures_ || before.number == 0)
+        return 0;
+    const std::uint64_t newest = store_.newestInfo().number;
+    if (newest < before.number + 2)
+        return 0;
+    const std::vector<FrameInfo> infos = store_.infosSince(newest - 2);
+    if (infos.size() < 2 || infos[0].pid != before.pid || infos[1].pid == before.pid)
+        return 0;
+    return gettimeusec() - infos[0].time < lastPictureUs ? infos[0].number : 0;
+}
+
 void Composer::Parts::lookAtFrame() {
+    if (const std::uint64_t last = missedLast(); last != 0 && lookAt(last))
+        return;
     for (int attempt = 0; attempt < lookAttempts; ++attempt) {
         look_.info = {};
-        const bool whole = store_.visitNewest([this](const PictureView& picture, const FrameInfo& info) {
-            look_.info = info;
-            look_.shape = picture.shape;
-        });
-        if (whole || look_.info.number == 0)
+        if (const std::uint64_t newest = store_.newestInfo().number; newest == 0 || lookAt(newest))
             return;
     }
 }
@@ -157,12 +184,13 @@ const Look& Composer::Parts::look(const ScreenShape* monitor) {
 bool Composer::Parts::visitFrame(const std::function<void(const PictureView&)>& visit) {
     if (look_.blanked)
         return false;
-    bool visited = false;
-    const bool whole = store_.visitNewest([&](const PictureView& picture, const FrameInfo& info) {
-        visited = info == look_.info && picture.shape == look_.shape;
-        if (visited)
-            visit(picture);
-    });
+    bool visited = false; // another player may have replaced the store
+    const bool whole =
+        store_.visit(look_.info.number, [&](const PictureView& picture, const FrameInfo& info) {
+            visited = info == look_.info && picture.shape == look_.shape;
+            if (visited)
+                visit(picture);
+        });
     return whole && visited;
 }
 
@@ -208,6 +236,10 @@ const Picture& Composer::compose(const ScreenShape* monitor) {
 
 void Composer::useScreen(std::optional<ScreenShape> screen) {
     parts_->useScreen(screen);
+}
+
+void Composer::showLastPictures() {
+    parts_->showLastPictures();
 }
 
 std::uint64_t Composer::wait(std::uint64_t seen, int timeoutMs) {

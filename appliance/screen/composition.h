@@ -32,13 +32,18 @@ public:
     // Uses a screen of this shape from now on, whatever Screen.Size says; nothing: Screen.Size again.
     void useScreen(std::optional<ScreenShape> screen);
 
-    // What is to be shown now. Cheap: no pixel of the frame is read. `monitor` is the screen to use with
+    // From now on, look() does not pass over the last frame of a player whose frames it looked at: if the first frame of
+    // the next player is already there, the next call of look() has that one. For a monitor: the old source's picture
+    // moves until the new one's is there. Programs that look now and then always want the newest frame.
+    void showLastPictures();
+
+    // What is to be shown now: the newest frame. Cheap: no pixel of the frame is read. `monitor` is the screen to use with
     // Screen.Size = auto. The reference is valid until the next call.
     const Look& look(const ScreenShape* monitor = nullptr);
 
     // Calls `visit` on the frame that the last look() is of, in the store's own memory. True when the frame was whole all
-    // the time. False when there is no such frame any more: throw away what was made of it, and look() again. Also false
-    // when the look has no visible frame; `visit` is then not called.
+    // the time, even if there is a newer one by now. False when the store does not have that frame any more: throw away
+    // what was made of it, and look() again. Also false when the look has no visible frame; `visit` is then not called.
     bool visitFrame(const std::function<void(const PictureView&)>& visit);
 
     // Draws what is to be shown now on the CPU. The reference is valid until the next call.

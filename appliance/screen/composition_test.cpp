@@ -11,7 +11,9 @@
 #include <atomic>
 #include <cstring>
 #include <gmock/gmock.h>
+#include <sys/wait.h>
 #include <thread>
+#include <unistd.h>
 
 namespace screen {
 namespace {
@@ -190,11 +192,72 @@ TEST_F(Composition, VisitsTheFrameThatWasLookedAt) {
     EXPECT_TRUE(composer.visitFrame(count));
     EXPECT_TRUE(composer.visitFrame(count)) << "it may be visited again";
     draw(shapeOf(320, 240));
-    EXPECT_FALSE(composer.visitFrame(count)) << "another picture";
+    EXPECT_TRUE(composer.visitFrame(count)) << "it is still there";
+    for (int i = 0; i < 3; ++i)
+        draw(shapeOf(320, 240));
+    EXPECT_FALSE(composer.visitFrame(count)) << "it was overwritten";
     player.blank();
     composer.look();
     EXPECT_FALSE(composer.visitFrame(count)) << "not visible";
-    EXPECT_EQ(visits, 2);
+    EXPECT_EQ(visits, 3);
+}
+
+// Draws a picture as another process would.
+void drawApart(int source) {
+    const pid_t pid = fork();
+    if (pid == 0) {
+        const PictureShape shape = shapeOf(64, 48);
+        const std::vector<std::uint8_t> bytes(bytesOf(shape), 0x80);
+        _exit(FrameStore().draw(viewOf(shape, bytes.data()), source).number == 0 ? 1 : 0);
+    }
+    int status = -1;
+    waitpid(pid, &status, 0);
+    ASSERT_EQ(status, 0);
+}
+
+TEST_F(Composition, PassesOverThePictureBeforeTheNewest) {
+    draw(shapeOf(64, 48), 1);
+    EXPECT_EQ(composer.look().info.number, 1U);
+    draw(shapeOf(64, 48), 1);
+    drawApart(2);
+    EXPECT_EQ(composer.look().info.number, 3U);
+}
+
+TEST_F(Composition, LooksAtAPlayersLastPictureBeforeTheNextPlayersFirst) {
+    composer.showLastPictures();
+    draw(shapeOf(64, 48), 1);
+    drawApart(2);
+    EXPECT_EQ(composer.look().info.number, 2U) << "nothing was looked at before";
+    drawApart(3);
+    EXPECT_EQ(composer.look().info.number, 3U) << "the last picture was looked at";
+    draw(shapeOf(64, 48), 4);
+    EXPECT_EQ(composer.look().info.number, 4U);
+    draw(shapeOf(64, 48), 4);
+    draw(shapeOf(64, 48), 4);
+    EXPECT_EQ(composer.look().info.number, 6U) << "both by the same player";
+    draw(shapeOf(64, 48), 4);
+    drawApart(5);
+    EXPECT_EQ(composer.look().info.number, 7U);
+    EXPECT_TRUE(composer.visitFrame([](const PictureView&) {}));
+    EXPECT_EQ(composer.wait(7, 0), 8U) << "the next one waits";
+    EXPECT_EQ(composer.look().info.number, 8U);
+    EXPECT_EQ(composer.look().info.number, 8U);
+    draw(shapeOf(64, 48), 4);
+    EXPECT_EQ(composer.look().info.number, 9U);
+    draw(shapeOf(64, 48), 4);
+    drawApart(6);
+    drawApart(6);
+    EXPECT_EQ(composer.look().info.number, 12U) << "the new player is ahead";
+}
+
+TEST_F(Composition, AnOldLastPictureIsNotWorthAMoment) {
+    composer.showLastPictures();
+    draw(shapeOf(64, 48), 1);
+    EXPECT_EQ(composer.look().info.number, 1U);
+    draw(shapeOf(64, 48), 1);
+    usleep(600'000);
+    drawApart(2);
+    EXPECT_EQ(composer.look().info.number, 3U);
 }
 
 TEST_F(Composition, LookTellsTheAgeOfTheFrame) {

@@ -135,27 +135,33 @@ bool FrameStore::newest(Frame& out) {
     return false;
 }
 
-bool FrameStore::visitNewest(const std::function<void(const PictureView&, const FrameInfo&)>& look) {
+bool FrameStore::visitNewest(const LookAtFrame& look) {
     for (int attempt = 0; attempt < readAttempts; ++attempt) {
-        if (!openForReading())
-            return false;
-        const std::shared_ptr<StoreFile> file = file_; // `look` may use this object
-        const std::uint64_t number = file->newest();
+        const std::uint64_t number = openForReading() ? file_->newest() : 0;
         if (number == 0)
             return false;
-        const SlotContent content = file->content(number);
-        switch (content.state) {
-        case SlotContent::State::picture:
-            look(viewOf(content.shape, std::as_const(*file).picture(number)), content.info);
-            return file->stillThere(number);
-        case SlotContent::State::passed:
-            break;
-        case SlotContent::State::broken:
-            disuse("its newest picture has no usable shape");
-            return false;
-        }
+        bool called = false;
+        const bool whole = visit(number, [&](const PictureView& picture, const FrameInfo& info) {
+            called = true;
+            look(picture, info);
+        });
+        if (called || !file_)
+            return whole;
     }
     return false;
+}
+
+bool FrameStore::visit(std::uint64_t number, const LookAtFrame& look) {
+    if (number == 0 || !openForReading())
+        return false;
+    const std::shared_ptr<StoreFile> file = file_; // `look` may use this object
+    const SlotContent content = file->content(number);
+    if (content.state == SlotContent::State::broken)
+        disuse("a picture has no usable shape");
+    if (content.state != SlotContent::State::picture)
+        return false;
+    look(viewOf(content.shape, std::as_const(*file).picture(number)), content.info);
+    return file->stillThere(number);
 }
 
 FrameInfo FrameStore::newestInfo() {

@@ -68,7 +68,12 @@ public:
     // Calls look(picture, info) on the newest picture in the store's own memory, without a copy. The picture is valid
     // during the call. Returns true only when it was not overwritten meanwhile; otherwise throw away what was made
     // of it and call again. False without a call of `look` when there is no frame yet.
-    bool visitNewest(const std::function<void(const PictureView&, const FrameInfo&)>& look);
+    using LookAtFrame = std::function<void(const PictureView&, const FrameInfo&)>;
+    bool visitNewest(const LookAtFrame& look);
+
+    // The same for the picture with that number (at least 1). False without a call of `look` when the ring does not have
+    // it: it was overwritten, or there is none with that number yet.
+    bool visit(std::uint64_t number, const LookAtFrame& look);
 
     FrameInfo newestInfo(); // number 0: none yet
 

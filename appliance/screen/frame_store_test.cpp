@@ -80,6 +80,30 @@ TEST_F(FrameStoreTest, RecordsOfTheLast256CommitsAreKept) {
     EXPECT_TRUE(store.infosSince(~0ULL).empty());
 }
 
+TEST_F(FrameStoreTest, AnEarlierPictureCanBeVisitedWhileTheRingHasIt) {
+    FrameStore store(path);
+    FrameStore reader(path);
+    int visits = 0;
+    const auto count = [&](const PictureView& /*picture*/, const FrameInfo& info) {
+        ++visits;
+        EXPECT_EQ(info.number, 2U);
+    };
+    EXPECT_FALSE(reader.visit(2, count)) << "there is no store";
+    for (int i = 1; i <= 2; ++i)
+        drawSeeded(store, pal, i);
+    EXPECT_TRUE(reader.visit(2, count));
+    EXPECT_FALSE(reader.visit(0, count));
+    EXPECT_FALSE(reader.visit(3, count)) << "not yet";
+    for (int i = 3; i <= 5; ++i)
+        drawSeeded(store, pal, i);
+    EXPECT_TRUE(reader.visit(2, count)) << "the oldest one of four";
+    drawSeeded(store, pal, 6);
+    EXPECT_FALSE(reader.visit(2, count));
+    EXPECT_EQ(visits, 2);
+    EXPECT_TRUE(
+        reader.visitNewest([](const PictureView&, const FrameInfo& info) { EXPECT_EQ(info.number, 6U); }));
+}
+
 TEST_F(FrameStoreTest, UnfinishedDrawingLeavesNoTrace) {
     FrameStore store(path);
     drawSeeded(store, pal, 1);

@@ -1,4 +1,5 @@
-// A TCP connection, plain or TLS. libcurl makes the connection and verifies the certificate as for HTTP.
+// A TCP connection, plain or TLS. libcurl makes those with TLS and verifies the certificate as for HTTP; it is loaded only
+// for them.
 #pragma once
 
 #include <cstddef>
@@ -16,7 +17,8 @@ public:
     ByteStream(const ByteStream&) = delete;
     ByteStream& operator=(const ByteStream&) = delete;
 
-    // Connects within that time (0: libcurl's own limit). Returns "" or the reason of the failure, for the log.
+    // Connects within that time; 0: within ten seconds, or with TLS within libcurl's own limit. Without TLS the time is
+    // rounded up to seconds. Called once. Returns "" or the reason of the failure, for the log.
     std::string open(const std::string& host, std::uint16_t port, bool tls, int timeoutMs);
 
     // Sends all bytes within 5 seconds. False when the connection broke or the time is over.
@@ -29,9 +31,11 @@ public:
     int descriptor() const;   // to poll; -1 when not open
     std::string peer() const; // the encoder's numeric address
 
+    // How a connection sends and receives, plain or with TLS.
+    class Transport;
+
 private:
-    struct Handle;
-    std::unique_ptr<Handle> handle_;
+    std::unique_ptr<Transport> transport_; // null: not open
 };
 
 // Applies the TLS settings of parameter file 0 to a libcurl handle. False when libcurl refuses one.

@@ -31,7 +31,7 @@ bool resolve(const std::string& host, std::uint16_t port, sockaddr_in& address) 
 }
 
 // Binds to the group's address, so that packets of another group on the same port are not received.
-bool bindAndJoin(int socket, const sockaddr_in& address) {
+bool bindAndJoin(int socket, const sockaddr_in& address, const std::string& via) {
     const int yes = 1;
     setsockopt(socket, SOL_SOCKET, SO_REUSEADDR, &yes, sizeof yes);
     const bool multicast = IN_MULTICAST(ntohl(address.sin_addr.s_addr));
@@ -41,6 +41,8 @@ bool bindAndJoin(int socket, const sockaddr_in& address) {
     if (bind(socket, reinterpret_cast<const sockaddr*>(&local), sizeof local) != 0)
         return false;
     ip_mreq membership{address.sin_addr, {htonl(INADDR_ANY)}};
+    if (!via.empty())
+        inet_pton(AF_INET, via.c_str(), &membership.imr_interface);
     return !multicast ||
            setsockopt(socket, IPPROTO_IP, IP_ADD_MEMBERSHIP, &membership, sizeof membership) == 0;
 }
@@ -95,7 +97,7 @@ SocketPair bindPair(std::uint16_t port) {
     return {};
 }
 
-int joinGroup(const std::string& group, std::uint16_t port) {
+int joinGroup(const std::string& group, std::uint16_t port, const std::string& via) {
     sockaddr_in address{};
     if (!resolve(group, port, address)) {
         logmsg(3, "No address for %s", group.c_str());
@@ -103,7 +105,7 @@ int joinGroup(const std::string& group, std::uint16_t port) {
         return -1;
     }
     const int fd = socket(AF_INET, SOCK_DGRAM | SOCK_CLOEXEC, 0);
-    if (fd >= 0 && bindAndJoin(fd, address)) {
+    if (fd >= 0 && bindAndJoin(fd, address, via)) {
         widen(fd);
         return fd;
     }

@@ -9,8 +9,9 @@
 namespace streams {
 
 // Opens a socket that receives the datagrams to the group and port, or, for a host that is not a multicast group, those
-// to this machine. Returns -1 with errno and a log line on failure.
-int joinGroup(const std::string& group, std::uint16_t port);
+// to this machine. `via`: numeric address of the own interface where the group is expected; "": where the routes lead.
+// Returns -1 with errno and a log line on failure.
+int joinGroup(const std::string& group, std::uint16_t port, const std::string& via = "");
 
 // A pair of sockets for RTP and RTCP, on that port and the next one. Port 0: on any even port. The
 // sockets are -1, with errno and a log line, on failure.

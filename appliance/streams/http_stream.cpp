@@ -1,25 +1,68 @@
 #include "appliance/streams/http_stream.h"
 
 #include "appliance/streams/byte_stream.h"
+#include "appliance/streams/http_answer.h"
 
 #include <libcommon/log.h>
 
 #include <array>
 #include <curl/curl.h>
 #include <memory>
+#include <poll.h>
 #include <string_view>
+#include <vector>
 
 namespace streams {
 namespace {
 
 constexpr std::size_t headerLimit = 64 * 1024;
 constexpr curl_off_t refusalLimit = 16 * 1024;
-constexpr long receiveBytes = 128 * 1024; // most JPEG pictures fit
+constexpr int wantedPollMs = 500;
+constexpr std::size_t receiveBytes = 128 * 1024; // most JPEG pictures fit
 
 std::string urlOf(const HttpSource& source) {
     const bool bracketed = source.host.find(':') != std::string::npos && source.host.front() != '[';
     return std::string(source.https ? "https://" : "http://") + (bracketed ? "[" : "") + source.host +
            (bracketed ? "]" : "") + ":" + std::to_string(source.port) + source.target;
+}
+
+std::string hostOf(const HttpSource& source) {
+    const std::string url = urlOf(source);
+    const std::size_t start = url.find("://") + 3;
+    return url.substr(start, url.find('/', start) - start);
+}
+
+// The transfer without TLS and passwords. It needs no library, so that its request is sent at once.
+std::string receivePlain(const HttpSource& source, const HttpTaker& taker) {
+    ByteStream stream;
+    std::string reason = stream.open(source.host, source.port, false, source.connectMs);
+    if (!reason.empty())
+        return reason;
+    if (!stream.send("GET " + source.target + " HTTP/1.1\r\nHost: " + hostOf(source) +
+                     "\r\nUser-Agent: decoder\r\nAccept: */*\r\n\r\n"))
+        return "the request can't be sent";
+    int answered = 0;
+    HttpAnswer answer(
+        [&](int status, const std::string& type) {
+            answered = status;
+            return status == 200 && taker.begin(type);
+        },
+        taker.body);
+    std::vector<char> bytes(receiveBytes);
+    for (ByteStream::Read read = ByteStream::Read::nothing; read != ByteStream::Read::closed;) {
+        std::size_t count = 0;
+        read = stream.receive(bytes.data(), bytes.size(), count);
+        if (read == ByteStream::Read::some && !answer.feed(bytes.data(), count))
+            break;
+        if (taker.wanted && !taker.wanted())
+            return "the stream is not wanted";
+        pollfd readable{stream.descriptor(), POLLIN, 0};
+        if (read == ByteStream::Read::nothing)
+            poll(&readable, 1, taker.wanted ? wantedPollMs : -1);
+    }
+    if (answered != 0 && answered != 200)
+        return "the encoder answered " + std::to_string(answered);
+    return answer.fault().empty() ? "the encoder ended the stream" : answer.fault();
 }
 
 class Transfer {
@@ -91,6 +134,8 @@ std::size_t Transfer::onBody(char* bytes, std::size_t size, std::size_t count, v
 int Transfer::onProgress(void* self, curl_off_t /*total*/, curl_off_t now, curl_off_t /*upTotal*/,
                          curl_off_t /*upNow*/) {
     const auto& transfer = *static_cast<Transfer*>(self);
+    if (transfer.taker_.wanted && !transfer.taker_.wanted())
+        return 1;
     return !transfer.begun_ && now > refusalLimit && transfer.status() >= 400 ? 1 : 0;
 }
 
@@ -133,7 +178,7 @@ bool configureRequest(void* curlHandle, const HttpSource& source, char* error) {
     set(CURLOPT_PATH_AS_IS, 1L);
     set(CURLOPT_HTTP_VERSION, static_cast<long>(CURL_HTTP_VERSION_1_1));
     set(CURLOPT_USERAGENT, "decoder");
-    set(CURLOPT_BUFFERSIZE, receiveBytes);
+    set(CURLOPT_BUFFERSIZE, static_cast<long>(receiveBytes));
     set(CURLOPT_TCP_KEEPALIVE, 1L);
     if (source.connectMs > 0)
         set(CURLOPT_CONNECTTIMEOUT_MS, static_cast<long>(source.connectMs));
@@ -151,7 +196,7 @@ void startHttp() {
 }
 
 std::string receiveHttp(const HttpSource& source, const HttpTaker& taker) {
-    return Transfer(source, taker).run();
+    return source.https || !source.user.empty() ? Transfer(source, taker).run() : receivePlain(source, taker);
 }
 
 } // namespace streams

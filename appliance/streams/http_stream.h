@@ -26,6 +26,8 @@ struct HttpSource {
 struct HttpTaker {
     std::function<bool(const std::string& contentType)> begin;      // status 200; false ends the transfer
     std::function<bool(const char* bytes, std::size_t count)> body; // false ends the transfer
+    // May be empty. Asked at least once a second, even while nothing comes; false ends the transfer.
+    std::function<bool()> wanted = {};
 };
 
 // Receives until the stream ends or fails, or the taker returns false. Returns the reason, for the log. Blocks
@@ -36,7 +38,8 @@ std::string receiveHttp(const HttpSource& source, const HttpTaker& taker);
 // the handle. `error` is a buffer of CURL_ERROR_SIZE bytes that outlives the handle. False when libcurl refuses.
 bool configureRequest(void* curlHandle, const HttpSource& source, char* error);
 
-// Prepares libcurl. Called once, before other threads exist.
+// Loads and prepares libcurl, for a program that always needs it. Called once, before other threads exist. Without it
+// libcurl is loaded for the first stream with TLS or a user name.
 void startHttp();
 
 } // namespace streams

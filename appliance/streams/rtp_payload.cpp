@@ -2,7 +2,6 @@
 
 #include <cstddef>
 #include <cstdint>
-#include <gst/gst.h>
 
 namespace streams {
 namespace {
@@ -49,14 +48,29 @@ std::string capsOfPacket(std::string_view packet) {
 }
 
 std::string encodingNameIn(const std::string& caps) {
-    GstCaps* parsed = gst_caps_from_string(caps.c_str());
-    const bool any = parsed != nullptr && gst_caps_get_size(parsed) > 0;
-    const char* name =
-        any ? gst_structure_get_string(gst_caps_get_structure(parsed, 0), "encoding-name") : nullptr;
-    std::string found = name == nullptr ? "" : name;
-    if (parsed != nullptr)
-        gst_caps_unref(parsed);
-    return found;
+    constexpr std::string_view field = ",encoding-name=";
+    constexpr std::string_view type = "(string)";
+    const std::size_t found = caps.find(field);
+    if (found == std::string::npos)
+        return "";
+    std::string_view rest = std::string_view(caps).substr(found + field.size());
+    if (rest.starts_with(type))
+        rest.remove_prefix(type.size());
+    return std::string(rest.substr(0, rest.find_first_of(",;")));
+}
+
+std::string capsField(std::string_view name, std::string_view text) {
+    constexpr std::string_view plain = "ABCDEFGHIJKLMNOPQRSTUVWXYZabcdefghijklmnopqrstuvwxyz0123456789_-+/:.";
+    std::string field = "," + std::string(name) + "=(string)";
+    if (!text.empty() && text.find_first_not_of(plain) == std::string_view::npos)
+        return field.append(text);
+    field += '"';
+    for (const char c : text) {
+        if (c == '"' || c == '\\')
+            field += '\\';
+        field += c;
+    }
+    return field + '"';
 }
 
 } // namespace streams

@@ -1,6 +1,4 @@
-// The content of an RTP stream, as GStreamer caps ("application/x-rtp,media=video,...").
-//
-// gst_init() must have been called.
+// The content of an RTP stream, as GStreamer caps ("application/x-rtp,media=video,..."). Needs no GStreamer.
 #pragma once
 
 #include <string>
@@ -17,5 +15,9 @@ std::string capsOfPayloadType(int type);
 
 // The encoding name in such caps: "H264", "MP4V-ES", "PCMU"; "" when there is none.
 std::string encodingNameIn(const std::string& caps);
+
+// A field for such caps, with the comma before it: ",config=(string)0001". Other characters than those of numbers and
+// words are quoted.
+std::string capsField(std::string_view name, std::string_view text);
 
 } // namespace streams

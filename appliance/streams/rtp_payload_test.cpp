@@ -1,6 +1,5 @@
 #include "appliance/streams/rtp_payload.h"
 
-#include <gst/gst.h>
 #include <gtest/gtest.h>
 
 #include <string>
@@ -10,8 +9,6 @@ namespace {
 
 class RtpPayload : public testing::Test {
 protected:
-    RtpPayload() { gst_init(nullptr, nullptr); }
-
     static std::string packet(int type, const std::string& payload) {
         std::string bytes(12, '\0');
         bytes[0] = '\x80';
@@ -50,6 +47,13 @@ TEST_F(RtpPayload, OtherBytesHaveNoCaps) {
     EXPECT_EQ(encodingNameIn(""), "");
     EXPECT_EQ(encodingNameIn("nonsense,,,"), "");
     EXPECT_EQ(encodingNameIn("video/x-raw,format=I420"), "");
+}
+
+TEST(CapsField, QuotesWhatIsNoWord) {
+    EXPECT_EQ(capsField("config", "0001b0"), ",config=(string)0001b0");
+    EXPECT_EQ(capsField("sprop-parameter-sets", "Z0LA,aM4="), ",sprop-parameter-sets=(string)\"Z0LA,aM4=\"");
+    EXPECT_EQ(capsField("a", ""), ",a=(string)\"\"");
+    EXPECT_EQ(capsField("a", "x\"y\\z"), ",a=(string)\"x\\\"y\\\\z\"");
 }
 
 } // namespace

@@ -9,6 +9,7 @@
 #include <optional>
 #include <poll.h>
 #include <sys/eventfd.h>
+#include <unistd.h>
 #include <utility>
 
 namespace streams {
@@ -48,6 +49,13 @@ RtspStream::RtspStream(RtspSource source, RtspReceiver receiver)
     : source_(std::move(source)), receiver_(std::move(receiver)),
       client_(source_, [this](int channel, std::string_view packet) { takeChannel(channel, packet); }),
       url_(urlOf(source_)), reporter_(g_random_int()), wake_(eventfd(0, EFD_CLOEXEC | EFD_NONBLOCK)) {}
+
+RtspStream::~RtspStream() {
+    for (const int fd : {wake_, video_.sockets.data, video_.sockets.control, sound_.sockets.data,
+                         sound_.sockets.control})
+        if (fd >= 0)
+            close(fd);
+}
 
 std::string RtspStream::sessionLine() const {
     return session_.empty() ? "" : "Session: " + session_ + "\r\n";
@@ -286,6 +294,12 @@ void RtspStream::tearDown() {
     const std::lock_guard guard(lock_);
     hasEnded_ = true;
     ended_.notify_all();
+}
+
+void RtspStream::endSoon() {
+    const std::lock_guard guard(lock_);
+    endAsked_ = true;
+    eventfd_write(wake_, 1);
 }
 
 void RtspStream::end() {

@@ -38,13 +38,19 @@ struct RtspReceiver {
 class RtspStream {
 public:
     RtspStream(RtspSource source, RtspReceiver receiver);
-    // Never destroyed: its sockets stay open until the process ends.
+    // Not before run() has returned. Players never destroy it.
+    ~RtspStream();
+    RtspStream(const RtspStream&) = delete;
+    RtspStream& operator=(const RtspStream&) = delete;
 
     // Runs the session until it ends; returns the reason, for the log.
     std::string run();
 
     // Ends a running session with a TEARDOWN; waits at most 150 ms for it. Any thread.
     void end();
+
+    // Makes run() end soon, before or during the session, without waiting for it. Any thread.
+    void endSoon();
 
 private:
     // Where the packets of one stream arrive: on sockets or on channels of the connection.

@@ -8,11 +8,12 @@
 namespace streams {
 
 struct DescribedStream {
-    std::string caps;         // of its RTP packets
+    std::string caps;         // of its RTP packets, for GStreamer
     std::string encodingName; // "H264", ...
     std::string control;      // the absolute URL for its SETUP
     // As the description has them, for handing the stream on:
     int payloadType = 0;
+    int clockRate = 0;  // of its timestamps, in Hz
     std::string rtpmap; // "96 H264/90000"; "" for a static payload type without one
     std::string fmtp;   // "96 packetization-mode=1"; "": none
 };
@@ -31,10 +32,6 @@ using Usable = std::function<bool(const std::string& encodingName)>;
 std::optional<StreamDescription> readDescription(const std::string& text, const std::string& base,
                                                  const Usable& video, const Usable& sound,
                                                  std::string& reason);
-
-// Prepares GStreamer's reading of descriptions without its plugins, for a program that decodes nothing. Called once,
-// before other threads exist. False, with a log line, when GStreamer does not start.
-bool startDescriptions();
 
 // Resolves a control attribute: an absolute URL is kept, "*" and "" mean the description's own URL.
 std::string resolveControl(const std::string& base, const std::string& control);

@@ -1,7 +1,6 @@
 #include "appliance/streams/stream_description.h"
 
 #include <gmock/gmock.h>
-#include <gst/gst.h>
 #include <gtest/gtest.h>
 
 #include <set>
@@ -21,8 +20,6 @@ const std::string sound = "m=audio 0 RTP/AVP 0\r\na=control:trackID=2\r\n";
 
 class StreamDescriptionText : public testing::Test {
 protected:
-    StreamDescriptionText() { gst_init(nullptr, nullptr); }
-
     std::optional<StreamDescription> read(const std::string& text) {
         const auto oneOf = [](const std::set<std::string>& known) {
             return [known](const std::string& encoding) { return known.count(encoding) > 0; };

@@ -23,6 +23,12 @@ std::uint32_t randomNumber() {
     return std::random_device{}();
 }
 
+Delivery firstDelivery(Transport transport) {
+    if (transport == Transport::tcp)
+        return Delivery::tcp;
+    return transport == Transport::multicast ? Delivery::multicast : Delivery::udp;
+}
+
 VideoForm formOf(const TrackInfo& track, std::size_t kept) {
     return {track.encodingName, track.payloadType, track.clockRate, track.fmtp, kept};
 }
@@ -37,7 +43,7 @@ bool CameraSettings::sameCamera(const CameraSettings& other) const {
 Camera::Camera(EventLoop& loop, Transfers& transfers, CameraSettings settings, SessionTimes times,
                std::function<void(const Camera&)> changed)
     : loop_(loop), transfers_(transfers), settings_(std::move(settings)), times_(times),
-      changed_(std::move(changed)), overUdp_(settings_.transport != Transport::tcp) {
+      changed_(std::move(changed)), delivery_(firstDelivery(settings_.transport)) {
     if (!settings_.mistake.empty())
         failure_ = {Fault::badUrl, settings_.mistake};
 }
@@ -76,7 +82,7 @@ void Camera::ask(Answer answer) {
     if (againTimer_ != 0)
         return answer(info_, failure_);
     answers_.push_back(std::move(answer));
-    if (rtsp_ == nullptr && mjpeg_ == nullptr)
+    if (session_ == nullptr)
         open();
 }
 
@@ -135,23 +141,16 @@ void Camera::open() {
         .picture = [this](std::string_view jpeg) { onPicture(jpeg); },
         .pause = [this] { onPause(); },
         .ended = [this](const Failure& failure) { onEnded(failure); }};
-    if (settings_.url.isRtsp()) {
-        rtsp_ = std::make_unique<RtspSession>(loop_, transfers_, settings_.url, overUdp_, times_, events);
-        rtsp_->open();
-    } else {
-        mjpeg_ = std::make_unique<MjpegSession>(loop_, transfers_, settings_.url, times_, events);
-        mjpeg_->open();
-    }
+    session_ = makeSession(loop_, transfers_, settings_.url, delivery_, times_, events);
+    session_->open();
 }
 
 // The session may be in the middle of a call.
 void Camera::closeSession() {
     open_ = false;
     picture_ = nullptr;
-    const std::shared_ptr<RtspSession> rtsp = std::move(rtsp_);
-    const std::shared_ptr<MjpegSession> mjpeg = std::move(mjpeg_);
-    if (rtsp != nullptr || mjpeg != nullptr)
-        loop_.later([rtsp, mjpeg] {});
+    if (const std::shared_ptr<CameraSession> session = std::move(session_))
+        loop_.later([session] {});
 }
 
 void Camera::onOpened(const StreamInfo& info) {
@@ -199,9 +198,17 @@ void Camera::onPacket(Track track, std::string_view packet) {
         relay->add(packet, gettimeusec());
 }
 
+// A viewer may leave in its call, when its connection turns out to be broken.
+template<typename Call>
+void Camera::eachViewer(Call call) {
+    for (auto next = viewers_.begin(); next != viewers_.end();) {
+        const std::shared_ptr<Viewer> viewer = (next++)->second;
+        call(*viewer);
+    }
+}
+
 void Camera::pass(Track track, const Packet& packet, bool start) {
-    for (const auto& [id, viewer] : viewers_)
-        viewer->packet(track, packet, start);
+    eachViewer([&](const Viewer& viewer) { viewer.packet(track, packet, start); });
 }
 
 void Camera::onPicture(std::string_view jpeg) {
@@ -209,24 +216,22 @@ void Camera::onPicture(std::string_view jpeg) {
     bytes_ += jpeg.size();
     ++pictures_;
     picture_ = std::make_shared<const std::string>(jpeg);
-    for (const auto& [id, viewer] : viewers_)
-        viewer->picture(picture_);
+    eachViewer([this](const Viewer& viewer) { viewer.picture(picture_); });
 }
 
 void Camera::onPause() {
-    for (const auto& [id, viewer] : viewers_)
-        viewer->flush();
+    eachViewer([](const Viewer& viewer) { viewer.flush(); });
 }
 
 // Over UDP nothing came, or the camera does not offer it.
 bool Camera::fallsBack(const Failure& failure) {
     const bool refused = failure.fault == Fault::otherStatus && !open_;
-    if (rtsp_ == nullptr || !overUdp_ || settings_.transport != Transport::automatic ||
-        (failure.fault != Fault::noPackets && !refused))
+    if (!settings_.url.isRtsp() || delivery_ == Delivery::tcp ||
+        settings_.transport != Transport::automatic || (failure.fault != Fault::noPackets && !refused))
         return false;
     logmsg(6, "Camera %d \"%s\": %s; trying TCP", settings_.number, settings_.name.c_str(),
            failure.text.c_str());
-    overUdp_ = false;
+    delivery_ = Delivery::tcp;
     return true;
 }
 

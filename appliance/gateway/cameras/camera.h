@@ -6,8 +6,7 @@
 #pragma once
 
 #include "appliance/gateway/cameras/camera_url.h"
-#include "appliance/gateway/cameras/mjpeg_session.h"
-#include "appliance/gateway/cameras/rtsp_session.h"
+#include "appliance/gateway/cameras/session.h"
 #include "appliance/gateway/cameras/stream_info.h"
 #include "appliance/gateway/rtp/video_relay.h"
 
@@ -20,7 +19,8 @@
 
 namespace gateway {
 
-enum class Transport { automatic, udp, tcp }; // automatic: UDP, and TCP where nothing comes over UDP
+// automatic: UDP, and TCP where nothing comes over UDP
+enum class Transport { automatic, udp, tcp, multicast };
 
 struct CameraSettings {
     int number = 0;      // from 1; a camera keeps it as long as it exists
@@ -87,6 +87,8 @@ private:
     bool fallsBack(const Failure& failure);
     void tryAgain();
     void pass(Track track, const Packet& packet, bool start);
+    template<typename Call>
+    void eachViewer(Call call);
     void answerAll(const Failure& failure);
     void endViewers(const Failure& failure);
     void stopWhenUnwanted();
@@ -98,10 +100,9 @@ private:
     const SessionTimes times_;
     const std::function<void(const Camera&)> changed_;
 
-    std::unique_ptr<RtspSession> rtsp_; // one of the two, or none
-    std::unique_ptr<MjpegSession> mjpeg_;
+    std::unique_ptr<CameraSession> session_; // null: none
     bool open_ = false;
-    bool overUdp_;
+    Delivery delivery_; // asked for in the next session
     StreamInfo info_;
     Failure failure_;
     int failures_ = 0; // in a row

@@ -159,4 +159,10 @@ std::string CameraConnection::peer() const {
     return address == nullptr ? "" : address;
 }
 
+std::string CameraConnection::local() const {
+    const char* address = nullptr;
+    curl_easy_getinfo(curl_, CURLINFO_LOCAL_IP, &address);
+    return address == nullptr ? "" : address;
+}
+
 } // namespace gateway

@@ -42,7 +42,8 @@ public:
     // No event is reported from now on.
     void close();
 
-    std::string peer() const; // numeric address of the camera
+    std::string peer() const;  // numeric address of the camera
+    std::string local() const; // our own numeric address towards it
     bool isOpen() const { return socket_ != CURL_SOCKET_BAD; }
 
 private:

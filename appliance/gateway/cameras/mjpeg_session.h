@@ -2,7 +2,7 @@
 #pragma once
 
 #include "appliance/gateway/cameras/camera_url.h"
-#include "appliance/gateway/cameras/rtsp_session.h"
+#include "appliance/gateway/cameras/session.h"
 #include "appliance/gateway/cameras/stream_info.h"
 #include "appliance/gateway/cameras/transfers.h"
 #include "appliance/streams/multipart.h"
@@ -14,16 +14,14 @@
 
 namespace gateway {
 
-class MjpegSession {
+class MjpegSession : public CameraSession {
 public:
     // Loop and transfers must outlive it.
     MjpegSession(EventLoop& loop, Transfers& transfers, CameraUrl url, SessionTimes times,
                  SessionEvents events);
-    ~MjpegSession();
-    MjpegSession(const MjpegSession&) = delete;
-    MjpegSession& operator=(const MjpegSession&) = delete;
+    ~MjpegSession() override;
 
-    void open();
+    void open() override;
 
 private:
     static std::size_t onHeader(char* line, std::size_t size, std::size_t count, void* self);

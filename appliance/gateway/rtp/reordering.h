@@ -26,7 +26,8 @@ public:
     // Gives up a gap that has lasted too long.
     void look(std::int64_t now);
 
-    std::uint64_t lost() const { return lost_; } // packets that never came in time
+    bool waits() const { return !waiting_.empty(); } // for a missing packet
+    std::uint64_t lost() const { return lost_; }     // packets that never came in time
 
 private:
     void release();

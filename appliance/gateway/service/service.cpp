@@ -14,7 +14,7 @@ constexpr const char* host = "127.0.0.1";
 Service::Service(EventLoop& loop)
     : loop_(loop), transfers_(loop),
       cameras_(loop, transfers_, {}, [this](const Camera& camera) { publish(camera); }),
-      port_(loop, cameras_) {}
+      port_(loop, cameras_), warm_(loop, cameras_) {}
 
 std::string Service::start(std::uint16_t port, bool fixed) {
     fixed_ = fixed;
@@ -24,6 +24,7 @@ std::string Service::start(std::uint16_t port, bool fixed) {
     keeper_ =
         std::make_unique<Keeper>(loop_, port_.number(), [this](const SourcePlan& plan) { configure(plan); });
     keeper_->start();
+    warm_.start();
     return "";
 }
 

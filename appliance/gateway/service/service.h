@@ -5,6 +5,7 @@
 #include "appliance/gateway/loop/event_loop.h"
 #include "appliance/gateway/service/keeper.h"
 #include "appliance/gateway/serving/port.h"
+#include "appliance/gateway/warm/warm_sources.h"
 
 #include <cstdint>
 #include <map>
@@ -32,6 +33,7 @@ private:
     Transfers transfers_;
     Cameras cameras_;
     Port port_;
+    WarmSources warm_;
     bool fixed_ = false;
     int wantedPort_ = 0;             // that was tried last
     std::unique_ptr<Keeper> keeper_; // destroyed first: it uses the loop

@@ -2,7 +2,6 @@
 
 #include <libcommon/log.h>
 
-#include <cstdlib>
 #include <gst/gst.h>
 #include <string>
 #include <sys/stat.h>
@@ -10,8 +9,8 @@
 namespace player {
 namespace {
 
-// Process-wide state of this file: the plugin folders, separated by colons. Written once by startGStreamer(), before
-// other threads exist; never destroyed, because decoding threads run while the process exits.
+// Process-wide state of this file: the plugin folders, separated by colons. Written once by startGStreamer(); never
+// destroyed, because decoding threads run while the process exits.
 std::string& pluginFolders() {
     static std::string& folders = *new std::string;
     return folders;
@@ -32,14 +31,8 @@ std::string fileOf(const std::string& plugin) {
 
 } // namespace
 
-bool startGStreamer(std::initializer_list<const char*> plugins) {
-    const char* own = std::getenv("GST_PLUGIN_SYSTEM_PATH_1_0");
-    pluginFolders() = own != nullptr && *own != '\0' ? own : GST_PLUGIN_FOLDER;
-    // An empty search path and a registry file that can't exist: gst_init() reads and writes nothing.
-    setenv("GST_PLUGIN_SYSTEM_PATH_1_0", "", 1);
-    setenv("GST_PLUGIN_PATH_1_0", "", 1);
-    setenv("GST_REGISTRY_1_0", "/proc/self/no-registry/registry", 1);
-    setenv("GST_REGISTRY_UPDATE", "no", 1);
+bool startGStreamer(const std::string& folders, std::initializer_list<const char*> plugins) {
+    pluginFolders() = folders;
     gst_registry_fork_set_enabled(FALSE);
     GError* error = nullptr;
     if (gst_init_check(nullptr, nullptr, &error) == FALSE) {

@@ -6,12 +6,13 @@
 #pragma once
 
 #include <initializer_list>
+#include <string>
 
 namespace player {
 
-// Starts GStreamer with these plugins ("jpeg" is libgstjpeg.so). False with a log line when one is missing. Called
-// once, before other threads exist.
-bool startGStreamer(std::initializer_list<const char*> plugins);
+// Starts GStreamer with these plugins ("jpeg" is libgstjpeg.so) from these folders, which are separated by colons. The
+// environment is that of prepareGStreamer(). False with a log line when a plugin is missing. Called once.
+bool startGStreamer(const std::string& folders, std::initializer_list<const char*> plugins);
 
 // Loads more plugins after startGStreamer(). False with a log line when one is missing. Any thread.
 bool loadPlugins(std::initializer_list<const char*> plugins);

@@ -12,19 +12,9 @@ struct Known {
     const char* encodingName;
     const char* elements;
     const char* plugins;
-    const char* codec = "";
 };
 
-// config-interval=-1: the description of the codec comes again with each key picture.
 constexpr Known videos[] = {
-    {"H264",
-     "rtph264depay wait-for-keyframe=true ! h264parse config-interval=-1 ! "
-     "video/x-h264,stream-format=byte-stream,alignment=au",
-     "videoparsersbad", "h264"},
-    {"H265",
-     "rtph265depay ! h265parse config-interval=-1 ! video/x-h265,stream-format=byte-stream,alignment=au",
-     "videoparsersbad", "hevc"},
-    {"MP4V-ES", "rtpmp4vdepay ! mpeg4videoparse config-interval=-1", "videoparsersbad", "mpeg4"},
     {"MPV", "rtpmpvdepay ! mpegvideoparse ! mpeg2dec name=decoder", "videoparsersbad mpeg2dec"},
     {"MP2T", "rtpmp2tdepay ! tsdemux ! mpegvideoparse ! mpeg2dec name=decoder",
      "videoparsersbad mpeg2dec mpegtsdemux"},
@@ -44,7 +34,7 @@ template<std::size_t Size>
 RtpChain chainIn(const Known (&known)[Size], const std::string& encodingName) {
     for (const Known& one : known)
         if (encodingName == one.encodingName)
-            return {one.elements, one.plugins, one.codec};
+            return {one.elements, one.plugins};
     return {};
 }
 
@@ -61,7 +51,7 @@ RtpChain soundChainOf(const std::string& encodingName) {
 }
 
 bool loadRtpPlugins(const RtpChain& chain) {
-    if (!loadPlugins({"coreelements", "rtp", "rtpmanager"}))
+    if (!loadPlugins({"coreelements", "rtp"}))
         return false;
     std::istringstream names(chain.plugins);
     for (std::string name; names >> name;)

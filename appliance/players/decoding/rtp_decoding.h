@@ -1,4 +1,4 @@
-// Decoding of RTP streams, by the "encoding-name" of their caps: "H264", "MP4V-ES", "PCMU", ...
+// Decoding of RTP streams with GStreamer, by the "encoding-name" of their caps: "H264", "MP4V-ES", "PCMU", ...
 #pragma once
 
 #include <string>
@@ -6,12 +6,9 @@
 namespace player {
 
 struct RtpChain {
-    // In the syntax of gst-launch: depayloader and decoder, or, with a codec, depayloader and parser; "": this encoding
-    // can't be decoded.
-    std::string elements;
-    std::string plugins; // separated by blanks, without those that all chains need
     std::string
-        codec; // the codec of libavcodec that decodes what the elements return; "": they decode it themselves
+        elements; // depayloader and decoder in the syntax of gst-launch; "": this encoding can't be decoded
+    std::string plugins; // separated by blanks, without those that all chains need
 };
 
 RtpChain videoChainOf(const std::string& encodingName);

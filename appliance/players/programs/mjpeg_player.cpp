@@ -1,9 +1,9 @@
 // mjpeg_player: motion JPEG over HTTP, an endless multipart body with one JPEG picture in each part.
-#include "appliance/players/decoding/gst_start.h"
 #include "appliance/players/decoding/jpeg_thread.h"
+#include "appliance/players/decoding/module.h"
 #include "appliance/players/programs/stream_request.h"
 #include "appliance/players/showing/player.h"
-#include "appliance/players/sound/http_sound.h"
+#include "appliance/players/sound/picture_sound.h"
 #include "appliance/streams/http_stream.h"
 #include "appliance/streams/jpeg_check.h"
 #include "appliance/streams/multipart.h"
@@ -42,17 +42,15 @@ void receivePictures(const PlayerOptions& options, const StreamSink& sink, JpegT
 }
 
 bool startMjpeg(const PlayerOptions& options, const StreamSink& sink, Endings& endings) {
-    // Only sound needs GStreamer. It is started before other threads exist.
-    if (options.audio && !startGStreamer({"app"}))
-        return false;
-    streams::startHttp();
+    if (options.audio)
+        prepareGStreamer();
     auto* decoder = new JpegThread; // never destroyed: it has its own thread
     decoder->start(sink);
     std::thread([&options, &sink, decoder] { receivePictures(options, sink, *decoder); }).detach();
     if (options.audio) {
-        auto* sound = new SoundOutput(sink); // never destroyed: it has its own thread
-        endings.sound = [sound] { sound->end(soundEndMs); };
-        playHttpSound(httpSourceOf(options, "/vexo-cgi/audio/receive.cgi"), sink, *sound, options.verbose);
+        auto* sound = new PictureSound(sink); // never destroyed: it has its own threads
+        endings.sound = [sound] { sound->end(); };
+        sound->playHttp(httpSourceOf(options, "/vexo-cgi/audio/receive.cgi"), options.verbose);
     }
     return true;
 }

@@ -1,19 +1,15 @@
 // multicastplayer: MPEG-2 over RTP from a multicast group, with sound from another group.
-#include "appliance/players/decoding/decoder_pipeline.h"
-#include "appliance/players/decoding/gst_start.h"
-#include "appliance/players/decoding/rtp_decoding.h"
+#include "appliance/players/decoding/module.h"
+#include "appliance/players/decoding/packet_pictures.h"
 #include "appliance/players/showing/player.h"
-#include "appliance/players/sound/rtp_sound.h"
+#include "appliance/players/sound/picture_sound.h"
 #include "appliance/streams/datagrams.h"
 #include "appliance/streams/rtp_payload.h"
+#include "appliance/streams/stream_description.h"
 
-#include <libcommon/log.h>
-
-#include <memory>
 #include <string>
 #include <string_view>
 #include <thread>
-#include <utility>
 
 namespace player {
 namespace {
@@ -21,63 +17,58 @@ namespace {
 // Decodes the packets. The stream has no description, so its encoding is taken from the first packet.
 class MulticastPictures {
 public:
-    explicit MulticastPictures(const StreamSink& sink) : sink_(sink) {}
+    explicit MulticastPictures(const StreamSink& sink) : pictures_(sink) {}
 
     void take(std::string_view packet) {
-        if (decoder_ == nullptr && !begin(packet))
-            return;
-        if (!decoder_->feed(packet.data(), packet.size()))
-            sink_.ended("the decoder failed");
+        if (!begun_) {
+            streams::DescribedStream stream;
+            stream.caps = streams::capsOfPacket(packet);
+            stream.encodingName = streams::encodingNameIn(stream.caps);
+            begun_ = decodesVideo(stream.encodingName);
+            if (begun_)
+                pictures_.begin(stream, false);
+        }
+        if (begun_)
+            pictures_.feed(packet);
     }
 
 private:
-    bool begin(std::string_view packet) {
-        const std::string caps = streams::capsOfPacket(packet);
-        const RtpChain chain = videoChainOf(streams::encodingNameIn(caps));
-        if (chain.elements.empty())
-            return false;
-        auto decoder = std::make_unique<DecoderPipeline>(std::string(reordering) + " ! " + chain.elements,
-                                                         caps, Feed::packets);
-        if (loadRtpPlugins(chain) && decoder->start(sink_))
-            decoder_ = std::move(decoder);
-        else
-            sink_.ended("the decoder can't be started");
-        return decoder_ != nullptr;
-    }
-
-    const StreamSink& sink_;
-    std::unique_ptr<DecoderPipeline> decoder_;
+    PacketPictures pictures_;
+    bool begun_ = false;
 };
 
-void receiveSound(const PlayerOptions& options, const StreamSink& sink, SoundOutput& output) {
+void receiveSound(const PlayerOptions& options, PictureSound& sound) {
     const int socket = streams::joinGroup(options.audioHost, options.audioPort);
     if (socket < 0)
         return;
-    RtpSound* sound = nullptr; // never destroyed: it has its own thread
+    bool begun = false;
     streams::receiveDatagrams(socket, [&](std::string_view packet) {
-        const std::string caps = sound == nullptr ? streams::capsOfPacket(packet) : "";
-        if (!caps.empty())
-            sound = new RtpSound(sink, output, caps);
-        if (sound != nullptr)
-            sound->feed(packet.data(), packet.size());
+        const std::string caps = begun ? "" : streams::capsOfPacket(packet);
+        if (!caps.empty()) {
+            sound.beginRtp(caps);
+            begun = true;
+        }
+        if (begun)
+            sound.feedRtp(packet);
     });
 }
 
 bool startMulticast(const PlayerOptions& options, const StreamSink& sink, Endings& endings) {
     const int socket = streams::joinGroup(options.host, options.port);
-    // The plugins of the usual encoding are loaded before the first packet arrives.
-    if (socket < 0 || !startGStreamer({"app"}) || !loadRtpPlugins(videoChainOf("MP2T")))
+    if (socket < 0)
         return false;
+    prepareGStreamer();
     std::thread([socket, &sink] {
         auto& pictures =
-            *new MulticastPictures(sink); // never destroyed: its pipeline runs until the process ends
+            *new MulticastPictures(sink); // never destroyed: its decoder runs until the process ends
         streams::receiveDatagrams(socket, [&](std::string_view packet) { pictures.take(packet); });
         sink.ended("the socket broke");
     }).detach();
+    std::thread([] { loadGStreamer(); }).detach(); // while the first packet arrives
     if (!options.audioHost.empty()) {
-        auto* sound = new SoundOutput(sink); // never destroyed: it has its own thread
-        endings.sound = [sound] { sound->end(soundEndMs); };
-        std::thread([&options, &sink, sound] { receiveSound(options, sink, *sound); }).detach();
+        auto* sound = new PictureSound(sink); // never destroyed: it has its own threads
+        endings.sound = [sound] { sound->end(); };
+        std::thread([&options, sound] { receiveSound(options, *sound); }).detach();
     }
     return true;
 }

@@ -2,6 +2,7 @@
 #pragma once
 
 #include "appliance/players/showing/player_options.h"
+#include "appliance/streams/encoder_paths.h"
 #include "appliance/streams/http_stream.h"
 #include "appliance/streams/rtsp_source.h"
 
@@ -9,9 +10,7 @@
 
 namespace player {
 
-// The target of an HTTP request: a CGI with the stream options of the command line. The supervisor writes
-// them in several forms ("?", "?&compression=30", "camera=1&resolution=640x480"). Each gives a valid request.
-std::string requestTarget(const std::string& cgi, const std::string& streamOptions);
+using streams::requestTarget;
 
 // The HTTP request for that target.
 streams::HttpSource httpSourceOf(const PlayerOptions& options, const std::string& target);

@@ -1,13 +1,10 @@
 // unicastplayer: MPEG-2 over HTTP, as an elementary, program or transport stream.
-#include "appliance/players/decoding/decoder_pipeline.h"
-#include "appliance/players/decoding/gst_start.h"
-#include "appliance/players/decoding/mpeg2_decoding.h"
+#include "appliance/players/decoding/module.h"
 #include "appliance/players/programs/stream_request.h"
 #include "appliance/players/showing/player.h"
 #include "appliance/streams/http_stream.h"
 #include "appliance/streams/mpeg2_container.h"
 
-#include <memory>
 #include <string>
 #include <thread>
 
@@ -25,24 +22,23 @@ public:
         begin_.append(bytes, count);
         if (begin_.size() < streams::containerBytes)
             return true;
-        const Mpeg2Chain chain = chainOf(streams::containerOf(begin_));
-        decoder_ = std::make_unique<DecoderPipeline>(chain.elements, chain.caps, Feed::bytes);
-        return decoder_->start(sink_) && decoder_->feed(begin_.data(), begin_.size());
+        GStreamerModule* gstreamer = loadGStreamer(); // what arrives meanwhile waits in the connection
+        decoder_ =
+            gstreamer == nullptr ? nullptr : gstreamer->decodeMpeg2(streams::containerOf(begin_), sink_);
+        return decoder_ != nullptr && decoder_->feed(begin_.data(), begin_.size());
     }
 
 private:
     const StreamSink& sink_;
     std::string begin_;
-    std::unique_ptr<DecoderPipeline> decoder_;
+    StreamDecoder* decoder_ = nullptr;
 };
 
 bool startUnicast(const PlayerOptions& options, const StreamSink& sink, Endings& /*endings*/) {
-    if (!startGStreamer({"app"}) || !loadMpeg2Plugins())
-        return false;
-    streams::startHttp();
+    prepareGStreamer();
+    std::thread([] { loadGStreamer(); }).detach(); // while the encoder answers
     std::thread([&options, &sink] {
-        auto& decoding =
-            *new Mpeg2Decoding(sink); // never destroyed: its pipeline runs until the process ends
+        auto& decoding = *new Mpeg2Decoding(sink); // never destroyed: its decoder runs until the process ends
         const streams::HttpTaker taker{
             [](const std::string& /*contentType*/) { return true; },
             [&](const char* bytes, std::size_t count) { return decoding.take(bytes, count); }};

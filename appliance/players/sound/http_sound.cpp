@@ -85,25 +85,6 @@ std::string receiveSound(const streams::HttpSource& from, SoundOutput& output) {
     return receiveHttp(from, taker);
 }
 
-// The sound may be turned off and on again while the picture is shown. A stream that failed is not asked for again.
-void playSound(const streams::HttpSource& from, const StreamSink& sink, SoundOutput& output, bool verbose) {
-    // Loading the sound plugins earlier would delay the first picture.
-    sink.awaitShowing();
-    if (!output.start() || !loadPlugins({"mulaw", "alaw", "audioparsers", "mpg123", "wavparse"}))
-        return;
-    while (sink.showing()) {
-        if (!output.wanted()) {
-            std::this_thread::sleep_for(pollTime);
-            continue;
-        }
-        const std::string reason = receiveSound(from, output);
-        if (verbose)
-            logmsg(7, "Sound ended: %s", reason.c_str());
-        if (output.wanted())
-            return;
-    }
-}
-
 } // namespace
 
 SoundChain soundChainOfType(const std::string& contentType) {
@@ -122,9 +103,22 @@ SoundChain soundChainOfType(const std::string& contentType) {
     return {};
 }
 
+// The sound may be turned off and on again while the picture is shown. A stream that failed is not asked for again.
 void playHttpSound(const streams::HttpSource& source, const StreamSink& sink, SoundOutput& output,
                    bool verbose) {
-    std::thread([source, &sink, &output, verbose] { playSound(source, sink, output, verbose); }).detach();
+    if (!output.start() || !loadPlugins({"mulaw", "alaw", "audioparsers", "mpg123", "wavparse"}))
+        return;
+    while (sink.showing()) {
+        if (!output.wanted()) {
+            std::this_thread::sleep_for(pollTime);
+            continue;
+        }
+        const std::string reason = receiveSound(source, output);
+        if (verbose)
+            logmsg(7, "Sound ended: %s", reason.c_str());
+        if (output.wanted())
+            return;
+    }
 }
 
 } // namespace player

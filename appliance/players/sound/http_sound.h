@@ -9,7 +9,7 @@
 
 namespace player {
 
-// Plays the sound from that address on its own thread while the picture is shown and sound is enabled. A failure is
+// Plays the sound from that address while the picture is shown and sound is enabled; blocks meanwhile. A failure is
 // logged when `verbose` is set and never affects the picture. `sink` and `output` must outlive the process's threads.
 void playHttpSound(const streams::HttpSource& source, const StreamSink& sink, SoundOutput& output,
                    bool verbose);

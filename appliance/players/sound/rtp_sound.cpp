@@ -1,38 +1,35 @@
 #include "appliance/players/sound/rtp_sound.h"
 
 #include "appliance/players/decoding/decoder_pipeline.h"
+#include "appliance/players/decoding/gst_start.h"
 #include "appliance/players/decoding/rtp_decoding.h"
 #include "appliance/streams/rtp_payload.h"
 
 #include <libcommon/log.h>
 
 #include <gst/app/gstappsrc.h>
-#include <thread>
-#include <utility>
 
 namespace player {
 
-RtpSound::RtpSound(const StreamSink& sink, SoundOutput& output, std::string caps)
-    : output_(output), caps_(std::move(caps)) {
-    std::thread([this, &sink] { prepare(sink); }).detach();
+RtpSound::RtpSound(SoundOutput& output, const std::string& caps) : output_(output) {
+    prepare(caps);
 }
 
-void RtpSound::prepare(const StreamSink& sink) {
-    sink.awaitShowing();
-    const std::string name = streams::encodingNameIn(caps_);
+void RtpSound::prepare(const std::string& capsText) {
+    const std::string name = streams::encodingNameIn(capsText);
     const RtpChain chain = soundChainOf(name);
     if (chain.elements.empty()) {
         logmsg(6, "Sound in the encoding \"%s\" can't be played", name.c_str());
         return;
     }
-    if (!loadRtpPlugins(chain) || !output_.start())
+    if (!loadPlugins({"rtpmanager"}) || !loadRtpPlugins(chain) || !output_.start())
         return;
     GstElement* pipeline = makePipeline(std::string("appsrc name=source is-live=true ! ") + reordering +
                                         " ! " + chain.elements + " ! " + soundSink);
     if (pipeline == nullptr)
         return;
     GstElement* source = gst_bin_get_by_name(GST_BIN(pipeline), "source");
-    GstCaps* caps = gst_caps_from_string(caps_.c_str());
+    GstCaps* caps = gst_caps_from_string(capsText.c_str());
     g_object_set(source, "caps", caps, nullptr);
     gst_caps_unref(caps);
     configureFeed(source, Feed::packets);
@@ -44,9 +41,8 @@ void RtpSound::prepare(const StreamSink& sink) {
 }
 
 void RtpSound::feed(const void* packet, std::size_t bytes) {
-    GstElement* source = source_;
-    if (source != nullptr && output_.playing())
-        gst_app_src_push_buffer(GST_APP_SRC(source), gst_buffer_new_memdup(packet, bytes));
+    if (source_ != nullptr && output_.playing())
+        gst_app_src_push_buffer(GST_APP_SRC(source_), gst_buffer_new_memdup(packet, bytes));
 }
 
 } // namespace player

@@ -78,9 +78,6 @@ private:
     bool reported_ = false;
 };
 
-// A player's patience with the end of its sound, in milliseconds: fading out, and the device's latency.
-inline constexpr int soundEndMs = 390;
-
 // The end of a decoding pipeline for sound, in the syntax of gst-launch.
 extern const char* const soundSink;
 

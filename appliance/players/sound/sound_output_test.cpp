@@ -94,7 +94,7 @@ protected:
         fs::create_directories(root_ / "etc/decoder");
         fs::create_directories(root_ / "run/decoder");
         configure();
-        startGStreamer({"app"});
+        startGStreamer(GST_PLUGIN_FOLDER, {"app"});
     }
     ~SoundOfPlayers() override { fs::remove_all(root_); }
 

@@ -28,7 +28,9 @@ Rectangle placeOf(const ScreenShape& screen, Size window) {
 
 DecoderContent::DecoderContent()
     : keys_([this](const std::string& text) { composer_.notice(text, noticeMs); },
-            [this] { composer_.toggleName(); }) {}
+            [this] { composer_.toggleName(); }) {
+    composer_.showLastPictures();
+}
 
 const std::vector<Part>& DecoderContent::parts(Size window) {
     const ScreenShape monitor = screenOf(window);
