@@ -68,10 +68,11 @@ std::vector<SourceReport> readSources() {
 }
 
 void showSources(const Request& request) {
-    const std::vector<SourceReport> sources = readSources();
+    std::vector<SourceReport> sources = readSources();
     if (request.names) {
         return showNames(request, sourceNames(sources));
     }
+    addWarmReports(sources);
     const int current = readDecoderStatus().currentSource;
     show(request, sourcesText(sources, current), sourcesJson(sources, current));
 }
@@ -79,6 +80,7 @@ void showSources(const Request& request) {
 // The source that the command line names.
 SourceReport namedSource(const Request& request) {
     std::vector<SourceReport> sources = readSources();
+    addWarmReports(sources);
     return std::move(sources[resolveSource(request.source, sourceNames(sources))]);
 }
 

@@ -114,12 +114,16 @@ PayloadKind kindOfJpeg(std::string_view payload) {
     return {.keyPicture = begins, .parameterSet = false, .picture = true};
 }
 
-// RFC 2250: the header in front has the picture type in its lowest three bits of byte 2, and in byte 2 also whether a
-// sequence header follows.
+// RFC 2250: the header in front tells in byte 2 whether a sequence header follows. Some senders leave that out, so it is
+// looked for, too: it is at the beginning, after four bytes, or eight with the header's extension.
 PayloadKind kindOfMpeg2(std::string_view payload) {
-    constexpr int sequenceHeader = 0x20;
-    const bool begins = payload.size() >= 4 && (byteAt(payload, 2) & sequenceHeader) != 0;
-    return {.keyPicture = begins, .parameterSet = false, .picture = true};
+    constexpr int sequenceFollows = 0x20;
+    constexpr std::string_view sequenceHeader("\0\0\1\xb3", 4);
+    const auto headerAt = [&](std::size_t at) {
+        return payload.size() > at && payload.substr(at).starts_with(sequenceHeader);
+    };
+    const bool told = payload.size() >= 4 && (byteAt(payload, 2) & sequenceFollows) != 0;
+    return {.keyPicture = told || headerAt(4) || headerAt(8), .parameterSet = false, .picture = true};
 }
 
 bool isParameterSet(Encoding encoding, std::string_view unit) {
