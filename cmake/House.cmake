@@ -26,6 +26,9 @@ if(HOUSE_WERROR)
     add_compile_options(-Werror)
 endif()
 add_compile_definitions(_GNU_SOURCE)
+if(NOT CMAKE_SYSTEM_PROCESSOR MATCHES "^(x86_64|AMD64|i.86)$")
+    add_compile_options(-fsigned-char) # as on x86, where the programs are tested most; on ARM, char has no sign
+endif()
 if(CMAKE_SIZEOF_VOID_P EQUAL 4)
     # Times after 2038 and files of more than 2 GB.
     add_compile_definitions(_FILE_OFFSET_BITS=64 _TIME_BITS=64)
