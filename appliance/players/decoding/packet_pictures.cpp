@@ -18,7 +18,8 @@
 namespace player {
 namespace {
 
-constexpr std::size_t mostWaiting = 4096;
+constexpr std::size_t mostWaiting =
+    16384; // more than a long group of pictures that the keeper hands over at once
 constexpr std::chrono::milliseconds gapCheck{10}; // how often a gap in the packets is looked at
 
 struct Known {

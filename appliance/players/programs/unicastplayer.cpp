@@ -1,5 +1,6 @@
 // unicastplayer: MPEG-2 over HTTP, as an elementary, program or transport stream.
 #include "appliance/players/decoding/byte_pictures.h"
+#include "appliance/players/programs/kept_playing.h"
 #include "appliance/players/programs/stream_request.h"
 #include "appliance/players/showing/player.h"
 #include "appliance/streams/http_stream.h"
@@ -16,8 +17,10 @@ bool startUnicast(const PlayerOptions& options, const StreamSink& sink, Endings&
         const streams::HttpTaker taker{
             [](const std::string& /*contentType*/) { return true; },
             [pictures](const char* bytes, std::size_t count) { return pictures->feed(bytes, count); }};
-        const std::string reason = streams::receiveHttp(
-            httpSourceOf(options, requestTarget("/vexo-cgi/mpeg2/video.cgi", options.streamOptions)), taker);
+        const streams::HttpSource source =
+            httpSourceOf(options, requestTarget(streams::mpeg2Path, options.streamOptions));
+        playKeptBytes(addressOf(source, streams::StreamAddress::Kind::mpeg2), sink, options.verbose);
+        const std::string reason = streams::receiveHttp(source, taker);
         pictures->finish();
         sink.ended(reason);
     }).detach();
