@@ -35,8 +35,8 @@ class Probe {
 public:
     Probe(EventLoop& loop, const CameraUrl& url)
         : loop_(loop), transfers_(loop),
-          camera_(loop, transfers_, CameraSettings{1, "camera", "", url, Transport::automatic}, {},
-                  [](const Camera& /*camera*/) {}) {}
+          camera_(loop, transfers_, CameraSettings{.number = 1, .name = "camera", .mistake = "", .url = url},
+                  {}, [](const Camera& /*camera*/) {}) {}
 
     // The failure, or none.
     Failure run() {
