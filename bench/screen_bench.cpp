@@ -90,6 +90,7 @@ private:
     bool detectBoth();
     std::string whyMissing(const std::string& name) const;
     Stage makeStage(const std::string& name);
+    static std::string whyNotShown(Stage& stage, bench::Watcher& watcher);
     void measureBlock(Stage& stage, int block);
     bool measureSwitch(Stage& stage, bench::Watcher& watcher, int source);
     double settleMs();
@@ -175,8 +176,7 @@ Stage Bench::makeStage(const std::string& name) {
     stage.server = std::make_unique<XServer>(options_.width, options_.height, true);
     stage.pixels = std::make_unique<bench::Pixels>(stage.server->pixelFile());
     if (name == ourCold || name == ourWarm) {
-        stage.side = std::make_unique<bench::DecoderSide>(decoder_, *stage.server, name == ourWarm,
-                                                          2000 + 1000 * options_.gop / fps);
+        stage.side = std::make_unique<bench::DecoderSide>(decoder_, *stage.server, name == ourWarm);
         return stage;
     }
     bench::Playing playing = playing_;
@@ -185,12 +185,12 @@ Stage Bench::makeStage(const std::string& name) {
     return stage;
 }
 
-// At least half a second, and then every phase of the key pictures equally often.
+// A moment, and then every phase of the key pictures equally often.
 double Bench::settleMs() {
     const double period = 1000.0 * (options_.kind == "mjpeg" ? 1 : options_.gop) / fps;
     const double share = (phase_++ % options_.switches + std::uniform_real_distribution(0.0, 1.0)(random_)) /
                          options_.switches;
-    return 500 + share * period;
+    return 300 + share * period;
 }
 
 bool Bench::measureSwitch(Stage& stage, bench::Watcher& watcher, int source) {
@@ -216,11 +216,20 @@ bool Bench::measureSwitch(Stage& stage, bench::Watcher& watcher, int source) {
     return false;
 }
 
+// Lets it show its first picture.
+std::string Bench::whyNotShown(Stage& stage, bench::Watcher& watcher) {
+    try {
+        stage.side->show(0);
+    } catch (const std::runtime_error& error) {
+        return error.what();
+    }
+    return watcher.await(0, clockMs() + patienceMs) ? "" : "it shows no picture of this kind";
+}
+
 void Bench::measureBlock(Stage& stage, int block) {
     bench::Watcher watcher(*stage.pixels);
-    stage.side->show(0);
-    if (!watcher.await(0, clockMs() + patienceMs)) {
-        bench::tellMissing("answer", stage.name, "it shows no picture of this kind");
+    if (const std::string why = whyNotShown(stage, watcher); !why.empty()) {
+        bench::tellMissing("answer", stage.name, why);
         ++stage.failures;
         stage.side->end();
         return;
@@ -256,14 +265,21 @@ int Bench::run() {
 // The text's pixels are learned from one alarm that is not measured.
 int Bench::measureAlarms() {
     int failures = 0;
-    for (const std::string name : {ourWarm, ourCold}) {
+    for (const std::string& name : options_.sides) {
+        if (name != ourWarm && name != ourCold)
+            continue;
         if (const std::string why = whyMissing(name); !why.empty()) {
             bench::tellMissing("alarm", name, why);
             continue;
         }
         Stage stage = makeStage(name);
         bench::Watcher watcher(*stage.pixels);
-        stage.side->show(0);
+        if (const std::string why = whyNotShown(stage, watcher); !why.empty()) {
+            bench::tellMissing("alarm", name, why);
+            stage.side->end();
+            ++failures;
+            continue;
+        }
         bench::AlarmText text(*stage.pixels, decoder_, watcher);
         for (int i = 0; text.isKnown() && i < options_.alarms; ++i) {
             watcher.watch(clockMs() + settleMs());
