@@ -98,7 +98,8 @@ def screen_measurement(mode, screen):
     return Measurement("screen " + screen.name,
                        ["screen_bench", "--kind", screen.kind, "--width", str(screen.width), "--height",
                         str(screen.height), "--gop", str(25 * screen.period), "--switches", str(mode.switches),
-                        "--blocks", str(mode.blocks), "--sides", ",".join(screen_sides(mode, screen))],
+                        "--blocks", str(mode.blocks), "--sides", ",".join(screen_sides(mode, screen)),
+                        *(["--assert"] if mode.name == "brief" else [])],
                        limit=100 + 60 * mode.switches)
 
 
