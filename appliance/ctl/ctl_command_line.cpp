@@ -14,7 +14,8 @@ class CommandLine {
 public:
     CommandLine() : app_("Talks to the network video decoder of this machine.", "decoderctl") {
         app_.footer("Exit status: 0 done, 1 refused or failed, 2 usage.\n"
-                    "The decoder is the one below the directory in APPLIANCE_ROOT, or below / without it.");
+                    "The decoder is the one below the directory in APPLIANCE_ROOT. Without it: the installed one, in\n"
+                    "/var/lib/decoder, or if there is none, the one below /.");
         app_.set_version_flag("--version", HOUSE_VERSION);
         app_.add_flag("--json", request.json, "Answer in JSON, for programs");
         app_.add_option("--root", request.root, "The appliance's root directory, instead of APPLIANCE_ROOT")

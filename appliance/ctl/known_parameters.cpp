@@ -34,6 +34,9 @@ constexpr std::array decoderTable{
     KnownParameter{"Network.TLS.CAFile", ValueKind::Text, AtUse},
     KnownParameter{"Gateway.Port", ValueKind::Number, AtUse, 1, 65535},
     KnownParameter{"Gateway.HighestNumber", ValueKind::Number, AtUse, 0, 1000000},
+    KnownParameter{"Warm.Sources", ValueKind::Choice, AtUse, 0, 0, "none|next|all"},
+    KnownParameter{"Warm.MaxSources", ValueKind::Number, AtUse, 1, 1000},
+    KnownParameter{"Warm.MaxMemory", ValueKind::Number, AtUse, 1, 65536},
 };
 
 constexpr std::array sourceTable{
@@ -52,6 +55,7 @@ constexpr std::array sourceTable{
     KnownParameter{"ManualEnabled", ValueKind::YesNo, AtConnect},
     KnownParameter{"DisplayTime", ValueKind::Number, AtConnect, 0, day},
     KnownParameter{"PTZ", ValueKind::Text, AtPlayer},
+    KnownParameter{"Warm", ValueKind::Choice, AtUse, 0, 0, "auto|yes|no"},
     KnownParameter{"Resolution", ValueKind::Default, AtPlayer},
     KnownParameter{"Compression", ValueKind::Default, AtPlayer},
     KnownParameter{"InterlaceMode", ValueKind::Text, AtPlayer},

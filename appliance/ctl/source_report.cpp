@@ -7,7 +7,9 @@
 
 #include <algorithm>
 #include <array>
+#include <iomanip>
 #include <nlohmann/json.hpp>
+#include <sstream>
 
 namespace {
 
@@ -16,7 +18,7 @@ constexpr std::array statusKeys{
     "ErrorCode",   "Reason",     "VideoSourceType", "ConnectMode",   "Audio",
     "AudioFormat", "APIVersion", "Model",           "ImageRotation", "NumberOfVideoSources",
     "BitRate",     "FrameRate",  "Resolution",      "Codec",         "KeyInterval",
-    "Transport",   "Still",
+    "Transport",   "Encoded",    "Still",
 };
 
 std::string valueOf(const std::vector<std::pair<std::string, std::string>>& pairs, std::string_view key) {
@@ -74,6 +76,31 @@ std::string notInForce(const SourceReport& source) {
                : "; not in force before the next connect (" + differenceText(source.difference) + ')';
 }
 
+// "key picture 0.4 s old, 3.9 Mbit/s, 512 KiB", or why the source is not warm.
+std::string warmWords(const streams::KeptReport& warm) {
+    if (!warm.kept) {
+        return "no, " + libcommon::printable(warm.reason);
+    }
+    std::ostringstream words;
+    words << std::fixed << std::setprecision(1) << "key picture " << static_cast<double>(warm.keyAgeMs) / 1e3
+          << " s old, " << static_cast<double>(warm.bitRate) / 1e6 << " Mbit/s, "
+          << (warm.bytes + 1023) / 1024 << " KiB";
+    return words.str();
+}
+
+std::string warmText(const SourceReport& source) {
+    return source.warm ? "; warm: " + warmWords(*source.warm) : "";
+}
+
+nlohmann::json warmJson(const SourceReport& source) {
+    if (!source.warm) {
+        return nullptr;
+    }
+    const streams::KeptReport& warm = *source.warm;
+    return {{"kept", warm.kept},   {"keyAgeMs", warm.keyAgeMs}, {"bitRate", warm.bitRate},
+            {"bytes", warm.bytes}, {"players", warm.players},   {"reason", warm.reason}};
+}
+
 // Characters, not bytes: names are UTF-8.
 std::size_t characters(const std::string& text) {
     return static_cast<std::size_t>(
@@ -109,6 +136,17 @@ std::vector<SourceReport> readSourceReports(const InForce& inForce) {
     return reports;
 }
 
+void addWarmReports(std::vector<SourceReport>& sources) {
+    for (const streams::KeptReport& warm :
+         streams::askKeeper().value_or(std::vector<streams::KeptReport>())) {
+        for (const int index : warm.sources) {
+            if (index >= 0 && static_cast<std::size_t>(index) < sources.size()) {
+                sources[static_cast<std::size_t>(index)].warm = warm;
+            }
+        }
+    }
+}
+
 std::vector<std::string> sourceNames(const std::vector<SourceReport>& sources) {
     std::vector<std::string> names;
     names.reserve(sources.size());
@@ -133,7 +171,7 @@ std::string sourcesText(const std::vector<SourceReport>& sources, int current) {
         text += (source.index == current ? "* " : "  ") + padded(std::to_string(source.index), 4) +
                 padded(libcommon::printable(source.name), nameWidth + 2) +
                 padded(libcommon::printable(source.address), addressWidth + 2) + condition(source) +
-                notInForce(source) + '\n';
+                warmText(source) + notInForce(source) + '\n';
     }
     return text;
 }
@@ -161,6 +199,9 @@ std::string sourceText(const SourceReport& source) {
             addLine(text, "Error", errorWords(value));
         }
     }
+    if (source.warm) {
+        addLine(text, "Warm", warmWords(*source.warm));
+    }
     for (const auto& [key, value] : source.configured) {
         text += "Configured.";
         addLine(text, key, value);
@@ -176,6 +217,7 @@ nlohmann::json sourceJson(const SourceReport& source) {
             {"new", source.difference.isNew},
             {"changed", source.difference.changed},
             {"error", errorWords(valueOf(source.status, "ErrorCode"))},
+            {"warm", warmJson(source)},
             {"status", asObject(source.status)},
             {"configured", asObject(source.configured)}};
 }

@@ -176,8 +176,7 @@ void Camera::onOpened(const StreamInfo& info) {
     makeRelays(info);
     open_ = true;
     failure_ = {};
-    logmsg(6, "Camera %d \"%s\" plays over %s", settings_.number, settings_.name.c_str(),
-           info.transport.c_str());
+    logmsg(6, "Camera %d \"%s\" plays%s", settings_.number, settings_.name.c_str(), info.way().c_str());
     changed_(*this);
     answerAll({});
 }

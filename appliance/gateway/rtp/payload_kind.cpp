@@ -218,13 +218,17 @@ PayloadKind kindOfJpeg(std::string_view payload) {
     return kind;
 }
 
-// RFC 2250: the header in front has the picture type in its lowest three bits of byte 2, and in byte 2 also whether a
-// sequence header follows.
+// RFC 2250: the header in front tells in byte 2 whether a sequence header follows. Some senders leave that out, so it is
+// looked for, too: it is at the beginning, after four bytes, or eight with the header's extension.
 PayloadKind kindOfMpeg2(std::string_view payload) {
-    constexpr int sequenceHeader = 0x20;
-    const bool begins = payload.size() >= 4 && (byteAt(payload, 2) & sequenceHeader) != 0;
+    constexpr int sequenceFollows = 0x20;
+    constexpr std::string_view sequenceHeader("\0\0\1\xb3", 4);
+    const auto headerAt = [&](std::size_t at) {
+        return payload.size() > at && payload.substr(at).starts_with(sequenceHeader);
+    };
+    const bool told = payload.size() >= 4 && (byteAt(payload, 2) & sequenceFollows) != 0;
     PayloadKind kind;
-    kind.keyPicture = kind.whole = kind.intra = begins;
+    kind.keyPicture = kind.whole = kind.intra = told || headerAt(4) || headerAt(8);
     kind.picture = true;
     return kind;
 }

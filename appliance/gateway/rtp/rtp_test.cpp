@@ -81,6 +81,9 @@ TEST(PayloadKind, KeyPicturesOfEachEncoding) {
     EXPECT_FALSE(kindOf(Encoding::mpeg4, std::string("\0\0\1\xb6\x50", 5)).keyPicture);
     EXPECT_TRUE(kindOf(Encoding::jpeg, std::string("\0\0\0\0\1\x50\x10\x10", 8)).keyPicture);
     EXPECT_FALSE(kindOf(Encoding::jpeg, std::string("\0\0\1\0\1\x50\x10\x10", 8)).keyPicture);
+    EXPECT_TRUE(kindOf(Encoding::mpeg2, std::string("\0\0\x21\0\0\0\1\xb3", 8)).keyPicture);
+    EXPECT_TRUE(kindOf(Encoding::mpeg2, std::string("\0\0\0\0\0\0\1\xb3", 8)).keyPicture); // an empty header
+    EXPECT_FALSE(kindOf(Encoding::mpeg2, std::string("\0\0\2\0\0\0\1\0", 8)).keyPicture);
     EXPECT_FALSE(kindOf(Encoding::other, keyPicture).keyPicture);
 }
 
@@ -119,6 +122,21 @@ TEST(PayloadKind, DamagedPayloadsAreHarmless) {
 }
 
 // ---- Sizes: the sets are from a software encoder.
+
+TEST(PictureSize, OfMpeg4AndMpeg2) {
+    EXPECT_EQ(
+        sizeInFormat(
+            Encoding::mpeg4,
+            "96 profile-level-id=1; config=000001B0F1000001B5A913000001000000012008D48D0800CD0B042414103F"
+            "000001B24C61766335392E33372E313030"),
+        (PictureSize{352, 288}));
+    EXPECT_EQ(sizeInFormat(Encoding::mpeg4, "96 config=000001"), std::nullopt);
+    EXPECT_EQ(sizeInFormat(Encoding::mpeg4, "96 config=xyz"), std::nullopt);
+    EXPECT_EQ(sizeInFormat(Encoding::h264, "96 packetization-mode=1"), std::nullopt);
+    const std::string header("\0\0\1\xb3\x2d\x02\x40\x33", 8);
+    EXPECT_EQ(sizeInPayload(Encoding::mpeg2, std::string(4, '\0') + header), (PictureSize{720, 576}));
+    EXPECT_EQ(sizeInPayload(Encoding::mpeg2, header.substr(0, 5)), std::nullopt);
+}
 
 TEST(PictureSize, OfSequenceSets) {
     const auto size = [](Encoding encoding, const char* set) { return sizeOfSet(encoding, fromBase64(set)); };

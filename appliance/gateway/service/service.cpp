@@ -17,7 +17,7 @@ constexpr const char* host = "127.0.0.1";
 constexpr std::chrono::milliseconds statusTime(3000);
 // What belongs to one camera only, and not to the next one with the same index.
 constexpr std::array ownKeys{"Reason", "BitRate",     "FrameRate", "Resolution",
-                             "Codec",  "KeyInterval", "Transport"};
+                             "Codec",  "KeyInterval", "Transport", "Encoded"};
 
 } // namespace
 

@@ -126,7 +126,7 @@ private:
         write(section, "VideoSourceNumber", std::to_string(camera.number));
         const std::string type = valueOf(section, "VideoSourceType");
         if (camera.mistake.empty() && (type.empty() || type == "rtsp-tcp" || type == "mjpeg"))
-            write(section, "VideoSourceType", camera.url.isRtsp() ? "rtsp-tcp" : "mjpeg");
+            write(section, "VideoSourceType", camera.url.isHttp() ? "mjpeg" : "rtsp-tcp");
         complete(section, "AutoEnabled", "yes");
         complete(section, "ManualEnabled", "yes");
         complete(section, "DisplayTime", "10");

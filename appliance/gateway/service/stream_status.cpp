@@ -29,6 +29,7 @@ StreamStatus::Values StreamStatus::update(const CameraReport& report, std::int64
     addRates(report, now, values);
     values["Codec"] = report.info.video ? report.info.video->encodingName : "JPEG";
     values["Transport"] = report.info.transport;
+    values["Encoded"] = report.info.encoded.empty() ? "" : report.info.encoded + " to " + values["Codec"];
     if (report.size)
         values["Resolution"] = std::to_string(report.size->width) + "x" + std::to_string(report.size->height);
     if (report.info.isPictures() || report.info.video->encodingName == "JPEG")

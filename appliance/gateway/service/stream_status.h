@@ -16,7 +16,7 @@ public:
 
     // The values at the time `now` in microseconds. BitRate (kbit/s) and FrameRate (pictures/s) are those of the time
     // since the report before; they are left out in the first report of a connection, and empty without one. The others
-    // (Codec, Resolution, KeyInterval in seconds, Transport) are left out while they are unknown, so that those of the
+    // (Codec, Encoded, Resolution, KeyInterval in seconds, Transport) are left out while they are unknown, so that those of the
     // last connection stay.
     Values update(const CameraReport& report, std::int64_t now);
 
