@@ -32,8 +32,11 @@ constexpr const char* fromKeeper = "The stream comes from the keeper";
 constexpr const char* fromEncoder = "The stream comes from the encoder now";
 
 // Key pictures are far apart and nobody gets one out of turn, so that only the keeper has one at once.
-Arguments encoder(const std::string& kind, const Arguments& more = {}) {
-    Arguments all{"--kinds", kind, "--width", "352", "--height", "288", "--gop", "50", "--no-key-on-join"};
+Arguments encoder(const std::string& kind, const Arguments& more) {
+    Arguments all{"--kinds", kind, "--no-key-on-join"};
+    for (const auto& [option, value] : {std::pair{"--width", "352"}, {"--height", "288"}, {"--gop", "50"}})
+        if (std::ranges::find(more, option) == more.end())
+            all.insert(all.end(), {option, value});
     all.insert(all.end(), more.begin(), more.end());
     return all;
 }
@@ -55,8 +58,8 @@ protected:
 
     void add(const std::string& kind, const Arguments& more = {}) {
         const std::string group = "239.255.0." + std::to_string(++encoders);
-        Arguments all = encoder(kind, {"--multicast", group});
-        all.insert(all.end(), more.begin(), more.end());
+        Arguments all = encoder(kind, more);
+        all.insert(all.end(), {"--multicast", group});
         decoder->addHost(kind + " " + std::to_string(encoders), all);
     }
 
@@ -247,6 +250,7 @@ TEST_F(Warm, AnotherUserCannotConnect) {
         GTEST_SKIP() << "needs root to become another user";
     add("mjpeg");
     start();
+    detectAll();
     ASSERT_TRUE(eventually([] { return streams::askKeeper().has_value(); }));
     const std::string folder = decoder->root() + "/run/decoder";
     for (std::filesystem::path path = folder; path != path.root_path() && path != "/tmp";
