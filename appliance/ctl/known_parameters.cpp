@@ -43,7 +43,9 @@ constexpr std::array sourceTable{
     KnownParameter{"Name", ValueKind::Text, AtConnect},
     KnownParameter{"Address", ValueKind::Address, AtConnect | AtPlayer},
     KnownParameter{"URL", ValueKind::Text, AtUse},
-    KnownParameter{"Transport", ValueKind::Choice, AtUse, 0, 0, "auto|udp|tcp"},
+    KnownParameter{"Transport", ValueKind::Choice, AtUse, 0, 0, "auto|udp|tcp|multicast"},
+    KnownParameter{"SubURL", ValueKind::Text, AtPlayer},
+    KnownParameter{"Quality", ValueKind::Choice, AtPlayer, 0, 0, "auto|main|sub"},
     KnownParameter{"VideoSourceNumber", ValueKind::Number, AtPlayer, 0, 1000000},
     KnownParameter{"VideoSourceType", ValueKind::Choice, AtPlayer, 0, 0,
                    "auto|mjpeg|mpeg2-unicast|mpeg2-multicast|rtsp-unicast|rtsp-multicast|rtsp-tcp|rtsp-http"},
@@ -65,6 +67,9 @@ constexpr std::array infoTable{
     KnownParameter{"Screen.Info.Size", ValueKind::Text, AtUse},
     KnownParameter{"Screen.Info.MonitorPid", ValueKind::Text, AtUse},
     KnownParameter{"Screen.Info.MonitorStart", ValueKind::Text, AtUse},
+    KnownParameter{"Screen.Info.TileSize", ValueKind::Text, AtUse},
+    KnownParameter{"Screen.Info.TilePid", ValueKind::Text, AtUse},
+    KnownParameter{"Screen.Info.TileStart", ValueKind::Text, AtUse},
     KnownParameter{"Sound.Info.Muted", ValueKind::YesNo, AtUse},
 };
 

@@ -17,7 +17,8 @@ namespace {
 constexpr std::array statusKeys{
     "ErrorCode",   "Reason",     "VideoSourceType", "ConnectMode",   "Audio",
     "AudioFormat", "APIVersion", "Model",           "ImageRotation", "NumberOfVideoSources",
-    "BitRate",     "FrameRate",  "Resolution",      "Still",
+    "BitRate",     "FrameRate",  "Resolution",      "Codec",         "KeyInterval",
+    "Transport",   "Encoded",    "Still",
 };
 
 std::string valueOf(const std::vector<std::pair<std::string, std::string>>& pairs, std::string_view key) {
@@ -43,6 +44,15 @@ SourceReport makeReport(int index, SourceParams& params) {
     return report;
 }
 
+// What the gateway knows about the stream: ", H264 1920x1080".
+std::string streamText(const SourceReport& source) {
+    const std::string codec = valueOf(source.status, "Codec");
+    const std::string size = valueOf(source.status, "Resolution");
+    return codec.empty()
+               ? ""
+               : ", " + libcommon::printable(codec) + (size.empty() ? "" : ' ' + libcommon::printable(size));
+}
+
 // The state of a source in a few words.
 std::string condition(const SourceReport& source) {
     const std::string error = valueOf(source.status, "ErrorCode");
@@ -55,7 +65,8 @@ std::string condition(const SourceReport& source) {
         return "not detected";
     }
     const std::string mode = valueOf(source.status, "ConnectMode");
-    return libcommon::printable(type) + (mode.empty() ? "" : ", " + libcommon::printable(mode));
+    return libcommon::printable(type) + (mode.empty() ? "" : ", " + libcommon::printable(mode)) +
+           streamText(source);
 }
 
 // The text behind the condition of a source whose configuration is not in force yet.

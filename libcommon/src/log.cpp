@@ -87,10 +87,11 @@ int writeHeading(char* line, std::size_t size, int level) {
     const auto today = floor<days>(now);
     const year_month_day date{today};
     const hh_mm_ss time{now - today};
+    const auto number = [](auto duration) { return static_cast<long>(duration.count()); };
     return std::snprintf(line, size, "%04d-%02u-%02uT%02ld:%02ld:%02ld.%06ldZ %s[%d] %d ", int{date.year()},
-                         unsigned{date.month()}, unsigned{date.day()}, long{time.hours().count()},
-                         long{time.minutes().count()}, long{time.seconds().count()},
-                         long{time.subseconds().count()}, program_invocation_short_name, getpid(), level);
+                         unsigned{date.month()}, unsigned{date.day()}, number(time.hours()),
+                         number(time.minutes()), number(time.seconds()), number(time.subseconds()),
+                         program_invocation_short_name, getpid(), level);
 }
 
 void replaceControlCharacters(char* text, std::size_t length) {

@@ -3,7 +3,7 @@ import re
 from dataclasses import dataclass
 from pathlib import Path
 
-LANGUAGES = {"sh", "ini", "text", "mermaid"}
+LANGUAGES = {"sh", "ini", "unit", "text", "mermaid"}
 PROGRAMS = ("./run", "./test", "decoderctl", "video-encoder", "skelmor", "decoder-monitor", "decoder-address", "camera-gateway",
             "blankscreen", "resetrua",
             "mjpeg_player", "mpeg4player", "unicastplayer", "multicastplayer",

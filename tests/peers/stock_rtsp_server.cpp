@@ -21,13 +21,18 @@ void nameTrack(GstRTSPMediaFactory* /*factory*/, GstRTSPMedia* media, void* trac
                                 static_cast<std::string*>(track)->c_str());
 }
 
-void askForUser(GstRTSPServer* server, GstRTSPMediaFactory* factory) {
+void askForUser(GstRTSPServer* server, GstRTSPMediaFactory* factory, bool digest) {
     GstRTSPAuth* auth = gst_rtsp_auth_new();
     GstRTSPToken* token =
         gst_rtsp_token_new(GST_RTSP_TOKEN_MEDIA_FACTORY_ROLE, G_TYPE_STRING, "viewer", nullptr);
-    char* basic = gst_rtsp_auth_make_basic("viewer", "s3cret");
-    gst_rtsp_auth_add_basic(auth, basic, token);
-    g_free(basic);
+    if (digest) {
+        gst_rtsp_auth_set_supported_methods(auth, GST_RTSP_AUTH_DIGEST);
+        gst_rtsp_auth_add_digest(auth, "viewer", "s3cret", token);
+    } else {
+        char* basic = gst_rtsp_auth_make_basic("viewer", "s3cret");
+        gst_rtsp_auth_add_basic(auth, basic, token);
+        g_free(basic);
+    }
     gst_rtsp_token_unref(token);
     gst_rtsp_server_set_auth(server, auth);
     g_object_unref(auth);
@@ -46,13 +51,14 @@ StockRtspServer::StockRtspServer(const StockRtspOptions& options) : state_(std::
     gst_init(nullptr, nullptr);
     state_->track = options.track;
     state_->server = gst_rtsp_server_new();
-    gst_rtsp_server_set_address(state_->server, "127.0.0.1");
-    gst_rtsp_server_set_service(state_->server, "0");
+    gst_rtsp_server_set_address(state_->server, options.address.c_str());
+    gst_rtsp_server_set_service(state_->server, options.port.c_str());
     GstRTSPMediaFactory* factory = gst_rtsp_media_factory_new();
-    gst_rtsp_media_factory_set_launch(factory,
-                                      "( videotestsrc is-live=true ! jpegenc ! rtpjpegpay name=pay0 pt=26 )");
-    if (options.basic)
-        askForUser(state_->server, factory);
+    gst_rtsp_media_factory_set_launch(factory, options.pipeline.c_str());
+    if (options.overTcp)
+        gst_rtsp_media_factory_set_protocols(factory, GST_RTSP_LOWER_TRANS_TCP);
+    if (options.basic || options.digest)
+        askForUser(state_->server, factory, options.digest);
     if (!options.track.empty())
         g_signal_connect(factory, "media-configure", G_CALLBACK(nameTrack), &state_->track);
     GstRTSPMountPoints* mounts = gst_rtsp_server_get_mount_points(state_->server);

@@ -1,4 +1,5 @@
-// GStreamer's RTSP server with one test pattern. Everything has the library's defaults except these options.
+// GStreamer's RTSP server with one stream, a test pattern if not told otherwise. Everything has the library's defaults
+// except these options.
 #pragma once
 
 #include <memory>
@@ -8,8 +9,13 @@ namespace peers {
 
 struct StockRtspOptions {
     std::string path = "/mpeg4/1/media.orv";
-    std::string track{}; // its name; "": the server's default
-    bool basic = false;  // asks for the credentials viewer/s3cret
+    std::string track{};  // its name; "": the server's default
+    bool basic = false;   // asks for the credentials viewer/s3cret
+    bool digest = false;  // asks for them with Digest instead
+    bool overTcp = false; // offers RTP on the RTSP connection only
+    std::string address = "127.0.0.1";
+    std::string port = "0"; // "0": any free one
+    std::string pipeline = "( videotestsrc is-live=true ! jpegenc ! rtpjpegpay name=pay0 pt=26 )";
 };
 
 class StockRtspServer {

@@ -18,8 +18,10 @@ namespace {
 
 constexpr std::size_t mostWaiting = 1024 * 1024;
 constexpr std::chrono::seconds finishPatience{10};
-// Encoders send a picture at once. When nothing has followed a picture's last row for this time, the picture is complete.
+// Encoders send a picture at once. When nothing has followed the first picture's last row for this time, it is decoded
+// without waiting for the next one, and decoded again when it is known to be complete.
 constexpr std::chrono::milliseconds pause{5};
+constexpr const char* codec = "mpeg2video";
 
 struct Piece {
     std::string bytes;
@@ -37,6 +39,9 @@ struct BytePictures::State {
     void decode(const std::string& unit, bool shown);
     std::deque<Piece> await();
     void take(const Piece& piece);
+    void decodeFirst();
+    bool isEnding();
+    void finishStream();
 
     const StreamSink& sink;
     const MakeDecoder make;
@@ -53,6 +58,7 @@ struct BytePictures::State {
     Mpeg2Units units;
     std::string begin;                                 // the first bytes, until the container is known
     std::unique_ptr<streams::ElementaryReader> reader; // null: the container is not known yet
+    bool hasFirst = false;                             // the first picture was decoded early
     bool shown = true;                                 // of the piece that is taken now
 };
 
@@ -89,7 +95,7 @@ void BytePictures::State::decode(const std::string& unit, bool show) {
 std::deque<Piece> BytePictures::State::await() {
     std::unique_lock guard(lock);
     const auto any = [this] { return !pieces.empty() || ending; };
-    if (units.mayEnd())
+    if (!hasFirst && !units.firstPicture().empty())
         changed.wait_for(guard, pause, any);
     else
         changed.wait(guard, any);
@@ -111,9 +117,27 @@ void BytePictures::State::take(const Piece& piece) {
     begin.clear();
 }
 
+void BytePictures::State::decodeFirst() {
+    hasFirst = true;
+    decode(units.firstPicture(), shown);
+    decoder->open(codec, nullptr, 0);
+}
+
+bool BytePictures::State::isEnding() {
+    const std::lock_guard guard(lock);
+    return ending;
+}
+
+void BytePictures::State::finishStream() {
+    units.end();
+    const std::lock_guard guard(lock);
+    ending = false;
+    changed.notify_all();
+}
+
 void BytePictures::State::run() {
     decoder = make();
-    if (decoder == nullptr || !decoder->open("mpeg2video", nullptr, 0)) {
+    if (decoder == nullptr || !decoder->open(codec, nullptr, 0)) {
         {
             const std::lock_guard guard(lock);
             failed = true;
@@ -125,15 +149,10 @@ void BytePictures::State::run() {
         const std::deque<Piece> taken = await();
         for (const Piece& piece : taken)
             take(piece);
-        if (!taken.empty())
-            continue;
-        const std::lock_guard guard(lock);
-        if (ending)
-            units.end();
-        else
-            units.pause();
-        ending = false;
-        changed.notify_all();
+        if (taken.empty() && isEnding())
+            finishStream();
+        else if (taken.empty())
+            decodeFirst();
     }
 }
 

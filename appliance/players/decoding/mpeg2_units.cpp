@@ -104,13 +104,9 @@ void Mpeg2Units::end() {
     searched_ = unitStart_ = 0;
 }
 
-bool Mpeg2Units::mayEnd() const {
-    return rows_ > 0 && !field_ && lastRow_ >= rows_;
-}
-
-void Mpeg2Units::pause() {
-    if (mayEnd())
-        end();
+std::string Mpeg2Units::firstPicture() const {
+    const bool has = !keyed_ && key_ && !damaged_ && !field_ && rows_ > 0 && lastRow_ >= rows_;
+    return has ? unit_ : "";
 }
 
 void Mpeg2Units::lose() {

@@ -1,7 +1,7 @@
 // Splits an MPEG-2 (or MPEG-1) video elementary stream into pictures.
 //
 // A picture ends where the next one begins, which in a live stream is a whole period later. So the one who feeds tells when
-// a picture is known to be complete, and when nothing has arrived for a moment. For one thread.
+// a picture is known to be complete, and may look at the first one before that. For one thread.
 #pragma once
 
 #include <cstddef>
@@ -25,10 +25,9 @@ public:
     // The present picture is complete: its last packet has come.
     void end();
 
-    // Nothing has arrived for some milliseconds: ends the present picture if its last row has begun.
-    void pause();
-    // Whether pause() might end a picture.
-    bool mayEnd() const;
+    // The first key picture as far as it has come, if its last row has begun; "" otherwise, and as soon as the picture was
+    // given. The end of its last row may be missing.
+    std::string firstPicture() const;
 
     // Bytes are missing: the present picture is dropped.
     void lose();

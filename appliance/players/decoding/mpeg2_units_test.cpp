@@ -66,30 +66,22 @@ TEST_P(Mpeg2UnitsTest, NothingComesBeforeTheFirstKeyPicture) {
     EXPECT_THAT(taken_, ElementsAre(key));
 }
 
-TEST_P(Mpeg2UnitsTest, APauseAfterTheLastRowEndsAPicture) {
-    feed(sequence + picture(1) + slice(1) + slice(2));
-    units_.pause();
-    EXPECT_FALSE(units_.mayEnd());
-    EXPECT_THAT(taken_, IsEmpty());
+TEST_P(Mpeg2UnitsTest, TheFirstPictureIsThereWithItsLastRow) {
+    feed(delta + sequence + picture(1) + coding(3) + slice(1) + slice(2));
+    EXPECT_EQ(units_.firstPicture(), "");
     feed(slice(3));
-    EXPECT_TRUE(units_.mayEnd());
-    units_.pause();
-    EXPECT_THAT(taken_, ElementsAre(key));
+    EXPECT_EQ(units_.firstPicture(), sequence + picture(1) + coding(3) + rows);
+    EXPECT_THAT(taken_, IsEmpty());
     feed(delta);
-    units_.pause();
-    EXPECT_THAT(taken_, ElementsAre(key, delta));
+    EXPECT_THAT(taken_, ElementsAre(sequence + picture(1) + coding(3) + rows));
+    EXPECT_EQ(units_.firstPicture(), "");
+    feed(key);
+    EXPECT_EQ(units_.firstPicture(), "");
 }
 
-TEST_P(Mpeg2UnitsTest, APauseDoesNotEndAField) {
-    const std::string first = sequence + picture(1) + coding(1) + rows;
-    feed(first);
-    units_.pause();
-    EXPECT_THAT(taken_, IsEmpty());
-    const std::string frame = picture(2) + coding(3) + rows;
-    feed(frame);
-    EXPECT_THAT(taken_, ElementsAre(first));
-    units_.pause();
-    EXPECT_THAT(taken_, ElementsAre(first, frame));
+TEST_P(Mpeg2UnitsTest, AFieldIsNoFirstPicture) {
+    feed(sequence + picture(1) + coding(1) + rows);
+    EXPECT_EQ(units_.firstPicture(), "");
 }
 
 TEST_P(Mpeg2UnitsTest, ALossDropsThePresentPictureOnly) {
@@ -115,7 +107,7 @@ TEST_P(Mpeg2UnitsTest, OddBytesDoNoHarm) {
     feed(odd);
     units_.end();
     units_.lose();
-    units_.pause();
+    EXPECT_EQ(units_.firstPicture(), "");
     feed(key);
     units_.end();
     ASSERT_FALSE(taken_.empty());
