@@ -121,6 +121,10 @@ void WarmStream::look() {
     constexpr double weight = 0.4; // of the last second
     bitRate_ = bitRate_ == 0 ? rate : bitRate_ + weight * (rate - bitRate_);
     lastLook_ = now;
+    if (feed_ != nullptr && takers_.empty() && feed_->isReplaced()) {
+        close();
+        return open();
+    }
     if (feed_ != nullptr && now - lastItem_ > longestSilenceUs)
         onEnded(group_ == nullptr ? "the encoder sends nothing" : "the encoder has stopped sending");
 }
