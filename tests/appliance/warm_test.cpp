@@ -181,7 +181,7 @@ TEST_F(Warm, MoreThanTheLimitIsNotKept) {
 TEST_F(Warm, TheMemoryHasALimit) {
     decoder->set("Warm.MaxMemory", "1");
     add("rtsp-tcp",
-        {"--width", "704", "--height", "576", "--codec", "h264", "--bitrate", "8000", "--gop", "500"});
+        {"--width", "704", "--height", "576", "--codec", "h264", "--bitrate", "8000", "--gop", "250"});
     start();
     detectAll();
     ASSERT_TRUE(eventually([] { return report(0).has_value(); }));
@@ -218,8 +218,10 @@ TEST_F(Warm, WhatIsNoLongerDetectedIsClosed) {
     start();
     detectAll();
     ASSERT_TRUE(keeps(0));
-    decoder->ctl({"flush"});
+    decoder->ctl({"set", "Encoder.mjpeg 1.Address", "127.0.9.9"}); // nobody is there
+    decoder->ctl({"apply"});
     EXPECT_TRUE(eventually([] { return !report(0); })) << decoder->ctl({"source", "0"}).output;
+    EXPECT_TRUE(report(1));
 }
 
 // 5 rounds; WARM_KILLS has another number, for a long run by hand.
