@@ -3,6 +3,7 @@
 
 #include "bench/detection_cost.h"
 #include "bench/distribution.h"
+#include "bench/samples.h"
 
 #include <CLI/CLI.hpp>
 #include <cstdio>
@@ -19,6 +20,7 @@ struct Options {
     bool assertLimit = false;
     bool quick = false;
     bool traces = false;
+    bool samples = false;
     std::vector<std::string> kinds;
 };
 
@@ -32,6 +34,24 @@ struct Row {
     bench::Distribution delayedFfprobe;
     bool found = true; // with the right type, each time
 };
+
+// For the table of bench/run. The waits for packets are by design: they count beside the peers, which wait, too.
+void tellSamples(const std::string& kind, const bench::Cost& cost, const Options& options, const Row& row,
+                 bench::Way way) {
+    const std::string delay = way == bench::Way::Direct ? "0" : "20";
+    const auto tell = [&](const std::string& side, double value) {
+        if (options.samples && value >= 0)
+            bench::tellSample("detect-" + delay + ":" + kind, side, value);
+    };
+    tell("ours", cost.total);
+    tell("ffprobe", cost.ffprobe);
+    tell("gst-discoverer", cost.discoverer);
+    if (options.samples && way == bench::Way::Delayed) {
+        bench::tellSample("detect-trips:" + kind, "ours", cost.requests());
+        bench::tellSample("detect-trips:" + kind, "round-trips",
+                          2.0 * options.delay * row.counted.roundTrips());
+    }
+}
 
 void measure(const bench::StreamKind& kind, bench::Way way, const Options& options, Row& row) {
     // Without packets a detection waits for its whole timeout, so this one is short.
@@ -47,6 +67,7 @@ void measure(const bench::StreamKind& kind, bench::Way way, const Options& optio
             row.counted = cost;
             continue;
         }
+        tellSamples(kind.name, cost, options, row, way);
         const bool isPlain = way == bench::Way::Direct;
         (isPlain ? row.plain : row.delayed).add(cost.requests());
         (isPlain ? row.plainWait : row.delayedWait).add(cost.mediaWait);
@@ -137,6 +158,7 @@ int main(int argc, char** argv) {
     app.add_option("--limit", options.limit, "largest ratio");
     app.add_flag("--assert", options.assertLimit, "exit 1 when a ratio passes the limit");
     app.add_flag("--quick", options.quick, "two kinds, once each");
+    app.add_flag("--samples", options.samples, "print each figure for bench/run");
     app.add_flag("--traces", options.traces, "show each detection's own record");
     CLI11_PARSE(app, argc, argv);
     if (options.quick)

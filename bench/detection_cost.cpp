@@ -215,6 +215,16 @@ double ffprobeTime(const StreamKind& kind) {
     return run.output.find("codec_name") == std::string::npos ? -1 : milliseconds(gettimeusec() - began);
 }
 
+// It gets the URL, the last of ffprobe's arguments.
+double discovererTime(const StreamKind& kind) {
+    const std::int64_t began = gettimeusec();
+    const appliance::Finished run = runTool("gst-discoverer-1.0", {"-t", "5", kind.ffprobe.back()});
+    const bool found = run.output.find("video") != std::string::npos &&
+                       run.output.find("Done discovering") != std::string::npos &&
+                       run.output.find("Analyzing URI timed out") == std::string::npos;
+    return found ? milliseconds(gettimeusec() - began) : -1;
+}
+
 StreamKind http(const std::string& name, int type, std::vector<std::string> ffprobe) {
     return {name, type, {"--kinds", name}, "", std::move(ffprobe)};
 }
@@ -270,7 +280,7 @@ bool kernelDelays() {
 }
 
 Cost detectOnce(const StreamKind& kind, Way way, std::chrono::milliseconds eachWay, int timeout,
-                bool withFfprobe) {
+                bool withPeers) {
     const bool relayed = way == Way::Counted || (way == Way::Delayed && !kernelDelays());
     // A short delay also when counting, so that a relay sees connections that close at once.
     const RemoteEncoder encoder(kind, relayed, way == Way::Delayed ? eachWay : std::chrono::milliseconds(5));
@@ -282,8 +292,10 @@ Cost detectOnce(const StreamKind& kind, Way way, std::chrono::milliseconds eachW
     cost.refused = refusedConnections() - refusedBefore;
     cost.connections = encoder.connections();
     cost.exchanges = encoder.exchanges();
-    if (withFfprobe && !kind.ffprobe.empty())
+    if (withPeers && !kind.ffprobe.empty()) {
         cost.ffprobe = ffprobeTime(kind);
+        cost.discoverer = discovererTime(kind);
+    }
     return cost;
 }
 

@@ -39,13 +39,14 @@ std::string enterBench();
 bool kernelDelays();
 
 struct Cost {
-    int type = 0;         // the detected type; 0: not detected
-    double total = 0;     // milliseconds
-    double mediaWait = 0; // the part of it spent on waiting for a stream's packets
-    int connections = 0;  // Way::Counted only
-    int exchanges = 0;    // likewise
-    int refused = 0;      // likewise, connections
-    double ffprobe = -1;  // milliseconds; -1: it did not run
+    int type = 0;           // the detected type; 0: not detected
+    double total = 0;       // milliseconds
+    double mediaWait = 0;   // the part of it spent on waiting for a stream's packets
+    int connections = 0;    // Way::Counted only
+    int exchanges = 0;      // likewise
+    int refused = 0;        // likewise, connections
+    double ffprobe = -1;    // milliseconds; -1: it did not run, or found nothing
+    double discoverer = -1; // of gst-discoverer-1.0, likewise
     std::string trace;
 
     double requests() const { return total - mediaWait; }
@@ -53,8 +54,8 @@ struct Cost {
     int roundTrips() const { return connections + exchanges + (kernelDelays() ? refused : 0); }
 };
 
-// One detection of a fresh encoder over a fresh connection, then ffprobe on the same stream. `timeout` in seconds.
+// One detection of a fresh encoder over a fresh connection, then the peers on the same stream. `timeout` in seconds.
 Cost detectOnce(const StreamKind& kind, Way way, std::chrono::milliseconds eachWay, int timeout,
-                bool withFfprobe);
+                bool withPeers);
 
 } // namespace bench

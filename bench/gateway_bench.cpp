@@ -6,20 +6,18 @@
 // gateway hands it on N times, as N cameras, to one reader each. It prints the processor time of a stream for both, their
 // ratio, and the delay that the gateway adds: the time between a picture's last packet arriving directly and through it.
 #include "appliance/streams/http_stream.h"
-#include "appliance/streams/rtsp_stream.h"
 #include "bench/looping_camera.h"
+#include "bench/process_cost.h"
+#include "bench/recording.h"
+#include "bench/samples.h"
+#include "bench/stream_readers.h"
 #include "tests/appliance/appliance.h"
 #include "tests/appliance/camera_gateway.h"
 
-#include <algorithm>
-#include <atomic>
+#include <chrono>
 #include <CLI/CLI.hpp>
 #include <cstdio>
-#include <map>
 #include <memory>
-#include <mutex>
-#include <sstream>
-#include <thread>
 #include <unistd.h>
 #include <vector>
 
@@ -27,8 +25,6 @@ namespace {
 
 using appliance::Appliance;
 using appliance::CameraGateway;
-using appliance::Process;
-using Clock = std::chrono::steady_clock;
 
 struct Settings {
     int streams = 16;
@@ -36,146 +32,6 @@ struct Settings {
     int bitrate = 4000;
     bool check = false;
 };
-
-// Seconds of processor time that a process has used.
-double processorTime(pid_t pid) {
-    std::istringstream stat(appliance::readFile("/proc/" + std::to_string(pid) + "/stat"));
-    std::string text;
-    std::getline(stat, text, ')');
-    std::string field;
-    long ticks = 0;
-    for (int i = 3; i <= 15 && stat >> field; ++i) {
-        if (i >= 14)
-            ticks += std::stol(field);
-    }
-    return static_cast<double>(ticks) / static_cast<double>(sysconf(_SC_CLK_TCK));
-}
-
-// When the last packet of each picture arrived, by its timestamp, which the gateway does not change.
-class Arrivals {
-public:
-    void add(std::string_view packet) {
-        constexpr std::size_t header = 12;
-        if (packet.size() < header || (static_cast<unsigned char>(packet[1]) & 0x80) == 0)
-            return;
-        const std::lock_guard guard(lock_);
-        times_.emplace(packet.substr(4, 4), Clock::now());
-    }
-    std::map<std::string, Clock::time_point> take() {
-        const std::lock_guard guard(lock_);
-        return times_;
-    }
-
-private:
-    std::mutex lock_;
-    std::map<std::string, Clock::time_point> times_;
-};
-
-// Reads a stream on a thread until the program ends.
-class Reader {
-public:
-    Reader(int port, const std::string& path, Arrivals* arrivals) {
-        auto* stream = new streams::RtspStream(
-            {.host = "127.0.0.1",
-             .port = static_cast<std::uint16_t>(port),
-             .path = path,
-             .transport = streams::RtspTransport::tcp,
-             .user = "",
-             .password = ""},
-            {.usesVideo = [](const std::string&) { return true; },
-             .usesSound = [](const std::string&) { return false; },
-             .beginVideo = [](const streams::DescribedStream&, bool) { return std::string(); },
-             .beginSound = [](const streams::DescribedStream&) {},
-             .noSound = [](const std::string&) {},
-             .video =
-                 [this, arrivals](std::string_view packet) {
-                     ++packets_;
-                     if (arrivals != nullptr)
-                         arrivals->add(packet);
-                     return true;
-                 },
-             .sound = [](std::string_view) {}});
-        stream_ = stream; // never destroyed: its thread uses it
-        thread_ = std::thread([stream] { stream->run(); });
-    }
-    ~Reader() {
-        stream_->end();
-        thread_.join();
-    }
-    Reader(const Reader&) = delete;
-    Reader& operator=(const Reader&) = delete;
-    long packets() const { return packets_; }
-
-private:
-    streams::RtspStream* stream_;
-    std::thread thread_;
-    std::atomic<long> packets_ = 0;
-};
-
-void settle(double seconds) {
-    std::this_thread::sleep_for(std::chrono::duration<double>(seconds));
-}
-
-// Some seconds of pictures that change everywhere, at a constant bit rate.
-std::string recorded(const Settings& settings, const std::string& folder) {
-    const std::string file = folder + "/camera.h264";
-    const std::string rate = std::to_string(settings.bitrate) + "k";
-    const appliance::Finished made =
-        appliance::runToEnd({"/usr/bin/ffmpeg",
-                             "-loglevel",
-                             "error",
-                             "-nostdin",
-                             "-y",
-                             "-f",
-                             "lavfi",
-                             "-i",
-                             "testsrc2=size=640x480:rate=25:duration=4,noise=alls=40:allf=t",
-                             "-pix_fmt",
-                             "yuv420p",
-                             "-c:v",
-                             "libx264",
-                             "-preset",
-                             "ultrafast",
-                             "-bf",
-                             "0",
-                             "-g",
-                             "25",
-                             "-slices",
-                             "1",
-                             "-b:v",
-                             rate,
-                             "-minrate",
-                             rate,
-                             "-maxrate",
-                             rate,
-                             "-bufsize",
-                             rate,
-                             file},
-                            {}, appliance::Seconds(120));
-    if (made.status != 0)
-        std::fprintf(stderr, "%s", made.errors.c_str());
-    return appliance::readFile(file);
-}
-
-// Processor seconds for one stream and one second.
-double costOfCopy(const Settings& settings, const bench::LoopingCamera& camera, const std::string& log) {
-    std::vector<std::unique_ptr<Process>> copies;
-    for (int i = 0; i < settings.streams; ++i)
-        copies.push_back(std::make_unique<Process>(
-            std::vector<std::string>{"/usr/bin/ffmpeg", "-loglevel", "error", "-nostdin", "-rtsp_transport",
-                                     "tcp", "-i", camera.url(), "-c", "copy", "-f", "rtp_mpegts",
-                                     "rtp://127.0.0.1:9"},
-            std::map<std::string, std::string>{}, log));
-    settle(8); // ffmpeg looks at a stream for some seconds before it copies
-    double before = 0;
-    double after = 0;
-    for (const auto& copy : copies)
-        before += processorTime(copy->pid());
-    settle(settings.seconds);
-    for (const auto& copy : copies)
-        after += copy->running() ? processorTime(copy->pid()) : 1e9;
-    return (after - before) / settings.streams / settings.seconds;
-}
 
 struct GatewayResult {
     double cost = 0;
@@ -190,32 +46,24 @@ GatewayResult measureGateway(const Settings& settings, const bench::LoopingCamer
     for (int i = 0; i < settings.streams; ++i)
         decoder.addSource("Camera " + std::to_string(i + 1), {{"URL", camera.url()}, {"Transport", "tcp"}});
     CameraGateway gateway(decoder);
-    Arrivals direct;
-    Arrivals handedOn;
-    const Reader reference(camera.port(), "/live", &direct);
-    std::vector<std::unique_ptr<Reader>> readers;
+    bench::Arrivals direct;
+    bench::Arrivals handedOn;
+    const bench::StreamReader reference(camera.port(), "/live", &direct);
+    std::vector<std::unique_ptr<bench::StreamReader>> readers;
     for (int i = 0; i < settings.streams; ++i)
-        readers.push_back(std::make_unique<Reader>(
+        readers.push_back(std::make_unique<bench::StreamReader>(
             gateway.port(), "/mpeg4/" + std::to_string(i + 1) + "/media.orv", i == 0 ? &handedOn : nullptr));
-    settle(5);
-    const double before = processorTime(gateway.process().pid());
-    const Clock::time_point begin = Clock::now();
-    settle(settings.seconds);
+    bench::settle(5);
+    const double before = bench::processorMsOf({gateway.process().pid()}) / 1000;
+    const auto begin = std::chrono::steady_clock::now();
+    bench::settle(settings.seconds);
     GatewayResult result;
-    result.cost = (processorTime(gateway.process().pid()) - before) / settings.streams / settings.seconds;
-    std::vector<double> delays;
-    const auto straight = direct.take();
-    for (const auto& [picture, time] : handedOn.take()) {
-        const auto found = straight.find(picture);
-        if (found != straight.end() && found->second > begin)
-            delays.push_back(std::chrono::duration<double, std::milli>(time - found->second).count());
-    }
-    std::ranges::sort(delays);
-    result.pictures = delays.size();
-    if (!delays.empty()) {
-        result.median = delays[delays.size() / 2];
-        result.worst = delays.back();
-    }
+    result.cost = (bench::processorMsOf({gateway.process().pid()}) / 1000 - before) / settings.streams /
+                  settings.seconds;
+    const bench::Distribution delays = bench::delaysBetween(direct, handedOn, begin);
+    result.pictures = delays.count();
+    result.median = delays.median();
+    result.worst = delays.worst();
     for (const auto& reader : readers)
         result.served += reader->packets() > 0 ? 1 : 0;
     return result;
@@ -239,15 +87,19 @@ int main(int argc, char** argv) {
     }
     Appliance decoder; // first: it isolates this process
     streams::startHttp();
-    const std::string stream = recorded(settings, decoder.root());
+    const std::string stream = bench::recordedStream(settings.bitrate, decoder.root());
     if (stream.empty()) {
         std::puts("skipped: ffmpeg records no H.264 stream here");
         return 77;
     }
     const bench::LoopingCamera camera(stream);
-    const double copy = costOfCopy(settings, camera, decoder.root() + "/var/log/ffmpeg.log");
+    const double copy = bench::costOfCopies(settings.streams, settings.seconds, camera,
+                                            {"-f", "rtp_mpegts", "rtp://127.0.0.1:9"}, decoder.root());
     const GatewayResult ours = measureGateway(settings, camera, decoder);
     const double ratio = copy > 0 ? ours.cost / copy : 0;
+    bench::tellSample("handed-cpu", "ours", 100 * ours.cost);
+    bench::tellSample("handed-cpu", "ffmpeg", 100 * copy);
+    bench::tellSample("handed-delay", "ours", ours.median);
     std::printf("%d streams of %d kbit/s, %g s each\n", settings.streams, settings.bitrate, settings.seconds);
     std::printf(
         "processor time of a stream: gateway %.2f %%, ffmpeg -c copy %.2f %%, ratio %.2f (goal: at most 1)\n",

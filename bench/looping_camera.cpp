@@ -1,5 +1,7 @@
 #include "bench/looping_camera.h"
 
+#include <libcommon/clock.h>
+
 #include <algorithm>
 #include <arpa/inet.h>
 #include <chrono>
@@ -138,6 +140,8 @@ void LoopingCamera::serve(int fd) {
                 break;
             const std::string request = received.substr(0, end + 2);
             received.erase(0, end + 4);
+            if (request.starts_with("PLAY"))
+                playedAt_ = gettimeusec();
             const std::lock_guard guard(lock_); // packets must not come in between
             if (!writeAll(fd, answerTo(request, url())))
                 break;

@@ -21,6 +21,8 @@ public:
     LoopingCamera& operator=(const LoopingCamera&) = delete;
 
     std::uint16_t port() const { return port_; }
+    // When the last PLAY request came, in microseconds on gettimeusec()'s clock; 0: none has come.
+    std::int64_t playedAt() const { return playedAt_; }
     std::string url() const { return "rtsp://127.0.0.1:" + std::to_string(port_) + "/live"; }
 
 private:
@@ -33,6 +35,7 @@ private:
     int listener_ = -1;
     std::uint16_t port_ = 0;
     std::atomic<bool> ending_ = false;
+    std::atomic<std::int64_t> playedAt_ = 0;
     std::uint16_t sequence_ = 1;
     std::mutex lock_;
     std::vector<int> playing_; // guarded by lock_

@@ -58,6 +58,18 @@ double cpuSecondsOf(const std::vector<pid_t>& pids) {
     return ticks / static_cast<double>(sysconf(_SC_CLK_TCK));
 }
 
+double processorMsOf(const std::vector<pid_t>& pids) {
+    double sum = 0;
+    for (const pid_t pid : pids)
+        for (const auto& thread :
+             std::filesystem::directory_iterator("/proc/" + std::to_string(pid) + "/task")) {
+            double nanoseconds = 0;
+            std::ifstream(thread.path() / "schedstat") >> nanoseconds;
+            sum += nanoseconds / 1e6;
+        }
+    return sum;
+}
+
 double privateMegabytesOf(const std::vector<pid_t>& pids) {
     double kilobytes = 0;
     for (const pid_t pid : pids) {

@@ -12,6 +12,9 @@ std::vector<pid_t> familyOf(pid_t pid);
 // CPU seconds that these processes have used so far, without children that have ended.
 double cpuSecondsOf(const std::vector<pid_t>& pids);
 
+// Milliseconds of processor time that the present threads of these processes have used so far, to the nanosecond.
+double processorMsOf(const std::vector<pid_t>& pids);
+
 // Memory in MB that belongs to these processes alone.
 double privateMegabytesOf(const std::vector<pid_t>& pids);
 

@@ -4,6 +4,7 @@
 // one that accepts every encoder at once. Times are processor times of this thread, the smallest of several rounds. A
 // processor that runs two threads on one core still takes up to twice as long when the machine is busy: limits for a
 // test must allow for that.
+#include "bench/samples.h"
 #include "detect/detection.h"
 #include "sources/source_cache.h"
 #include "sources/source_list.h"
@@ -86,6 +87,7 @@ struct Costs {
     double read = 0;    // milliseconds, of the parameter file
     double connect = 0; // milliseconds, with the file read
     double select = 0;  // milliseconds
+    double status = 0;  // milliseconds, of publishing a status value and reading it
 };
 
 Costs measure(const std::string& root, int sources, int rounds) {
@@ -106,6 +108,14 @@ Costs measure(const std::string& root, int sources, int rounds) {
             select(last, 0);
     });
     costs.select /= 10;
+    costs.status = leastOf(rounds,
+                           [&] {
+                               for (int i = 0; i < 10; ++i) {
+                                   status(last, "ErrorCode", i);
+                                   status(last, "ErrorCode");
+                               }
+                           }) /
+                   10;
     return costs;
 }
 
@@ -127,6 +137,10 @@ int run(const std::string& root, int rounds, const Limits* limits) {
         many = measure(root, sources, rounds);
         if (sources == 10)
             few = many;
+        const std::string side = std::to_string(sources);
+        bench::tellSample("select", side, 1000 * many.select);
+        bench::tellSample("connect", side, many.connect);
+        bench::tellSample("status", side, 1000 * many.status);
         std::printf("%8d %12.3f %12.3f %12.4f %8.2f\n", sources, many.read, many.connect, many.select,
                     many.select / few.select);
     }

@@ -26,6 +26,13 @@ if(HOUSE_WERROR)
     add_compile_options(-Werror)
 endif()
 add_compile_definitions(_GNU_SOURCE)
+if(NOT CMAKE_SYSTEM_PROCESSOR MATCHES "^(x86_64|AMD64|i.86)$")
+    add_compile_options(-fsigned-char) # as on x86, where the programs are tested most; on ARM, char has no sign
+endif()
+if(CMAKE_SIZEOF_VOID_P EQUAL 4)
+    # Times after 2038 and files of more than 2 GB.
+    add_compile_definitions(_FILE_OFFSET_BITS=64 _TIME_BITS=64)
+endif()
 if(HOUSE_SANITIZE)
     add_compile_options(-fsanitize=${HOUSE_SANITIZE} -fno-omit-frame-pointer -fno-sanitize-recover=all)
     add_link_options(-fsanitize=${HOUSE_SANITIZE})
@@ -104,6 +111,16 @@ endif()
 function(house_run_once)
     set_source_files_properties(${ARGN} PROPERTIES COMPILE_OPTIONS
                                 "$<$<CONFIG:RelWithDebInfo>:-Og>;$<$<CONFIG:RelWithDebInfo>:-g1>")
+endfunction()
+
+# house_gst_plugin_folder(VARIABLE): the folder of GStreamer's plugins on the decoder. In a cross build, pkg-config puts
+# the sysroot before it.
+function(house_gst_plugin_folder variable)
+    pkg_get_variable(folder gstreamer-1.0 pluginsdir)
+    if(CMAKE_SYSROOT)
+        string(REPLACE "${CMAKE_SYSROOT}" "" folder "${folder}")
+    endif()
+    set(${variable} "${folder}" PARENT_SCOPE)
 endfunction()
 
 # house_library(NAME sources... LINK libraries...): a folder's static library. Include paths start at the top folder

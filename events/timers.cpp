@@ -36,7 +36,8 @@ int takeId() {
 bool sleepFor(const TimerRequest& request) {
     timespec rest{request.seconds, request.nanoseconds};
     while (rest.tv_sec != 0 || rest.tv_nsec >= shortestSleep) {
-        printTrace(">>> Timer thread: nanosleep(); timeout=%lds %ldns\n", rest.tv_sec, rest.tv_nsec);
+        printTrace(">>> Timer thread: nanosleep(); timeout=%lds %ldns\n", static_cast<long>(rest.tv_sec),
+                   rest.tv_nsec);
         if (nanosleep(&rest, &rest) == 0)
             return true;
         if (errno != EINTR)

@@ -47,15 +47,6 @@ void announce(bool connected) {
     sendPlainEvent(EID_CONNECTPROPERTYCHANGED);
 }
 
-// Whether there is a source that the decoder can show by itself in the configured mode.
-bool hasUsableSource() {
-    const char* key =
-        ParamWrapper(0, false)["Decoder.SequenceMode"] == "manual" ? "ManualEnabled" : "AutoEnabled";
-    std::vector<SourceParams> sources = getSubGroups(0, "Encoder");
-    return std::ranges::any_of(
-        sources, [&](SourceParams& source) { return source[key] == "yes" && !source["Address"].empty(); });
-}
-
 std::string connect(double wait) {
     if (isConnected() && isWanted()) {
         return "already connected";
@@ -93,6 +84,14 @@ std::string disconnect(double wait) {
 
 } // namespace
 
+bool hasUsableSource() {
+    const char* key =
+        ParamWrapper(0, false)["Decoder.SequenceMode"] == "manual" ? "ManualEnabled" : "AutoEnabled";
+    std::vector<SourceParams> sources = getSubGroups(0, "Encoder");
+    return std::ranges::any_of(
+        sources, [&](SourceParams& source) { return source[key] == "yes" && !source["Address"].empty(); });
+}
+
 void requireReadableConfiguration() {
     if (access(configurationFile().c_str(), R_OK) != 0 && errno == EACCES) {
         throw Refused("not allowed to read " + configurationFile() + ": use the decoder's user or group");
@@ -102,6 +101,26 @@ void requireReadableConfiguration() {
 std::string setConnected(bool connected, double wait) {
     requireRunningAppliance();
     return connected ? connect(wait) : disconnect(wait);
+}
+
+void reconnect(int source) {
+    requireRunningAppliance();
+    if (isConnected() || isWanted()) {
+        setConnected(false);
+    }
+    sendPlainEvent(EID_FLUSHCACHE); // taken while it is disconnected, before the next event
+    if (source < 0) {
+        setConnected(true);
+        return;
+    }
+    Event select{}; // a disconnected decoder connects for it and shows that source first
+    select.id = EID_SELECT;
+    select.value1 = source;
+    sendToDecoder(select);
+    if (!awaitConnected(true, usualWait)) {
+        throw Refused("the decoder has not connected within " + secondsText(usualWait) +
+                      "; it has the request and connects when it can");
+    }
 }
 
 std::string applyConfiguration() {
@@ -115,8 +134,6 @@ std::string applyConfiguration() {
     if (inForce.known && inForce.unchanged) {
         return "nothing to apply: the configuration has not changed since the decoder connected";
     }
-    setConnected(false);
-    sendPlainEvent(EID_FLUSHCACHE); // taken while it is disconnected, before the next announcement
-    setConnected(true);
+    reconnect(-1);
     return "applied: the decoder has connected with the configuration as it is now";
 }

@@ -14,7 +14,8 @@ class CommandLine {
 public:
     CommandLine() : app_("Talks to the network video decoder of this machine.", "decoderctl") {
         app_.footer("Exit status: 0 done, 1 refused or failed, 2 usage.\n"
-                    "The decoder is the one below the directory in APPLIANCE_ROOT, or below / without it.");
+                    "The decoder is the one below the directory in APPLIANCE_ROOT. Without it: the installed one, in\n"
+                    "/var/lib/decoder, or if there is none, the one below /.");
         app_.set_version_flag("--version", HOUSE_VERSION);
         app_.add_flag("--json", request.json, "Answer in JSON, for programs");
         app_.add_option("--root", request.root, "The appliance's root directory, instead of APPLIANCE_ROOT")
@@ -143,6 +144,12 @@ private:
             ->needs(user);
     }
 
+    void addNoApply(CLI::App* command) {
+        command->add_flag_callback(
+            "--no-apply", [this] { request.apply = false; },
+            "Leave a decoder that plays as it is; it uses the change when it connects next");
+    }
+
     void addSources() {
         CLI::App* added =
             add(Command::Add, "add", "Add a camera by its URL: checks that it plays, says what it is");
@@ -151,6 +158,11 @@ private:
             "URL", request.url,
             "rtsp://HOST/PATH, rtsps://, http:// or https://; a password in it is hidden from the "
             "process list");
+        added
+            ->add_option("--sub", request.subUrl,
+                         "The URL of a smaller stream of the camera, for small screens")
+            ->type_name("URL")
+            ->needs(url);
         CLI::Option* found =
             added
                 ->add_option(
@@ -168,14 +180,18 @@ private:
             ->type_name("NAME");
         added->add_flag("--password-stdin", request.passwordInput, "Read the password from standard input");
         added->add_flag("--unchecked", request.unchecked, "Add it without connecting to the camera");
+        addNoApply(added);
         CLI::App* removed = add(Command::Remove, "remove", "Remove a source");
         removed->add_option("N", request.source, sourceHelp)->required();
+        addNoApply(removed);
         CLI::App* renamed = add(Command::Rename, "rename", "Give a source another name");
         renamed->add_option("N", request.source, sourceHelp)->required();
         renamed->add_option("NAME", request.name, "The new name")->required();
+        addNoApply(renamed);
         CLI::App* ordered =
             add(Command::Order, "order", "Put sources first, in this order; the others follow as they are");
         ordered->add_option("N", request.sources, sourceHelp)->required()->expected(1, -1);
+        addNoApply(ordered);
     }
 
     CLI::App app_;

@@ -46,11 +46,13 @@ struct Request {
     std::string source;               // source, explain, select, alarm, remove, rename: as typed
     std::vector<std::string> sources; // order: as typed
     std::string url;                  // add
+    std::string subUrl;               // add: of a smaller stream; "" when it is not given
     int found = 0;                    // add: number of a camera that discover found; 0: none
     std::string profile;              // add: which stream of that camera; "": main
     std::string user;                 // add; "" when it is not given
     bool passwordInput = false;       // add: the password is a line of standard input
     bool unchecked = false;           // add: without a connection to the camera
+    bool apply = true;                // add, remove, rename, order: a decoder that plays connects again
     std::string name;                 // get, set; parameters --values; add, rename: the new name
     std::string value;                // set; "-": a line of standard input
     std::string text;                 // alarm

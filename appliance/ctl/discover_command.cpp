@@ -116,7 +116,7 @@ std::string discoveryText(const Discovery& discovery) {
 SourceToAdd sourceToAdd(int found, const std::string& profile, const std::string& name,
                         const std::string& url) {
     if (found == 0) {
-        return {name, url};
+        return {name, url, ""};
     }
     SourceToAdd source = sourceFromDiscovery(readFoundCameras(foundCamerasFile()), found, profile);
     if (!name.empty()) {

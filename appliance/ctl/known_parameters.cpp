@@ -34,13 +34,18 @@ constexpr std::array decoderTable{
     KnownParameter{"Network.TLS.CAFile", ValueKind::Text, AtUse},
     KnownParameter{"Gateway.Port", ValueKind::Number, AtUse, 1, 65535},
     KnownParameter{"Gateway.HighestNumber", ValueKind::Number, AtUse, 0, 1000000},
+    KnownParameter{"Warm.Sources", ValueKind::Choice, AtUse, 0, 0, "none|next|all"},
+    KnownParameter{"Warm.MaxSources", ValueKind::Number, AtUse, 1, 1000},
+    KnownParameter{"Warm.MaxMemory", ValueKind::Number, AtUse, 1, 65536},
 };
 
 constexpr std::array sourceTable{
     KnownParameter{"Name", ValueKind::Text, AtConnect},
     KnownParameter{"Address", ValueKind::Address, AtConnect | AtPlayer},
     KnownParameter{"URL", ValueKind::Text, AtUse},
-    KnownParameter{"Transport", ValueKind::Choice, AtUse, 0, 0, "auto|udp|tcp"},
+    KnownParameter{"Transport", ValueKind::Choice, AtUse, 0, 0, "auto|udp|tcp|multicast"},
+    KnownParameter{"SubURL", ValueKind::Text, AtPlayer},
+    KnownParameter{"Quality", ValueKind::Choice, AtPlayer, 0, 0, "auto|main|sub"},
     KnownParameter{"VideoSourceNumber", ValueKind::Number, AtPlayer, 0, 1000000},
     KnownParameter{"VideoSourceType", ValueKind::Choice, AtPlayer, 0, 0,
                    "auto|mjpeg|mpeg2-unicast|mpeg2-multicast|rtsp-unicast|rtsp-multicast|rtsp-tcp|rtsp-http"},
@@ -50,6 +55,7 @@ constexpr std::array sourceTable{
     KnownParameter{"ManualEnabled", ValueKind::YesNo, AtConnect},
     KnownParameter{"DisplayTime", ValueKind::Number, AtConnect, 0, day},
     KnownParameter{"PTZ", ValueKind::Text, AtPlayer},
+    KnownParameter{"Warm", ValueKind::Choice, AtUse, 0, 0, "auto|yes|no"},
     KnownParameter{"Resolution", ValueKind::Default, AtPlayer},
     KnownParameter{"Compression", ValueKind::Default, AtPlayer},
     KnownParameter{"InterlaceMode", ValueKind::Text, AtPlayer},
@@ -61,6 +67,9 @@ constexpr std::array infoTable{
     KnownParameter{"Screen.Info.Size", ValueKind::Text, AtUse},
     KnownParameter{"Screen.Info.MonitorPid", ValueKind::Text, AtUse},
     KnownParameter{"Screen.Info.MonitorStart", ValueKind::Text, AtUse},
+    KnownParameter{"Screen.Info.TileSize", ValueKind::Text, AtUse},
+    KnownParameter{"Screen.Info.TilePid", ValueKind::Text, AtUse},
+    KnownParameter{"Screen.Info.TileStart", ValueKind::Text, AtUse},
     KnownParameter{"Sound.Info.Muted", ValueKind::YesNo, AtUse},
 };
 

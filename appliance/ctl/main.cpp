@@ -29,8 +29,10 @@
 
 #include <cstdlib>
 #include <exception>
+#include <filesystem>
 #include <iostream>
 #include <nlohmann/json.hpp>
+#include <system_error>
 
 namespace {
 
@@ -68,10 +70,11 @@ std::vector<SourceReport> readSources() {
 }
 
 void showSources(const Request& request) {
-    const std::vector<SourceReport> sources = readSources();
+    std::vector<SourceReport> sources = readSources();
     if (request.names) {
         return showNames(request, sourceNames(sources));
     }
+    addWarmReports(sources);
     const int current = readDecoderStatus().currentSource;
     show(request, sourcesText(sources, current), sourcesJson(sources, current));
 }
@@ -79,6 +82,7 @@ void showSources(const Request& request) {
 // The source that the command line names.
 SourceReport namedSource(const Request& request) {
     std::vector<SourceReport> sources = readSources();
+    addWarmReports(sources);
     return std::move(sources[resolveSource(request.source, sourceNames(sources))]);
 }
 
@@ -147,11 +151,15 @@ void sendAlarm(const Request& request) {
 
 std::string addNamedSource(const Request& request) {
     const SourceToAdd source = sourceToAdd(request.found, request.profile, request.name, request.url);
-    CameraAccess access{source.url, request.user, ""};
+    CameraAccess access{.url = source.url,
+                        .subUrl = request.found == 0 ? request.subUrl : source.subUrl,
+                        .subMayFail = request.found != 0,
+                        .user = request.user,
+                        .password = ""};
     if (!request.user.empty() || request.passwordInput) {
         access.password = readPassword(request.passwordInput);
     }
-    return addSource(source.name, access, request.unchecked);
+    return addSource(source.name, access, {.unchecked = request.unchecked, .apply = request.apply});
 }
 
 std::string orderNamedSources(const Request& request) {
@@ -160,17 +168,17 @@ std::string orderNamedSources(const Request& request) {
     for (const std::string& source : request.sources) {
         indices.push_back(resolveSource(source, names));
     }
-    return orderSources(indices);
+    return orderSources(indices, request.apply);
 }
 
 std::string removeNamedSource(const Request& request) {
     const SourceReport source = namedSource(request);
-    return removeSource(source.index, source.name);
+    return removeSource(source.index, source.name, request.apply);
 }
 
 std::string renameNamedSource(const Request& request) {
     const SourceReport source = namedSource(request);
-    return renameSource(source.index, source.name, request.name);
+    return renameSource(source.index, source.name, request.name, request.apply);
 }
 
 void runCommand(const Request& request) {
@@ -243,6 +251,16 @@ int run(const Request& request) {
     return 0;
 }
 
+// An installed decoder is found without a variable, which sudo would not keep.
+void chooseRoot(const Request& request) {
+    constexpr const char* installed = "/var/lib/decoder";
+    if (!request.root.empty()) {
+        setenv("APPLIANCE_ROOT", request.root.c_str(), 1);
+    } else if (std::error_code unknown; std::filesystem::is_directory(installed, unknown)) {
+        setenv("APPLIANCE_ROOT", installed, 0);
+    }
+}
+
 } // namespace
 
 int main(int argc, char** argv) {
@@ -252,9 +270,7 @@ int main(int argc, char** argv) {
         return *status;
     }
     const Request& request = std::get<Request>(parsed);
-    if (!request.root.empty()) {
-        setenv("APPLIANCE_ROOT", request.root.c_str(), 1);
-    }
+    chooseRoot(request);
     // The user sees at the terminal why a call of the library failed.
     setenv("LIBCOMMON_LOG", "stderr", 0);
     int status = 0;

@@ -5,19 +5,18 @@
 #include "appliance/ctl/connection.h"
 #include "appliance/ctl/known_parameters.h"
 #include "appliance/ctl/parameter_check.h"
+#include "appliance/ctl/source_effect.h"
 #include "appliance/ctl/source_sections.h"
-#include "appliance/operating/decoder_events.h"
 #include "appliance/operating/quoted_text.h"
 #include "appliance/operating/refused.h"
-#include "appliance/operating/running_decoder.h"
 
-#include <libcommon/events.h>
 #include <libcommon/parameter_lines.h>
 #include <libcommon/text.h>
 
 #include <algorithm>
 #include <functional>
 #include <iostream>
+#include <map>
 #include <optional>
 #include <termios.h>
 #include <unistd.h>
@@ -57,15 +56,6 @@ void requireFreeName(const std::string& text, const std::string& name) {
     }
 }
 
-// Tells a decoder that waits for its first source, and says when the others see the change.
-std::string effect() {
-    if (libcommon::eventQueueOwner() < 0)
-        return "in force when the decoder starts";
-    sendPlainEvent(EID_CONNECTPROPERTYCHANGED);
-    return isConnected() ? "in force at the next connect (decoderctl apply: at once)"
-                         : "in force when the decoder connects";
-}
-
 std::string sourceText(int index, const std::string& name) {
     return "source " + std::to_string(index) + ' ' + inQuotes(name);
 }
@@ -76,50 +66,92 @@ void requireWritable(const std::string& what, const std::string& value) {
                       " begins or ends with a blank, or has a character that the parameter file can't have");
 }
 
+struct CheckedCamera {
+    std::vector<std::string> lines; // of its section
+    std::string description;        // for people, ends with "; "; "" when it was not checked
+};
+
+using CameraFacts = std::map<std::string, std::string>;
+
+// The camera's smaller stream. Nothing when there is none, and when it may fail and does.
+std::optional<CameraFacts> checkedSubStream(const CameraAccess& access, bool connect) {
+    if (access.subUrl.empty())
+        return std::nullopt;
+    try {
+        return probeCamera(access.subUrl, access.user, access.password, connect);
+    } catch (const Refused& reason) {
+        if (!access.subMayFail)
+            throw Refused(std::string("the sub stream: ") + reason.what());
+        return std::nullopt;
+    }
+}
+
+CheckedCamera checkedCamera(const CameraAccess& access, bool connect) {
+    CameraFacts main = probeCamera(access.url, access.user, access.password, connect);
+    std::optional<CameraFacts> sub = checkedSubStream(access, connect);
+    requireWritable("user name", main["UserName"]);
+    requireWritable("password", main["Password"]);
+    CheckedCamera camera;
+    camera.lines.push_back("URL = " + main["URL"]);
+    if (sub)
+        camera.lines.push_back("SubURL = " + (*sub)["URL"]);
+    if (!main["UserName"].empty())
+        camera.lines.push_back("UserName = " + main["UserName"]);
+    if (!main["Password"].empty())
+        camera.lines.push_back("Password = " + main["Password"]);
+    if (connect)
+        camera.description = main["Video"] + "; " + (sub ? "sub stream: " + (*sub)["Video"] + "; " : "");
+    if (!sub && !access.subUrl.empty())
+        camera.description += "its sub stream does not play and is left out; ";
+    return camera;
+}
+
 } // namespace
 
-std::string addSource(const std::string& name, const CameraAccess& access, bool unchecked) {
+std::string addSource(const std::string& name, const CameraAccess& access, const AddOptions& options) {
     if (const std::string reason = whyNotSourceName(name); !reason.empty())
         throw Refused(reason);
     requireReadableConfiguration();
     requireFreeName(readParameterText(configurationFile()), name);
-    std::map<std::string, std::string> camera =
-        probeCamera(access.url, access.user, access.password, !unchecked);
-    requireWritable("user name", camera["UserName"]);
-    requireWritable("password", camera["Password"]);
-    std::vector<std::string> lines{"URL = " + camera["URL"]};
-    if (!camera["UserName"].empty())
-        lines.push_back("UserName = " + camera["UserName"]);
-    if (!camera["Password"].empty())
-        lines.push_back("Password = " + camera["Password"]);
+    const CheckedCamera camera = checkedCamera(access, !options.unchecked);
+    const DecoderBefore before = lookAtDecoder();
     int index = 0;
     rewrite([&](const std::string& text) {
         requireFreeName(text, name);
         index = static_cast<int>(sourceSectionNames(text).size());
-        return withSource(text, name, lines);
+        return withSource(text, name, camera.lines);
     });
-    return (unchecked ? "" : camera["Video"] + "; ") + "added as " + sourceText(index, name) + "; " +
-           effect();
+    const std::string added = camera.description + "added as " + sourceText(index, name) + "; ";
+    if (options.apply && before.running && !awaitCompletion(name))
+        return added + "camera-gateway has not completed it: it plays when camera-gateway runs and the "
+                       "configuration was applied (decoderctl apply)";
+    return added + applyChange(before, before.shown, options.apply);
 }
 
-std::string removeSource(int index, const std::string& name) {
+std::string removeSource(int index, const std::string& name, bool apply) {
+    const DecoderBefore before = lookAtDecoder();
     rewrite([&](const std::string& text) { return withoutSource(text, sectionName(text, index)); });
-    return "removed " + sourceText(index, name) + "; " + effect();
+    return "removed " + sourceText(index, name) + "; " + applyChange(before, before.shown, apply);
 }
 
-std::string renameSource(int index, const std::string& name, const std::string& newName) {
+std::string renameSource(int index, const std::string& name, const std::string& newName, bool apply) {
     if (const std::string reason = whyNotSourceName(newName); !reason.empty())
         throw Refused(reason);
+    const DecoderBefore before = lookAtDecoder();
+    std::string present;
     rewrite([&](const std::string& text) {
-        const std::string present = sectionName(text, index);
+        present = sectionName(text, index);
         if (!sameName(present, newName))
             requireFreeName(text, newName);
         return withSourceRenamed(text, present, newName);
     });
-    return "renamed " + sourceText(index, name) + " to " + inQuotes(newName) + "; " + effect();
+    const std::string shown = sameName(before.shown, present) ? newName : before.shown;
+    return "renamed " + sourceText(index, name) + " to " + inQuotes(newName) + "; " +
+           applyChange(before, shown, apply);
 }
 
-std::string orderSources(const std::vector<int>& indices) {
+std::string orderSources(const std::vector<int>& indices, bool apply) {
+    const DecoderBefore before = lookAtDecoder();
     rewrite([&](const std::string& text) {
         std::vector<std::string> names;
         for (const int index : indices) {
@@ -134,7 +166,7 @@ std::string orderSources(const std::vector<int>& indices) {
         }
         return withSourcesOrdered(text, names);
     });
-    return "the sources have a new order; " + effect();
+    return "the sources have a new order; " + applyChange(before, before.shown, apply);
 }
 
 std::string readPassword(bool fromInput) {

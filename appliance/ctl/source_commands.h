@@ -7,18 +7,26 @@
 #include <vector>
 
 struct CameraAccess {
-    std::string url; // may have a user name and a password
+    std::string url;         // may have a user name and a password
+    std::string subUrl;      // of a smaller stream of the same camera; "": none
+    bool subMayFail = false; // a sub stream that does not play is left out
     std::string user;
     std::string password;
 };
 
-// Asks the gateway's program to connect to the camera, and adds the source when it plays. `unchecked`: adds it in any case.
-std::string addSource(const std::string& name, const CameraAccess& access, bool unchecked);
+struct AddOptions {
+    bool unchecked = false; // adds the source without connecting to the camera
+    bool apply = true;
+};
 
-std::string removeSource(int index, const std::string& name);
-std::string renameSource(int index, const std::string& name, const std::string& newName);
+// Asks the gateway's program to connect to the camera, and adds the source when it plays. With `apply`, here and below, a
+// decoder that plays connects again, so that it uses the change at once.
+std::string addSource(const std::string& name, const CameraAccess& access, const AddOptions& options);
+
+std::string removeSource(int index, const std::string& name, bool apply);
+std::string renameSource(int index, const std::string& name, const std::string& newName, bool apply);
 // `indices`: the sources that come first, in this order; all others follow in their present order.
-std::string orderSources(const std::vector<int>& indices);
+std::string orderSources(const std::vector<int>& indices, bool apply);
 
 // Reads a password: from the terminal without showing it, or a line of standard input.
 std::string readPassword(bool fromInput);

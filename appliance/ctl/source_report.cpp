@@ -7,7 +7,9 @@
 
 #include <algorithm>
 #include <array>
+#include <iomanip>
 #include <nlohmann/json.hpp>
+#include <sstream>
 
 namespace {
 
@@ -15,7 +17,8 @@ namespace {
 constexpr std::array statusKeys{
     "ErrorCode",   "Reason",     "VideoSourceType", "ConnectMode",   "Audio",
     "AudioFormat", "APIVersion", "Model",           "ImageRotation", "NumberOfVideoSources",
-    "BitRate",     "FrameRate",  "Resolution",      "Still",
+    "BitRate",     "FrameRate",  "Resolution",      "Codec",         "KeyInterval",
+    "Transport",   "Encoded",    "Still",
 };
 
 std::string valueOf(const std::vector<std::pair<std::string, std::string>>& pairs, std::string_view key) {
@@ -41,6 +44,15 @@ SourceReport makeReport(int index, SourceParams& params) {
     return report;
 }
 
+// What the gateway knows about the stream: ", H264 1920x1080".
+std::string streamText(const SourceReport& source) {
+    const std::string codec = valueOf(source.status, "Codec");
+    const std::string size = valueOf(source.status, "Resolution");
+    return codec.empty()
+               ? ""
+               : ", " + libcommon::printable(codec) + (size.empty() ? "" : ' ' + libcommon::printable(size));
+}
+
 // The state of a source in a few words.
 std::string condition(const SourceReport& source) {
     const std::string error = valueOf(source.status, "ErrorCode");
@@ -53,7 +65,8 @@ std::string condition(const SourceReport& source) {
         return "not detected";
     }
     const std::string mode = valueOf(source.status, "ConnectMode");
-    return libcommon::printable(type) + (mode.empty() ? "" : ", " + libcommon::printable(mode));
+    return libcommon::printable(type) + (mode.empty() ? "" : ", " + libcommon::printable(mode)) +
+           streamText(source);
 }
 
 // The text behind the condition of a source whose configuration is not in force yet.
@@ -61,6 +74,31 @@ std::string notInForce(const SourceReport& source) {
     return source.difference.inForce()
                ? ""
                : "; not in force before the next connect (" + differenceText(source.difference) + ')';
+}
+
+// "key picture 0.4 s old, 3.9 Mbit/s, 512 KiB", or why the source is not warm.
+std::string warmWords(const streams::KeptReport& warm) {
+    if (!warm.kept) {
+        return "no, " + libcommon::printable(warm.reason);
+    }
+    std::ostringstream words;
+    words << std::fixed << std::setprecision(1) << "key picture " << static_cast<double>(warm.keyAgeMs) / 1e3
+          << " s old, " << static_cast<double>(warm.bitRate) / 1e6 << " Mbit/s, "
+          << (warm.bytes + 1023) / 1024 << " KiB";
+    return words.str();
+}
+
+std::string warmText(const SourceReport& source) {
+    return source.warm ? "; warm: " + warmWords(*source.warm) : "";
+}
+
+nlohmann::json warmJson(const SourceReport& source) {
+    if (!source.warm) {
+        return nullptr;
+    }
+    const streams::KeptReport& warm = *source.warm;
+    return {{"kept", warm.kept},   {"keyAgeMs", warm.keyAgeMs}, {"bitRate", warm.bitRate},
+            {"bytes", warm.bytes}, {"players", warm.players},   {"reason", warm.reason}};
 }
 
 // Characters, not bytes: names are UTF-8.
@@ -98,6 +136,17 @@ std::vector<SourceReport> readSourceReports(const InForce& inForce) {
     return reports;
 }
 
+void addWarmReports(std::vector<SourceReport>& sources) {
+    for (const streams::KeptReport& warm :
+         streams::askKeeper().value_or(std::vector<streams::KeptReport>())) {
+        for (const int index : warm.sources) {
+            if (index >= 0 && static_cast<std::size_t>(index) < sources.size()) {
+                sources[static_cast<std::size_t>(index)].warm = warm;
+            }
+        }
+    }
+}
+
 std::vector<std::string> sourceNames(const std::vector<SourceReport>& sources) {
     std::vector<std::string> names;
     names.reserve(sources.size());
@@ -122,7 +171,7 @@ std::string sourcesText(const std::vector<SourceReport>& sources, int current) {
         text += (source.index == current ? "* " : "  ") + padded(std::to_string(source.index), 4) +
                 padded(libcommon::printable(source.name), nameWidth + 2) +
                 padded(libcommon::printable(source.address), addressWidth + 2) + condition(source) +
-                notInForce(source) + '\n';
+                warmText(source) + notInForce(source) + '\n';
     }
     return text;
 }
@@ -150,6 +199,9 @@ std::string sourceText(const SourceReport& source) {
             addLine(text, "Error", errorWords(value));
         }
     }
+    if (source.warm) {
+        addLine(text, "Warm", warmWords(*source.warm));
+    }
     for (const auto& [key, value] : source.configured) {
         text += "Configured.";
         addLine(text, key, value);
@@ -165,6 +217,7 @@ nlohmann::json sourceJson(const SourceReport& source) {
             {"new", source.difference.isNew},
             {"changed", source.difference.changed},
             {"error", errorWords(valueOf(source.status, "ErrorCode"))},
+            {"warm", warmJson(source)},
             {"status", asObject(source.status)},
             {"configured", asObject(source.configured)}};
 }

@@ -2,10 +2,12 @@
 #pragma once
 
 #include "appliance/ctl/in_force.h"
+#include "appliance/streams/kept_status.h"
 
 #include <libcommon/params.h>
 
 #include <nlohmann/json_fwd.hpp>
+#include <optional>
 #include <string>
 #include <utility>
 #include <vector>
@@ -17,10 +19,14 @@ struct SourceReport {
     std::vector<std::pair<std::string, std::string>> status;     // what detection and players found out
     std::vector<std::pair<std::string, std::string>> configured; // the section's other keys
     SourceDifference difference = {};                            // from what the last connect read
+    std::optional<streams::KeptReport> warm = {}; // of the keeper; nothing: it has nothing to say
 };
 
 // All configured sources; a password's value is replaced by "***".
 std::vector<SourceReport> readSourceReports(const InForce& inForce);
+
+// Adds what the keeper of warm sources says about them, if there is one.
+void addWarmReports(std::vector<SourceReport>& sources);
 
 // The names alone, in index order.
 std::vector<std::string> sourceNames(const std::vector<SourceReport>& sources);

@@ -33,6 +33,24 @@ TEST(SourceReport, SourceThatWasNotDetected) {
                 HasSubstr("not detected"));
 }
 
+TEST(SourceReport, AWarmSourceHasItsFigures) {
+    SourceReport source = frontDoor();
+    source.warm = streams::KeptReport{.sources = {0},
+                                      .kept = true,
+                                      .keyAgeMs = 440,
+                                      .bitRate = 3'920'000,
+                                      .bytes = 524'288,
+                                      .players = 1,
+                                      .reason = ""};
+    EXPECT_THAT(sourcesText({source}, -1), HasSubstr("; warm: key picture 0.4 s old, 3.9 Mbit/s, 512 KiB\n"));
+    EXPECT_THAT(sourceText(source), HasSubstr("Warm=key picture 0.4 s old, 3.9 Mbit/s, 512 KiB\n"));
+    EXPECT_EQ(sourceJson(source)["warm"]["players"], 1);
+    source.warm->kept = false;
+    source.warm->reason = "stands still";
+    EXPECT_THAT(sourceText(source), HasSubstr("Warm=no, stands still\n"));
+    EXPECT_TRUE(sourceJson(garage())["warm"].is_null());
+}
+
 TEST(SourceReport, EmptyListSaysSo) {
     EXPECT_EQ(sourcesText({}, -1), "no sources are configured\n");
     EXPECT_EQ(sourcesJson({}, -1).dump(), "[]");

@@ -193,6 +193,17 @@ std::vector<Camera> readFoundCameras(const std::string& file) {
     return cameras;
 }
 
+namespace {
+
+// The address of the camera's sub stream when the main one is taken without a profile's name.
+std::string subUrlBeside(const Camera& camera, const CameraStream& main, const std::string& profile) {
+    const CameraStream* const sub = profile.empty() ? chooseStream(camera, "sub") : nullptr;
+    const bool beside = sub != nullptr && sub->url != main.url && sub->profile.source == main.profile.source;
+    return beside ? sub->url : "";
+}
+
+} // namespace
+
 SourceToAdd sourceFromDiscovery(const std::vector<Camera>& cameras, int number, const std::string& profile) {
     const auto found = std::ranges::find(cameras, number, &Camera::number);
     if (found == cameras.end()) {
@@ -211,5 +222,5 @@ SourceToAdd sourceFromDiscovery(const std::vector<Camera>& cameras, int number, 
         throw std::runtime_error("camera " + std::to_string(number) + " has no profile \"" + profile +
                                  "\"; it has: " + profileList(*found));
     }
-    return {libcommon::printable(found->name), stream->url};
+    return {libcommon::printable(found->name), stream->url, subUrlBeside(*found, *stream, profile)};
 }

@@ -24,6 +24,7 @@ std::vector<Camera> readFoundCameras(const std::string& file);
 struct SourceToAdd {
     std::string name; // the camera's
     std::string url;
+    std::string subUrl; // of its smaller stream; "": none, or a stream was chosen by name
 };
 
 // Camera `number` of the last search, and its stream that `profile` names (see chooseStream()). Throws

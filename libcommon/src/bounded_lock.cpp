@@ -6,6 +6,7 @@
 #include "libcommon/src/wait_mask.h"
 
 #include <cerrno>
+#include <cstdint>
 #include <cstdio>
 #include <cstring>
 #include <fcntl.h>
@@ -61,9 +62,9 @@ int openOrMake(const char* path) {
 int holderIn(const char* line, const struct stat& file) {
     unsigned major = 0;
     unsigned minor = 0;
-    unsigned long inode = 0;
+    std::uintmax_t inode = 0;
     int pid = 0;
-    if (std::sscanf(line, "%*u: FLOCK %*s %*s %d %x:%x:%lu", &pid, &major, &minor, &inode) != 4)
+    if (std::sscanf(line, "%*u: FLOCK %*s %*s %d %x:%x:%ju", &pid, &major, &minor, &inode) != 4)
         return 0;
     const bool same = inode == file.st_ino && major == ::major(file.st_dev) && minor == ::minor(file.st_dev);
     return same ? pid : 0;
@@ -111,7 +112,8 @@ std::chrono::milliseconds lockPatience() {
 }
 
 void pauseFor(std::chrono::milliseconds time, SignalsInWait signals) {
-    const timespec length{.tv_sec = time.count() / 1000, .tv_nsec = time.count() % 1000 * 1'000'000};
+    const timespec length{.tv_sec = static_cast<time_t>(time.count() / 1000),
+                          .tv_nsec = static_cast<long>(time.count() % 1000) * 1'000'000};
     const sigset_t mask = waitMask(signals == SignalsInWait::letIn && onMainThread());
     ppoll(nullptr, 0, &length, &mask);
 }

@@ -9,6 +9,7 @@
 
 #include <algorithm>
 #include <cerrno>
+#include <climits>
 #include <cstring>
 #include <curl/curl.h>
 #include <dirent.h>
@@ -262,7 +263,7 @@ HttpOutcome HttpClient::run(const HttpRequest& request, NetworkOperation& operat
     kept_.beginUse();
     Transfer transfer(request);
     const std::int64_t timeLeft = std::min(request.connectUntil, operation.deadline()) - gettimeusec();
-    const long connectTime = std::max<std::int64_t>(1, timeLeft / 1000);
+    const auto connectTime = static_cast<long>(std::clamp<std::int64_t>(timeLeft / 1000, 1, LONG_MAX));
     CURLcode code =
         transfer.configure(easy_, resolved, request.withCredentials ? answerable : 0, connectTime, kept_);
     if (code == CURLE_OK)

@@ -3,6 +3,7 @@
 #include <libcommon/text.h>
 
 #include <algorithm>
+#include <cstdint>
 
 namespace local {
 
@@ -36,10 +37,10 @@ ParameterName splitName(std::string_view name) {
 
 // FNV-1a over the lower-cased bytes.
 std::size_t NameHash::operator()(std::string_view name) const {
-    std::size_t hash = 0xcbf29ce484222325U;
+    std::uint64_t hash = 0xcbf29ce484222325U;
     for (const char c : name)
         hash = (hash ^ static_cast<unsigned char>(lower(c))) * 0x100000001b3U;
-    return hash;
+    return static_cast<std::size_t>(hash); // the lower half, where addresses have 32 bits
 }
 
 std::size_t NameHash::operator()(const ParameterName& name) const {

@@ -61,7 +61,8 @@ void KeptConnections::startCloser() {
 void KeptConnections::closeWhenIdle() {
     std::int64_t lookAt = gettimeusec() + idleTime_;
     do {
-        const timespec when = {.tv_sec = lookAt / 1'000'000, .tv_nsec = lookAt % 1'000'000 * 1000};
+        const timespec when = {.tv_sec = static_cast<time_t>(lookAt / 1'000'000),
+                               .tv_nsec = static_cast<long>(lookAt % 1'000'000) * 1000};
         clock_nanosleep(CLOCK_MONOTONIC, TIMER_ABSTIME, &when, nullptr);
     } while (!shutDownIfIdle(lookAt));
 }

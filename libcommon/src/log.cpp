@@ -87,10 +87,11 @@ int writeHeading(char* line, std::size_t size, int level) {
     const auto today = floor<days>(now);
     const year_month_day date{today};
     const hh_mm_ss time{now - today};
+    const auto number = [](auto duration) { return static_cast<long>(duration.count()); };
     return std::snprintf(line, size, "%04d-%02u-%02uT%02ld:%02ld:%02ld.%06ldZ %s[%d] %d ", int{date.year()},
-                         unsigned{date.month()}, unsigned{date.day()}, long{time.hours().count()},
-                         long{time.minutes().count()}, long{time.seconds().count()},
-                         long{time.subseconds().count()}, program_invocation_short_name, getpid(), level);
+                         unsigned{date.month()}, unsigned{date.day()}, number(time.hours()),
+                         number(time.minutes()), number(time.seconds()), number(time.subseconds()),
+                         program_invocation_short_name, getpid(), level);
 }
 
 void replaceControlCharacters(char* text, std::size_t length) {
@@ -124,28 +125,30 @@ bool isStillOurs(const struct stat& now) {
     return now.st_dev == logFileDevice && now.st_ino == logFileInode;
 }
 
-// Opens the log file when it is not open, was renamed or removed, or when other code closed our descriptor.
-void bringLogFile(const char* path) {
+// Opens the log file when it is not open, was renamed or removed, or when other code closed our descriptor. False when
+// there is none to write to.
+bool bringLogFile(const char* path) {
     struct stat file {};
     struct stat named {};
     const bool ours = logFile >= 0 && fstat(logFile, &file) == 0 && isStillOurs(file);
     if (ours && stat(path, &named) == 0 && isStillOurs(named))
-        return;
+        return true;
     // Without waiting: a pipe without a reader must not block the appliance.
     const int opened = open(path, O_WRONLY | O_APPEND | O_CREAT | O_CLOEXEC | O_NOCTTY | O_NONBLOCK, 0640);
     if (opened < 0)
-        return;
+        return ours;
     // Not one of the descriptors 0 to 2: programs close and replace those.
     const int moved = opened > 2 ? opened : fcntl(opened, F_DUPFD_CLOEXEC, 3);
     if (moved != opened)
         close(opened);
     if (moved < 0 || fstat(moved, &file) != 0)
-        return;
+        return ours;
     if (ours) // the number may belong to other code by now
         close(logFile);
     logFile = moved;
     logFileDevice = file.st_dev;
     logFileInode = file.st_ino;
+    return true;
 }
 
 bool writeLine(int fd, const char* line, std::size_t length) {
@@ -191,10 +194,7 @@ bool writeToStandardError(const char* line, std::size_t length) {
 }
 
 bool writeToFile(const char* path, const char* line, std::size_t length) {
-    bringLogFile(path);
-    struct stat file {};
-    const bool usable = logFile >= 0 && fstat(logFile, &file) == 0 && isStillOurs(file);
-    return usable && writeLine(logFile, line, length);
+    return bringLogFile(path) && writeLine(logFile, line, length);
 }
 
 // For a handler of a crash in the middle of a line: no lock, no shared state, no syslog(), which has a lock, too.

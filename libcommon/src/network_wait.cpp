@@ -43,7 +43,8 @@ bool isPending(int signal) {
 
 timespec timeUntil(std::int64_t when) {
     const std::int64_t left = std::max<std::int64_t>(0, when - gettimeusec());
-    return {.tv_sec = left / microsecondsPerSecond, .tv_nsec = left % microsecondsPerSecond * 1000};
+    return {.tv_sec = static_cast<time_t>(left / microsecondsPerSecond),
+            .tv_nsec = static_cast<long>(left % microsecondsPerSecond) * 1000};
 }
 
 // ppoll delivers no signal when a descriptor is ready at once: without this, a peer that sends without pause would keep

@@ -93,8 +93,18 @@ std::string printableLines(std::string_view text) {
     return lines + libcommon::printable(text);
 }
 
+// Whether a write would change nothing. Needs no lock: other processes' changes come before or after this look.
+bool isPresent(int index, const std::string& path, const std::string& value) {
+    if (value.empty())
+        return access(path.c_str(), F_OK) != 0 && errno == ENOENT;
+    return holds(path, value + "\n") && access(statusOwnerPath(index).c_str(), F_OK) == 0;
+}
+
 void write(int index, const std::string& key, const std::string& value) {
     const std::string path = statusFolder(index) + key;
+    // A select writes all values of its source anew, so that this is a part of every select's time.
+    if (isPresent(index, path, value))
+        return;
     const LockedFile lock(statusLockPath().c_str());
     if (!lock) {
         logmsg(3, "Failed to write %s: %s; the value is lost. (errno=%d %s)", path.c_str(),
@@ -106,7 +116,7 @@ void write(int index, const std::string& key, const std::string& value) {
         done = unlink(path.c_str()) == 0 || errno == ENOENT;
     } else {
         rememberOwner(index);
-        done = holds(path, value + "\n") || replaceSmallFile(path, value + "\n");
+        done = replaceSmallFile(path, value + "\n");
     }
     if (!done)
         logmsg(3, "Failed to write %s. (errno=%d %s)", path.c_str(), errno, std::strerror(errno));
@@ -150,6 +160,6 @@ std::string status(int index, const std::string& key) {
 }
 
 void copyStatus(int fromIndex, int toIndex, const std::string& key) {
-    if (local::isValid(fromIndex, key))
+    if (local::isValid(fromIndex, key) && fromIndex != toIndex)
         status(toIndex, key, status(fromIndex, key).c_str());
 }

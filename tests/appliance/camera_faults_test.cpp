@@ -157,8 +157,8 @@ TEST_F(CameraFaults, GarbageAndEndlessHeaders) {
 
 TEST_F(CameraFaults, ACodecThatNobodyCanShow) {
     const TestRtspServer camera(
-        {.encoding = "vp8enc deadline=1 ! rtpvp8pay name=pay0 pt=96", .path = "/live"});
-    EXPECT_EQ(reasonFor(rtsp(placeOf(camera))), "codec VP8 can't be shown");
+        {.encoding = "theoraenc speed-level=3 ! rtptheorapay name=pay0 pt=96", .path = "/live"});
+    EXPECT_EQ(reasonFor(rtsp(placeOf(camera))), "codec THEORA can't be shown");
 }
 
 TEST_F(CameraFaults, ABadUrl) {

@@ -3,6 +3,7 @@
 
 #include "tests/appliance/appliance.h"
 
+#include <map>
 #include <memory>
 #include <string>
 
@@ -12,7 +13,7 @@ class CameraGateway {
 public:
     // Writes the appliance's parameter file, if that has not happened yet, starts the gateway and waits until it listens.
     // A test starts it before the supervisor, as the units do.
-    explicit CameraGateway(Appliance& decoder);
+    explicit CameraGateway(Appliance& decoder, std::map<std::string, std::string> environment = {});
 
     int port() const { return port_; }
     Process& process() { return *process_; }
@@ -21,6 +22,7 @@ public:
 
 private:
     Appliance& decoder_;
+    const std::map<std::string, std::string> environment_; // further variables
     std::string logFile_;
     std::unique_ptr<Process> process_;
     int port_ = 0;

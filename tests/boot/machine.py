@@ -1,9 +1,8 @@
 """A virtual machine with a display: QEMU, driven through its control socket.
 
-Machine starts QEMU in a process of its own, which ends with this one, and with the lowest claim on the processors.
-Pictures are read from the display itself; keys come from the machine's keyboard; the display changes its size or goes
-away as with a cable. Commands run in the guest through its second serial line (guest/test-shell). Every wait has a
-limit in seconds; a limit that is over raises Late.
+Machine starts QEMU in a process of its own, which ends with this one. Pictures are read from the display itself; keys
+come from the machine's keyboard; the display changes its size or goes away as with a cable. Commands run in the guest
+through its second serial line (guest/test-shell). Every wait has a limit in seconds; a limit that is over raises Late.
 """
 import json
 import os
@@ -11,7 +10,9 @@ import re
 import socket
 import struct
 import subprocess
+import tempfile
 import time
+from pathlib import Path
 
 
 class Late(Exception):
@@ -160,11 +161,14 @@ class Shell:
 
 
 class Machine:
-    """One virtual machine. `folder` gets its sockets, its screendumps and the log of its first serial line."""
+    """One virtual machine. `folder` gets its sockets, its screendumps, the log of its first serial line, and its disk, a
+    copy of image/disk."""
 
-    def __init__(self, folder, image, size):
+    def __init__(self, folder, image, size, disk="disk.img", nice=10):
         self.folder = folder
         self.image = image
+        self.disk = disk
+        self.nice = nice
         self.size = size
         self.process = None
         self.started = None
@@ -187,11 +191,14 @@ class Machine:
 
     def power_on(self):
         disk = os.path.join(self.folder, "disk.img")
-        subprocess.run(["cp", "--sparse=always", "--reflink=auto", os.path.join(self.image, "disk.img"), disk],
-                       check=True)
+        if not os.path.exists(disk):  # the first time
+            subprocess.run(["cp", "--sparse=always", "--reflink=auto", os.path.join(self.image, self.disk), disk],
+                           check=True)
+        for name in ("vnc", "qmp", "shell"):
+            Path(self.folder, name).unlink(missing_ok=True)
         log = open(os.path.join(self.folder, "qemu.log"), "wb")  # noqa: SIM115: QEMU keeps it
         self.started = time.monotonic()
-        self.process = subprocess.Popen(["setpriv", "--pdeathsig", "KILL", "nice", "-n", "10", *self._arguments()],
+        self.process = subprocess.Popen(["setpriv", "--pdeathsig", "KILL", "nice", "-n", str(self.nice), *self._arguments()],
                                         stdin=subprocess.DEVNULL, stdout=log, stderr=log)
         log.close()
         try:
@@ -242,3 +249,13 @@ class Machine:
         if self.process and self.process.poll() is None:
             self.process.kill()
             self.process.wait()
+
+
+def journal_of(machine):
+    """The system's log on the disk of a machine that was switched off."""
+    folder = tempfile.mkdtemp(dir=machine.folder)
+    disk = os.path.join(machine.folder, "disk.img")
+    subprocess.run(["debugfs", "-R", f"rdump /var/log/journal {folder}", disk], check=True, capture_output=True)
+    log = next(Path(folder).rglob("system.journal")).parent
+    return subprocess.run(["journalctl", "-q", "--no-pager", "-D", str(log)], check=True, capture_output=True,
+                          text=True).stdout

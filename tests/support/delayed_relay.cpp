@@ -216,7 +216,8 @@ void DelayedRelay::State::run() {
             }
         const auto left = std::max(Clock::duration(0), nextDue() - Clock::now());
         const auto whole = std::chrono::floor<std::chrono::seconds>(left);
-        const timespec wait{whole.count(), std::chrono::nanoseconds(left - whole).count()};
+        const timespec wait{static_cast<time_t>(whole.count()),
+                            static_cast<long>(std::chrono::nanoseconds(left - whole).count())};
         if (ppoll(polled.data(), polled.size(), &wait, nullptr) < 0)
             continue;
         if (polled[0].revents != 0)

@@ -1,8 +1,10 @@
 #include "appliance/encoder/device/encoder_options.h"
 
+#include <algorithm>
 #include <arpa/inet.h>
 #include <array>
 #include <CLI/CLI.hpp>
+#include <cmath>
 #include <utility>
 
 namespace {
@@ -30,6 +32,7 @@ struct Raw {
     std::string codec = "mpeg4";
     std::string sessionIds = "decimal";
     bool noKeyForNewcomer = false;
+    double keyEvery = 0; // seconds; 0: not given
 };
 
 std::string kindList() {
@@ -159,9 +162,13 @@ void addCodecOptions(CLI::App& app, Options& options, Raw& raw) {
     app.add_option("--codec", raw.codec, "codec of RTSP: mpeg4 (MPEG-4 Visual) or h264")
         ->check(CLI::IsMember(std::set<std::string>{"mpeg4", "h264"}))
         ->capture_default_str();
-    app.add_option("--gop", options.keyInterval, "pictures from one key picture to the next")
-        ->check(CLI::Range(1, 250))
-        ->capture_default_str();
+    CLI::Option* gop =
+        app.add_option("--gop", options.keyInterval, "pictures from one key picture to the next")
+            ->check(CLI::Range(1, 250))
+            ->capture_default_str();
+    app.add_option("--key-every", raw.keyEvery, "seconds from one key picture to the next, instead of --gop")
+        ->check(CLI::Range(0.01, 10.0))
+        ->excludes(gop);
     app.add_flag("--no-key-on-join", raw.noKeyForNewcomer,
                  "a new client waits for the next regular key picture");
     app.add_option("--bitrate", options.bitrate,
@@ -232,6 +239,8 @@ CommandLine parseCommandLine(int argc, const char* const* argv) {
 
     options.codec = raw.codec == "h264" ? Codec::H264 : Codec::Mpeg4;
     options.keyForNewcomer = !raw.noKeyForNewcomer;
+    if (raw.keyEvery > 0)
+        options.keyInterval = std::max(1, static_cast<int>(std::lround(raw.keyEvery * options.fps)));
     options.decimalSessions = raw.sessionIds == "decimal";
     std::string mistake = readHttps(*https, raw.https, options);
     if (mistake.empty())

@@ -34,7 +34,7 @@ struct Options {
 
     std::set<Kind> kinds{Kind::Mjpeg};
     Codec codec = Codec::Mpeg4; // of RTSP: Mpeg4 or H264
-    int keyInterval = 12;       // pictures from one key picture to the next, 1 to 250
+    int keyInterval = 12;       // pictures from one key picture to the next, 1 to 600
     bool keyForNewcomer = true; // the next picture after a client joins is a key picture
     int bitrate = 0;            // of the codecs, kilobits per second, up to 50000; 0: constant quality
     std::string multicastGroup = "239.255.77.1"; // of the first input; each further input has the next group

@@ -142,6 +142,12 @@ TEST(Options, EveryOptionTakesEffect) {
     EXPECT_FALSE(options.decimalSessions);
 }
 
+TEST(Options, KeyPicturesMayComeInTime) {
+    EXPECT_EQ(parse({"--key-every", "4"}).options->keyInterval, 100);
+    EXPECT_EQ(parse({"--fps", "30", "--key-every", "0.5"}).options->keyInterval, 15);
+    EXPECT_EQ(parse({"--fps", "5", "--key-every", "0.01"}).options->keyInterval, 1);
+}
+
 TEST(Options, HttpsTakesAnyFreePortByDefault) {
     for (const CommandLine& line : {parse({"--https"}), parse({"--https", "--http", "0"})}) {
         ASSERT_TRUE(line.options.has_value()) << line.message;
@@ -186,6 +192,9 @@ TEST(Options, MistakesAreNamedAndExitTwo) {
     expectMistake({"--certificate", "x"}, "go together");
     expectMistake({"--codec", "vp8"}, "--codec");
     expectMistake({"--gop", "0"}, "--gop");
+    expectMistake({"--key-every", "0"}, "--key-every");
+    expectMistake({"--key-every", "11"}, "--key-every");
+    expectMistake({"--key-every", "1", "--gop", "5"}, "--gop");
     expectMistake({"--multicast", "127.0.0.1"}, "is not a multicast address");
     expectMistake({"--multicast", "x"}, "is not a multicast address");
     expectMistake({"--multicast-port", "5001"}, "even");

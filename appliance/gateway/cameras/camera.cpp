@@ -1,5 +1,7 @@
 #include "appliance/gateway/cameras/camera.h"
 
+#include "appliance/streams/jpeg_check.h"
+
 #include <libcommon/clock.h>
 #include <libcommon/log.h>
 
@@ -36,7 +38,9 @@ VideoForm formOf(const TrackInfo& track, std::size_t kept) {
 } // namespace
 
 bool CameraSettings::sameCamera(const CameraSettings& other) const {
-    return number == other.number && mistake == other.mistake && url.text() == other.url.text() &&
+    const bool sameSub =
+        sub.has_value() == other.sub.has_value() && (!sub || sub->text() == other.sub->text());
+    return number == other.number && mistake == other.mistake && url.text() == other.url.text() && sameSub &&
            url.user == other.url.user && url.password == other.url.password && transport == other.transport;
 }
 
@@ -49,11 +53,18 @@ Camera::Camera(EventLoop& loop, Transfers& transfers, CameraSettings settings, S
 }
 
 Camera::~Camera() {
+    end();
+}
+
+void Camera::end() {
+    if (std::exchange(over_, true))
+        return;
     loop_.cancel(againTimer_);
     loop_.cancel(lingerTimer_);
-    const Failure gone{Fault::ended, "the camera was removed from the configuration"};
-    answerAll(gone);
-    endViewers(gone);
+    closeSession();
+    failure_ = {Fault::ended, "the camera was removed from the configuration"};
+    answerAll(failure_);
+    endViewers(failure_);
 }
 
 CameraReport Camera::report() const {
@@ -62,6 +73,10 @@ CameraReport Camera::report() const {
     if (video_ != nullptr) {
         report.pictures = video_->pictures();
         report.keyInterval = video_->keyInterval();
+        report.size = video_->size();
+    } else if (picture_ != nullptr) {
+        if (const auto size = streams::wholeJpeg(*picture_))
+            report.size = PictureSize{size->width, size->height};
     }
     report.viewers = viewers_.size();
     return report;
@@ -70,7 +85,7 @@ CameraReport Camera::report() const {
 // ---- Who wants the stream.
 
 void Camera::ask(Answer answer) {
-    if (!settings_.mistake.empty())
+    if (!settings_.mistake.empty() || over_)
         return answer(info_, failure_);
     loop_.cancel(lingerTimer_);
     lingerTimer_ = loop_.after(linger, [this] {
@@ -141,7 +156,7 @@ void Camera::open() {
         .picture = [this](std::string_view jpeg) { onPicture(jpeg); },
         .pause = [this] { onPause(); },
         .ended = [this](const Failure& failure) { onEnded(failure); }};
-    session_ = makeSession(loop_, transfers_, settings_.url, delivery_, times_, events);
+    session_ = makeSession(loop_, transfers_, settings_.played(), delivery_, times_, events);
     session_->open();
 }
 
@@ -156,13 +171,12 @@ void Camera::closeSession() {
 void Camera::onOpened(const StreamInfo& info) {
     const bool same = info.video == info_.video && info.sound == info_.sound;
     if (!same)
-        endViewers({Fault::ended, settings_.url.place() + " sends another stream than before"});
+        endViewers({Fault::ended, settings_.played().place() + " sends another stream than before"});
     info_ = info;
     makeRelays(info);
     open_ = true;
     failure_ = {};
-    logmsg(6, "Camera %d \"%s\" plays over %s", settings_.number, settings_.name.c_str(),
-           info.transport.c_str());
+    logmsg(6, "Camera %d \"%s\" plays%s", settings_.number, settings_.name.c_str(), info.way().c_str());
     changed_(*this);
     answerAll({});
 }
@@ -223,15 +237,37 @@ void Camera::onPause() {
     eachViewer([](const Viewer& viewer) { viewer.flush(); });
 }
 
-// Over UDP nothing came, or the camera does not offer it.
+// The delivery to try next when the present one does not work, in this order: UDP, TCP, multicast, UDP.
+std::optional<Delivery> Camera::otherDelivery(const Failure& failure) const {
+    const bool refused = !open_ && failure.fault == Fault::otherStatus;
+    const bool notOffered = failure.fault == Fault::noTransport;
+    switch (delivery_) {
+    case Delivery::udp: // nothing came, or the camera does not offer it
+        if (refused || notOffered || failure.fault == Fault::noPackets)
+            return Delivery::tcp;
+        break;
+    case Delivery::tcp:
+        if (notOffered)
+            return Delivery::multicast;
+        break;
+    case Delivery::multicast:
+        return Delivery::udp;
+    }
+    return std::nullopt;
+}
+
+// True when the stream is to be asked for in another way at once.
 bool Camera::fallsBack(const Failure& failure) {
-    const bool refused = failure.fault == Fault::otherStatus && !open_;
-    if (!settings_.url.isRtsp() || delivery_ == Delivery::tcp ||
-        settings_.transport != Transport::automatic || (failure.fault != Fault::noPackets && !refused))
+    if (!settings_.played().isRtsp() || settings_.transport != Transport::automatic)
         return false;
-    logmsg(6, "Camera %d \"%s\": %s; trying TCP", settings_.number, settings_.name.c_str(),
-           failure.text.c_str());
-    delivery_ = Delivery::tcp;
+    const auto other = otherDelivery(failure);
+    if (!other)
+        return false;
+    delivery_ = *other;
+    if (*other == Delivery::udp)
+        return false; // all have been tried; the next attempt begins anew
+    logmsg(6, "Camera %d \"%s\": %s; trying %s", settings_.number, settings_.name.c_str(),
+           failure.text.c_str(), *other == Delivery::tcp ? "TCP" : "multicast");
     return true;
 }
 

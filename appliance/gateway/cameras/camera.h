@@ -14,21 +14,26 @@
 #include <functional>
 #include <map>
 #include <memory>
+#include <optional>
 #include <string>
 #include <vector>
 
 namespace gateway {
 
-// automatic: UDP, and TCP where nothing comes over UDP
+// automatic: UDP, TCP where nothing comes over UDP, multicast where the camera offers neither
 enum class Transport { automatic, udp, tcp, multicast };
 
 struct CameraSettings {
-    int number = 0;      // from 1; a camera keeps it as long as it exists
-    std::string name;    // for people
-    std::string mistake; // why the URL can't be used; "": it can
-    CameraUrl url;
+    int number = 0;                 // from 1; a camera keeps it as long as it exists
+    std::string name;               // for people
+    std::string mistake;            // why the URL can't be used; "": it can
+    CameraUrl url;                  // of the main stream
+    std::optional<CameraUrl> sub{}; // of a smaller stream of the same camera
+    bool useSub = false;            // play that one; only with `sub`
     Transport transport = Transport::automatic;
 
+    const CameraUrl& played() const { return useSub && sub ? *sub : url; }
+    // All but the name and the choice of the stream.
     bool sameCamera(const CameraSettings& other) const;
 };
 
@@ -42,12 +47,13 @@ struct Viewer {
 };
 
 struct CameraReport {
-    Failure failure; // none while the stream runs, and before the first attempt
+    Failure failure{}; // none while the stream runs, and before the first attempt
     bool open = false;
-    StreamInfo info; // while open
+    StreamInfo info{}; // while open
     std::uint64_t bytes = 0;
     std::uint64_t pictures = 0;
-    std::int64_t keyInterval = 0; // microseconds; 0: not known
+    std::int64_t keyInterval = 0;      // microseconds; 0: not known
+    std::optional<PictureSize> size{}; // nothing: not known
     std::size_t viewers = 0;
 };
 
@@ -63,6 +69,7 @@ public:
     const CameraSettings& settings() const { return settings_; }
     void rename(const std::string& name) { settings_.name = name; }
     CameraReport report() const;
+    bool isWatched() const { return !viewers_.empty(); }
 
     // Wants the camera's stream; `answer` is called once, perhaps at once: with a failure, or with none when the
     // stream is open, and `info` is then valid during the call.
@@ -75,6 +82,9 @@ public:
     ViewerId join(Viewer viewer);
     void leave(ViewerId viewer);
 
+    // The camera is no longer configured: tells everyone so, and answers nothing else from now on.
+    void end();
+
 private:
     void open();
     void closeSession();
@@ -84,6 +94,7 @@ private:
     void onPause();
     void onEnded(const Failure& failure);
     void makeRelays(const StreamInfo& info);
+    std::optional<Delivery> otherDelivery(const Failure& failure) const;
     bool fallsBack(const Failure& failure);
     void tryAgain();
     void pass(Track track, const Packet& packet, bool start);
@@ -102,6 +113,7 @@ private:
 
     std::unique_ptr<CameraSession> session_; // null: none
     bool open_ = false;
+    bool over_ = false;
     Delivery delivery_; // asked for in the next session
     StreamInfo info_;
     Failure failure_;

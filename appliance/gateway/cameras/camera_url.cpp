@@ -14,10 +14,13 @@ struct SchemeRow {
     Scheme scheme;
     std::uint16_t port;
 };
-constexpr std::array<SchemeRow, 4> schemes{{{"rtsp", Scheme::rtsp, 554},
+constexpr std::array<SchemeRow, 6> schemes{{{"rtsp", Scheme::rtsp, 554},
                                             {"rtsps", Scheme::rtsps, 322},
                                             {"http", Scheme::http, 80},
-                                            {"https", Scheme::https, 443}}};
+                                            {"https", Scheme::https, 443},
+                                            {"srt", Scheme::srt, 0}, // SRT has no usual port
+                                            {"file", Scheme::file, 0}}};
+constexpr std::string_view deviceFolder = "/dev/";
 constexpr std::size_t longestUrl = 2000;
 
 const SchemeRow* rowOf(std::string_view name) {
@@ -61,12 +64,64 @@ std::optional<std::uint16_t> portIn(std::string_view text) {
     return static_cast<std::uint16_t>(number);
 }
 
-std::string whyNotScheme(std::string_view name) {
-    if (name == "file" || name.empty())
-        return "files are not played by the gateway yet: video-encoder --input FILE makes a source of one";
-    if (name == "srt")
-        return "SRT is not played by the gateway yet: video-encoder --input URL makes a source of it";
-    return "the URL begins with none of rtsp://, rtsps://, http:// and https://";
+// What decoded() reads back.
+std::string encoded(std::string_view path) {
+    constexpr std::string_view digits = "0123456789ABCDEF";
+    std::string result;
+    for (const char c : path) {
+        const auto byte = static_cast<unsigned char>(c);
+        if (byte <= ' ' || byte >= 0x7f || std::string_view("%#?\"<>").find(c) != std::string_view::npos)
+            result += {'%', digits[byte >> 4], digits[byte & 15]};
+        else
+            result += c;
+    }
+    return result;
+}
+
+// "/path", "///path" or "//localhost/path" of a file URL, or a path as such.
+std::string readPath(std::string_view text, bool isUrl, CameraUrl& url) {
+    for (const std::string_view host : {"//localhost/", "///"}) {
+        if (isUrl && text.starts_with(host)) {
+            text.remove_prefix(host.size() - 1);
+            break;
+        }
+    }
+    if (!text.starts_with('/') || text.starts_with("//"))
+        return "the URL of a file has three slashes and the whole path: file:///media/clip.mp4";
+    const std::string path = isUrl ? decoded(text.substr(0, text.find_first_of("?#"))) : std::string(text);
+    if (std::ranges::any_of(path, [](char c) { return static_cast<unsigned char>(c) < ' ' || c == 0x7f; }))
+        return "the path has a control character";
+    if (path.ends_with('/'))
+        return "the path is that of a folder";
+    url = {.scheme = path.starts_with(deviceFolder) ? Scheme::device : Scheme::file,
+           .host = {},
+           .port = 0,
+           .target = path,
+           .user = {},
+           .password = {}};
+    return "";
+}
+
+// SRT has a passphrase among its options, and no user name.
+std::string readSrt(CameraUrl& url) {
+    if (url.port == 0)
+        return "the URL has no port; SRT needs one: srt://camera:9000";
+    if (!url.user.empty() || !url.password.empty())
+        return "SRT has no user names; its passphrase is an option: srt://camera:9000?passphrase=...";
+    constexpr std::string_view name = "passphrase=";
+    const std::size_t question = url.target.find('?');
+    std::string rest;
+    for (std::size_t at = question; at < url.target.size();) {
+        const std::size_t end = std::min(url.target.find('&', at + 1), url.target.size());
+        const std::string_view option = std::string_view(url.target).substr(at + 1, end - at - 1);
+        if (option.starts_with(name))
+            url.password = decoded(option.substr(name.size()));
+        else if (!option.empty())
+            rest.append(rest.empty() ? "?" : "&").append(option);
+        at = end;
+    }
+    url.target = url.target.substr(0, question) + rest;
+    return "";
 }
 
 // "host", "host:port", "[IPv6]:port".
@@ -97,11 +152,17 @@ std::string readPlace(std::string_view place, CameraUrl& url) {
 } // namespace
 
 std::string CameraUrl::place() const {
+    if (isAtThisMachine())
+        return target;
     const bool bracketed = host.find(':') != std::string::npos;
     return (bracketed ? "[" : "") + host + (bracketed ? "]" : "") + ":" + std::to_string(port);
 }
 
 std::string CameraUrl::text() const {
+    if (scheme == Scheme::device)
+        return target;
+    if (scheme == Scheme::file)
+        return "file://" + encoded(target);
     const auto* const row =
         std::ranges::find_if(schemes, [&](const SchemeRow& one) { return one.scheme == scheme; });
     return std::string(row->name) + "://" + place() + target;
@@ -111,15 +172,16 @@ std::string readCameraUrl(std::string_view text, CameraUrl& url) {
     if (text.size() > longestUrl)
         return "the URL is longer than " + std::to_string(longestUrl) + " bytes";
     if (text.starts_with('/'))
-        return text.starts_with("/dev/") ? "cameras at this machine are not played by the gateway yet: "
-                                           "video-encoder --input /dev/video0 makes a source of one"
-                                         : whyNotScheme("file");
+        return readPath(text, false, url);
     if (hasControl(text))
         return "the URL has a blank or a control character; write %20 for a blank";
-    const std::size_t colon = text.find("://");
+    const std::size_t colon = text.find(':');
     const SchemeRow* row = colon == std::string_view::npos ? nullptr : rowOf(text.substr(0, colon));
-    if (row == nullptr)
-        return whyNotScheme(colon == std::string_view::npos ? "-" : text.substr(0, colon));
+    if (row != nullptr && row->scheme == Scheme::file)
+        return readPath(text.substr(colon + 1), true, url);
+    if (row == nullptr || !text.substr(colon).starts_with("://"))
+        return "the URL begins with none of rtsp://, rtsps://, http://, https://, srt:// and file://, and is "
+               "not a path";
     CameraUrl read{
         .scheme = row->scheme, .host = {}, .port = row->port, .target = "/", .user = {}, .password = {}};
     text.remove_prefix(colon + 3);
@@ -137,6 +199,8 @@ std::string readCameraUrl(std::string_view text, CameraUrl& url) {
         return reason;
     if (const std::string_view target = text.substr(end, text.find('#') - end); !target.empty())
         read.target = (target.front() == '/' ? "" : "/") + std::string(target);
+    if (std::string reason = read.scheme == Scheme::srt ? readSrt(read) : ""; !reason.empty())
+        return reason;
     url = read;
     return "";
 }

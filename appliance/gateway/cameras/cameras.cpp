@@ -11,25 +11,47 @@ Cameras::Cameras(EventLoop& loop, Transfers& transfers, SessionTimes times,
 
 void Cameras::configure(const std::vector<CameraSettings>& settings, int highestNumber) {
     highestNumber_ = highestNumber;
-    // Ended only when they are no longer in the map: their viewers look into it.
-    std::vector<std::unique_ptr<Camera>> ended;
+    std::vector<std::shared_ptr<Camera>> before = std::exchange(retiring_, {});
     for (auto entry = cameras_.begin(); entry != cameras_.end();) {
-        const bool stays = std::ranges::any_of(
-            settings, [&](const CameraSettings& one) { return one.sameCamera(entry->second->settings()); });
+        const bool stays = std::ranges::any_of(settings, [&](const CameraSettings& one) {
+            return one.sameCamera(entry->second->settings()) &&
+                   one.useSub == entry->second->settings().useSub;
+        });
         if (!stays)
-            ended.push_back(std::move(entry->second));
+            before.push_back(std::move(entry->second));
         entry = stays ? std::next(entry) : cameras_.erase(entry);
     }
-    ended.clear();
-    for (const CameraSettings& one : settings) {
-        std::unique_ptr<Camera>& camera = cameras_[one.number];
-        if (camera == nullptr) {
-            camera = std::make_unique<Camera>(loop_, transfers_, one, times_, changed_);
-            changed_(*camera);
-        } else {
-            camera->rename(one.name);
-        }
-    }
+    for (const std::shared_ptr<Camera>& camera : before)
+        retire(camera, settings);
+    for (const CameraSettings& one : settings)
+        add(one);
+}
+
+// A camera that is no longer played as it is.
+void Cameras::retire(const std::shared_ptr<Camera>& camera, const std::vector<CameraSettings>& settings) {
+    const bool otherStream = std::ranges::any_of(
+        settings, [&](const CameraSettings& one) { return one.sameCamera(camera->settings()); });
+    if (otherStream && camera->isWatched())
+        retiring_.push_back(camera);
+    else
+        camera->end();
+}
+
+void Cameras::add(const CameraSettings& settings) {
+    std::shared_ptr<Camera>& camera = cameras_[settings.number];
+    if (camera != nullptr)
+        return camera->rename(settings.name);
+    camera = std::make_shared<Camera>(loop_, transfers_, settings, times_, changed_);
+    changed_(*camera);
+}
+
+void Cameras::tidy() {
+    std::erase_if(retiring_, [](const std::shared_ptr<Camera>& camera) { return !camera->isWatched(); });
+}
+
+std::shared_ptr<Camera> Cameras::share(int number) {
+    const auto found = cameras_.find(number);
+    return found == cameras_.end() ? nullptr : found->second;
 }
 
 Camera* Cameras::find(int number) {

@@ -1,5 +1,6 @@
 #include "appliance/gateway/cameras/playable.h"
 
+#include "appliance/input/protocol/messages.h"
 #include "appliance/streams/rtsp_message.h"
 
 #include <algorithm>
@@ -20,6 +21,10 @@ bool isIn(const std::array<const char*, Size>& names, const std::string& name) {
 
 bool isPlayableVideo(const std::string& encodingName) {
     return isIn(videos, encodingName);
+}
+
+bool isEncodableVideo(const std::string& encodingName) {
+    return input::decodesPackets(encodingName);
 }
 
 bool isPlayableSound(const std::string& encodingName) {

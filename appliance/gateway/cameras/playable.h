@@ -8,8 +8,9 @@
 
 namespace gateway {
 
-// By the encoding name of a description ("H264", "PCMU").
+// By the encoding name of a description ("H264", "PCMU"). Video that is only encodable is decoded and encoded anew.
 bool isPlayableVideo(const std::string& encodingName);
+bool isEncodableVideo(const std::string& encodingName);
 bool isPlayableSound(const std::string& encodingName);
 
 // What the gateway needs to hand a described stream on.

@@ -15,7 +15,8 @@ enum class Fault {
     noCredentials,    // it asks for a user name and a password, and none is configured
     wrongCredentials, // it refuses the ones that are configured
     forbidden,
-    wrongPath, // 404
+    wrongPath,   // 404
+    noTransport, // 461: the camera does not send packets in the way that was asked for
     otherStatus,
     notUnderstood, // not what the URL's scheme promises
     unsupported,   // a codec that the players can't show
@@ -46,7 +47,8 @@ inline Failure refusalOf(long status, const std::string& place, bool withUser,
     case 404:
         return {Fault::wrongPath, place + " has no stream at this path"};
     default:
-        return {Fault::otherStatus, place + " answered" + request + " with " + std::to_string(status)};
+        return {status == 461 ? Fault::noTransport : Fault::otherStatus,
+                place + " answered" + request + " with " + std::to_string(status)};
     }
 }
 

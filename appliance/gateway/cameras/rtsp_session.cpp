@@ -77,13 +77,17 @@ void RtspSession::described(const streams::RtspMessage& message) {
         base = url_.text();
     std::string reason;
     std::string refused; // the encoding of a video stream that can't be shown
-    const auto isUsableVideo = [&](const std::string& name) {
-        if (!isPlayableVideo(name))
-            refused = name;
-        return isPlayableVideo(name);
+    const auto read = [&](bool (*isUsable)(const std::string&)) {
+        const auto isUsableVideo = [&](const std::string& name) {
+            if (!isUsable(name))
+                refused = name;
+            return isUsable(name);
+        };
+        return streams::readDescription(message.body, base, isUsableVideo, isPlayableSound, reason);
     };
-    const auto description =
-        streams::readDescription(message.body, base, isUsableVideo, isPlayableSound, reason);
+    auto description = read(isPlayableVideo);
+    if (!description && !refused.empty())
+        description = read(isEncodableVideo);
     if (!description && !refused.empty())
         return end({Fault::unsupported, "codec " + libcommon::printable(refused) + " can't be shown"});
     if (!description)

@@ -23,9 +23,16 @@ struct TrackInfo {
 struct StreamInfo {
     std::optional<TrackInfo> video; // nothing: whole JPEG pictures over HTTP
     std::optional<TrackInfo> sound;
-    std::string transport; // "UDP", "TCP", "HTTP", for people
+    std::string transport; // "UDP", "TCP", "HTTP", for people; "" at this machine
+    std::string
+        encoded{}; // the camera's codec, when the video is decoded and encoded anew; "": it is handed on
 
     bool isPictures() const { return !video; }
+    // " over TCP", "; its VP8 is encoded anew as H264", for people.
+    std::string way() const {
+        return (transport.empty() ? "" : " over " + transport) +
+               (encoded.empty() ? "" : "; its " + encoded + " is encoded anew as " + video->encodingName);
+    }
 };
 
 enum class Track { video, sound };

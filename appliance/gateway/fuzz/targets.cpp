@@ -25,7 +25,8 @@ int fuzzUrl(const std::uint8_t* data, std::size_t size) {
     gateway::CameraUrl url;
     if (!gateway::readCameraUrl(text, url).empty())
         return 0;
-    require(!url.host.empty() && url.port != 0 && url.target.starts_with('/'));
+    require(url.isAtThisMachine() ? url.host.empty() : !url.host.empty() && url.port != 0);
+    require(url.target.starts_with('/'));
     // What is written to the parameter file reads back as the same camera, and has no credentials.
     gateway::CameraUrl again;
     require(gateway::readCameraUrl(url.text(), again).empty());

@@ -1,5 +1,6 @@
 #include "appliance/gateway/rtp/payload_kind.h"
 
+#include <algorithm>
 #include <cstdint>
 
 namespace gateway {
@@ -21,26 +22,113 @@ std::uint8_t byteAt(std::string_view bytes, std::size_t at) {
     return static_cast<std::uint8_t>(bytes[at]);
 }
 
-// One NAL unit's type and what it means.
+// What a NAL unit means, by its type and the bytes behind its header, as far as they are in the packet.
 struct Unit {
-    bool set;
-    bool key;
-    bool picture;
+    bool set = false;
+    bool key = false;
+    bool picture = false;
+    bool prefix = false;
+    bool recoveryPoint = false;
+    bool intra = false;
 };
 
-Unit h264Unit(int type) {
-    return {type == h264Sequence || type == h264Picture, type == h264Key, type >= 1 && type <= h264Key};
+// Reads unsigned Exp-Golomb numbers at the start of a slice. 0 beyond the end.
+class Numbers {
+public:
+    explicit Numbers(std::string_view bytes) : bytes_(bytes) {}
+    unsigned next() {
+        int zeros = 0;
+        while (zeros < 32 && at_ < bytes_.size() * 8 && !bit())
+            ++zeros;
+        unsigned rest = 0;
+        for (int i = 0; i < zeros && i < 31; ++i)
+            rest = rest << 1 | (bit() ? 1U : 0U);
+        return zeros < 32 ? (1U << zeros) - 1 + rest : 0;
+    }
+
+private:
+    bool bit() {
+        const std::size_t at = at_++;
+        return at < bytes_.size() * 8 && (byteAt(bytes_, at / 8) >> (7 - at % 8) & 1) != 0;
+    }
+    std::string_view bytes_;
+    std::size_t at_ = 0;
+};
+
+// Whether an H.264 slice refers to no other picture: the second number of its header is the type.
+bool isIntraSlice(std::string_view begin) {
+    constexpr unsigned i = 2;
+    constexpr unsigned si = 4;
+    constexpr unsigned types = 5; // 5 to 9 are the same again: all slices of the picture have that type
+    Numbers numbers(begin);
+    numbers.next(); // the first macroblock
+    const unsigned type = numbers.next() % types;
+    return type == i || type == si;
 }
 
-Unit h265Unit(int type) {
-    return {type >= h265FirstSet && type <= h265LastSet, type >= h265FirstKey && type <= h265LastKey,
-            type < h265FirstSet};
+// A SEI unit is a list of messages: type and length, each a number of bytes 255 and a last one, and that many bytes.
+bool hasRecoveryPoint(std::string_view messages) {
+    constexpr unsigned recoveryPoint = 6;
+    const auto number = [&] {
+        unsigned sum = 0;
+        bool more = true;
+        while (more && !messages.empty()) {
+            sum += byteAt(messages, 0);
+            more = byteAt(messages, 0) == 255;
+            messages.remove_prefix(1);
+        }
+        return sum;
+    };
+    while (messages.size() > 2) {
+        if (number() == recoveryPoint)
+            return true;
+        messages.remove_prefix(std::min<std::size_t>(number(), messages.size()));
+    }
+    return false;
+}
+
+Unit h264Unit(int type, std::string_view begin) {
+    constexpr int sei = 6;
+    constexpr int delimiter = 9;
+    Unit unit;
+    unit.set = type == h264Sequence || type == h264Picture;
+    unit.key = type == h264Key;
+    unit.picture = type >= 1 && type <= h264Key;
+    unit.prefix = type >= sei && type <= delimiter;
+    unit.recoveryPoint = type == sei && hasRecoveryPoint(begin);
+    unit.intra = unit.key || (unit.picture && isIntraSlice(begin));
+    return unit;
+}
+
+Unit h265Unit(int type, std::string_view begin) {
+    constexpr int delimiter = 35;
+    constexpr int sei = 39;
+    Unit unit;
+    unit.set = type >= h265FirstSet && type <= h265LastSet;
+    unit.key = type >= h265FirstKey && type <= h265LastKey;
+    unit.picture = type < h265FirstSet;
+    unit.prefix = unit.set || type == delimiter || type == sei;
+    unit.recoveryPoint = type == sei && hasRecoveryPoint(begin);
+    unit.intra = unit.key;
+    return unit;
+}
+
+// A unit with its header in front.
+Unit unitOf(Encoding encoding, std::string_view unit) {
+    const int first = byteAt(unit, 0);
+    if (encoding == Encoding::h264)
+        return h264Unit(first & 31, unit.substr(1));
+    return h265Unit(first >> 1 & 63, unit.substr(std::min<std::size_t>(2, unit.size())));
 }
 
 void add(PayloadKind& kind, const Unit& unit) {
     kind.keyPicture = kind.keyPicture || unit.key || unit.set;
     kind.parameterSet = kind.parameterSet || unit.set;
     kind.picture = kind.picture || unit.picture;
+    kind.prefix = kind.prefix || unit.prefix;
+    kind.recoveryPoint = kind.recoveryPoint || unit.recoveryPoint;
+    kind.whole = kind.whole || unit.key;
+    kind.intra = kind.intra || unit.intra;
 }
 
 // Calls `take` for each NAL unit of an aggregation packet; `header` is the number of bytes before the first one.
@@ -57,18 +145,29 @@ void unitsIn(std::string_view payload, std::size_t header,
     }
 }
 
+// A unit that is sent in several packets. Only the first one tells what it is; `unit` is read from that one.
+PayloadKind kindOfFragment(bool begins, const Unit& unit) {
+    PayloadKind kind;
+    if (begins)
+        add(kind, unit);
+    kind.parameterSet = false; // a part of one is of no use
+    kind.prefix = kind.prefix && begins;
+    kind.picture = !kind.prefix;
+    return kind;
+}
+
 PayloadKind kindOfH264(std::string_view payload) {
     PayloadKind kind;
     const int type = payload.empty() ? 0 : byteAt(payload, 0) & 31;
     if (type == h264Aggregate) {
-        unitsIn(payload, 1, [&](std::string_view unit) { add(kind, h264Unit(byteAt(unit, 0) & 31)); });
+        unitsIn(payload, 1, [&](std::string_view unit) { add(kind, unitOf(Encoding::h264, unit)); });
     } else if (type == h264Fragment && payload.size() > 1) {
         const bool begins = (byteAt(payload, 1) & 0x80) != 0;
-        kind.keyPicture = begins && h264Unit(byteAt(payload, 1) & 31).key;
-        kind.picture = true;
-    } else {
-        add(kind, h264Unit(type));
+        return kindOfFragment(begins, h264Unit(byteAt(payload, 1) & 31, payload.substr(2)));
+    } else if (!payload.empty()) {
+        add(kind, unitOf(Encoding::h264, payload));
     }
+    kind.prefix = kind.prefix && !kind.picture;
     return kind;
 }
 
@@ -78,14 +177,14 @@ PayloadKind kindOfH265(std::string_view payload) {
         return kind;
     const int type = byteAt(payload, 0) >> 1 & 63;
     if (type == h265Aggregate) {
-        unitsIn(payload, 2, [&](std::string_view unit) { add(kind, h265Unit(byteAt(unit, 0) >> 1 & 63)); });
+        unitsIn(payload, 2, [&](std::string_view unit) { add(kind, unitOf(Encoding::h265, unit)); });
     } else if (type == h265Fragment && payload.size() > 2) {
         const bool begins = (byteAt(payload, 2) & 0x80) != 0;
-        kind.keyPicture = begins && h265Unit(byteAt(payload, 2) & 63).key;
-        kind.picture = true;
+        return kindOfFragment(begins, h265Unit(byteAt(payload, 2) & 63, payload.substr(3)));
     } else {
-        add(kind, h265Unit(type));
+        add(kind, unitOf(Encoding::h265, payload));
     }
+    kind.prefix = kind.prefix && !kind.picture;
     return kind;
 }
 
@@ -95,23 +194,28 @@ PayloadKind kindOfMpeg4(std::string_view payload) {
     constexpr std::string_view startCode("\0\0\1", 3);
     constexpr int pictureCode = 0xb6;
     constexpr int sequenceCode = 0xb0;
-    PayloadKind kind{.keyPicture = false, .parameterSet = false, .picture = true};
+    PayloadKind kind;
+    kind.picture = true;
     for (std::size_t at = payload.find(startCode); at != std::string_view::npos && at + 4 < payload.size();
          at = payload.find(startCode, at + 3)) {
         const int code = byteAt(payload, at + 3);
         if (code == pictureCode) {
             kind.keyPicture = kind.keyPicture || byteAt(payload, at + 4) >> 6 == 0;
-            return kind;
+            break;
         }
         kind.keyPicture = kind.keyPicture || code == sequenceCode;
     }
+    kind.whole = kind.intra = kind.keyPicture;
     return kind;
 }
 
 // RFC 2435: bytes 1 to 3 are the offset within the picture, and every picture is a key picture.
 PayloadKind kindOfJpeg(std::string_view payload) {
     const bool begins = payload.size() >= 4 && payload.substr(1, 3) == std::string_view("\0\0\0", 3);
-    return {.keyPicture = begins, .parameterSet = false, .picture = true};
+    PayloadKind kind;
+    kind.keyPicture = kind.whole = kind.intra = begins;
+    kind.picture = true;
+    return kind;
 }
 
 // RFC 2250: the header in front tells in byte 2 whether a sequence header follows. Some senders leave that out, so it is
@@ -123,12 +227,14 @@ PayloadKind kindOfMpeg2(std::string_view payload) {
         return payload.size() > at && payload.substr(at).starts_with(sequenceHeader);
     };
     const bool told = payload.size() >= 4 && (byteAt(payload, 2) & sequenceFollows) != 0;
-    return {.keyPicture = told || headerAt(4) || headerAt(8), .parameterSet = false, .picture = true};
+    PayloadKind kind;
+    kind.keyPicture = kind.whole = kind.intra = told || headerAt(4) || headerAt(8);
+    kind.picture = true;
+    return kind;
 }
 
 bool isParameterSet(Encoding encoding, std::string_view unit) {
-    const int first = byteAt(unit, 0);
-    return encoding == Encoding::h264 ? h264Unit(first & 31).set : h265Unit(first >> 1 & 63).set;
+    return unitOf(encoding, unit).set;
 }
 
 } // namespace
@@ -160,7 +266,9 @@ PayloadKind kindOf(Encoding encoding, std::string_view payload) {
     case Encoding::other:
         break;
     }
-    return {.keyPicture = false, .parameterSet = false, .picture = true};
+    PayloadKind kind;
+    kind.picture = true;
+    return kind;
 }
 
 void parameterSetsIn(Encoding encoding, std::string_view payload,

@@ -16,6 +16,11 @@ struct PayloadKind {
     bool keyPicture = false;   // a key picture, or the parameter sets before one, begins in this packet
     bool parameterSet = false; // it has whole parameter sets, and they can be taken with parameterSetsIn()
     bool picture = false;      // it has a part of a picture
+    // More about H.264 and H.265:
+    bool prefix = false; // it has no part of a picture and belongs to the next one: sets, SEI, delimiters
+    bool recoveryPoint = false; // decoding can begin with the next picture, which needs no key picture
+    bool whole = false;         // an IDR or random access picture begins in it
+    bool intra = false;         // a picture or slice begins in it that refers to no other one
 };
 
 // `other` counts every packet as a part of a picture and none as a key picture.

@@ -1,5 +1,6 @@
 #include "appliance/gateway/rtp/picture_size.h"
 
+#include <charconv>
 #include <cstdint>
 #include <string>
 
@@ -13,11 +14,11 @@ constexpr unsigned largest = 16384;
 // Reads the bits of a NAL unit. Behind the end it reads zeros and is no longer good.
 class Bits {
 public:
-    // Without the bytes that only prevent start codes.
-    explicit Bits(std::string_view unit) {
+    // `isUnit`: a NAL unit, whose bytes that only prevent start codes are left out.
+    explicit Bits(std::string_view unit, bool isUnit = true) {
         int zeros = 0;
         for (const char c : unit) {
-            if (zeros >= 2 && c == 3) {
+            if (isUnit && zeros >= 2 && c == 3) {
                 zeros = 0;
                 continue;
             }
@@ -172,7 +173,79 @@ std::optional<PictureSize> sizeOfH265(std::string_view set) {
     return checked(bits, width - across * (crop[0] + crop[1]), height - down * (crop[2] + crop[3]));
 }
 
+// The bytes behind a start code whose code is in this range; nothing when there is none.
+std::string_view behindStartCode(std::string_view bytes, unsigned first, unsigned last) {
+    constexpr std::string_view startCode("\0\0\1", 3);
+    for (std::size_t at = bytes.find(startCode); at != std::string_view::npos && at + 4 < bytes.size();
+         at = bytes.find(startCode, at + 3)) {
+        const unsigned code = static_cast<std::uint8_t>(bytes[at + 3]);
+        if (code >= first && code <= last)
+            return bytes.substr(at + 4);
+    }
+    return {};
+}
+
+// A video object layer of ISO 14496-2, if it is rectangular.
+std::optional<PictureSize> sizeOfMpeg4(std::string_view layer) {
+    Bits bits(layer, false);
+    bits.skip(9); // random access, type
+    unsigned version = 1;
+    if (bits.take(1) != 0) {
+        version = bits.take(4);
+        bits.skip(3);
+    }
+    if (bits.take(4) == 15) // pixels of their own shape
+        bits.skip(16);
+    if (bits.take(1) != 0) { // control parameters
+        bits.skip(3);
+        if (bits.take(1) != 0)
+            bits.skip(79);
+    }
+    const unsigned shape = bits.take(2);
+    bits.skip(version == 1 || shape == 0 ? 1 : 0);
+    const unsigned ticks = bits.take(16);
+    bits.skip(1);
+    if (bits.take(1) != 0) { // a fixed rate, in as many bits as the ticks need
+        for (unsigned left = ticks > 1 ? ticks - 1 : 1; left > 0; left >>= 1)
+            bits.skip(1);
+    }
+    if (shape != 0)
+        return std::nullopt;
+    bits.skip(1);
+    const unsigned width = bits.take(13);
+    bits.skip(1);
+    return checked(bits, width, bits.take(13));
+}
+
+// A sequence header of ISO 13818-2.
+std::optional<PictureSize> sizeOfMpeg2(std::string_view header) {
+    if (header.size() < 3)
+        return std::nullopt;
+    const auto byte = [&](std::size_t at) { return unsigned{static_cast<std::uint8_t>(header[at])}; };
+    const unsigned width = byte(0) << 4 | byte(1) >> 4;
+    const unsigned height = (byte(1) & 15) << 8 | byte(2);
+    return width == 0 || height == 0
+               ? std::nullopt
+               : std::optional(PictureSize{static_cast<int>(width), static_cast<int>(height)});
+}
+
 } // namespace
+
+std::optional<PictureSize> sizeInFormat(Encoding encoding, std::string_view fmtp) {
+    constexpr std::string_view name = "config=";
+    const std::size_t at = fmtp.find(name);
+    if (encoding != Encoding::mpeg4 || at == std::string_view::npos)
+        return std::nullopt;
+    std::string bytes;
+    for (std::size_t i = at + name.size(); i + 1 < fmtp.size(); i += 2) {
+        unsigned value = 0;
+        const auto [end, error] = std::from_chars(fmtp.data() + i, fmtp.data() + i + 2, value, 16);
+        if (error != std::errc{} || end != fmtp.data() + i + 2)
+            break;
+        bytes += static_cast<char>(value);
+    }
+    return sizeInPayload(encoding, bytes);
+}
 
 std::optional<PictureSize> sizeOfSet(Encoding encoding, std::string_view set) {
     if (set.size() < 4)
@@ -192,6 +265,14 @@ std::optional<PictureSize> sizeInPayload(Encoding encoding, std::string_view pay
                                 static_cast<std::uint8_t>(payload[7]) * 8};
         if (found.width > 0 && found.height > 0)
             size = found;
+    }
+    if (encoding == Encoding::mpeg4) {
+        if (const std::string_view layer = behindStartCode(payload, 0x20, 0x2f); !layer.empty())
+            size = sizeOfMpeg4(layer);
+    }
+    if (encoding == Encoding::mpeg2) {
+        if (const std::string_view header = behindStartCode(payload, 0xb3, 0xb3); !header.empty())
+            size = sizeOfMpeg2(header);
     }
     parameterSetsIn(encoding, payload, [&](std::string_view set) {
         if (const auto found = sizeOfSet(encoding, set))

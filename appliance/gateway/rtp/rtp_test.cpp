@@ -19,7 +19,9 @@ using testing::IsEmpty;
 const std::string sequenceSet("\x67\x42\x00\x1e", 4);
 const std::string pictureSet("\x68\xce\x3c\x80", 4);
 const std::string keyPicture("\x65picture", 8);
-const std::string otherPicture("\x41picture", 8);
+const std::string otherPicture("\x41\x9apicture", 9);
+const std::string intraPicture("\x41\xb0picture", 9);
+const std::string recoveryMessage("\x06\x06\x01\x84\x80", 5);
 
 std::string rtp(std::uint16_t sequence, std::uint32_t time, std::string_view payload,
                 std::uint32_t source = 7) {
@@ -94,6 +96,19 @@ TEST(PayloadKind, SetsAreFoundInAggregates) {
     EXPECT_THAT(sets, ElementsAre(sequenceSet, pictureSet));
 }
 
+TEST(PayloadKind, RecoveryPointsAndSlicesWithoutReferences) {
+    EXPECT_TRUE(kindOf(Encoding::h264, recoveryMessage).recoveryPoint);
+    EXPECT_TRUE(kindOf(Encoding::h264, recoveryMessage).prefix);
+    EXPECT_FALSE(kindOf(Encoding::h264, std::string("\x06\x05\x01\x84\x80", 5)).recoveryPoint);
+    EXPECT_TRUE(kindOf(Encoding::h264, std::string("\x06\x05\x01x\x06\x01\x84\x80", 8)).recoveryPoint);
+    EXPECT_TRUE(kindOf(Encoding::h265, std::string("\x4e\x01\x06\x01\x84\x80", 6)).recoveryPoint);
+    EXPECT_TRUE(kindOf(Encoding::h264, intraPicture).intra);
+    EXPECT_FALSE(kindOf(Encoding::h264, intraPicture).whole);
+    EXPECT_FALSE(kindOf(Encoding::h264, otherPicture).intra);
+    EXPECT_TRUE(kindOf(Encoding::h264, "\x7c\x81\xb0x").intra);  // the first fragment of such a slice
+    EXPECT_FALSE(kindOf(Encoding::h264, "\x7c\x01\xb0x").intra); // a later one
+}
+
 TEST(PayloadKind, DamagedPayloadsAreHarmless) {
     for (const Encoding encoding :
          {Encoding::h264, Encoding::h265, Encoding::mpeg4, Encoding::jpeg, Encoding::mpeg2}) {
@@ -107,6 +122,21 @@ TEST(PayloadKind, DamagedPayloadsAreHarmless) {
 }
 
 // ---- Sizes: the sets are from a software encoder.
+
+TEST(PictureSize, OfMpeg4AndMpeg2) {
+    EXPECT_EQ(
+        sizeInFormat(
+            Encoding::mpeg4,
+            "96 profile-level-id=1; config=000001B0F1000001B5A913000001000000012008D48D0800CD0B042414103F"
+            "000001B24C61766335392E33372E313030"),
+        (PictureSize{352, 288}));
+    EXPECT_EQ(sizeInFormat(Encoding::mpeg4, "96 config=000001"), std::nullopt);
+    EXPECT_EQ(sizeInFormat(Encoding::mpeg4, "96 config=xyz"), std::nullopt);
+    EXPECT_EQ(sizeInFormat(Encoding::h264, "96 packetization-mode=1"), std::nullopt);
+    const std::string header("\0\0\1\xb3\x2d\x02\x40\x33", 8);
+    EXPECT_EQ(sizeInPayload(Encoding::mpeg2, std::string(4, '\0') + header), (PictureSize{720, 576}));
+    EXPECT_EQ(sizeInPayload(Encoding::mpeg2, header.substr(0, 5)), std::nullopt);
+}
 
 TEST(PictureSize, OfSequenceSets) {
     const auto size = [](Encoding encoding, const char* set) { return sizeOfSet(encoding, fromBase64(set)); };
@@ -300,6 +330,70 @@ TEST_F(VideoRelayTest, ANewSessionGoesOnWithAGapAndAKeyPicture) {
     EXPECT_GT(static_cast<std::uint16_t>(out_[1].sequence - out_[0].sequence), 50);
     EXPECT_NEAR(static_cast<double>(out_[1].timestamp - out_[0].timestamp), 93000, 200);
     EXPECT_EQ(out_[1].source, 99U);
+}
+
+TEST_F(VideoRelayTest, ARecoveryPointIsAStart) {
+    VideoRelay relay = relayFor("96 sprop-parameter-sets=Z0IAHg==,aM48gA==");
+    relay.add(rtp(1, 100, otherPicture), 1);
+    relay.add(rtp(2, 3100, recoveryMessage), 2);
+    relay.add(rtp(3, 3100, otherPicture), 2);
+    relay.add(rtp(4, 6100, otherPicture), 3);
+    EXPECT_THAT(payloads_, ElementsAre(sequenceSet, pictureSet, recoveryMessage, otherPicture, otherPicture));
+    EXPECT_THAT(starts_, ElementsAre(true, false, false, false, false));
+    EXPECT_EQ(relay.kept().packets().size(), 5U);
+    relay.add(rtp(5, 93100, recoveryMessage), 4);
+    relay.add(rtp(6, 93100, otherPicture), 4);
+    EXPECT_EQ(relay.kept().packets().size(), 4U);
+    EXPECT_EQ(relay.keyInterval(), 1'000'000);
+}
+
+TEST_F(VideoRelayTest, SetsBeforeAPictureWithReferencesMakeNoStart) {
+    VideoRelay relay = relayFor();
+    relay.add(rtp(1, 100, sequenceSet), 1);
+    relay.add(rtp(2, 100, keyPicture), 1);
+    relay.add(rtp(3, 3100, sequenceSet), 2);
+    relay.add(rtp(4, 3100, otherPicture), 2);
+    EXPECT_THAT(payloads_, ElementsAre(sequenceSet, keyPicture, sequenceSet, otherPicture));
+    EXPECT_EQ(relay.kept().packets().size(), 4U);
+    relay.add(rtp(5, 6100, sequenceSet), 3);
+    relay.add(rtp(6, 6100, intraPicture), 3);
+    EXPECT_EQ(relay.kept().packets().size(), 2U);
+}
+
+TEST_F(VideoRelayTest, WithoutAnyStartEachPictureBecomesOneInTheEnd) {
+    constexpr std::int64_t second = 1'000'000;
+    VideoRelay relay = relayFor("96 sprop-parameter-sets=Z0IAHg==,aM48gA==");
+    std::uint16_t sequence = 1;
+    for (std::int64_t time = second; time < 5 * second; time += second)
+        relay.add(rtp(sequence++, static_cast<std::uint32_t>(time * 9 / 100), otherPicture), time);
+    EXPECT_THAT(payloads_, IsEmpty());
+    relay.add(rtp(sequence++, 600'000, otherPicture), 7 * second);
+    EXPECT_THAT(payloads_, ElementsAre(sequenceSet, pictureSet, recoveryMessage, otherPicture));
+    relay.add(rtp(sequence++, 603'000, otherPicture), 7 * second + 33'000);
+    EXPECT_EQ(payloads_.size(), 8U);
+    EXPECT_EQ(relay.kept().packets().size(), 4U); // of the newest picture
+    EXPECT_EQ(relay.keyInterval(), 0);
+    // A camera that sends key pictures after all is not disturbed any more.
+    relay.add(rtp(sequence++, 606'000, keyPicture), 7 * second + 66'000);
+    relay.add(rtp(sequence++, 609'000, otherPicture), 7 * second + 99'000);
+    EXPECT_EQ(payloads_.size(), 12U);
+    EXPECT_EQ(relay.kept().packets().size(), 4U);
+}
+
+TEST_F(VideoRelayTest, ALongGroupOfPicturesIsNotBroken) {
+    VideoRelay relay = relayFor();
+    relay.add(rtp(1, 100, keyPicture), 1'000'000);
+    relay.add(rtp(2, 3100, otherPicture), 20'000'000);
+    relay.add(rtp(3, 6100, otherPicture), 40'000'000);
+    EXPECT_THAT(payloads_, ElementsAre(keyPicture, otherPicture, otherPicture));
+    EXPECT_EQ(relay.kept().packets().size(), 3U);
+}
+
+TEST_F(VideoRelayTest, TheSizeIsThatOfTheNewestSets) {
+    VideoRelay relay = relayFor("96 sprop-parameter-sets=Z2QADayyAsEtgIgAAAMACAAAAwGQeKFSQA==,aM48gA==");
+    EXPECT_EQ(relay.size(), (PictureSize{352, 288}));
+    relay.add(rtp(1, 100, fromBase64("Z2QAKKyyAPAET8uAiAAAAwAIAAADAZB4wZJA")), 1);
+    EXPECT_EQ(relay.size(), (PictureSize{1920, 1080}));
 }
 
 TEST_F(VideoRelayTest, OtherPayloadTypesAndGarbageAreDropped) {

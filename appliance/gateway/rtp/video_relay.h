@@ -1,19 +1,27 @@
 // Makes of a camera's RTP packets the packets that players get: renumbered, so that packets can be added and the camera
 // may begin anew, with parameter sets before each key picture. Packets are kept since the last key picture.
 //
-// No packet waits here. For one thread.
+// A "start" is a picture with which a player can begin: a key picture or, in streams without those, a recovery point. An
+// encoder may have neither (it refreshes a part of each picture and does not say so); after some seconds without a start
+// that a player could begin with, each picture counts as one. The player's picture then becomes whole while it plays.
+//
+// No picture waits here. What comes before a picture (parameter sets, messages) waits for its first packet, which
+// decides whether it is a start. For one thread.
 #pragma once
 
 #include "appliance/gateway/rtp/kept_packets.h"
 #include "appliance/gateway/rtp/parameter_sets.h"
 #include "appliance/gateway/rtp/payload_kind.h"
+#include "appliance/gateway/rtp/picture_size.h"
 #include "appliance/gateway/rtp/rtp_packet.h"
 
 #include <cstddef>
 #include <cstdint>
 #include <functional>
+#include <optional>
 #include <string>
 #include <string_view>
+#include <vector>
 
 namespace gateway {
 
@@ -39,14 +47,26 @@ public:
 
     const KeptPackets& kept() const { return kept_; }
     std::uint64_t pictures() const { return pictures_; }
-    // Time from one key picture to the next, in microseconds; 0: not known yet.
+    // Time from one start to the next, in microseconds; 0: not known yet, or each picture counts as one.
     std::int64_t keyInterval() const { return keyInterval_; }
     bool hasKeyPicture() const { return keyPictures_ > 0; }
+    // Of the newest parameter sets or picture that tell it; nothing: not known.
+    std::optional<PictureSize> size() const { return size_; }
 
 private:
+    // How much a picture must be for a start. It is lowered while no start comes.
+    enum class Demand { keyOrRecovery, intra, any };
+
     void followSender(const RtpPacket& packet, std::int64_t now);
-    void addMissingSets(const RtpPacket& packet);
-    void countKeyPicture(const RtpPacket& packet);
+    void learn(const RtpPacket& packet, const PayloadKind& kind);
+    void holdPrefix(std::string_view bytes, const RtpPacket& packet, const PayloadKind& kind);
+    void dropPrefix();
+    void passPrefix(bool start);
+    bool isStart(const RtpPacket& packet, const PayloadKind& kind, std::int64_t now);
+    void passPicture(std::string_view bytes, const RtpPacket& packet, const PayloadKind& kind, bool start);
+    void countPicture(const RtpPacket& packet, bool start);
+    void addBefore(const RtpPacket& packet, std::string_view payload, bool start);
+    void skip(const RtpPacket& packet);
     void pass(std::string bytes, const RtpPacket& packet, bool start);
 
     const VideoForm form_;
@@ -65,8 +85,16 @@ private:
     std::uint32_t lastTime_ = 0;     // as sent
     std::int64_t lastAt_ = 0;        // when it was sent, in microseconds; 0: never
 
-    bool hasSets_ = false; // sets have come with `setsTime_`
-    std::uint32_t setsTime_ = 0;
+    std::vector<std::string> prefix_; // packets before the next picture
+    std::uint32_t prefixTime_ = 0;    // of all of them
+    bool prefixHasSets_ = false;
+    bool prefixRecovers_ = false;
+
+    Demand demand_ = Demand::keyOrRecovery;
+    std::int64_t startAt_ =
+        0; // of the last start that met the whole demand, or of the session's begin; microseconds
+
+    std::optional<PictureSize> size_;
     bool hasKeyTime_ = false; // the key picture with this time has begun
     std::uint32_t keyTime_ = 0;
     std::uint32_t pictureTime_ = 0;

@@ -1,5 +1,7 @@
 #include "appliance/gateway/service/keeper.h"
 
+#include "appliance/gateway/service/screen_room.h"
+
 #include <libcommon/events.h>
 #include <libcommon/log.h>
 #include <libcommon/params.h>
@@ -18,19 +20,24 @@ namespace {
 constexpr std::chrono::milliseconds lookTime(300); // between two looks at the file
 constexpr const char* highestName = "Gateway.HighestNumber";
 constexpr const char* portName = "Gateway.Port";
+constexpr const char* neverRead = "never read"; // no version of the file
 
 std::string parameterPath() {
     return libcommon::appliancePath("/etc/decoder/decoder.conf");
 }
 
-// Tells versions of the file apart; "" when there is none.
-std::string stampOfFile() {
+// Tells versions of a file apart; "" when there is none.
+std::string stampOf(const std::string& path) {
     struct stat file {};
-    if (stat(parameterPath().c_str(), &file) != 0)
+    if (stat(path.c_str(), &file) != 0)
         return "";
     std::ostringstream text;
     text << file.st_ino << ' ' << file.st_size << ' ' << file.st_mtim.tv_sec << ' ' << file.st_mtim.tv_nsec;
     return text.str();
+}
+
+std::string stampOfFile() {
+    return stampOf(parameterPath());
 }
 
 std::string readText() {
@@ -43,7 +50,7 @@ std::string readText() {
 } // namespace
 
 Keeper::Keeper(EventLoop& loop, int port, std::function<void(const SourcePlan&)> take)
-    : loop_(loop), take_(std::move(take)), port_(port) {}
+    : loop_(loop), take_(std::move(take)), stamp_(neverRead), port_(port) {}
 
 Keeper::~Keeper() {
     {
@@ -67,7 +74,7 @@ void Keeper::run() {
             changed_.wait_for(guard, lookTime,
                               [this] { return ending_ || portChanged_ || !waiting_.empty(); });
             if (std::exchange(portChanged_, false))
-                stamp_.clear();
+                stamp_ = neverRead;
             if (ending_ && waiting_.empty())
                 return;
         }
@@ -76,13 +83,25 @@ void Keeper::run() {
     }
 }
 
+// The choice between main and sub streams follows the screen's size.
+void Keeper::lookAtScreen() {
+    const std::string stamp =
+        stampOfFile() + ' ' + stampOf(libcommon::appliancePath("/run/decoder/info.conf"));
+    if (stamp == screenStamp_)
+        return;
+    screenStamp_ = stamp;
+    if (std::exchange(smallScreen_, isSmallScreen(readScreenTexts())) != smallScreen_)
+        stamp_ = neverRead;
+}
+
 void Keeper::lookAtFile() {
+    lookAtScreen();
     std::string stamp = stampOfFile();
     if (stamp == stamp_)
         return;
-    const auto plan = [port = currentPort()] {
+    const auto plan = [port = currentPort(), small = smallScreen_] {
         const ParamWrapper parameters(0, false);
-        SourcePlan made = planSources(sectionsIn(readText()), parameters[highestName].toInt(), port);
+        SourcePlan made = planSources(sectionsIn(readText()), parameters[highestName].toInt(), port, small);
         made.port = parameters[portName].toInt();
         return made;
     };
@@ -145,8 +164,11 @@ void Keeper::writeStatus() {
         const std::lock_guard guard(lock_);
         values.swap(waiting_);
     }
-    for (const auto& [place, value] : values)
-        status(place.first, place.second, value.c_str());
+    // Compared with the file: the supervisor clears values, too.
+    for (const auto& [place, value] : values) {
+        if (status(place.first, place.second) != value)
+            status(place.first, place.second, value.c_str());
+    }
 }
 
 } // namespace gateway

@@ -37,12 +37,15 @@ private:
     void run();
     int currentPort();
     void lookAtFile();
+    void lookAtScreen();
     bool complete(const SourcePlan& plan) const;
     void writeStatus();
 
     EventLoop& loop_;
     const std::function<void(const SourcePlan&)> take_;
-    std::string stamp_; // of the version of the file that was read last
+    std::string stamp_;       // of the version of the file that was read last
+    std::string screenStamp_; // of the files that told the screen's size
+    bool smallScreen_ = false;
     std::thread thread_;
 
     std::mutex lock_;

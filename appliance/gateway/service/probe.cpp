@@ -35,8 +35,8 @@ class Probe {
 public:
     Probe(EventLoop& loop, const CameraUrl& url)
         : loop_(loop), transfers_(loop),
-          camera_(loop, transfers_, CameraSettings{1, "camera", "", url, Transport::automatic}, {},
-                  [](const Camera& /*camera*/) {}) {}
+          camera_(loop, transfers_, CameraSettings{.number = 1, .name = "camera", .mistake = "", .url = url},
+                  {}, [](const Camera& /*camera*/) {}) {}
 
     // The failure, or none.
     Failure run() {
@@ -45,6 +45,8 @@ public:
             if (!failure.none())
                 return finish(failure);
             info_ = info;
+            if (info.video)
+                size_ = sizeInFormat(encodingOf(info.video->encodingName), info.video->fmtp);
             join();
         });
         if (!over_)
@@ -63,9 +65,9 @@ public:
             text += ", " + oneDigit(static_cast<double>(report.bytes) * 8 / seconds / 1e6) + " Mbit/s";
         }
         text += info_.sound ? ", sound " + info_.sound->encodingName : ", no sound";
-        if (report.keyInterval > 0)
+        if (report.keyInterval > 0 && encodingOf(report.info.video->encodingName) != Encoding::jpeg)
             text += ", a key picture every " + oneDigit(static_cast<double>(report.keyInterval) / 1e6) + " s";
-        return text + ", over " + camera_.report().info.transport;
+        return text + (report.info.transport.empty() ? "" : ",") + report.info.way();
     }
 
 private:

@@ -24,9 +24,19 @@ std::string valueOf(const SourceSection& section, const char* key) {
     return found == section.keys.end() ? "" : found->second;
 }
 
+Transport transportOf(const std::string& text) {
+    if (text == "tcp")
+        return Transport::tcp;
+    if (text == "multicast")
+        return Transport::multicast;
+    return text == "udp" ? Transport::udp : Transport::automatic;
+}
+
 class Planner {
 public:
-    Planner(int highestNumber, int port) : port_(port) { plan_.highestNumber = highestNumber; }
+    Planner(int highestNumber, int port, bool smallScreen) : port_(port), smallScreen_(smallScreen) {
+        plan_.highestNumber = highestNumber;
+    }
 
     SourcePlan plan(const std::vector<SourceSection>& sections) {
         // Numbers in the file count as given, so a new one never meets them.
@@ -57,11 +67,9 @@ private:
         camera.mistake = readCameraUrl(valueOf(section, "URL"), camera.url);
         camera.number = numberOf(section);
         camera.name = section.keys.contains("Name") ? valueOf(section, "Name") : section.name;
-        const std::string transport = valueOf(section, "Transport");
-        camera.transport = transport == "tcp"   ? Transport::tcp
-                           : transport == "udp" ? Transport::udp
-                                                : Transport::automatic;
+        camera.transport = transportOf(valueOf(section, "Transport"));
         takeCredentials(section, camera);
+        takeSubStream(section, camera);
         completeSection(section, camera);
         plan_.sources.push_back({index, camera});
     }
@@ -88,6 +96,28 @@ private:
         write(section, "URL", camera.url.text());
     }
 
+    // A mistake in it counts when it is to be played.
+    void takeSubStream(const SourceSection& section, CameraSettings& camera) {
+        const std::string text = valueOf(section, "SubURL");
+        if (text.empty() || !camera.mistake.empty())
+            return;
+        CameraUrl sub;
+        std::string mistake = readCameraUrl(text, sub);
+        if (mistake.empty() && sub.isRtsp() != camera.url.isRtsp())
+            mistake = "the main stream and it are of different kinds";
+        const std::string quality = valueOf(section, "Quality");
+        if (!mistake.empty()) {
+            camera.mistake = quality == "sub" ? "SubURL: " + mistake : "";
+            return;
+        }
+        if (!sub.user.empty() || !sub.password.empty())
+            write(section, "SubURL", sub.text());
+        sub.user = camera.url.user;
+        sub.password = camera.url.password;
+        camera.sub = sub;
+        camera.useSub = quality == "sub" || (quality != "main" && smallScreen_);
+    }
+
     void completeSection(const SourceSection& section, const CameraSettings& camera) {
         // The address of a gateway whose port was another one.
         const std::string address = valueOf(section, "Address");
@@ -96,7 +126,7 @@ private:
         write(section, "VideoSourceNumber", std::to_string(camera.number));
         const std::string type = valueOf(section, "VideoSourceType");
         if (camera.mistake.empty() && (type.empty() || type == "rtsp-tcp" || type == "mjpeg"))
-            write(section, "VideoSourceType", camera.url.isRtsp() ? "rtsp-tcp" : "mjpeg");
+            write(section, "VideoSourceType", camera.url.isHttp() ? "mjpeg" : "rtsp-tcp");
         complete(section, "AutoEnabled", "yes");
         complete(section, "ManualEnabled", "yes");
         complete(section, "DisplayTime", "10");
@@ -106,6 +136,7 @@ private:
 
     SourcePlan plan_;
     int port_;
+    bool smallScreen_;
     std::set<int> used_;
 };
 
@@ -134,8 +165,9 @@ std::vector<SourceSection> sectionsIn(std::string_view text) {
     return sections;
 }
 
-SourcePlan planSources(const std::vector<SourceSection>& sections, int highestNumber, int port) {
-    return Planner(highestNumber, port).plan(sections);
+SourcePlan planSources(const std::vector<SourceSection>& sections, int highestNumber, int port,
+                       bool smallScreen) {
+    return Planner(highestNumber, port, smallScreen).plan(sections);
 }
 
 } // namespace gateway

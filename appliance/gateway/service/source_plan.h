@@ -41,6 +41,8 @@ std::vector<SourceSection> sectionsIn(std::string_view text);
 // A source is the gateway's when its section has a URL. `highestNumber`: given so far; `port`: the gateway's own.
 // A number that is missing, or that an earlier section has, is replaced by a new one. A user name and a password in the
 // URL become values of their own, so that no program that shows the URL shows them.
-SourcePlan planSources(const std::vector<SourceSection>& sections, int highestNumber, int port);
+// With `smallScreen`, sources with the quality "auto" and a sub stream play that one.
+SourcePlan planSources(const std::vector<SourceSection>& sections, int highestNumber, int port,
+                       bool smallScreen = false);
 
 } // namespace gateway

@@ -86,6 +86,32 @@ TEST(SourcePlan, ABadUrlIsASourceWithAMistake) {
     EXPECT_EQ(writes(plan).at("Encoder.A.VideoSourceNumber"), "1");
 }
 
+TEST(SourcePlan, TheQualityChoosesBetweenMainAndSub) {
+    const auto usesSub = [](const std::string& quality, bool smallScreen) {
+        const std::string text =
+            "[Encoder.A]\nURL = rtsp://a/main\nSubURL = rtsp://me:secret@a/sub\nQuality = " + quality + "\n";
+        const SourcePlan plan = planSources(sectionsIn(text), 0, port, smallScreen);
+        EXPECT_EQ(writes(plan).at("Encoder.A.SubURL"), "rtsp://a:554/sub");
+        return plan.sources[0].camera.played().target == "/sub";
+    };
+    EXPECT_TRUE(usesSub("", true));
+    EXPECT_FALSE(usesSub("", false));
+    EXPECT_TRUE(usesSub("auto", true));
+    EXPECT_TRUE(usesSub("sub", false));
+    EXPECT_FALSE(usesSub("main", true));
+}
+
+TEST(SourcePlan, ASubStreamThatCannotBeUsedCountsOnlyWhereItIsWanted) {
+    for (const char* bad : {"gopher://a/sub", "http://a/sub"}) {
+        const std::string text = std::string("[Encoder.A]\nURL = rtsp://a/main\nSubURL = ") + bad + "\n";
+        const SourcePlan plan = planSources(sectionsIn(text), 0, port, true);
+        EXPECT_EQ(plan.sources[0].camera.mistake, "");
+        EXPECT_EQ(plan.sources[0].camera.played().target, "/main");
+        const SourcePlan wanted = planSources(sectionsIn(text + "Quality = sub\n"), 0, port, true);
+        EXPECT_THAT(wanted.sources[0].camera.mistake, testing::StartsWith("SubURL: "));
+    }
+}
+
 TEST(SourcePlan, SectionsAreCountedAsTheLibraryDoes) {
     const auto sections = sectionsIn(
         "[encoder.A]\nurl = 1\n[Encoder.B]\n[Encoder.a]\nPTZ = 2\n[Encoder]\n[Decoder]\nURL = x\n");

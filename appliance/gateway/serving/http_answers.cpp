@@ -75,7 +75,7 @@ void HttpAnswers::servePictures(const Request& request) {
         socket_.send(pictureHead());
         return socket_.flush();
     }
-    if (cameras_.find(*number) == nullptr)
+    if (!watched_.choose(*number))
         return reply(404, "there is no camera with this number\n");
     watched_.ask(*number, [this, number](const StreamInfo& info, const Failure& failure) {
         beginPictures(*number, info, failure);

@@ -91,15 +91,17 @@ void RtspAnswers::serveCamera(const Request& request, int number) {
 }
 
 void RtspAnswers::describe(const Request& request, int number) {
-    const std::string name = cameras_.find(number)->settings().name;
-    watched_.ask(number, [this, request, name](const StreamInfo& info, const Failure& failure) {
-        if (!failure.none())
-            return reply(request, 503, "", failure.text);
-        if (info.isPictures())
-            return reply(request, 404, "", "this camera is played as Motion JPEG");
-        reply(request, 200, "Content-Type: application/sdp\r\nContent-Base: " + request.target + "/\r\n", "",
-              gateway::describe(info, name));
-    });
+    if (!watched_.choose(number))
+        return reply(request, 455);
+    watched_.ask(
+        number, [this, request, name = watched_.name()](const StreamInfo& info, const Failure& failure) {
+            if (!failure.none())
+                return reply(request, 503, "", failure.text);
+            if (info.isPictures())
+                return reply(request, 404, "", "this camera is played as Motion JPEG");
+            reply(request, 200, "Content-Type: application/sdp\r\nContent-Base: " + request.target + "/\r\n",
+                  "", gateway::describe(info, name));
+        });
 }
 
 void RtspAnswers::setUp(const Request& request, int number) {
@@ -109,7 +111,10 @@ void RtspAnswers::setUp(const Request& request, int number) {
         return reply(request, 461);
     if (watched_.isWatching() || (number_ != 0 && number_ != number))
         return reply(request, 455);
-    const CameraReport report = cameras_.find(number)->report();
+    // What was described is played, even if the configuration has changed since.
+    if (watched_.number() != number)
+        watched_.choose(number);
+    const CameraReport report = watched_.report();
     if (track == 1 && !(report.open && report.info.sound))
         return reply(request, 404);
     number_ = number;
@@ -124,11 +129,11 @@ void RtspAnswers::play(const Request& request, int number) {
         return reply(request, 454);
     if (watched_.isWatching())
         return reply(request, 200, sessionLine());
-    watched_.ask(number, [this, request, number](const StreamInfo& /*info*/, const Failure& failure) {
+    watched_.ask(number, [this, request](const StreamInfo& /*info*/, const Failure& failure) {
         if (!failure.none())
             return reply(request, 503, "", failure.text);
         reply(request, 200, sessionLine() + "Range: npt=now-\r\n");
-        begin(number);
+        begin();
     });
 }
 
@@ -140,13 +145,13 @@ void RtspAnswers::stop() {
 
 // ---- Packets.
 
-void RtspAnswers::begin(int number) {
+void RtspAnswers::begin() {
     dropping_ = true; // a player begins with a key picture
-    watched_.join(number, {.packet = [this](Track track, const Packet& packet,
-                                            bool start) { takePacket(track, packet, start); },
-                           .picture = [](const Packet&) {},
-                           .flush = [this] { socket_.flush(); },
-                           .ended = [this](const Failure&) { over_(); }});
+    watched_.join(number_, {.packet = [this](Track track, const Packet& packet,
+                                             bool start) { takePacket(track, packet, start); },
+                            .picture = [](const Packet&) {},
+                            .flush = [this] { socket_.flush(); },
+                            .ended = [this](const Failure&) { over_(); }});
 }
 
 void RtspAnswers::takePacket(Track track, const Packet& packet, bool start) {

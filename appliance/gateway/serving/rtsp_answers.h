@@ -24,7 +24,7 @@ private:
     void setUp(const Request& request, int number);
     void play(const Request& request, int number);
     void stop();
-    void begin(int number);
+    void begin();
     void takePacket(Track track, const Packet& packet, bool start);
     void reply(const Request& request, int status, const std::string& headers = "",
                const std::string& reason = "", const std::string& body = "");

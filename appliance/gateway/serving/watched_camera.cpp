@@ -11,9 +11,17 @@ WatchedCamera::~WatchedCamera() {
     stop();
 }
 
+bool WatchedCamera::choose(int number) {
+    if (viewer_ == 0)
+        camera_ = cameras_.share(number);
+    return this->number() == number;
+}
+
 void WatchedCamera::ask(int number, Camera::Answer answer) {
+    if (this->number() != number)
+        choose(number);
     asking_ = true;
-    cameras_.find(number)->ask(
+    camera_->ask(
         [this, alive = alive_, answer = std::move(answer)](const StreamInfo& info, const Failure& failure) {
             if (!*alive)
                 return;
@@ -25,20 +33,18 @@ void WatchedCamera::ask(int number, Camera::Answer answer) {
 }
 
 void WatchedCamera::join(int number, Viewer viewer) {
-    Camera* camera = cameras_.find(number);
-    if (camera == nullptr)
+    if (this->number() != number)
         return;
     viewer.ended = [this, ended = std::move(viewer.ended)](const Failure& failure) {
         viewer_ = 0;
         ended(failure);
     };
-    number_ = number;
-    viewer_ = camera->join(std::move(viewer));
+    viewer_ = camera_->join(std::move(viewer));
 }
 
 void WatchedCamera::leave() {
-    const Camera::ViewerId viewer = std::exchange(viewer_, 0);
-    if (Camera* camera = cameras_.find(std::exchange(number_, 0)); camera != nullptr && viewer != 0)
+    const std::shared_ptr<Camera> camera = std::exchange(camera_, nullptr);
+    if (const Camera::ViewerId viewer = std::exchange(viewer_, 0); viewer != 0)
         camera->leave(viewer);
 }
 

@@ -168,6 +168,19 @@ TEST(PacketMarks, BytesThatAreNoPacketAreHandedOnAndBeginNothing) {
     EXPECT_FALSE(one.newPicture);
 }
 
+TEST(PacketMarks, AnMpeg2PacketBeginsAKeyPictureWithASequenceHeader) {
+    const auto keyOf = [](const std::string& payload) {
+        return PacketMarks("MPV").mark(h264(1, 100, payload)).key;
+    };
+    const std::string header("\0\0\0\0", 4);
+    const std::string sequence("\0\0\1\xb3", 4);
+    EXPECT_TRUE(keyOf(std::string("\0\0\x20\0", 4) + "x")) << "the header tells it";
+    EXPECT_TRUE(keyOf(header + sequence)) << "the header does not tell it";
+    EXPECT_TRUE(keyOf(header + header + sequence));
+    EXPECT_FALSE(keyOf(header + std::string("\0\0\1\0", 4)));
+    EXPECT_FALSE(keyOf(""));
+}
+
 TEST(PacketMarks, KnowsWhichEncodingsCanBeKept) {
     for (const char* name : {"H264", "H265", "MP4V-ES", "MPV", "MP2T", "JPEG"})
         EXPECT_TRUE(PacketMarks::knows(name)) << name;

@@ -2,6 +2,7 @@
 
 #include "appliance/gateway/warm/camera_feed.h"
 #include "appliance/gateway/warm/encoder_feed.h"
+#include "appliance/streams/kept_status.h"
 
 #include <libcommon/clock.h>
 #include <libcommon/log.h>
@@ -159,15 +160,18 @@ void WarmSources::drop(std::map<std::string, Kept>::iterator one) {
     kept_.erase(one);
 }
 
-// One line for each source, for `decoderctl`.
 std::string WarmSources::status() const {
     std::string text;
     for (const auto& [address, one] : kept_) {
         const WarmReport report = one.stream->report();
-        text += "sources=" + indicesText(one.target.sources) + " kept=" + (report.moves ? "yes" : "no") +
-                " keyAge=" + std::to_string(report.keyAgeMs) + " bitRate=" + std::to_string(report.bitRate) +
-                " bytes=" + std::to_string(report.bytes) + " players=" + std::to_string(report.takers) +
-                " wanted=" + (one.unwantedSince == 0 ? "yes" : "no") + " reason=" + report.reason + "\n";
+        text += streams::writeKeptReport({.sources = one.target.sources,
+                                          .kept = report.moves,
+                                          .keyAgeMs = report.keyAgeMs,
+                                          .bitRate = report.bitRate,
+                                          .bytes = report.bytes,
+                                          .players = static_cast<int>(report.takers),
+                                          .reason = report.reason}) +
+                "\n";
     }
     return text;
 }

@@ -73,7 +73,13 @@ struct AvDecoder::State {
         av_packet_free(&packet);
         avcodec_free_context(&context);
     }
+    bool given = false;  // the first picture was given
+    bool hadKey = false; // a key picture came
+    bool plain = false;  // since the last key picture no picture was one that is shown before an earlier one
     bool fill(const std::uint8_t* unit, std::size_t bytes) const;
+    bool receive(const Give& give);
+    void giveFirst(const Give& give);
+    void followOrder();
     bool convert();
     void give(const Give& give);
 };
@@ -129,6 +135,45 @@ void AvDecoder::State::give(const Give& give) {
     }
 }
 
+// Gives what the decoder has; false when it has nothing.
+bool AvDecoder::State::receive(const Give& taker) {
+    bool any = false;
+    while (avcodec_receive_frame(context, frame) == 0) {
+        any = true;
+        followOrder();
+        give(taker);
+        av_frame_unref(frame);
+    }
+    given = given || any;
+    return any;
+}
+
+// The decoder may keep the first picture until it knows that no other belongs before it. It is taken out by ending the
+// stream, which begins anew with the same unit.
+void AvDecoder::State::giveFirst(const Give& taker) {
+    avcodec_send_packet(context, nullptr);
+    receive(taker);
+    avcodec_flush_buffers(context);
+    if (given)
+        avcodec_send_packet(context, packet);
+}
+
+// A decoder of MPEG-2 keeps every picture until the next one comes, because that one might belong before it. It need not,
+// while the stream has no such pictures. It looks at the flag at each sequence header.
+void AvDecoder::State::followOrder() {
+    if (context->codec_id != AV_CODEC_ID_MPEG2VIDEO)
+        return;
+    if (frame->pict_type == AV_PICTURE_TYPE_B) {
+        plain = false;
+        context->flags &= ~AV_CODEC_FLAG_LOW_DELAY;
+    } else if (frame->pict_type == AV_PICTURE_TYPE_I) {
+        if (hadKey && plain)
+            context->flags |= AV_CODEC_FLAG_LOW_DELAY;
+        hadKey = true;
+        plain = true;
+    }
+}
+
 AvDecoder::AvDecoder() : state_(std::make_unique<State>()) {}
 AvDecoder::~AvDecoder() = default;
 
@@ -161,10 +206,8 @@ bool AvDecoder::decode(const std::uint8_t* unit, std::size_t bytes, const Give& 
     if (state_->context == nullptr || !state_->fill(unit, bytes))
         return false;
     const bool taken = avcodec_send_packet(state_->context, state_->packet) == 0;
-    while (avcodec_receive_frame(state_->context, state_->frame) == 0) {
-        state_->give(give);
-        av_frame_unref(state_->frame);
-    }
+    if (!state_->receive(give) && taken && !state_->given)
+        state_->giveFirst(give);
     return taken;
 }
 

@@ -7,7 +7,6 @@
 
 #include "appliance/players/decoding/stream_sink.h"
 #include "appliance/streams/http_stream.h"
-#include "appliance/streams/mpeg2_container.h"
 
 #include <cstddef>
 #include <cstdint>
@@ -36,7 +35,7 @@ public:
     virtual bool decode(const std::uint8_t* unit, std::size_t bytes, const Give& give) = 0;
 };
 
-// Decodes a stream that is passed in packet by packet or piece by piece. Never destroyed.
+// Decodes a stream that is passed in packet by packet. Never destroyed.
 class StreamDecoder {
 public:
     StreamDecoder() = default;
@@ -74,10 +73,9 @@ public:
     GStreamerModule& operator=(const GStreamerModule&) = delete;
     virtual ~GStreamerModule() = default;
 
-    // The packets come in order. Null with a log line when a plugin is missing. `sink` must outlive the process's threads.
+    // Decodes RTP packets that come in order. Null with a log line when a plugin is missing. `sink` must outlive the process's threads.
     virtual StreamDecoder* decodeRtp(const std::string& encodingName, const std::string& caps,
                                      const StreamSink& sink) = 0;
-    virtual StreamDecoder* decodeMpeg2(streams::Mpeg2Container container, const StreamSink& sink) = 0;
     virtual SoundPlayer* playSound(const StreamSink& sink) = 0;
 };
 

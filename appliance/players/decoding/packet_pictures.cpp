@@ -2,6 +2,7 @@
 
 #include "appliance/gateway/rtp/reordering.h"
 #include "appliance/players/decoding/access_units.h"
+#include "appliance/players/decoding/mpeg2_packets.h"
 
 #include <libcommon/clock.h>
 
@@ -17,7 +18,8 @@
 namespace player {
 namespace {
 
-constexpr std::size_t mostWaiting = 4096;
+constexpr std::size_t mostWaiting =
+    16384; // more than a long group of pictures that the keeper hands over at once
 constexpr std::chrono::milliseconds gapCheck{10}; // how often a gap in the packets is looked at
 
 struct Known {
@@ -25,8 +27,8 @@ struct Known {
     const char* codec; // of libavcodec; "": GStreamer decodes it
 };
 
-constexpr Known known[] = {{"H264", "h264"}, {"H265", "hevc"}, {"MP4V-ES", "mpeg4"},
-                           {"MPV", ""},      {"MP2T", ""},     {"JPEG", ""}};
+constexpr Known known[] = {{"H264", "h264"},      {"H265", "hevc"},       {"MP4V-ES", "mpeg4"},
+                           {"MPV", "mpeg2video"}, {"MP2T", "mpeg2video"}, {"JPEG", ""}};
 
 const Known* find(const std::string& encodingName) {
     const auto* found =
@@ -130,6 +132,11 @@ bool PacketPictures::State::openUnits(const std::string& codec) {
                                 sink.picture(picture);
                         });
     };
+    if (codec == "mpeg2video") {
+        auto units = std::make_shared<Mpeg2Packets>(stream.encodingName == "MP2T", decode);
+        inOrder = [this, units](std::string_view packet) { units->add(packet, shown); };
+        return true;
+    }
     auto units = std::make_shared<AccessUnits>(gateway::encodingOf(stream.encodingName), stream.fmtp, decode);
     inOrder = [this, units](std::string_view packet) { units->add(packet, shown); };
     return true;

@@ -15,9 +15,6 @@ struct Known {
 };
 
 constexpr Known videos[] = {
-    {"MPV", "rtpmpvdepay ! mpegvideoparse ! mpeg2dec name=decoder", "videoparsersbad mpeg2dec"},
-    {"MP2T", "rtpmp2tdepay ! tsdemux ! mpegvideoparse ! mpeg2dec name=decoder",
-     "videoparsersbad mpeg2dec mpegtsdemux"},
     {"JPEG", "rtpjpegdepay ! jpegdec max-errors=-1", "jpeg"},
 };
 

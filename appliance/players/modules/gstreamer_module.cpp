@@ -2,7 +2,6 @@
 #include "appliance/players/decoding/decoder_pipeline.h"
 #include "appliance/players/decoding/gst_start.h"
 #include "appliance/players/decoding/module.h"
-#include "appliance/players/decoding/mpeg2_decoding.h"
 #include "appliance/players/decoding/rtp_decoding.h"
 #include "appliance/players/modules/exported.h"
 #include "appliance/players/sound/http_sound.h"
@@ -48,11 +47,6 @@ public:
                              const StreamSink& sink) override {
         const RtpChain chain = videoChainOf(encodingName);
         return loadRtpPlugins(chain) ? decode(chain.elements, caps, Feed::packets, sink) : nullptr;
-    }
-
-    StreamDecoder* decodeMpeg2(streams::Mpeg2Container container, const StreamSink& sink) override {
-        const Mpeg2Chain chain = chainOf(container);
-        return loadMpeg2Plugins() ? decode(chain.elements, chain.caps, Feed::bytes, sink) : nullptr;
     }
 
     SoundPlayer* playSound(const StreamSink& sink) override { return new Sound(sink); }

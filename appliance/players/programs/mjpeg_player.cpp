@@ -1,6 +1,7 @@
 // mjpeg_player: motion JPEG over HTTP, an endless multipart body with one JPEG picture in each part.
 #include "appliance/players/decoding/jpeg_thread.h"
 #include "appliance/players/decoding/module.h"
+#include "appliance/players/programs/kept_playing.h"
 #include "appliance/players/programs/stream_request.h"
 #include "appliance/players/showing/player.h"
 #include "appliance/players/sound/picture_sound.h"
@@ -35,8 +36,10 @@ void receivePictures(const PlayerOptions& options, const StreamSink& sink, JpegT
                                        reader->feed(bytes, count);
                                        return true;
                                    }};
-    const std::string reason = streams::receiveHttp(
-        httpSourceOf(options, requestTarget("/vexo-cgi/mjpg/video.cgi", options.streamOptions)), taker);
+    const streams::HttpSource source =
+        httpSourceOf(options, requestTarget(streams::picturesPath, options.streamOptions));
+    playKeptPictures(addressOf(source, streams::StreamAddress::Kind::mjpeg), decoder, options.verbose);
+    const std::string reason = streams::receiveHttp(source, taker);
     decoder.finish();
     sink.ended(reason);
 }

@@ -1,6 +1,7 @@
 // mpeg4player: MPEG-4 or H.264 over RTSP: unicast, multicast, on the RTSP connection, or tunnelled over HTTP.
 #include "appliance/players/decoding/module.h"
 #include "appliance/players/decoding/packet_pictures.h"
+#include "appliance/players/programs/kept_playing.h"
 #include "appliance/players/programs/stream_request.h"
 #include "appliance/players/showing/player.h"
 #include "appliance/players/sound/picture_sound.h"
@@ -43,7 +44,10 @@ bool startMpeg4(const PlayerOptions& options, const StreamSink& sink, Endings& e
         new streams::RtspStream(rtspSourceOf(options), receiverFor(*pictures, *sound, options.verbose));
     endings.session = [stream] { stream->end(); };
     endings.sound = [sound] { sound->end(); };
-    std::thread([stream, &sink] { sink.ended(stream->run()); }).detach();
+    std::thread([stream, sound, &options, &sink] {
+        playKeptPackets(addressOf(rtspSourceOf(options)), sink, sound, options.verbose);
+        sink.ended(stream->run());
+    }).detach();
     pictures->preload();
     return true;
 }

@@ -1,6 +1,7 @@
 // multicastplayer: MPEG-2 over RTP from a multicast group, with sound from another group.
 #include "appliance/players/decoding/module.h"
 #include "appliance/players/decoding/packet_pictures.h"
+#include "appliance/players/programs/kept_playing.h"
 #include "appliance/players/showing/player.h"
 #include "appliance/players/sound/picture_sound.h"
 #include "appliance/streams/datagrams.h"
@@ -54,17 +55,18 @@ void receiveSound(const PlayerOptions& options, PictureSound& sound) {
 }
 
 bool startMulticast(const PlayerOptions& options, const StreamSink& sink, Endings& endings) {
-    const int socket = streams::joinGroup(options.host, options.port);
-    if (socket < 0)
-        return false;
     prepareGStreamer();
-    std::thread([socket, &sink] {
+    std::thread([&options, &sink] {
+        playKeptPackets(streams::addressOfGroup(options.host, options.port), sink, nullptr, options.verbose);
+        const int socket = streams::joinGroup(options.host, options.port);
+        if (socket < 0)
+            return sink.ended("the group can't be received");
         auto& pictures =
             *new MulticastPictures(sink); // never destroyed: its decoder runs until the process ends
         streams::receiveDatagrams(socket, [&](std::string_view packet) { pictures.take(packet); });
         sink.ended("the socket broke");
     }).detach();
-    std::thread([] { loadGStreamer(); }).detach(); // while the first packet arrives
+    std::thread([] { makeUnitDecoder(); }).detach(); // while the first packet arrives
     if (!options.audioHost.empty()) {
         auto* sound = new PictureSound(sink); // never destroyed: it has its own threads
         endings.sound = [sound] { sound->end(); };

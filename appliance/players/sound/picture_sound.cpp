@@ -26,6 +26,8 @@ void PictureSound::playHttp(const streams::HttpSource& source, bool verbose) {
 }
 
 void PictureSound::beginRtp(const std::string& caps) {
+    if (begun_.exchange(true))
+        return;
     std::thread([this, caps] {
         SoundPlayer* player = load();
         if (player == nullptr)

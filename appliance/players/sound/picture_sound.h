@@ -29,7 +29,8 @@ public:
     // Plays the sound from that address, on a thread of its own, from the time when the picture is shown. Any thread, once.
     void playHttp(const streams::HttpSource& source, bool verbose);
 
-    // Prepares for packets with these caps, on a thread of its own, when the picture is shown. Any thread, once.
+    // Prepares for packets with these caps, on a thread of its own, when the picture is shown. Only the first call counts: a
+    // stream that comes from elsewhere goes on with the same sound. Any thread.
     void beginRtp(const std::string& caps);
     // Takes a packet; drops it while nothing plays it. For one thread.
     void feedRtp(std::string_view packet);
@@ -42,6 +43,7 @@ private:
 
     const StreamSink& sink_;
     std::atomic<SoundPlayer*> player_{nullptr}; // null: not loaded
+    std::atomic<bool> begun_{false};
     std::atomic<bool> takesPackets_{false};
 };
 

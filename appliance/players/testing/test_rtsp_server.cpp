@@ -5,6 +5,7 @@
 #include <gst/gst.h>
 #include <gst/rtsp-server/rtsp-server.h>
 #include <mutex>
+#include <stdexcept>
 #include <thread>
 #include <vector>
 
@@ -63,8 +64,21 @@ void configureMedia(GstRTSPMediaFactory* /*factory*/, GstRTSPMedia* media, void*
     care.notes->media.push_back(element);
 }
 
-void addUser(GstRTSPServer* server, GstRTSPMediaFactory* factory, bool digest) {
+// The certificate with which the server's connections begin.
+void setCertificate(GstRTSPAuth* auth, const std::string& pem) {
+    GError* error = nullptr;
+    GTlsCertificate* certificate =
+        g_tls_certificate_new_from_pem(pem.data(), static_cast<gssize>(pem.size()), &error);
+    if (certificate == nullptr)
+        throw std::runtime_error(std::string("no certificate: ") + error->message);
+    gst_rtsp_auth_set_tls_certificate(auth, certificate);
+    g_object_unref(certificate);
+}
+
+void addUser(GstRTSPServer* server, GstRTSPMediaFactory* factory, bool digest, const std::string& tls) {
     GstRTSPAuth* auth = gst_rtsp_auth_new();
+    if (!tls.empty())
+        setCertificate(auth, tls);
     gst_rtsp_auth_set_supported_methods(auth, digest ? GST_RTSP_AUTH_DIGEST : GST_RTSP_AUTH_BASIC);
     GstRTSPToken* token =
         gst_rtsp_token_new(GST_RTSP_TOKEN_MEDIA_FACTORY_ROLE, G_TYPE_STRING, "viewer", nullptr);
@@ -127,7 +141,7 @@ TestRtspServer::TestRtspServer(const RtspServerOptions& options) : state_(std::m
             new MediaCare{{options.source, 352, 288}, state_->notes});
     connect(state_->server, "client-connected", G_CALLBACK(noteClient), new SharedNotes(state_->notes));
     if (options.basic || options.digest)
-        addUser(state_->server, factory, options.digest);
+        addUser(state_->server, factory, options.digest, options.tls);
     GstRTSPMountPoints* mounts = gst_rtsp_server_get_mount_points(state_->server);
     gst_rtsp_mount_points_add_factory(mounts, options.path.c_str(), factory);
     g_object_unref(mounts);

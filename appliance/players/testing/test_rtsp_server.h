@@ -17,6 +17,8 @@ struct RtspServerOptions {
     bool digest = false;    // require viewer/secret
     bool multicast = false; // offer only multicast
     std::string path = "/mpeg4/1/media.orv";
+    // Certificate and key as PEM, with basic or digest: it speaks only TLS. "": it does not.
+    std::string tls{};
 };
 
 class TestRtspServer {

@@ -13,28 +13,24 @@ namespace {
 
 constexpr std::int64_t settledUs = 300'000;
 
-constexpr const char* sizeName = "Screen.Info.Size";
-constexpr const char* pidName = "Screen.Info.MonitorPid";
-constexpr const char* startName = "Screen.Info.MonitorStart";
-
 void set(const char* name, const std::string& value) {
     ParamWrapper(1, true)[name] = value.c_str();
 }
 
-bool isOurs(pid_t pid) {
-    return ParamWrapper(1, false)[pidName].toString() == std::to_string(pid);
+bool isOurs(pid_t pid, const ReportNames& names) {
+    return ParamWrapper(1, false)[names.pid].toString() == std::to_string(pid);
 }
 
 } // namespace
 
-ScreenReport::ScreenReport(pid_t pid) : pid_(pid) {}
+ScreenReport::ScreenReport(pid_t pid, const ReportNames& names) : pid_(pid), names_(names) {}
 
 void ScreenReport::write(const std::string& text) {
     if (written_.empty()) {
-        set(pidName, std::to_string(pid_));
-        set(startName, processStart(pid_));
+        set(names_.pid, std::to_string(pid_));
+        set(names_.start, processStart(pid_));
     }
-    set(sizeName, text);
+    set(names_.size, text);
     written_ = text;
 }
 
@@ -49,14 +45,14 @@ void ScreenReport::update(Size size, std::int64_t now) {
 }
 
 void withdrawSize(pid_t pid) {
-    if (isOurs(pid))
-        set(sizeName, "");
+    if (isOurs(pid, monitorReport))
+        set(monitorReport.size, "");
 }
 
-void withdrawReport(pid_t pid) {
-    if (!isOurs(pid))
+void withdrawReport(pid_t pid, const ReportNames& names) {
+    if (!isOurs(pid, names))
         return;
-    for (const char* name : {sizeName, startName, pidName})
+    for (const char* name : {names.size, names.start, names.pid})
         set(name, "");
 }
 

@@ -3,6 +3,7 @@
 #include "appliance/screen/appliance_view.h"
 #include "appliance/screen/composition.h"
 #include "appliance/screen/monitor/decoder_keys.h"
+#include "appliance/screen/monitor/screen_report.h"
 #include "appliance/screen/screen_settings.h"
 #include "appliance/screen/wall/tile_messages.h"
 
@@ -10,6 +11,7 @@
 #include <libcommon/events.h>
 
 #include <poll.h>
+#include <unistd.h>
 #include <utility>
 
 namespace screen {
@@ -39,7 +41,8 @@ private:
     ApplianceView appliance_;
     SettingsReader settings_;
     DecoderKeys keys_;
-    bool sized_ = false; // the wall has told the size
+    ScreenReport size_{getpid(), tileReport}; // for programs that choose by the size, such as camera-gateway
+    bool sized_ = false;                      // the wall has told the size
     bool supervisor_ = false;
     std::int64_t supervisorAgainAt_ = 0;
 
@@ -51,11 +54,14 @@ private:
 int TileService::run() {
     while (takeOrders()) {
         keys_.tick(gettimeusec());
+        if (sized_)
+            size_.update(composer_.look().screen.size, gettimeusec());
         if (sized_ && !report())
             break;
         pollfd readable{socket_, POLLIN, 0};
         poll(&readable, 1, intervalMs);
     }
+    withdrawReport(getpid(), tileReport);
     return 0;
 }
 

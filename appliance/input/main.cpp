@@ -1,0 +1,106 @@
+// `camera-input`: reads what the gateway can't read itself, and decodes what players can't decode. The gateway starts one
+// for each such camera; standard input is the socket to it (protocol/messages.h).
+#include "appliance/input/confinement.h"
+#include "appliance/input/container.h"
+#include "appliance/input/device_playback.h"
+#include "appliance/input/gateway_socket.h"
+#include "appliance/input/packets.h"
+
+#include <csignal>
+#include <cstdio>
+#include <cstring>
+#include <exception>
+#include <sys/prctl.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
+extern "C" {
+#include <libavutil/log.h>
+}
+
+namespace {
+
+constexpr const char* help = "Usage: camera-input\n\n"
+                             "Reads files, cameras at this machine and SRT streams for camera-gateway, and "
+                             "encodes what players can't decode.\n"
+                             "camera-gateway starts it; its standard input is a socket to the gateway.\n\n"
+                             "  --help      print this and exit\n"
+                             "  --version   print the version and exit\n";
+
+input::NeededRights rightsFor(const input::Request& request) {
+    switch (request.kind) {
+    case input::Kind::file:
+        return {.readable = {request.place}, .device = {}, .network = false};
+    case input::Kind::device:
+        return {.readable = {}, .device = {request.place}, .network = false};
+    case input::Kind::srt: // names are looked up with files and libraries of the system
+        return {.readable = {"/etc", "/usr", "/lib", "/run/systemd/resolve"}, .device = {}, .network = true};
+    case input::Kind::packets:
+        break;
+    }
+    return {};
+}
+
+[[noreturn]] void serve(input::GatewaySocket& socket) {
+    const auto [channel, text] = socket.receive();
+    const auto request = input::readRequest(text);
+    if (channel != input::ToInput::request || !request)
+        throw input::InputFailure{"the gateway's request can't be read"};
+    input::confine(rightsFor(*request));
+    switch (request->kind) {
+    case input::Kind::file:
+        input::playFile(socket, *request);
+    case input::Kind::device: {
+        input::VideoDevice device(input::DeviceCalls::ofSystem(), request->place);
+        input::playDevice(socket, device);
+    }
+    case input::Kind::srt:
+        input::receiveSrt(socket, *request);
+    case input::Kind::packets:
+        break;
+    }
+    input::encodePackets(socket, *request);
+}
+
+int run() {
+    input::GatewaySocket socket(STDIN_FILENO);
+    try {
+        try {
+            serve(socket);
+        } catch (const input::InputFailure& failure) {
+            socket.send(input::FromInput::failure, failure.reason);
+        } catch (const std::exception& error) {
+            socket.send(input::FromInput::failure, std::string("camera-input failed: ") + error.what());
+        }
+    } catch (const input::GatewayGone&) {
+        return 0;
+    }
+    return 1;
+}
+
+} // namespace
+
+int main(int argc, char** argv) {
+    if (argc == 2 && std::strcmp(argv[1], "--help") == 0) {
+        std::fputs(help, stdout);
+        return 0;
+    }
+    if (argc == 2 && std::strcmp(argv[1], "--version") == 0) {
+        std::puts(HOUSE_VERSION);
+        return 0;
+    }
+    struct stat in {};
+    if (argc != 1 || fstat(STDIN_FILENO, &in) != 0 || !S_ISSOCK(in.st_mode)) {
+        std::fputs(argc == 1
+                       ? "camera-input: standard input is not a socket: camera-gateway starts this program\n"
+                       : "camera-input: there are no other options than --help and --version\n",
+                   stderr);
+        return 2;
+    }
+    // It ends with the gateway, whatever ends that. One that ended before this call has closed the socket.
+    prctl(PR_SET_PDEATHSIG, SIGKILL);
+    std::signal(SIGPIPE, SIG_IGN);
+    av_log_set_level(AV_LOG_QUIET);
+    close_range(STDERR_FILENO + 1, ~0U, 0);
+    return run();
+}

@@ -1,0 +1,104 @@
+// A bare program that starts another one and sees it end. It links the libraries that the supervisor links, and nothing of
+// the supervisor is in it.
+//
+//   bare_launcher wait KB              takes KB kilobytes of memory of its own and sleeps
+//   bare_launcher launch KB PROGRAM    the same, starts the program, ends with it
+//   bare_launcher orders KB PROGRAM    for each line on standard input: starts the program and prints the time of the fork
+//                                      and its pid; for a line with "k" it kills the program first and prints the times of
+//                                      the kill and of SIGCHLD
+//
+// Times are nanoseconds on the clock that never jumps.
+#include <libcommon/clock.h>
+
+#include <csignal>
+#include <cstdio>
+#include <cstdlib>
+#include <cstring>
+#include <ctime>
+#include <sys/prctl.h>
+#include <sys/wait.h>
+#include <unistd.h>
+#include <vector>
+
+namespace {
+
+// ---- Process-wide: written by the handler of SIGCHLD, read by the main thread after it.
+volatile long long endedAt = 0;
+
+long long now() {
+    timespec time{};
+    clock_gettime(CLOCK_MONOTONIC, &time);
+    return static_cast<long long>(time.tv_sec) * 1'000'000'000 + time.tv_nsec;
+}
+
+pid_t start(char* program) {
+    const pid_t pid = fork();
+    if (pid == 0) {
+        sigset_t none;
+        sigemptyset(&none);
+        sigprocmask(SIG_SETMASK, &none, nullptr);
+        char* arguments[] = {program, nullptr};
+        execv(program, arguments);
+        _exit(13);
+    }
+    return pid;
+}
+
+// SIGCHLD is let in only while this waits.
+void awaitEnd(const sigset_t& waiting) {
+    while (endedAt == 0)
+        sigsuspend(&waiting);
+    waitpid(-1, nullptr, 0);
+}
+
+void obey(char* program) {
+    sigset_t blocked;
+    sigset_t waiting;
+    sigemptyset(&blocked);
+    sigaddset(&blocked, SIGCHLD);
+    sigprocmask(SIG_BLOCK, &blocked, &waiting);
+    std::signal(SIGCHLD, [](int) { endedAt = now(); });
+    char line[16];
+    pid_t pid = -1;
+    while (std::fgets(line, sizeof line, stdin) != nullptr) {
+        endedAt = 0;
+        const long long began = now();
+        if (line[0] == 'k') {
+            kill(pid, SIGKILL);
+            awaitEnd(waiting);
+            std::printf("%lld %lld\n", began, endedAt);
+        } else {
+            pid = start(program);
+            std::printf("%lld %d\n", began, pid);
+            if (line[0] == 'e')
+                awaitEnd(waiting);
+        }
+        std::fflush(stdout);
+    }
+    if (pid > 0)
+        kill(pid, SIGKILL);
+}
+
+} // namespace
+
+int main(int argc, char** argv) {
+    if (argc < 3 || (argc < 4 && std::strcmp(argv[1], "wait") != 0)) {
+        std::fputs("usage: bare_launcher wait|launch|orders KB [PROGRAM]\n", stderr);
+        return 2;
+    }
+    prctl(PR_SET_PDEATHSIG, SIGKILL);
+    gettimeusec(); // links the library
+    std::vector<char> memory(static_cast<std::size_t>(std::atol(argv[2])) * 1024);
+    for (std::size_t i = 0; i < memory.size(); i += 4096)
+        memory[i] = 1;
+    if (std::strcmp(argv[1], "orders") == 0) {
+        obey(argv[3]);
+    } else if (std::strcmp(argv[1], "launch") == 0) {
+        waitpid(start(argv[3]), nullptr, 0);
+    } else {
+        std::puts("ready");
+        std::fflush(stdout);
+        pause();
+    }
+    return memory.empty() ? 0 : memory[0] - 1;
+}
