@@ -1,4 +1,4 @@
-// GStreamer's RTSP server as a program: gst_server [--basic|--digest] [--tcp] ADDRESS PORT PATH PIPELINE. It
+// GStreamer's RTSP server as a program: gst_server [--basic|--digest] [--tcp] ADDRESS PORT PATH[,PATH...] PIPELINE. It
 // prints "ready" when it listens, and runs until it is ended. --basic and --digest ask for viewer/s3cret; --tcp offers RTP
 // on the RTSP connection only.
 #include "tests/peers/stock_rtsp_server.h"
@@ -19,7 +19,8 @@ int main(int argc, char** argv) {
             words.push_back(word);
     }
     if (words.size() != 4) {
-        std::fputs("usage: gst_server [--basic|--digest] [--tcp] ADDRESS PORT PATH PIPELINE\n", stderr);
+        std::fputs("usage: gst_server [--basic|--digest] [--tcp] ADDRESS PORT PATH[,PATH...] PIPELINE\n",
+                   stderr);
         return 2;
     }
     options.address = words[0];

@@ -143,7 +143,7 @@ def gst_rows():
     yield Row(peer, "H.264", "udp", url, gst("H.264", ["--digest"]), "Digest", short=True)
     yield Row(peer, "MJPEG", "tcp", url, gst("MJPEG", ["--digest", "--tcp"]), "Digest")
     yield Row(peer, "H.264, AAC", "udp", url, gst("H.264", sound=True), note="a Matroska file with sound")
-    yield Row(peer, "VP8", "udp", url, gst("VP8"), refused="VP8 can't be shown")
+    yield Row(peer, "VP8", "udp", url, gst("VP8"), note="decoded, and encoded as H.264")
 
 
 # ---- VLC ---------------------------------------------------------------------------------------------------------

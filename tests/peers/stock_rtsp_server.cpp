@@ -2,6 +2,7 @@
 
 #include <gst/gst.h>
 #include <gst/rtsp-server/rtsp-server.h>
+#include <sstream>
 #include <thread>
 
 namespace peers {
@@ -62,7 +63,11 @@ StockRtspServer::StockRtspServer(const StockRtspOptions& options) : state_(std::
     if (!options.track.empty())
         g_signal_connect(factory, "media-configure", G_CALLBACK(nameTrack), &state_->track);
     GstRTSPMountPoints* mounts = gst_rtsp_server_get_mount_points(state_->server);
-    gst_rtsp_mount_points_add_factory(mounts, options.path.c_str(), factory);
+    std::istringstream paths(options.path);
+    for (std::string path; std::getline(paths, path, ',');)
+        gst_rtsp_mount_points_add_factory(mounts, path.c_str(),
+                                          GST_RTSP_MEDIA_FACTORY(g_object_ref(factory)));
+    g_object_unref(factory);
     g_object_unref(mounts);
     gst_rtsp_server_attach(state_->server, state_->context);
     state_->thread = std::thread([state = state_.get()] {

@@ -8,11 +8,11 @@
 namespace peers {
 
 struct StockRtspOptions {
-    std::string path = "/mpeg4/1/media.orv";
-    std::string track{};  // its name; "": the server's default
-    bool basic = false;   // asks for the credentials viewer/s3cret
-    bool digest = false;  // asks for them with Digest instead
-    bool overTcp = false; // offers RTP on the RTSP connection only
+    std::string path = "/mpeg4/1/media.orv"; // or several, with commas
+    std::string track{};                     // its name; "": the server's default
+    bool basic = false;                      // asks for the credentials viewer/s3cret
+    bool digest = false;                     // asks for them with Digest instead
+    bool overTcp = false;                    // offers RTP on the RTSP connection only
     std::string address = "127.0.0.1";
     std::string port = "0"; // "0": any free one
     std::string pipeline = "( videotestsrc is-live=true ! jpegenc ! rtpjpegpay name=pay0 pt=26 )";
