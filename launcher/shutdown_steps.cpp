@@ -24,6 +24,16 @@ constexpr bool isPossible = false;
 constexpr bool isPossible = true;
 #endif
 
+// The calls that take a timespec as the C library has it: with 64-bit times, also where a long has 32 bits.
+static_assert(sizeof(time_t) == 8);
+#if defined(SYS_clock_gettime64)
+constexpr long clockCall = SYS_clock_gettime64;
+constexpr long sleepCall = SYS_clock_nanosleep_time64;
+#else
+constexpr long clockCall = SYS_clock_gettime;
+constexpr long sleepCall = SYS_clock_nanosleep;
+#endif
+
 constexpr std::int64_t never = 0;
 constexpr std::int64_t stepLimit = 1000; // milliseconds
 constexpr std::int64_t restLimit = 5000;
@@ -41,15 +51,15 @@ alignas(16) std::array<char, std::size_t{32} * 1024> watchdogStack;
 
 WATCHDOG std::int64_t now() {
     timespec time{};
-    syscall(SYS_clock_gettime, CLOCK_MONOTONIC, &time);
+    syscall(clockCall, CLOCK_MONOTONIC, &time);
     return std::int64_t{time.tv_sec} * 1000 + time.tv_nsec / 1000000;
 }
 
 WATCHDOG void sleepFor(std::int64_t milliseconds) {
     timespec time{};
-    time.tv_sec = milliseconds / 1000;
-    time.tv_nsec = milliseconds % 1000 * 1000000;
-    syscall(SYS_nanosleep, &time, nullptr);
+    time.tv_sec = static_cast<time_t>(milliseconds / 1000);
+    time.tv_nsec = static_cast<long>(milliseconds % 1000) * 1000000;
+    syscall(sleepCall, CLOCK_MONOTONIC, 0, &time, nullptr);
 }
 
 WATCHDOG std::int64_t load(const std::int64_t& value) {

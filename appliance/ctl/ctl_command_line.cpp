@@ -14,7 +14,8 @@ class CommandLine {
 public:
     CommandLine() : app_("Talks to the network video decoder of this machine.", "decoderctl") {
         app_.footer("Exit status: 0 done, 1 refused or failed, 2 usage.\n"
-                    "The decoder is the one below the directory in APPLIANCE_ROOT. Without it: the installed one, in\n"
+                    "The decoder is the one below the directory in APPLIANCE_ROOT. Without it: the installed "
+                    "one, in\n"
                     "/var/lib/decoder, or if there is none, the one below /.");
         app_.set_version_flag("--version", HOUSE_VERSION);
         app_.add_flag("--json", request.json, "Answer in JSON, for programs");
@@ -156,8 +157,8 @@ private:
         added->add_option("NAME", request.name, "The name of the new source");
         CLI::Option* url = added->add_option(
             "URL", request.url,
-            "rtsp://HOST/PATH, rtsps://, http:// or https://; a password in it is hidden from the "
-            "process list");
+            "rtsp://HOST/PATH, rtsps://, http://, https://, srt://HOST:PORT, file:///PATH or /dev/video0; a "
+            "password in it is hidden from the process list");
         added
             ->add_option("--sub", request.subUrl,
                          "The URL of a smaller stream of the camera, for small screens")

@@ -1,4 +1,4 @@
-// What decoderctl's front hides: user name and password in URLs, and the value for a parameter that is a password.
+// What decoderctl's front hides: user name, password and passphrase in URLs, and the value for a parameter that is a password.
 #include "appliance/front/hiding.h"
 
 #include <cstring>
@@ -23,6 +23,15 @@ void hideInUrl(char* argument) {
     }
 }
 
+// The value of an SRT stream's "passphrase" among the options of its URL.
+void hideOption(char* argument) {
+    constexpr const char* name = "passphrase=";
+    for (char* at = argument; (at = std::strstr(at, name)) != nullptr;) {
+        at += std::strlen(name);
+        std::memset(at, '*', std::strcspn(at, "&#"));
+    }
+}
+
 bool namesPassword(std::string_view argument) {
     constexpr std::string_view end = ".password";
     return argument.size() > end.size() &&
@@ -34,6 +43,7 @@ bool namesPassword(std::string_view argument) {
 void hideSecrets(int argc, char** argv) {
     for (int i = 1; i < argc; ++i) {
         hideInUrl(argv[i]);
+        hideOption(argv[i]);
         if (i > 1 && namesPassword(argv[i - 1]))
             std::memset(argv[i], '*', std::strlen(argv[i]));
     }

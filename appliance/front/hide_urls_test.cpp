@@ -22,6 +22,13 @@ TEST(HideUrls, UserAndPasswordOfAUrlAreOverwritten) {
     EXPECT_EQ(hidden({"rtsp://me:se@cr@camera"}).front(), "rtsp://********@camera");
 }
 
+TEST(HideUrls, ThePassphraseOfAUrlIsOverwritten) {
+    EXPECT_EQ(hidden({"srt://camera:9000?passphrase=secret&latency=20"}).front(),
+              "srt://camera:9000?passphrase=******&latency=20");
+    EXPECT_EQ(hidden({"srt://camera:9000?latency=20&passphrase=s%26"}).front(),
+              "srt://camera:9000?latency=20&passphrase=****");
+}
+
 TEST(HideUrls, OtherArgumentsStay) {
     for (const char* argument :
          {"rtsp://camera/a@b", "rtsp://camera:554/live?x=@", "me@camera", "http://", ""})

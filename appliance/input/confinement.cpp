@@ -79,6 +79,9 @@ void confineCalls(bool network) {
         SYS_execve, SYS_execveat, SYS_ptrace, SYS_process_vm_readv, SYS_process_vm_writev,
         SYS_mount,  SYS_setuid,   SYS_setgid, SYS_unshare,          SYS_setns,
         SYS_bpf,    SYS_keyctl};
+#if defined(SYS_setuid32)
+    refused.insert(refused.end(), {SYS_setuid32, SYS_setgid32});
+#endif
     if (!network)
         refused.insert(refused.end(), {SYS_socket, SYS_connect, SYS_bind, SYS_listen});
     std::vector<sock_filter> program{load(offsetof(seccomp_data, arch)),

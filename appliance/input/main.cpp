@@ -10,6 +10,7 @@
 #include <cstdio>
 #include <cstring>
 #include <exception>
+#include <fcntl.h>
 #include <sys/prctl.h>
 #include <sys/stat.h>
 #include <unistd.h>
@@ -41,11 +42,20 @@ input::NeededRights rightsFor(const input::Request& request) {
     return {};
 }
 
+// libsrt prints what it meets. What a person has to know is in the reason.
+void silence() {
+    const int nothing = open("/dev/null", O_WRONLY | O_CLOEXEC);
+    dup2(nothing, STDERR_FILENO);
+    close(nothing);
+}
+
 [[noreturn]] void serve(input::GatewaySocket& socket) {
     const auto [channel, text] = socket.receive();
     const auto request = input::readRequest(text);
     if (channel != input::ToInput::request || !request)
         throw input::InputFailure{"the gateway's request can't be read"};
+    if (request->kind == input::Kind::srt)
+        silence();
     input::confine(rightsFor(*request));
     switch (request->kind) {
     case input::Kind::file:
@@ -100,6 +110,7 @@ int main(int argc, char** argv) {
     // It ends with the gateway, whatever ends that. One that ended before this call has closed the socket.
     prctl(PR_SET_PDEATHSIG, SIGKILL);
     std::signal(SIGPIPE, SIG_IGN);
+    std::signal(SIGXFSZ, SIG_IGN); // writing to a file fails, and no more
     av_log_set_level(AV_LOG_QUIET);
     close_range(STDERR_FILENO + 1, ~0U, 0);
     return run();

@@ -156,6 +156,20 @@ private:
     SoundEncoder encoder_;
 };
 
+// The packetizer wants to know the sampling, which a camera's pictures have and its parameters do not.
+void completeJpeg(AVCodecParameters& parameters, const AVPacket& first) {
+    const Av<AVCodecContext> decoder = parameters.format == AV_PIX_FMT_NONE ? decoderOf(parameters) : nullptr;
+    const Av<AVFrame> frame(av_frame_alloc());
+    if (decoder == nullptr || avcodec_send_packet(decoder.get(), &first) < 0)
+        return;
+    avcodec_send_packet(decoder.get(), nullptr);
+    if (avcodec_receive_frame(decoder.get(), frame.get()) < 0)
+        return;
+    parameters.format = frame->format;
+    parameters.width = frame->width;
+    parameters.height = frame->height;
+}
+
 // Tries it: only some kinds of JPEG have a form in RTP.
 bool rtpCarries(const AVCodecParameters& parameters, const AVPacket& first) {
     std::size_t packets = 0;
@@ -217,9 +231,13 @@ bool isHandedOn(const AVCodecParameters& sound) {
 
 std::unique_ptr<Track> videoTrack(Output& output, const AVCodecParameters& parameters,
                                   const AVPacket* first) {
-    if (!isHandedOn(parameters, first))
+    const Av<AVCodecParameters> complete(avcodec_parameters_alloc());
+    avcodec_parameters_copy(complete.get(), &parameters);
+    if (parameters.codec_id == AV_CODEC_ID_MJPEG && first != nullptr)
+        completeJpeg(*complete, *first);
+    if (!isHandedOn(*complete, first))
         return std::make_unique<EncodedVideo>(output, parameters);
-    output.addVideo(parameters);
+    output.addVideo(*complete);
     return std::make_unique<CopiedTrack>(output, true, parameters);
 }
 

@@ -4,12 +4,16 @@
 #include "appliance/input/video_device.h"
 
 #include <cerrno>
+#include <cstdio> // jpeglib.h needs FILE
+#include <cstdlib>
 #include <cstring>
 #include <gmock/gmock.h>
 #include <linux/videodev2.h>
 #include <map>
 #include <sys/socket.h>
 #include <unistd.h>
+
+#include <jpeglib.h>
 
 namespace input {
 namespace {
@@ -188,8 +192,7 @@ std::vector<std::string> encodedPictures(AVCodecID codec, AVPixelFormat format, 
         frame->format = format;
         frame->pts = static_cast<std::int64_t>(i);
         av_frame_get_buffer(frame.get(), 0);
-        for (int plane = 0; plane < 3; ++plane)
-            std::memset(frame->buf[plane]->data, 128 + static_cast<int>(i), frame->buf[plane]->size);
+        std::memset(frame->buf[0]->data, 128 + static_cast<int>(i), frame->buf[0]->size);
         const Av<AVPacket> packet(av_packet_alloc());
         avcodec_send_frame(encoder.get(), frame.get());
         while (avcodec_receive_packet(encoder.get(), packet.get()) == 0)
@@ -242,10 +245,38 @@ TEST(VideoDevice, SilenceIsAFailure) {
     EXPECT_THROW(device.next([](std::string_view, std::int64_t) {}), InputFailure);
 }
 
+// As most cameras make them: half as many samples of colour in a row.
+std::string cameraJpeg() {
+    jpeg_compress_struct encoder{};
+    jpeg_error_mgr errors{};
+    encoder.err = jpeg_std_error(&errors);
+    jpeg_create_compress(&encoder);
+    unsigned char* out = nullptr;
+    unsigned long size = 0;
+    jpeg_mem_dest(&encoder, &out, &size);
+    encoder.image_width = 320;
+    encoder.image_height = 240;
+    encoder.input_components = 3;
+    encoder.in_color_space = JCS_RGB;
+    jpeg_set_defaults(&encoder);
+    encoder.comp_info[0].h_samp_factor = 2;
+    encoder.comp_info[0].v_samp_factor = 1;
+    jpeg_start_compress(&encoder, TRUE);
+    std::string row(3 * 320, 'x');
+    auto* bytes = reinterpret_cast<JSAMPLE*>(row.data());
+    while (encoder.next_scanline < encoder.image_height)
+        jpeg_write_scanlines(&encoder, &bytes, 1);
+    jpeg_finish_compress(&encoder);
+    std::string jpeg(reinterpret_cast<const char*>(out), size);
+    jpeg_destroy_compress(&encoder);
+    std::free(out);
+    return jpeg;
+}
+
 TEST(DevicePlayback, HandsMotionJpegOn) {
     FakeDevice fake;
     fake.sizes = {{320, 240}};
-    fake.pictures = encodedPictures(AV_CODEC_ID_MJPEG, AV_PIX_FMT_YUVJ422P, 3);
+    fake.pictures.assign(3, cameraJpeg());
     auto messages = played(fake);
     EXPECT_THAT(messages[description].at(0), HasSubstr("m=video 0 RTP/AVP 26"));
     EXPECT_EQ(messages[encoded].size(), 0U);

@@ -23,9 +23,17 @@ constexpr int lookAgainMs = 20;
 // Removing a store does not wake its waiters, so they look after this time, in milliseconds.
 constexpr int futexSliceMs = 200;
 
+// The call that takes a timespec as the C library has it: with 64-bit times, also where a long has 32 bits.
+static_assert(sizeof(time_t) == 8);
+#if defined(SYS_futex_time64)
+constexpr long futexCall = SYS_futex_time64;
+#else
+constexpr long futexCall = SYS_futex;
+#endif
+
 void futexWait(std::atomic<std::uint32_t>& word, std::uint32_t seen, int timeoutMs) {
     const timespec timeout{timeoutMs / 1000, timeoutMs % 1000 * 1'000'000L};
-    syscall(SYS_futex, reinterpret_cast<std::uint32_t*>(&word), FUTEX_WAIT, seen, &timeout, nullptr, 0);
+    syscall(futexCall, reinterpret_cast<std::uint32_t*>(&word), FUTEX_WAIT, seen, &timeout, nullptr, 0);
 }
 
 // How long a drawing does not ask for memory again after there was none.

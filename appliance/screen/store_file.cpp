@@ -34,7 +34,7 @@ constexpr std::size_t headerBytes = wholePages(sizeof(StoreHeader));
 constexpr std::size_t smallestSlot = wholePages(std::size_t(4) * 720 * 576); // a black picture of either mode
 constexpr std::size_t largestSlot = std::size_t(4) * maxPictureSide * maxPictureSide;
 
-std::uint64_t sizeWithSlots(std::size_t slotBytes) {
+std::size_t sizeWithSlots(std::size_t slotBytes) {
     return headerBytes + slotCount * slotBytes;
 }
 
@@ -42,7 +42,7 @@ std::uint64_t sizeWithSlots(std::size_t slotBytes) {
 std::optional<std::size_t> slotBytesIn(std::uint64_t fileSize) {
     if (fileSize < sizeWithSlots(smallestSlot) || fileSize > sizeWithSlots(largestSlot))
         return std::nullopt;
-    const std::uint64_t slotBytes = (fileSize - headerBytes) / slotCount;
+    const auto slotBytes = static_cast<std::size_t>((fileSize - headerBytes) / slotCount);
     if (slotBytes % pageSize != 0 || sizeWithSlots(slotBytes) != fileSize)
         return std::nullopt;
     return slotBytes;

@@ -43,7 +43,8 @@ std::optional<JpegSize> wholeJpeg(std::string_view bytes) {
             position += 2;
             continue;
         }
-        if (marker >= 0xc0 && marker <= 0xc2) { // baseline, extended, progressive
+        // Baseline, extended, progressive; the last two with arithmetic coding.
+        if ((marker >= 0xc0 && marker <= 0xc2) || marker == 0xc9 || marker == 0xca) {
             const JpegSize size{wordAt(bytes, position + 7), wordAt(bytes, position + 5)};
             return size.width > 0 && size.height > 0 ? std::optional(size) : std::nullopt;
         }

@@ -51,8 +51,8 @@ RtspStream::RtspStream(RtspSource source, RtspReceiver receiver)
       url_(urlOf(source_)), reporter_(g_random_int()), wake_(eventfd(0, EFD_CLOEXEC | EFD_NONBLOCK)) {}
 
 RtspStream::~RtspStream() {
-    for (const int fd : {wake_, video_.sockets.data, video_.sockets.control, sound_.sockets.data,
-                         sound_.sockets.control})
+    for (const int fd :
+         {wake_, video_.sockets.data, video_.sockets.control, sound_.sockets.data, sound_.sockets.control})
         if (fd >= 0)
             close(fd);
 }

@@ -1,11 +1,13 @@
 #include "bench/screen/decoder_side.h"
 
+#include "appliance/streams/kept_status.h"
 #include "bench/log_time.h"
 #include "bench/samples.h"
 
 #include <libcommon/events.h>
 
 #include <csignal>
+#include <stdexcept>
 #include <utility>
 
 namespace bench {
@@ -14,8 +16,20 @@ using appliance::Appliance;
 using appliance::CameraGateway;
 using appliance::Process;
 
-DecoderSide::DecoderSide(Appliance& decoder, const x_server::XServer& server, bool warm, int keepMs)
-    : decoder_(decoder), server_(server), warm_(warm), keepMs_(keepMs) {}
+namespace {
+
+std::size_t keptSources() {
+    std::size_t count = 0;
+    for (const streams::KeptReport& one :
+         streams::askKeeper(2000).value_or(std::vector<streams::KeptReport>()))
+        count += one.kept ? one.sources.size() : 0;
+    return count;
+}
+
+} // namespace
+
+DecoderSide::DecoderSide(Appliance& decoder, const x_server::XServer& server, bool warm)
+    : decoder_(decoder), server_(server), warm_(warm) {}
 
 void DecoderSide::show(int source) {
     if (monitor_ == nullptr)
@@ -39,7 +53,8 @@ void DecoderSide::end() {
 void DecoderSide::begin() {
     if (warm_) {
         keeper_ = std::make_unique<CameraGateway>(decoder_);
-        appliance::pause(std::chrono::milliseconds(keepMs_));
+        if (!appliance::eventually([] { return keptSources() == 2; }))
+            throw std::runtime_error("its sources are not kept");
     }
     monitor_ = std::make_unique<Process>(
         std::vector<std::string>{Appliance::program("decoder-monitor"), "--fullscreen"},

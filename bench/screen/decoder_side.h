@@ -10,13 +10,13 @@
 
 namespace bench {
 
-// The decoder with its monitor on one display. It must run in manual mode, disconnected. Warm: with the service that keeps
-// its sources open.
+// The decoder with its monitor on one display. It must run in manual mode, disconnected, with two sources that have been
+// detected. Warm: with the service that keeps them open.
 class DecoderSide : public Side {
 public:
-    // `keepMs`: how long the service needs to hold a key picture of each source.
-    DecoderSide(appliance::Appliance& decoder, const x_server::XServer& server, bool warm, int keepMs);
+    DecoderSide(appliance::Appliance& decoder, const x_server::XServer& server, bool warm);
 
+    // Throws std::runtime_error when the sources are not kept. Waits for that before the first one.
     void show(int source) override;
     void end() override;
 
@@ -26,7 +26,6 @@ private:
     appliance::Appliance& decoder_;
     const x_server::XServer& server_;
     const bool warm_;
-    const int keepMs_;
     std::unique_ptr<appliance::Process> monitor_;
     std::unique_ptr<appliance::CameraGateway> keeper_;
 };

@@ -5,9 +5,12 @@
 #include <csignal>
 #include <cstdlib>
 #include <fcntl.h>
+#include <fstream>
+#include <set>
 #include <stdexcept>
 #include <sys/wait.h>
 #include <unistd.h>
+#include <vector>
 
 namespace bench {
 
@@ -15,21 +18,41 @@ long privateKilobytes(int pid) {
     return static_cast<long>(privateMegabytesOf({pid}) * 1024);
 }
 
-BareLauncher::BareLauncher(long kilobytes, const std::string& program,
+namespace {
+
+std::set<std::string> librariesOf(int pid) {
+    std::set<std::string> libraries;
+    std::ifstream maps("/proc/" + std::to_string(pid) + "/maps");
+    for (std::string line; std::getline(maps, line);)
+        if (const std::size_t path = line.find('/');
+            path != std::string::npos && line.find(".so", path) != std::string::npos)
+            libraries.insert(line.substr(path));
+    return libraries;
+}
+
+} // namespace
+
+BareLauncher::BareLauncher(int like, const std::string& program,
                            const std::map<std::string, std::string>& variables) {
     int input[2];
     int output[2];
     if (pipe2(input, O_CLOEXEC) != 0 || pipe2(output, O_CLOEXEC) != 0)
         throw std::runtime_error("no pipe");
-    const std::string launcher = benchProgram("bare_launcher");
-    const std::string size = std::to_string(kilobytes);
+    std::vector<std::string> command{benchProgram("bare_launcher"), "orders",
+                                     std::to_string(privateKilobytes(like)), program};
+    for (const std::string& library : librariesOf(like))
+        command.push_back(library);
+    std::vector<char*> arguments;
+    for (std::string& word : command)
+        arguments.push_back(word.data());
+    arguments.push_back(nullptr);
     pid_ = fork();
     if (pid_ == 0) {
         dup2(input[0], STDIN_FILENO);
         dup2(output[1], STDOUT_FILENO);
         for (const auto& [name, value] : variables)
             setenv(name.c_str(), value.c_str(), 1);
-        execl(launcher.c_str(), launcher.c_str(), "orders", size.c_str(), program.c_str(), nullptr);
+        execv(arguments[0], arguments.data());
         _exit(13);
     }
     close(input[0]);

@@ -13,9 +13,9 @@ namespace bench {
 // A running bare_launcher that takes orders. The destructor ends it. One thread.
 class BareLauncher {
 public:
-    // With that many kilobytes of memory of its own; it starts `program` with these variables.
-    BareLauncher(long kilobytes, const std::string& program,
-                 const std::map<std::string, std::string>& variables);
+    // With as much memory of its own as the process `like`, and the same libraries loaded, so that a fork takes as long. It
+    // starts `program` with these variables.
+    BareLauncher(int like, const std::string& program, const std::map<std::string, std::string>& variables);
     ~BareLauncher();
     BareLauncher(const BareLauncher&) = delete;
     BareLauncher& operator=(const BareLauncher&) = delete;

@@ -3,9 +3,10 @@
 //
 //   bare_launcher wait KB              takes KB kilobytes of memory of its own and sleeps
 //   bare_launcher launch KB PROGRAM    the same, starts the program, ends with it
-//   bare_launcher orders KB PROGRAM    for each line on standard input: starts the program and prints the time of the fork
-//                                      and its pid; for a line with "k" it kills the program first and prints the times of
-//                                      the kill and of SIGCHLD
+//   bare_launcher orders KB PROGRAM LIBRARY...
+//                                      loads the libraries; then, for each line on standard input: "s" starts the program
+//                                      and prints the time of the fork and its pid; "e" awaits its end, too; "k" kills it
+//                                      and prints the times of the kill and of SIGCHLD
 //
 // Times are nanoseconds on the clock that never jumps.
 #include <libcommon/clock.h>
@@ -15,6 +16,7 @@
 #include <cstdlib>
 #include <cstring>
 #include <ctime>
+#include <dlfcn.h>
 #include <sys/prctl.h>
 #include <sys/wait.h>
 #include <unistd.h>
@@ -83,7 +85,7 @@ void obey(char* program) {
 
 int main(int argc, char** argv) {
     if (argc < 3 || (argc < 4 && std::strcmp(argv[1], "wait") != 0)) {
-        std::fputs("usage: bare_launcher wait|launch|orders KB [PROGRAM]\n", stderr);
+        std::fputs("usage: bare_launcher wait|launch|orders KB [PROGRAM [LIBRARY...]]\n", stderr);
         return 2;
     }
     prctl(PR_SET_PDEATHSIG, SIGKILL);
@@ -92,6 +94,8 @@ int main(int argc, char** argv) {
     for (std::size_t i = 0; i < memory.size(); i += 4096)
         memory[i] = 1;
     if (std::strcmp(argv[1], "orders") == 0) {
+        for (int i = 4; i < argc; ++i)
+            dlopen(argv[i], RTLD_NOW);
         obey(argv[3]);
     } else if (std::strcmp(argv[1], "launch") == 0) {
         waitpid(start(argv[3]), nullptr, 0);

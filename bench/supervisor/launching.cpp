@@ -31,7 +31,7 @@ bool measureLaunch(const SupervisorOptions& options) {
     if (!decoder.start({}))
         return fails("the first player does not start");
     Starts bareStarts(decoder.appliance().root() + "/run/bare");
-    BareLauncher bare(privateKilobytes(decoder.supervisor()), benchProgram("first_instruction"),
+    BareLauncher bare(decoder.supervisor(), benchProgram("first_instruction"),
                       {{"BENCH_STARTS", bareStarts.file()}});
     for (int i = 0; i < options.repetitions; ++i) {
         appliance::pause(std::chrono::milliseconds(50));
@@ -54,8 +54,7 @@ bool measureDeath(const SupervisorOptions& options) {
     TinyDecoder decoder;
     if (!decoder.start({"-v"}))
         return fails("the first player does not start");
-    BareLauncher bare(privateKilobytes(decoder.supervisor()), benchProgram("tiny_player"),
-                      {{"TINY_PLAYER_ALONE", "1"}});
+    BareLauncher bare(decoder.supervisor(), benchProgram("tiny_player"), {{"TINY_PLAYER_ALONE", "1"}});
     const std::string reaction = "-> CURRENT_PLAYER_CRASHED_DURING_PLAYING(";
     const double logBegan = beginOfLog(decoder.appliance());
     for (int i = 0; i < options.repetitions; ++i) {

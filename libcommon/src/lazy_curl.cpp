@@ -57,14 +57,11 @@ Kind kindOf(int option) {
 // The one value of a call with an option, passed on to `function`.
 template<class Function, class Handle, class Option>
 auto passValue(Function* function, Handle* handle, Option option, va_list values) {
-    switch (kindOf(static_cast<int>(option))) {
-    case Kind::offset:
+    const Kind kind = kindOf(static_cast<int>(option));
+    if (kind == Kind::offset)
         return function(handle, option, va_arg(values, curl_off_t));
-    case Kind::pointer:
+    if (kind == Kind::pointer)
         return function(handle, option, va_arg(values, void*));
-    case Kind::number:
-        break;
-    }
     return function(handle, option, va_arg(values, long));
 }
 

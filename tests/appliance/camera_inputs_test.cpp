@@ -79,7 +79,12 @@ protected:
         decoder.start();
         EXPECT_TRUE(decoder.showsMoving(mark)) << url << '\n' << gateway.log();
         EXPECT_EQ(decoder.sourceValue(0, "Reason"), "") << url;
-        EXPECT_THAT(decoder.ctl({"source", "0"}).output, HasSubstr("Encoded=" + encoded + "\n")) << url;
+        EXPECT_TRUE(eventually([&] {
+            return decoder.ctl({"source", "0"}).output.find("\nEncoded=" + encoded + "\n") !=
+                   std::string::npos;
+        })) << url
+            << '\n'
+            << decoder.ctl({"source", "0"}).output;
         EXPECT_EQ(decoder.sourceValue(0, "VideoSourceType"), "rtsp-tcp");
     }
     std::string reasonFor(const std::string& url) {

@@ -151,14 +151,16 @@ protected:
     }
     void expectPlayedWithTheRightPasswordOnly(const std::string& url, int mark) {
         decoder_.addSource("Right", {{"URL", url}, {"UserName", "viewer"}, {"Password", "s3cret"}});
-        decoder_.addSource("Wrong", {{"URL", url}, {"UserName", "viewer"}, {"Password", "another"}});
         const CameraGateway gateway(decoder_);
         decoder_.start();
         EXPECT_TRUE(decoder_.showsMoving(mark)) << gateway.log();
-        EXPECT_TRUE(eventually([&] {
-            return decoder_.sourceValue(1, "Reason").find("refuses the user name or password") !=
-                   std::string::npos;
-        })) << decoder_.sourceValue(1, "Reason");
+        const std::string place = url.substr(url.find("//") + 2);
+        EXPECT_THAT(
+            decoder_.ctl({"add", "Wrong", url.substr(0, url.find("//") + 2) + "viewer:another@" + place})
+                .errors,
+            HasSubstr("refuses the user name or password"));
+        EXPECT_THAT(decoder_.ctl({"add", "None", url}).errors,
+                    HasSubstr("asks for a user name and a password"));
         EXPECT_EQ(decoder_.sourceValue(0, "Reason"), "");
     }
 

@@ -93,10 +93,9 @@ TEST_F(CameraQuality, MainAndSubAreTakenWhateverTheScreen) {
     start();
     expectShown(mainMark);
     EXPECT_EQ(decoder_.ctl({"set", "Encoder.Yard.Quality", "sub"}).status, 0);
-    EXPECT_TRUE(eventually([&] {
-        decoder_.ctl({"set", "Encoder.Yard.DisplayTime", "11"}); // something for apply to do
-        return decoder_.ctl({"apply"}).status == 0;
-    }));
+    EXPECT_EQ(decoder_.ctl({"set", "Encoder.Yard.DisplayTime", "11"}).status, 0); // for apply to do something
+    appliance::pause(std::chrono::milliseconds(1500)); // the gateway has read the file by then
+    EXPECT_EQ(decoder_.ctl({"apply"}).status, 0);
     expectShown(subMark);
 }
 
@@ -121,7 +120,7 @@ TEST_F(CameraStreams, TheStatusTellsWhatTheStreamIs) {
     decoder_.addSource("Yard", {{"URL", url(camera->address())}, {"Transport", "tcp"}});
     start();
     expectShown(mainMark);
-    EXPECT_TRUE(eventually([&] { return decoder_.sourceValue(0, "FrameRate").starts_with("2"); }))
+    EXPECT_TRUE(eventually([&] { return std::atof(decoder_.sourceValue(0, "FrameRate").c_str()) > 5; }))
         << decoder_.ctl({"source", "0"}).output;
     EXPECT_EQ(decoder_.sourceValue(0, "Codec"), "H264");
     EXPECT_EQ(decoder_.sourceValue(0, "Resolution"), "352x288");
@@ -142,17 +141,14 @@ TEST_F(CameraStreams, TheStatusTellsWhatTheStreamIs) {
 
 // ---- Streams without key pictures.
 
-// An encoder that refreshes a part of each picture, and one picture in ten for a decoder to begin with, or none that it
-// tells (`messages` false: without the messages that name them).
-std::string refreshing(bool messages) {
-    const std::string encoder =
-        "x264enc tune=zerolatency speed-preset=ultrafast bitrate=1500 key-int-max=25 intra-refresh=true ! ";
-    // config-interval 0: the parameter sets are in the description only.
-    return encoder + (messages ? "" : "h264parse ! ") + "rtph264pay name=pay0 pt=96 config-interval=0";
-}
+// An encoder that refreshes a part of each picture and marks one in 25 as a recovery point. Its parameter sets are in the
+// description only.
+constexpr const char* refreshing =
+    "x264enc tune=zerolatency speed-preset=ultrafast bitrate=1500 key-int-max=25 "
+    "intra-refresh=true ! rtph264pay name=pay0 pt=96 config-interval=0";
 
 TEST_F(CameraStreams, AStreamWithoutKeyPicturesShowsWhoeverJoinsIt) {
-    const TestRtspServer camera({.encoding = refreshing(true), .path = "/live"});
+    const TestRtspServer camera({.encoding = refreshing, .path = "/live"});
     const std::string place = "127.0.0.1:" + std::to_string(camera.port());
     decoder_.addSource("Yard", {{"URL", "rtsp://" + place + "/live"}});
     // The gateway that comes first gets the only key picture; the second one joins in the middle.
@@ -243,7 +239,7 @@ TEST_F(CameraStreams, HostileCamerasCostTheOthersNothing) {
         expectShown(mainMark);
     }
     EXPECT_EQ(decoder_.playerPid(), player);
-    EXPECT_TRUE(eventually([&] { return decoder_.sourceValue(0, "FrameRate").starts_with("2"); }));
+    EXPECT_TRUE(eventually([&] { return std::atof(decoder_.sourceValue(0, "FrameRate").c_str()) > 5; }));
     EXPECT_EQ(decoder_.ctl({"sources", "--names"}).output, "Yard\nHostile 0\nHostile 1\nHostile 2\n");
 }
 

@@ -86,7 +86,9 @@ class Front:
                 continue
             head = waiting[:end + 4].decode("latin-1")
             waiting = waiting[end + 4:]
-            if self.is_allowed(head):
+            if self.user is None:
+                camera.sendall(head.encode("latin-1"))
+            elif self.is_allowed(head):
                 camera.sendall(re.sub(r"^Authorization:.*?\r\n", "", head, flags=re.M | re.I).encode("latin-1"))
             else:
                 client.sendall(self.refusal(head))

@@ -14,6 +14,11 @@
 namespace gateway {
 namespace {
 
+bool isAddress(const std::string& text) {
+    in_addr number{};
+    return inet_pton(AF_INET, text.c_str(), &number) == 1;
+}
+
 bool isGroup(const std::string& address) {
     in_addr number{};
     return inet_pton(AF_INET, address.c_str(), &number) == 1 && IN_MULTICAST(ntohl(number.s_addr));
@@ -72,7 +77,7 @@ bool Reception::accept(const std::string& transport) {
         ready_ = joinGroup(transport);
     } else {
         const int port = streams::numberAt(streams::parameterIn(transport, "server_port"));
-        reportAddress_ = dialogue_.peer();
+        reportAddress_ = sender_ = dialogue_.peer();
         reportPort_ = port > 0 ? port + 1 : 0;
         ready_ = true;
     }
@@ -92,6 +97,9 @@ bool Reception::joinGroup(const std::string& transport) {
         return streams::joinGroup(group, static_cast<std::uint16_t>(at), dialogue_.local());
     };
     sockets_ = {.data = join(port), .control = join(port + 1), .port = static_cast<std::uint16_t>(port)};
+    // A camera with several addresses may send from another one than it was asked at.
+    const std::string source = streams::parameterIn(transport, "source");
+    sender_ = isAddress(source) ? source : "";
     reportAddress_ = group;
     reportPort_ = port + 1;
     return sockets_.data >= 0 && sockets_.control >= 0;
@@ -102,12 +110,12 @@ bool Reception::joinGroup(const std::string& transport) {
 void Reception::listen() {
     order_ = std::make_unique<Reordering>([this](std::string_view packet) { takePacket(packet); });
     loop_.watch(sockets_.data, EPOLLIN, [this](std::uint32_t /*events*/) {
-        streams::receiveWaiting(sockets_.data, dialogue_.peer(),
+        streams::receiveWaiting(sockets_.data, sender_,
                                 [this](std::string_view packet) { order_->add(packet, gettimeusec()); });
         events_.pause();
     });
     loop_.watch(sockets_.control, EPOLLIN, [this](std::uint32_t /*events*/) {
-        streams::receiveWaiting(sockets_.control, dialogue_.peer(),
+        streams::receiveWaiting(sockets_.control, sender_,
                                 [this](std::string_view packet) { takeReports(packet); });
     });
 }

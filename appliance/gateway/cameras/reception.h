@@ -65,6 +65,7 @@ private:
     bool ready_ = false;
     streams::SocketPair sockets_;
     int channel_ = -1;                  // of the data, over TCP; its reports come on the next one
+    std::string sender_;                // over UDP: datagrams from other addresses are dropped; "": from none
     std::string reportAddress_;         // where our reports go, over UDP
     int reportPort_ = 0;                // 0: unknown
     std::unique_ptr<Reordering> order_; // over UDP

@@ -82,7 +82,8 @@ bool hasRecoveryPoint(std::string_view messages) {
     while (messages.size() > 2) {
         if (number() == recoveryPoint)
             return true;
-        messages.remove_prefix(std::min<std::size_t>(number(), messages.size()));
+        const std::size_t length = number(); // taken before the size is asked for: it shortens the messages
+        messages.remove_prefix(std::min(length, messages.size()));
     }
     return false;
 }

@@ -123,6 +123,18 @@ TEST(PayloadKind, DamagedPayloadsAreHarmless) {
 
 // ---- Sizes: the sets are from a software encoder.
 
+// As x265 sends it: one message with user data that is longer than the packet.
+TEST(PayloadKind, ASupplementWithALengthBeyondItsEndIsRead) {
+    for (std::size_t length = 3; length < 300; ++length) {
+        const std::string h265 = std::string("\x4e\1\5\xff", 4) + std::string(length, '\xff');
+        EXPECT_FALSE(kindOf(Encoding::h265, h265).keyPicture);
+        const std::string h264 =
+            std::string("\6\5", 2) + static_cast<char>(length % 255) + std::string(length / 2, 'x');
+        EXPECT_FALSE(kindOf(Encoding::h264, h264).keyPicture);
+    }
+    EXPECT_FALSE(kindOf(Encoding::h265, std::string("\x4e\1\5\3abc", 7)).keyPicture);
+}
+
 TEST(PictureSize, OfMpeg4AndMpeg2) {
     EXPECT_EQ(
         sizeInFormat(

@@ -60,10 +60,12 @@ void CameraFeed::answered(const StreamInfo& info, const Failure& failure) {
 
 Viewer CameraFeed::viewer() {
     return {.packet =
-                [this](Track track, const Packet& packet, bool /*start*/) {
+                [this](Track track, const Packet& packet, bool start) {
                     KeptItem item;
-                    if (track == Track::video)
+                    if (track == Track::video) {
                         item = marks_->mark(packet);
+                        item.key = start; // it knows streams, too, that recover without key pictures
+                    }
                     item.kind = track == Track::video ? streams::KeptFrame::video : streams::KeptFrame::sound;
                     item.bytes = packet; // the camera keeps the same one
                     events_.item(item, joining_);

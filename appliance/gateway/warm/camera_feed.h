@@ -16,6 +16,8 @@ public:
     // Loop and cameras must outlive it. Nothing happens before the loop's next turn.
     CameraFeed(EventLoop& loop, Cameras& cameras, int number, FeedEvents events);
 
+    bool isReplaced() const override { return watched_.isWatching() && watched_.isReplaced(); }
+
 private:
     void ask();
     void answered(const StreamInfo& info, const Failure& failure);

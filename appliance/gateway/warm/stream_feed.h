@@ -24,6 +24,9 @@ public:
     StreamFeed(const StreamFeed&) = delete;
     StreamFeed& operator=(const StreamFeed&) = delete;
     virtual ~StreamFeed() = default; // ends the feed without waiting
+
+    // A feed that begins now would be another stream than this one.
+    virtual bool isReplaced() const { return false; }
 };
 
 } // namespace gateway

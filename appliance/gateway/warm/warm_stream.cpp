@@ -16,12 +16,10 @@ std::chrono::seconds pauseAfter(int failures) {
     return std::min(std::chrono::seconds(1 << std::min(failures - 1, 5)), longestPause);
 }
 
-// MPEG-2 decoders return a picture when they get the next one.
+// In a byte stream, and in transport packets, a picture is known to be complete when the next one begins.
 std::size_t shownLate(const streams::KeptDescription& description) {
     const bool bytes = description.form == streams::KeptDescription::Form::bytes;
-    const bool packets = description.video && (description.video->encodingName == "MPV" ||
-                                               description.video->encodingName == "MP2T");
-    return bytes || packets ? 1 : 0;
+    return bytes || (description.video && description.video->encodingName == "MP2T") ? 1 : 0;
 }
 
 bool isSound(const KeptItem& item) {
@@ -123,6 +121,10 @@ void WarmStream::look() {
     constexpr double weight = 0.4; // of the last second
     bitRate_ = bitRate_ == 0 ? rate : bitRate_ + weight * (rate - bitRate_);
     lastLook_ = now;
+    if (feed_ != nullptr && takers_.empty() && feed_->isReplaced()) {
+        close();
+        return open();
+    }
     if (feed_ != nullptr && now - lastItem_ > longestSilenceUs)
         onEnded(group_ == nullptr ? "the encoder sends nothing" : "the encoder has stopped sending");
 }

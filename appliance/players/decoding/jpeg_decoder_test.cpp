@@ -1,6 +1,8 @@
 // JPEG pictures of all samplings and sizes, whole ones and broken ones.
 #include "appliance/players/decoding/jpeg_decoder.h"
 
+#include "appliance/streams/jpeg_check.h"
+
 #include <gtest/gtest.h>
 
 #include <cstdint>
@@ -21,6 +23,7 @@ struct Making {
     int horizontal = 2; // luma samples for each sample of colour
     int vertical = 2;
     bool progressive = false;
+    bool arithmetic = false; // instead of Huffman codes
 };
 
 // Four quarters: red, green; blue, white.
@@ -63,6 +66,7 @@ std::string jpegOf(const Making& making) {
         encoder.comp_info[0].h_samp_factor = making.horizontal;
         encoder.comp_info[0].v_samp_factor = making.vertical;
     }
+    encoder.arith_code = making.arithmetic ? TRUE : FALSE;
     if (making.progressive)
         jpeg_simple_progression(&encoder);
     jpeg_start_compress(&encoder, TRUE);
@@ -125,6 +129,17 @@ TEST(JpegDecoder, BringsEverySamplingAndSizeToI420) {
             expectQuarters(*picture, std::to_string(width) + "x" + std::to_string(height) + " " +
                                          std::to_string(horizontal) + ":" + std::to_string(vertical));
         }
+}
+
+TEST(JpegDecoder, TakesArithmeticCoding) {
+    JpegDecoder decoder;
+    for (const bool progressive : {false, true}) {
+        const std::string jpeg = jpegOf({.progressive = progressive, .arithmetic = true});
+        EXPECT_TRUE(streams::wholeJpeg(jpeg)) << "the gateway and the player take it";
+        const auto picture = decoder.decode(jpeg);
+        ASSERT_TRUE(picture);
+        expectQuarters(*picture, progressive ? "progressive" : "sequential");
+    }
 }
 
 TEST(JpegDecoder, TakesProgressiveAndRedGreenBlue) {

@@ -171,7 +171,7 @@ bool readOverlays(const ReportPacket& packet, int fd, std::vector<OverlayImage>&
     for (std::size_t i = 0; i < packet.overlays; ++i) {
         const PlacePacket& at = packet.at[i];
         OverlayImage image{{at.x, at.y, at.width, at.height}, {}, at.version};
-        image.pixels.resize(pixelsOf(at));
+        image.pixels.resize(static_cast<std::size_t>(pixelsOf(at))); // bounded by maxPixels
         if (!readAll(fd, offset, image.pixels))
             return false;
         offset += image.pixels.size() * sizeof image.pixels[0];
