@@ -32,6 +32,7 @@ endif()
 if(CMAKE_SIZEOF_VOID_P EQUAL 4)
     # Times after 2038 and files of more than 2 GB.
     add_compile_definitions(_FILE_OFFSET_BITS=64 _TIME_BITS=64)
+    add_compile_options("SHELL:-include ${PROJECT_SOURCE_DIR}/cmake/poll_time64.h")
 endif()
 if(HOUSE_SANITIZE)
     add_compile_options(-fsanitize=${HOUSE_SANITIZE} -fno-omit-frame-pointer -fno-sanitize-recover=all)

@@ -70,7 +70,7 @@ class Decoder:
         try:
             done = subprocess.run([self.bin / "decoderctl", *words], env=self.environment, input=answer, text=True,
                                   stdout=subprocess.PIPE, stderr=subprocess.STDOUT, timeout=45)
-            return done.returncode, done.stdout.strip()
+            return done.returncode, done.stdout.strip().removeprefix("decoderctl: ")
         except subprocess.TimeoutExpired:
             return 1, "decoderctl does not answer within 45 s"
 

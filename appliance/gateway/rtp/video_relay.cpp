@@ -23,6 +23,7 @@ VideoRelay::VideoRelay(VideoForm form, std::uint32_t source, Take take)
     : form_(std::move(form)), encoding_(encodingOf(form_.encodingName)), source_(source),
       take_(std::move(take)), kept_(form_.keptBytes), sets_(encoding_, form_.fmtp),
       waiting_(knowsKeyPictures(encoding_)) {
+    size_ = sizeInFormat(encoding_, form_.fmtp);
     for (const std::string& set : sets_.all()) {
         if (const auto size = sizeOfSet(encoding_, set))
             size_ = size;
@@ -76,11 +77,12 @@ void VideoRelay::add(std::string_view bytes, std::int64_t now) {
     passPicture(bytes, *packet, kind, start);
 }
 
-// The size of a stream of JPEG pictures is in each of them.
+// In H.264 and H.265 the size is in parameter sets, in all others in key pictures.
 void VideoRelay::learn(const RtpPacket& packet, const PayloadKind& kind) {
     if (kind.parameterSet)
         sets_.learn(packet.payload);
-    const bool tells = kind.parameterSet || (encoding_ == Encoding::jpeg && kind.whole);
+    const bool inSets = encoding_ == Encoding::h264 || encoding_ == Encoding::h265;
+    const bool tells = inSets ? kind.parameterSet : kind.whole;
     if (const auto size = tells ? sizeInPayload(encoding_, packet.payload) : std::nullopt)
         size_ = size;
 }

@@ -103,7 +103,7 @@ private:
             return;
         CameraUrl sub;
         std::string mistake = readCameraUrl(text, sub);
-        if (mistake.empty() && sub.isRtsp() != camera.url.isRtsp())
+        if (mistake.empty() && sub.isHttp() != camera.url.isHttp())
             mistake = "the main stream and it are of different kinds";
         const std::string quality = valueOf(section, "Quality");
         if (!mistake.empty()) {

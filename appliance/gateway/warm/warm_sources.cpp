@@ -19,6 +19,7 @@ namespace gateway {
 namespace {
 
 constexpr std::chrono::seconds lookTime(1);
+constexpr std::chrono::seconds retryTime(5);
 constexpr std::chrono::milliseconds endTime(300);
 // A source that was next a moment ago often is so again.
 constexpr std::int64_t lingerUs = 3'000'000;
@@ -57,8 +58,10 @@ WarmSources::~WarmSources() {
 }
 
 void WarmSources::start() {
-    if (!listen())
+    if (!listen()) {
+        timer_ = loop_.after(retryTime, [this] { start(); }); // the other one may be about to end
         return;
+    }
     loop_.watch(fd_, EPOLLIN, [this](std::uint32_t /*events*/) { accept(); });
     watch_ = std::make_unique<WarmWatch>(loop_, [this](const WarmPlan& plan) { configure(plan); });
     watch_->start();
@@ -69,13 +72,14 @@ void WarmSources::start() {
 bool WarmSources::listen() {
     if (const int other = streams::openKeptSocket(path_, false); other >= 0) {
         close(other);
-        logmsg(4, "Another program keeps warm sources already");
+        if (!std::exchange(refused_, true))
+            logmsg(4, "Another program keeps warm sources already");
         return false;
     }
     if (errno == ECONNREFUSED)
         unlink(path_.c_str());
     fd_ = streams::openKeptSocket(path_, true);
-    if (fd_ < 0)
+    if (fd_ < 0 && !std::exchange(refused_, true))
         logmsg(3, "Can't keep warm sources: %s (errno=%d %s)", path_.c_str(), errno, std::strerror(errno));
     return fd_ >= 0;
 }

@@ -27,7 +27,7 @@ public:
     WarmSources(const WarmSources&) = delete;
     WarmSources& operator=(const WarmSources&) = delete;
 
-    // Listens and begins to keep. Without a socket, with a log line, nothing is kept.
+    // Listens and begins to keep. Without a socket, with a log line, nothing is kept, and it is tried again.
     void start();
 
 private:
@@ -50,6 +50,7 @@ private:
     Cameras& cameras_;
     const std::string path_;
     int fd_ = -1;
+    bool refused_ = false; // the socket could not be opened; logged once
     std::shared_ptr<KeptBudget> budget_ = std::make_shared<KeptBudget>();
     std::map<std::string, int> cameraNumbers_; // by address
     std::map<std::string, Kept> kept_;         // by address

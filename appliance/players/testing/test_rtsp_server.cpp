@@ -54,12 +54,28 @@ namespace {
 struct MediaCare {
     Marking marking;
     SharedNotes notes;
+    bool seeks;
 };
+
+GstPadProbeReturn dropSeek(GstPad* /*pad*/, GstPadProbeInfo* info, void* /*nothing*/) {
+    return GST_EVENT_TYPE(GST_PAD_PROBE_INFO_EVENT(info)) == GST_EVENT_SEEK ? GST_PAD_PROBE_DROP
+                                                                            : GST_PAD_PROBE_OK;
+}
+
+void refuseSeeks(GstElement* media) {
+    GstElement* payloader = gst_bin_get_by_name(GST_BIN(media), "pay0");
+    GstPad* pad = gst_element_get_static_pad(payloader, "src");
+    gst_pad_add_probe(pad, GST_PAD_PROBE_TYPE_EVENT_UPSTREAM, &dropSeek, nullptr, nullptr);
+    gst_object_unref(pad);
+    gst_object_unref(payloader);
+}
 
 void configureMedia(GstRTSPMediaFactory* /*factory*/, GstRTSPMedia* media, void* data) {
     auto& care = *static_cast<MediaCare*>(data);
     GstElement* element = gst_rtsp_media_get_element(media);
     care.marking.apply(element);
+    if (!care.seeks)
+        refuseSeeks(element);
     const std::lock_guard guard(care.notes->lock);
     care.notes->media.push_back(element);
 }
@@ -124,8 +140,9 @@ TestRtspServer::TestRtspServer(const RtspServerOptions& options) : state_(std::m
     GstRTSPMediaFactory* factory = gst_rtsp_media_factory_new();
     const std::string launch =
         "( videotestsrc is-live=true pattern=ball ! "
-        "video/x-raw,format=BGRx,width=352,height=288,framerate=25/1 ! identity name=mark ! videoconvert ! "
-        "video/x-raw,format=I420 ! " +
+        "video/x-raw,format=BGRx,width=" +
+        std::to_string(options.width) + ",height=" + std::to_string(options.height) +
+        ",framerate=25/1 ! identity name=mark ! videoconvert ! video/x-raw,format=I420 ! " +
         options.encoding + (options.sound.empty() ? "" : " audiotestsrc is-live=true ! " + options.sound) +
         " )";
     gst_rtsp_media_factory_set_launch(factory, launch.c_str());
@@ -138,7 +155,7 @@ TestRtspServer::TestRtspServer(const RtspServerOptions& options) : state_(std::m
         gst_rtsp_media_factory_set_protocols(factory, GST_RTSP_LOWER_TRANS_UDP_MCAST);
     }
     connect(factory, "media-configure", G_CALLBACK(configureMedia),
-            new MediaCare{{options.source, 352, 288}, state_->notes});
+            new MediaCare{{options.source, options.width, options.height}, state_->notes, options.seeks});
     connect(state_->server, "client-connected", G_CALLBACK(noteClient), new SharedNotes(state_->notes));
     if (options.basic || options.digest)
         addUser(state_->server, factory, options.digest, options.tls);

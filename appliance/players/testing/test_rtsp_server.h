@@ -7,12 +7,14 @@
 namespace player {
 
 struct RtspServerOptions {
-    // Encoder and payloader in the syntax of gst-launch. Pictures of 352x288 with a frame mark come in; the
-    // payloader is named "pay0".
+    // Encoder and payloader in the syntax of gst-launch. Pictures with a frame mark come in; the payloader is named "pay0".
     std::string encoding = "x264enc tune=zerolatency speed-preset=ultrafast bitrate=1500 key-int-max=10 ! "
                            "rtph264pay name=pay0 pt=96 config-interval=1";
-    std::string sound{};    // the same for sound; "": no sound
-    int source = 9;         // in the pictures' marks
+    std::string sound{}; // the same for sound; "": no sound
+    int source = 9;      // in the pictures' marks
+    int width = 352;     // of the pictures
+    int height = 288;
+    bool seeks = true;      // false: PLAY does not seek, so that no client gets a key picture out of turn
     bool basic = false;     // require viewer/secret
     bool digest = false;    // require viewer/secret
     bool multicast = false; // offer only multicast
