@@ -1,19 +1,20 @@
 """Finds the messages in the sources that a person sees on the screen or as the reason of a failure.
 
-A message is a text with the mark ANY in place of each part that is only known while the program runs.
+A message is a text with ANY in place of each part that is only known while the program runs.
 """
 import re
 from pathlib import Path
 
-ANY = "\N{HORIZONTAL ELLIPSIS}"
-STRING = re.compile(r'"((?:[^"\\\n]|\\.)*)"')
+ANY = "..."
+STRING = re.compile(r'"(?:[^"\\\n]|\\.)*"')
+CHARACTER = re.compile(r"'(?:[^'\\\n]|\\.)'")
+COMMENT = re.compile(r"//[^\n]*|/\*.*?\*/", re.S)
 # Where messages are made: folders, what is before the message, and the place of the message among the arguments.
 MAKERS = [
     (["launcher"], r"\bosdPrintf\(", 2),
     (["appliance/gateway/cameras", "appliance/gateway/service"], r"\bFault::\w+,", 0),
-    (["appliance/gateway/cameras"], r"\bFault::otherStatus,", 0),
     (["appliance/gateway/cameras"], r"\bfailed = ", 0),
-    (["appliance/gateway/cameras/camera_url.cpp"], r"\breturn (?=\")", 0),
+    (["appliance/gateway/cameras/camera_url.cpp"], r"\breturn (?=\"\w+ )", 0),
     (["appliance/gateway/service/source_plan.cpp"], r"\bmistake = ", 0),
     (["appliance/gateway/warm"], r"\breport\.reason = ", 0),
     (["appliance/input"], r"\bInputFailure\{", 0),
@@ -24,6 +25,10 @@ MAKERS = [
     (["appliance/operating/muting.cpp"], r"\breturn (?=\"|now)", 0),
     (["appliance/screen/label_content.cpp"], r"\breturn (?=\")", 0),
     (["appliance/screen/wall/stopped_mark.cpp"], r"\bgone = |return (?=stopped|health)", 0),
+    (["appliance/ctl"], r"\bRefused\(", 0),
+    (["appliance/ctl/parameter_commands.cpp"], r"\breturn (?=name \+ \")", 0),
+    (["appliance/discovery"], r"\bruntime_error\(", 0),
+    (["appliance/discovery/camera.cpp"], r"\breturn (?=\")", 0),
     (["appliance/ctl/error_words.cpp"], r"ErrorWords\{", 1),
     (["appliance/ctl/error_words.cpp"], r"\breturn (?=found)", 0),
 ]
@@ -31,23 +36,23 @@ MAKERS = [
 
 def without_comments(text):
     """The text with blanks in place of its comments; strings stay."""
-    return re.sub(r'"(?:[^"\\\n]|\\.)*"|//[^\n]*|/\*.*?\*/',
-                  lambda found: found[0] if found[0].startswith('"') else re.sub(r"[^\n]", " ", found[0]), text, flags=re.S)
+    parts = re.compile(f"{STRING.pattern}|{CHARACTER.pattern}|(?P<comment>{COMMENT.pattern})", re.S)
+    return parts.sub(lambda found: re.sub(r"[^\n]", " ", found[0]) if found["comment"] else found[0], text)
 
 
 def pieces(text, begin):
     """The parts of an expression that begins there, up to its end: strings, brackets and single characters."""
     depth = 0
     while begin < len(text):
-        string = STRING.match(text, begin)
-        part = string[0] if string else text[begin]
+        string, character = STRING.match(text, begin), CHARACTER.match(text, begin)
+        part = string[0] if string else character[0] if character else text[begin]
         if part in ("(", "[", "{"):
             depth += 1
         elif part in (")", "]", "}"):
             depth -= 1
         if depth < 0 or (part == ";" and depth == 0):
             return
-        yield part, depth
+        yield (f'"{part[1:-1]}"' if character else part), depth
         begin += len(part)
 
 
@@ -115,7 +120,7 @@ def texts(parts):
     found = [""]
     for term in split(parts, "+"):
         found = [before + more for before in found for more in term_texts(term)]
-    return [re.sub(f"{ANY}+", ANY, text) for text in found]
+    return [re.sub(rf"({re.escape(ANY)})+", ANY, text) for text in found]
 
 
 def sources(root, folder):
@@ -126,7 +131,7 @@ def sources(root, folder):
 
 def said(text):
     """Whether a message says something by itself."""
-    return re.search(r"[A-Za-z]{5,}|: |[A-Za-z']{2,} .*[A-Za-z']{2,}", text) is not None
+    return re.search(r"[A-Za-z]{4,}|[A-Za-z']{2,} .*[A-Za-z']{2,}", text) is not None
 
 
 def messages(root):
