@@ -1,6 +1,7 @@
 #include "appliance/input/container.h"
 
 #include "appliance/input/track.h"
+#include "appliance/input/web_access.h"
 
 #include <algorithm>
 #include <cerrno>
@@ -20,6 +21,7 @@ constexpr std::size_t mostLookedAt = 2000; // packets, until the first one of th
 constexpr std::int64_t longestHole = 4'000'000;
 // Microseconds. What is later than this is not caught up with: players would see a burst.
 constexpr std::int64_t latest = 100'000;
+constexpr std::chrono::seconds longestWebOpening(9); // the gateway waits a little longer
 
 std::int64_t microsecondsOf(std::int64_t time, AVRational unit) {
     return time == AV_NOPTS_VALUE ? AV_NOPTS_VALUE : av_rescale_q(time, unit, microseconds);
@@ -27,9 +29,17 @@ std::int64_t microsecondsOf(std::int64_t time, AVRational unit) {
 
 class Container {
 public:
-    // `place` as libavformat wants it. Takes the options.
-    Container(std::string place, const char* protocols, std::map<std::string, std::string> options)
-        : place_(std::move(place)), protocols_(protocols), options_(std::move(options)) {}
+    using Options = std::map<std::string, std::string>;
+
+    // `place` as libavformat wants it. Takes the options; those of connections are for each that the stream opens.
+    Container(std::string place, const char* protocols, Options options, Options connectionOptions = {})
+        : place_(std::move(place)), protocols_(protocols), options_(std::move(options)),
+          connectionOptions_(std::move(connectionOptions)) {}
+    Container(const Container&) = delete; // libavformat has its address
+    Container& operator=(const Container&) = delete;
+
+    // From now on open() fails when it takes longer.
+    void limitOpening(std::chrono::seconds limit) { openLimit_ = limit; }
 
     // The error of libavformat, or 0.
     int open() {
@@ -37,15 +47,26 @@ public:
         av_dict_set(&options, "protocol_whitelist", protocols_, 0);
         for (const auto& [name, value] : options_)
             av_dict_set(&options, name.c_str(), value.c_str(), 0);
-        AVFormatContext* context = nullptr;
+        AVFormatContext* context = avformat_alloc_context();
+        context->opaque = this;
+        openConnection_ = context->io_open;
+        context->io_open = &Container::openWithOptions;
+        context->interrupt_callback = {&Container::isLate, this};
+        deadline_ = Clock::now() + openLimit_;
+        late_ = false;
         const int error = avformat_open_input(&context, place_.c_str(), nullptr, &options);
         av_dict_free(&options);
         context_.reset(error < 0 ? nullptr : context);
         if (error < 0)
             return error;
         context_->flags |= AVFMT_FLAG_GENPTS;
-        return avformat_find_stream_info(context_.get(), nullptr);
+        const int found = avformat_find_stream_info(context_.get(), nullptr);
+        deadline_ = Clock::time_point::max();
+        return late_ ? AVERROR_EXIT : found;
     }
+    bool isAnswered() const { return context_ != nullptr; } // the format is known
+    bool wasLate() const { return late_; }
+    bool isFinite() const { return context_->duration > 0; }
 
     int best(AVMediaType type) const { return av_find_best_stream(context_.get(), type, -1, -1, nullptr, 0); }
     const AVStream& stream(int index) const { return *context_->streams[index]; }
@@ -59,9 +80,32 @@ public:
     }
 
 private:
+    static int openWithOptions(AVFormatContext* context, AVIOContext** connection, const char* url, int flags,
+                               AVDictionary** options) {
+        const auto& self = *static_cast<const Container*>(context->opaque);
+        AVDictionary* own = nullptr;
+        AVDictionary** all = options == nullptr ? &own : options;
+        for (const auto& [name, value] : self.connectionOptions_)
+            av_dict_set(all, name.c_str(), value.c_str(), 0);
+        const int error = self.openConnection_(context, connection, url, flags, all);
+        av_dict_free(&own);
+        return error;
+    }
+    static int isLate(void* container) {
+        auto& self = *static_cast<Container*>(container);
+        self.late_ = self.late_ || Clock::now() > self.deadline_;
+        return self.late_ ? 1 : 0;
+    }
+
     std::string place_;
     const char* protocols_;
-    std::map<std::string, std::string> options_;
+    Options options_;
+    Options connectionOptions_;
+    std::chrono::seconds openLimit_{3600};
+    Clock::time_point deadline_ = Clock::time_point::max(); // of open()
+    bool late_ = false;
+    int (*openConnection_)(AVFormatContext*, AVIOContext**, const char*, int,
+                           AVDictionary**) = nullptr; // libavformat's
     Av<AVFormatContext> context_;
 };
 
@@ -229,6 +273,26 @@ void receiveSrt(const GatewaySocket& socket, const Request& request) {
     playback.prepare();
     playback.playThrough();
     throw InputFailure{"the SRT stream has ended"};
+}
+
+void playWeb(const GatewaySocket& socket, const Request& request) {
+    const WebAccess access(request);
+    Container container(access.url(), access.protocols(), access.openOptions(), access.connectionOptions());
+    container.limitOpening(longestWebOpening);
+    if (const int error = container.open(); error < 0)
+        throw InputFailure{access.reasonFor(error, container.wasLate(), container.isAnswered())};
+    const bool repeats = access.form() != WebForm::session && container.isFinite();
+    // Whole segments of a playlist come at once.
+    Playback playback(socket, container, repeats || access.form() == WebForm::playlist);
+    if (!playback.hasVideo())
+        throw InputFailure{"the stream of " + access.place() + " has no video"};
+    playback.prepare();
+    while (playback.playThrough() > 0 && repeats) {
+        playback.rewind();
+        if (!container.rewind())
+            throw InputFailure{"the video of " + access.place() + " can't be played from its start again"};
+    }
+    throw InputFailure{access.place() + " ended the stream"};
 }
 
 } // namespace input
