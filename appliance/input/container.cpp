@@ -66,7 +66,8 @@ public:
     }
     bool isAnswered() const { return context_ != nullptr; } // the format is known
     bool wasLate() const { return late_; }
-    bool isFinite() const { return context_->duration > 0; }
+    bool hasDuration() const { return context_->duration > 0; }
+    bool hasSize() const { return context_->pb != nullptr && avio_size(context_->pb) > 0; }
 
     int best(AVMediaType type) const { return av_find_best_stream(context_.get(), type, -1, -1, nullptr, 0); }
     const AVStream& stream(int index) const { return *context_->streams[index]; }
@@ -118,14 +119,18 @@ public:
 
     bool hasVideo() const { return videoIndex_ >= 0; }
 
-    void prepare() {
+    // False when nothing can be read.
+    bool prepare() {
         readAhead();
+        if (ahead_.empty())
+            return false;
         if (soundIndex_ >= 0)
             sound_ = soundTrack(output_, *container_.stream(soundIndex_).codecpar);
         const auto first = std::ranges::find_if(
             ahead_, [this](const Av<AVPacket>& packet) { return packet->stream_index == videoIndex_; });
         video_ = videoTrack(output_, *container_.stream(videoIndex_).codecpar,
                             first == ahead_.end() ? nullptr : first->get());
+        return true;
     }
 
     // Up to the container's end. Returns how many packets there were.
@@ -245,9 +250,10 @@ void playFile(const GatewaySocket& socket, const Request& request) {
     Playback playback(socket, container, true);
     if (!playback.hasVideo())
         throw InputFailure{"the file " + request.place + " has no video"};
-    playback.prepare();
+    bool pictures = playback.prepare();
     for (;;) {
-        if (playback.playThrough() == 0)
+        pictures = pictures && playback.playThrough() > 0;
+        if (!pictures)
             throw InputFailure{"the file " + request.place + " has no pictures"};
         playback.rewind();
         if (!container.rewind())
@@ -270,8 +276,8 @@ void receiveSrt(const GatewaySocket& socket, const Request& request) {
     Playback playback(socket, container, false);
     if (!playback.hasVideo())
         throw InputFailure{"the SRT stream has no video"};
-    playback.prepare();
-    playback.playThrough();
+    if (playback.prepare())
+        playback.playThrough();
     throw InputFailure{"the SRT stream has ended"};
 }
 
@@ -281,12 +287,15 @@ void playWeb(const GatewaySocket& socket, const Request& request) {
     container.limitOpening(longestWebOpening);
     if (const int error = container.open(); error < 0)
         throw InputFailure{access.reasonFor(error, container.wasLate(), container.isAnswered())};
-    const bool repeats = access.form() != WebForm::session && container.isFinite();
+    const bool isFile = access.form() == WebForm::file && container.hasSize();
+    const bool repeats = isFile || (access.form() != WebForm::session && container.hasDuration());
     // Whole segments of a playlist come at once.
     Playback playback(socket, container, repeats || access.form() == WebForm::playlist);
     if (!playback.hasVideo())
         throw InputFailure{"the stream of " + access.place() + " has no video"};
-    playback.prepare();
+    if (!playback.prepare())
+        throw InputFailure{"nothing can be read of the video of " + access.place() +
+                           (isFile ? "; its server may have to offer byte ranges" : "")};
     while (playback.playThrough() > 0 && repeats) {
         playback.rewind();
         if (!container.rewind())
