@@ -76,6 +76,9 @@ public:
     bool read(AVPacket& packet) { return av_read_frame(context_.get(), &packet) >= 0; }
 
     bool rewind() {
+        // Some formats promise to seek in a connection that can't.
+        if (context_->pb != nullptr && context_->pb->seekable == 0)
+            return open() >= 0;
         const std::int64_t start = context_->start_time == AV_NOPTS_VALUE ? 0 : context_->start_time;
         return avformat_seek_file(context_.get(), -1, INT64_MIN, start, start, 0) >= 0 || open() >= 0;
     }

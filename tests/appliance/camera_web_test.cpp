@@ -78,7 +78,10 @@ protected:
     WebServer& serve(std::vector<std::string> options = {}) {
         return server_.emplace(media_.file(""), std::move(options));
     }
-    std::string refusal(const std::string& url) const { return decoder_.ctl({"add", "Yard", url}).errors; }
+    std::string refusal(const std::string& name, const std::string& url) const {
+        return decoder_.ctl({"add", name, url}).errors;
+    }
+    std::string refusal(const std::string& url) const { return refusal("Yard", url); }
     std::string reason() const { return decoder_.sourceValue(0, "Reason"); }
 
     Appliance decoder_;
@@ -102,8 +105,8 @@ TEST_P(CameraWebFiles, AreAddedAndPlayedAgainAndAgain) {
     EXPECT_EQ(added.status, 0) << added.errors;
     EXPECT_THAT(added.output, HasSubstr("H264, 352x288, "));
     EXPECT_THAT(added.output, HasSubstr(" over HTTP"));
-    EXPECT_EQ(decoder_.sourceValue(0, "VideoSourceType"), "rtsp-tcp");
     EXPECT_TRUE(decoder_.showsMoving(mark)) << gateway.log();
+    EXPECT_EQ(decoder_.sourceValue(0, "VideoSourceType"), "rtsp-tcp");
     // The clip has three seconds.
     EXPECT_FALSE(
         eventually([&] { return gateway.log().find("ended") != std::string::npos; }, appliance::Seconds(5)))
@@ -164,8 +167,8 @@ TEST_F(CameraWeb, CredentialsAreUsedAndNeverShown) {
     decoder_.addSource("Yard",
                        {{"URL", server.url("clip.ts")}, {"UserName", "viewer"}, {"Password", secret}});
     const CameraGateway gateway(decoder_);
-    EXPECT_THAT(refusal(server.url("clip.ts")), HasSubstr("asks for a user name and a password"));
-    EXPECT_THAT(refusal("http://viewer:other@" + server.place() + "/clip.ts"),
+    EXPECT_THAT(refusal("Other", server.url("clip.ts")), HasSubstr("asks for a user name and a password"));
+    EXPECT_THAT(refusal("Other", "http://viewer:other@" + server.place() + "/clip.ts"),
                 HasSubstr("refuses the user name or password"));
     decoder_.start();
     EXPECT_TRUE(decoder_.showsMoving(mark)) << gateway.log();
