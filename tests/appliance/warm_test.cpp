@@ -181,7 +181,7 @@ TEST_F(Warm, MoreThanTheLimitIsNotKept) {
 TEST_F(Warm, TheMemoryHasALimit) {
     decoder->set("Warm.MaxMemory", "1");
     add("rtsp-tcp",
-        {"--width", "704", "--height", "576", "--codec", "h264", "--bitrate", "8000", "--gop", "250"});
+        {"--width", "1920", "--height", "1080", "--codec", "h264", "--bitrate", "16000", "--gop", "250"});
     start();
     detectAll();
     ASSERT_TRUE(eventually([] { return report(0).has_value(); }));
@@ -192,7 +192,7 @@ TEST_F(Warm, TheMemoryHasALimit) {
             EXPECT_LE(one ? one->bytes : 0, limit);
             return one && one->reason == "needs more memory than Warm.MaxMemory allows";
         },
-        appliance::Seconds(15));
+        appliance::Seconds(30));
     EXPECT_TRUE(refused) << report(0)->bytes << " bytes, " << report(0)->reason;
     EXPECT_TRUE(decoder->showsMoving(0));
 }
