@@ -94,18 +94,18 @@ std::map<std::string, std::string> WebAccess::connectionOptions() const {
 std::string WebAccess::reasonForStatus(int error) const {
     switch (error) {
     case AVERROR_HTTP_UNAUTHORIZED:
-        return request_.user.empty() ? " asks for a user name and a password"
-                                     : " refuses the user name or password";
+        return place() + (request_.user.empty() ? " asks for a user name and a password"
+                                                : " refuses the user name or password");
     case AVERROR_HTTP_FORBIDDEN:
-        return " forbids the stream to this user";
+        return place() + " forbids the stream to this user";
     case AVERROR_HTTP_NOT_FOUND:
-        return " has no stream at this path";
+        return place() + " has no stream at this path";
     case AVERROR_HTTP_BAD_REQUEST:
     case AVERROR_HTTP_OTHER_4XX:
     case AVERROR_HTTP_SERVER_ERROR:
-        return " refuses the request: " + avError(error);
+        return place() + " refuses the request: " + avError(error);
     case AVERROR(ECONNREFUSED):
-        return " refuses connections";
+        return place() + " refuses connections";
     default:
         return "";
     }
@@ -117,7 +117,7 @@ std::string WebAccess::reasonFor(int error, bool silent, bool answered) const {
     if (silent || error == AVERROR(ETIMEDOUT))
         return place() + " does not answer";
     if (const std::string reason = reasonForStatus(error); !reason.empty())
-        return place() + reason;
+        return reason;
     if (error == AVERROR(EHOSTUNREACH) || error == AVERROR(ENETUNREACH))
         return "no route to " + place();
     if (error == AVERROR_INVALIDDATA || error == AVERROR(EINVAL))
