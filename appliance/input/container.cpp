@@ -113,7 +113,7 @@ private:
     Av<AVFormatContext> context_;
 };
 
-// Sends the packets of a container. `paced`: each at its own time.
+// Sends the packets of a container. `paced`: each picture at its own time, and the sound between them.
 class Playback {
 public:
     Playback(const GatewaySocket& socket, Container& container, bool paced)
@@ -201,7 +201,8 @@ private:
         packet.pts = packet.pts == AV_NOPTS_VALUE ? packet.dts : microsecondsOf(packet.pts, unit) - start;
         packet.duration = av_rescale_q(packet.duration, unit, microseconds);
         end_ = std::max(end_, packet.dts + packet.duration);
-        if (!paced_)
+        // MPEG-TS may have most of a second of sound before the pictures of the same time: it must not hold them up.
+        if (!paced_ || packet.stream_index != videoIndex_)
             return;
         if (!begun_)
             zero_ = Clock::now() - std::chrono::microseconds(packet.dts);
