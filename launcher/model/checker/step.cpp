@@ -1,5 +1,6 @@
 #include "launcher/model/checker/step.h"
 
+#include <algorithm>
 #include <array>
 
 namespace checker {
@@ -55,8 +56,9 @@ const Description& describe(Kind kind) {
     return descriptions[static_cast<std::size_t>(kind)];
 }
 
+// At least 0 and less than the limit; 0 for a limit below 1.
 int below(std::mt19937& random, int limit) {
-    return static_cast<int>(random() % static_cast<unsigned>(limit));
+    return static_cast<int>(random() % static_cast<unsigned>(std::max(limit, 1)));
 }
 
 Kind randomKind(std::mt19937& random) {
