@@ -57,7 +57,7 @@ def pieces(text, begin):
             depth -= 1
         if depth < 0 or (part == ";" and depth == 0):
             return
-        yield (f'"{part[1:-1]}"' if character else part), depth
+        yield f'"{part[1:-1]}"' if character else part
         begin += len(part)
 
 
@@ -147,12 +147,12 @@ def messages(root):
         for file in (file for folder in folders for file in sources(root, folder)):
             text = without_comments(file.read_text())
             for maker in re.finditer(before, text):
-                arguments = split([part for part, _ in pieces(text, maker.end())], ",")
+                arguments = split(list(pieces(text, maker.end())), ",")
                 count += 1
                 for message in texts(arguments[place]) if len(arguments) > place else []:
                     line = text.count("\n", 0, maker.start()) + 1
                     if said(message):
                         found.setdefault(message, f"{file.relative_to(root)}:{line}")
         if count == 0:
-            raise LookupError(f"nothing in {', '.join(folders)} looks like {before}: MAKERS in messages.py is out of date")
+            raise LookupError(f"nothing in {', '.join(folders)} looks like {before}: MAKERS is out of date")
     return found
