@@ -1,6 +1,7 @@
 #include "appliance/input/container.h"
 
 #include "appliance/input/track.h"
+#include "appliance/input/web_access.h"
 
 #include <algorithm>
 #include <cerrno>
@@ -20,6 +21,7 @@ constexpr std::size_t mostLookedAt = 2000; // packets, until the first one of th
 constexpr std::int64_t longestHole = 4'000'000;
 // Microseconds. What is later than this is not caught up with: players would see a burst.
 constexpr std::int64_t latest = 100'000;
+constexpr std::chrono::seconds longestWebOpening(9); // the gateway waits a little longer
 
 std::int64_t microsecondsOf(std::int64_t time, AVRational unit) {
     return time == AV_NOPTS_VALUE ? AV_NOPTS_VALUE : av_rescale_q(time, unit, microseconds);
@@ -27,9 +29,17 @@ std::int64_t microsecondsOf(std::int64_t time, AVRational unit) {
 
 class Container {
 public:
-    // `place` as libavformat wants it. Takes the options.
-    Container(std::string place, const char* protocols, std::map<std::string, std::string> options)
-        : place_(std::move(place)), protocols_(protocols), options_(std::move(options)) {}
+    using Options = std::map<std::string, std::string>;
+
+    // `place` as libavformat wants it. Takes the options; those of connections are for each that the stream opens.
+    Container(std::string place, const char* protocols, Options options, Options connectionOptions = {})
+        : place_(std::move(place)), protocols_(protocols), options_(std::move(options)),
+          connectionOptions_(std::move(connectionOptions)) {}
+    Container(const Container&) = delete; // libavformat has its address
+    Container& operator=(const Container&) = delete;
+
+    // From now on open() fails when it takes longer.
+    void limitOpening(std::chrono::seconds limit) { openLimit_ = limit; }
 
     // The error of libavformat, or 0.
     int open() {
@@ -37,15 +47,27 @@ public:
         av_dict_set(&options, "protocol_whitelist", protocols_, 0);
         for (const auto& [name, value] : options_)
             av_dict_set(&options, name.c_str(), value.c_str(), 0);
-        AVFormatContext* context = nullptr;
+        AVFormatContext* context = avformat_alloc_context();
+        context->opaque = this;
+        openConnection_ = context->io_open;
+        context->io_open = &Container::openWithOptions;
+        context->interrupt_callback = {&Container::isLate, this};
+        deadline_ = Clock::now() + openLimit_;
+        late_ = false;
         const int error = avformat_open_input(&context, place_.c_str(), nullptr, &options);
         av_dict_free(&options);
         context_.reset(error < 0 ? nullptr : context);
         if (error < 0)
             return error;
         context_->flags |= AVFMT_FLAG_GENPTS;
-        return avformat_find_stream_info(context_.get(), nullptr);
+        const int found = avformat_find_stream_info(context_.get(), nullptr);
+        deadline_ = Clock::time_point::max();
+        return late_ ? AVERROR_EXIT : found;
     }
+    bool isAnswered() const { return context_ != nullptr; } // the format is known
+    bool wasLate() const { return late_; }
+    bool hasDuration() const { return context_->duration > 0; }
+    bool hasSize() const { return context_->pb != nullptr && avio_size(context_->pb) > 0; }
 
     int best(AVMediaType type) const { return av_find_best_stream(context_.get(), type, -1, -1, nullptr, 0); }
     const AVStream& stream(int index) const { return *context_->streams[index]; }
@@ -54,14 +76,40 @@ public:
     bool read(AVPacket& packet) { return av_read_frame(context_.get(), &packet) >= 0; }
 
     bool rewind() {
+        // Some formats promise to seek in a connection that can't.
+        if (context_->pb != nullptr && context_->pb->seekable == 0)
+            return open() >= 0;
         const std::int64_t start = context_->start_time == AV_NOPTS_VALUE ? 0 : context_->start_time;
         return avformat_seek_file(context_.get(), -1, INT64_MIN, start, start, 0) >= 0 || open() >= 0;
     }
 
 private:
+    static int openWithOptions(AVFormatContext* context, AVIOContext** connection, const char* url, int flags,
+                               AVDictionary** options) {
+        const auto& self = *static_cast<const Container*>(context->opaque);
+        AVDictionary* own = nullptr;
+        AVDictionary** all = options == nullptr ? &own : options;
+        for (const auto& [name, value] : self.connectionOptions_)
+            av_dict_set(all, name.c_str(), value.c_str(), 0);
+        const int error = self.openConnection_(context, connection, url, flags, all);
+        av_dict_free(&own);
+        return error;
+    }
+    static int isLate(void* container) {
+        auto& self = *static_cast<Container*>(container);
+        self.late_ = self.late_ || Clock::now() > self.deadline_;
+        return self.late_ ? 1 : 0;
+    }
+
     std::string place_;
     const char* protocols_;
-    std::map<std::string, std::string> options_;
+    Options options_;
+    Options connectionOptions_;
+    std::chrono::seconds openLimit_{3600};
+    Clock::time_point deadline_ = Clock::time_point::max(); // of open()
+    bool late_ = false;
+    int (*openConnection_)(AVFormatContext*, AVIOContext**, const char*, int,
+                           AVDictionary**) = nullptr; // libavformat's
     Av<AVFormatContext> context_;
 };
 
@@ -74,14 +122,18 @@ public:
 
     bool hasVideo() const { return videoIndex_ >= 0; }
 
-    void prepare() {
+    // False when nothing can be read.
+    bool prepare() {
         readAhead();
+        if (ahead_.empty())
+            return false;
         if (soundIndex_ >= 0)
             sound_ = soundTrack(output_, *container_.stream(soundIndex_).codecpar);
         const auto first = std::ranges::find_if(
             ahead_, [this](const Av<AVPacket>& packet) { return packet->stream_index == videoIndex_; });
         video_ = videoTrack(output_, *container_.stream(videoIndex_).codecpar,
                             first == ahead_.end() ? nullptr : first->get());
+        return true;
     }
 
     // Up to the container's end. Returns how many packets there were.
@@ -201,9 +253,10 @@ void playFile(const GatewaySocket& socket, const Request& request) {
     Playback playback(socket, container, true);
     if (!playback.hasVideo())
         throw InputFailure{"the file " + request.place + " has no video"};
-    playback.prepare();
+    bool pictures = playback.prepare();
     for (;;) {
-        if (playback.playThrough() == 0)
+        pictures = pictures && playback.playThrough() > 0;
+        if (!pictures)
             throw InputFailure{"the file " + request.place + " has no pictures"};
         playback.rewind();
         if (!container.rewind())
@@ -226,9 +279,32 @@ void receiveSrt(const GatewaySocket& socket, const Request& request) {
     Playback playback(socket, container, false);
     if (!playback.hasVideo())
         throw InputFailure{"the SRT stream has no video"};
-    playback.prepare();
-    playback.playThrough();
+    if (playback.prepare())
+        playback.playThrough();
     throw InputFailure{"the SRT stream has ended"};
+}
+
+void playWeb(const GatewaySocket& socket, const Request& request) {
+    const WebAccess access(request);
+    Container container(access.url(), access.protocols(), access.openOptions(), access.connectionOptions());
+    container.limitOpening(longestWebOpening);
+    if (const int error = container.open(); error < 0)
+        throw InputFailure{access.reasonFor(error, container.wasLate(), container.isAnswered())};
+    const bool isFile = access.form() == WebForm::file && container.hasSize();
+    const bool repeats = isFile || (access.form() != WebForm::session && container.hasDuration());
+    // Whole segments of a playlist come at once.
+    Playback playback(socket, container, repeats || access.form() == WebForm::playlist);
+    if (!playback.hasVideo())
+        throw InputFailure{"the stream of " + access.place() + " has no video"};
+    if (!playback.prepare())
+        throw InputFailure{"nothing can be read of the video of " + access.place() +
+                           (isFile ? "; its server may have to offer byte ranges" : "")};
+    while (playback.playThrough() > 0 && repeats) {
+        playback.rewind();
+        if (!container.rewind())
+            throw InputFailure{"the video of " + access.place() + " can't be played from its start again"};
+    }
+    throw InputFailure{access.place() + " ended the stream"};
 }
 
 } // namespace input

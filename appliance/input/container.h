@@ -1,4 +1,4 @@
-// Reads the streams of a file or of an SRT connection with libavformat, and sends them to the gateway.
+// Reads the streams of a file, an SRT connection or a web server with libavformat, and sends them to the gateway.
 #pragma once
 
 #include "appliance/input/gateway_socket.h"
@@ -11,5 +11,8 @@ namespace input {
 
 // Hands on a stream of the network as it comes. Ends likewise.
 [[noreturn]] void receiveSrt(const GatewaySocket& socket, const Request& request);
+
+// Plays what a URL over HTTP names: video files in a loop, everything else as it comes. Ends likewise.
+[[noreturn]] void playWeb(const GatewaySocket& socket, const Request& request);
 
 } // namespace input

@@ -22,8 +22,8 @@ extern "C" {
 namespace {
 
 constexpr const char* help = "Usage: camera-input\n\n"
-                             "Reads files, cameras at this machine and SRT streams for camera-gateway, and "
-                             "encodes what players can't decode.\n"
+                             "Reads files, cameras at this machine, SRT streams and web servers for "
+                             "camera-gateway, and encodes what players can't decode.\n"
                              "camera-gateway starts it; its standard input is a socket to the gateway.\n\n"
                              "  --help      print this and exit\n"
                              "  --version   print the version and exit\n";
@@ -36,6 +36,13 @@ input::NeededRights rightsFor(const input::Request& request) {
         return {.readable = {}, .device = {request.place}, .network = false};
     case input::Kind::srt: // names are looked up with files and libraries of the system
         return {.readable = {"/etc", "/usr", "/lib", "/run/systemd/resolve"}, .device = {}, .network = true};
+    case input::Kind::web: // names, and the certificates to trust
+        return {.readable = {"/etc/resolv.conf", "/etc/hosts", "/etc/nsswitch.conf", "/etc/host.conf",
+                             "/etc/gai.conf", "/etc/services", "/etc/ld.so.cache", "/etc/ssl", "/etc/gnutls",
+                             "/usr/lib", "/usr/share/ca-certificates", "/usr/local/share/ca-certificates",
+                             "/lib", "/run/systemd/resolve", request.authorities},
+                .device = {},
+                .network = true};
     case input::Kind::packets:
         break;
     }
@@ -54,7 +61,7 @@ void silence() {
     const auto request = input::readRequest(text);
     if (channel != input::ToInput::request || !request)
         throw input::InputFailure{"the gateway's request can't be read"};
-    if (request->kind == input::Kind::srt)
+    if (request->kind == input::Kind::srt || request->kind == input::Kind::web)
         silence();
     input::confine(rightsFor(*request));
     switch (request->kind) {
@@ -66,6 +73,8 @@ void silence() {
     }
     case input::Kind::srt:
         input::receiveSrt(socket, *request);
+    case input::Kind::web:
+        input::playWeb(socket, *request);
     case input::Kind::packets:
         break;
     }

@@ -146,10 +146,13 @@ private:
 ByteStream::ByteStream() = default;
 ByteStream::~ByteStream() = default;
 
-bool configureTls(void* curlHandle) {
+TlsChecks tlsChecks() {
     const ParamWrapper parameters(0, false);
-    const bool verified = parameters["Network.TLS.Verify"] != "no";
-    const std::string authorities = parameters["Network.TLS.CAFile"].toString();
+    return {parameters["Network.TLS.Verify"] != "no", parameters["Network.TLS.CAFile"].toString()};
+}
+
+bool configureTls(void* curlHandle) {
+    const auto [verified, authorities] = tlsChecks();
     bool good = curl_easy_setopt(curlHandle, CURLOPT_SSL_VERIFYPEER, verified ? 1L : 0L) == CURLE_OK &&
                 curl_easy_setopt(curlHandle, CURLOPT_SSL_VERIFYHOST, verified ? 2L : 0L) == CURLE_OK;
     if (verified && !authorities.empty())

@@ -38,7 +38,14 @@ private:
     std::unique_ptr<Transport> transport_; // null: not open
 };
 
-// Applies the TLS settings of parameter file 0 to a libcurl handle. False when libcurl refuses one.
+// The TLS settings of parameter file 0.
+struct TlsChecks {
+    bool verified = true;
+    std::string authorities; // file (PEM) of those to trust; "": the system's
+};
+TlsChecks tlsChecks();
+
+// Applies them to a libcurl handle. False when libcurl refuses one.
 bool configureTls(void* curlHandle);
 
 } // namespace streams

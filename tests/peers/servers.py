@@ -219,7 +219,7 @@ def ffmpeg_multicast(stage):
 def ffmpeg_rows():
     yield Row("ffmpeg", "MJPEG", "http", "http://127.0.0.1:8090/video.mjpg", ffmpeg_http, short=True)
     yield Row("ffmpeg", "H.264", "udp", "http://127.0.0.1:8088/camera.sdp", ffmpeg_multicast,
-              note="RTP multicast; its SDP file comes from nginx", refused="Motion JPEG")
+              note="RTP multicast; its SDP file comes from nginx")
 
 
 # ---- motion and ustreamer ------------------------------------------------------------------------------------------
@@ -307,8 +307,7 @@ def nginx_rows():
             name = f"{kind.replace('.', '').lower()}.{container}"
             note = {"mpjpeg": "a recorded multipart file", "mp4": "an MP4 file", "m3u8": "HLS"}[container]
             yield Row("nginx", kind, "http", f"http://127.0.0.1:8088/{name}", nginx_file(kind, container, mime, password),
-                      password, note, short=container == "mpjpeg" and password == "Basic",
-                      refused="" if container == "mpjpeg" else "Motion JPEG")
+                      password, note, short=container == "mpjpeg" and password == "Basic")
 
 
 # ---- Servers that ffmpeg publishes to ------------------------------------------------------------------------------

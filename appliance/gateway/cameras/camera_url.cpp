@@ -1,5 +1,7 @@
 #include "appliance/gateway/cameras/camera_url.h"
 
+#include "appliance/input/protocol/web_source.h"
+
 #include <algorithm>
 #include <array>
 #include <charconv>
@@ -150,6 +152,10 @@ std::string readPlace(std::string_view place, CameraUrl& url) {
 }
 
 } // namespace
+
+bool CameraUrl::isMotionJpeg() const {
+    return isHttp() && input::webFormOf(target) == input::WebForm::none;
+}
 
 std::string CameraUrl::place() const {
     if (isAtThisMachine())

@@ -57,6 +57,15 @@ TEST(CameraUrl, FilesAndCamerasAtThisMachine) {
     EXPECT_EQ(read("/dev/video0").place(), "/dev/video0");
 }
 
+TEST(CameraUrl, OverHttpTheEndingTellsMotionJpegFromTheRest) {
+    EXPECT_TRUE(read("http://camera/video.mjpg").isMotionJpeg());
+    EXPECT_TRUE(read("https://camera").isMotionJpeg());
+    EXPECT_FALSE(read("https://camera/live/index.m3u8?token=x").isMotionJpeg());
+    EXPECT_FALSE(read("http://camera/camera.sdp").isMotionJpeg());
+    EXPECT_FALSE(read("rtsp://camera/x").isMotionJpeg());
+    EXPECT_FALSE(read("/media/clip.mp4").isMotionJpeg());
+}
+
 TEST(CameraUrl, SrtKeepsItsOptionsAndGivesItsPassphraseAway) {
     const CameraUrl url = read("srt://camera:9000?latency=200&passphrase=ten%20letters&mode=caller");
     EXPECT_EQ(url.password, "ten letters");

@@ -1,5 +1,8 @@
 #include "appliance/gateway/cameras/input_session.h"
 
+#include "appliance/input/protocol/web_source.h"
+#include "appliance/streams/byte_stream.h"
+
 #include <libcommon/clock.h>
 
 #include <utility>
@@ -10,11 +13,33 @@ namespace {
 constexpr std::chrono::milliseconds lookTime(250);
 // A file is looked through, and a camera in this machine may take some seconds to start.
 constexpr std::chrono::milliseconds startTime(8000);
+// camera-input itself says after nine seconds what a web server lacks.
+constexpr std::chrono::milliseconds webStartTime(11000);
 
 input::Kind kindOf(Scheme scheme) {
-    return scheme == Scheme::file     ? input::Kind::file
-           : scheme == Scheme::device ? input::Kind::device
-                                      : input::Kind::srt;
+    switch (scheme) {
+    case Scheme::file:
+        return input::Kind::file;
+    case Scheme::device:
+        return input::Kind::device;
+    case Scheme::http:
+    case Scheme::https:
+        return input::Kind::web;
+    case Scheme::srt:
+    case Scheme::rtsp:
+    case Scheme::rtsps:
+        break;
+    }
+    return input::Kind::srt;
+}
+
+// For people.
+std::string transportOf(const CameraUrl& url) {
+    if (url.isAtThisMachine())
+        return "";
+    if (!url.isHttp())
+        return "SRT";
+    return input::webFormOf(url.target) == input::WebForm::session ? "UDP" : "HTTP";
 }
 
 } // namespace
@@ -31,10 +56,14 @@ InputSession::~InputSession() {
 }
 
 input::Request InputSession::request() const {
+    const streams::TlsChecks tls = url_.usesTls() ? streams::tlsChecks() : streams::TlsChecks{};
     return {.kind = kindOf(url_.scheme),
             .place = url_.isAtThisMachine() ? url_.target : url_.text(),
             .password = url_.password,
-            .codec = {}};
+            .codec = {},
+            .user = url_.user,
+            .verified = tls.verified,
+            .authorities = tls.authorities};
 }
 
 void InputSession::open() {
@@ -49,7 +78,7 @@ void InputSession::open() {
 void InputSession::onDescribed(StreamInfo info) {
     if (ended_)
         return;
-    info.transport = url_.isAtThisMachine() ? "" : "SRT";
+    info.transport = transportOf(url_);
     lastPacket_ = gettimeusec();
     events_.opened(info);
 }
@@ -69,10 +98,14 @@ void InputSession::watchSilence() {
     });
 }
 
+std::chrono::milliseconds InputSession::longestStart() const {
+    return url_.isHttp() ? webStartTime : startTime;
+}
+
 Failure InputSession::silence(std::int64_t now) const {
     if (lastPacket_ != 0 && now - lastPacket_ > times_.silence.count() * 1000)
         return {Fault::silence, url_.place() + " has stopped sending"};
-    if (lastPacket_ == 0 && now - started_ > std::chrono::microseconds(startTime).count())
+    if (lastPacket_ == 0 && now - started_ > std::chrono::microseconds(longestStart()).count())
         return {Fault::noAnswer, url_.isAtThisMachine() ? "no pictures come from " + url_.place()
                                                         : url_.place() + " does not answer"};
     return {};

@@ -1,5 +1,5 @@
-// One session with a camera that camera-input reads: a file, a camera at this machine, an SRT stream. For the loop's
-// thread.
+// One session with a camera that camera-input reads: a file, a camera at this machine, an SRT stream, a web server.
+// For the loop's thread.
 #pragma once
 
 #include "appliance/gateway/cameras/input_process.h"
@@ -20,6 +20,7 @@ private:
     void onDescribed(StreamInfo info);
     void onPacket(Track track, std::string_view packet);
     void watchSilence();
+    std::chrono::milliseconds longestStart() const;
     Failure silence(std::int64_t now) const;
     void end(const Failure& failure);
 

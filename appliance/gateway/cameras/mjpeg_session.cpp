@@ -1,6 +1,7 @@
 #include "appliance/gateway/cameras/mjpeg_session.h"
 
 #include "appliance/gateway/cameras/connection.h"
+#include "appliance/input/protocol/web_source.h"
 #include "appliance/streams/http_stream.h"
 #include "appliance/streams/jpeg_check.h"
 
@@ -21,6 +22,15 @@ constexpr std::chrono::milliseconds lookTime(250);
 bool isMultipart(const std::string& type) {
     constexpr std::string_view start = "multipart/";
     return type.size() > start.size() && strncasecmp(type.c_str(), start.data(), start.size()) == 0;
+}
+
+// What plays a stream of another type.
+std::string adviceFor(const std::string& type, const std::string& target) {
+    const std::string_view ending = input::webEndingOf(type);
+    if (ending.empty())
+        return "";
+    const char* const sign = target.find('?') == std::string::npos ? "?" : "&";
+    return std::string("; it may play with \"") + sign + std::string(ending) + "\" at the end of its URL";
 }
 
 } // namespace
@@ -104,7 +114,7 @@ bool MjpegSession::begin() {
                  url_.place() + " sends " +
                      (text.empty() ? "something without a type"
                                    : "\"" + libcommon::printable(text.substr(0, shownType)) + "\"") +
-                     ", not a Motion JPEG stream"});
+                     ", not a Motion JPEG stream" + adviceFor(text, url_.target)});
         return false;
     }
     reader_ = std::make_unique<streams::MultipartReader>(

@@ -16,7 +16,7 @@ std::unique_ptr<CameraSession> makeSession(EventLoop& loop, Transfers& transfers
         };
         return std::make_unique<EncodingSession>(loop, make, events);
     }
-    if (!url.isHttp())
+    if (!url.isMotionJpeg())
         return std::make_unique<InputSession>(loop, url, times, events);
     return std::make_unique<MjpegSession>(loop, transfers, url, times, events);
 }

@@ -103,7 +103,7 @@ private:
             return;
         CameraUrl sub;
         std::string mistake = readCameraUrl(text, sub);
-        if (mistake.empty() && sub.isHttp() != camera.url.isHttp())
+        if (mistake.empty() && sub.isMotionJpeg() != camera.url.isMotionJpeg())
             mistake = "the main stream and it are of different kinds";
         const std::string quality = valueOf(section, "Quality");
         if (!mistake.empty()) {
@@ -126,7 +126,7 @@ private:
         write(section, "VideoSourceNumber", std::to_string(camera.number));
         const std::string type = valueOf(section, "VideoSourceType");
         if (camera.mistake.empty() && (type.empty() || type == "rtsp-tcp" || type == "mjpeg"))
-            write(section, "VideoSourceType", camera.url.isHttp() ? "mjpeg" : "rtsp-tcp");
+            write(section, "VideoSourceType", camera.url.isMotionJpeg() ? "mjpeg" : "rtsp-tcp");
         complete(section, "AutoEnabled", "yes");
         complete(section, "ManualEnabled", "yes");
         complete(section, "DisplayTime", "10");

@@ -8,10 +8,13 @@
 namespace input {
 namespace {
 
-constexpr std::array<std::pair<Kind, std::string_view>, 4> kinds{
-    {{Kind::file, "file"}, {Kind::device, "device"}, {Kind::srt, "srt"}, {Kind::packets, "packets"}}};
+constexpr std::array<std::pair<Kind, std::string_view>, 5> kinds{{{Kind::file, "file"},
+                                                                  {Kind::device, "device"},
+                                                                  {Kind::srt, "srt"},
+                                                                  {Kind::web, "web"},
+                                                                  {Kind::packets, "packets"}}};
 constexpr std::array<std::string_view, 3> decodable{"VP8", "VP9", "AV1"};
-constexpr std::size_t lines = 5;
+constexpr std::size_t lines = 8;
 
 std::string_view takeLine(std::string_view& text) {
     const std::size_t end = std::min(text.find('\n'), text.size());
@@ -33,7 +36,8 @@ std::string textOf(const Request& request) {
     const auto* const kind =
         std::ranges::find(kinds, request.kind, &std::pair<Kind, std::string_view>::first);
     return std::string(kind->second) + '\n' + request.place + '\n' + request.password + '\n' + request.codec +
-           '\n' + std::to_string(request.clockRate) + '\n';
+           '\n' + std::to_string(request.clockRate) + '\n' + request.user + '\n' +
+           (request.verified ? "yes" : "no") + '\n' + request.authorities + '\n';
 }
 
 std::optional<Request> readRequest(std::string_view text) {
@@ -51,6 +55,9 @@ std::optional<Request> readRequest(std::string_view text) {
     const auto [end, error] = std::from_chars(rate.data(), rate.data() + rate.size(), request.clockRate);
     if (error != std::errc{} || end != rate.data() + rate.size() || request.clockRate < 1)
         return std::nullopt;
+    request.user = takeLine(text);
+    request.verified = takeLine(text) != "no";
+    request.authorities = takeLine(text);
     return request;
 }
 

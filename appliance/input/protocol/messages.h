@@ -30,15 +30,19 @@ enum class Kind {
     file,    // played in a loop at its own speed
     device,  // a camera at this machine
     srt,     // a stream that the network brings
+    web,     // what a web server has: web_source.h
     packets, // RTP packets in a codec that players can't decode
 };
 
 struct Request {
     Kind kind = Kind::file;
     std::string place;    // path or URL, without secrets; unused for packets
-    std::string password; // of an SRT stream; "": none
+    std::string password; // of an SRT stream or a web server; "": none
     std::string codec{};  // of packets: "VP8"
     int clockRate = 90000;
+    std::string user{};        // of a web server
+    bool verified = true;      // the certificates of web servers are checked
+    std::string authorities{}; // file (PEM) of those to trust; "": the system's
 };
 
 // A message with at most longestMessage bytes; more are cut off.

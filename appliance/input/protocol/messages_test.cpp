@@ -10,7 +10,10 @@ TEST(InputMessages, ARequestComesBackAsItWas) {
                           .place = "/media/a b.mp4",
                           .password = "with = and : in it",
                           .codec = "VP8",
-                          .clockRate = 48000};
+                          .clockRate = 48000,
+                          .user = "me",
+                          .verified = false,
+                          .authorities = "/etc/my authorities.pem"};
     const auto read = readRequest(textOf(request));
     ASSERT_TRUE(read);
     EXPECT_EQ(read->kind, request.kind);
@@ -18,11 +21,15 @@ TEST(InputMessages, ARequestComesBackAsItWas) {
     EXPECT_EQ(read->password, request.password);
     EXPECT_EQ(read->codec, request.codec);
     EXPECT_EQ(read->clockRate, request.clockRate);
+    EXPECT_EQ(read->user, request.user);
+    EXPECT_FALSE(read->verified);
+    EXPECT_EQ(read->authorities, request.authorities);
 }
 
 TEST(InputMessages, OtherTextsAreNoRequests) {
-    for (const char* text : {"", "file", "file\n\n\n\n", "pipe\n\n\n\n90000\n", "file\n\n\n\nx\n",
-                             "file\n\n\n\n0\n", "file\n\n\n\n90000\nmore\n"})
+    for (const char* text :
+         {"", "file", "file\n\n\n\n", "file\n\n\n\n90000\n", "pipe\n\n\n\n90000\n\nyes\n\n",
+          "file\n\n\n\nx\n\nyes\n\n", "file\n\n\n\n0\n\nyes\n\n", "file\n\n\n\n90000\n\nyes\n\nmore\n"})
         EXPECT_FALSE(readRequest(text)) << text;
 }
 
