@@ -4,8 +4,6 @@
 
 #include <algorithm>
 #include <chrono>
-#include <pthread.h>
-#include <sched.h>
 #include <stdexcept>
 #include <thread>
 
@@ -16,14 +14,6 @@ namespace {
 
 constexpr std::chrono::microseconds interval{500};
 constexpr int darkest = 8; // brightness of a black pixel, at most
-
-// Lets this thread look in time, although the programs that it watches keep all processors busy. Only a privileged user
-// may; without it, a picture that shows for 2 ms is missed now and then.
-void goFirst() {
-    sched_param priority{};
-    priority.sched_priority = 50;
-    pthread_setschedparam(pthread_self(), SCHED_RR | SCHED_RESET_ON_FORK, &priority);
-}
 
 } // namespace
 
@@ -38,7 +28,6 @@ DisplayWatch::DisplayWatch(const x_server::XServer& server) : pixels_(server.pix
         throw std::runtime_error("the X server " + server.display() + " can't be reached");
     connection_ = std::make_unique<Connection>();
     connection_->display = display;
-    goFirst();
     last_ = look();
 }
 
@@ -67,6 +56,7 @@ Seen DisplayWatch::look() {
 }
 
 std::optional<Seen> DisplayWatch::next(std::int64_t until) {
+    const InTime inTime;
     for (;;) {
         const Seen seen = look();
         if (!seen.like(last_)) {

@@ -22,7 +22,8 @@ struct Seen {
 };
 
 // Reads the mark of pictures that cover the whole screen, twice in a millisecond, from the server's own memory: a
-// picture that is shown for a millisecond only is seen. One thread, which gets real-time priority where that is allowed.
+// picture that is shown for a millisecond only is seen. One thread, which has
+// real-time priority while it waits, where that is allowed.
 class DisplayWatch {
 public:
     // The server needs a pixel file. Throws std::runtime_error when it can't be watched.

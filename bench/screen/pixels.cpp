@@ -4,6 +4,7 @@
 #include <cstring>
 #include <endian.h>
 #include <fcntl.h>
+#include <pthread.h>
 #include <stdexcept>
 #include <sys/mman.h>
 #include <sys/stat.h>
@@ -32,6 +33,17 @@ std::uint32_t word(const std::uint8_t* header, HeaderWord index) {
 }
 
 } // namespace
+
+InTime::InTime() {
+    pthread_getschedparam(pthread_self(), &policy_, &priority_);
+    sched_param priority{};
+    priority.sched_priority = 50;
+    pthread_setschedparam(pthread_self(), SCHED_RR, &priority);
+}
+
+InTime::~InTime() {
+    pthread_setschedparam(pthread_self(), policy_, &priority_);
+}
 
 double clockMs() {
     return std::chrono::duration<double, std::milli>(std::chrono::steady_clock::now().time_since_epoch())
@@ -80,6 +92,7 @@ bool Watcher::look() {
 }
 
 std::optional<double> Watcher::await(int source, double until) {
+    const InTime inTime;
     auto next = std::chrono::steady_clock::now();
     do {
         if (look() && (source == -1 || last_->source == source))

@@ -4,12 +4,14 @@
 #include "tests/appliance/camera_gateway.h"
 
 #include <arpa/inet.h>
+#include <chrono>
 #include <csignal>
 #include <filesystem>
 #include <gmock/gmock.h>
 #include <netinet/in.h>
 #include <poll.h>
 #include <sys/socket.h>
+#include <thread>
 #include <unistd.h>
 
 namespace {
@@ -188,6 +190,7 @@ TEST_F(CameraFaults, APlayerStaysWhileTheCameraRestarts) {
     ASSERT_TRUE(decoder_.showsMoving(mark)) << gateway_->log();
     const int player = decoder_.playerPid();
     camera.kill();
+    std::this_thread::sleep_for(std::chrono::milliseconds(1500)); // the first new attempt fails
     camera.again();
     EXPECT_TRUE(decoder_.showsMoving(mark)) << gateway_->log();
     EXPECT_EQ(decoder_.playerPid(), player);

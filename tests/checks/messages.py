@@ -17,6 +17,11 @@ MAKERS = [
     (["appliance/gateway/cameras/camera_url.cpp"], r"\breturn (?=\"\w+ )", 0),
     (["appliance/gateway/service/source_plan.cpp"], r"\bmistake = ", 0),
     (["appliance/gateway/warm"], r"\breport\.reason = ", 0),
+    (["appliance/gateway/warm"], r"\bevents_\.ended\(|\bonEnded\(", 0),
+    (["appliance/gateway/warm/encoder_feed.cpp"], r"\breturn (?=\"\w+ )", 0),
+    (["appliance/streams"], r"\breturn (?=\"(?:the|no|there|libcurl|asked) |answer->status|reason_\.empty)", 0),
+    (["appliance/streams/rtsp_stream.cpp"], r"\breturn (?=\w+\(method|\"\" \+ |std::string\(method)", 0),
+    (["appliance/streams/http_answer.cpp"], r"\bfail\(", 0),
     (["appliance/input"], r"\bInputFailure\{", 0),
     (["appliance/input/main.cpp"], r"FromInput::failure, ", 0),
     (["appliance/input/video_device.cpp"], r"\bfail\(", 0),
@@ -53,7 +58,7 @@ def pieces(text, begin):
             depth -= 1
         if depth < 0 or (part == ";" and depth == 0):
             return
-        yield (f'"{part[1:-1]}"' if character else part), depth
+        yield f'"{part[1:-1]}"' if character else part
         begin += len(part)
 
 
@@ -143,12 +148,12 @@ def messages(root):
         for file in (file for folder in folders for file in sources(root, folder)):
             text = without_comments(file.read_text())
             for maker in re.finditer(before, text):
-                arguments = split([part for part, _ in pieces(text, maker.end())], ",")
+                arguments = split(list(pieces(text, maker.end())), ",")
                 count += 1
                 for message in texts(arguments[place]) if len(arguments) > place else []:
                     line = text.count("\n", 0, maker.start()) + 1
                     if said(message):
                         found.setdefault(message, f"{file.relative_to(root)}:{line}")
         if count == 0:
-            raise LookupError(f"nothing in {', '.join(folders)} looks like {before}: MAKERS in messages.py is out of date")
+            raise LookupError(f"nothing in {', '.join(folders)} looks like {before}: MAKERS is out of date")
     return found

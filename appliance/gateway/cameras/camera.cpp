@@ -15,6 +15,8 @@ namespace {
 constexpr std::chrono::seconds longestPause(30);
 // A player's detection and its start are two connections, and a sequence comes back soon.
 constexpr std::chrono::seconds linger(15);
+// How long players wait for a camera that has gone away, as one does that restarts. Attempts are made 1 and 3 s after.
+constexpr std::int64_t stayUs = 5'000'000;
 constexpr std::size_t keptBytes = 16 * 1024 * 1024;
 
 std::chrono::seconds pauseAfter(int failures) {
@@ -33,6 +35,22 @@ Delivery firstDelivery(Transport transport) {
 
 VideoForm formOf(const TrackInfo& track, std::size_t kept) {
     return {track.encodingName, track.payloadType, track.clockRate, track.fmtp, kept};
+}
+
+// Whether a camera that restarts can fail like this.
+bool mayPass(Fault fault) {
+    switch (fault) {
+    case Fault::noRoute:
+    case Fault::refused:
+    case Fault::noConnection:
+    case Fault::noAnswer:
+    case Fault::noPackets:
+    case Fault::silence:
+    case Fault::ended:
+        return true;
+    default: // the camera is there, and says no
+        return false;
+    }
 }
 
 } // namespace
@@ -282,9 +300,12 @@ void Camera::onEnded(const Failure& failure) {
     if (failure.fault != failure_.fault || failure.text != failure_.text)
         logmsg(4, "Camera %d \"%s\": %s", settings_.number, settings_.name.c_str(), failure.text.c_str());
     failure_ = failure;
-    if (!wasOpen) {
+    if (wasOpen) {
+        brokenAt_ = gettimeusec();
+    } else {
         answerAll(failure);
-        endViewers(failure);
+        if (!mayPass(failure.fault) || gettimeusec() - brokenAt_ > stayUs)
+            endViewers(failure);
     }
     changed_(*this);
     if (isWanted())

@@ -117,7 +117,8 @@ private:
     Delivery delivery_; // asked for in the next session
     StreamInfo info_;
     Failure failure_;
-    int failures_ = 0; // in a row
+    int failures_ = 0;          // in a row
+    std::int64_t brokenAt_ = 0; // when the last open session ended, on gettimeusec()'s clock
     EventLoop::Timer againTimer_ = 0;
     EventLoop::Timer lingerTimer_ = 0;
 
