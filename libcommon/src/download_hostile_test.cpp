@@ -132,7 +132,10 @@ TEST_F(DownloadHostile, ClosingOrResettingAtEveryStep) {
             script.push_back(end);
             const Server server(script);
             const Got got = getHttp(server.port(), {});
-            EXPECT_TRUE(isTransportFailure(got.result)) << got.result << " after " << beginning.size();
+            // A reset may come before the connection was noticed.
+            const bool noConnection = beginning.empty() && got.result == -4011;
+            EXPECT_TRUE(isTransportFailure(got.result) || noConnection)
+                << got.result << " after " << beginning.size();
             EXPECT_LT(got.milliseconds, muchLessThanTheTimeout);
             EXPECT_NE(got.error, "");
         }
