@@ -1,5 +1,5 @@
 // screen_bench: how fast a player answers when it is asked for another source, and how long nothing new is on the screen,
-// taken from the pixels of a display once a millisecond. All players are measured the same way, in turn.
+// taken from the pixels of a display. All players are measured the same way, in turn.
 //
 //   answer  from the request to the first picture of the new source
 //   gap     from the last picture of the old source to the first of the new one

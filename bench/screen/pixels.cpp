@@ -97,7 +97,7 @@ std::optional<double> Watcher::await(int source, double until) {
     do {
         if (look() && (source == -1 || last_->source == source))
             return lastTime_;
-        next += std::chrono::milliseconds(1);
+        next += std::chrono::microseconds(250);
         std::this_thread::sleep_until(next);
     } while (clockMs() < until);
     return std::nullopt;

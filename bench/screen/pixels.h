@@ -1,7 +1,7 @@
 // The pixels of an X server's screen, read from the file that the server keeps them in.
 //
-// Reading disturbs neither the server nor its clients, so that every player is measured the same way: by looking every
-// millisecond.
+// Reading disturbs neither the server nor its clients, so that every player is measured the same way: by looking four
+// times a millisecond. (The old source's last picture is often replaced within a millisecond.)
 #pragma once
 
 #include "appliance/mark/frame_mark.h"
@@ -65,7 +65,7 @@ class Watcher {
 public:
     explicit Watcher(const Pixels& pixels) : pixels_(pixels) {}
 
-    // Looks once a millisecond until a new picture of `source` shows or the time is over. Returns when that was seen.
+    // Looks four times a millisecond until a new picture of `source` shows or the time is over. Returns when that was seen.
     // -1: of any source.
     std::optional<double> await(int source, double until);
 
