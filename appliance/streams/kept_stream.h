@@ -29,7 +29,7 @@ struct KeptTaker {
 class KeptStream {
 public:
     static constexpr int answerMs = 20;
-    // A keeper that says nothing for so long, or a stream that stands still in it, counts as lost.
+    // A keeper that sends nothing for so long is lost, and so is a stream whose packets have stopped coming to the keeper.
     static constexpr int silenceMs = 2000;
 
     // Asks the keeper for the stream. Null when there is no keeper, when it does not keep the stream, and when it has not
@@ -42,8 +42,8 @@ public:
 
     const KeptDescription& description() const { return description_; }
 
-    // Passes on what the keeper sends, until the keeper is gone, the stream has ended in it or stands still, or the taker
-    // wants no more. Returns the reason, for the log. Called once.
+    // Passes on what the keeper sends, until the keeper or its stream is lost, the stream has ended, or the taker wants no
+    // more. Returns the reason, for the log. Called once.
     std::string run(const KeptTaker& taker);
 
     // Makes run() return. Any thread.

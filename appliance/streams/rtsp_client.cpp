@@ -22,14 +22,6 @@ std::string hostHeader(const RtspSource& source) {
     return "Host: " + source.host + ":" + std::to_string(source.port) + "\r\n";
 }
 
-std::vector<std::string> challengesOf(const RtspMessage& message) {
-    std::vector<std::string> challenges;
-    const auto [first, last] = message.headers.equal_range("WWW-Authenticate");
-    for (auto one = first; one != last; ++one)
-        challenges.push_back(one->second);
-    return challenges;
-}
-
 } // namespace
 
 RtspClient::RtspClient(const RtspSource& source, TakePacket take)
@@ -87,7 +79,7 @@ std::string RtspClient::tunnelRequest(const char* method, const std::string& mor
 std::string RtspClient::awaitTunnel(bool& again) {
     const std::optional<RtspMessage> answer =
         awaitAnswer(-1, gettimeusec() + std::int64_t{1000} * source_.answerMs);
-    again = answer && answer->status == 401 && credentials_.challenge(challengesOf(*answer));
+    again = answer && answer->status == 401 && credentials_.challenge(answer->challenges());
     if (!answer)
         return "no answer to the tunnel";
     return answer->status == 200 ? "" : "the tunnel was answered with " + std::to_string(answer->status);
@@ -130,7 +122,7 @@ std::optional<RtspMessage> RtspClient::request(const std::string& method, const 
         if (!send(method, url, headers))
             return std::nullopt;
         std::optional<RtspMessage> answer = awaitAnswer(sequence_, until);
-        if (!answer || answer->status != 401 || attempt > 0 || !credentials_.challenge(challengesOf(*answer)))
+        if (!answer || answer->status != 401 || attempt > 0 || !credentials_.challenge(answer->challenges()))
             return answer;
     }
 }

@@ -55,6 +55,14 @@ std::string RtspMessage::header(const char* name) const {
     return found == headers.end() ? "" : found->second;
 }
 
+std::vector<std::string> RtspMessage::challenges() const {
+    std::vector<std::string> found;
+    const auto [first, last] = headers.equal_range("WWW-Authenticate");
+    for (auto one = first; one != last; ++one)
+        found.push_back(one->second);
+    return found;
+}
+
 int RtspMessage::sequence() const {
     return numberAt(header("CSeq"));
 }

@@ -9,6 +9,7 @@
 #include <map>
 #include <string>
 #include <string_view>
+#include <vector>
 
 namespace streams {
 
@@ -18,8 +19,9 @@ struct RtspMessage {
     std::multimap<istring, std::string> headers;
     std::string body;
 
-    std::string header(const char* name) const; // the first one with that name; "": none
-    int sequence() const;                       // CSeq; -1: none
+    std::string header(const char* name) const;  // the first one with that name; "": none
+    std::vector<std::string> challenges() const; // all of WWW-Authenticate, in their order
+    int sequence() const;                        // CSeq; -1: none
 };
 
 struct RtspEvents {

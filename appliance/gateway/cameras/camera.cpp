@@ -1,5 +1,6 @@
 #include "appliance/gateway/cameras/camera.h"
 
+#include "appliance/gateway/loop/back_off.h"
 #include "appliance/streams/jpeg_check.h"
 
 #include <libcommon/clock.h>
@@ -12,16 +13,11 @@
 namespace gateway {
 namespace {
 
-constexpr std::chrono::seconds longestPause(30);
 // A player's detection and its start are two connections, and a sequence comes back soon.
 constexpr std::chrono::seconds linger(15);
 // How long players wait for a camera that has gone away, as one does that restarts. Attempts are made 1 and 3 s after.
 constexpr std::int64_t stayUs = 5'000'000;
 constexpr std::size_t keptBytes = 16 * 1024 * 1024;
-
-std::chrono::seconds pauseAfter(int failures) {
-    return std::min(std::chrono::seconds(1 << std::min(failures - 1, 5)), longestPause);
-}
 
 std::uint32_t randomNumber() {
     return std::random_device{}();
@@ -291,6 +287,8 @@ bool Camera::fallsBack(const Failure& failure) {
 
 void Camera::onEnded(const Failure& failure) {
     const bool wasOpen = open_;
+    if (wasOpen)
+        brokenAt_ = gettimeusec();
     if (fallsBack(failure)) {
         closeSession();
         return open();
@@ -300,9 +298,7 @@ void Camera::onEnded(const Failure& failure) {
     if (failure.fault != failure_.fault || failure.text != failure_.text)
         logmsg(4, "Camera %d \"%s\": %s", settings_.number, settings_.name.c_str(), failure.text.c_str());
     failure_ = failure;
-    if (wasOpen) {
-        brokenAt_ = gettimeusec();
-    } else {
+    if (!wasOpen) {
         answerAll(failure);
         if (!mayPass(failure.fault) || gettimeusec() - brokenAt_ > stayUs)
             endViewers(failure);

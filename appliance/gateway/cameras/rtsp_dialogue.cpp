@@ -8,14 +8,6 @@ namespace {
 
 constexpr int mostAttempts = 3;
 
-std::vector<std::string> challengesOf(const streams::RtspMessage& message) {
-    std::vector<std::string> challenges;
-    const auto [first, last] = message.headers.equal_range("WWW-Authenticate");
-    for (auto one = first; one != last; ++one)
-        challenges.push_back(one->second);
-    return challenges;
-}
-
 } // namespace
 
 RtspDialogue::RtspDialogue(EventLoop& loop, Transfers& transfers, const CameraUrl& url,
@@ -83,7 +75,7 @@ void RtspDialogue::onMessage(const streams::RtspMessage& message) {
     if (message.status == 0 || !expected || over_)
         return;
     loop_.cancel(answerTimer_);
-    if (message.status == 401 && attempts_ < mostAttempts && credentials_.challenge(challengesOf(message)))
+    if (message.status == 401 && attempts_ < mostAttempts && credentials_.challenge(message.challenges()))
         return sendAgain();
     events_.answered(message);
 }

@@ -2,16 +2,15 @@
 
 #include "appliance/gateway/cameras/camera.h"
 #include "appliance/gateway/rtp/picture_size.h"
+#include "appliance/gateway/service/stream_status.h"
 #include "appliance/streams/jpeg_check.h"
 
 #include <libcommon/clock.h>
 #include <libcommon/text.h>
 
-#include <cmath>
 #include <cstdio>
 #include <iostream>
 #include <optional>
-#include <sstream>
 #include <string>
 
 namespace gateway {
@@ -23,12 +22,6 @@ constexpr std::chrono::seconds longestForKeys(9); // when key pictures are rare
 
 void print(const char* key, const std::string& value) {
     std::printf("%s=%s\n", key, libcommon::printable(value).c_str());
-}
-
-std::string oneDigit(double value) {
-    std::ostringstream text;
-    text << std::round(value * 10) / 10;
-    return text.str();
 }
 
 class Probe {

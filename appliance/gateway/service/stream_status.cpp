@@ -9,15 +9,14 @@ namespace {
 
 constexpr double secondUs = 1e6;
 
-// With one digit behind the point, and none for whole numbers.
+} // namespace
+
 std::string oneDigit(double value) {
     const double rounded = std::round(value * 10) / 10;
     std::array<char, 32> text{};
     std::snprintf(text.data(), text.size(), "%.10g", rounded);
     return text.data();
 }
-
-} // namespace
 
 StreamStatus::Values StreamStatus::update(const CameraReport& report, std::int64_t now) {
     Values values;

@@ -9,6 +9,9 @@
 
 namespace gateway {
 
+// With one digit behind the point, and none for whole numbers.
+std::string oneDigit(double value);
+
 // Turns reports of one camera, taken one after the other, into status values. Pure; for one thread.
 class StreamStatus {
 public:

@@ -1,5 +1,7 @@
 #include "appliance/gateway/warm/warm_stream.h"
 
+#include "appliance/gateway/loop/back_off.h"
+
 #include <libcommon/clock.h>
 #include <libcommon/log.h>
 
@@ -9,12 +11,6 @@
 
 namespace gateway {
 namespace {
-
-constexpr std::chrono::seconds longestPause(30);
-
-std::chrono::seconds pauseAfter(int failures) {
-    return std::min(std::chrono::seconds(1 << std::min(failures - 1, 5)), longestPause);
-}
 
 // In a byte stream, and in transport packets, a picture is known to be complete when the next one begins.
 std::size_t shownLate(const streams::KeptDescription& description) {

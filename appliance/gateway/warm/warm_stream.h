@@ -56,7 +56,7 @@ public:
     bool isNeeded() const { return wanted_ || !takers_.empty(); }
 
     // Gives the taker the description, what is kept, and from now on what comes. Returns 0 when the stream can't be given
-    // at present: it is not connected, has no key picture, or stands still.
+    // now: it is not connected, has no key picture, or nothing comes any more.
     using TakerId = std::uint64_t;
     TakerId join(WarmTaker taker);
     void leave(TakerId taker);
