@@ -5,6 +5,7 @@
 #include <arpa/inet.h>
 #include <array>
 #include <cstdio>
+#include <ctime>
 #include <memory>
 #include <openssl/evp.h>
 #include <openssl/pem.h>
