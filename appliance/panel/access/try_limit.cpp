@@ -8,7 +8,7 @@
 namespace panel {
 namespace {
 
-constexpr double minute = 60;
+constexpr std::int64_t minute = 60; // seconds
 
 // Who has one IPv6 address has a whole network of them.
 std::string networkOf(std::string_view address) {
@@ -22,10 +22,12 @@ std::string networkOf(std::string_view address) {
 } // namespace
 
 std::int64_t TryLimit::secondsToWait(Bucket& bucket, unsigned most, std::int64_t now) {
-    const double gained = static_cast<double>(now - bucket.filled) * most / minute;
+    const double gained = static_cast<double>(now - bucket.filled) * most / static_cast<double>(minute);
     bucket.tries = std::min<double>(most, bucket.tries + gained);
     bucket.filled = now;
-    return bucket.tries >= 1 ? 0 : static_cast<std::int64_t>(std::ceil((1 - bucket.tries) * minute / most));
+    return bucket.tries >= 1 ? 0
+                             : static_cast<std::int64_t>(
+                                   std::ceil((1 - bucket.tries) * static_cast<double>(minute) / most));
 }
 
 // An address whose bucket is full again is as good as unknown.
