@@ -1,0 +1,83 @@
+// What happened, and the decoder's log: live, with a pause and a filter.
+
+import { h, byId, setHidden, setText } from "./dom.js";
+import { changeWords, clock, plural } from "./words.js";
+import { addTo, on, state } from "./store.js";
+
+const mostChanges = 60;
+const mostLines = 500;
+const mostShown = 200;
+const levels = ["emergency", "alert", "critical", "error", "warning", "notice", "info", "debug"];
+let paused = null; // the lines at the moment of the pause; null: it is live
+
+export function addChange(change) {
+  const words = changeWords(change);
+  if (words) addTo("changes", [{ time: change.time, words }], mostChanges);
+}
+
+export function addJournal(data) {
+  addTo("journal", Array.isArray(data) ? data : data.lines || [data], mostLines);
+}
+
+function visible() {
+  return document.visibilityState === "visible" && !byId("journal").hidden;
+}
+
+const timeOf = (time) => h("time", { datetime: time, class: "when" }, clock(time));
+
+function showChanges() {
+  if (!visible()) return;
+  byId("changes").replaceChildren(...state.changes.map((change) => h("li", {}, timeOf(change.time), h("span", {}, change.words))));
+  setHidden(byId("no-changes"), state.changes.length > 0);
+}
+
+const levelOf = (line) => (typeof line.level === "number" ? line.level : Math.max(0, levels.indexOf(line.level)));
+
+function lineElement(line) {
+  const level = levelOf(line);
+  const kind = level <= 3 ? "bad" : level === 4 ? "warn" : "";
+  return h("li", { class: kind }, timeOf(line.time), h("span", { class: "program" }, line.program),
+           kind && h("span", { class: "level" }, levels[level]), h("span", { class: "line" }, line.text));
+}
+
+function showLog() {
+  if (!visible()) return;
+  const words = byId("log-search").value.toLowerCase();
+  const least = Number(byId("log-level").value);
+  const lines = (paused || state.journal).filter((line) => levelOf(line) <= least &&
+    (!words || `${line.program} ${line.text}`.toLowerCase().includes(words)));
+  byId("log").replaceChildren(...lines.slice(0, mostShown).map(lineElement));
+  const missed = paused ? state.journal.indexOf(paused[0]) : 0;
+  const more = paused ? ` Paused; ${plural(Math.max(0, missed), "new line waits", "new lines wait")}.` : "";
+  setText(byId("log-found"), `${plural(lines.length, "line", "lines")}.${more}`);
+}
+
+let planned = 0;
+// A burst of lines is drawn once.
+function showSoon() {
+  planned = planned || requestAnimationFrame(() => {
+    planned = 0;
+    showLog();
+  });
+}
+
+function togglePause() {
+  paused = paused ? null : state.journal;
+  byId("log-pause").setAttribute("aria-pressed", String(paused !== null));
+  setText(byId("log-pause"), paused ? "Continue" : "Pause");
+  showLog();
+}
+
+export function showJournal() {
+  showChanges();
+  showLog();
+}
+
+export function startJournal() {
+  on("changes", showChanges);
+  on("journal", showSoon);
+  byId("log-pause").addEventListener("click", togglePause);
+  byId("log-search").addEventListener("input", showLog);
+  byId("log-level").addEventListener("change", showLog);
+  document.addEventListener("visibilitychange", showJournal);
+}
