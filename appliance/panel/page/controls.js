@@ -117,7 +117,7 @@ export function startControls() {
     h("div", { class: "commands" }, connect.button,
       makeCommand("Lock", "lock", "/lock", "Plays nothing for ten seconds"),
       makeCommand("Reconnect", "retry", "/reconnect", "Ends a lock early"),
-      makeCommand("Forget detections", "forget", "/flush", "Asks every encoder again what it has"), alarm),
+      makeCommand("Detect again", "search", "/flush", "Forgets what was detected, and asks every encoder again"), alarm),
     sound.element);
   byId("apply").addEventListener("click", () => command(byId("apply"), "/apply"));
   on("status", (status) => {

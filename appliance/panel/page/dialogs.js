@@ -1,6 +1,6 @@
 // Dialogs: the browser's own <dialog>, which keeps the focus inside, closes with escape and gives the focus back.
 
-import { h, icon, setHidden, setText } from "./dom.js";
+import { h, icon, sentence, setHidden, setText } from "./dom.js";
 
 // A dialog with a title. `body` is where its content goes. It is removed when it closes.
 export function openDialog(title, kind = "") {
@@ -22,7 +22,7 @@ export function reasonLine() {
   const element = h("p", { class: "reason", role: "alert", hidden: true });
   return { element, show: (text) => {
     setHidden(element, !text);
-    setText(element, text);
+    setText(element, sentence(text));
   } };
 }
 

@@ -52,6 +52,11 @@ export function setFacts(list, rows) {
   });
 }
 
+// The decoder's sentences begin with a small letter, because some stand behind others.
+export function sentence(text) {
+  return text ? text.charAt(0).toUpperCase() + text.slice(1) : "";
+}
+
 let closing = 0;
 
 function show(element, other, text) {
@@ -60,7 +65,7 @@ function show(element, other, text) {
   // Emptied first, so that a screen reader reads the same sentence again.
   element.textContent = "";
   requestAnimationFrame(() => {
-    element.textContent = text;
+    element.textContent = sentence(text);
   });
 }
 

@@ -37,7 +37,7 @@ function lineElement(line) {
   const level = levelOf(line);
   const kind = level <= 3 ? "bad" : level === 4 ? "warn" : "";
   return h("li", { class: kind }, timeOf(line.time), h("span", { class: "program" }, line.program),
-           kind && h("span", { class: "level" }, levels[level]), h("span", { class: "line" }, line.text));
+           h("span", { class: "line" }, kind && h("span", { class: "level" }, levels[level]), line.text));
 }
 
 function showLog() {

@@ -1,7 +1,7 @@
 // What is below the picture: lamp, name, what the decoder does, and how long the source is still shown. Also the
 // connection's state in the page's head, and the facts of the section "State".
 
-import { byId, setAttribute, setFacts, setHidden, setText } from "./dom.js";
+import { byId, sentence, setAttribute, setFacts, setHidden, setText } from "./dom.js";
 import { clock, doing, duration, isPaused, plural, shownName } from "./words.js";
 import { on, sourceAt, state } from "./store.js";
 
@@ -33,7 +33,7 @@ function showStatus(status) {
   setAttribute(byId("lamp"), "aria-label", `Status lamp: ${led}`);
   setAttribute(byId("lamp"), "title", `Status lamp: ${led}`);
   setText(byId("shown-name"), shownName(status));
-  setText(byId("shown-words"), doing(status));
+  setText(byId("shown-words"), sentence(doing(status)));
   byId("shown-words").classList.toggle("bad", Boolean(status.connected && status.error));
   if (status.decoder) setText(byId("decoder-name"), status.decoder);
   document.title = `${shownName(status)} – ${status.decoder || "Decoder"}`;

@@ -1,6 +1,6 @@
 // One source in a dialog: what is known about it, why it is played as it is, and its settings.
 
-import { h, icon, run, say, setAttribute, setFacts, setHidden, setText } from "./dom.js";
+import { h, icon, run, say, sentence, setAttribute, setFacts, setHidden, setText } from "./dom.js";
 import { confirmDialog, openDialog, reasonLine } from "./dialogs.js";
 import { duration, errorOf, kindWords, warmWords } from "./words.js";
 import { mayAct, on, sourceAt } from "./store.js";
@@ -91,7 +91,7 @@ function part(title, make) {
   return element;
 }
 
-async function removeSource(source, dialog) {
+async function removeSource(source, dialog, reason) {
   const agreed = await confirmDialog(`Remove ${source.name}?`, "Its settings are deleted. The camera itself is not changed.",
                                      "Remove");
   if (!agreed) return;
@@ -99,9 +99,7 @@ async function removeSource(source, dialog) {
     say((await remove(`/sources/${source.index}`)).message || "Removed.");
     dialog.close();
   } catch (error) {
-    say("");
-    dialog.querySelector("[role=alert]").hidden = false;
-    setText(dialog.querySelector("[role=alert]"), error.message);
+    reason.show(error.message);
   }
 }
 
@@ -119,13 +117,13 @@ export function openSource(index) {
   if (mayAct("admin")) {
     body.append(part("Settings of this source", () => settings(source)), reason.element,
                 h("div", { class: "actions" },
-                  h("button", { type: "button", class: "danger", onclick: () => removeSource(source, dialog) }, "Remove this source")));
+                  h("button", { type: "button", class: "danger", onclick: () => removeSource(source, dialog, reason) }, "Remove this source")));
   }
   shown = { index, update: (now) => {
     setText(heading, now.name);
     setFacts(list, facts(now));
     setHidden(error, !errorOf(now));
-    setText(error.lastElementChild, errorOf(now));
+    setText(error.lastElementChild, sentence(errorOf(now)));
     if (now.still) setAttribute(still, "src", now.still);
   } };
   shown.update(source);

@@ -1,8 +1,8 @@
 // The sources as cards, in their order. A card is kept for its place in the list and gets new texts when something
 // changes, so that the focus stays where it is.
 
-import { h, icon, byId, run, say, setAttribute, setHidden, setText } from "./dom.js";
-import { errorOf, kindWords, duration, warmWords } from "./words.js";
+import { h, icon, byId, run, say, sentence, setAttribute, setHidden, setText } from "./dom.js";
+import { errorOf, kindWords, duration } from "./words.js";
 import { mayAct, on, state } from "./store.js";
 import { openAdd } from "./add.js";
 import { openSource } from "./source.js";
@@ -16,9 +16,10 @@ function makeCard(place) {
   const card = { place, source: null, asked: 0 };
   card.still = h("img", { alt: "", loading: "lazy", decoding: "async", width: 160, height: 90 });
   card.noStill = icon("camera");
-  card.badge = h("span", { class: "badge", hidden: true }, "On the screen");
+  card.badge = h("span", { class: "badge", hidden: true }, "Shown");
   card.name = h("h3", { class: "card-name" });
   card.kind = h("p", { class: "card-kind" });
+  card.model = h("p", { class: "card-kind" });
   card.error = h("p", { class: "card-error", hidden: true });
   card.errorText = h("span");
   card.error.append(icon("warning"), card.errorText);
@@ -28,7 +29,7 @@ function makeCard(place) {
   card.handle = h("button", { type: "button", class: "quiet square handle", "aria-describedby": "order-help" }, icon("handle"));
   card.element = h("li", { class: "source" }, card.handle,
                    h("div", { class: "still" }, card.noStill, card.still, card.badge),
-                   h("div", { class: "card-words" }, card.name, card.kind, card.error, card.chips),
+                   h("div", { class: "card-words" }, card.name, card.kind, card.model, card.error, card.chips),
                    h("div", { class: "card-actions" }, card.show, card.details));
   card.still.addEventListener("error", () => setHidden(card.still, true));
   card.still.addEventListener("load", () => setHidden(card.still, false));
@@ -48,14 +49,20 @@ async function select(card) {
   setTimeout(() => showCard(card, card.source), 5100);
 }
 
+// What is unusual about a source.
 function chipsOf(source) {
+  const mode = state.status?.mode;
   const chips = [];
-  if (source.displayTime && state.status?.mode === "auto" && source.autoEnabled !== false) chips.push(duration(source.displayTime));
-  if (state.status?.mode === "auto" && source.autoEnabled === false) chips.push("not in the sequence");
-  if (state.status?.mode === "manual" && source.manualEnabled === false) chips.push("not with the button");
+  if (mode === "auto" && source.autoEnabled === false) chips.push("not in the sequence");
+  if (mode === "manual" && source.manualEnabled === false) chips.push("not with the button");
   if (source.inForce === false) chips.push(source.new ? "new, not applied yet" : "changed, not applied yet");
-  if (source.warm?.kept) chips.push("kept warm");
   return chips;
+}
+
+// "10 s · H.264, 1920x1080"
+function lineOf(source) {
+  const time = state.status?.mode === "auto" && source.displayTime ? duration(source.displayTime) : "";
+  return [time, kindWords(source)].filter((word) => word).join(" · ");
 }
 
 function showStill(card, source) {
@@ -76,8 +83,10 @@ function showCard(card, source) {
   setAttribute(card.element, "aria-current", current ? "true" : null);
   setAttribute(card.element, "data-index", source.index);
   setText(card.name, source.name);
-  setText(card.kind, [kindWords(source), source.model].filter((word) => word).join(" · "));
-  setText(card.errorText, errorOf(source));
+  setText(card.kind, lineOf(source));
+  setText(card.model, source.model);
+  setHidden(card.model, !source.model);
+  setText(card.errorText, sentence(errorOf(source)));
   setHidden(card.error, !errorOf(source));
   setHidden(card.badge, !current);
   const chips = chipsOf(source);
@@ -85,7 +94,6 @@ function showCard(card, source) {
     card.chips.dataset.chips = chips.join("\n");
     card.chips.replaceChildren(...chips.map((chip) => h("span", { class: "chip" }, chip)));
   }
-  setAttribute(card.chips, "title", warmWords(source.warm) || null);
   showStill(card, source);
   showButtons(card, source, current, waits);
 }

@@ -3,7 +3,7 @@
 import { mayAct } from "./store.js";
 
 export function clock(time) {
-  return new Date(time).toLocaleTimeString([], { hour: "2-digit", minute: "2-digit", second: "2-digit" });
+  return new Date(time).toLocaleTimeString([], { hour: "2-digit", minute: "2-digit", second: "2-digit", hourCycle: "h23" });
 }
 
 // "8 s", "3 min", "2 h", "5 days"
@@ -18,12 +18,13 @@ export function plural(count, one, many) {
   return `${count} ${count === 1 ? one : many}`;
 }
 
-export const isPaused = (status) => Boolean(status.paused) || status.machineState === "AUTO_PAUSE";
+export const isPaused = (status) => Boolean(status.paused);
 
 // The name that the big line below the picture has.
 export function shownName(status) {
   if (!status) return "Decoder";
   if (status.supervisorPid < 0) return "No decoder is running";
+  if (status.activity === "locked") return "Locked";
   if (!status.connected) return status.connectWanted ? "Locked or connecting" : "Disconnected";
   return status.sourceName || "No source";
 }
@@ -35,17 +36,18 @@ export function doing(status) {
   if (!status.connected) {
     return status.connectWanted ? "It plays nothing for a moment." : "It plays nothing until it is connected.";
   }
-  if (status.error) return `${status.error}; tried again`;
-  if (status.currentSource < 0) return status.osd?.find((text) => text) || "Looking for a source";
-  if (status.mode !== "auto") return "Shown until another source is selected";
-  return isPaused(status) ? "The sequence is paused" : "All sources are shown in turn";
+  if (status.error) return `Not playing: ${status.error}. It is tried again.`;
+  if (status.activity === "detecting") return "The decoder asks the encoder what it has.";
+  if (status.currentSource < 0) return status.osd?.find((text) => text) || "The decoder looks for a source.";
+  if (status.mode !== "auto") return "Shown until another source is selected.";
+  return isPaused(status) ? "The sequence is paused." : "All sources are shown in turn.";
 }
 
 // What a short press of the decoder's button does now.
 export function pressEffect(status) {
   if (!status || !status.connected) return "Connects";
   if (status.mode !== "auto") return "Next source";
-  return isPaused(status) ? "Continues" : "Pauses";
+  return isPaused(status) ? "Continues the sequence" : "Pauses the sequence";
 }
 
 const kinds = {
