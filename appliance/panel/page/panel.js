@@ -8,7 +8,7 @@ import { showSettings, startSettings } from "./parameters.js";
 import { startStream, stopStream, tellOtherTabs } from "./stream.js";
 import { accountWords } from "./words.js";
 import { startControls } from "./controls.js";
-import { startPicture } from "./picture.js";
+import { allowPictures, startPicture } from "./picture.js";
 import { startShown } from "./shown.js";
 import { startSources } from "./sources.js";
 
@@ -117,6 +117,7 @@ async function logIn(event) {
 }
 
 async function logOut() {
+  allowPictures(false);
   await run(byId("log-out"), async () => {
     await call("POST", "/logout", {});
     wasInside = false;

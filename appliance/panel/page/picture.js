@@ -40,7 +40,7 @@ async function showNewest() {
     try {
       await show(picture);
     } catch {
-      wanted = wanted || (state.link.state === "open" ? picture : null);
+      wanted = wanted || (allowed && state.link.state === "open" ? picture : null);
       await pause(1000);
     }
   }
@@ -67,11 +67,21 @@ function veil() {
   byId("screen").classList.toggle("stale", Boolean(words));
 }
 
+// Whether somebody is logged in. Without, the decoder gives no pictures.
+let allowed = false;
+
+export function allowPictures(yes) {
+  allowed = yes;
+  if (!yes) wanted = null;
+}
+
 export function startPicture() {
   on("picture", (picture) => {
+    if (!allowed) return;
     wanted = picture;
     showNewest();
   });
+  on("session", (session) => allowPictures(session.role !== "none"));
   on("link", veil);
   on("status", (status) => {
     veil();
@@ -80,7 +90,7 @@ export function startPicture() {
   });
   document.addEventListener("visibilitychange", () => {
     if (document.visibilityState !== "visible") return;
-    wanted = wanted || state.picture;
+    wanted = wanted || (allowed ? state.picture : null);
     showNewest();
   });
   setInterval(() => state.link.state === "lost" && veil(), 1000);

@@ -118,11 +118,17 @@ class Page:
                                         if card.find_element(By.CSS_SELECTOR, ".card-name").text == name), None),
                           f"there is no card of {name}")
 
+    def click(self, element):
+        """A click on an element or selector, after it has been scrolled to where nothing covers it."""
+        element = self.one(element) if isinstance(element, str) else element
+        self.script("arguments[0].scrollIntoView({block: 'center', behavior: 'instant'})", element)
+        element.click()
+
     def select(self, name):
-        self.card(name).find_element(By.CSS_SELECTOR, ".show").click()
+        self.click(self.card(name).find_element(By.CSS_SELECTOR, ".show"))
 
     def details(self, name):
-        self.card(name).find_element(By.CSS_SELECTOR, ".card-actions .square").click()
+        self.click(self.card(name).find_element(By.CSS_SELECTOR, ".card-actions .square"))
 
     def button(self, text, inside=""):
         return self.until(lambda: next((button for button in self.shown(f"{inside} button") if text in button.text), None),
@@ -162,7 +168,7 @@ class Page:
         for request in self.requests:
             if request["method"] == "Network.requestWillBeSent":
                 url = request["params"]["request"]["url"]
-                if not url.startswith((self.stage.address + "/", "blob:" + self.stage.address, "data:,", "chrome:", "about:")):
+                if not url.startswith((self.stage.address + "/", "blob:" + self.stage.address, "data:", "chrome:", "about:")):
                     found.append(f"foreign request: {url}")
         for entry in self.console:
             text = entry["message"]
