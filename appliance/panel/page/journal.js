@@ -23,7 +23,7 @@ function visible() {
   return document.visibilityState === "visible" && !byId("journal").hidden;
 }
 
-const timeOf = (time) => h("time", { datetime: time, class: "when" }, clock(time));
+const timeOf = (time) => h("time", { datetime: time, class: "when" }, time ? clock(time) : "");
 
 function showChanges() {
   if (!visible()) return;

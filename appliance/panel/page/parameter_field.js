@@ -6,13 +6,13 @@ import { h, setHidden, setText } from "./dom.js";
 export function whyWrong(parameter, value) {
   const words = parameter.words || [];
   if (words.includes(value) || value === "") return "";
-  const numeric = parameter.kind === "Number" || parameter.kind === "ChoiceOrNumber";
+  const numeric = parameter.kind === "number" || parameter.kind === "choiceOrNumber";
   if (numeric && parameter.most > parameter.least) {
     const fits = /^-?\d+$/.test(value) && Number(value) >= parameter.least && Number(value) <= parameter.most;
     return fits ? "" : `This takes ${taken(parameter)}.`;
   }
-  if (parameter.kind === "ChoiceOrSize") return /^\d+x\d+$/.test(value) ? "" : `This takes ${taken(parameter)}.`;
-  if ((parameter.kind === "Choice" || parameter.kind === "YesNo") && words.length) return `This takes ${taken(parameter)}.`;
+  if (parameter.kind === "choiceOrSize") return /^\d+x\d+$/.test(value) ? "" : `This takes ${taken(parameter)}.`;
+  if ((parameter.kind === "choice" || parameter.kind === "yesNo") && words.length) return `This takes ${taken(parameter)}.`;
   return "";
 }
 
@@ -31,7 +31,7 @@ export class ParameterField {
     this.parameter = parameter;
     this.label = label;
     this.stored = parameter.value ?? "";
-    this.secret = /Password$/.test(parameter.name);
+    this.secret = Boolean(parameter.secret);
     if (this.secret) this.stored = "";
     this.make(onChange);
   }
@@ -67,11 +67,11 @@ export class ParameterField {
 
   makeControl() {
     const { words = [], kind } = this.parameter;
-    const closed = words.length > 0 && (kind === "YesNo" || kind === "Choice");
+    const closed = words.length > 0 && (kind === "yesNo" || kind === "choice");
     if (!closed) {
       return h("input", { type: this.secret ? "password" : "text", value: this.stored, spellcheck: "false",
                           autocomplete: this.secret ? "new-password" : "off", autocapitalize: "none",
-                          inputmode: kind === "Number" ? "numeric" : null,
+                          inputmode: kind === "number" ? "numeric" : null,
                           placeholder: this.secret && this.parameter.value ? "set; write a new one to change it" : null });
     }
     // A value that is not allowed stays visible until it is changed.

@@ -107,8 +107,8 @@ function search() {
 }
 
 function build(all) {
-  const own = all.filter((parameter) => groupOf(parameter.name) !== "Encoder" && !/\.Info\./.test(parameter.name) &&
-                         parameter.name !== "Decoder.Connected");
+  // Connecting is a command of the decoder, not a setting.
+  const own = all.filter((parameter) => parameter.name !== "Decoder.Connected");
   const titles = [...new Set(own.map((parameter) => groupOf(parameter.name)))];
   groups = titles.map((title) => makeGroup(title, own.filter((parameter) => groupOf(parameter.name) === title)));
   fields = groups.flatMap((group) => group.items);

@@ -30,12 +30,9 @@ function facts(source) {
 // ---- Settings of the source --------------------------------------------------------------------------------------
 
 async function makeFields(source) {
-  const all = await get("/parameters");
-  const prefix = `Encoder.${source.name}.`;
-  return all.filter((parameter) => parameter.name.startsWith(prefix)).map((parameter) => {
-    const key = parameter.name.slice(prefix.length);
-    return new ParameterField({ ...parameter, value: parameter.value ?? source.configured?.[key] ?? "" }, key);
-  });
+  const keys = await get("/parameters?of=sources");
+  return keys.map((parameter) => new ParameterField({ ...parameter, value: source.configured?.[parameter.name] ?? "" },
+                                                    parameter.name));
 }
 
 function changedValues(fields) {

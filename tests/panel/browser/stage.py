@@ -90,12 +90,6 @@ class Stage(Decoder):
     def address(self):
         return f"http://127.0.0.1:{self.port}"
 
-    def event_streams(self):
-        """The connections to the panel that are open, as this machine's kernel counts them: [(local port, inode)]."""
-        wanted = f"0100007F:{self.port:04X}"
-        rows = [line.split() for line in Path("/proc/net/tcp").read_text().splitlines()[1:]]
-        return [row[2] for row in rows if row[1] == wanted and row[3] == "01"]
-
     def end(self):
         super().end()
         for source in self.sources:
