@@ -2,12 +2,13 @@
 
 import { h, byId, setHidden, setText } from "./dom.js";
 import { changeWords, clock, plural } from "./words.js";
-import { addTo, on, state } from "./store.js";
+import { addTo, mayAct, on, set, state } from "./store.js";
+import { get } from "./api.js";
 
 const mostChanges = 60;
 const mostLines = 500;
 const mostShown = 200;
-const levels = ["emergency", "alert", "critical", "error", "warning", "notice", "info", "debug"];
+const levels = ["emergency", "alert", "critical", "error", "warning", "notice", "information", "debug"];
 let paused = null; // the lines at the moment of the pause; null: it is live
 
 export function addChange(change) {
@@ -17,6 +18,17 @@ export function addChange(change) {
 
 export function addJournal(data) {
   addTo("journal", Array.isArray(data) ? data : data.lines || [data], mostLines);
+}
+
+// The lines from before this page was opened. Without them the log begins now.
+async function readEarlier() {
+  if (!mayAct("operator")) return;
+  try {
+    const lines = await get("/journal?lines=200");
+    set("journal", lines.reverse());
+  } catch {
+    // The log begins now: it says itself how many lines it has.
+  }
 }
 
 function visible() {
@@ -76,6 +88,7 @@ export function showJournal() {
 export function startJournal() {
   on("changes", showChanges);
   on("journal", showSoon);
+  on("link", (link) => link.state === "open" && readEarlier());
   byId("log-pause").addEventListener("click", togglePause);
   byId("log-search").addEventListener("input", showLog);
   byId("log-level").addEventListener("change", showLog);
