@@ -4,6 +4,7 @@
 #include "appliance/panel/web/router.h"
 
 #include <charconv>
+#include <functional>
 #include <memory>
 #include <nlohmann/json.hpp>
 #include <string_view>
@@ -20,9 +21,9 @@ struct Page {
     Request request;
     Answer answer;
     int httpStatus = 200;
-    std::string notice;
-    json status;
-    json sources;
+    std::string notice = {};
+    json status = {};
+    json sources = {};
 };
 
 std::string textOf(const json& object, const char* key) {

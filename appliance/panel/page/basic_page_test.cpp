@@ -44,13 +44,20 @@ struct Panel {
         return got;
     }
     Response get(Role role) {
-        return ask({.method = "GET", .path = "/basic", .role = role, .csrf = "token"});
+        Request request;
+        request.method = "GET";
+        request.path = "/basic";
+        request.role = role;
+        request.csrf = "token";
+        return ask(request);
     }
     Response select(const std::string& source) {
-        return ask({.method = "POST",
-                    .path = "/basic/select",
-                    .form = {{"source", source}},
-                    .role = Role::Operator});
+        Request request;
+        request.method = "POST";
+        request.path = "/basic/select";
+        request.form = {{"source", source}};
+        request.role = Role::Operator;
+        return ask(request);
     }
 };
 
