@@ -23,6 +23,7 @@ namespace {
 constexpr unsigned togetherMs = 20;
 constexpr unsigned watchedTickMs = 1000;
 constexpr unsigned idleTickMs = 2000;
+constexpr std::int64_t freshUs = 50'000;
 
 std::string machineName() {
     char name[256] = "";
@@ -199,7 +200,13 @@ void Observer::tellErrors() {
     errors_ = std::move(now);
 }
 
+void Observer::refresh() {
+    if (gettimeusec() - lookedAt_ >= freshUs)
+        look();
+}
+
 void Observer::look() {
+    lookedAt_ = gettimeusec();
     const DecoderStatus before = status_;
     readFiles();
     lookAtPictures();

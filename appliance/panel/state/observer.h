@@ -52,6 +52,8 @@ public:
 
     // Reads everything now and tells what is new. For a reply after a command, and for a tick.
     void look();
+    // The same, unless it was done a moment ago: for the many requests of many clients.
+    void refresh();
     // The list of sources may have changed in a way that no file tells, such as a new still.
     void lookAtSources();
 
@@ -88,6 +90,7 @@ private:
     std::string shownSources_;
     std::int64_t shownSince_ = 0;
     std::string shownSinceText_; // of shownSince_
+    std::int64_t lookedAt_ = 0;  // gettimeusec()'s clock
     bool watched_ = false;
     bool first_ = true;
     unsigned watchId_ = 0; // GLib's sources; 0: none

@@ -33,7 +33,8 @@ void SwitchTimes::answer(const screen::FrameInfo& info, std::vector<SwitchEvent>
         selection_.reset();
     } else if (info.source == selection.source) {
         selection_.reset();
-        events.push_back({SwitchEvent::Kind::Answer, info.source, secondsBetween(selection.time, info.time)});
+        events.push_back(
+            {SwitchEvent::Kind::Answered, info.source, secondsBetween(selection.time, info.time)});
     }
 }
 

@@ -13,11 +13,11 @@ namespace panel {
 // All times are microseconds on gettimeusec()'s clock. Sources are indices of the list in force.
 struct SwitchEvent {
     enum class Kind {
-        Answer,  // a selection was answered: `seconds` from it to the source's first picture
-        Gap,     // another source shows: `seconds` between the last picture before and its first one
-        Start,   // a player began to show a source that was not shown before
-        Restart, // another player shows the same source
-        Stall,   // the source that shows gave no picture for `seconds`
+        Answered, // a selection was answered: `seconds` from it to the source's first picture
+        Gap,      // another source shows: `seconds` between the last picture before and its first one
+        Start,    // a player began to show a source that was not shown before
+        Restart,  // another player shows the same source
+        Stall,    // the source that shows gave no picture for `seconds`
     };
     Kind kind = Kind::Gap;
     int source = -1;

@@ -39,7 +39,7 @@ TEST(SwitchTimes, MeasuresGapAndAnswer) {
     times.add(frames(3, 1, second, 10, 0)); // the last one at 1.08 s
     times.selected(1, second + 100'000);
     const std::vector<SwitchEvent> events = times.add(frames(2, 4, second + 200'000, 11, 1));
-    ASSERT_EQ(kinds(events), (std::vector{Kind::Start, Kind::Gap, Kind::Answer}));
+    ASSERT_EQ(kinds(events), (std::vector{Kind::Start, Kind::Gap, Kind::Answered}));
     EXPECT_NEAR(events[1].seconds, 0.12, 1e-9);
     EXPECT_NEAR(events[2].seconds, 0.1, 1e-9);
     EXPECT_EQ(events[2].source, 1);
@@ -58,7 +58,7 @@ TEST(SwitchTimes, FramesFromBeforeTheSelectionAreNotItsAnswer) {
     times.add(frames(1, 1, second, 10, 0));
     times.selected(1, 3 * second);
     EXPECT_EQ(kinds(times.add(frames(1, 2, 2 * second, 11, 1))), (std::vector{Kind::Start, Kind::Gap}));
-    EXPECT_EQ(kinds(times.add(frames(1, 3, 3 * second + 1, 11, 1))), std::vector{Kind::Answer});
+    EXPECT_EQ(kinds(times.add(frames(1, 3, 3 * second + 1, 11, 1))), std::vector{Kind::Answered});
 }
 
 TEST(SwitchTimes, ALateFrameIsNoAnswer) {
