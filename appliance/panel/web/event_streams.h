@@ -36,7 +36,7 @@ struct StreamLimits {
     std::size_t mostQueued = 100;              // events of "change" and "journal", for each listener
     std::size_t mostWaiting = 2 * 1024 * 1024; // bytes, for each listener; a listener above it is cut
     unsigned longestStall = 30;                // seconds
-    unsigned commentEvery = 15;                // seconds
+    unsigned beatEvery = 15; // seconds between events "beat", which show that the connection lives
 };
 
 class EventStreams {

@@ -23,13 +23,13 @@ std::string_view roleName(Role role);
 using Texts = std::map<std::string, std::string, std::less<>>;
 
 struct Request {
-    std::string method;  // "GET", "POST", "PUT", "PATCH", "DELETE"; a HEAD request is a GET here
-    std::string path;    // without the query, decoded
-    Texts parts;         // of the route's pattern, decoded: {"source", "3"}
-    Texts query;         // decoded; of a name that comes twice the first value
-    Texts form;          // the same of a body with the type application/x-www-form-urlencoded
-    std::string body;    // at most the route's bound
-    std::string type;    // of the body, in lower case and without parameters: "application/json"
+    std::string method; // "GET", "POST", "PUT", "PATCH", "DELETE"; a HEAD request is a GET here
+    std::string path;   // without the query, decoded
+    Texts parts;        // of the route's pattern, decoded: {"source", "3"}
+    Texts query;        // decoded; of a name that comes twice the first value
+    Texts form;         // the same of a body with the type application/x-www-form-urlencoded
+    std::string body;   // at most the route's bound
+    std::string type;   // of the body, in lower case and without parameters: "application/json"
     Role role = Role::None;
     std::string account; // user or token; "" without log-in
     std::string csrf;    // to put into the field "csrf" of a form without JavaScript; "" without log-in
@@ -41,7 +41,8 @@ struct Response {
     int status = 200;
     std::string type = "application/json";
     std::string body;
-    std::shared_ptr<const std::string> sharedBody; // sent instead of `body` when it is set: one copy for all clients
+    std::shared_ptr<const std::string>
+        sharedBody; // sent instead of `body` when it is set: one copy for all clients
     std::vector<std::pair<std::string, std::string>> headers; // line breaks in a value are refused with 500
 };
 

@@ -18,10 +18,11 @@ enum class Purpose { None, Alarm, Metrics };
 
 struct RouteRules {
     Role least = Role::Admin;
-    Purpose purpose = Purpose::None;   // a token for this purpose may, too
-    bool tokensOnly = false;           // a session is not enough: for GET addresses that change something
-    bool tokenInQuery = false;         // the token may be in ?token=
-    std::size_t mostBody = 64 * 1024;  // bytes
+    Purpose purpose = Purpose::None;  // a token for this purpose may, too
+    bool tokensOnly = false;          // a session is not enough: for GET addresses that change something
+    bool tokenInQuery = false;        // the token may be in ?token=
+    bool eventStream = false;         // the client gets events; there is no handler
+    std::size_t mostBody = 64 * 1024; // bytes
 };
 
 class Router {

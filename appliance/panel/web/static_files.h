@@ -18,8 +18,7 @@ struct StaticFile {
 // Made at build time from the files of appliance/panel/page/.
 std::span<const StaticFile> pageFiles();
 
-// Adds a route for each file. In HTML, "/assets/NAME" becomes "/assets/NAME?HASH" at build time: an address with the
-// right hash is kept by browsers for a year, one without is asked for again each time, with ETag.
+// Adds a route for each file. Browsers keep the files and ask with the ETag whether they are still right.
 void addStaticFiles(Router& router, std::span<const StaticFile> files);
 
 } // namespace panel
