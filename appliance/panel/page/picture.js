@@ -9,6 +9,7 @@ const canvas = byId("picture");
 const context = canvas.getContext("bitmaprenderer");
 let wanted = null; // the newest picture that has not been fetched
 let fetching = false;
+let request = null; // of the picture that is fetched now
 let shownAny = false;
 
 const nextFrame = () => new Promise((resolve) => {
@@ -19,7 +20,10 @@ const pause = (milliseconds) => new Promise((resolve) => {
 });
 
 async function show(picture) {
-  const answer = await fetch(picture.url, { credentials: "same-origin", signal: AbortSignal.timeout(10000) });
+  request = new AbortController();
+  const late = setTimeout(() => request.abort(), 10000);
+  const answer = await fetch(picture.url, { credentials: "same-origin", signal: request.signal })
+    .finally(() => clearTimeout(late));
   if (!answer.ok) throw new Error(answer.statusText);
   const bitmap = await createImageBitmap(await answer.blob());
   context.transferFromImageBitmap(bitmap);
@@ -72,7 +76,9 @@ let allowed = false;
 
 export function allowPictures(yes) {
   allowed = yes;
-  if (!yes) wanted = null;
+  if (yes) return;
+  wanted = null;
+  request?.abort();
 }
 
 export function startPicture() {

@@ -33,6 +33,7 @@ class Page:
         options.set_capability("goog:loggingPrefs", {"browser": "ALL", "performance": "ALL"})
         self.driver = webdriver.Chrome(service=Service(DRIVER), options=options)
         self.driver.set_page_load_timeout(30)
+        self.driver.set_script_timeout(60)
         self.scale, self.dark = scale, dark
         self.resize(width, height)
         self.driver.execute_cdp_cmd("Emulation.setTimezoneOverride", {"timezoneId": "Europe/Berlin"})
@@ -90,7 +91,12 @@ class Page:
 
     def mark(self):
         """The frame mark of the picture in a screenshot of the page."""
-        return read_mark(picture(self.one("#picture").screenshot_as_png))
+        return read_mark(self.seen())
+
+    def seen(self):
+        """The picture as a screenshot of the page has it, where nothing covers it."""
+        self.script("scrollTo(0, 0)")
+        return picture(self.one("#picture").screenshot_as_png)
 
     def until_mark(self, source, seconds=20.0):
         return self.until(lambda: (mark := self.mark()) and mark[0] == source and mark,
@@ -172,7 +178,7 @@ class Page:
                     found.append(f"foreign request: {url}")
         for entry in self.console:
             text = entry["message"]
-            if not any(part in text for part in self.allowed):
+            if not text.startswith("chrome") and not any(part in text for part in self.allowed):
                 found.append(f"console: {entry['level']} {text}")
         return found
 
