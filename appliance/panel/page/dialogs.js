@@ -36,11 +36,13 @@ export function field(label, control, hint = "") {
   const note = h("span", { class: "hint", id: `${id}-hint` }, hint);
   control.setAttribute("aria-describedby", `${id}-reason ${id}-hint`);
   const element = h("div", { class: "field" }, h("label", { for: control.id }, label), control, reason, note);
-  return { element, control, refuse: (text) => {
+  const refuse = (text) => {
     setText(reason, text);
     if (text) control.setAttribute("aria-invalid", "true");
     else control.removeAttribute("aria-invalid");
-  } };
+  };
+  control.addEventListener("input", () => refuse(""));
+  return { element, control, refuse };
 }
 
 // Asks before something is lost. Resolves to true when the user agrees.

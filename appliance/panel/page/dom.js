@@ -52,9 +52,9 @@ export function setFacts(list, rows) {
   });
 }
 
-// The decoder's sentences begin with a small letter, because some stand behind others.
+// The decoder's sentences begin with a small letter. The names of programs and addresses keep theirs.
 export function sentence(text) {
-  return text ? text.charAt(0).toUpperCase() + text.slice(1) : "";
+  return /^[a-z]+[ ,:]/.test(text) ? text.charAt(0).toUpperCase() + text.slice(1) : text || "";
 }
 
 let closing = 0;

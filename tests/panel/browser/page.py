@@ -90,8 +90,8 @@ class Page:
                    lambda: f"{selector} says {self.text(selector)!r} and never {part!r}", seconds)
 
     def mark(self):
-        """The frame mark of the picture in a screenshot of the page."""
-        return read_mark(self.seen())
+        """The frame mark of the picture in a screenshot of the page; None while there is none."""
+        return read_mark(self.seen()) if self.shown("#picture") else None
 
     def seen(self):
         """The picture as a screenshot of the page has it, where nothing covers it."""

@@ -77,7 +77,7 @@ class Stage(Decoder):
 
     def start_panel(self):
         """Starts it on a free port, and later on the same one again."""
-        self.panel = self.start("decoder-panel", ["--port", str(self.port)], {"LIBCOMMON_LOG": self.log("panel")})
+        self.panel = self.start("decoder-panel", ["--port", str(self.port)], {"LIBCOMMON_LOG": self.log("decoder")})
         self.wait_for(lambda: re.search(r"port=(\d+)", self.output("decoder-panel")), "decoder-panel does not listen")
         self.port = int(re.search(r"port=(\d+)", self.output("decoder-panel"))[1])
 
