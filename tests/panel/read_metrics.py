@@ -1,4 +1,4 @@
-#!/usr/bin/env python3
+#!/usr/bin/python3
 """Reads the panel's figures with Prometheus' own client and checks what its practice asks of names and values.
 
 read_metrics.py FILE. Exit status 77: the client is not installed.
