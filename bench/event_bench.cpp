@@ -5,6 +5,7 @@
 //   take  a selective take that walks over 255 events that it leaves, beside one walk over such a list
 //
 // Both sides in turn, in microseconds, as lines "sample ROW SIDE VALUE".
+#include "bench/memory_files.h"
 #include "bench/samples.h"
 #include "events/event_handler.h"
 #include "events/event_queue.h"
@@ -170,6 +171,7 @@ int main(int argc, char** argv) {
     int repetitions = 200;
     app.add_option("--repetitions", repetitions, "measurements of each side")->check(CLI::Range(1, 100'000));
     CLI11_PARSE(app, argc, argv);
+    bench::keepFilesInMemory();
     std::string root = (std::filesystem::temp_directory_path() / "event-bench-XXXXXX").string();
     if (mkdtemp(root.data()) == nullptr)
         return 1;

@@ -1,8 +1,8 @@
 // A bare program that starts another one and sees it end. It links the libraries that the supervisor links, and nothing of
 // the supervisor is in it.
 //
-//   bare_launcher wait KB              takes KB kilobytes of memory of its own and sleeps
-//   bare_launcher launch KB PROGRAM    the same, starts the program, ends with it
+//   bare_launcher launch KB PROGRAM    takes KB kilobytes of memory of its own, runs the shell command of the supervisor's
+//                                      start, starts the program, ends with it
 //   bare_launcher orders KB PROGRAM LIBRARY...
 //                                      loads the libraries; then, for each line on standard input: "s" starts the program
 //                                      and prints the time of the fork and its pid; "e" awaits its end, too; "k" kills it
@@ -46,6 +46,15 @@ pid_t start(char* program) {
     return pid;
 }
 
+// The command with which the supervisor looks for barriers that an earlier one has left.
+void listBarriers() {
+    FILE* listing = popen("ls -1 /var/tmp/barrier.* 2>/dev/null", "r");
+    while (listing != nullptr && std::fgetc(listing) != EOF) {
+    }
+    if (listing != nullptr)
+        pclose(listing);
+}
+
 // SIGCHLD is let in only while this waits.
 void awaitEnd(const sigset_t& waiting) {
     while (endedAt == 0)
@@ -84,8 +93,9 @@ void obey(char* program) {
 } // namespace
 
 int main(int argc, char** argv) {
-    if (argc < 3 || (argc < 4 && std::strcmp(argv[1], "wait") != 0)) {
-        std::fputs("usage: bare_launcher wait|launch|orders KB [PROGRAM [LIBRARY...]]\n", stderr);
+    const bool obeys = argc > 1 && std::strcmp(argv[1], "orders") == 0;
+    if (argc < 4) {
+        std::fputs("usage: bare_launcher launch|orders KB PROGRAM [LIBRARY...]\n", stderr);
         return 2;
     }
     prctl(PR_SET_PDEATHSIG, SIGKILL);
@@ -93,16 +103,13 @@ int main(int argc, char** argv) {
     std::vector<char> memory(static_cast<std::size_t>(std::atol(argv[2])) * 1024);
     for (std::size_t i = 0; i < memory.size(); i += 4096)
         memory[i] = 1;
-    if (std::strcmp(argv[1], "orders") == 0) {
+    if (obeys) {
         for (int i = 4; i < argc; ++i)
             dlopen(argv[i], RTLD_NOW);
         obey(argv[3]);
-    } else if (std::strcmp(argv[1], "launch") == 0) {
-        waitpid(start(argv[3]), nullptr, 0);
     } else {
-        std::puts("ready");
-        std::fflush(stdout);
-        pause();
+        listBarriers();
+        waitpid(start(argv[3]), nullptr, 0);
     }
     return memory.empty() ? 0 : memory[0] - 1;
 }

@@ -114,8 +114,8 @@ bool measureRestart(const SupervisorOptions& options) {
         return false;
     }
     // A path without blanks, which scripts and supervisord would take apart.
-    char folder[] = "/tmp/bench-watchmen-XXXXXX";
-    if (mkdtemp(folder) == nullptr)
+    std::string folder = fs::temp_directory_path() / "bench-watchmen-XXXXXX";
+    if (mkdtemp(folder.data()) == nullptr)
         return false;
     bool good = true;
     {
