@@ -216,6 +216,9 @@ bool writeParameter(int fileId, std::string_view name, std::string_view value) {
                parameterFilePath(fileId).c_str(), reason);
         return false;
     }
+    // A value that is there already needs no lock: other programs' changes come before or after this look.
+    if (!value.empty() && currentParameters(fileId)->value(name) == value)
+        return true;
     return rewrite(fileId, '"' + std::string(name.substr(0, 200)) + '"',
                    [&](const std::string& present) -> std::optional<std::string> {
                        std::string text = withParameter(present, name, value);
