@@ -11,6 +11,9 @@ SHORT_KINDS = ["mjpeg", "mpeg2", "rtsp-unicast"]
 ALL_KINDS = ["mjpeg", "mpeg2", "sdp", "rtsp-unicast", "rtsp-multicast", "rtsp-tcp", "rtsp-http"]
 OVERLAPPING = ("mpv", "gst-launch", "vlc")
 PEERS = OVERLAPPING + ("mpv-told", "vlc-told")
+DETECTING = ("curl and ffprobe", "curl and gst-discoverer")
+DETECTION_SIDES = ("ffprobe", "gst-discoverer", "ffprobe-told", "gst-discoverer-told")
+TOLD = ("ffprobe, told", "gst-discoverer, told")
 WARM, COLD = "ours-warm", "ours-cold"
 
 
@@ -177,8 +180,8 @@ def detection_rows(mode):
         for delay in ("0", "20"):
             row = f"detect-{delay}:{kind}"
             yield Row(f"detection, {kind}, {delay} ms, with its waits", "ms", ("detection", row, "ours"),
-                      {peer: ("detection", row, peer) for peer in ("ffprobe", "gst-discoverer")},
-                      [TimesFaster(1, strictly=True)], "detection")
+                      {peer: ("detection", row, side) for peer, side in zip(DETECTING + TOLD, DETECTION_SIDES)},
+                      [TimesFaster(1, DETECTING, strictly=True)], "detection")
 
 
 def single(title, unit, measurement, row, beside, goals, group="supervisor"):
