@@ -218,7 +218,8 @@ bool ffprobeFinds(const Arguments& stream) {
 // It gets the URL, the last of ffprobe's arguments. It tries the ways of RTSP by itself.
 bool discovererFinds(const Arguments& stream) {
     const std::string output = runTool("gst-discoverer-1.0", {"-t", "5", stream.back()}).output;
-    return output.find("video") != std::string::npos && output.find("Done discovering") != std::string::npos &&
+    return output.find("video") != std::string::npos &&
+           output.find("Done discovering") != std::string::npos &&
            output.find("Analyzing URI timed out") == std::string::npos;
 }
 
@@ -227,7 +228,8 @@ void askForParameters() {
     Arguments arguments{"--silent", "--max-time", "10"};
     for (const char* group : {"Properties.API.HTTP.Version", "Brand.ProdFullName", "ImageSource.NbrOfSources",
                               "Image.Rotation", "Properties.Image.Format"})
-        arguments.push_back(std::string("http://127.0.0.1/vexo-cgi/view/param.cgi?action=list&group=") + group);
+        arguments.push_back(std::string("http://127.0.0.1/vexo-cgi/view/param.cgi?action=list&group=") +
+                            group);
     runTool("curl", arguments);
 }
 

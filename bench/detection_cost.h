@@ -41,15 +41,16 @@ std::string enterBench();
 bool kernelDelays();
 
 struct Cost {
-    int type = 0;           // the detected type; 0: not detected
-    double total = 0;       // milliseconds
-    double mediaWait = 0;   // the part of it spent on waiting for a stream's packets
-    int connections = 0;    // Way::Counted only
-    int exchanges = 0;      // likewise
-    int refused = 0;        // likewise, connections
+    int type = 0;         // the detected type; 0: not detected
+    double total = 0;     // milliseconds
+    double mediaWait = 0; // the part of it spent on waiting for a stream's packets
+    int connections = 0;  // Way::Counted only
+    int exchanges = 0;    // likewise
+    int refused = 0;      // likewise, connections
     struct Peer {
-        double told = -1;   // milliseconds, when it gets the stream's URL; -1: it did not run, or found nothing
-        double asking = -1; // with curl, for the same as a detection: the parameters, and one stream after the other
+        double told = -1; // milliseconds, when it gets the stream's URL; -1: it did not run, or found nothing
+        double asking =
+            -1; // with curl, for the same as a detection: the parameters, and one stream after the other
     };
     Peer ffprobe;
     Peer discoverer; // gst-discoverer-1.0

@@ -59,7 +59,8 @@ private:
 // The bare way: a queue, a thread that takes from it, and a condition variable that wakes the main thread.
 class BareWay {
 public:
-    explicit BareWay(bool logs) : logs_(logs), queue_(msgget(IPC_PRIVATE, IPC_CREAT | 0600)), handler_([this] { run(); }) {}
+    explicit BareWay(bool logs)
+        : logs_(logs), queue_(msgget(IPC_PRIVATE, IPC_CREAT | 0600)), handler_([this] { run(); }) {}
     ~BareWay() {
         msgctl(queue_, IPC_RMID, nullptr);
         handler_.join();

@@ -26,7 +26,8 @@ long memoryOf(int pid) {
     long sum = 0;
     bool hasFile = false;
     for (std::string line; std::getline(maps, line);) {
-        if (line.find('-') < line.find(' ')) // "55594456c000-555944580000 r-xp ... /usr/bin/sed" begins a mapping
+        if (line.find('-') <
+            line.find(' ')) // "55594456c000-555944580000 r-xp ... /usr/bin/sed" begins a mapping
             hasFile = line.find('/') != std::string::npos;
         else if (!hasFile && line.starts_with("Anonymous:"))
             sum += std::stol(line.substr(line.find(':') + 1));

@@ -11,6 +11,7 @@ SHORT_KINDS = ["mjpeg", "mpeg2", "rtsp-unicast"]
 ALL_KINDS = ["mjpeg", "mpeg2", "sdp", "rtsp-unicast", "rtsp-multicast", "rtsp-tcp", "rtsp-http"]
 OVERLAPPING = ("mpv", "gst-launch", "vlc")
 PEERS = OVERLAPPING + ("mpv-told", "vlc-told")
+WATCHMEN = ("runsv", "s6-supervise", "supervisord")
 DETECTING = ("curl and ffprobe", "curl and gst-discoverer")
 DETECTION_SIDES = ("ffprobe", "gst-discoverer", "ffprobe-told", "gst-discoverer-told")
 TOLD = ("ffprobe, told", "gst-discoverer, told")
@@ -220,7 +221,8 @@ def rows(mode):
                [RatioAtMost(1.4, "fork+exec")]),
         single("death to reaction", "µs", "death", "death", {"SIGCHLD": "bare"}, [RatioAtMost(1.4, "SIGCHLD")]),
         single("death to new player, without the sleep", "ms", "restart", "restart",
-               {name: name for name in ("runsv", "s6-supervise", "supervisord")}, [TimesFaster(1, strictly=True)]),
+               {**{f"{name}, as a decoder": name + "-decoder" for name in WATCHMEN}, **{name: name for name in WATCHMEN}},
+               [TimesFaster(1, tuple(f"{name}, as a decoder" for name in WATCHMEN), strictly=True)]),
         single("start to first player's exec, without the detection", "ms", "start", "start", {"bare program": "bare"},
                [RatioAtMost(2, "bare program")]),
         single("idle wake-ups", "", "idle", "wakeups", {}, [AtMost(0)]),

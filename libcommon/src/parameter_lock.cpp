@@ -21,7 +21,7 @@ struct ParameterLock {
     std::chrono::steady_clock::time_point taken; // when the lock was taken last, and given back after that
     std::chrono::steady_clock::time_point released;
     std::chrono::steady_clock::time_point mostlyOursSince; // from then on it was held more often than not
-    int fd = -1; // the lock file, open while `held` is not LOCK_UN
+    int fd = -1;                                           // the lock file, open while `held` is not LOCK_UN
     int held = LOCK_UN;
     int sharedUsers = 0;
     int exclusiveUsers = 0;
