@@ -85,13 +85,14 @@ BareLauncher::~BareLauncher() {
 BareLauncher::Times BareLauncher::order(const char* text) {
     std::fputs(text, orders_);
     std::fflush(orders_);
-    char line[64];
+    char line[80];
     long long first = 0;
     long long second = 0;
+    long long third = 0;
     if (std::fgets(line, sizeof line, answers_) == nullptr ||
-        std::sscanf(line, "%lld %lld", &first, &second) != 2)
+        std::sscanf(line, "%lld %lld %lld", &first, &second, &third) != 3)
         throw std::runtime_error("bare_launcher has ended");
-    return {first, second};
+    return {first, second, third};
 }
 
 } // namespace bench

@@ -28,6 +28,7 @@ public:
     struct Times {
         std::int64_t first = 0;  // of the fork, or of the kill
         std::int64_t second = 0; // the pid, or the time of SIGCHLD
+        std::int64_t third = 0;  // 0, or the time when the main thread had the death from the queue
     };
     Times startAndAwaitEnd() { return order("e\n"); }
     Times start() { return order("s\n"); }

@@ -6,26 +6,40 @@
 //   bare_launcher orders KB PROGRAM LIBRARY...
 //                                      loads the libraries; then, for each line on standard input: "s" starts the program
 //                                      and prints the time of the fork and its pid; "e" awaits its end, too; "k" kills it
-//                                      and prints the times of the kill and of SIGCHLD
+//                                      and prints the times of the kill, of SIGCHLD, and of its arrival in the main thread
+//                                      by the way of the supervisor's events: a System V queue, a thread that takes from
+//                                      it, a condition variable
 //
 // Times are nanoseconds on the clock that never jumps.
 #include <libcommon/clock.h>
 
+#include <condition_variable>
 #include <csignal>
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
 #include <ctime>
 #include <dlfcn.h>
+#include <mutex>
+#include <sys/ipc.h>
+#include <sys/msg.h>
 #include <sys/prctl.h>
 #include <sys/wait.h>
+#include <thread>
 #include <unistd.h>
 #include <vector>
 
 namespace {
 
-// ---- Process-wide: written by the handler of SIGCHLD, read by the main thread after it.
+// ---- Process-wide. The queue is made before the handler of SIGCHLD uses it. The time is written by the handler and read
+// by the main thread after it.
+int deaths = -1;
 volatile long long endedAt = 0;
+
+struct Message {
+    long type = 1;
+    char words[52]{}; // as long as an event
+};
 
 long long now() {
     timespec time{};
@@ -55,34 +69,74 @@ void listBarriers() {
         pclose(listing);
 }
 
-// SIGCHLD is let in only while this waits.
-void awaitEnd(const sigset_t& waiting) {
-    while (endedAt == 0)
-        sigsuspend(&waiting);
+void noteDeath(int) {
+    endedAt = now();
     waitpid(-1, nullptr, 0);
+    Message message;
+    msgsnd(deaths, &message, sizeof message.words, 0);
 }
 
+// Takes deaths from the queue and wakes the main thread.
+class Taker {
+public:
+    Taker() {
+        deaths = msgget(IPC_PRIVATE, IPC_CREAT | 0600);
+        sigemptyset(&child_);
+        sigaddset(&child_, SIGCHLD);
+        sigprocmask(SIG_BLOCK, &child_, nullptr); // the thread inherits it
+        thread_ = std::thread([this] { run(); });
+    }
+    ~Taker() {
+        msgctl(deaths, IPC_RMID, nullptr);
+        thread_.join();
+    }
+    Taker(const Taker&) = delete;
+    Taker& operator=(const Taker&) = delete;
+
+    // Lets SIGCHLD in only while it waits. The time when it woke up.
+    long long awaitDeath() {
+        std::unique_lock lock(mutex_);
+        sigprocmask(SIG_UNBLOCK, &child_, nullptr);
+        arrived_.wait(lock, [this] { return count_ > 0; });
+        const long long woken = now();
+        sigprocmask(SIG_BLOCK, &child_, nullptr);
+        --count_;
+        return woken;
+    }
+
+private:
+    void run() {
+        Message message;
+        while (msgrcv(deaths, &message, sizeof message.words, 0, 0) >= 0) {
+            const std::lock_guard lock(mutex_);
+            ++count_;
+            arrived_.notify_one();
+        }
+    }
+
+    sigset_t child_;
+    std::mutex mutex_;
+    std::condition_variable arrived_;
+    int count_ = 0; // guarded by mutex_
+    std::thread thread_;
+};
+
 void obey(char* program) {
-    sigset_t blocked;
-    sigset_t waiting;
-    sigemptyset(&blocked);
-    sigaddset(&blocked, SIGCHLD);
-    sigprocmask(SIG_BLOCK, &blocked, &waiting);
-    std::signal(SIGCHLD, [](int) { endedAt = now(); });
+    Taker taker;
+    std::signal(SIGCHLD, noteDeath);
     char line[16];
     pid_t pid = -1;
     while (std::fgets(line, sizeof line, stdin) != nullptr) {
-        endedAt = 0;
         const long long began = now();
         if (line[0] == 'k') {
             kill(pid, SIGKILL);
-            awaitEnd(waiting);
-            std::printf("%lld %lld\n", began, endedAt);
+            const long long arrived = taker.awaitDeath();
+            std::printf("%lld %lld %lld\n", began, endedAt, arrived);
         } else {
             pid = start(program);
-            std::printf("%lld %d\n", began, pid);
+            std::printf("%lld %d 0\n", began, pid);
             if (line[0] == 'e')
-                awaitEnd(waiting);
+                taker.awaitDeath();
         }
         std::fflush(stdout);
     }

@@ -70,7 +70,8 @@ bool measureDeath(const SupervisorOptions& options) {
         bare.start();
         appliance::pause(std::chrono::milliseconds(50));
         const BareLauncher::Times times = bare.killIt();
-        tellSample("death", "bare", microseconds(times.second - times.first));
+        tellSample("death", "bare", microseconds(times.third - times.first));
+        tellSample("death", "signal", microseconds(times.second - times.first));
         if (!decoder.awaitPlayer())
             return fails("no player comes after a death");
     }
