@@ -226,10 +226,10 @@ class Machine:
             self.press(key)
             time.sleep(0.4)
 
-    def screendump(self, name="now.png"):
-        """Saves what the display shows as a PNG picture and returns its path."""
+    def screendump(self, name="now.png", kind="png"):
+        """Saves what the display shows as a picture (png or ppm) and returns its path."""
         path = os.path.join(self.folder, name)
-        self.control.command("screendump", filename=path, format="png")
+        self.control.command("screendump", filename=path, format=kind)
         return path
 
     def run(self, command, limit=60):
