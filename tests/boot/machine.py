@@ -2,7 +2,7 @@
 
 Machine starts QEMU in a process of its own, which ends with this one. Pictures are read from the display itself; keys
 come from the machine's keyboard; the display changes its size or goes away as with a cable. Commands run in the guest
-through its second serial line (guest/test-shell). Every wait has a limit in seconds; a limit that is over raises Late.
+through its second serial line (guest/test-shell); files come out over a line of their own. Every wait has a limit in seconds; a limit that is over raises Late.
 """
 import json
 import os
@@ -187,7 +187,9 @@ class Machine:
                 "-device", "virtio-rng-pci", "-display", "none", "-vnc", f"unix:{place('vnc')}",
                 "-qmp", f"unix:{place('qmp')},server=on,wait=off",
                 "-chardev", f"file,id=log,path={place('console.log')}", "-serial", "chardev:log",
-                "-chardev", f"socket,id=shell,path={place('shell')},server=on,wait=off", "-serial", "chardev:shell"]
+                "-chardev", f"socket,id=shell,path={place('shell')},server=on,wait=off", "-serial", "chardev:shell",
+                "-chardev", f"file,id=files,path={place('files')},append=on", "-device", "virtio-serial-pci",
+                "-device", "virtserialport,chardev=files,name=files"]
 
     def power_on(self):
         disk = os.path.join(self.folder, "disk.img")
@@ -234,6 +236,22 @@ class Machine:
 
     def run(self, command, limit=60):
         return self.shell.run(command, limit)
+
+    def fetch(self, path, limit=60):
+        """The content of a file of the guest, which may be large."""
+        files = Path(self.folder, "files")
+        before = files.stat().st_size
+        status, output = self.run(f"stat -Lc %s {path} && cat {path} >/dev/virtio-ports/files", limit)
+        if status != 0:
+            raise RuntimeError(f"{path} does not come out of the machine: {output}")
+        end = time.monotonic() + limit
+        while files.stat().st_size < before + int(output):
+            if time.monotonic() > end:
+                raise Late(f"{path} did not come out of the machine within {limit:.0f} s")
+            time.sleep(0.1)
+        with open(files, "rb") as file:
+            file.seek(before)
+            return file.read(int(output))
 
     def ended(self):
         return self.process.poll() is not None
