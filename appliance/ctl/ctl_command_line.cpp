@@ -204,13 +204,11 @@ private:
                                  "asked for");
         password->add_option("NAME", request.name, "The account (default: admin)");
         password->add_option("--role", request.role, "viewer, operator or admin (default: admin)")
-            ->check(CLI::IsMember({"viewer", "operator", "admin"}))
             ->type_name("ROLE");
         password->add_flag("--remove", request.remove, "Remove the account instead");
         CLI::App* token = add(Command::PanelToken, "panel-token", "Make a token for a program, and print it");
         token->add_option("NAME", request.name, "The name of the token")->required();
         token->add_option("--role", request.role, "viewer, operator, admin, alarm or metrics")
-            ->check(CLI::IsMember({"viewer", "operator", "admin", "alarm", "metrics"}))
             ->type_name("ROLE")
             ->required();
         token->add_option("--days", request.days, "It expires after that many days (default: never)")
