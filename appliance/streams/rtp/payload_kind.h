@@ -5,7 +5,7 @@
 #include <string>
 #include <string_view>
 
-namespace gateway {
+namespace streams {
 
 enum class Encoding { h264, h265, mpeg4, jpeg, mpeg2, other };
 
@@ -33,4 +33,4 @@ void parameterSetsIn(Encoding encoding, std::string_view payload,
 // Whether key pictures can be recognised, so that packets can be kept from one on.
 bool knowsKeyPictures(Encoding encoding);
 
-} // namespace gateway
+} // namespace streams

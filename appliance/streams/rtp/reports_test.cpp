@@ -1,8 +1,8 @@
-#include "appliance/gateway/rtp/reports.h"
+#include "appliance/streams/rtp/reports.h"
 
 #include <gtest/gtest.h>
 
-namespace gateway {
+namespace streams {
 namespace {
 
 TEST(Reports, AReportHasABlockOnceSomethingHasCome) {
@@ -25,4 +25,4 @@ TEST(Reports, AGoodbyeIsFoundBehindOtherReports) {
 }
 
 } // namespace
-} // namespace gateway
+} // namespace streams

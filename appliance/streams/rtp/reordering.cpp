@@ -1,10 +1,10 @@
-#include "appliance/gateway/rtp/reordering.h"
+#include "appliance/streams/rtp/reordering.h"
 
-#include "appliance/gateway/rtp/rtp_packet.h"
+#include "appliance/streams/rtp/rtp_packet.h"
 
 #include <utility>
 
-namespace gateway {
+namespace streams {
 namespace {
 
 // A jump further than this is a sender that began anew, not a loss.
@@ -63,4 +63,4 @@ void Reordering::giveUp() {
     release();
 }
 
-} // namespace gateway
+} // namespace streams

@@ -7,7 +7,7 @@
 #include <string>
 #include <string_view>
 
-namespace gateway {
+namespace streams {
 
 struct RtpPacket {
     bool marker = false;
@@ -27,4 +27,4 @@ void stampRtp(std::string& bytes, std::uint16_t sequence, std::uint32_t timestam
 // A packet without extensions.
 std::string makeRtp(const RtpPacket& packet);
 
-} // namespace gateway
+} // namespace streams

@@ -9,11 +9,11 @@
 // decides whether it is a start. For one thread.
 #pragma once
 
-#include "appliance/gateway/rtp/kept_packets.h"
-#include "appliance/gateway/rtp/parameter_sets.h"
-#include "appliance/gateway/rtp/payload_kind.h"
-#include "appliance/gateway/rtp/picture_size.h"
-#include "appliance/gateway/rtp/rtp_packet.h"
+#include "appliance/streams/rtp/kept_packets.h"
+#include "appliance/streams/rtp/parameter_sets.h"
+#include "appliance/streams/rtp/payload_kind.h"
+#include "appliance/streams/rtp/picture_size.h"
+#include "appliance/streams/rtp/rtp_packet.h"
 
 #include <cstddef>
 #include <cstdint>
@@ -23,7 +23,7 @@
 #include <string_view>
 #include <vector>
 
-namespace gateway {
+namespace streams {
 
 struct VideoForm {
     std::string encodingName;
@@ -103,4 +103,4 @@ private:
     std::int64_t keyInterval_ = 0;
 };
 
-} // namespace gateway
+} // namespace streams

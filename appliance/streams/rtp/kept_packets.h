@@ -6,7 +6,7 @@
 #include <string>
 #include <vector>
 
-namespace gateway {
+namespace streams {
 
 // A packet that several players share. Never changes.
 using Packet = std::shared_ptr<const std::string>;
@@ -33,4 +33,4 @@ private:
     std::vector<Packet> packets_;
 };
 
-} // namespace gateway
+} // namespace streams

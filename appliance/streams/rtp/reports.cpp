@@ -1,8 +1,8 @@
-#include "appliance/gateway/rtp/reports.h"
+#include "appliance/streams/rtp/reports.h"
 
 #include <algorithm>
 
-namespace gateway {
+namespace streams {
 namespace {
 
 constexpr std::uint32_t reportWithBlock = 0x81c90007; // version, one block, type, length in words less one
@@ -47,4 +47,4 @@ bool hasGoodbye(std::string_view packet) {
     return false;
 }
 
-} // namespace gateway
+} // namespace streams

@@ -11,7 +11,7 @@
 #include <string>
 #include <string_view>
 
-namespace gateway {
+namespace streams {
 
 class Reordering {
 public:
@@ -41,4 +41,4 @@ private:
     std::uint64_t lost_ = 0;
 };
 
-} // namespace gateway
+} // namespace streams

@@ -1,12 +1,12 @@
 // The size of a stream's pictures, from its parameter sets.
 #pragma once
 
-#include "appliance/gateway/rtp/payload_kind.h"
+#include "appliance/streams/rtp/payload_kind.h"
 
 #include <optional>
 #include <string_view>
 
-namespace gateway {
+namespace streams {
 
 struct PictureSize {
     int width;
@@ -23,4 +23,4 @@ std::optional<PictureSize> sizeInPayload(Encoding encoding, std::string_view pay
 // From a description's format parameters ("96 config=000001B0..."): of MPEG-4.
 std::optional<PictureSize> sizeInFormat(Encoding encoding, std::string_view fmtp);
 
-} // namespace gateway
+} // namespace streams

@@ -1,9 +1,9 @@
-#include "appliance/gateway/rtp/payload_kind.h"
+#include "appliance/streams/rtp/payload_kind.h"
 
 #include <algorithm>
 #include <cstdint>
 
-namespace gateway {
+namespace streams {
 namespace {
 
 constexpr int h264Key = 5;
@@ -293,4 +293,4 @@ bool knowsKeyPictures(Encoding encoding) {
     return encoding != Encoding::other;
 }
 
-} // namespace gateway
+} // namespace streams

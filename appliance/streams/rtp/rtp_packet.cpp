@@ -1,6 +1,6 @@
-#include "appliance/gateway/rtp/rtp_packet.h"
+#include "appliance/streams/rtp/rtp_packet.h"
 
-namespace gateway {
+namespace streams {
 namespace {
 
 constexpr std::size_t headerBytes = 12;
@@ -56,4 +56,4 @@ std::string makeRtp(const RtpPacket& packet) {
     return bytes;
 }
 
-} // namespace gateway
+} // namespace streams

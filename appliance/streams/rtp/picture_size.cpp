@@ -1,10 +1,10 @@
-#include "appliance/gateway/rtp/picture_size.h"
+#include "appliance/streams/rtp/picture_size.h"
 
 #include <charconv>
 #include <cstdint>
 #include <string>
 
-namespace gateway {
+namespace streams {
 namespace {
 
 constexpr int h264Sequence = 7;
@@ -281,4 +281,4 @@ std::optional<PictureSize> sizeInPayload(Encoding encoding, std::string_view pay
     return size;
 }
 
-} // namespace gateway
+} // namespace streams

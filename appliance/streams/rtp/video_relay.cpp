@@ -1,8 +1,8 @@
-#include "appliance/gateway/rtp/video_relay.h"
+#include "appliance/streams/rtp/video_relay.h"
 
 #include <utility>
 
-namespace gateway {
+namespace streams {
 namespace {
 
 // Between the sessions of a camera, so that a player's depayloader sees a loss and waits for a whole picture.
@@ -197,4 +197,4 @@ void VideoRelay::pass(std::string bytes, const RtpPacket& packet, bool start) {
     take_(shared, start);
 }
 
-} // namespace gateway
+} // namespace streams

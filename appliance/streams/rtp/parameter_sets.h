@@ -4,13 +4,13 @@
 // collected here from both, and repeated before each key picture that comes without them. For one thread.
 #pragma once
 
-#include "appliance/gateway/rtp/payload_kind.h"
+#include "appliance/streams/rtp/payload_kind.h"
 
 #include <string>
 #include <string_view>
 #include <vector>
 
-namespace gateway {
+namespace streams {
 
 class ParameterSets {
 public:
@@ -33,4 +33,4 @@ private:
 // The bytes of base64 text, as far as it is valid.
 std::string fromBase64(std::string_view text);
 
-} // namespace gateway
+} // namespace streams

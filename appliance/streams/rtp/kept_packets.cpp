@@ -1,6 +1,6 @@
-#include "appliance/gateway/rtp/kept_packets.h"
+#include "appliance/streams/rtp/kept_packets.h"
 
-namespace gateway {
+namespace streams {
 
 void KeptPackets::add(const Packet& packet, bool beginsKeyPicture) {
     if (beginsKeyPicture) {
@@ -23,4 +23,4 @@ void KeptPackets::clear() {
     keeping_ = false;
 }
 
-} // namespace gateway
+} // namespace streams

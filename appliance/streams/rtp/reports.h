@@ -5,7 +5,7 @@
 #include <string>
 #include <string_view>
 
-namespace gateway {
+namespace streams {
 
 struct ReceivedSoFar {
     std::uint32_t sender = 0;  // of the newest packet
@@ -19,4 +19,4 @@ std::string receiverReport(std::uint32_t reporter, const ReceivedSoFar& received
 // Whether the sender says that it ends the stream.
 bool hasGoodbye(std::string_view packet);
 
-} // namespace gateway
+} // namespace streams

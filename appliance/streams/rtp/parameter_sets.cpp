@@ -1,9 +1,9 @@
-#include "appliance/gateway/rtp/parameter_sets.h"
+#include "appliance/streams/rtp/parameter_sets.h"
 
 #include <algorithm>
 #include <cstdint>
 
-namespace gateway {
+namespace streams {
 namespace {
 
 constexpr std::size_t mostSets = 16;
@@ -90,4 +90,4 @@ void ParameterSets::add(std::string_view set) {
     sets_.emplace_back(set);
 }
 
-} // namespace gateway
+} // namespace streams
