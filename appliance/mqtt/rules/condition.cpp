@@ -27,7 +27,7 @@ std::optional<double> asNumber(std::string_view text) {
     return whole ? std::optional(number) : std::nullopt;
 }
 
-std::optional<double> asNumber(const nlohmann::json& value) {
+std::optional<double> numberOf(const nlohmann::json& value) {
     if (value.is_number()) {
         return value.get<double>();
     }
@@ -198,9 +198,9 @@ bool Condition::Comparison::holds(const nlohmann::json& value) const {
     case Operator::Different:
         return !isEqual(value, wanted);
     case Operator::Less:
-        return asNumber(value) && *asNumber(value) < asNumber(wanted).value_or(0);
+        return numberOf(value) && *numberOf(value) < asNumber(wanted).value_or(0);
     case Operator::Greater:
-        return asNumber(value) && *asNumber(value) > asNumber(wanted).value_or(0);
+        return numberOf(value) && *numberOf(value) > asNumber(wanted).value_or(0);
     case Operator::Contains:
         return contains(value, wanted);
     case Operator::Exists:

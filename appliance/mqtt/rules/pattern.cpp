@@ -5,6 +5,7 @@
 
 #include <libcommon/text.h>
 
+#include <algorithm>
 #include <charconv>
 #include <nlohmann/json.hpp>
 

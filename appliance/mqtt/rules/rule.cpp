@@ -40,6 +40,21 @@ private:
     const SourceParams& keys_;
 };
 
+// Whether brackets are nested too deep for functions that call themselves. Brackets in texts count, too: they make no
+// payload of a detector that deep.
+bool isTooDeep(std::string_view payload) {
+    constexpr int deepest = 200;
+    int depth = 0;
+    for (const char character : payload) {
+        depth += static_cast<int>(character == '[' || character == '{');
+        depth -= static_cast<int>(character == ']' || character == '}');
+        if (depth > deepest) {
+            return true;
+        }
+    }
+    return false;
+}
+
 std::string readMinimumTime(const std::string& text, int& seconds) {
     if (text.empty()) {
         return "";
@@ -89,7 +104,7 @@ std::vector<RuleMistake> readRule(const std::string& name, const SourceParams& k
 }
 
 nlohmann::json payloadValue(std::string_view payload) {
-    if (payload.size() <= longestPayload) {
+    if (payload.size() <= longestPayload && !isTooDeep(payload)) {
         nlohmann::json value = nlohmann::json::parse(payload, nullptr, false);
         if (!value.is_discarded()) {
             return value;
