@@ -25,7 +25,7 @@ namespace {
 
 using nlohmann::json;
 
-constexpr std::size_t longestPayload = 4096;
+constexpr std::size_t longestCommand = 4096;
 constexpr std::size_t longestId = 100;
 
 // A payload that is no JSON object has one value, which is `key` of an object.
@@ -148,8 +148,8 @@ const Word* findWord(std::string_view word) {
 
 void readCommand(std::string_view word, std::string_view payload, Command& command) {
     command.word = libcommon::printable(word);
-    if (payload.size() > longestPayload) {
-        throw Refused("the command is longer than " + std::to_string(longestPayload) + " bytes");
+    if (payload.size() > longestCommand) {
+        throw Refused("the command is longer than " + std::to_string(longestCommand) + " bytes");
     }
     const Word* known = findWord(word);
     const json object = asObject(payload, known == nullptr ? "unknown" : known->key);

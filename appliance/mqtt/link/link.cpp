@@ -252,7 +252,7 @@ void Link::publish(const std::string& topic, const std::string& payload, bool re
           "a message can't be sent");
 }
 
-void Link::subscribe(const std::string& filter, int number, bool old) {
+void Link::subscribe(const std::string& filter, int number, Old old) {
     if (state_ != State::Connected) {
         return;
     }
@@ -260,7 +260,10 @@ void Link::subscribe(const std::string& filter, int number, bool old) {
     if (settings_.version5) {
         properties.subscription(number);
     }
-    const int options = old || !settings_.version5 ? 0 : MQTT_SUB_OPT_SEND_RETAIN_NEVER;
+    int options = 0;
+    if (settings_.version5 && old != Old::Sent) {
+        options = MQTT_SUB_OPT_SEND_RETAIN_NEVER | (old == Old::Marked ? MQTT_SUB_OPT_RETAIN_AS_PUBLISHED : 0);
+    }
     check(mosquitto_subscribe_v5(client_.get(), nullptr, filter.c_str(), quality, options, properties.list()),
           "a subscription can't be sent");
 }

@@ -39,7 +39,7 @@ struct LinkSettings {
 struct Message {
     std::string topic;
     std::string payload;
-    bool retained = false;          // kept by the broker, from before the subscription
+    bool retained = false;           // see Link::Old
     std::optional<int> subscription; // its number, if the broker says it
 };
 
@@ -49,6 +49,13 @@ public:
     static constexpr int attemptLimit = 15'000; // milliseconds from the start to the broker's answer
 
     enum class State { Connecting, Connected, Lost };
+
+    // The retained messages of a subscription. With MQTT 3.1.1 all are like Sent.
+    enum class Old {
+        Sent,   // the broker sends those that it keeps, marked as retained; later ones are not marked
+        Left,   // it sends none; later ones are not marked
+        Marked, // it sends none; later ones are marked, too, if they were published as retained
+    };
 
     explicit Link(const LinkSettings& settings);
     ~Link(); // without a word to the broker, which then publishes the will
@@ -75,8 +82,8 @@ public:
 
     // Quality of service 1, only while connected. Bytes of the payload are sent as they are.
     void publish(const std::string& topic, const std::string& payload, bool retain, int expirySeconds = 0);
-    // `number` (1 or more) comes back in each message's `subscription`. Retained messages come only if `old`.
-    void subscribe(const std::string& filter, int number, bool old);
+    // `number` (1 or more) comes back in each message's `subscription`.
+    void subscribe(const std::string& filter, int number, Old old);
 
     // How many published messages the broker has not confirmed yet.
     std::size_t unconfirmed() const { return unconfirmed_; }
