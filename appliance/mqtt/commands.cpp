@@ -133,7 +133,8 @@ constexpr std::array words{
     Word{"flush", "", readNothing, [](const Command& /*command*/) { return flushDetections(); }},
     Word{"button", "action", [](const json& object, Command& command) { command.hold = isHeld(object); },
          [](const Command& command) { return pressButton(command.hold); }},
-    Word{"volume", "percent", [](const json& object, Command& command) { command.percent = percentOf(object); },
+    Word{"volume", "percent",
+         [](const json& object, Command& command) { command.percent = percentOf(object); },
          [](const Command& command) { return setSoundVolume(command.percent); }},
     Word{"mute", "muted", [](const json& object, Command& command) { command.muted = isMuted(object); },
          [](const Command& command) { return muteSound(command.muted); }},
@@ -193,10 +194,8 @@ std::string CommandGate::refusal(const Command& command, bool retained, int maxi
 }
 
 json replyJson(const Command& command, bool done, const std::string& text) {
-    json reply{{"time", timeNow()},
-               {"command", command.word},
-               {"done", done},
-               {"text", libcommon::printable(text)}};
+    json reply{
+        {"time", timeNow()}, {"command", command.word}, {"done", done}, {"text", libcommon::printable(text)}};
     if (!command.id.empty()) {
         reply["id"] = command.id;
     }

@@ -11,8 +11,8 @@
 namespace mqtt {
 
 struct Command {
-    std::string word; // "select"
-    std::string id;   // "" when it has none
+    std::string word;           // "select"
+    std::string id;             // "" when it has none
     std::optional<double> time; // when it was sent, in seconds since 1970
     std::string source;
     std::string text;

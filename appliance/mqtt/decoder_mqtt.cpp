@@ -6,9 +6,10 @@
 
 int main(int argc, char** argv) {
     bool clear = false;
-    CLI::App app("Connects the decoder to the MQTT broker of its configuration: publishes what it does, takes "
-                 "commands, and raises alarms for the messages of detectors.",
-                 "decoder-mqtt");
+    CLI::App app(
+        "Connects the decoder to the MQTT broker of its configuration: publishes what it does, takes "
+        "commands, and raises alarms for the messages of detectors.",
+        "decoder-mqtt");
     app.set_version_flag("--version", HOUSE_VERSION_TEXT);
     app.add_flag("--clear", clear, "Remove everything that the broker keeps about this decoder, and exit");
     try {

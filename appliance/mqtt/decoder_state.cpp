@@ -128,7 +128,8 @@ std::vector<std::string> sourceOptions(const std::vector<std::string>& names) {
     for (const std::string& name : names) {
         const auto same = std::ranges::count_if(
             names, [&](const std::string& other) { return istring(other.c_str()) == istring(name.c_str()); });
-        options.push_back(same == 1 && !name.empty() ? libcommon::printable(name) : std::to_string(options.size()));
+        options.push_back(same == 1 && !name.empty() ? libcommon::printable(name)
+                                                     : std::to_string(options.size()));
     }
     return options;
 }

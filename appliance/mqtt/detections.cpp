@@ -49,11 +49,15 @@ std::vector<json> Detections::take(const std::vector<Rule>& rules, const std::st
 }
 
 json Detections::act(const Rule& rule, const Detection& detection) {
-    json event{
-        {"rule", rule.name}, {"source", detection.source}, {"text", detection.text}, {"as", ""}, {"done", false}};
+    json event{{"rule", rule.name},
+               {"source", detection.source},
+               {"text", detection.text},
+               {"as", ""},
+               {"done", false}};
     try {
         // In manual mode the decoder itself drops an alarm while the one before shows.
-        if (shown_ && gettimeusec() - *shown_ < ParamWrapper(0, false)["Alarm.DisplayTime"].toInt() * second) {
+        if (shown_ &&
+            gettimeusec() - *shown_ < ParamWrapper(0, false)["Alarm.DisplayTime"].toInt() * second) {
             throw Refused("the detection is dropped: the one before still shows");
         }
         const ChosenSource source = chooseSource(detection.source);

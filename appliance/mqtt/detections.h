@@ -24,7 +24,7 @@ private:
     nlohmann::json act(const Rule& rule, const Detection& detection);
 
     std::map<std::string, std::int64_t> last_; // rule to the time of its last alarm, in microseconds
-    std::optional<std::int64_t> shown_;        // when a source was selected for a detection, in automatic mode
+    std::optional<std::int64_t> shown_; // when a source was selected for a detection, in automatic mode
 };
 
 } // namespace mqtt

@@ -100,7 +100,8 @@ void FolderWatch::note(Kind kind, const std::string& name, Changes& changes) {
         }
         return;
     case Kind::Run:
-        changes.state = changes.state || name == "info.conf" || name == "connected.conf" || name == "events.id";
+        changes.state =
+            changes.state || name == "info.conf" || name == "connected.conf" || name == "events.id";
         changes.sources = changes.sources || name == "connected.conf";
         return;
     case Kind::Display:

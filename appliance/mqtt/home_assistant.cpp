@@ -39,7 +39,9 @@ std::string identifier(const std::string& topic) {
     for (const char c : topic) {
         const bool plain = (c >= 'a' && c <= 'z') || (c >= 'A' && c <= 'Z') || (c >= '0' && c <= '9');
         const auto code = static_cast<unsigned char>(c);
-        text += plain ? std::string{c} : c == '/' ? "_" : std::string{'-', digits[code >> 4], digits[code & 15]};
+        text += plain      ? std::string{c}
+                : c == '/' ? "_"
+                           : std::string{'-', digits[code >> 4], digits[code & 15]};
     }
     return text;
 }
@@ -56,8 +58,8 @@ json special(const Entity& entity, const std::string& topic, const std::vector<s
     if (component == "select") {
         return {{"command_topic", topic + "/command/select"},
                 {"options", options},
-                {"value_template", std::string("{{ value_json.source.option if value_json.source else '") +
-                                       noSource + "' }}"}};
+                {"value_template",
+                 std::string("{{ value_json.source.option if value_json.source else '") + noSource + "' }}"}};
     }
     if (component == "button") {
         return {{"command_topic", command}, {"payload_press", key == "button" ? "press" : "{}"}};
@@ -80,14 +82,15 @@ json special(const Entity& entity, const std::string& topic, const std::vector<s
                 {"payload_off", "off"},
                 {"value_template", "{{ 'on' if value_json." + key + " else 'off' }}"}};
     }
-    return {{"value_template", key == "error" ? "{{ value_json.error.text if value_json.error else 'none' }}"
-                                              : "{{ value_json.source.name if value_json.source else 'none' }}"}};
+    return {{"value_template", key == "error"
+                                   ? "{{ value_json.error.text if value_json.error else 'none' }}"
+                                   : "{{ value_json.source.name if value_json.source else 'none' }}"}};
 }
 
 } // namespace
 
-std::vector<std::pair<std::string, std::string>> introduction(const std::string& prefix, const std::string& topic,
-                                                              const std::vector<std::string>& options) {
+std::vector<std::pair<std::string, std::string>>
+introduction(const std::string& prefix, const std::string& topic, const std::vector<std::string>& options) {
     const std::string id = identifier(topic);
     const json device{{"identifiers", {id}},
                       {"name", topic.substr(topic.rfind('/') + 1)},

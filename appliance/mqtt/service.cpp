@@ -26,7 +26,7 @@ volatile std::sig_atomic_t stopAsked = 0;
 volatile std::sig_atomic_t lookingUp = 0;
 
 constexpr std::int64_t second = 1'000'000;
-constexpr std::int64_t settleTime = 20'000;      // changes come several at a time
+constexpr std::int64_t settleTime = 20'000; // changes come several at a time
 constexpr std::int64_t presencePeriod = 60 * second;
 constexpr std::int64_t stableAfter = 5 * second; // a connection that lasted so long was a good one
 constexpr std::int64_t goodbyeLimit = 2 * second;
@@ -138,7 +138,7 @@ void Service::wait(const sigset_t& inWait) {
     }
     if (ready > 0 && all[1].revents != 0) {
         close(std::exchange(supervisorFd_, -1));
-        supervisor_ = -1;
+        endedSupervisor_ = std::exchange(supervisor_, -1);
         sooner(readStateAt_, gettimeusec());
     }
     if (link_ != nullptr && (gettimeusec() >= linkTickAt_ || (ready > 0 && all[2].revents != 0))) {
@@ -182,8 +182,8 @@ void Service::reload() {
     }
     const bool first = configuration_.topic.empty();
     const bool anew = first || needsNewConnection(configuration_, fresh);
-    const bool moves = configuration_.topic != fresh.topic || configuration_.discoveryPrefix != fresh.discoveryPrefix ||
-                       !fresh.mistake.empty();
+    const bool moves = configuration_.topic != fresh.topic ||
+                       configuration_.discoveryPrefix != fresh.discoveryPrefix || !fresh.mistake.empty();
     if (anew && !first) {
         farewell(moves);
     }
@@ -224,7 +224,8 @@ void Service::takeLinkChange() {
     }
     if (link_->reason() != loggedReason_) {
         loggedReason_ = link_->reason();
-        logmsg(3, "%s: %s; it is tried again", configuration_.link.broker.text().c_str(), loggedReason_.c_str());
+        logmsg(3, "%s: %s; it is tried again", configuration_.link.broker.text().c_str(),
+               loggedReason_.c_str());
     }
     olderVersion_ = olderVersion_ || link_->needsOlderVersion();
     connectAt_ = gettimeusec() + backOff_.next(static_cast<std::uint32_t>(random()));
@@ -238,7 +239,8 @@ void Service::greet() {
     linkTickAt_ = greetedAt_ + Link::betweenTicks * 1000;
     connectedSince_ = timeNow();
     loggedReason_.clear();
-    logmsg(6, "Connected to %s as %s", configuration_.link.broker.text().c_str(), configuration_.topic.c_str());
+    logmsg(6, "Connected to %s as %s", configuration_.link.broker.text().c_str(),
+           configuration_.topic.c_str());
     const std::string command = "/command/+";
     link_->subscribe(configuration_.topic + command, ofCommands, Link::Old::Marked);
     link_->subscribe(configuration_.site() + "/_all" + command, ofCommands, Link::Old::Marked);
@@ -304,8 +306,8 @@ void Service::takeMessages() {
         } else if (number == ofCommands && word) {
             takeCommand(*word, message);
         } else if (number == ofRules && !message.retained) {
-            for (const nlohmann::json& event : detections_.take(configuration_.rules, message.topic, message.payload,
-                                                                configuration_.maximumAge)) {
+            for (const nlohmann::json& event : detections_.take(configuration_.rules, message.topic,
+                                                                message.payload, configuration_.maximumAge)) {
                 publishEvent("rule", event);
             }
         }
@@ -356,6 +358,7 @@ void Service::doWhatIsDue() {
     const Time now = gettimeusec();
     if (link_ == nullptr && connectAt_ && now >= *connectAt_) {
         connect();
+        takeLinkChange(); // it may have failed at once
         return;
     }
     if (!isConnected() || link_->unconfirmed() > mostUnconfirmed) {
@@ -383,15 +386,8 @@ void Service::publishState() {
     DecoderState more;
     nlohmann::json state = readState(more);
     // The kernel does not tell through a file that a supervisor was killed, or that a text's time is over.
-    readStateAt_ = more.textShows || watch_.fd() < 0 ? std::optional(gettimeusec() + second) : std::nullopt;
-    if (more.supervisorPid != supervisor_) {
-        if (supervisorFd_ >= 0) {
-            close(supervisorFd_);
-        }
-        supervisor_ = more.supervisorPid;
-        supervisorFd_ =
-            supervisor_ < 0 ? -1 : static_cast<int>(syscall(SYS_pidfd_open, supervisor_, 0));
-    }
+    const bool again = more.textShows || watch_.fd() < 0 || watchSupervisor(more.supervisorPid);
+    readStateAt_ = again ? std::optional(gettimeusec() + second) : std::nullopt;
     if (state == state_) {
         return;
     }
@@ -403,6 +399,22 @@ void Service::publishState() {
     state["name"] = configuration_.name();
     state["groups"] = configuration_.groups;
     publish("state", state, true);
+}
+
+// True when the state has to be read again soon: the supervisor has ended, but its parent has not noticed yet.
+bool Service::watchSupervisor(int pid) {
+    if (pid >= 0 && pid == endedSupervisor_) {
+        return true;
+    }
+    if (pid != supervisor_) {
+        if (supervisorFd_ >= 0) {
+            close(supervisorFd_);
+        }
+        supervisor_ = pid;
+        supervisorFd_ = pid < 0 ? -1 : static_cast<int>(syscall(SYS_pidfd_open, pid, 0));
+        endedSupervisor_ = -1;
+    }
+    return false;
 }
 
 void Service::publishSources() {
@@ -426,7 +438,8 @@ void Service::publishPresence(bool online) {
 
 void Service::publishIntroduction(bool present) {
     if (!present) {
-        for (const std::string& topic : introductionTopics(configuration_.discoveryPrefix, configuration_.topic)) {
+        for (const std::string& topic :
+             introductionTopics(configuration_.discoveryPrefix, configuration_.topic)) {
             link_->publish(topic, "", true);
         }
         return;
@@ -435,7 +448,8 @@ void Service::publishIntroduction(bool present) {
     for (const nlohmann::json& source : sources_) {
         options.push_back(source["option"]);
     }
-    for (const auto& [topic, payload] : introduction(configuration_.discoveryPrefix, configuration_.topic, options)) {
+    for (const auto& [topic, payload] :
+         introduction(configuration_.discoveryPrefix, configuration_.topic, options)) {
         link_->publish(topic, payload, true);
     }
 }
@@ -472,7 +486,8 @@ std::string forgetDecoder() {
         for (const std::string& topic : keptTopics(configuration.topic)) {
             link.publish(topic, "", true);
         }
-        for (const std::string& topic : introductionTopics(configuration.discoveryPrefix, configuration.topic)) {
+        for (const std::string& topic :
+             introductionTopics(configuration.discoveryPrefix, configuration.topic)) {
             link.publish(topic, "", true);
         }
         pollWhile([&] { return link.state() == Link::State::Connected && link.unconfirmed() > 0; });

@@ -51,12 +51,15 @@ private:
 
     void doWhatIsDue();
     void publishState();
+    bool watchSupervisor(int pid);
     void publishSources();
     void publishPresence(bool online);
     void publishIntroduction(bool present);
     void publishEvent(const std::string& event, const nlohmann::json& value);
     void publish(const char* name, const nlohmann::json& value, bool retain);
-    bool isConnected() const { return greeted_ && link_ != nullptr && link_->state() == Link::State::Connected; }
+    bool isConnected() const {
+        return greeted_ && link_ != nullptr && link_->state() == Link::State::Connected;
+    }
 
     Configuration configuration_;
     bool olderVersion_ = false; // this broker does not know MQTT 5
@@ -67,13 +70,14 @@ private:
     CommandGate gate_;
     Detections detections_;
 
-    nlohmann::json state_;       // as published last on this connection; null before
-    nlohmann::json sources_;     // the same
-    bool textShows_ = false;     // an alarm's text shows, and will go without a change of a file
-    int supervisor_ = -1;        // pid
-    int supervisorFd_ = -1;      // becomes readable when it ends
-    std::string loggedReason_;   // the failure in the log
-    double connectedSince_ = 0;  // in seconds since 1970
+    nlohmann::json state_;      // as published last on this connection; null before
+    nlohmann::json sources_;    // the same
+    bool textShows_ = false;    // an alarm's text shows, and will go without a change of a file
+    int supervisor_ = -1;       // pid
+    int supervisorFd_ = -1;     // becomes readable when it ends
+    int endedSupervisor_ = -1;  // pid of one that has ended
+    std::string loggedReason_;  // the failure in the log
+    double connectedSince_ = 0; // in seconds since 1970
 
     Time greetedAt_ = 0;
     Time linkTickAt_ = 0;

@@ -68,9 +68,9 @@ bool isRule(std::string_view section) {
 }
 
 bool isKnownSection(std::string_view name) {
-    return isSource(name) || isRule(name) || std::ranges::any_of(knownSections(), [&](const std::string& known) {
-               return sameName(known, name);
-           });
+    return isSource(name) || isRule(name) ||
+           std::ranges::any_of(knownSections(),
+                               [&](const std::string& known) { return sameName(known, name); });
 }
 
 class Checker {
@@ -210,12 +210,14 @@ private:
             keys[key] = entry.value;
         }
         mqtt::Rule rule;
-        for (const mqtt::RuleMistake& mistake : mqtt::readRule(section.name.substr(ruleGroup.size()), keys, rule)) {
+        for (const mqtt::RuleMistake& mistake :
+             mqtt::readRule(section.name.substr(ruleGroup.size()), keys, rule)) {
             if (mistake.key.empty()) {
                 const std::string name = inQuotes(std::string_view(section.name).substr(ruleGroup.size()));
                 add(section.line, "the rule " + name + ' ' + mistake.reason, mistake.remedy);
             } else if (!sameName(mistake.key, "MinimumTime")) {
-                add(section.keys.at(nameKey(mistake.key)).line, mistake.key + ' ' + mistake.reason, mistake.remedy);
+                add(section.keys.at(nameKey(mistake.key)).line, mistake.key + ' ' + mistake.reason,
+                    mistake.remedy);
             }
         }
     }

@@ -77,7 +77,8 @@ std::optional<Mistake> mistakeIn(const KnownParameter& parameter, std::string_vi
     }
     case ValueKind::Broker: {
         const std::string mistake = mqtt::brokerMistake(value);
-        return mistake.empty() ? std::nullopt : std::optional<Mistake>({mistake, "write mqtt://HOST or mqtts://HOST"});
+        return mistake.empty() ? std::nullopt
+                               : std::optional<Mistake>({mistake, "write mqtt://HOST or mqtts://HOST"});
     }
     case ValueKind::OwnTopic: {
         const std::string mistake = mqtt::ownTopicMistake(value);

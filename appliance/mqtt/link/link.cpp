@@ -9,6 +9,7 @@
 #include <mosquitto.h>
 #include <mqtt_protocol.h>
 #include <poll.h>
+#include <sys/socket.h>
 #include <tuple>
 #include <utility>
 
@@ -41,8 +42,9 @@ std::string resultText(int result) {
     if (result == MOSQ_ERR_EAI) {
         return "the broker's name is unknown";
     }
-    return result == MOSQ_ERR_TLS ? "TLS failed: the broker's certificate is not accepted, or it speaks no TLS"
-                                  : mosquitto_strerror(result);
+    return result == MOSQ_ERR_TLS
+               ? "TLS failed: the broker's certificate is not accepted, or it speaks no TLS"
+               : mosquitto_strerror(result);
 }
 
 std::string refusalText(int code, bool version5) {
@@ -63,10 +65,12 @@ public:
     ~Properties() { mosquitto_property_free_all(&list_); }
 
     void expiry(int seconds) {
-        mosquitto_property_add_int32(&list_, MQTT_PROP_MESSAGE_EXPIRY_INTERVAL, static_cast<std::uint32_t>(seconds));
+        mosquitto_property_add_int32(&list_, MQTT_PROP_MESSAGE_EXPIRY_INTERVAL,
+                                     static_cast<std::uint32_t>(seconds));
     }
     void subscription(int number) {
-        mosquitto_property_add_varint(&list_, MQTT_PROP_SUBSCRIPTION_IDENTIFIER, static_cast<std::uint32_t>(number));
+        mosquitto_property_add_varint(&list_, MQTT_PROP_SUBSCRIPTION_IDENTIFIER,
+                                      static_cast<std::uint32_t>(number));
     }
     const mosquitto_property* list() const { return list_; }
 
@@ -86,8 +90,8 @@ struct Link::Callbacks {
             return;
         }
         const bool five = link.settings_.version5;
-        link.needsOlderVersion_ =
-            five && (code == MQTT_RC_UNSUPPORTED_PROTOCOL_VERSION || code == CONNACK_REFUSED_PROTOCOL_VERSION);
+        link.needsOlderVersion_ = five && (code == MQTT_RC_UNSUPPORTED_PROTOCOL_VERSION ||
+                                           code == CONNACK_REFUSED_PROTOCOL_VERSION);
         link.lose(refusalText(code, five));
     }
 
@@ -114,12 +118,13 @@ struct Link::Callbacks {
                         const mosquitto_property* properties) noexcept {
         Link& link = *static_cast<Link*>(object);
         try {
-            Message message{.topic = arrived->topic, .payload = "", .retained = arrived->retain, .subscription = {}};
+            Message message{
+                .topic = arrived->topic, .payload = "", .retained = arrived->retain, .subscription = {}};
             message.payload.assign(static_cast<const char*>(arrived->payload),
                                    static_cast<std::size_t>(arrived->payloadlen));
             std::uint32_t number = 0;
-            if (mosquitto_property_read_varint(properties, MQTT_PROP_SUBSCRIPTION_IDENTIFIER, &number, false) !=
-                nullptr) {
+            if (mosquitto_property_read_varint(properties, MQTT_PROP_SUBSCRIPTION_IDENTIFIER, &number,
+                                               false) != nullptr) {
                 message.subscription = static_cast<int>(number);
             }
             link.messages_.push_back(std::move(message));
@@ -131,8 +136,8 @@ struct Link::Callbacks {
 
 bool LinkSettings::operator==(const LinkSettings& other) const {
     const auto values = [](const LinkSettings& settings) {
-        return std::tie(settings.user, settings.password, settings.caFile, settings.certFile, settings.keyFile,
-                        settings.clientId, settings.willTopic, settings.version5);
+        return std::tie(settings.user, settings.password, settings.caFile, settings.certFile,
+                        settings.keyFile, settings.clientId, settings.willTopic, settings.version5);
     };
     return broker.text() == other.broker.text() && values(*this) == values(other);
 }
@@ -155,7 +160,8 @@ void Link::start() {
     errno = 0;
     // The attempt must not wait for an answer. It works without the library's own thread, too, although its manual says
     // otherwise: what it starts is carried on by reading and writing.
-    check(mosquitto_connect_async(client_.get(), settings_.broker.host.c_str(), settings_.broker.port, keepAlive),
+    check(mosquitto_connect_async(client_.get(), settings_.broker.host.c_str(), settings_.broker.port,
+                                  keepAlive),
           "no connection to the broker");
 }
 
@@ -182,8 +188,8 @@ bool Link::prepare() {
     }
     constexpr const char* lost = "offline";
     return settings_.willTopic.empty() ||
-           check(mosquitto_will_set(client, settings_.willTopic.c_str(), static_cast<int>(std::strlen(lost)), lost,
-                                    quality, true),
+           check(mosquitto_will_set(client, settings_.willTopic.c_str(), static_cast<int>(std::strlen(lost)),
+                                    lost, quality, true),
                  "the broker can't be told what to say when the connection is lost");
 }
 
@@ -215,11 +221,17 @@ int Link::socket() const {
 }
 
 short Link::events() const {
-    return static_cast<short>(POLLIN | (client_ != nullptr && mosquitto_want_write(client_.get()) ? POLLOUT : 0));
+    return static_cast<short>(POLLIN |
+                              (client_ != nullptr && mosquitto_want_write(client_.get()) ? POLLOUT : 0));
 }
 
 void Link::serve(short revents) {
-    errno = 0;
+    const bool hungUp = (revents & (POLLERR | POLLHUP)) != 0;
+    const int failure = hungUp && state_ == State::Connecting ? socketError() : 0;
+    errno = failure;
+    if (failure != 0) {
+        lose("no connection to the broker: " + resultText(MOSQ_ERR_ERRNO));
+    }
     if (state_ != State::Lost && (revents & (POLLIN | POLLERR | POLLHUP)) != 0) {
         check(mosquitto_loop_read(client_.get(), 1), "");
     }
@@ -229,9 +241,20 @@ void Link::serve(short revents) {
     if (state_ != State::Lost) {
         check(mosquitto_loop_misc(client_.get()), "");
     }
+    // During the start of TLS the library does not notice it.
+    if (state_ == State::Connecting && hungUp) {
+        lose("no connection to the broker: it was refused, or closed at once");
+    }
     if (state_ == State::Connecting && gettimeusec() - started_ >= attemptLimit * std::int64_t{1000}) {
         lose("the broker did not answer in time");
     }
+}
+
+int Link::socketError() const {
+    int error = 0;
+    socklen_t length = sizeof error;
+    return getsockopt(mosquitto_socket(client_.get()), SOL_SOCKET, SO_ERROR, &error, &length) == 0 ? error
+                                                                                                   : errno;
 }
 
 std::vector<Message> Link::takeMessages() {
@@ -262,7 +285,8 @@ void Link::subscribe(const std::string& filter, int number, Old old) {
     }
     int options = 0;
     if (settings_.version5 && old != Old::Sent) {
-        options = MQTT_SUB_OPT_SEND_RETAIN_NEVER | (old == Old::Marked ? MQTT_SUB_OPT_RETAIN_AS_PUBLISHED : 0);
+        options =
+            MQTT_SUB_OPT_SEND_RETAIN_NEVER | (old == Old::Marked ? MQTT_SUB_OPT_RETAIN_AS_PUBLISHED : 0);
     }
     check(mosquitto_subscribe_v5(client_.get(), nullptr, filter.c_str(), quality, options, properties.list()),
           "a subscription can't be sent");

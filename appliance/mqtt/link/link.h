@@ -99,6 +99,7 @@ private:
 
     bool prepare();
     bool prepareTls();
+    int socketError() const;
     void lose(const std::string& reason);
     // A result of the library other than success ends the connection.
     bool check(int result, const char* what);

@@ -88,8 +88,8 @@ std::string readPort(std::string_view text, int& port) {
 
 std::string BrokerUrl::text() const {
     const bool brackets = host.find(':') != std::string::npos;
-    return std::string(tls ? "mqtts://" : "mqtt://") + (brackets ? "[" : "") + host + (brackets ? "]" : "") + ':' +
-           std::to_string(port);
+    return std::string(tls ? "mqtts://" : "mqtt://") + (brackets ? "[" : "") + host + (brackets ? "]" : "") +
+           ':' + std::to_string(port);
 }
 
 std::string readBrokerUrl(std::string_view text, BrokerUrl& url) {

@@ -41,8 +41,8 @@ bool isEqual(const nlohmann::json& value, const std::string& wanted) {
 
 bool contains(const nlohmann::json& value, const std::string& wanted) {
     if (value.is_array()) {
-        return std::ranges::any_of(
-            value, [&](const nlohmann::json& element) { return isEqual(element, wanted); });
+        return std::ranges::any_of(value,
+                                   [&](const nlohmann::json& element) { return isEqual(element, wanted); });
     }
     return value.is_string() && value.get_ref<const std::string&>().find(wanted) != std::string::npos;
 }
@@ -60,7 +60,8 @@ public:
         }
         auto begin = words_.begin();
         while (true) {
-            const auto end = std::find_if(begin, words_.end(), [](const Word& word) { return word.is("and"); });
+            const auto end =
+                std::find_if(begin, words_.end(), [](const Word& word) { return word.is("and"); });
             Comparison comparison;
             if (std::string mistake = readComparison({begin, end}, comparison); !mistake.empty()) {
                 return mistake;
@@ -107,8 +108,8 @@ private:
         const bool sign = isSign(rest_.front());
         bool inQuotes = false;
         std::size_t end = 0;
-        while (end < rest_.size() &&
-               (inQuotes || (blanks.find(rest_[end]) == std::string_view::npos && isSign(rest_[end]) == sign))) {
+        while (end < rest_.size() && (inQuotes || (blanks.find(rest_[end]) == std::string_view::npos &&
+                                                   isSign(rest_[end]) == sign))) {
             inQuotes = inQuotes != (rest_[end] == '"');
             ++end;
         }
@@ -167,7 +168,8 @@ private:
                                           Sign{">", Operator::Greater},
                                           Sign{"contains", Operator::Contains},
                                           Sign{"exists", Operator::Exists}};
-        const auto* const found = std::ranges::find_if(table, [&](const Sign& sign) { return word.is(sign.text); });
+        const auto* const found =
+            std::ranges::find_if(table, [&](const Sign& sign) { return word.is(sign.text); });
         if (found == table.end()) {
             return false;
         }

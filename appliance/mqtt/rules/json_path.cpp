@@ -126,7 +126,8 @@ std::vector<const nlohmann::json*> JsonPath::find(const nlohmann::json& whole) c
             } else if (step.kind == Step::Kind::Index && value->is_array() && step.index < value->size()) {
                 next.push_back(&(*value)[step.index]);
             } else if (step.kind == Step::Kind::Each && value->is_array()) {
-                const std::size_t count = std::min(value->size(), mostValues - std::min(mostValues, next.size()));
+                const std::size_t count =
+                    std::min(value->size(), mostValues - std::min(mostValues, next.size()));
                 for (std::size_t i = 0; i < count; ++i) {
                     next.push_back(&(*value)[i]);
                 }

@@ -44,7 +44,8 @@ TEST(JsonPath, EmptyPathIsTheWholeValue) {
 }
 
 TEST(JsonPath, FindsNothingWhereNothingIs) {
-    for (const char* path : {"none", "after.none", "type.label", "type[0]", "after.zones[2]", "after[*]", "after[0]"}) {
+    for (const char* path :
+         {"none", "after.none", "type.label", "type[0]", "after.zones[2]", "after[*]", "after[0]"}) {
         EXPECT_EQ(at(path, whole), json::array()) << path;
     }
     EXPECT_EQ(at("type", "ON"), json::array());

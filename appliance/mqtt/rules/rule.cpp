@@ -61,7 +61,8 @@ std::string readMinimumTime(const std::string& text, int& seconds) {
     }
     int number = -1;
     const auto [end, error] = std::from_chars(text.data(), text.data() + text.size(), number);
-    if (error != std::errc() || end != text.data() + text.size() || number < 0 || number > longestMinimumTime) {
+    if (error != std::errc() || end != text.data() + text.size() || number < 0 ||
+        number > longestMinimumTime) {
         return "takes a number from 0 to " + std::to_string(longestMinimumTime);
     }
     seconds = number;

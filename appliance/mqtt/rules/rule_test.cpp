@@ -8,12 +8,9 @@ namespace {
 
 using nlohmann::json;
 
-const SourceParams person{{"Name", "Person"},
-                          {"Topic", "frigate/events"},
-                          {"Path", "after.label"},
-                          {"Condition", "= person and type = new"},
-                          {"Source", "{after.camera}"},
-                          {"Text", "Person: {after.camera}"},
+const SourceParams person{{"Name", "Person"},           {"Topic", "frigate/events"},
+                          {"Path", "after.label"},      {"Condition", "= person and type = new"},
+                          {"Source", "{after.camera}"}, {"Text", "Person: {after.camera}"},
                           {"MinimumTime", "60"}};
 
 mqtt::Rule read(const SourceParams& keys) {
@@ -53,10 +50,9 @@ TEST(Rule, OtherMessagesMeanNothing) {
 
 TEST(Rule, EachMistakeNamesItsKey) {
     mqtt::Rule rule;
-    const std::vector<std::pair<istring, std::string>> wrong{{"Topic", "a#"},      {"Path", "a."},
-                                                             {"Condition", "= "},  {"Source", "{a"},
-                                                             {"Text", "{a b}"},    {"MinimumTime", "soon"},
-                                                             {"MinimumTime", "-1"}};
+    const std::vector<std::pair<istring, std::string>> wrong{
+        {"Topic", "a#"},   {"Path", "a."},          {"Condition", "= "},  {"Source", "{a"},
+        {"Text", "{a b}"}, {"MinimumTime", "soon"}, {"MinimumTime", "-1"}};
     for (const auto& [key, value] : wrong) {
         const std::vector<mqtt::RuleMistake> mistakes = mqtt::readRule("Person", with(key, value), rule);
         ASSERT_EQ(mistakes.size(), 1U) << value;
