@@ -55,7 +55,7 @@ Place placeOf(const FleetRequest& request) {
         place.link.caFile = request.caFile;
     }
     if (place.site.find_first_of("+#") != std::string::npos) {
-        throw Refused("the site " + inQuotes(place.site) + R"( has a "+" or "#")");
+        throw Refused("the site " + inQuotes(place.site) + " has a wildcard");
     }
     return place;
 }
