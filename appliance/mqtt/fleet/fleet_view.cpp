@@ -42,9 +42,10 @@ void takeState(const json& state, FleetDecoder& decoder) {
     decoder.running = flagAt(state, "running");
     decoder.connected = flagAt(state, "connected");
     const json& source = objectAt(state, "source");
-    decoder.source = source.empty() ? ""
-                                    : std::to_string(std::lround(numberAt(source, "index"))) + ' ' +
-                                          textAt(source, "name");
+    decoder.source = source.empty()
+                         ? ""
+                         : std::to_string(std::lround(std::clamp(numberAt(source, "index"), -1.0, 1e6))) +
+                               ' ' + textAt(source, "name");
     decoder.errorCode = textAt(objectAt(state, "error"), "code");
     decoder.error = textAt(objectAt(state, "error"), "text");
     decoder.alarm = textAt(objectAt(state, "alarm"), "text");
