@@ -30,6 +30,7 @@ constexpr std::size_t longestId = 100;
 
 // A payload that is no JSON object has one value, which is `key` of an object.
 json asObject(std::string_view payload, const char* key) {
+    payload.remove_suffix(payload.size() - std::min(payload.find_last_not_of("\r\n") + 1, payload.size()));
     const std::string text(libcommon::trimmed(payload));
     json value = payloadValue(text);
     if (value.is_object()) {

@@ -46,7 +46,8 @@ TEST(MqttCommand, IdIsKnownAlsoWhenTheCommandIsRefused) {
 
 TEST(MqttCommand, GateDropsWhatIsOldKeptOrDoubled) {
     mqtt::CommandGate gate;
-    Command command{.word = "lock"};
+    Command command;
+    command.word = "lock";
     EXPECT_EQ(gate.refusal(command, false, 10, 1000), "");
     EXPECT_NE(gate.refusal(command, true, 10, 1000), "");
     command.time = 989;
@@ -66,11 +67,14 @@ TEST(MqttCommand, GateDropsWhatIsOldKeptOrDoubled) {
 }
 
 TEST(MqttCommand, ReplyNamesTheCommand) {
-    const nlohmann::json reply = mqtt::replyJson({.word = "lock", .id = "7"}, true, "locked");
+    Command command;
+    command.word = "lock";
+    EXPECT_FALSE(mqtt::replyJson(command, true, "").contains("id"));
+    command.id = "7";
+    const nlohmann::json reply = mqtt::replyJson(command, true, "locked");
     EXPECT_EQ(reply["command"], "lock");
     EXPECT_EQ(reply["id"], "7");
     EXPECT_EQ(reply["done"], true);
-    EXPECT_FALSE(mqtt::replyJson({.word = "lock"}, true, "").contains("id"));
 }
 
 } // namespace

@@ -1,6 +1,7 @@
 // Many decoders and one broker: real supervisors and real bridges, with tiny players and two scripted encoders that all
 // share. FLEET_SIZE decoders (10 without the variable), FLEET_OUTAGE seconds without the broker (3).
 #include "tests/appliance/appliance.h"
+#include "tests/appliance/isolation.h"
 #include "tests/mqtt/broker.h"
 #include "tests/mqtt/listener.h"
 #include "tests/walk/encoders.h"
