@@ -49,6 +49,17 @@ constexpr std::array decoderTable{
     KnownParameter{"Mqtt.Discovery", ValueKind::YesNo, AtUse},
     KnownParameter{"Mqtt.DiscoveryPrefix", ValueKind::Text, AtUse},
     KnownParameter{"Mqtt.MaximumAge", ValueKind::Number, AtUse, 1, 3600},
+    KnownParameter{"Panel.Address", ValueKind::Text, AtPanel},
+    KnownParameter{"Panel.Port", ValueKind::Number, AtPanel, 1, 65535},
+    KnownParameter{"Panel.Hosts", ValueKind::Text, AtPanel},
+    KnownParameter{"Panel.TLS", ValueKind::Choice, AtPanel, 0, 0, "auto|no|own|files"},
+    KnownParameter{"Panel.CertificateFile", ValueKind::Text, AtPanel},
+    KnownParameter{"Panel.KeyFile", ValueKind::Text, AtPanel},
+    KnownParameter{"Panel.LogInRate", ValueKind::Number, AtPanel, 1, 10000},
+    KnownParameter{"Panel.IdleTime", ValueKind::Number, AtPanel, 1, day},
+    KnownParameter{"Panel.SessionTime", ValueKind::Number, AtPanel, 1, 30 * day},
+    KnownParameter{"Panel.PictureRate", ValueKind::Number, AtPanel, 1, 60},
+    KnownParameter{"Panel.PictureWidth", ValueKind::Number, AtPanel, 160, 3840},
 };
 
 constexpr std::array sourceTable{
@@ -103,6 +114,7 @@ struct ReadingWords {
 // The first row that a parameter has decides when a new value is in force.
 constexpr std::array readingWords{
     ReadingWords{AtStart, "start", "when the supervisor starts next"},
+    ReadingWords{AtPanel, "panel", "when the panel starts next"},
     ReadingWords{AtConnect, "connect", "at the next connect"},
     ReadingWords{AtDetection, "detection", "at the next detection of the encoder"},
     ReadingWords{AtDisconnect, "disconnect", "at the next disconnect"},
