@@ -27,6 +27,7 @@ MAKERS = [
     (["appliance/input/video_device.cpp"], r"\bfail\(", 0),
     (["appliance/input/web_access.cpp"], r"\breturn (?=place\(\) \+|\"[a-z]+ )", 0),
     (["appliance/streams/stream_description.cpp"], r"\breason = ", 0),
+    (["appliance/mqtt"], r"\bRefused\(", 0),
     (["appliance/operating"], r"\bRefused\(", 0),
     (["appliance/operating/muting.cpp"], r"\breturn (?=\"|now)", 0),
     (["appliance/screen/label_content.cpp"], r"\breturn (?=\")", 0),
