@@ -2,24 +2,28 @@
 
 #include <libcommon/status.h>
 
-#include <string_view>
 #include <thread>
 
 namespace player {
 namespace {
 
 constexpr const char* statusKey = "Reason";
-constexpr std::string_view ending = " can't be decoded on this machine: its decoder is missing";
+
+std::string reasonFor(const std::string& codec) {
+    std::string reason = "codec " + codec + " can't be decoded on this machine: its decoder is missing";
+    return reason;
+}
 
 } // namespace
 
 void tellUndecodable(int source, const std::string& codec) {
-    status(source, statusKey, ("codec " + codec + std::string(ending)).c_str());
+    status(source, statusKey, reasonFor(codec).c_str());
 }
 
 void clearUndecodable(int source) {
     std::thread([source] {
-        if (status(source, statusKey).ends_with(ending))
+        // With any codec: the end is the same.
+        if (status(source, statusKey).ends_with(reasonFor("").substr(6)))
             status(source, statusKey, "");
     }).detach();
 }
