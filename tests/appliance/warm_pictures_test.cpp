@@ -17,7 +17,8 @@ constexpr double rate = 25;                // pictures per second
 constexpr std::int64_t second = 1'000'000; // of gettimeusec()
 constexpr std::int64_t oldKeyMs = 2600;    // of four seconds: a fast-forward would show 65 pictures at once
 constexpr std::int64_t oldestKeyMs = 3600; // leaves time for the selection
-constexpr double bound = rate * 1.2;       // pictures, for a busy machine
+constexpr double mostAhead = 20;           // pictures that may come faster than the clock, on a busy machine
+constexpr double mostBehind = 60;          // and later
 
 struct Shown {
     std::int64_t time;
@@ -60,7 +61,8 @@ protected:
 // The newest key picture is seconds old when the source is selected. From the first picture on, the numbers in the pictures
 // follow the clock: none of what came since the key picture is shown, neither at once nor faster.
 TEST_P(WarmPictures, AreShownInRealTimeFromTheFirstOneOn) {
-    std::vector<std::string> more{"--gop", "100", "--fps", "25"};
+    // Large pictures: decoding all of them since the key picture takes longer than the switch.
+    std::vector<std::string> more{"--gop", "100", "--fps", "25", "--width", "1280", "--height", "720"};
     more.insert(more.end(), GetParam().begin() + 1, GetParam().end());
     add(GetParam().front(), more);
     add("mjpeg");
@@ -79,10 +81,11 @@ TEST_P(WarmPictures, AreShownInRealTimeFromTheFirstOneOn) {
     EXPECT_EQ(lines(fromKeeper), before + 1);
     for (const Shown& one : shown) {
         const double passed = static_cast<double>(one.time - shown.front().time) / second * rate;
-        EXPECT_NEAR(one.counter - shown.front().counter, passed, bound)
-            << (one.time - shown.front().time) / 1000 << " ms after the first one";
+        const double ahead = one.counter - shown.front().counter - passed;
+        EXPECT_LT(ahead, mostAhead) << (one.time - shown.front().time) / 1000 << " ms after the first one";
+        EXPECT_GT(ahead, -mostBehind) << (one.time - shown.front().time) / 1000 << " ms after the first one";
     }
-    EXPECT_LT(static_cast<double>(drawnIn(0, shown.front().time, lastOld)), rate + bound);
+    EXPECT_LT(static_cast<double>(drawnIn(0, shown.front().time, lastOld)), rate + mostAhead);
 }
 
 INSTANTIATE_TEST_SUITE_P(Kinds, WarmPictures,
