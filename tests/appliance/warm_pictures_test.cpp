@@ -1,13 +1,20 @@
 // What a person sees of warm sources: the pictures in real time, and each source warm when its turn comes.
+#include "appliance/streams/kept_stream.h"
+#include "appliance/streams/rtp/rtp_packet.h"
 #include "tests/appliance/warm_fixture.h"
+#include "tests/support/disturbed_host.h"
 #include "tests/support/screen_picture.h"
 
+#include <libcommon/clock.h>
+
+#include <algorithm>
 #include <chrono>
 #include <gmock/gmock.h>
 
 namespace {
 
 using appliance::eventually;
+using appliance::fromEncoder;
 using appliance::fromKeeper;
 using appliance::Seconds;
 using appliance::Warm;
@@ -118,4 +125,69 @@ TEST_F(Warm, TheNextSourceOfTheSequenceIsOpenedBeforeItsTurn) {
     ASSERT_TRUE(decoder->waitForSource(1));
     EXPECT_TRUE(decoder->showsMoving(1));
     EXPECT_EQ(lines(fromKeeper), before + 1) << decoder->log();
+}
+
+namespace {
+
+// The sequence numbers that a player gets from the keeper in four seconds.
+std::vector<std::uint16_t> takenFromKeeper(const streams::StreamAddress& address) {
+    std::vector<std::uint16_t> taken;
+    const auto stream = streams::KeptStream::open(address, 1000);
+    if (stream == nullptr)
+        return taken;
+    const std::int64_t until = gettimeusec() + 4 * second;
+    stream->run({.video =
+                     [&](std::string_view bytes) {
+                         if (const auto packet = streams::readRtp(bytes))
+                             taken.push_back(packet->sequence);
+                         return gettimeusec() < until;
+                     },
+                 .sound = [](std::string_view) {},
+                 .bytes = [](std::string_view) { return false; },
+                 .picture = [](std::string_view) {},
+                 .live = [] {}});
+    return taken;
+}
+
+// Whether one of the lists has all of that, one after the other.
+bool isPartOf(const std::vector<std::vector<std::uint16_t>>& lists, const std::vector<std::uint16_t>& part) {
+    return std::ranges::any_of(lists,
+                               [&](const auto& list) { return !std::ranges::search(list, part).empty(); });
+}
+
+} // namespace
+
+// Lost packets are missing and swapped ones are swapped, as they came from the network; the player gets along with both.
+TEST_F(Warm, ADisturbedNetworkReachesThePlayerAsItIs) {
+    const std::string address = "127.0.9.1";
+    add("rtsp-unicast", {"--codec", "h264", "--gop", "25", "--bitrate", "2000"}, {{"Address", address}});
+    add("mjpeg");
+    const scripted::DisturbedHost network(address, "127.0.1.1");
+    start();
+    detectAll();
+    ASSERT_TRUE(keeps(0)) << gateway->log();
+    const std::vector<std::uint16_t> taken = takenFromKeeper({.kind = streams::StreamAddress::Kind::rtsp,
+                                                              .host = address,
+                                                              .port = 554,
+                                                              .tls = false,
+                                                              .target = "/mpeg4/1/media.orv",
+                                                              .transport = streams::RtspTransport::unicast});
+    ASSERT_GT(taken.size(), 2U * scripted::DisturbedHost::lostEach);
+    EXPECT_TRUE(isPartOf(network.sessions(), taken));
+    int missing = 0;
+    int swapped = 0;
+    for (std::size_t i = 1; i < taken.size(); ++i) {
+        const auto step = static_cast<std::int16_t>(taken[i] - taken[i - 1]);
+        missing += step == 2 ? 1 : 0;
+        swapped += step == -1 ? 1 : 0;
+    }
+    EXPECT_GT(missing, 0);
+    EXPECT_GT(swapped, 0);
+    const std::size_t before = lines(fromKeeper);
+    decoder->ctl({"select", "0"});
+    EXPECT_TRUE(decoder->showsMoving(0)) << decoder->log();
+    EXPECT_EQ(lines(fromKeeper), before + 1);
+    appliance::pause(std::chrono::seconds(4));
+    EXPECT_TRUE(decoder->showsMoving(0)) << "it goes on after losses";
+    EXPECT_EQ(lines(fromEncoder), 0U);
 }
