@@ -16,6 +16,7 @@ MAKERS = [
     (["appliance/gateway/cameras"], r"\bfailed = ", 0),
     (["appliance/gateway/cameras/camera_url.cpp"], r"\breturn (?=\"\w+ )", 0),
     (["appliance/gateway/service/source_plan.cpp"], r"\bmistake = ", 0),
+    (["appliance/players/showing/codec_reason.cpp"], r"\breason = ", 0),
     (["appliance/gateway/warm"], r"\breport\.reason = ", 0),
     (["appliance/gateway/warm"], r"\bevents_\.ended\(|\bonEnded\(", 0),
     (["appliance/gateway/warm/encoder_feed.cpp"], r"\breturn (?=\"\w+ )", 0),
