@@ -147,7 +147,7 @@ void setQueueLimit(int id, int maximum) {
     fake::queueLimits[id] = maximum;
 }
 
-int setTimeout(long milliseconds) {
+int setTimeout(std::int64_t milliseconds) {
     fake::calls.push_back("setTimeout(" + std::to_string(milliseconds) + ")");
     fake::lastTimeout = milliseconds;
     return fake::lastTimerId = fake::nextTimerId++;
