@@ -1,7 +1,8 @@
 #include "appliance/ctl/discover_command.h"
 
-#include "appliance/ctl/json_text.h"
-#include "appliance/ctl/source_commands.h"
+#include "appliance/commands/source_commands.h"
+#include "appliance/ctl/password_prompt.h"
+#include "appliance/reporting/json_text.h"
 
 #include <libcommon/text.h>
 

@@ -31,12 +31,12 @@ MAKERS = [
     (["appliance/operating/muting.cpp"], r"\breturn (?=\"|now)", 0),
     (["appliance/screen/label_content.cpp"], r"\breturn (?=\")", 0),
     (["appliance/screen/wall/stopped_mark.cpp"], r"\bgone = |return (?=stopped|health)", 0),
-    (["appliance/ctl"], r"\bRefused\(", 0),
-    (["appliance/ctl/parameter_commands.cpp"], r"\breturn (?=name \+ \")", 0),
+    (["appliance/ctl", "appliance/commands", "appliance/reporting", "appliance/settings"], r"\bRefused\(", 0),
+    (["appliance/commands/parameter_commands.cpp"], r"\breturn (?=name \+ \")", 0),
     (["appliance/discovery"], r"\bruntime_error\(", 0),
     (["appliance/discovery/camera.cpp"], r"\breturn (?=\")", 0),
-    (["appliance/ctl/error_words.cpp"], r"ErrorWords\{", 1),
-    (["appliance/ctl/error_words.cpp"], r"\breturn (?=found)", 0),
+    (["appliance/reporting/error_words.cpp"], r"ErrorWords\{", 1),
+    (["appliance/reporting/error_words.cpp"], r"\breturn (?=found)", 0),
 ]
 
 

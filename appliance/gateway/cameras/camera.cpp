@@ -29,7 +29,7 @@ Delivery firstDelivery(Transport transport) {
     return transport == Transport::multicast ? Delivery::multicast : Delivery::udp;
 }
 
-VideoForm formOf(const TrackInfo& track, std::size_t kept) {
+streams::VideoForm formOf(const TrackInfo& track, std::size_t kept) {
     return {track.encodingName, track.payloadType, track.clockRate, track.fmtp, kept};
 }
 
@@ -90,7 +90,7 @@ CameraReport Camera::report() const {
         report.size = video_->size();
     } else if (picture_ != nullptr) {
         if (const auto size = streams::wholeJpeg(*picture_))
-            report.size = PictureSize{size->width, size->height};
+            report.size = streams::PictureSize{size->width, size->height};
     }
     report.viewers = viewers_.size();
     return report;
@@ -122,7 +122,7 @@ Camera::ViewerId Camera::join(Viewer viewer) {
     const auto shared = std::make_shared<Viewer>(std::move(viewer));
     if (video_ != nullptr) {
         bool start = true;
-        for (const Packet& packet : video_->kept().packets())
+        for (const streams::Packet& packet : video_->kept().packets())
             shared->packet(Track::video, packet, std::exchange(start, false));
     } else if (picture_ != nullptr) {
         shared->picture(picture_);
@@ -203,25 +203,25 @@ void Camera::makeRelays(const StreamInfo& info) {
     } else if (video_ != nullptr && !viewers_.empty()) {
         video_->beginSession(now);
     } else {
-        video_ = std::make_unique<VideoRelay>(
+        video_ = std::make_unique<streams::VideoRelay>(
             formOf(*info.video, keptBytes), randomNumber(),
-            [this](const Packet& packet, bool start) { pass(Track::video, packet, start); });
+            [this](const streams::Packet& packet, bool start) { pass(Track::video, packet, start); });
     }
     if (!info.sound) {
         sound_ = nullptr;
     } else if (sound_ != nullptr && !viewers_.empty()) {
         sound_->beginSession(now);
     } else {
-        sound_ = std::make_unique<VideoRelay>(
+        sound_ = std::make_unique<streams::VideoRelay>(
             formOf(*info.sound, 0), randomNumber(),
-            [this](const Packet& packet, bool start) { pass(Track::sound, packet, start); });
+            [this](const streams::Packet& packet, bool start) { pass(Track::sound, packet, start); });
     }
 }
 
 void Camera::onPacket(Track track, std::string_view packet) {
     failures_ = 0;
     bytes_ += packet.size();
-    const std::unique_ptr<VideoRelay>& relay = track == Track::video ? video_ : sound_;
+    const std::unique_ptr<streams::VideoRelay>& relay = track == Track::video ? video_ : sound_;
     if (relay != nullptr)
         relay->add(packet, gettimeusec());
 }
@@ -235,7 +235,7 @@ void Camera::eachViewer(Call call) {
     }
 }
 
-void Camera::pass(Track track, const Packet& packet, bool start) {
+void Camera::pass(Track track, const streams::Packet& packet, bool start) {
     eachViewer([&](const Viewer& viewer) { viewer.packet(track, packet, start); });
 }
 

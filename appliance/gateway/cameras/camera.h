@@ -8,7 +8,7 @@
 #include "appliance/gateway/cameras/camera_url.h"
 #include "appliance/gateway/cameras/session.h"
 #include "appliance/gateway/cameras/stream_info.h"
-#include "appliance/gateway/rtp/video_relay.h"
+#include "appliance/streams/rtp/video_relay.h"
 
 #include <cstdint>
 #include <functional>
@@ -40,8 +40,8 @@ struct CameraSettings {
 // One who watches. All are called on the loop's thread; none may destroy the camera.
 struct Viewer {
     // `start`: the first packet that this viewer can begin with; all of a track that has no key pictures are.
-    std::function<void(Track track, const Packet& packet, bool start)> packet;
-    std::function<void(const Packet& jpeg)> picture;
+    std::function<void(Track track, const streams::Packet& packet, bool start)> packet;
+    std::function<void(const streams::Packet& jpeg)> picture;
     std::function<void()> flush;                       // a good moment to send what has been handed over
     std::function<void(const Failure& failure)> ended; // called at most once; the viewer has left
 };
@@ -52,8 +52,8 @@ struct CameraReport {
     StreamInfo info{}; // while open
     std::uint64_t bytes = 0;
     std::uint64_t pictures = 0;
-    std::int64_t keyInterval = 0;      // microseconds; 0: not known
-    std::optional<PictureSize> size{}; // nothing: not known
+    std::int64_t keyInterval = 0;               // microseconds; 0: not known
+    std::optional<streams::PictureSize> size{}; // nothing: not known
     std::size_t viewers = 0;
 };
 
@@ -97,7 +97,7 @@ private:
     std::optional<Delivery> otherDelivery(const Failure& failure) const;
     bool fallsBack(const Failure& failure);
     void tryAgain();
-    void pass(Track track, const Packet& packet, bool start);
+    void pass(Track track, const streams::Packet& packet, bool start);
     template<typename Call>
     void eachViewer(Call call);
     void answerAll(const Failure& failure);
@@ -122,9 +122,9 @@ private:
     EventLoop::Timer againTimer_ = 0;
     EventLoop::Timer lingerTimer_ = 0;
 
-    std::unique_ptr<VideoRelay> video_;
-    std::unique_ptr<VideoRelay> sound_;
-    Packet picture_; // the newest one; null: none
+    std::unique_ptr<streams::VideoRelay> video_;
+    std::unique_ptr<streams::VideoRelay> sound_;
+    streams::Packet picture_; // the newest one; null: none
     std::vector<Answer> answers_;
     std::map<ViewerId, std::shared_ptr<Viewer>> viewers_;
     ViewerId nextViewer_ = 1;

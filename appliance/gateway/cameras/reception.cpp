@@ -1,6 +1,6 @@
 #include "appliance/gateway/cameras/reception.h"
 
-#include "appliance/gateway/rtp/rtp_packet.h"
+#include "appliance/streams/rtp/rtp_packet.h"
 
 #include <libcommon/clock.h>
 
@@ -108,7 +108,7 @@ bool Reception::joinGroup(const std::string& transport) {
 // ---- Packets.
 
 void Reception::listen() {
-    order_ = std::make_unique<Reordering>([this](std::string_view packet) { takePacket(packet); });
+    order_ = std::make_unique<streams::Reordering>([this](std::string_view packet) { takePacket(packet); });
     loop_.watch(sockets_.data, EPOLLIN, [this](std::uint32_t /*events*/) {
         streams::receiveWaiting(sockets_.data, sender_,
                                 [this](std::string_view packet) { order_->add(packet, gettimeusec()); });
@@ -131,7 +131,7 @@ bool Reception::takeChannel(int channel, std::string_view packet) {
 }
 
 void Reception::takePacket(std::string_view packet) {
-    const auto header = readRtp(packet);
+    const auto header = streams::readRtp(packet);
     if (!header)
         return;
     received_.sender = header->source;
@@ -144,7 +144,7 @@ void Reception::takePacket(std::string_view packet) {
 }
 
 void Reception::takeReports(std::string_view packet) {
-    if (hasGoodbye(packet))
+    if (streams::hasGoodbye(packet))
         events_.goodbye();
 }
 
@@ -156,7 +156,7 @@ void Reception::look(std::int64_t now) {
 void Reception::sendReport(std::uint32_t reporter) {
     if (!ready_)
         return;
-    const std::string report = receiverReport(reporter, received_);
+    const std::string report = streams::receiverReport(reporter, received_);
     if (channel_ >= 0)
         return dialogue_.sendPacket(channel_ + 1, report);
     sockaddr_in to{};

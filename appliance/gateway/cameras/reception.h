@@ -4,9 +4,9 @@
 
 #include "appliance/gateway/cameras/rtsp_dialogue.h"
 #include "appliance/gateway/cameras/session.h"
-#include "appliance/gateway/rtp/reordering.h"
-#include "appliance/gateway/rtp/reports.h"
 #include "appliance/streams/datagrams.h"
+#include "appliance/streams/rtp/reordering.h"
+#include "appliance/streams/rtp/reports.h"
 #include "appliance/streams/stream_description.h"
 
 #include <cstdint>
@@ -64,12 +64,12 @@ private:
     Delivery delivery_ = Delivery::udp;
     bool ready_ = false;
     streams::SocketPair sockets_;
-    int channel_ = -1;                  // of the data, over TCP; its reports come on the next one
-    std::string sender_;                // over UDP: datagrams from other addresses are dropped; "": from none
-    std::string reportAddress_;         // where our reports go, over UDP
-    int reportPort_ = 0;                // 0: unknown
-    std::unique_ptr<Reordering> order_; // over UDP
-    ReceivedSoFar received_;
+    int channel_ = -1;          // of the data, over TCP; its reports come on the next one
+    std::string sender_;        // over UDP: datagrams from other addresses are dropped; "": from none
+    std::string reportAddress_; // where our reports go, over UDP
+    int reportPort_ = 0;        // 0: unknown
+    std::unique_ptr<streams::Reordering> order_; // over UDP
+    streams::ReceivedSoFar received_;
 };
 
 } // namespace gateway

@@ -1,9 +1,9 @@
 #include "appliance/gateway/fuzz/targets.h"
 
 #include "appliance/gateway/cameras/camera_url.h"
-#include "appliance/gateway/rtp/picture_size.h"
-#include "appliance/gateway/rtp/reordering.h"
-#include "appliance/gateway/rtp/video_relay.h"
+#include "appliance/streams/rtp/picture_size.h"
+#include "appliance/streams/rtp/reordering.h"
+#include "appliance/streams/rtp/video_relay.h"
 
 #include <algorithm>
 #include <cstdlib>
@@ -42,21 +42,21 @@ int fuzzPackets(const std::uint8_t* data, std::size_t size) {
         return 0;
     const std::string name = names[static_cast<std::uint8_t>(bytes[0]) % std::size(names)];
     bytes.remove_prefix(1);
-    gateway::VideoRelay relay(
+    streams::VideoRelay relay(
         {.encodingName = name, .payloadType = 96, .clockRate = 90000, .fmtp = "", .keptBytes = kept}, 7,
-        [](const gateway::Packet& packet, bool /*start*/) {
-            require(gateway::readRtp(*packet).has_value());
-            require(gateway::readRtp(*packet)->source == 7);
+        [](const streams::Packet& packet, bool /*start*/) {
+            require(streams::readRtp(*packet).has_value());
+            require(streams::readRtp(*packet)->source == 7);
         });
     std::int64_t now = 1;
-    gateway::Reordering order([&](std::string_view packet) { relay.add(packet, now); });
+    streams::Reordering order([&](std::string_view packet) { relay.add(packet, now); });
     while (bytes.size() >= 2) {
         const std::size_t length =
             std::min<std::size_t>(static_cast<std::size_t>(static_cast<std::uint8_t>(bytes[0])) << 8 |
                                       static_cast<std::uint8_t>(bytes[1]),
                                   bytes.size() - 2);
         const std::string_view packet = bytes.substr(2, length);
-        gateway::sizeInPayload(gateway::encodingOf(name), packet);
+        streams::sizeInPayload(streams::encodingOf(name), packet);
         order.add(packet, now += 1000);
         bytes.remove_prefix(2 + length);
         require(relay.kept().bytes() <= kept);

@@ -1,9 +1,9 @@
 #include "appliance/gateway/service/probe.h"
 
 #include "appliance/gateway/cameras/camera.h"
-#include "appliance/gateway/rtp/picture_size.h"
 #include "appliance/gateway/service/stream_status.h"
 #include "appliance/streams/jpeg_check.h"
+#include "appliance/streams/rtp/picture_size.h"
 
 #include <libcommon/clock.h>
 #include <libcommon/text.h>
@@ -39,7 +39,8 @@ public:
                 return finish(failure);
             info_ = info;
             if (info.video)
-                size_ = sizeInFormat(encodingOf(info.video->encodingName), info.video->fmtp);
+                size_ =
+                    streams::sizeInFormat(streams::encodingOf(info.video->encodingName), info.video->fmtp);
             join();
         });
         if (!over_)
@@ -58,23 +59,25 @@ public:
             text += ", " + oneDigit(static_cast<double>(report.bytes) * 8 / seconds / 1e6) + " Mbit/s";
         }
         text += info_.sound ? ", sound " + info_.sound->encodingName : ", no sound";
-        if (report.keyInterval > 0 && encodingOf(report.info.video->encodingName) != Encoding::jpeg)
+        if (report.keyInterval > 0 &&
+            streams::encodingOf(report.info.video->encodingName) != streams::Encoding::jpeg)
             text += ", a key picture every " + oneDigit(static_cast<double>(report.keyInterval) / 1e6) + " s";
         return text + (report.info.transport.empty() ? "" : ",") + report.info.way();
     }
 
 private:
     void join() {
-        const Camera::ViewerId viewer = camera_.join(
-            {.packet = [this](Track track, const Packet& packet, bool) { takePacket(track, *packet); },
-             .picture =
-                 [this](const Packet& jpeg) {
-                     arrived();
-                     if (const auto size = streams::wholeJpeg(*jpeg))
-                         size_ = PictureSize{size->width, size->height};
-                 },
-             .flush = [] {},
-             .ended = [this](const Failure& failure) { finish(failure); }});
+        const Camera::ViewerId viewer =
+            camera_.join({.packet = [this](Track track, const streams::Packet& packet,
+                                           bool) { takePacket(track, *packet); },
+                          .picture =
+                              [this](const streams::Packet& jpeg) {
+                                  arrived();
+                                  if (const auto size = streams::wholeJpeg(*jpeg))
+                                      size_ = streams::PictureSize{size->width, size->height};
+                              },
+                          .flush = [] {},
+                          .ended = [this](const Failure& failure) { finish(failure); }});
         if (viewer == 0)
             return finish({Fault::ended, "the camera ended the stream"});
         look();
@@ -84,9 +87,9 @@ private:
         if (track != Track::video)
             return;
         arrived();
-        const auto packet = readRtp(bytes);
+        const auto packet = streams::readRtp(bytes);
         if (packet && !size_)
-            size_ = sizeInPayload(encodingOf(info_.video->encodingName), packet->payload);
+            size_ = streams::sizeInPayload(streams::encodingOf(info_.video->encodingName), packet->payload);
     }
 
     void arrived() {
@@ -120,7 +123,7 @@ private:
     Camera camera_;
     StreamInfo info_;
     Failure failure_;
-    std::optional<PictureSize> size_;
+    std::optional<streams::PictureSize> size_;
     std::int64_t first_ = 0; // microseconds: the first packet or picture
     std::int64_t ended_ = 0;
     bool over_ = false;

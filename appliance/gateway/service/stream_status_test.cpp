@@ -18,7 +18,7 @@ CameraReport playing(std::uint64_t bytes, std::uint64_t pictures) {
     report.bytes = bytes;
     report.pictures = pictures;
     report.keyInterval = 1'960'000;
-    report.size = PictureSize{1920, 1080};
+    report.size = streams::PictureSize{1920, 1080};
     return report;
 }
 

@@ -89,15 +89,15 @@ void HttpAnswers::beginPictures(int number, const StreamInfo& info, const Failur
         return reply(other ? 404 : 503, (other ? "this camera is played over RTSP" : failure.text) + "\n");
     }
     socket_.send(pictureHead());
-    watched_.join(number, {.packet = [](Track, const Packet&, bool) {},
-                           .picture = [this](const Packet& jpeg) { takePicture(jpeg); },
+    watched_.join(number, {.packet = [](Track, const streams::Packet&, bool) {},
+                           .picture = [this](const streams::Packet& jpeg) { takePicture(jpeg); },
                            .flush = [this] { socket_.flush(); },
                            .ended = [this](const Failure&) { over_(); }});
     socket_.flush();
 }
 
 // A picture that comes while the last one is not sent yet is left out: the newest one counts.
-void HttpAnswers::takePicture(const Packet& jpeg) {
+void HttpAnswers::takePicture(const streams::Packet& jpeg) {
     if (socket_.waiting() > jpeg->size())
         return;
     socket_.send("Content-Type: image/jpeg\r\nContent-Length: " + std::to_string(jpeg->size()) + "\r\n\r\n");

@@ -23,7 +23,7 @@ private:
     void servePictures(const Request& request);
     void beginPictures(int number, const StreamInfo& info, const Failure& failure);
     void reply(int status, const std::string& text);
-    void takePicture(const Packet& jpeg);
+    void takePicture(const streams::Packet& jpeg);
 
     Cameras& cameras_;
     PlayerSocket& socket_;

@@ -147,14 +147,14 @@ void RtspAnswers::stop() {
 
 void RtspAnswers::begin() {
     dropping_ = true; // a player begins with a key picture
-    watched_.join(number_, {.packet = [this](Track track, const Packet& packet,
+    watched_.join(number_, {.packet = [this](Track track, const streams::Packet& packet,
                                              bool start) { takePacket(track, packet, start); },
-                            .picture = [](const Packet&) {},
+                            .picture = [](const streams::Packet&) {},
                             .flush = [this] { socket_.flush(); },
                             .ended = [this](const Failure&) { over_(); }});
 }
 
-void RtspAnswers::takePacket(Track track, const Packet& packet, bool start) {
+void RtspAnswers::takePacket(Track track, const streams::Packet& packet, bool start) {
     const int channel = channels_.at(track == Track::video ? 0 : 1);
     if (channel < 0)
         return;

@@ -25,7 +25,7 @@ private:
     void play(const Request& request, int number);
     void stop();
     void begin();
-    void takePacket(Track track, const Packet& packet, bool start);
+    void takePacket(Track track, const streams::Packet& packet, bool start);
     void reply(const Request& request, int status, const std::string& headers = "",
                const std::string& reason = "", const std::string& body = "");
     std::string sessionLine() const { return "Session: " + session_ + "\r\n"; }

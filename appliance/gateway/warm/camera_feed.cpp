@@ -60,7 +60,7 @@ void CameraFeed::answered(const StreamInfo& info, const Failure& failure) {
 
 Viewer CameraFeed::viewer() {
     return {.packet =
-                [this](Track track, const Packet& packet, bool start) {
+                [this](Track track, const streams::Packet& packet, bool start) {
                     KeptItem item;
                     if (track == Track::video) {
                         item = marks_->mark(packet);
@@ -71,7 +71,7 @@ Viewer CameraFeed::viewer() {
                     events_.item(item, joining_);
                 },
             .picture =
-                [this](const Packet& jpeg) {
+                [this](const streams::Packet& jpeg) {
                     KeptItem item;
                     item.kind = streams::KeptFrame::picture;
                     item.bytes = jpeg;

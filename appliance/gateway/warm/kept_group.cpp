@@ -9,7 +9,7 @@ namespace {
 constexpr std::size_t itemCost = 128;
 constexpr std::size_t mostWaiting = 64;
 
-std::size_t costOf(const Packet& bytes) {
+std::size_t costOf(const streams::Packet& bytes) {
     return bytes->size() + itemCost;
 }
 

@@ -2,8 +2,8 @@
 // decode the newest picture at once.
 #pragma once
 
-#include "appliance/gateway/rtp/kept_packets.h"
 #include "appliance/streams/kept_protocol.h"
+#include "appliance/streams/rtp/kept_packets.h"
 
 #include <cstddef>
 #include <cstdint>
@@ -15,11 +15,11 @@ namespace gateway {
 // A packet, a piece of a byte stream, or a whole picture.
 struct KeptItem {
     streams::KeptFrame kind = streams::KeptFrame::video;
-    Packet bytes;
+    streams::Packet bytes;
     std::uint64_t unit = 0;  // items with equal numbers belong together, as the packets of one picture do
     bool newPicture = false; // the first item of a picture that is newer than all before it
     bool key = false;        // the unit is known to begin a key picture from here on
-    Packet before;           // with `key`: what a decoder has to get before it; null: nothing
+    streams::Packet before;  // with `key`: what a decoder has to get before it; null: nothing
 };
 
 // The memory that all groups share.

@@ -32,12 +32,12 @@ std::string textOf(const KeptGroup& group) {
 }
 
 std::string h264(std::uint16_t sequence, std::uint32_t timestamp, const std::string& payload) {
-    return makeRtp({.marker = false,
-                    .payloadType = 96,
-                    .sequence = sequence,
-                    .timestamp = timestamp,
-                    .source = 7,
-                    .payload = payload});
+    return streams::makeRtp({.marker = false,
+                             .payloadType = 96,
+                             .sequence = sequence,
+                             .timestamp = timestamp,
+                             .source = 7,
+                             .payload = payload});
 }
 
 const std::string set("\x67\x42\x00", 3);

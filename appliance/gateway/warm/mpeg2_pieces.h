@@ -41,7 +41,7 @@ private:
     bool inHeaders_ = false;  // a sequence or group header came, and its picture not yet
     std::string programs_;    // transport: the last packets with the two tables
     std::string streams_;
-    Packet before_; // both, for the piece that waiting_ begins with
+    streams::Packet before_; // both, for the piece that waiting_ begins with
 };
 
 } // namespace gateway

@@ -138,12 +138,12 @@ TEST(Mpeg2Pieces, ATransportStreamIsFoundAgainAfterLostBytes) {
 
 TEST(TransportPackets, InRtpBeginWithTheirTablesToo) {
     const auto rtp = [](std::uint16_t sequence, std::uint32_t time, const std::string& payload) {
-        return makeRtp({.marker = false,
-                        .payloadType = 33,
-                        .sequence = sequence,
-                        .timestamp = time,
-                        .source = 1,
-                        .payload = payload});
+        return streams::makeRtp({.marker = false,
+                                 .payloadType = 33,
+                                 .sequence = sequence,
+                                 .timestamp = time,
+                                 .source = 1,
+                                 .payload = payload});
     };
     PacketMarks marks("MP2T");
     EXPECT_FALSE(marks.mark(rtp(1, 100, programs() + streamsTable())).key);
@@ -151,7 +151,7 @@ TEST(TransportPackets, InRtpBeginWithTheirTablesToo) {
     const KeptItem key = marks.mark(rtp(3, 300, videoStart(true) + videoMore()));
     EXPECT_TRUE(key.key);
     ASSERT_NE(key.before, nullptr);
-    const auto before = readRtp(*key.before);
+    const auto before = streams::readRtp(*key.before);
     ASSERT_TRUE(before);
     EXPECT_EQ(before->payload, programs() + streamsTable());
     EXPECT_EQ(before->sequence, 2);

@@ -5,17 +5,17 @@
 namespace gateway {
 
 PacketMarks::PacketMarks(const std::string& encodingName)
-    : encoding_(encodingOf(encodingName)), transport_(encodingName == "MP2T") {}
+    : encoding_(streams::encodingOf(encodingName)), transport_(encodingName == "MP2T") {}
 
 bool PacketMarks::knows(const std::string& encodingName) {
-    return encodingName == "MP2T" || knowsKeyPictures(encodingOf(encodingName));
+    return encodingName == "MP2T" || streams::knowsKeyPictures(streams::encodingOf(encodingName));
 }
 
-KeptItem PacketMarks::mark(const Packet& whole) {
+KeptItem PacketMarks::mark(const streams::Packet& whole) {
     KeptItem item;
     item.kind = streams::KeptFrame::video;
     item.bytes = whole;
-    const auto packet = readRtp(*whole);
+    const auto packet = streams::readRtp(*whole);
     if (!packet)
         return item;
     item.unit = packet->timestamp;
@@ -26,8 +26,8 @@ KeptItem PacketMarks::mark(const Packet& whole) {
     if (item.newPicture)
         newest_ = packet->timestamp;
     begun_ = true;
-    const bool key =
-        transport_ ? transportKey(*whole, *packet, item) : kindOf(encoding_, packet->payload).keyPicture;
+    const bool key = transport_ ? transportKey(*whole, *packet, item)
+                                : streams::kindOf(encoding_, packet->payload).keyPicture;
     item.key = key && (!hasKey_ || key_ != packet->timestamp);
     if (item.key) {
         hasKey_ = true;
@@ -36,7 +36,7 @@ KeptItem PacketMarks::mark(const Packet& whole) {
     return item;
 }
 
-bool PacketMarks::transportKey(std::string_view bytes, const RtpPacket& packet, KeptItem& item) {
+bool PacketMarks::transportKey(std::string_view bytes, const streams::RtpPacket& packet, KeptItem& item) {
     bool key = false;
     bool tables = false;
     transportPacketsIn(packet.payload, [&](std::string_view one) {
@@ -46,7 +46,8 @@ bool PacketMarks::transportKey(std::string_view bytes, const RtpPacket& packet, 
     if (tables)
         tables_ = bytes;
     if (key && !tables && !tables_.empty()) {
-        stampRtp(tables_, static_cast<std::uint16_t>(packet.sequence - 1), packet.timestamp, packet.source);
+        streams::stampRtp(tables_, static_cast<std::uint16_t>(packet.sequence - 1), packet.timestamp,
+                          packet.source);
         item.before = std::make_shared<const std::string>(tables_);
     }
     return key;

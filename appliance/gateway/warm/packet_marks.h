@@ -1,9 +1,9 @@
 // Finds pictures and key pictures among the RTP packets of a stream, which may come in any order.
 #pragma once
 
-#include "appliance/gateway/rtp/payload_kind.h"
-#include "appliance/gateway/rtp/rtp_packet.h"
 #include "appliance/gateway/warm/kept_group.h"
+#include "appliance/streams/rtp/payload_kind.h"
+#include "appliance/streams/rtp/rtp_packet.h"
 
 #include <cstdint>
 #include <string>
@@ -21,13 +21,13 @@ public:
     static bool knows(const std::string& encodingName);
 
     // The packet as an item. Bytes that are not RTP are an item that nothing can begin with.
-    KeptItem mark(const Packet& packet);
+    KeptItem mark(const streams::Packet& packet);
     KeptItem mark(std::string_view packet) { return mark(std::make_shared<const std::string>(packet)); }
 
 private:
-    bool transportKey(std::string_view bytes, const RtpPacket& packet, KeptItem& item);
+    bool transportKey(std::string_view bytes, const streams::RtpPacket& packet, KeptItem& item);
 
-    const Encoding encoding_;
+    const streams::Encoding encoding_;
     const bool transport_; // MPEG-2 transport packets in RTP
     std::string tables_;   // transport: the last RTP packet with the tables that a demultiplexer needs
     bool begun_ = false;

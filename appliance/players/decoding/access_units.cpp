@@ -5,7 +5,7 @@
 namespace player {
 namespace {
 
-using gateway::Encoding;
+using streams::Encoding;
 
 constexpr std::string_view startCode("\0\0\0\1", 4);
 
@@ -19,7 +19,7 @@ AccessUnits::AccessUnits(Encoding encoding, std::string_view fmtp, Take take)
     : encoding_(encoding), sets_(encoding, fmtp), take_(std::move(take)) {}
 
 void AccessUnits::add(std::string_view bytes, bool shown) {
-    const auto packet = gateway::readRtp(bytes);
+    const auto packet = streams::readRtp(bytes);
     if (!packet)
         return;
     const bool lost = begun_ && packet->sequence != static_cast<std::uint16_t>(sequence_ + 1);
@@ -34,7 +34,7 @@ void AccessUnits::add(std::string_view bytes, bool shown) {
         finish();
 }
 
-void AccessUnits::begin(const gateway::RtpPacket& packet) {
+void AccessUnits::begin(const streams::RtpPacket& packet) {
     begun_ = true;
     sequence_ = packet.sequence;
     time_ = packet.timestamp;
@@ -71,7 +71,7 @@ void AccessUnits::finish() {
 void AccessUnits::addPayload(std::string_view payload) {
     if (payload.empty())
         return;
-    const gateway::PayloadKind kind = gateway::kindOf(encoding_, payload);
+    const streams::PayloadKind kind = streams::kindOf(encoding_, payload);
     key_ = key_ || kind.keyPicture;
     if (kind.parameterSet) {
         hasSets_ = true;

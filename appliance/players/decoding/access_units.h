@@ -4,9 +4,9 @@
 // bit, or when a packet with another time follows; nothing waits longer. For one thread.
 #pragma once
 
-#include "appliance/gateway/rtp/parameter_sets.h"
-#include "appliance/gateway/rtp/payload_kind.h"
-#include "appliance/gateway/rtp/rtp_packet.h"
+#include "appliance/streams/rtp/parameter_sets.h"
+#include "appliance/streams/rtp/payload_kind.h"
+#include "appliance/streams/rtp/rtp_packet.h"
 
 #include <cstddef>
 #include <cstdint>
@@ -25,14 +25,14 @@ public:
     using Take = std::function<void(const std::string& unit, bool shown)>;
 
     // `fmtp` of the stream's description may have parameter sets. They are repeated before key pictures that come without.
-    AccessUnits(gateway::Encoding encoding, std::string_view fmtp, Take take);
+    AccessUnits(streams::Encoding encoding, std::string_view fmtp, Take take);
 
     // Takes a packet, in order. Bytes that are not RTP are dropped. After a loss the begun unit is dropped, and with H.264
     // everything up to the next key picture, because its decoder would show damaged pictures.
     void add(std::string_view packet, bool shown = true);
 
 private:
-    void begin(const gateway::RtpPacket& packet);
+    void begin(const streams::RtpPacket& packet);
     void finish();
     void loseUnit();
     void addPayload(std::string_view payload);
@@ -42,8 +42,8 @@ private:
     void addFragment(std::string_view data, std::string_view unitHeader, bool first, bool last);
     void addUnit(std::string_view unit);
 
-    const gateway::Encoding encoding_;
-    gateway::ParameterSets sets_;
+    const streams::Encoding encoding_;
+    streams::ParameterSets sets_;
     Take take_;
     std::string unit_;
     bool key_ = false;     // it is a key picture or has parameter sets

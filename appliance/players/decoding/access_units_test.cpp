@@ -9,7 +9,7 @@
 namespace player {
 namespace {
 
-using gateway::Encoding;
+using streams::Encoding;
 using testing::ElementsAre;
 using testing::IsEmpty;
 
@@ -31,7 +31,7 @@ protected:
         });
     }
     void packet(const std::string& payload, std::uint32_t time, bool marker, bool shown = true) {
-        const std::string made = gateway::makeRtp({.marker = marker,
+        const std::string made = streams::makeRtp({.marker = marker,
                                                    .payloadType = 96,
                                                    .sequence = sequence_++,
                                                    .timestamp = time,

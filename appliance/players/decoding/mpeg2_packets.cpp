@@ -1,6 +1,6 @@
 #include "appliance/players/decoding/mpeg2_packets.h"
 
-#include "appliance/gateway/rtp/rtp_packet.h"
+#include "appliance/streams/rtp/rtp_packet.h"
 
 #include <utility>
 
@@ -25,7 +25,7 @@ Mpeg2Packets::Mpeg2Packets(bool transport, Mpeg2Units::Take take)
               [this](std::string_view video) { units_.feed(video, shown_); }) {}
 
 void Mpeg2Packets::add(std::string_view bytes, bool shown) {
-    const auto packet = gateway::readRtp(bytes);
+    const auto packet = streams::readRtp(bytes);
     if (!packet)
         return;
     if (begun_ && packet->sequence != static_cast<std::uint16_t>(sequence_ + 1))

@@ -1,7 +1,7 @@
 #include "appliance/players/decoding/mpeg2_units.h"
 
-#include "appliance/gateway/rtp/rtp_packet.h"
 #include "appliance/players/decoding/mpeg2_packets.h"
+#include "appliance/streams/rtp/rtp_packet.h"
 
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
@@ -124,7 +124,7 @@ TEST(Mpeg2UnitsMemory, IsBounded) {
 }
 
 std::string rtp(std::uint16_t sequenceNumber, bool marker, const std::string& payload) {
-    return gateway::makeRtp({.marker = marker,
+    return streams::makeRtp({.marker = marker,
                              .payloadType = 32,
                              .sequence = sequenceNumber,
                              .timestamp = 1,

@@ -1,8 +1,8 @@
 #include "appliance/players/decoding/packet_pictures.h"
 
-#include "appliance/gateway/rtp/reordering.h"
 #include "appliance/players/decoding/access_units.h"
 #include "appliance/players/decoding/mpeg2_packets.h"
+#include "appliance/streams/rtp/reordering.h"
 
 #include <libcommon/clock.h>
 
@@ -83,7 +83,7 @@ struct PacketPictures::State {
     std::unique_ptr<UnitDecoder> decoder; // null: GStreamer decodes
     std::function<void(std::string_view packet)> inOrder;
     bool shown = true;                               // of the packet that is taken now
-    std::unique_ptr<gateway::Reordering> reordering; // null: the packets come in order
+    std::unique_ptr<streams::Reordering> reordering; // null: the packets come in order
 };
 
 bool decodesVideo(const std::string& encodingName) {
@@ -137,7 +137,7 @@ bool PacketPictures::State::openUnits(const std::string& codec) {
         inOrder = [this, units](std::string_view packet) { units->add(packet, shown); };
         return true;
     }
-    auto units = std::make_shared<AccessUnits>(gateway::encodingOf(stream.encodingName), stream.fmtp, decode);
+    auto units = std::make_shared<AccessUnits>(streams::encodingOf(stream.encodingName), stream.fmtp, decode);
     inOrder = [this, units](std::string_view packet) { units->add(packet, shown); };
     return true;
 }
@@ -159,7 +159,7 @@ bool PacketPictures::State::open() {
         };
     }
     if (!ordered)
-        reordering = std::make_unique<gateway::Reordering>(inOrder);
+        reordering = std::make_unique<streams::Reordering>(inOrder);
     return true;
 }
 

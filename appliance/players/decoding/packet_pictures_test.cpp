@@ -1,8 +1,8 @@
 // Packets and bytes that come before their decoder is loaded.
 #include "appliance/players/decoding/packet_pictures.h"
 
-#include "appliance/gateway/rtp/rtp_packet.h"
 #include "appliance/players/decoding/byte_pictures.h"
+#include "appliance/streams/rtp/rtp_packet.h"
 
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
@@ -70,7 +70,7 @@ protected:
         return works_ ? std::make_unique<FakeDecoder>(notes_) : nullptr;
     }
     std::string packet(const std::string& payload, std::uint32_t time) {
-        return gateway::makeRtp({.marker = true,
+        return streams::makeRtp({.marker = true,
                                  .payloadType = 96,
                                  .sequence = sequence_++,
                                  .timestamp = time,
