@@ -96,8 +96,8 @@ private:
     Stage makeStage(const std::string& name);
     static std::string whyNotShown(Stage& stage, bench::Watcher& watcher);
     void measureBlock(Stage& stage, int block);
-    bool measureSwitch(Stage& stage, bench::Watcher& watcher, int source);
-    double settleMs();
+    bool measureSwitch(Stage& stage, bench::Watcher& watcher, int turn, int source);
+    double settleMs(int turn, int turns);
 
     const Options& options_;
     Appliance decoder_; // first: it isolates this process
@@ -106,7 +106,6 @@ private:
     std::vector<std::unique_ptr<Process>> awake_;
     std::mt19937 random_{1};
     int failed_ = 0;
-    int phase_ = 0;
 };
 
 void Bench::addEncoders() {
@@ -189,16 +188,15 @@ Stage Bench::makeStage(const std::string& name) {
     return stage;
 }
 
-// A moment, and then every phase of the key pictures equally often.
-double Bench::settleMs() {
+// A moment, and then a part of the key pictures' period: each side has its turns in all parts of the period equally often.
+double Bench::settleMs(int turn, int turns) {
     const double period = 1000.0 * (options_.kind == "mjpeg" ? 1 : options_.gop) / fps;
-    const double share = (phase_++ % options_.switches + std::uniform_real_distribution(0.0, 1.0)(random_)) /
-                         options_.switches;
+    const double share = (turn + std::uniform_real_distribution(0.0, 1.0)(random_)) / turns;
     return 300 + share * period;
 }
 
-bool Bench::measureSwitch(Stage& stage, bench::Watcher& watcher, int source) {
-    watcher.watch(clockMs() + settleMs());
+bool Bench::measureSwitch(Stage& stage, bench::Watcher& watcher, int turn, int source) {
+    watcher.watch(clockMs() + settleMs(turn, options_.switches));
     const double asked = clockMs();
     const double askedAt = bench::secondsOfDay();
     stage.side->show(source);
@@ -243,7 +241,7 @@ void Bench::measureBlock(Stage& stage, int block) {
     const int first = options_.switches * block / options_.blocks;
     const int end = options_.switches * (block + 1) / options_.blocks;
     for (int i = first; i < end && stage.failures < 2; ++i) {
-        const bool good = measureSwitch(stage, watcher, (i - first + 1) % 2);
+        const bool good = measureSwitch(stage, watcher, i, (i - first + 1) % 2);
         stage.failures = good ? 0 : stage.failures + 1;
         failed_ += !good && isOurs(stage.name) ? 1 : 0;
         if (!good)
@@ -287,7 +285,7 @@ int Bench::measureAlarms() {
         }
         bench::AlarmText text(*stage.pixels, decoder_, watcher);
         for (int i = 0; text.isKnown() && i < options_.alarms; ++i) {
-            watcher.watch(clockMs() + settleMs());
+            watcher.watch(clockMs() + settleMs(i, options_.alarms));
             if (const auto time = text.raise(patienceMs))
                 bench::tellSample("alarm", name, *time);
             else
