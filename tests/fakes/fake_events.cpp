@@ -13,7 +13,7 @@ std::vector<Event> taken;
 int takeResult = 0;
 int nextTimerId = 65536;
 int lastTimerId = 0;
-long lastTimeout = 0;
+std::int64_t lastTimeout = 0;
 std::deque<int> barrierResults;
 std::function<int(int, std::span<const int>)> onMasterBarrier;
 
