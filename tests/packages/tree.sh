@@ -82,8 +82,9 @@ make_tree() {
     tell "a bare Debian 12 with $(inside dpkg-query -W -f '.\n' | wc -l) packages for $(inside dpkg --print-architecture)"
 }
 
+# What still runs in it ends with the namespaces.
 remove_tree() {
-    umount "$tree/proc" "$tree"
+    umount --lazy "$tree/proc" "$tree"
     rm -rf -- "$tree"
 }
 
