@@ -5,7 +5,8 @@
 #include <string>
 
 // What the gateway's program found out, Key to value: "URL", "UserName", "Password" (as they are to be written), "Video"
-// (a sentence for people). Throws Refused with the reason when the camera can't be played.
+// (a sentence for people), "VideoSourceType" (of a web server, with
+// `connect`). Throws Refused with the reason when the camera can't be played.
 //
 // The program gets the URL and the credentials through a pipe, so that no command line has them. With `connect` false it
 // only reads the URL. At most 30 seconds.

@@ -96,6 +96,8 @@ CheckedCamera checkedCamera(const CameraAccess& access, bool connect) {
         camera.lines.push_back("UserName = " + main["UserName"]);
     if (!main["Password"].empty())
         camera.lines.push_back("Password = " + main["Password"]);
+    if (!main["VideoSourceType"].empty())
+        camera.lines.push_back("VideoSourceType = " + main["VideoSourceType"]);
     if (connect)
         camera.description = main["Video"] + "; " + (sub ? "sub stream: " + (*sub)["Video"] + "; " : "");
     if (!sub && !access.subUrl.empty())

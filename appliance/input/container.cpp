@@ -289,8 +289,11 @@ void playWeb(const GatewaySocket& socket, const Request& request) {
     const WebAccess access(request);
     Container container(access.url(), access.protocols(), access.openOptions(), access.connectionOptions());
     container.limitOpening(longestWebOpening);
+    if (const std::string reason = access.whyNoAddress(); !reason.empty())
+        throw InputFailure{reason};
     if (const int error = container.open(); error < 0)
-        throw InputFailure{access.reasonFor(error, container.wasLate(), container.isAnswered())};
+        throw InputFailure{access.reasonFor(error, container.wasLate(), container.isAnswered()),
+                           !container.wasLate() && WebAccess::isOtherForm(error)};
     const bool isFile = access.form() == WebForm::file && container.hasSize();
     const bool repeats = isFile || (access.form() != WebForm::session && container.hasDuration());
     // Whole segments of a playlist come at once.

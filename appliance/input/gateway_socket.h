@@ -17,6 +17,7 @@ struct GatewayGone {};
 // Thrown with the sentence that a person reads as the reason: "there is no file /a.mp4".
 struct InputFailure {
     std::string reason;
+    bool otherForm = false; // what a web server sends has not the request's form
 };
 
 class GatewaySocket {

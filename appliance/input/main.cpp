@@ -87,7 +87,8 @@ int run() {
         try {
             serve(socket);
         } catch (const input::InputFailure& failure) {
-            socket.send(input::FromInput::failure, failure.reason);
+            socket.send(failure.otherForm ? input::FromInput::otherForm : input::FromInput::failure,
+                        failure.reason);
         } catch (const std::exception& error) {
             socket.send(input::FromInput::failure, std::string("camera-input failed: ") + error.what());
         }

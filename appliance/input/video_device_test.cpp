@@ -2,18 +2,15 @@
 #include "appliance/input/device_playback.h"
 #include "appliance/input/picture_encoder.h"
 #include "appliance/input/video_device.h"
+#include "tests/support/packed_jpeg.h"
 
 #include <cerrno>
-#include <cstdio> // jpeglib.h needs FILE
-#include <cstdlib>
 #include <cstring>
 #include <gmock/gmock.h>
 #include <linux/videodev2.h>
 #include <map>
 #include <sys/socket.h>
 #include <unistd.h>
-
-#include <jpeglib.h>
 
 namespace input {
 namespace {
@@ -247,30 +244,15 @@ TEST(VideoDevice, SilenceIsAFailure) {
 
 // As most cameras make them: half as many samples of colour in a row.
 std::string cameraJpeg() {
-    jpeg_compress_struct encoder{};
-    jpeg_error_mgr errors{};
-    encoder.err = jpeg_std_error(&errors);
-    jpeg_create_compress(&encoder);
-    unsigned char* out = nullptr;
-    unsigned long size = 0;
-    jpeg_mem_dest(&encoder, &out, &size);
-    encoder.image_width = 320;
-    encoder.image_height = 240;
-    encoder.input_components = 3;
-    encoder.in_color_space = JCS_RGB;
-    jpeg_set_defaults(&encoder);
-    encoder.comp_info[0].h_samp_factor = 2;
-    encoder.comp_info[0].v_samp_factor = 1;
-    jpeg_start_compress(&encoder, TRUE);
-    std::string row(3 * 320, 'x');
-    auto* bytes = reinterpret_cast<JSAMPLE*>(row.data());
-    while (encoder.next_scanline < encoder.image_height)
-        jpeg_write_scanlines(&encoder, &bytes, 1);
-    jpeg_finish_compress(&encoder);
-    std::string jpeg(reinterpret_cast<const char*>(out), size);
-    jpeg_destroy_compress(&encoder);
-    std::free(out);
-    return jpeg;
+    const std::string row(std::size_t{3} * 320, 'x');
+    return packing::packedJpeg(
+        {.width = 320,
+         .height = 240,
+         .row = [&](int /*y*/) { return reinterpret_cast<const unsigned char*>(row.data()); }},
+        [](jpeg_compress_struct& encoder) {
+            encoder.comp_info[0].h_samp_factor = 2;
+            encoder.comp_info[0].v_samp_factor = 1;
+        });
 }
 
 TEST(DevicePlayback, HandsMotionJpegOn) {

@@ -4,7 +4,9 @@
 
 #include <algorithm>
 #include <cerrno>
+#include <netdb.h>
 #include <string_view>
+#include <sys/socket.h>
 
 namespace input {
 namespace {
@@ -29,7 +31,7 @@ std::size_t behindScheme(const std::string& url) {
 
 } // namespace
 
-WebAccess::WebAccess(const Request& request) : request_(request), form_(webFormOf(request.place)) {}
+WebAccess::WebAccess(const Request& request) : request_(request), form_(request.form) {}
 
 std::string WebAccess::url() const {
     std::string url = request_.place;
@@ -41,6 +43,20 @@ std::string WebAccess::url() const {
 std::string WebAccess::place() const {
     const std::size_t start = behindScheme(request_.place);
     return request_.place.substr(start, request_.place.find_first_of("/?", start) - start);
+}
+
+std::string WebAccess::whyNoAddress() const {
+    std::string host = place();
+    host.resize(std::min(host.rfind(':'), host.size()));
+    if (host.starts_with('['))
+        host = host.substr(1, host.find(']') - 1);
+    addrinfo wanted{};
+    wanted.ai_socktype = SOCK_STREAM;
+    addrinfo* found = nullptr;
+    if (getaddrinfo(host.c_str(), nullptr, &wanted, &found) != 0)
+        return "the name " + host + " is unknown";
+    freeaddrinfo(found);
+    return "";
 }
 
 const char* WebAccess::protocols() const {
@@ -111,6 +127,10 @@ std::string WebAccess::reasonForStatus(int error) const {
     }
 }
 
+bool WebAccess::isOtherForm(int error) {
+    return error == AVERROR_INVALIDDATA || error == AVERROR(EINVAL);
+}
+
 std::string WebAccess::reasonFor(int error, bool silent, bool answered) const {
     if (silent && answered && form_ == WebForm::session)
         return "no packets come of the stream that the SDP file of " + place() + " announces";
@@ -120,8 +140,8 @@ std::string WebAccess::reasonFor(int error, bool silent, bool answered) const {
         return reason;
     if (error == AVERROR(EHOSTUNREACH) || error == AVERROR(ENETUNREACH))
         return "no route to " + place();
-    if (error == AVERROR_INVALIDDATA || error == AVERROR(EINVAL))
-        return "what " + place() + " sends is not the video that the end of its URL names";
+    if (isOtherForm(error))
+        return "what " + place() + " sends can't be read as video";
     if (error == AVERROR(EIO) && isSecure())
         return "no connection to " + place() + ", or its certificate is refused";
     return "no connection to " + place() + ": " + avError(error);

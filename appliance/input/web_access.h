@@ -1,5 +1,5 @@
 // How camera-input talks to a web server with libavformat: what a stream may open, the credentials, and the reasons in
-// words. What a server sends decides nothing here: the URL's ending does.
+// words. The request says which form the stream has.
 #pragma once
 
 #include "appliance/input/protocol/messages.h"
@@ -22,9 +22,13 @@ public:
     std::map<std::string, std::string> openOptions() const;       // of the stream
     std::map<std::string, std::string> connectionOptions() const; // of each connection that it opens
 
+    // "" or why the server's name has no address. Waits for the system's resolver.
+    std::string whyNoAddress() const;
     // Why the stream can't be opened, from libavformat's error. `silent`: its time was over.
     // `answered`: the server had sent what the URL names.
     std::string reasonFor(int error, bool silent, bool answered) const;
+    // Whether the error says that what the server sends has another form.
+    static bool isOtherForm(int error);
 
 private:
     bool isSecure() const { return request_.place.starts_with("https:"); }

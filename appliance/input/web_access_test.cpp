@@ -12,7 +12,12 @@ using testing::HasSubstr;
 using testing::Not;
 
 WebAccess accessTo(const std::string& url, const std::string& user = {}, const std::string& password = {}) {
-    return WebAccess({.kind = Kind::web, .place = url, .password = password, .codec = {}, .user = user});
+    return WebAccess({.kind = Kind::web,
+                      .place = url,
+                      .password = password,
+                      .codec = {},
+                      .user = user,
+                      .form = webFormOf(url)});
 }
 
 TEST(WebAccess, CredentialsAreInTheUrlForLibavOnly) {
@@ -44,6 +49,14 @@ TEST(WebAccess, CertificatesAreCheckedUnlessTheSettingsSayNo) {
     EXPECT_EQ(WebAccess(request).connectionOptions().at("tls_verify"), "0");
 }
 
+TEST(WebAccess, AnUnknownNameIsNamed) {
+    EXPECT_EQ(accessTo("http://camera.invalid:80/a.mp4").whyNoAddress(),
+              "the name camera.invalid is unknown");
+    for (const char* url :
+         {"http://127.0.0.1:80/a.mp4", "https://[::1]:443/a.sdp", "http://localhost:1/a.mp4"})
+        EXPECT_EQ(accessTo(url).whyNoAddress(), "") << url;
+}
+
 TEST(WebAccess, ReasonsSayWhatIsWrong) {
     const WebAccess access = accessTo("http://h:1/a.sdp");
     EXPECT_EQ(access.reasonFor(AVERROR_HTTP_UNAUTHORIZED, false, false),
@@ -55,6 +68,9 @@ TEST(WebAccess, ReasonsSayWhatIsWrong) {
     EXPECT_THAT(access.reasonFor(AVERROR_EXIT, true, true), HasSubstr("no packets come"));
     EXPECT_THAT(accessTo("https://h:1/a.sdp").reasonFor(AVERROR(EIO), false, false),
                 HasSubstr("certificate"));
+    EXPECT_EQ(access.reasonFor(AVERROR_INVALIDDATA, false, true), "what h:1 sends can't be read as video");
+    EXPECT_TRUE(WebAccess::isOtherForm(AVERROR_INVALIDDATA));
+    EXPECT_FALSE(WebAccess::isOtherForm(AVERROR_HTTP_NOT_FOUND));
 }
 
 } // namespace

@@ -1,12 +1,11 @@
 #include "appliance/mark/frame_mark.h"
 
+#include "tests/support/packed_jpeg.h"
+
 #include <algorithm>
 #include <cmath>
 #include <cstddef>
-#include <cstdio> // jpeglib.h needs FILE
-#include <cstdlib>
 #include <gtest/gtest.h>
-#include <jpeglib.h>
 #include <random>
 #include <vector>
 
@@ -104,31 +103,19 @@ Picture scaledBilinear(const Picture& from, int width, int height) {
 }
 
 Picture throughJpeg(const Picture& from, int quality) {
-    jpeg_error_mgr errors;
-    jpeg_compress_struct out{};
-    out.err = jpeg_std_error(&errors);
-    jpeg_create_compress(&out);
-    unsigned char* data = nullptr;
-    unsigned long size = 0;
-    jpeg_mem_dest(&out, &data, &size);
-    out.image_width = static_cast<JDIMENSION>(from.width);
-    out.image_height = static_cast<JDIMENSION>(from.height);
-    out.input_components = 4;
-    out.in_color_space = JCS_EXT_BGRX;
-    jpeg_set_defaults(&out);
-    jpeg_set_quality(&out, quality, TRUE);
-    jpeg_start_compress(&out, TRUE);
-    while (out.next_scanline < out.image_height) {
-        JSAMPROW row = const_cast<std::uint8_t*>(from.at(0, static_cast<int>(out.next_scanline)));
-        jpeg_write_scanlines(&out, &row, 1);
-    }
-    jpeg_finish_compress(&out);
-    jpeg_destroy_compress(&out);
+    const std::string jpeg = packing::packedJpeg(
+        {.width = from.width,
+         .height = from.height,
+         .components = 4,
+         .space = JCS_EXT_BGRX,
+         .row = [&](int y) { return from.at(0, y); }},
+        [quality](jpeg_compress_struct& encoder) { jpeg_set_quality(&encoder, quality, TRUE); });
 
+    jpeg_error_mgr errors;
     jpeg_decompress_struct in{};
     in.err = jpeg_std_error(&errors);
     jpeg_create_decompress(&in);
-    jpeg_mem_src(&in, data, size);
+    jpeg_mem_src(&in, reinterpret_cast<const unsigned char*>(jpeg.data()), jpeg.size());
     jpeg_read_header(&in, TRUE);
     in.out_color_space = JCS_EXT_BGRX;
     jpeg_start_decompress(&in);
@@ -139,7 +126,6 @@ Picture throughJpeg(const Picture& from, int quality) {
     }
     jpeg_finish_decompress(&in);
     jpeg_destroy_decompress(&in);
-    std::free(data);
     return to;
 }
 

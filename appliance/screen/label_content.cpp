@@ -2,6 +2,7 @@
 
 #include <charconv>
 #include <ctime>
+#include <string_view>
 
 namespace screen {
 namespace {
@@ -20,6 +21,34 @@ std::string nameOf(int source, const ApplianceView& appliance) {
     const std::vector<std::string> names = appliance.sourceNames();
     const auto index = static_cast<std::size_t>(source);
     return index < names.size() ? names[index] : "";
+}
+
+// The source that the supervisor has no connection to, by its text "No connection to encoder NAME(ADDRESS)"; -1: there is no
+// such text. That source is not the current one yet, or another one is.
+int unconnectedSource(const ApplianceView& appliance) {
+    constexpr std::string_view beginning = "No connection to encoder ";
+    int found = -1;
+    std::size_t longest = 0;
+    for (const std::string& text : appliance.texts()) {
+        if (!text.starts_with(beginning))
+            continue;
+        const std::string_view named = std::string_view(text).substr(beginning.size());
+        const std::vector<std::string> names = appliance.sourceNames();
+        for (std::size_t i = 0; i < names.size(); ++i) {
+            // A name may have a bracket of its own.
+            if (names[i].size() < longest || !named.starts_with(names[i] + "("))
+                continue;
+            longest = names[i].size() + 1;
+            found = static_cast<int>(i);
+        }
+    }
+    return found;
+}
+
+// The source that has no picture.
+int sourceWithoutPicture(const ApplianceView& appliance) {
+    const int unconnected = unconnectedSource(appliance);
+    return unconnected < 0 ? currentSource(appliance) : unconnected;
 }
 
 } // namespace
@@ -60,7 +89,7 @@ bool LabelContent::showsName(std::int64_t now, const ShownSource& shown,
 void LabelContent::readSource(int source, const ApplianceView& appliance) {
     name_ = source < 0 ? "" : nameOf(source, appliance);
     // A source without a picture is not visible, but it may say why.
-    reason_ = appliance.status(source < 0 ? currentSource(appliance) : source, "Reason");
+    reason_ = appliance.status(source < 0 ? sourceWithoutPicture(appliance) : source, "Reason");
     still_ = stillText(appliance.status(source, "Still"));
     source_ = source;
 }

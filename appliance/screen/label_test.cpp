@@ -3,6 +3,7 @@
 #include "appliance/screen/appliance_root_fixture.h"
 #include "appliance/screen/label_content.h"
 
+#include <libcommon/display.h>
 #include <libcommon/params.h>
 #include <libcommon/status.h>
 
@@ -156,6 +157,22 @@ TEST_F(LabelText, SourceWithoutAPictureTellsWhy) {
     EXPECT_EQ(at(4 * second, {1, 4 * second}).reason, "wrong password");
     status(1, "Reason", "");
     EXPECT_EQ(at(5 * second, {-1, 0}).reason, "");
+}
+
+TEST_F(LabelText, TheSourceWithoutAConnectionTellsWhy) {
+    configure("[Encoder.Gate]\nAddress = 1\n[Encoder.Gate(2)]\nAddress = 2\n[Encoder.Yard]\nAddress = 3\n");
+    status(0, "Reason", "wrong path");
+    status(1, "Reason", "wrong password");
+    ParamWrapper(1, true)["Decoder.Info.CurrentSource"] = 2;
+    EXPECT_EQ(at(second, {-1, 0}).reason, "");
+    osdPrintf(0, 0, "No connection to encoder Gate(1)");
+    EXPECT_EQ(at(2 * second, {-1, 0}).reason, "wrong path");
+    osdPrintf(0, 0, "No connection to encoder Gate(2)(2)");
+    EXPECT_EQ(at(3 * second, {-1, 0}).reason, "wrong password");
+    EXPECT_EQ(at(4 * second, {2, 4 * second}).reason, "") << "a picture is visible";
+    osdPrintf(0, 0, "No connection to encoder Gone(1)");
+    EXPECT_EQ(at(5 * second, {-1, 0}).reason, "") << "that of the current source";
+    osdPrintf(0, 0, "%s", "");
 }
 
 TEST_F(LabelText, StillPictureIsTold) {

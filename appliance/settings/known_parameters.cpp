@@ -37,6 +37,17 @@ constexpr std::array decoderTable{
     KnownParameter{"Warm.Sources", ValueKind::Choice, AtUse, 0, 0, "none|next|all"},
     KnownParameter{"Warm.MaxSources", ValueKind::Number, AtUse, 1, 1000},
     KnownParameter{"Warm.MaxMemory", ValueKind::Number, AtUse, 1, 65536},
+    KnownParameter{"Panel.Address", ValueKind::Text, AtPanel},
+    KnownParameter{"Panel.Port", ValueKind::Number, AtPanel, 1, 65535},
+    KnownParameter{"Panel.Hosts", ValueKind::Text, AtPanel},
+    KnownParameter{"Panel.TLS", ValueKind::Choice, AtPanel, 0, 0, "auto|no|own|files"},
+    KnownParameter{"Panel.CertificateFile", ValueKind::Text, AtPanel},
+    KnownParameter{"Panel.KeyFile", ValueKind::Text, AtPanel},
+    KnownParameter{"Panel.LogInRate", ValueKind::Number, AtPanel, 1, 10000},
+    KnownParameter{"Panel.IdleTime", ValueKind::Number, AtPanel, 1, day},
+    KnownParameter{"Panel.SessionTime", ValueKind::Number, AtPanel, 1, 30 * day},
+    KnownParameter{"Panel.PictureRate", ValueKind::Number, AtPanel, 1, 60},
+    KnownParameter{"Panel.PictureWidth", ValueKind::Number, AtPanel, 160, 3840},
 };
 
 constexpr std::array sourceTable{
@@ -82,6 +93,7 @@ struct ReadingWords {
 // The first row that a parameter has decides when a new value is in force.
 constexpr std::array readingWords{
     ReadingWords{AtStart, "start", "when the supervisor starts next"},
+    ReadingWords{AtPanel, "panel", "when the panel starts next"},
     ReadingWords{AtConnect, "connect", "at the next connect"},
     ReadingWords{AtDetection, "detection", "at the next detection of the encoder"},
     ReadingWords{AtDisconnect, "disconnect", "at the next disconnect"},

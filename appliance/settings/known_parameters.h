@@ -30,6 +30,7 @@ enum Reading : unsigned {
     AtDetection = 8,  // when the encoder is asked what it has
     AtConnect = 16,   // when the decoder connects
     AtStart = 32,     // when the supervisor starts
+    AtPanel = 64,     // when the panel starts
 };
 
 struct KnownParameter {

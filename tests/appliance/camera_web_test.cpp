@@ -131,16 +131,67 @@ INSTANTIATE_TEST_SUITE_P(Kinds, CameraWebFiles,
 TEST_F(CameraWeb, WhatCannotBePlayedIsRefusedWithTheReason) {
     make("clip.ts", "-c copy");
     make("late.mp4", "-c copy"); // its index is at the end
-    std::filesystem::copy(media_.file("late.mp4"), media_.file("plain"));
     media_.write("text.mp4", std::string(5000, 'x'));
     const WebServer& server = serve();
     const CameraGateway gateway(decoder_);
-    EXPECT_THAT(refusal(server.url("text.mp4")), HasSubstr("is not the video that the end of its URL names"));
+    EXPECT_THAT(refusal(server.url("text.mp4")), HasSubstr("sends can't be read as video"));
     EXPECT_THAT(refusal(server.url("none.mp4")), HasSubstr("has no stream at this path"));
     EXPECT_THAT(refusal(server.url("late.mp4")), HasSubstr("byte ranges"));
-    EXPECT_THAT(refusal(server.url("plain")), HasSubstr("it may play with \"?.mp4\" at the end of its URL"));
+    const std::string name(64, 'a'); // too long to be asked for anywhere
+    EXPECT_THAT(refusal("http://" + name + "/clip.mp4"), HasSubstr("the name " + name + " is unknown"));
     EXPECT_THAT(refusal("http://127.0.0.1:" + std::to_string(peers::freePort()) + "/clip.mp4"),
                 HasSubstr("refuses connections"));
+}
+
+struct WebAnswer {
+    const char* title;
+    const char* file;  // the name says nothing, or something else than the bytes
+    const char* how;   // of ffmpeg
+    const char* type;  // the Content-Type
+    const char* shown; // what the decoder says of it
+};
+
+class CameraWebAnswers : public CameraWeb, public testing::WithParamInterface<WebAnswer> {};
+
+TEST_P(CameraWebAnswers, DecideWhatTheUrlDoesNotSay) {
+    const WebAnswer& answer = GetParam();
+    make(answer.file, answer.how);
+    const std::string url = serve({"--type", answer.type}).url(answer.file);
+    decoder_.addSource("By hand", {{"URL", url}}); // its type is learned
+    const CameraGateway gateway(decoder_);
+    decoder_.start();
+    EXPECT_TRUE(decoder_.showsMoving(mark)) << gateway.log();
+    EXPECT_EQ(decoder_.sourceValue(0, "VideoSourceType"), "rtsp-tcp");
+    const appliance::Finished added = decoder_.ctl({"add", "Yard", url});
+    EXPECT_EQ(added.status, 0) << added.errors;
+    EXPECT_THAT(added.output, HasSubstr(answer.shown));
+    EXPECT_EQ(decoder_.ctl({"select", "Yard"}).status, 0);
+    EXPECT_TRUE(decoder_.showsMoving(mark)) << gateway.log();
+}
+
+INSTANTIATE_TEST_SUITE_P(
+    Kinds, CameraWebAnswers,
+    testing::Values(
+        WebAnswer{"TypeOfAFile", "live", "-c copy -f mpegts", "video/mp2t", "H264, 352x288, "},
+        WebAnswer{"BytesOfAStream", "live", "-c copy -f mpegts", "application/octet-stream",
+                  "H264, 352x288, "},
+        WebAnswer{"BytesOfMatroska", "live", "-c copy -f matroska", "text/plain", "H264, 352x288, "},
+        WebAnswer{"TypeOfAPlaylist", "live", "-c copy -f hls -hls_time 1 -hls_list_size 0",
+                  "application/vnd.apple.mpegurl", "H264, 352x288, "},
+        WebAnswer{"APlaylistThatIsNamedLikeAFile", "live.mp4", "-c copy -f hls -hls_time 1 -hls_list_size 0",
+                  "application/octet-stream", "H264, 352x288, "}),
+    [](const auto& instance) { return std::string(instance.param.title); });
+
+TEST_F(CameraWeb, MotionJpegThatIsNamedLikeAFilePlays) {
+    // It takes any query.
+    const appliance::Encoder camera("Camera", mark, wordsOf("--width 352 --height 288"),
+                                    decoder_.root() + "/camera.log");
+    decoder_.addSource(
+        "Yard", {{"URL", "http://" + camera.address() + "/vexo-cgi/mjpg/video.cgi?camera=1&name=.mp4"}});
+    const CameraGateway gateway(decoder_);
+    decoder_.start();
+    EXPECT_TRUE(decoder_.showsMoving(mark)) << gateway.log();
+    EXPECT_EQ(decoder_.sourceValue(0, "VideoSourceType"), "mjpeg");
 }
 
 TEST_F(CameraWeb, NothingThatAServerSendsOpensFilesOfTheDecoder) {

@@ -1,9 +1,9 @@
 #!/usr/bin/env python3
 """A web server for tests, made with Python's http.server: the files of a folder, without byte ranges.
 
-web_server.py FOLDER [--pem FILE] [--user NAME:PASSWORD]: listens on a free port of 127.0.0.1 and prints "port=NUMBER", then
-a line for each request. With --pem it speaks TLS. With --user it asks for Basic credentials. Files without an ending are
-"video/mp4".
+web_server.py FOLDER [--pem FILE] [--user NAME:PASSWORD] [--type TYPE]: listens on a free port of 127.0.0.1 and prints "port=NUMBER", then
+a line for each request. With --pem it speaks TLS. With --user it asks for Basic credentials. --type is the Content-Type of all files
+whose names do not end with ".ts".
 """
 import argparse
 import base64
@@ -14,8 +14,9 @@ import sys
 
 
 class Handler(http.server.SimpleHTTPRequestHandler):
-    extensions_map = {"": "video/mp4", ".m3u8": "application/vnd.apple.mpegurl", ".sdp": "application/sdp"}
+    extensions_map = {"": "application/octet-stream", ".m3u8": "application/vnd.apple.mpegurl", ".sdp": "application/sdp"}
     allowed = None  # value of the header Authorization
+    type = None  # of all files but segments
 
     def do_GET(self):
         if self.allowed and self.headers.get("Authorization") != self.allowed:
@@ -29,6 +30,9 @@ class Handler(http.server.SimpleHTTPRequestHandler):
         except (BrokenPipeError, ConnectionResetError):
             pass  # the client has enough
 
+    def guess_type(self, path):
+        return super().guess_type(path) if self.type is None or path.endswith(".ts") else self.type
+
     def log_message(self, format, *values):
         print(format % values, flush=True)
 
@@ -38,7 +42,9 @@ def main():
     parser.add_argument("folder")
     parser.add_argument("--pem")
     parser.add_argument("--user")
+    parser.add_argument("--type")
     options = parser.parse_args()
+    Handler.type = options.type
     if options.user:
         Handler.allowed = "Basic " + base64.b64encode(options.user.encode()).decode()
     server = http.server.ThreadingHTTPServer(("127.0.0.1", 0), functools.partial(Handler, directory=options.folder))

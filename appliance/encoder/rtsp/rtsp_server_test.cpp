@@ -4,9 +4,13 @@
 #include "appliance/encoder/testing/test_client.h"
 #include "appliance/encoder/testing/udp_receiver.h"
 
+#include <atomic>
+#include <chrono>
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 #include <memory>
+#include <optional>
+#include <thread>
 #include <vector>
 
 namespace {
@@ -121,24 +125,81 @@ TEST(RtspServer, AClientThatReadsNothingDelaysNoOther) {
     }
 }
 
+namespace {
+
+// How many pictures a client gets before its first MPEG-4 key picture; nothing: none of 50 is one.
+std::optional<int> picturesBeforeKey(RtspClient& client) {
+    for (int pictures = 0; pictures < 50;) {
+        const auto packet = client.packet();
+        if (!packet)
+            return std::nullopt;
+        if (packet->first != 0)
+            continue;
+        if (packet->second.substr(12, 4) == std::string("\0\0\1\xB0", 4))
+            return pictures;
+        pictures += (packet->second[1] & 0x80) != 0 ? 1 : 0;
+    }
+    return std::nullopt;
+}
+
+void play(RtspClient& client) {
+    ASSERT_EQ(client.ask("DESCRIBE", path).status, 200);
+    ASSERT_EQ(client.setUp("RTP/AVP/TCP;interleaved=0-1").status, 200);
+    ASSERT_EQ(client.ask("PLAY", path, client.session).status, 200);
+}
+
+// Begins `delay` after the call.
+std::thread newcomer(RtspClient& client, std::chrono::milliseconds delay, std::optional<int>& pictures) {
+    return std::thread([&client, delay, &pictures] {
+        std::this_thread::sleep_for(delay);
+        play(client);
+        pictures = picturesBeforeKey(client);
+    });
+}
+
+// Two clients that begin within a few milliseconds of each other, several times.
+void expectAKeyPictureForEachOfTwo(const TestEncoder& encoder) {
+    for (int round = 0; round < 10; ++round) {
+        RtspClient first(encoder.rtsp());
+        RtspClient second(encoder.rtsp());
+        std::optional<int> forFirst;
+        std::optional<int> forSecond;
+        std::thread firstThread = newcomer(first, std::chrono::milliseconds(0), forFirst);
+        std::thread secondThread = newcomer(second, std::chrono::milliseconds(2 * round), forSecond);
+        firstThread.join();
+        secondThread.join();
+        EXPECT_LT(forFirst.value_or(50), 20) << "round " << round;
+        EXPECT_LT(forSecond.value_or(50), 20) << "round " << round;
+    }
+}
+
+} // namespace
+
 TEST(RtspServer, ANewClientGetsAKeyPictureSoon) {
     const TestEncoder encoder({"--kinds", everyKind, "--gop", "250", "--fps", "10"});
     RtspClient first(encoder.rtsp());
-    ASSERT_EQ(first.setUp("RTP/AVP/TCP;interleaved=0-1").status, 200);
-    ASSERT_EQ(first.ask("PLAY", path, first.session).status, 200);
+    play(first);
     ASSERT_TRUE(first.packet().has_value());
     RtspClient second(encoder.rtsp());
-    ASSERT_EQ(second.setUp("RTP/AVP/TCP;interleaved=0-1").status, 200);
-    ASSERT_EQ(second.ask("PLAY", path, second.session).status, 200);
-    int pictures = 0;
-    bool key = false;
-    while (!key && pictures < 50) {
-        const auto packet = second.packet();
-        ASSERT_TRUE(packet.has_value());
-        if (packet->first != 0)
-            continue;
-        pictures += (packet->second[1] & 0x80) != 0 ? 1 : 0;
-        key = packet->second.substr(12, 4) == std::string("\0\0\1\xB0", 4);
-    }
-    EXPECT_TRUE(key) << "the next regular key picture is number 250";
+    play(second);
+    EXPECT_TRUE(picturesBeforeKey(second)) << "the next regular key picture is number 250";
+}
+
+TEST(RtspServer, EachOfTwoNewClientsGetsAKeyPictureSoon) {
+    const TestEncoder encoder({"--kinds", everyKind, "--gop", "250", "--fps", "10"});
+    expectAKeyPictureForEachOfTwo(encoder);
+}
+
+TEST(RtspServer, EachOfTwoNewClientsGetsAKeyPictureSoonBesideAThird) {
+    const TestEncoder encoder({"--kinds", everyKind, "--gop", "250", "--fps", "10"});
+    RtspClient watcher(encoder.rtsp());
+    play(watcher);
+    std::atomic<bool> over{false};
+    std::thread watching([&] {
+        while (!over && watcher.packet()) {
+        }
+    });
+    expectAKeyPictureForEachOfTwo(encoder);
+    over = true;
+    watching.join();
 }

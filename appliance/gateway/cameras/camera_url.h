@@ -19,7 +19,7 @@ struct CameraUrl {
 
     bool isRtsp() const { return scheme == Scheme::rtsp || scheme == Scheme::rtsps; }
     bool isHttp() const { return scheme == Scheme::http || scheme == Scheme::https; }
-    bool isMotionJpeg() const; // what camera-input does not read over HTTP
+    bool isMotionJpeg() const; // over HTTP, as far as the URL says: its end is that of nothing else
     bool isAtThisMachine() const { return scheme == Scheme::file || scheme == Scheme::device; }
     bool usesTls() const { return scheme == Scheme::rtsps || scheme == Scheme::https; }
     // Without user and password; reading it gives the same URL again.

@@ -158,6 +158,8 @@ void InputProcess::onMessage(int channel, std::string_view bytes) {
         return describe(bytes);
     case input::FromInput::failure:
         return end({Fault::ended, libcommon::printable(std::string(bytes.substr(0, longestReason)))});
+    case input::FromInput::otherForm:
+        return end({Fault::notUnderstood, libcommon::printable(std::string(bytes.substr(0, longestReason)))});
     case input::FromInput::encoded:
         encoded_ = libcommon::printable(std::string(bytes.substr(0, longestReason)));
         return;

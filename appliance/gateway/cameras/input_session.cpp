@@ -34,18 +34,19 @@ input::Kind kindOf(Scheme scheme) {
 }
 
 // For people.
-std::string transportOf(const CameraUrl& url) {
+std::string transportOf(const CameraUrl& url, input::WebForm form) {
     if (url.isAtThisMachine())
         return "";
     if (!url.isHttp())
         return "SRT";
-    return input::webFormOf(url.target) == input::WebForm::session ? "UDP" : "HTTP";
+    return form == input::WebForm::session ? "UDP" : "HTTP";
 }
 
 } // namespace
 
-InputSession::InputSession(EventLoop& loop, CameraUrl url, SessionTimes times, SessionEvents events)
-    : loop_(loop), url_(std::move(url)), times_(times), events_(std::move(events)),
+InputSession::InputSession(EventLoop& loop, CameraUrl url, input::WebForm form, SessionTimes times,
+                           SessionEvents events)
+    : loop_(loop), url_(std::move(url)), form_(form), times_(times), events_(std::move(events)),
       process_(loop, {.described = [this](const StreamInfo& info) { onDescribed(info); },
                       .packet = [this](Track track, std::string_view packet) { onPacket(track, packet); },
                       .pause = [this] { events_.pause(); },
@@ -63,7 +64,8 @@ input::Request InputSession::request() const {
             .codec = {},
             .user = url_.user,
             .verified = tls.verified,
-            .authorities = tls.authorities};
+            .authorities = tls.authorities,
+            .form = form_};
 }
 
 void InputSession::open() {
@@ -78,7 +80,7 @@ void InputSession::open() {
 void InputSession::onDescribed(StreamInfo info) {
     if (ended_)
         return;
-    info.transport = transportOf(url_);
+    info.transport = transportOf(url_, form_);
     lastPacket_ = gettimeusec();
     events_.opened(info);
 }

@@ -9,8 +9,9 @@ namespace gateway {
 
 class InputSession : public CameraSession {
 public:
-    // The loop must outlive it.
-    InputSession(EventLoop& loop, CameraUrl url, SessionTimes times, SessionEvents events);
+    // The loop must outlive it. `form`: of what a web server has; it ends with Fault::notUnderstood when that is wrong.
+    InputSession(EventLoop& loop, CameraUrl url, input::WebForm form, SessionTimes times,
+                 SessionEvents events);
     ~InputSession() override;
 
     void open() override;
@@ -26,6 +27,7 @@ private:
 
     EventLoop& loop_;
     const CameraUrl url_;
+    const input::WebForm form_;
     const SessionTimes times_;
     const SessionEvents events_;
     InputProcess process_;

@@ -1,7 +1,6 @@
 #include "appliance/gateway/cameras/mjpeg_session.h"
 
 #include "appliance/gateway/cameras/connection.h"
-#include "appliance/input/protocol/web_source.h"
 #include "appliance/streams/http_stream.h"
 #include "appliance/streams/jpeg_check.h"
 
@@ -24,21 +23,17 @@ bool isMultipart(const std::string& type) {
     return type.size() > start.size() && strncasecmp(type.c_str(), start.data(), start.size()) == 0;
 }
 
-// What plays a stream of another type.
-std::string adviceFor(const std::string& type, const std::string& target) {
-    const std::string_view ending = input::webEndingOf(type);
-    if (ending.empty())
-        return "";
-    const char* const sign = target.find('?') == std::string::npos ? "?" : "&";
-    return std::string("; it may play with \"") + sign + std::string(ending) + "\" at the end of its URL";
+input::WebForm formOf(const std::string& type, std::string_view first) {
+    const input::WebForm form = input::webFormOfType(type);
+    return form == input::WebForm::none ? input::webFormOfBytes(first) : form;
 }
 
 } // namespace
 
 MjpegSession::MjpegSession(EventLoop& loop, Transfers& transfers, CameraUrl url, SessionTimes times,
-                           SessionEvents events)
+                           SessionEvents events, Other other)
     : loop_(loop), transfers_(transfers), url_(std::move(url)), times_(times), events_(std::move(events)),
-      curl_(curl_easy_init()) {}
+      other_(std::move(other)), curl_(curl_easy_init()) {}
 
 MjpegSession::~MjpegSession() {
     loop_.cancel(silenceTimer_);
@@ -88,7 +83,7 @@ std::size_t MjpegSession::onHeader(char* /*line*/, std::size_t size, std::size_t
 
 std::size_t MjpegSession::onBody(char* bytes, std::size_t size, std::size_t count, void* self) {
     auto& session = *static_cast<MjpegSession*>(self);
-    if (session.ended_ || (session.reader_ == nullptr && !session.begin()))
+    if (session.ended_ || (session.reader_ == nullptr && !session.begin({bytes, size * count})))
         return 0;
     session.reader_->feed(bytes, size * count);
     session.events_.pause();
@@ -103,18 +98,21 @@ int MjpegSession::onProgress(void* self, curl_off_t /*total*/, curl_off_t now, c
 }
 
 // False when the body is no stream of pictures.
-bool MjpegSession::begin() {
+bool MjpegSession::begin(std::string_view first) {
     if (status() != 200)
         return false;
     const char* type = nullptr;
     curl_easy_getinfo(curl_, CURLINFO_CONTENT_TYPE, &type);
     const std::string text = type == nullptr ? "" : type;
     if (!isMultipart(text)) {
-        endSoon({Fault::notUnderstood,
-                 url_.place() + " sends " +
-                     (text.empty() ? "something without a type"
-                                   : "\"" + libcommon::printable(text.substr(0, shownType)) + "\"") +
-                     ", not a Motion JPEG stream" + adviceFor(text, url_.target)});
+        if (const input::WebForm form = formOf(text, first); form != input::WebForm::none)
+            handOverSoon(form);
+        else
+            endSoon({Fault::notUnderstood,
+                     url_.place() + " sends " +
+                         (text.empty() ? "something without a type"
+                                       : "\"" + libcommon::printable(text.substr(0, shownType)) + "\"") +
+                         ", not a Motion JPEG stream"});
         return false;
     }
     reader_ = std::make_unique<streams::MultipartReader>(
@@ -175,6 +173,13 @@ Failure MjpegSession::outcome(CURLcode result) const {
 void MjpegSession::endSoon(const Failure& failure) {
     if (endTimer_ == 0)
         endTimer_ = loop_.after(std::chrono::milliseconds(0), [this, failure] { end(failure); });
+}
+
+void MjpegSession::handOverSoon(input::WebForm form) {
+    ended_ = true;
+    loop_.cancel(silenceTimer_);
+    loop_.cancel(endTimer_);
+    endTimer_ = loop_.after(std::chrono::milliseconds(0), [this, form] { other_(form); });
 }
 
 void MjpegSession::end(const Failure& failure) {

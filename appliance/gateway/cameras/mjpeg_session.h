@@ -5,20 +5,26 @@
 #include "appliance/gateway/cameras/session.h"
 #include "appliance/gateway/cameras/stream_info.h"
 #include "appliance/gateway/cameras/transfers.h"
+#include "appliance/input/protocol/web_source.h"
 #include "appliance/streams/multipart.h"
 
 #include <array>
 #include <cstdint>
+#include <functional>
 #include <memory>
 #include <string>
+#include <string_view>
 
 namespace gateway {
 
 class MjpegSession : public CameraSession {
 public:
+    // Gets the form of what the server sends instead, for camera-input. It is called instead of `ended`, in the same way.
+    using Other = std::function<void(input::WebForm form)>;
+
     // Loop and transfers must outlive it.
     MjpegSession(EventLoop& loop, Transfers& transfers, CameraUrl url, SessionTimes times,
-                 SessionEvents events);
+                 SessionEvents events, Other other);
     ~MjpegSession() override;
 
     void open() override;
@@ -28,7 +34,7 @@ private:
     static std::size_t onBody(char* bytes, std::size_t size, std::size_t count, void* self);
     static int onProgress(void* self, curl_off_t total, curl_off_t now, curl_off_t upTotal, curl_off_t upNow);
 
-    bool begin();
+    bool begin(std::string_view first);
     void takePicture(std::string_view bytes);
     void watchSilence();
     Failure silence(std::int64_t now) const;
@@ -36,12 +42,14 @@ private:
     long status() const;
     void end(const Failure& failure);
     void endSoon(const Failure& failure);
+    void handOverSoon(input::WebForm form);
 
     EventLoop& loop_;
     Transfers& transfers_;
     const CameraUrl url_;
     const SessionTimes times_;
     const SessionEvents events_;
+    const Other other_;
     CURL* curl_;
     std::array<char, CURL_ERROR_SIZE> error_{};
     std::size_t headerBytes_ = 0;

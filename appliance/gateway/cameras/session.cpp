@@ -2,8 +2,8 @@
 
 #include "appliance/gateway/cameras/encoding_session.h"
 #include "appliance/gateway/cameras/input_session.h"
-#include "appliance/gateway/cameras/mjpeg_session.h"
 #include "appliance/gateway/cameras/rtsp_session.h"
+#include "appliance/gateway/cameras/web_session.h"
 
 namespace gateway {
 
@@ -16,9 +16,9 @@ std::unique_ptr<CameraSession> makeSession(EventLoop& loop, Transfers& transfers
         };
         return std::make_unique<EncodingSession>(loop, make, events);
     }
-    if (!url.isMotionJpeg())
-        return std::make_unique<InputSession>(loop, url, times, events);
-    return std::make_unique<MjpegSession>(loop, transfers, url, times, events);
+    if (url.isHttp())
+        return std::make_unique<WebSession>(loop, transfers, url, times, events);
+    return std::make_unique<InputSession>(loop, url, input::WebForm::none, times, events);
 }
 
 } // namespace gateway

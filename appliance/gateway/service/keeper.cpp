@@ -71,9 +71,8 @@ void Keeper::run() {
     for (;;) {
         {
             std::unique_lock guard(lock_);
-            changed_.wait_for(guard, lookTime,
-                              [this] { return ending_ || portChanged_ || !waiting_.empty(); });
-            if (std::exchange(portChanged_, false))
+            changed_.wait_for(guard, lookTime, [this] { return ending_ || planAgain_ || !waiting_.empty(); });
+            if (std::exchange(planAgain_, false))
                 stamp_ = neverRead;
             if (ending_ && waiting_.empty())
                 return;
@@ -99,12 +98,6 @@ void Keeper::lookAtFile() {
     std::string stamp = stampOfFile();
     if (stamp == stamp_)
         return;
-    const auto plan = [port = currentPort(), small = smallScreen_] {
-        const ParamWrapper parameters(0, false);
-        SourcePlan made = planSources(sectionsIn(readText()), parameters[highestName].toInt(), port, small);
-        made.port = parameters[portName].toInt();
-        return made;
-    };
     SourcePlan present = plan();
     const bool numbersChange = present.highestNumber != ParamWrapper(0, false)[highestName].toInt();
     if (!present.missing.empty() || (numbersChange && !present.sources.empty())) {
@@ -140,15 +133,34 @@ bool Keeper::complete(const SourcePlan& plan) const {
     return true;
 }
 
-int Keeper::currentPort() {
-    const std::lock_guard guard(lock_);
-    return port_;
+SourcePlan Keeper::plan() {
+    int port = 0;
+    LearnedKinds learned;
+    {
+        const std::lock_guard guard(lock_);
+        port = port_;
+        learned = learned_;
+    }
+    const ParamWrapper parameters(0, false);
+    SourcePlan made =
+        planSources(sectionsIn(readText()), parameters[highestName].toInt(), port, smallScreen_, learned);
+    made.port = parameters[portName].toInt();
+    return made;
 }
 
 void Keeper::setPort(int port) {
     const std::lock_guard guard(lock_);
     port_ = port;
-    portChanged_ = true;
+    planAgain_ = true;
+    changed_.notify_all();
+}
+
+void Keeper::learn(const std::string& url, bool pictures) {
+    const std::lock_guard guard(lock_);
+    const auto [known, added] = learned_.try_emplace(url, !pictures);
+    if (std::exchange(known->second, pictures) == pictures)
+        return;
+    planAgain_ = true;
     changed_.notify_all();
 }
 

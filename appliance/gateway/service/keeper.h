@@ -30,12 +30,15 @@ public:
     // The gateway's port has changed: the sources' addresses follow. Any thread.
     void setPort(int port);
 
+    // What a web server was found to send, by the URL's text: the type of its source follows. Any thread.
+    void learn(const std::string& url, bool pictures);
+
     // Writes a status value of the source with this index soon. Any thread.
     void setStatus(int index, const std::string& key, const std::string& value);
 
 private:
     void run();
-    int currentPort();
+    SourcePlan plan();
     void lookAtFile();
     void lookAtScreen();
     bool complete(const SourcePlan& plan) const;
@@ -51,7 +54,8 @@ private:
     std::mutex lock_;
     std::condition_variable changed_;
     int port_;                                                   // guarded by lock_
-    bool portChanged_ = false;                                   // guarded by lock_
+    LearnedKinds learned_;                                       // guarded by lock_
+    bool planAgain_ = false;                                     // guarded by lock_
     bool ending_ = false;                                        // guarded by lock_
     std::map<std::pair<int, std::string>, std::string> waiting_; // status values; guarded by lock_
 };

@@ -65,6 +65,8 @@ public:
         return text + (report.info.transport.empty() ? "" : ",") + report.info.way();
     }
 
+    bool isPictures() const { return info_.isPictures(); }
+
 private:
     void join() {
         const Camera::ViewerId viewer =
@@ -155,6 +157,8 @@ int probeCamera(bool connect) {
             return 1;
         }
         print("Video", probe.description());
+        if (url.isHttp()) // the URL may not say it
+            print("VideoSourceType", probe.isPictures() ? "mjpeg" : "rtsp-tcp");
     }
     print("URL", url.text());
     // As they are: decoderctl refuses what the parameter file can't have.

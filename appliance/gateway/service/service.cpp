@@ -1,6 +1,6 @@
 #include "appliance/gateway/service/service.h"
 
-#include "appliance/gateway/service/service_manager.h"
+#include "appliance/serving/service_manager.h"
 
 #include <libcommon/clock.h>
 #include <libcommon/log.h>
@@ -77,6 +77,8 @@ void Service::publish(const Camera& camera) {
     if (index == indices_.end() || keeper_ == nullptr || cameras_.find(number) != &camera)
         return;
     keeper_->setStatus(index->second, "Reason", camera.report().failure.text);
+    if (const CameraUrl& url = camera.settings().played(); url.isHttp() && camera.report().open)
+        keeper_->learn(url.text(), camera.report().info.isPictures());
     if (!camera.report().open)
         publishStream(camera, index->second);
 }

@@ -34,7 +34,8 @@ Transport transportOf(const std::string& text) {
 
 class Planner {
 public:
-    Planner(int highestNumber, int port, bool smallScreen) : port_(port), smallScreen_(smallScreen) {
+    Planner(int highestNumber, int port, bool smallScreen, const LearnedKinds& learned)
+        : port_(port), smallScreen_(smallScreen), learned_(learned) {
         plan_.highestNumber = highestNumber;
     }
 
@@ -126,7 +127,7 @@ private:
         write(section, "VideoSourceNumber", std::to_string(camera.number));
         const std::string type = valueOf(section, "VideoSourceType");
         if (camera.mistake.empty() && (type.empty() || type == "rtsp-tcp" || type == "mjpeg"))
-            write(section, "VideoSourceType", camera.url.isMotionJpeg() ? "mjpeg" : "rtsp-tcp");
+            write(section, "VideoSourceType", typeFor(camera.played(), type));
         complete(section, "AutoEnabled", "yes");
         complete(section, "ManualEnabled", "yes");
         complete(section, "DisplayTime", "10");
@@ -134,9 +135,19 @@ private:
         complete(section, "Compression", "default");
     }
 
+    // A server may send something else than its URL says, so what was found out earlier stays.
+    std::string typeFor(const CameraUrl& url, const std::string& present) const {
+        const auto learned = learned_.find(url.text());
+        if (learned == learned_.end() && url.isMotionJpeg() && !present.empty())
+            return present;
+        const bool pictures = learned == learned_.end() ? url.isMotionJpeg() : learned->second;
+        return pictures ? "mjpeg" : "rtsp-tcp";
+    }
+
     SourcePlan plan_;
     int port_;
     bool smallScreen_;
+    const LearnedKinds& learned_;
     std::set<int> used_;
 };
 
@@ -166,8 +177,8 @@ std::vector<SourceSection> sectionsIn(std::string_view text) {
 }
 
 SourcePlan planSources(const std::vector<SourceSection>& sections, int highestNumber, int port,
-                       bool smallScreen) {
-    return Planner(highestNumber, port, smallScreen).plan(sections);
+                       bool smallScreen, const LearnedKinds& learned) {
+    return Planner(highestNumber, port, smallScreen, learned).plan(sections);
 }
 
 } // namespace gateway

@@ -28,6 +28,9 @@ struct PlannedSource {
     CameraSettings camera;
 };
 
+// By the text of a URL: whether Motion JPEG comes over HTTP, and not something that is played over RTSP.
+using LearnedKinds = std::map<std::string, bool>;
+
 struct SourcePlan {
     std::vector<PlannedSource> sources;  // the gateway's
     std::vector<ParameterWrite> missing; // to be written, in this order
@@ -42,7 +45,8 @@ std::vector<SourceSection> sectionsIn(std::string_view text);
 // A number that is missing, or that an earlier section has, is replaced by a new one. A user name and a password in the
 // URL become values of their own, so that no program that shows the URL shows them.
 // With `smallScreen`, sources with the quality "auto" and a sub stream play that one.
+// `learned`: what web servers were found to send.
 SourcePlan planSources(const std::vector<SourceSection>& sections, int highestNumber, int port,
-                       bool smallScreen = false);
+                       bool smallScreen = false, const LearnedKinds& learned = {});
 
 } // namespace gateway

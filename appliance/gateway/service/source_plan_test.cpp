@@ -101,6 +101,26 @@ TEST(SourcePlan, TheQualityChoosesBetweenMainAndSub) {
     EXPECT_FALSE(usesSub("main", true));
 }
 
+TEST(SourcePlan, WhatAServerSendsCountsMoreThanItsUrl) {
+    const auto type = [](const char* url, const std::string& present, const LearnedKinds& learned) {
+        std::string text = std::string("[Encoder.A]\nURL = ") + url + "\n";
+        text += present.empty() ? "" : "VideoSourceType = " + present + "\n";
+        const auto written = writes(planSources(sectionsIn(text), 0, port, false, learned));
+        const auto found = written.find("Encoder.A.VideoSourceType");
+        return found == written.end() ? present : found->second;
+    };
+    const LearnedKinds video{{"http://a:80/live", false}, {"http://a:80/clip.mp4", false}};
+    const LearnedKinds pictures{{"http://a:80/live", true}, {"http://a:80/clip.mp4", true}};
+    EXPECT_EQ(type("http://a/live", "", {}), "mjpeg");
+    EXPECT_EQ(type("http://a/live", "rtsp-tcp", {}), "rtsp-tcp"); // learned before a restart
+    EXPECT_EQ(type("http://a/live", "", video), "rtsp-tcp");
+    EXPECT_EQ(type("http://a/live", "rtsp-tcp", pictures), "mjpeg");
+    EXPECT_EQ(type("http://a/clip.mp4", "", {}), "rtsp-tcp");
+    EXPECT_EQ(type("http://a/clip.mp4", "mjpeg", {}), "rtsp-tcp");
+    EXPECT_EQ(type("http://a/clip.mp4", "rtsp-tcp", pictures), "mjpeg");
+    EXPECT_EQ(type("http://a/live", "rtsp-udp", pictures), "rtsp-udp"); // a person's own
+}
+
 TEST(SourcePlan, ASubStreamThatCannotBeUsedCountsOnlyWhereItIsWanted) {
     for (const char* bad : {"gopher://a/sub", "http://a/sub"}) {
         const std::string text = std::string("[Encoder.A]\nURL = rtsp://a/main\nSubURL = ") + bad + "\n";

@@ -14,7 +14,11 @@ constexpr std::array<std::pair<Kind, std::string_view>, 5> kinds{{{Kind::file, "
                                                                   {Kind::web, "web"},
                                                                   {Kind::packets, "packets"}}};
 constexpr std::array<std::string_view, 3> decodable{"VP8", "VP9", "AV1"};
-constexpr std::size_t lines = 8;
+constexpr std::array<std::pair<WebForm, std::string_view>, 4> forms{{{WebForm::none, ""},
+                                                                     {WebForm::session, "session"},
+                                                                     {WebForm::playlist, "playlist"},
+                                                                     {WebForm::file, "file"}}};
+constexpr std::size_t lines = 9;
 
 std::string_view takeLine(std::string_view& text) {
     const std::size_t end = std::min(text.find('\n'), text.size());
@@ -37,7 +41,10 @@ std::string textOf(const Request& request) {
         std::ranges::find(kinds, request.kind, &std::pair<Kind, std::string_view>::first);
     return std::string(kind->second) + '\n' + request.place + '\n' + request.password + '\n' + request.codec +
            '\n' + std::to_string(request.clockRate) + '\n' + request.user + '\n' +
-           (request.verified ? "yes" : "no") + '\n' + request.authorities + '\n';
+           (request.verified ? "yes" : "no") + '\n' + request.authorities + '\n' +
+           std::string(
+               std::ranges::find(forms, request.form, &std::pair<WebForm, std::string_view>::first)->second) +
+           '\n';
 }
 
 std::optional<Request> readRequest(std::string_view text) {
@@ -58,6 +65,11 @@ std::optional<Request> readRequest(std::string_view text) {
     request.user = takeLine(text);
     request.verified = takeLine(text) != "no";
     request.authorities = takeLine(text);
+    const auto* const form =
+        std::ranges::find(forms, takeLine(text), &std::pair<WebForm, std::string_view>::second);
+    if (form == forms.end())
+        return std::nullopt;
+    request.form = form->first;
     return request;
 }
 

@@ -4,6 +4,8 @@
 // messages. camera-input reads one request, then media until the gateway closes the socket. For any thread.
 #pragma once
 
+#include "appliance/input/protocol/web_source.h"
+
 #include <cstddef>
 #include <optional>
 #include <string>
@@ -24,13 +26,14 @@ enum class FromInput {
     description = 2, // SDP of what follows; before the first packet
     failure = 3,     // one sentence without a full stop; nothing follows
     encoded = 4,     // the codec of the video that is decoded and encoded anew; before the description
+    otherForm = 5,   // as failure: what a web server sends has not the form that the request says
 };
 
 enum class Kind {
     file,    // played in a loop at its own speed
     device,  // a camera at this machine
     srt,     // a stream that the network brings
-    web,     // what a web server has: web_source.h
+    web,     // what a web server has, in the request's form
     packets, // RTP packets in a codec that players can't decode
 };
 
@@ -40,9 +43,10 @@ struct Request {
     std::string password; // of an SRT stream or a web server; "": none
     std::string codec{};  // of packets: "VP8"
     int clockRate = 90000;
-    std::string user{};        // of a web server
-    bool verified = true;      // the certificates of web servers are checked
-    std::string authorities{}; // file (PEM) of those to trust; "": the system's
+    std::string user{};           // of a web server
+    bool verified = true;         // the certificates of web servers are checked
+    std::string authorities{};    // file (PEM) of those to trust; "": the system's
+    WebForm form = WebForm::none; // of what a web server has
 };
 
 // A message with at most longestMessage bytes; more are cut off.

@@ -13,7 +13,8 @@ TEST(InputMessages, ARequestComesBackAsItWas) {
                           .clockRate = 48000,
                           .user = "me",
                           .verified = false,
-                          .authorities = "/etc/my authorities.pem"};
+                          .authorities = "/etc/my authorities.pem",
+                          .form = WebForm::playlist};
     const auto read = readRequest(textOf(request));
     ASSERT_TRUE(read);
     EXPECT_EQ(read->kind, request.kind);
@@ -24,12 +25,14 @@ TEST(InputMessages, ARequestComesBackAsItWas) {
     EXPECT_EQ(read->user, request.user);
     EXPECT_FALSE(read->verified);
     EXPECT_EQ(read->authorities, request.authorities);
+    EXPECT_EQ(read->form, request.form);
 }
 
 TEST(InputMessages, OtherTextsAreNoRequests) {
     for (const char* text :
-         {"", "file", "file\n\n\n\n", "file\n\n\n\n90000\n", "pipe\n\n\n\n90000\n\nyes\n\n",
-          "file\n\n\n\nx\n\nyes\n\n", "file\n\n\n\n0\n\nyes\n\n", "file\n\n\n\n90000\n\nyes\n\nmore\n"})
+         {"", "file", "file\n\n\n\n", "file\n\n\n\n90000\n", "pipe\n\n\n\n90000\n\nyes\n\n\n",
+          "file\n\n\n\nx\n\nyes\n\n\n", "file\n\n\n\n0\n\nyes\n\n\n", "file\n\n\n\n90000\n\nyes\n\n\nmore\n",
+          "web\n\n\n\n90000\n\nyes\n\npage\n"})
         EXPECT_FALSE(readRequest(text)) << text;
 }
 

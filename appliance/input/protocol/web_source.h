@@ -1,8 +1,7 @@
-// What camera-input reads from web servers, by the URL alone: everything else over HTTP is Motion JPEG, which the gateway
-// reads itself. For any thread.
+// What camera-input reads from web servers. Everything else over HTTP is Motion JPEG, which the gateway reads itself. The
+// end of a URL says it; where it does not, the server's Content-Type does, and then the first bytes. For any thread.
 #pragma once
 
-#include <string>
 #include <string_view>
 
 namespace input {
@@ -17,7 +16,10 @@ enum class WebForm {
 // By the end of the URL's path, or of its query: ".sdp", ".m3u8", ".mp4". `target`: path and query, or a whole URL.
 WebForm webFormOf(std::string_view target);
 
-// The ending for a server's Content-Type, ".mp4" for "video/mp4"; "" if camera-input does not read that type.
-std::string_view webEndingOf(std::string_view contentType);
+// By a server's Content-Type, with or without parameters: "video/mp4; codecs=avc1".
+WebForm webFormOfType(std::string_view contentType);
+
+// By the first bytes of what a server sends. Fewer than 189 are not enough for each form.
+WebForm webFormOfBytes(std::string_view first);
 
 } // namespace input

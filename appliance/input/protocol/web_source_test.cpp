@@ -1,6 +1,7 @@
 #include "appliance/input/protocol/web_source.h"
 
 #include <gtest/gtest.h>
+#include <string>
 
 namespace input {
 namespace {
@@ -16,12 +17,29 @@ TEST(WebSource, TheEndOfThePathOrOfTheQueryDecides) {
         EXPECT_EQ(webFormOf(other), WebForm::none) << other;
 }
 
-TEST(WebSource, ContentTypesHaveEndings) {
-    EXPECT_EQ(webEndingOf("video/mp4"), ".mp4");
-    EXPECT_EQ(webEndingOf("Application/SDP ; charset=utf-8"), ".sdp");
-    EXPECT_EQ(webEndingOf("application/x-mpegURL"), ".m3u8");
+TEST(WebSource, ContentTypesSayWhatTheyCan) {
+    EXPECT_EQ(webFormOfType("video/mp4"), WebForm::file);
+    EXPECT_EQ(webFormOfType("Application/SDP ; charset=utf-8"), WebForm::session);
+    EXPECT_EQ(webFormOfType("application/x-mpegURL"), WebForm::playlist);
     for (const char* other : {"", "text/html", "video/mp", "video/mp42", "application/octet-stream"})
-        EXPECT_EQ(webEndingOf(other), "") << other;
+        EXPECT_EQ(webFormOfType(other), WebForm::none) << other;
+}
+
+TEST(WebSource, TheFirstBytesSayTheRest) {
+    EXPECT_EQ(webFormOfBytes("#EXTM3U\n#EXT-X-VERSION:3\n"), WebForm::playlist);
+    EXPECT_EQ(webFormOfBytes("v=0\r\no=- 0 0"), WebForm::session);
+    EXPECT_EQ(webFormOfBytes("v=0\no=- 0 0"), WebForm::session);
+    EXPECT_EQ(webFormOfBytes(std::string_view("\0\0\0 ftypisom", 12)), WebForm::file);
+    EXPECT_EQ(webFormOfBytes("\x1a\x45\xdf\xa3\x9f"), WebForm::file);
+    EXPECT_EQ(webFormOfBytes("RIFFxxxxAVI LIST"), WebForm::file);
+    EXPECT_EQ(webFormOfBytes("FLV\1\5"), WebForm::file);
+    EXPECT_EQ(webFormOfBytes(std::string_view("\0\0\1\xba\x44", 5)), WebForm::file);
+    std::string transport(2 * 188, 'x');
+    transport[0] = transport[188] = 'G';
+    EXPECT_EQ(webFormOfBytes(transport), WebForm::file);
+    EXPECT_EQ(webFormOfBytes(transport.substr(0, 188)), WebForm::none);
+    for (const char* other : {"", "<!DOCTYPE html>", "ftyp", "v=0", "G", "--frame\r\n", "RIFF"})
+        EXPECT_EQ(webFormOfBytes(other), WebForm::none) << other;
 }
 
 } // namespace

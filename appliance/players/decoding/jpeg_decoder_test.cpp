@@ -2,16 +2,13 @@
 #include "appliance/players/decoding/jpeg_decoder.h"
 
 #include "appliance/streams/jpeg_check.h"
+#include "tests/support/packed_jpeg.h"
 
 #include <gtest/gtest.h>
 
 #include <cstdint>
-#include <cstdio> // jpeglib.h needs FILE
-#include <cstdlib>
 #include <string>
 #include <vector>
-
-#include <jpeglib.h>
 
 namespace player {
 namespace {
@@ -47,41 +44,26 @@ std::vector<unsigned char> rowOf(const Making& making, int y, bool four) {
 }
 
 std::string jpegOf(const Making& making) {
-    jpeg_compress_struct encoder{};
-    jpeg_error_mgr errors{};
-    encoder.err = jpeg_std_error(&errors);
-    jpeg_create_compress(&encoder);
-    unsigned char* out = nullptr;
-    unsigned long size = 0;
-    jpeg_mem_dest(&encoder, &out, &size);
-    encoder.image_width = static_cast<JDIMENSION>(making.width);
-    encoder.image_height = static_cast<JDIMENSION>(making.height);
     const bool four = making.space == JCS_CMYK;
-    encoder.input_components = four ? 4 : 3;
-    encoder.in_color_space = four ? JCS_CMYK : JCS_RGB;
-    jpeg_set_defaults(&encoder);
-    jpeg_set_colorspace(&encoder, making.space);
-    jpeg_set_quality(&encoder, 95, TRUE);
-    if (making.space == JCS_YCbCr) {
-        encoder.comp_info[0].h_samp_factor = making.horizontal;
-        encoder.comp_info[0].v_samp_factor = making.vertical;
-    }
-    encoder.arith_code = making.arithmetic ? TRUE : FALSE;
-    if (making.progressive)
-        jpeg_simple_progression(&encoder);
-    jpeg_start_compress(&encoder, TRUE);
-    std::vector<unsigned char> upper = rowOf(making, 0, four);
-    std::vector<unsigned char> lower = rowOf(making, making.height - 1, four);
-    while (encoder.next_scanline < encoder.image_height) {
-        JSAMPROW row =
-            static_cast<int>(encoder.next_scanline) < making.height / 2 ? upper.data() : lower.data();
-        jpeg_write_scanlines(&encoder, &row, 1);
-    }
-    jpeg_finish_compress(&encoder);
-    std::string jpeg(reinterpret_cast<const char*>(out), size);
-    jpeg_destroy_compress(&encoder);
-    std::free(out);
-    return jpeg;
+    const std::vector<unsigned char> upper = rowOf(making, 0, four);
+    const std::vector<unsigned char> lower = rowOf(making, making.height - 1, four);
+    return packing::packedJpeg(
+        {.width = making.width,
+         .height = making.height,
+         .components = four ? 4 : 3,
+         .space = four ? JCS_CMYK : JCS_RGB,
+         .row = [&](int y) { return y < making.height / 2 ? upper.data() : lower.data(); }},
+        [&](jpeg_compress_struct& encoder) {
+            jpeg_set_colorspace(&encoder, making.space);
+            jpeg_set_quality(&encoder, 95, TRUE);
+            if (making.space == JCS_YCbCr) {
+                encoder.comp_info[0].h_samp_factor = making.horizontal;
+                encoder.comp_info[0].v_samp_factor = making.vertical;
+            }
+            encoder.arith_code = making.arithmetic ? TRUE : FALSE;
+            if (making.progressive)
+                jpeg_simple_progression(&encoder);
+        });
 }
 
 struct Yuv {

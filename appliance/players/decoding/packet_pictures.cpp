@@ -183,8 +183,11 @@ void PacketPictures::State::take(const Packet& packet) {
 }
 
 void PacketPictures::State::run() {
-    if (!open())
+    if (!open()) {
+        if (sink.undecodable)
+            sink.undecodable(stream.encodingName);
         return fail("the decoder can't be started");
+    }
     while (!failed) {
         for (const Packet& packet : await())
             take(packet);

@@ -15,6 +15,8 @@ struct StreamSink {
     std::function<void(const std::string&)> ended; // the stream is over; the reason, for the log
     std::function<bool()> showing;                 // the picture is on the screen, so sound may play
     std::function<void()> awaitShowing;            // blocks until it is
+    // This machine has no decoder for the stream's codec ("H265"); called before `ended`. May be empty.
+    std::function<void(const std::string& codec)> undecodable{};
 };
 
 } // namespace player

@@ -1,6 +1,7 @@
 #include "appliance/players/showing/player.h"
 
 #include "appliance/front/arguments.h"
+#include "appliance/players/showing/codec_reason.h"
 #include "appliance/players/showing/exit_code.h"
 #include "appliance/players/showing/presenter.h"
 #include "appliance/players/showing/stillness.h"
@@ -185,7 +186,11 @@ LinkActions Player::linkActions() {
 void Player::run(const StartStream& startStream) {
     const StreamSink sink{[this](const screen::PictureView& picture) { presenter_.picture(picture); },
                           [this](const std::string& reason) { reports_.streamEnded(reason); },
-                          [this] { return presenter_.showing(); }, [this] { presenter_.awaitShowing(); }};
+                          [this] { return presenter_.showing(); }, [this] { presenter_.awaitShowing(); },
+                          [this](const std::string& codec) {
+                              if (!options_.alone)
+                                  tellUndecodable(options_.source, codec);
+                          }};
     if (!startStream(options_, sink, endings_))
         end(ExitCode::noPicture, "the stream can't be started");
     for (;;) {
@@ -221,8 +226,10 @@ void Player::takeReports() {
             logmsg(7, "First picture after %lld ms", static_cast<long long>((gettimeusec() - start_) / 1000));
         if (options_.alone)
             presenter_.show();
-        else
+        else {
             link_.start();
+            clearUndecodable(options_.source);
+        }
     }
     if (const auto reason = reports_.takeStreamEnd())
         end(pictured_ ? ExitCode::endOfStream : ExitCode::noPicture, reason->c_str());

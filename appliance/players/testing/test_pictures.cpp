@@ -1,15 +1,12 @@
 #include "appliance/players/testing/test_pictures.h"
 
 #include "appliance/mark/frame_mark.h"
+#include "tests/support/packed_jpeg.h"
 
-#include <cstdio>
-#include <cstdlib>
 #include <memory>
 #include <thread>
 #include <utility>
 #include <vector>
-
-#include <jpeglib.h>
 
 namespace player {
 namespace {
@@ -17,30 +14,14 @@ namespace {
 using Pixels = std::vector<std::uint8_t>; // BGRx
 
 std::string jpegOf(const Pixels& pixels, int width, int height) {
-    jpeg_compress_struct encoder{};
-    jpeg_error_mgr errors{};
-    encoder.err = jpeg_std_error(&errors);
-    jpeg_create_compress(&encoder);
-    unsigned char* out = nullptr;
-    unsigned long size = 0;
-    jpeg_mem_dest(&encoder, &out, &size);
-    encoder.image_width = static_cast<JDIMENSION>(width);
-    encoder.image_height = static_cast<JDIMENSION>(height);
-    encoder.input_components = 4;
-    encoder.in_color_space = JCS_EXT_BGRX;
-    jpeg_set_defaults(&encoder);
-    jpeg_set_quality(&encoder, 80, TRUE);
-    jpeg_start_compress(&encoder, TRUE);
-    while (encoder.next_scanline < encoder.image_height) {
-        const std::size_t offset = std::size_t{4} * encoder.image_width * encoder.next_scanline;
-        JSAMPROW row = const_cast<JSAMPROW>(pixels.data() + offset);
-        jpeg_write_scanlines(&encoder, &row, 1);
-    }
-    jpeg_finish_compress(&encoder);
-    std::string jpeg(reinterpret_cast<const char*>(out), size);
-    jpeg_destroy_compress(&encoder);
-    std::free(out);
-    return jpeg;
+    const std::size_t stride = std::size_t{4} * static_cast<std::size_t>(width);
+    return packing::packedJpeg(
+        {.width = width,
+         .height = height,
+         .components = 4,
+         .space = JCS_EXT_BGRX,
+         .row = [&](int y) { return pixels.data() + stride * static_cast<std::size_t>(y); }},
+        [](jpeg_compress_struct& encoder) { jpeg_set_quality(&encoder, 80, TRUE); });
 }
 
 } // namespace

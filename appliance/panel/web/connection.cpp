@@ -1,0 +1,160 @@
+#include "appliance/panel/web/connection.h"
+
+#include "appliance/panel/web/request.h"
+
+#include <array>
+#include <gio/gnetworking.h>
+
+namespace panel {
+namespace {
+
+constexpr std::int64_t second = 1000000;
+
+GPollableInputStream* input(GIOStream* stream) {
+    return G_POLLABLE_INPUT_STREAM(g_io_stream_get_input_stream(stream));
+}
+
+GPollableOutputStream* output(GIOStream* stream) {
+    return G_POLLABLE_OUTPUT_STREAM(g_io_stream_get_output_stream(stream));
+}
+
+std::string refusalText(const HeadCheck& refusal) {
+    const std::string body = errorResponse(refusal.status, refusal.reason).body;
+    return "HTTP/1.1 " + std::to_string(refusal.status) + " Refused\r\nContent-Type: application/json\r\n" +
+           "Content-Length: " + std::to_string(body.size()) +
+           "\r\nCache-Control: no-store\r\nX-Content-Type-Options: nosniff\r\nConnection: close\r\n\r\n" +
+           body;
+}
+
+} // namespace
+
+Connection::Connection(GObjectPointer<GIOStream> stream, GObjectPointer<GSocket> socket, std::string address,
+                       const ServerLimits& limits, std::int64_t now)
+    : stream_(std::move(stream)), socket_(std::move(socket)), address_(std::move(address)), limits_(limits),
+      gate_({limits.headBytes, limits.bodyBytes}), since_(now) {}
+
+Connection::~Connection() {
+    cut();
+}
+
+gssize Connection::read(char* buffer, gsize size, GError** error) {
+    while (!gate_.hasBytes()) {
+        if (endOfInput_ || !open_ || gate_.phase() == Gate::Phase::Refused)
+            return 0;
+        if (!gate_.wantsBytes()) {
+            g_set_error_literal(error, G_IO_ERROR, G_IO_ERROR_WOULD_BLOCK, "the answer is not written yet");
+            return -1;
+        }
+        std::array<char, 8192> bytes{};
+        const gssize count = g_pollable_input_stream_read_nonblocking(input(stream_.get()), bytes.data(),
+                                                                      bytes.size(), nullptr, error);
+        if (count < 0)
+            return count;
+        endOfInput_ = count == 0;
+        gate_.receive({bytes.data(), static_cast<std::size_t>(count)});
+        followPhase();
+    }
+    const std::string passed = gate_.pass(size);
+    std::copy(passed.begin(), passed.end(), buffer);
+    return static_cast<gssize>(passed.size());
+}
+
+// Restarts the clock whenever the gate comes to another part of a request.
+void Connection::followPhase() {
+    switch (gate_.phase()) {
+    case Gate::Phase::Idle:
+        return;
+    case Gate::Phase::Head:
+        return waitFor(Wait::Head);
+    case Gate::Phase::Body:
+        return waitFor(Wait::Body);
+    case Gate::Phase::Request:
+        return waitFor(Wait::Reply);
+    case Gate::Phase::Refused:
+        return sendRefusal();
+    }
+}
+
+void Connection::waitFor(Wait wait) {
+    // kept: the first header's time runs from the beginning of the connection, not from its first byte.
+    if (wait == wait_ || (wait_ == Wait::NewHead && wait == Wait::Head))
+        return;
+    wait_ = wait;
+    since_ = g_get_monotonic_time();
+}
+
+// The answer is short enough for the socket's buffer. If it is not, the client gets none.
+void Connection::sendRefusal() {
+    const std::string text = refusalText(gate_.refusal());
+    g_pollable_output_stream_write_nonblocking(output(stream_.get()), text.data(), text.size(), nullptr,
+                                               nullptr);
+    if (open_)
+        g_socket_shutdown(socket_.get(), FALSE, TRUE, nullptr);
+    endOfInput_ = true;
+}
+
+gssize Connection::write(const char* data, gsize size, GError** error) {
+    const gssize count =
+        g_pollable_output_stream_write_nonblocking(output(stream_.get()), data, size, nullptr, error);
+    if (count > 0)
+        since_ = g_get_monotonic_time();
+    return count;
+}
+
+bool Connection::isReadable() const {
+    return gate_.hasBytes() || endOfInput_ || !open_ ||
+           g_pollable_input_stream_is_readable(input(stream_.get()));
+}
+
+GSource* Connection::readSource() const {
+    if (gate_.hasBytes() || endOfInput_ || !open_)
+        return g_timeout_source_new(0);
+    return g_pollable_input_stream_create_source(input(stream_.get()), nullptr);
+}
+
+void Connection::answered() {
+    gate_.answered();
+    wait_ = Wait::Idle;
+    since_ = g_get_monotonic_time();
+    followPhase();
+}
+
+void Connection::closedByLibrary() {
+    if (!eventStream_)
+        cut();
+}
+
+void Connection::checkTime(std::int64_t now) {
+    unsigned bound = limits_.answerSeconds;
+    switch (wait_) {
+    case Wait::NewHead:
+    case Wait::Head:
+        bound = limits_.headSeconds;
+        break;
+    case Wait::Body:
+        bound = limits_.bodySeconds;
+        break;
+    case Wait::Idle:
+        bound = limits_.idleSeconds;
+        break;
+    case Wait::Reply:
+        break;
+    }
+    if (!open_ || eventStream_ || now - since_ < bound * second)
+        return;
+    if (wait_ == Wait::Head || wait_ == Wait::Body ||
+        (wait_ == Wait::NewHead && gate_.phase() == Gate::Phase::Head)) {
+        gate_.refuse(408, "The request took too long");
+        sendRefusal();
+    }
+    cut();
+}
+
+void Connection::cut() {
+    if (!open_)
+        return;
+    open_ = false;
+    g_socket_shutdown(socket_.get(), TRUE, TRUE, nullptr);
+}
+
+} // namespace panel

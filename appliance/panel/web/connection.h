@@ -1,0 +1,73 @@
+// One connection of a client: its streams, its gate, and how long it may take.
+//
+// It exists from the accepted socket to the closed one. libsoup reads and writes through streams that lead here, so that
+// the panel sees every byte first and can cut the connection at any time. Main loop's thread only.
+#pragma once
+
+#include "appliance/panel/web/g_object_pointer.h"
+#include "appliance/panel/web/gate.h"
+#include "appliance/panel/web/server_limits.h"
+
+#include <cstdint>
+#include <gio/gio.h>
+#include <memory>
+#include <string>
+
+namespace panel {
+
+class Connection : public std::enable_shared_from_this<Connection> {
+public:
+    // `stream` is the TLS or the socket connection. `now`: microseconds, as from g_get_monotonic_time().
+    Connection(GObjectPointer<GIOStream> stream, GObjectPointer<GSocket> socket, std::string address,
+               const ServerLimits& limits, std::int64_t now);
+    ~Connection();
+    Connection(const Connection&) = delete;
+    Connection& operator=(const Connection&) = delete;
+
+    const std::string& address() const { return address_; }
+    GIOStream* stream() const { return stream_.get(); }
+    bool isOpen() const { return open_; }
+    bool isKnown() const { return known_; }
+    void setKnown() { known_ = true; }
+
+    // For the streams that libsoup uses; with GLib's conventions.
+    gssize read(char* buffer, gsize size, GError** error);
+    gssize write(const char* data, gsize size, GError** error);
+    bool isReadable() const;
+    GSource* readSource() const;
+    void closedByLibrary();
+
+    // The answer to the present request was written.
+    void answered();
+    // The connection is an event stream from now on: libsoup and the gate have nothing to do with it.
+    void becomeEventStream() { eventStream_ = true; }
+
+    // Ends what has taken too long; `now` as above.
+    void checkTime(std::int64_t now);
+    // Ends it at once.
+    void cut();
+
+private:
+    enum class Wait { NewHead, Head, Body, Idle, Reply };
+
+    void followPhase();
+    void sendRefusal();
+    void waitFor(Wait wait);
+
+    GObjectPointer<GIOStream> stream_;
+    GObjectPointer<GSocket> socket_;
+    std::string address_;
+    const ServerLimits& limits_;
+    Gate gate_;
+    Wait wait_ = Wait::NewHead;
+    std::int64_t since_;
+    bool open_ = true;
+    bool known_ = false;
+    bool eventStream_ = false;
+    bool endOfInput_ = false;
+};
+
+// The streams for libsoup; they own the connection.
+GObjectPointer<GIOStream> libraryStream(const std::shared_ptr<Connection>& connection);
+
+} // namespace panel
