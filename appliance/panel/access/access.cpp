@@ -7,16 +7,20 @@
 #include "appliance/panel/access/password_hash.h"
 #include "appliance/panel/access/tokens.h"
 #include "appliance/panel/access/try_limit.h"
-#include "appliance/panel/web/g_object_pointer.h"
 #include "appliance/panel/web/source_handle.h"
 #include "appliance/panel/web/worker.h"
 
 #include <libcommon/log.h>
 
 #include <algorithm>
+#include <array>
+#include <cerrno>
+#include <cstring>
 #include <ctime>
-#include <gio/gio.h>
+#include <glib-unix.h>
 #include <nlohmann/json.hpp>
+#include <sys/inotify.h>
+#include <unistd.h>
 
 namespace panel {
 namespace {
@@ -114,10 +118,20 @@ struct Access::State {
     bool secure = false;
     bool reloads = false; // the files are being read
     bool changed = false; // and have changed once more
-    GObjectPointer<GFileMonitor> monitor;
+    int watch = -1;       // inotify
+    SourceHandle watching;
     SourceHandle clock; // while there are sessions
     Worker worker{mostLogIns};
 
+    ~State() {
+        watching.reset();
+        if (watch >= 0)
+            close(watch);
+    }
+    State(const State&) = delete;
+    State& operator=(const State&) = delete;
+
+    static gboolean onChange(int descriptor, GIOCondition condition, gpointer self);
     void watchFiles();
     void reload();
     void sweep();
@@ -132,31 +146,31 @@ struct Access::State {
     void logIn(const Request& request, const Answer& answer);
     void logOut(const Request& request, const Answer& answer);
     void openLink(const Request& request, const Answer& answer);
-
-    static void onChange(GFileMonitor* monitor, GFile* file, GFile* other, GFileMonitorEvent event,
-                         gpointer self);
 };
 
 // ---- The files -----------------------------------------------------------------------------------------------
 
 void Access::State::watchFiles() {
     const std::string path = accountsFile();
-    const GObjectPointer<GFile> folder(g_file_new_for_path(path.substr(0, path.rfind('/')).c_str()));
-    monitor.reset(g_file_monitor_directory(folder.get(), G_FILE_MONITOR_WATCH_MOVES, nullptr, nullptr));
-    if (monitor != nullptr)
-        g_signal_connect(monitor.get(), "changed", G_CALLBACK(onChange), this);
+    watch = inotify_init1(IN_CLOEXEC | IN_NONBLOCK);
+    if (watch < 0 || inotify_add_watch(watch, path.substr(0, path.rfind('/')).c_str(),
+                                       IN_MOVED_TO | IN_CLOSE_WRITE | IN_DELETE) < 0)
+        return logmsg(3,
+                      "panel: changes of accounts and tokens are seen at the next start only (errno=%d %s)",
+                      errno, std::strerror(errno));
+    GSource* source = g_unix_fd_source_new(watch, G_IO_IN);
+    g_source_set_callback(source, G_SOURCE_FUNC(onChange), this, nullptr);
+    g_source_attach(source, g_main_context_get_thread_default());
+    watching.reset(source);
 }
 
-void Access::State::onChange(GFileMonitor* /*monitor*/, GFile* file, GFile* other,
-                             GFileMonitorEvent /*event*/, gpointer self) {
-    constexpr std::string_view beginning = "panel.";
-    for (GFile* named : {file, other}) {
-        char* name = named == nullptr ? nullptr : g_file_get_basename(named);
-        const bool ours = name != nullptr && std::string_view(name).starts_with(beginning);
-        g_free(name);
-        if (ours)
-            return static_cast<State*>(self)->reload();
+// Reads the files again after any change in their folder, which changes rarely.
+gboolean Access::State::onChange(int descriptor, GIOCondition /*condition*/, gpointer self) {
+    std::array<char, 4096> events{};
+    while (read(descriptor, events.data(), events.size()) > 0) {
     }
+    static_cast<State*>(self)->reload();
+    return G_SOURCE_CONTINUE;
 }
 
 void Access::State::reload() {
@@ -313,10 +327,7 @@ Access::Access(const AccessOptions& options, std::function<void(std::string_view
     state_->watchFiles();
 }
 
-Access::~Access() {
-    if (state_->monitor != nullptr)
-        g_signal_handlers_disconnect_by_data(state_->monitor.get(), state_.get());
-}
+Access::~Access() = default;
 
 void Access::setPlace(std::uint16_t port, bool secure) {
     state_->cookie = cookieName(port, secure);

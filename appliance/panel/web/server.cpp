@@ -115,6 +115,7 @@ void Server::State::listen() {
     if (wanted == nullptr)
         throw std::runtime_error("\"" + options.address + "\" is not a numeric address");
     service.reset(g_socket_service_new());
+    g_socket_listener_set_backlog(G_SOCKET_LISTENER(service.get()), SOMAXCONN);
     GSocketAddress* bound = nullptr;
     GError* error = nullptr;
     if (!g_socket_listener_add_address(G_SOCKET_LISTENER(service.get()), wanted.get(), G_SOCKET_TYPE_STREAM,
