@@ -1,12 +1,25 @@
-// `decoder-panel`: the decoder's page in a browser.
-#include "appliance/panel/web/server.h"
+// `decoder-panel`: the decoder's page for browsers. Its options are in panel_options.h.
+#include "appliance/operating/refused.h"
+#include "appliance/panel/access/accounts.h"
+#include "appliance/panel/access/certificate.h"
+#include "appliance/panel/access/one_time_link.h"
+#include "appliance/panel/access/panel_files.h"
+#include "appliance/panel/access/running_panel.h"
+#include "appliance/panel/api/api.h"
+#include "appliance/panel/page/basic_page.h"
+#include "appliance/panel/panel_options.h"
 #include "appliance/panel/web/static_files.h"
 #include "appliance/panel/web/worker.h"
+#include "appliance/serving/service_manager.h"
 
+#include <libcommon/log.h>
+
+#include <array>
 #include <csignal>
 #include <cstdio>
 #include <exception>
 #include <glib-unix.h>
+#include <unistd.h>
 
 namespace {
 
@@ -15,42 +28,94 @@ gboolean endLoop(gpointer loop) {
     return G_SOURCE_CONTINUE;
 }
 
-} // namespace
+void runUntilSignal() {
+    GMainLoop* loop = g_main_loop_new(nullptr, FALSE);
+    const std::array<guint, 2> sources{g_unix_signal_add(SIGINT, endLoop, loop),
+                                       g_unix_signal_add(SIGTERM, endLoop, loop)};
+    g_main_loop_run(loop);
+    for (const guint source : sources)
+        g_source_remove(source);
+    g_main_loop_unref(loop);
+}
 
-int main() {
-    std::signal(SIGPIPE, SIG_IGN);
+// Who can reach another address than this machine's own has to log in with a password.
+void requireAccount(const panel::PanelSettings& settings) {
+    if (!panel::isLoopback(settings.server.address) && panel::readAccounts().empty())
+        throw Refused("the panel does not listen on " + settings.server.address +
+                      " without an account; make one with decoderctl panel-password, or set Panel.Address to "
+                      "127.0.0.1");
+}
+
+std::vector<std::string> certificateNames(const panel::ServerOptions& options) {
+    std::vector<std::string> names = options.hosts;
+    names.emplace_back("localhost");
+    names.push_back(options.address);
+    std::array<char, 256> host{};
+    if (gethostname(host.data(), host.size() - 1) == 0 && host[0] != '\0')
+        names.emplace_back(host.data());
+    return names;
+}
+
+void prepareTls(const panel::PanelSettings& settings) {
+    if (settings.tls == panel::Tls::Own)
+        panel::makeOwnCertificate(settings.server.certificate, settings.server.key,
+                                  certificateNames(settings.server));
+    if (settings.tls == panel::Tls::No && !panel::isLoopback(settings.server.address))
+        logmsg(6, "The panel does not encrypt: Panel.TLS is \"no\"");
+}
+
+void printStart(const panel::Server& server, const panel::PanelSettings& settings, bool link) {
+    if (server.isSecure())
+        std::printf("fingerprint=%s\n", panel::certificateFingerprint(settings.server.certificate).c_str());
+    if (link)
+        std::printf("link=%s\n", panel::makeOneTimeLink().c_str());
+    std::printf("port=%d\n", server.port());
+    std::fflush(stdout);
+}
+
+void run(const panel::PanelOptions& options) {
+    const panel::PanelSettings settings = panel::readPanelSettings(options);
+    requireAccount(settings);
+    prepareTls(settings);
     panel::Router router;
     panel::EventStreams streams;
+    panel::Access access(settings.access,
+                         [&streams](std::string_view session) { streams.endSession(session); });
+    access.addRoutes(router);
     panel::addStaticFiles(router, panel::pageFiles());
-    router.add("GET", "/api/v1/session", panel::Role::None,
-               [](const panel::Request& request, const panel::Answer& answer) {
-                   answer(panel::jsonResponse(R"({"user":"","role":")" +
-                                              std::string(panel::roleName(request.role)) +
-                                              R"(","expires":null})"));
-               });
     panel::RouteRules events;
     events.least = panel::Role::Viewer;
     events.eventStream = true;
     router.add("GET", "/api/v1/events", events, nullptr);
-    panel::ServerOptions options;
-    options.port = 0;
-    panel::Server server(options, router, streams, [](const panel::Credentials&) {
-        panel::Visitor visitor;
-        visitor.role = panel::Role::Admin;
-        return visitor;
+    const panel::Api api(router, streams);
+    panel::addBasicPage(router);
+    panel::Server server(settings.server, router, streams, [&access](const panel::Credentials& credentials) {
+        return access.identify(credentials);
     });
+    const panel::RunningPanel running;
+    server.start();
+    access.setPlace(server.port(), server.isSecure());
+    running.tellAddress(settings.server.address, server.port(), server.isSecure());
+    printStart(server, settings, options.link);
+    tellServiceManager("READY=1");
+    runUntilSignal();
+    tellServiceManager("STOPPING=1");
+}
+
+} // namespace
+
+int main(int argc, char** argv) {
+    const panel::PanelCommandLine commandLine = panel::parsePanelCommandLine(argc, argv);
+    if (!commandLine.options) {
+        std::fputs(commandLine.message.c_str(), commandLine.exitStatus == 0 ? stdout : stderr);
+        return commandLine.exitStatus;
+    }
+    std::signal(SIGPIPE, SIG_IGN);
     try {
-        server.start();
+        run(*commandLine.options);
     } catch (const std::exception& error) {
         std::fprintf(stderr, "decoder-panel: %s\n", error.what());
         return 1;
     }
-    std::printf("port=%d\n", server.port());
-    std::fflush(stdout);
-    GMainLoop* loop = g_main_loop_new(nullptr, FALSE);
-    g_unix_signal_add(SIGINT, endLoop, loop);
-    g_unix_signal_add(SIGTERM, endLoop, loop);
-    g_main_loop_run(loop);
-    g_main_loop_unref(loop);
     return 0;
 }

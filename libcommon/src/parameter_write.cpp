@@ -210,6 +210,13 @@ bool rewrite(int fileId, const std::string& what, const EditText& edit) {
     return outcome == Outcome::done;
 }
 
+// Whether a write would change nothing. Needs no lock: other programs' changes come before or after this look. A file
+// that can't be read is left to the write, which tells why.
+bool isPresent(int fileId, std::string_view name, std::string_view value) {
+    return !value.empty() && access(parameterFilePath(fileId).c_str(), R_OK) == 0 &&
+           currentParameters(fileId)->value(name) == value;
+}
+
 } // namespace
 
 bool writeParameter(int fileId, std::string_view name, std::string_view value) {
@@ -223,6 +230,8 @@ bool writeParameter(int fileId, std::string_view name, std::string_view value) {
                parameterFilePath(fileId).c_str(), reason);
         return false;
     }
+    if (isPresent(fileId, name, value))
+        return true;
     return rewrite(fileId, '"' + std::string(name.substr(0, 200)) + '"',
                    [&](const std::string& present) -> std::optional<std::string> {
                        std::string text = withParameter(present, name, value);

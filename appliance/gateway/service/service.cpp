@@ -1,6 +1,6 @@
 #include "appliance/gateway/service/service.h"
 
-#include "appliance/gateway/service/service_manager.h"
+#include "appliance/serving/service_manager.h"
 
 #include <libcommon/clock.h>
 #include <libcommon/log.h>

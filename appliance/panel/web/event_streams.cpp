@@ -88,8 +88,10 @@ void EventStreams::remove(const EventListener* listener) {
 
 void EventStreams::endSession(std::string_view session) {
     for (const auto& listener : std::vector(state_->listeners)) {
-        if (!session.empty() && listener->info().session == session)
-            listener->end();
+        if (session.empty() || listener->info().session != session)
+            continue;
+        listener->send("session", R"({"user":"","role":"none","expires":null})");
+        listener->end();
     }
 }
 

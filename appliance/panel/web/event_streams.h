@@ -58,9 +58,10 @@ public:
     std::size_t count() const;
     const StreamLimits& limits() const;
 
-    // For the server: takes a listener, after its answer's header was written. Ends those of a session.
+    // For the server: takes a listener, drops one.
     void add(std::shared_ptr<EventListener> listener);
     void remove(const EventListener* listener);
+    // Tells the listeners of a session that it is over, and ends them.
     void endSession(std::string_view session);
     void endAll();
 

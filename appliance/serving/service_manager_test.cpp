@@ -1,4 +1,4 @@
-#include "appliance/gateway/service/service_manager.h"
+#include "appliance/serving/service_manager.h"
 
 #include <array>
 #include <cstdlib>
@@ -8,7 +8,6 @@
 #include <sys/un.h>
 #include <unistd.h>
 
-namespace gateway {
 namespace {
 
 class ServiceManager : public testing::Test {
@@ -63,4 +62,3 @@ TEST_F(ServiceManager, MayBeMissing) {
 }
 
 } // namespace
-} // namespace gateway

@@ -6,10 +6,6 @@
 
 #include <string>
 
-namespace gateway {
-
 // Sends a state such as "READY=1" to the socket that the environment variable NOTIFY_SOCKET names. Nothing happens
 // without the variable. False, with a log line, when it can't be sent.
 bool tellServiceManager(const std::string& state);
-
-} // namespace gateway

@@ -1,4 +1,4 @@
-#include "appliance/gateway/service/service_manager.h"
+#include "appliance/serving/service_manager.h"
 
 #include <libcommon/log.h>
 
@@ -11,7 +11,6 @@
 #include <sys/un.h>
 #include <unistd.h>
 
-namespace gateway {
 namespace {
 
 // A path, or an abstract name that begins with @. Returns the address's length; 0: the name can't be one.
@@ -52,5 +51,3 @@ bool tellServiceManager(const std::string& state) {
            std::strerror(errno));
     return false;
 }
-
-} // namespace gateway

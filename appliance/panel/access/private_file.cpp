@@ -1,0 +1,113 @@
+#include "appliance/panel/access/private_file.h"
+
+#include "appliance/panel/access/secrets.h"
+
+#include <array>
+#include <cerrno>
+#include <cstdio>
+#include <fcntl.h>
+#include <stdexcept>
+#include <sys/stat.h>
+#include <system_error>
+#include <unistd.h>
+
+namespace panel {
+namespace {
+
+constexpr std::size_t largest = 1024 * 1024;
+
+class Descriptor {
+public:
+    explicit Descriptor(int number) : number_(number) {}
+    ~Descriptor() {
+        if (number_ >= 0)
+            close(number_);
+    }
+    Descriptor(const Descriptor&) = delete;
+    Descriptor& operator=(const Descriptor&) = delete;
+    int get() const { return number_; }
+
+private:
+    int number_;
+};
+
+[[noreturn]] void fail(const std::string& path) {
+    throw std::system_error(errno, std::generic_category(), path);
+}
+
+std::string folderOf(const std::string& path) {
+    return path.substr(0, path.rfind('/'));
+}
+
+// What root makes here has to be the decoder's.
+void giveToFolderOwner(const std::string& path, const Descriptor& file) {
+    struct stat folder {};
+    if (geteuid() != 0)
+        return;
+    if (stat(folderOf(path).c_str(), &folder) != 0 || fchown(file.get(), folder.st_uid, folder.st_gid) != 0)
+        fail(path);
+}
+
+void writeAll(const std::string& path, const Descriptor& file, const std::string& text) {
+    std::size_t written = 0;
+    while (written < text.size()) {
+        const ssize_t count = write(file.get(), text.data() + written, text.size() - written);
+        if (count < 0)
+            fail(path);
+        written += static_cast<std::size_t>(count);
+    }
+}
+
+} // namespace
+
+void writePrivateFile(const std::string& path, const std::string& text) {
+    const std::string unfinished = path + '.' + randomSecret().substr(0, 16);
+    const Descriptor file(
+        open(unfinished.c_str(), O_WRONLY | O_CREAT | O_EXCL | O_CLOEXEC | O_NOFOLLOW, 0600));
+    if (file.get() < 0)
+        fail(path);
+    try {
+        giveToFolderOwner(path, file);
+        writeAll(path, file, text);
+        if (fsync(file.get()) != 0 || rename(unfinished.c_str(), path.c_str()) != 0)
+            fail(path);
+    } catch (...) {
+        unlink(unfinished.c_str());
+        throw;
+    }
+}
+
+std::string readPrivateFile(const std::string& path) {
+    const Descriptor file(open(path.c_str(), O_RDONLY | O_CLOEXEC | O_NOFOLLOW | O_NONBLOCK));
+    if (file.get() < 0 && errno == ENOENT)
+        return {};
+    struct stat status {};
+    if (file.get() < 0 || fstat(file.get(), &status) != 0)
+        fail(path);
+    if (!S_ISREG(status.st_mode) || (status.st_mode & 077) != 0)
+        throw std::runtime_error(path +
+                                 " is not used, because other users may read it; its mode has to be 0600");
+    std::string text;
+    std::array<char, 4096> part{};
+    ssize_t count = 0;
+    while ((count = read(file.get(), part.data(), part.size())) > 0 && text.size() <= largest)
+        text.append(part.data(), static_cast<std::size_t>(count));
+    if (count < 0)
+        fail(path);
+    if (text.size() > largest)
+        throw std::runtime_error(path + " is too large");
+    return text;
+}
+
+void makePrivateFolder(const std::string& path) {
+    if (mkdir(path.c_str(), 0700) != 0 && errno != EEXIST)
+        fail(path);
+    const Descriptor folder(open(path.c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC | O_NOFOLLOW));
+    if (folder.get() < 0)
+        fail(path);
+    giveToFolderOwner(path, folder);
+    if (fchmod(folder.get(), 0700) != 0)
+        fail(path);
+}
+
+} // namespace panel
