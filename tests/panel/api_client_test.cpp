@@ -2,6 +2,7 @@
 #include "tests/appliance/appliance.h"
 
 #include <gmock/gmock.h>
+#include <sys/stat.h>
 
 namespace {
 
@@ -22,8 +23,9 @@ protected:
                            {"ManualEnabled", "yes"}});
         decoder.start();
         EXPECT_TRUE(decoder.showsMoving(0));
+        writeTokens();
         host = std::make_unique<Process>(
-            std::vector<std::string>{PANEL_API_HOST},
+            std::vector<std::string>{PANEL_PROGRAM, "--port", "0"},
             std::map<std::string, std::string>{{"APPLIANCE_ROOT", decoder.root()},
                                                {"LIBCOMMON_LOG", decoder.logFile()}},
             output);
@@ -31,14 +33,28 @@ protected:
     }
     ~PanelApi() override { unlink(output.c_str()); }
 
-    std::string port() const { return readFile(output).substr(5); }
+    // A token is the name of its role; the file has its SHA-256.
+    void writeTokens() const {
+        const std::string file = decoder.root() + "/etc/decoder/panel.tokens";
+        writeFile(file,
+                  "viewer viewer 0 d35ca5051b82ffc326a3b0b6574a9a3161dee16b9478a199ee39cd803ce5b799\n"
+                  "operator operator 0 06e55b633481f7bb072957eabcf110c972e86691c3cfedabe088024bffe42f23\n"
+                  "admin admin 0 8c6976e5b5410415bde908bd4dee15dfb167a9c873fc4bb8a81f6f2ab448a918\n"
+                  "alarm alarm 0 5e94ec139442cfe98f5cdb0ffbb6dd081de42949b11f8950a122c5d797598329\n"
+                  "metrics metrics 0 177a7ea3611fe6b138557deaf44941614b66c0ece1766308044c8b65c8ba2123\n");
+        chmod(file.c_str(), 0600);
+    }
+
+    std::string port() const {
+        const std::string text = readFile(output);
+        const std::size_t begin = text.find("port=") + 5;
+        return text.substr(begin, text.find('\n', begin) - begin);
+    }
 
     // Runs the client's part of that name; its exit status 77 means that Python lacks a package.
     void run(const std::string& part, Seconds limit = Seconds(200)) {
-        std::string number = port();
-        number.erase(number.find('\n'));
         const Finished done = runToEnd(
-            {"/usr/bin/python3", HOUSE_ROOT "/tests/panel/api_client.py", part, number, decoder.root()}, {},
+            {"/usr/bin/python3", HOUSE_ROOT "/tests/panel/api_client.py", part, port(), decoder.root()}, {},
             limit);
         if (done.status == 77)
             GTEST_SKIP() << done.errors;

@@ -45,8 +45,8 @@ Chosen chosenSource(Room& room, const Body& body) {
 void select(Room& room, const Request& request, const Answer& answer) {
     const Chosen source = chosenSource(room, Body(request, {"source"}));
     room.observer->selected(source.index);
-    answerFrom(room.commands, answer,
-               [source] { return messageResponse(selectSource(source.index, source.name)); });
+    answerCommand(room, room.commands, answer,
+                  [source] { return messageResponse(selectSource(source.index, source.name)); });
 }
 
 // Shows the source with the text, in whatever mode the decoder is.
@@ -58,8 +58,8 @@ Response alarmResponse(const Chosen& source, const std::string& text) {
 void alarm(Room& room, const Request& request, const Answer& answer) {
     const Body body(request, {"source", "text"});
     const Chosen source = chosenSource(room, body);
-    answerFrom(room.commands, answer,
-               [source, text = body.text("text", "")] { return alarmResponse(source, text); });
+    answerCommand(room, room.commands, answer,
+                  [source, text = body.text("text", "")] { return alarmResponse(source, text); });
 }
 
 // A value of the hook: of the query, of a form, or of a JSON object. Devices send bodies of many types with their requests;
@@ -87,53 +87,57 @@ void alarmHook(Room& room, const Request& request, const Answer& answer) {
     const Chosen source = chosenSource(room, wanted);
     logmsg(6, "Alarm for %s from \"%s\".", libcommon::printable(source.name).c_str(),
            libcommon::printable(request.account).c_str());
-    answerFrom(room.commands, answer, [source, text] { return alarmResponse(source, text); });
+    answerCommand(room, room.commands, answer, [source, text] { return alarmResponse(source, text); });
 }
 
 using Command = std::function<std::string()>;
 
 // A command without arguments.
-void addPlain(Routes& routes, Worker& worker, const std::string& name, const Command& command) {
+void addPlain(Routes& routes, Room& room, Worker& worker, const std::string& name, const Command& command) {
     routes.add("POST", "/api/v1/" + name, Role::Operator,
-               [&worker, command](const Request& request, const Answer& answer) {
+               [&room, &worker, command](const Request& request, const Answer& answer) {
                    const Body nothing(request, {});
-                   answerFrom(worker, answer, [command] { return messageResponse(command()); });
+                   answerCommand(room, worker, answer, [command] { return messageResponse(command()); });
                });
 }
 
 // A command whose body says more; `prepare` reads it.
-void addPrepared(Routes& routes, Worker& worker, const std::string& name,
+void addPrepared(Routes& routes, Room& room, Worker& worker, const std::string& name,
                  const std::function<Command(const Request&)>& prepare) {
     routes.add("POST", "/api/v1/" + name, Role::Operator,
-               [&worker, prepare](const Request& request, const Answer& answer) {
-                   answerFrom(worker, answer,
-                              [command = prepare(request)] { return messageResponse(command()); });
+               [&room, &worker, prepare](const Request& request, const Answer& answer) {
+                   answerCommand(room, worker, answer,
+                                 [command = prepare(request)] { return messageResponse(command()); });
                });
 }
 
 void addPlainCommands(Routes& routes, Room& room) {
-    addPlain(routes, room.commands, "lock", lockDecoder);
-    addPlain(routes, room.commands, "reconnect", endLock);
-    addPlain(routes, room.commands, "flush", flushDetections);
-    addPlain(routes, room.longCommands, "connect", [] { return setConnected(true); });
-    addPlain(routes, room.longCommands, "disconnect", [] { return setConnected(false); });
-    addPlain(routes, room.longCommands, "apply", applyConfiguration);
+    addPlain(routes, room, room.commands, "lock", lockDecoder);
+    addPlain(routes, room, room.commands, "reconnect", endLock);
+    addPlain(routes, room, room.commands, "flush", flushDetections);
+    addPlain(routes, room, room.longCommands, "connect", [] { return setConnected(true); });
+    addPlain(routes, room, room.longCommands, "disconnect", [] { return setConnected(false); });
+    addPlain(routes, room, room.longCommands, "apply", applyConfiguration);
 }
 
 void addPreparedCommands(Routes& routes, Room& room) {
-    addPrepared(routes, room.commands, "button", [](const Request& request) -> Command {
+    addPrepared(routes, room, room.commands, "button", [](const Request& request) -> Command {
         return [hold = Body(request, {"hold"}).flag("hold", false)] { return pressButton(hold); };
     });
-    addPrepared(routes, room.commands, "volume", [](const Request& request) -> Command {
+    addPrepared(routes, room, room.commands, "volume", [](const Request& request) -> Command {
         const auto percent = static_cast<int>(Body(request, {"percent"}).number("percent", 0, 100));
         return [percent] { return setSoundVolume(percent); };
     });
-    addPrepared(routes, room.commands, "mute", [](const Request& request) -> Command {
+    addPrepared(routes, room, room.commands, "mute", [](const Request& request) -> Command {
         return [muted = Body(request, {"muted"}).flag("muted")] { return muteSound(muted); };
     });
 }
 
 } // namespace
+
+void answerCommand(Room& room, Worker& worker, const Answer& answer, std::function<Response()> command) {
+    answerFrom(worker, answer, std::move(command), [&room] { room.observer->look(); });
+}
 
 void addControlRoutes(Routes& routes, Room& room) {
     routes.add("POST", "/api/v1/select", Role::Operator,

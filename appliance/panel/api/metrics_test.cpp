@@ -89,7 +89,8 @@ TEST_F(MetricsTest, AnotherProgramReadsThem) {
     ASSERT_GE(file, 0);
     close(file);
     std::ofstream(path) << text();
-    const std::string command = std::string("/usr/bin/python3 ") + HOUSE_ROOT + "/tests/panel/read_metrics.py " + path;
+    const std::string command =
+        std::string("/usr/bin/python3 ") + HOUSE_ROOT + "/tests/panel/read_metrics.py " + path;
     const int result = std::system(command.c_str()); // NOLINT(cert-env33-c): a fixed command
     unlink(path);
     if (WIFEXITED(result) && WEXITSTATUS(result) == 77)

@@ -118,13 +118,13 @@ void write(Room& room, const Request& request, const Answer& answer) {
     if (!body.value("value").is_string())
         throw RequestRefused(400, "\"value\" has to be a text");
     const std::vector<ParameterValue> values = valuesOf({{name, body.value("value")}});
-    answerFrom(room.commands, answer, [values] { return writeChecked(values, false); });
+    answerCommand(room, room.commands, answer, [values] { return writeChecked(values, false); });
 }
 
 void clear(Room& room, const Request& request, const Answer& answer) {
     const Body nothing(request, {});
     const std::vector<ParameterValue> values{{namedParameter(request), std::nullopt}};
-    answerFrom(room.commands, answer, [values] { return writeChecked(values, false); });
+    answerCommand(room, room.commands, answer, [values] { return writeChecked(values, false); });
 }
 
 void writeSeveral(Room& room, const Request& request, const Answer& answer) {
@@ -132,15 +132,16 @@ void writeSeveral(Room& room, const Request& request, const Answer& answer) {
     const json& object = body.value("values");
     if (!object.is_object() || object.empty())
         throw RequestRefused(400, "\"values\" has to be an object with names and values");
-    answerFrom(room.commands, answer, [values = valuesOf(object), check = body.flag("check", false)] {
-        return writeChecked(values, check);
-    });
+    answerCommand(room, room.commands, answer,
+                  [values = valuesOf(object), check = body.flag("check", false)] {
+                      return writeChecked(values, check);
+                  });
 }
 
 void check(Room& room, const Request& request, const Answer& answer) {
     if (request.type != "text/plain")
         throw RequestRefused(415, "the body has to be the text of a configuration, with the type text/plain");
-    answerFrom(room.commands, answer, [text = request.body] {
+    answerCommand(room, room.commands, answer, [text = request.body] {
         json found = findingsJson("configuration", findMistakes(text));
         hideSecrets(found);
         return objectResponse(found);

@@ -9,6 +9,7 @@
 #include "appliance/panel/web/event_streams.h"
 #include "appliance/panel/web/worker.h"
 
+#include <functional>
 #include <memory>
 #include <string>
 
@@ -31,6 +32,10 @@ struct Room {
 
 // The source that the request's part {source} names, by its number.
 const SourceReport& askedSource(const Room& room, const Request& request);
+
+// Runs a command on one of the room's workers and answers with what it returns. A question right after the answer is about
+// the decoder after the command.
+void answerCommand(Room& room, Worker& worker, const Answer& answer, std::function<Response()> command);
 
 // Each adds its routes.
 void addStateRoutes(Routes& routes, Room& room);

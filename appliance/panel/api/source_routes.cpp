@@ -43,7 +43,7 @@ void add(Room& room, const Request& request, const Answer& answer) {
     const std::string name = body.text("name");
     const CameraAccess access = cameraOf(body);
     const AddOptions options{.unchecked = body.flag("unchecked", false), .apply = body.flag("apply", true)};
-    answerFrom(room.longCommands, answer, [name, access, options] {
+    answerCommand(room, room.longCommands, answer, [name, access, options] {
         const std::string sentence = addSource(name, access, options);
         Response response = messageResponse(sentence, 201);
         json object = json::parse(response.body);
@@ -55,7 +55,7 @@ void add(Room& room, const Request& request, const Answer& answer) {
 void test(Room& room, const Request& request, const Answer& answer) {
     const Body body(request, {"url", "user", "password"});
     const CameraAccess access = cameraOf(body);
-    answerFrom(room.longCommands, answer, [access] {
+    answerCommand(room, room.longCommands, answer, [access] {
         return objectResponse(
             {{"video", probeCamera(access.url, access.user, access.password, true)["Video"]}});
     });
@@ -81,7 +81,7 @@ void order(Room& room, const Request& request, const Answer& answer) {
     const Body body(request, {"order", "apply"});
     room.observer->refresh();
     const std::vector<int> indices = orderOf(body, room.observer->sources().size());
-    answerFrom(room.longCommands, answer, [indices, apply = body.flag("apply", true)] {
+    answerCommand(room, room.longCommands, answer, [indices, apply = body.flag("apply", true)] {
         return messageResponse(orderSources(indices, apply));
     });
 }
@@ -90,14 +90,15 @@ void change(Room& room, const Request& request, const Answer& answer) {
     const Body body(request);
     room.observer->refresh();
     SourceChange change = readSourceChange(body, askedSource(room, request));
-    answerFrom(room.longCommands, answer, [change = std::move(change)] { return changeSource(change); });
+    answerCommand(room, room.longCommands, answer,
+                  [change = std::move(change)] { return changeSource(change); });
 }
 
 void remove(Room& room, const Request& request, const Answer& answer) {
     const Body nothing(request, {});
     room.observer->refresh();
     const SourceReport& source = askedSource(room, request);
-    answerFrom(room.longCommands, answer, [index = source.index, name = source.name] {
+    answerCommand(room, room.longCommands, answer, [index = source.index, name = source.name] {
         return messageResponse(removeSource(index, name, true));
     });
 }
