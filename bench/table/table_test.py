@@ -189,7 +189,7 @@ class Program(unittest.TestCase):
         self.assertEqual(again.returncode, 0, again.stdout + again.stderr)
         runs = self.runs.read_text().splitlines()
         self.assertEqual([run.split()[0] for run in runs], ["event_bench", "supervisor_bench", "supervisor_bench"])
-        self.assertRegex(again.stdout, r"event path +13\.0 µs +System V hop 10\.0 +1\.30 : 1 .* met")
+        self.assertRegex(again.stdout, r"event path +13\.0 µs +System V hop with a log line 10\.0 +1\.30 : 1 .* met")
         self.assertIn("selective take of 256", again.stdout)
         self.assertIn("not measured", again.stdout)
 
