@@ -60,7 +60,7 @@ const codecs = { JPEG: "Motion JPEG", H264: "H.264", H265: "H.265" };
 export function kindWords(source) {
   const known = source.status || {};
   const kind = codecs[known.Codec] || known.Codec || kinds[source.kind] || source.kind || "";
-  return [kind, known.Resolution].filter((word) => word).join(", ") || "not looked at yet";
+  return [kind, known.Resolution].filter((word) => word).join(", ") || (errorOf(source) ? "" : "not looked at yet");
 }
 
 // The last error of a source in words; "" for none. `error` is {code, text} or a text.
