@@ -70,9 +70,11 @@ def select_changes(stage, pages):
         page.until_mark(mark)
         page.until_text("#shown-name", name)
         check(page.card(name).get_attribute("aria-current") == "true", f"the card of {name} is not marked")
+    times = select_times(page)
+    page.select("Yard")
     loaded = "return [...document.querySelectorAll('.still img')].filter((still) => still.offsetWidth && still.naturalWidth).length"
     page.until(lambda: page.script(loaded) == 2, "there are no stills of the sources that were shown")
-    return [f"from select to the new picture in the page: {select_times(page)}"]
+    return [f"from select to the new picture in the page: {times}"]
 
 
 # Runs in the page: each picture's mark is read when it has been decoded, and so just before the page shows it.
