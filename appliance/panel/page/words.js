@@ -1,7 +1,5 @@
 // What the decoder reports, in words for people.
 
-import { mayAct } from "./store.js";
-
 export function clock(time) {
   return new Date(time).toLocaleTimeString([], { hour: "2-digit", minute: "2-digit", second: "2-digit", hourCycle: "h23" });
 }
@@ -94,4 +92,10 @@ export function changeWords(change) {
 }
 
 export const accountWords = (session) => `${session.user || "local"} (${session.role})`;
-export const canSelect = () => mayAct("operator");
+
+// "Screen.ShowName" -> "Show name", "SubURL" -> "Sub URL"
+export function labelOf(name) {
+  const words = name.slice(name.indexOf(".") + 1).replace(/([a-z])([A-Z])/g, "$1 $2").split(/[ .]/);
+  const text = words.map((word) => (/^[A-Z]{2,}$/.test(word) ? word : word.toLowerCase())).join(" ");
+  return text.charAt(0).toUpperCase() + text.slice(1);
+}

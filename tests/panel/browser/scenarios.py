@@ -436,7 +436,7 @@ def change_time(page, stage):
     page.details("Gate")
     page.all("dialog summary")[1].click()
     page.until(lambda: page.shown("dialog .parameter"), "the source has no settings")
-    row = next(row for row in page.all("dialog .parameter") if row.text.startswith("DisplayTime"))
+    row = next(row for row in page.all("dialog .parameter") if row.text.startswith("Display time"))
     control = row.find_element(By.TAG_NAME, "input")
     control.clear()
     control.send_keys("never")
