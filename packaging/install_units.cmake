@@ -16,6 +16,7 @@ endfunction()
 
 install_unit(skelmor.service.in systemd/system/skelmor.service)
 install_unit(decoder-address.service.in systemd/system/decoder-address.service)
+install_unit(decoder-mqtt.service.in systemd/system/decoder-mqtt.service)
 install_unit(camera-gateway.service.in systemd/system/camera-gateway.service)
 install_unit(decoder-panel.service.in systemd/system/decoder-panel.service)
 install_unit(decoder-monitor.service.in systemd/user/decoder-monitor.service)

@@ -3,6 +3,8 @@
 
 #include "appliance/ctl/discover_request.h"
 
+#include "appliance/mqtt/fleet/fleet_request.h"
+
 #include <iosfwd>
 #include <string>
 #include <variant>
@@ -47,6 +49,7 @@ struct Request {
     Command command = Command::Status;
     bool json = false;
     std::string root;                 // --root, "" when it is not given
+    mqtt::FleetRequest fleet;         // --fleet: its broker is "" when it is not given
     std::string source;               // source, explain, select, alarm, remove, rename: as typed
     std::vector<std::string> sources; // order: as typed
     std::string url;                  // add

@@ -5,6 +5,7 @@
 #include "appliance/commands/source_commands.h"
 #include "appliance/ctl/ctl_command_line.h"
 #include "appliance/ctl/discover_command.h"
+#include "appliance/ctl/fleet_command.h"
 #include "appliance/ctl/panel_commands.h"
 #include "appliance/ctl/password_prompt.h"
 #include "appliance/ctl/snapshot.h"
@@ -254,6 +255,9 @@ void runCommand(const Request& request) {
 
 // Returns the exit status.
 int run(const Request& request) {
+    if (!request.fleet.broker.empty()) {
+        becomeFleet(request);
+    }
     if (request.command == Command::Check) {
         return checkParameters(request);
     }

@@ -68,6 +68,8 @@ std::string setPanelPassword(const Request& request) {
     if (!panel::isAccountName(account.name))
         throw Refused("a name has 1 to 32 letters, digits or -_.@");
     account.role = panel::roleOf(request.role.empty() ? "admin" : request.role);
+    if (account.role == panel::Role::None)
+        throw Refused("an account has the role viewer, operator or admin");
     account.hash = panel::passwordHash(newPassword());
     panel::writeAccount(account);
     return "The account " + account.name + " has the role " + std::string(panel::roleName(account.role)) +
