@@ -40,8 +40,11 @@ void tellSamples(const std::string& kind, const bench::Cost& cost, const Options
                  bench::Way way) {
     const std::string delay = way == bench::Way::Direct ? "0" : "20";
     const auto tell = [&](const std::string& side, double value) {
+        const std::string name = "detect-" + delay + ":" + kind;
         if (options.samples && value >= 0)
-            bench::tellSample("detect-" + delay + ":" + kind, side, value);
+            bench::tellSample(name, side, value);
+        else if (options.samples)
+            bench::tellMissing(name, side, "it finds no stream");
     };
     tell("ours", cost.total);
     tell("ffprobe", cost.ffprobe.asking);

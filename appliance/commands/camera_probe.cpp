@@ -34,14 +34,16 @@ struct Pipe {
     }
 };
 
-// The gateway's program is in the same prefix as this one.
+// The gateway's program is beside this one, or in the same prefix: some programs are in a folder of their own.
 std::string gatewayProgram() {
     char path[PATH_MAX];
     const ssize_t length = readlink("/proc/self/exe", path, sizeof path - 1);
     if (length < 0)
         throw Refused(std::string("/proc/self/exe can't be read: ") + std::strerror(errno));
     const std::string own(path, static_cast<std::size_t>(length));
-    return own.substr(0, own.rfind('/') + 1) + GATEWAY_FROM_HERE + "/camera-gateway";
+    const std::string folder = own.substr(0, own.rfind('/') + 1);
+    const std::string beside = folder + "camera-gateway";
+    return access(beside.c_str(), X_OK) == 0 ? beside : folder + GATEWAY_FROM_HERE + "/camera-gateway";
 }
 
 // In the child: nothing that allocates.

@@ -29,6 +29,7 @@ public:
         addParameters();
         addSources();
         addCameras();
+        addPanel();
     }
 
     CLI::App& app() { return app_; }
@@ -218,6 +219,37 @@ private:
             add(Command::Order, "order", "Put sources first, in this order; the others follow as they are");
         ordered->add_option("N", request.sources, sourceHelp)->required()->expected(1, -1);
         addNoApply(ordered);
+    }
+
+    void addPanel() {
+        add(Command::PanelOpen, "panel-open",
+            "Print a link to the panel that logs in once, within ten minutes");
+        CLI::App* password = add(Command::PanelPassword, "panel-password",
+                                 "Make an account of the panel, or give it a new password; the password is "
+                                 "asked for");
+        password->add_option("NAME", request.name, "The account (default: admin)");
+        password->add_option("--role", request.role, "viewer, operator or admin (default: admin)")
+            ->type_name("ROLE");
+        password->add_flag("--remove", request.remove, "Remove the account instead");
+        CLI::App* token = add(Command::PanelToken, "panel-token", "Make a token for a program, and print it");
+        token->add_option("NAME", request.name, "The name of the token")->required();
+        token->add_option("--role", request.role, "viewer, operator, admin, alarm or metrics")
+            ->type_name("ROLE")
+            ->required();
+        token->add_option("--days", request.days, "It expires after that many days (default: never)")
+            ->check(CLI::Range(1, 36500))
+            ->type_name("N");
+        CLI::App* tokens = add(Command::PanelTokens, "panel-tokens",
+                               "The tokens: name, role, until when; not the tokens themselves");
+        tokens
+            ->add_option_function<std::string>(
+                "--remove",
+                [this](const std::string& name) {
+                    request.remove = true;
+                    request.name = name;
+                },
+                "Remove the token of this name")
+            ->type_name("NAME");
     }
 
     CLI::App app_;

@@ -39,6 +39,10 @@ enum class Command {
     Remove,
     Rename,
     Order,
+    PanelOpen,
+    PanelPassword,
+    PanelToken,
+    PanelTokens,
 };
 
 struct Request {
@@ -67,6 +71,9 @@ struct Request {
     int volume = 0;                   // volume: percent
     double seconds = 0;               // watch; 0: until it is interrupted
     double wait = 15;                 // connect, disconnect: the longest wait in seconds
+    std::string role;                 // panel-password, panel-token
+    bool remove = false;              // panel-password, panel-tokens: remove `name`
+    int days = 0;                     // panel-token: until it expires; 0: never
     DiscoverRequest discover;
 };
 

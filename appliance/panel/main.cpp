@@ -5,6 +5,8 @@
 #include "appliance/panel/access/one_time_link.h"
 #include "appliance/panel/access/panel_files.h"
 #include "appliance/panel/access/running_panel.h"
+#include "appliance/panel/api/api.h"
+#include "appliance/panel/page/basic_page.h"
 #include "appliance/panel/panel_options.h"
 #include "appliance/panel/web/static_files.h"
 #include "appliance/panel/web/worker.h"
@@ -85,6 +87,8 @@ void run(const panel::PanelOptions& options) {
     events.least = panel::Role::Viewer;
     events.eventStream = true;
     router.add("GET", "/api/v1/events", events, nullptr);
+    const panel::Api api(router, streams);
+    panel::addBasicPage(router);
     panel::Server server(settings.server, router, streams, [&access](const panel::Credentials& credentials) {
         return access.identify(credentials);
     });

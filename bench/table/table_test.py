@@ -174,7 +174,7 @@ class Program(unittest.TestCase):
         return subprocess.run(self.command(*more), capture_output=True, text=True, timeout=60, check=False)
 
     def test_an_interrupted_run_goes_on_where_it_was(self):
-        self.program("event_bench", "echo 'sample path ours 13'; echo 'sample path bare 10'")
+        self.program("event_bench", "echo 'sample path ours 13'; echo 'sample path bare 10'; echo 'sample path silent 10'")
         self.program("supervisor_bench", "exec sleep 30")
         with subprocess.Popen(self.command("--only", "^(events|launch)$"), stdout=subprocess.PIPE,
                               stderr=subprocess.STDOUT, text=True) as first:

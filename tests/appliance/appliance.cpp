@@ -119,8 +119,8 @@ Appliance::~Appliance() {
 }
 
 Encoder& Appliance::add(std::unique_ptr<Encoder> encoder, const std::string& name, const Keys& keys) {
-    Keys all{{"Address", encoder->address()}};
-    all.insert(keys.begin(), keys.end());
+    Keys all = keys;
+    all.emplace("Address", encoder->address());
     addSource(name, all);
     return *encoders_.emplace_back(std::move(encoder));
 }

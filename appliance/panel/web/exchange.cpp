@@ -70,7 +70,8 @@ void writeAnswer(SoupServerMessage* message, const Response& response) {
     writeHeaders(soup_server_message_get_response_headers(message), response);
     SoupMessageBody* body = soup_server_message_get_response_body(message);
     GBytes* bytes = bytesOf(response);
-    soup_message_body_append_bytes(body, bytes);
+    if (g_bytes_get_size(bytes) > 0)
+        soup_message_body_append_bytes(body, bytes);
     soup_message_body_complete(body);
     g_bytes_unref(bytes);
 }
