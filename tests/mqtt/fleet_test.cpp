@@ -6,6 +6,7 @@
 #include "tests/mqtt/listener.h"
 #include "tests/walk/encoders.h"
 
+#include <algorithm>
 #include <chrono>
 #include <csignal>
 #include <cstdlib>
@@ -46,6 +47,8 @@ public:
         decoder_.addSource("Door", {{"Address", encoders[0]}, {"VideoSourceType", "mjpeg"}});
         decoder_.addSource("Gate", {{"Address", encoders[1]}, {"VideoSourceType", "mjpeg"}});
         decoder_.setManual();
+        decoder_.set("Decoder.AutoConnect", "no");
+        decoder_.set("Decoder.Connected", "no");
         decoder_.set("Mqtt.Broker", broker);
         decoder_.set("Mqtt.Topic", "site/" + name_);
         decoder_.set("Mqtt.Groups", number % 2 == 0 ? "even" : "odd");
@@ -72,6 +75,11 @@ public:
         const std::string log = decoder_.log();
         return log.substr(log.size() - std::min<std::size_t>(log.size(), 4000));
     }
+
+    // A supervisor drops the events of the time before this thread of it runs, also those of its first player. Real
+    // players end then after a minute; these wait for ever.
+    bool takesEvents() const { return decoder_.countInLog("eventHandler() started") > 0; }
+    bool plays() const { return decoder_.state() == "MANUAL_WAIT_FOR_NEW_SELECTION"; }
 
     // What the supervisor itself says.
     bool shows(int source) const {
@@ -113,6 +121,10 @@ protected:
         return number;
     }
 
+    bool all(bool (SmallDecoder::*condition)() const) const {
+        return std::ranges::all_of(decoders, [&](const auto& decoder) { return (*decoder.*condition)(); });
+    }
+
     // Seconds until each decoder shows the source, sorted; only those that do within the limit.
     std::vector<double> timesUntil(int source, Clock::time_point start) const {
         std::vector<double> times;
@@ -152,7 +164,10 @@ protected:
 TEST_F(MqttFleet, OneSelectionReachesAllAndNoneIsLostWithTheBroker) {
     mqtt_test::Listener listener(broker->url());
     ASSERT_TRUE(listener.waitFor([&] { return online(listener) == size; }, limit())) << online(listener);
-    ASSERT_EQ(timesUntil(0, Clock::now()).size(), size);
+    ASSERT_TRUE(appliance::eventually([&] { return all(&SmallDecoder::takesEvents); }, limit()));
+    listener.publish("site/_all/command/connect", "");
+    listener.receive(0);
+    ASSERT_TRUE(appliance::eventually([&] { return all(&SmallDecoder::plays); }, limit()));
 
     for (const auto& [source, name] : {std::pair{1, "Gate"}, std::pair{0, "Door"}, std::pair{1, "Gate"}}) {
         const auto start = Clock::now();
@@ -161,7 +176,7 @@ TEST_F(MqttFleet, OneSelectionReachesAllAndNoneIsLostWithTheBroker) {
         const std::vector<double> times = timesUntil(source, start);
         ASSERT_EQ(times.size(), size);
         std::cout << "select on " << size << " decoders: half after " << times[size / 2] << " s, all after "
-                  << times.back() << " s\n";
+                  << times.back() << " s" << std::endl;
     }
 
     const appliance::Finished select = fleet({"select", "door"});
