@@ -50,6 +50,7 @@ public:
 private:
     enum class Wait { NewHead, Head, Body, Idle, Reply };
 
+    gssize readFarewell(char* buffer, gsize size);
     void followPhase();
     void sendRefusal();
     void waitFor(Wait wait);
@@ -65,6 +66,8 @@ private:
     bool known_ = false;
     bool eventStream_ = false;
     bool endOfInput_ = false;
+    bool inRequest_ = false;       // libsoup has read of a request that is not answered yet
+    std::size_t farewellRead_ = 0; // bytes
 };
 
 // The streams for libsoup; they own the connection.

@@ -7,6 +7,8 @@
 
 #include <array>
 #include <cerrno>
+#include <netinet/in.h>
+#include <netinet/tcp.h>
 #include <stdexcept>
 #include <sys/socket.h>
 #include <system_error>
@@ -138,6 +140,8 @@ void Server::State::accept(GSocketConnection* client) {
     const std::string address = numericAddress(remote.get());
     if (address.empty() || !connections.makeRoom(address))
         return; // the socket closes with its last reference
+    // An answer is written in two parts. The second one must not wait until the client confirms the first.
+    g_socket_set_option(g_socket_connection_get_socket(client), IPPROTO_TCP, TCP_NODELAY, 1, nullptr);
     GObjectPointer<GIOStream> stream = shared(G_IO_STREAM(client));
     if (certificate != nullptr)
         stream.reset(g_tls_server_connection_new(G_IO_STREAM(client), certificate.get(), nullptr));
