@@ -40,12 +40,17 @@ void tellSamples(const std::string& kind, const bench::Cost& cost, const Options
                  bench::Way way) {
     const std::string delay = way == bench::Way::Direct ? "0" : "20";
     const auto tell = [&](const std::string& side, double value) {
+        const std::string name = "detect-" + delay + ":" + kind;
         if (options.samples && value >= 0)
-            bench::tellSample("detect-" + delay + ":" + kind, side, value);
+            bench::tellSample(name, side, value);
+        else if (options.samples)
+            bench::tellMissing(name, side, "it finds no stream");
     };
     tell("ours", cost.total);
-    tell("ffprobe", cost.ffprobe);
-    tell("gst-discoverer", cost.discoverer);
+    tell("ffprobe", cost.ffprobe.asking);
+    tell("ffprobe-told", cost.ffprobe.told);
+    tell("gst-discoverer", cost.discoverer.asking);
+    tell("gst-discoverer-told", cost.discoverer.told);
     if (options.samples && way == bench::Way::Delayed) {
         bench::tellSample("detect-trips:" + kind, "ours", cost.requests());
         bench::tellSample("detect-trips:" + kind, "round-trips",
@@ -71,8 +76,8 @@ void measure(const bench::StreamKind& kind, bench::Way way, const Options& optio
         const bool isPlain = way == bench::Way::Direct;
         (isPlain ? row.plain : row.delayed).add(cost.requests());
         (isPlain ? row.plainWait : row.delayedWait).add(cost.mediaWait);
-        if (cost.ffprobe >= 0)
-            (isPlain ? row.plainFfprobe : row.delayedFfprobe).add(cost.ffprobe);
+        if (cost.ffprobe.told >= 0)
+            (isPlain ? row.plainFfprobe : row.delayedFfprobe).add(cost.ffprobe.told);
     }
 }
 

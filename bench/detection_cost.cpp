@@ -207,42 +207,79 @@ Cost detect(const StreamKind& kind, int timeout) {
     return cost;
 }
 
-double ffprobeTime(const StreamKind& kind) {
-    std::vector<std::string> arguments{"-v", "error", "-show_entries", "stream=codec_name"};
-    arguments.insert(arguments.end(), kind.ffprobe.begin(), kind.ffprobe.end());
+using Arguments = std::vector<std::string>;
+
+bool ffprobeFinds(const Arguments& stream) {
+    Arguments arguments{"-v", "error", "-show_entries", "stream=codec_name"};
+    arguments.insert(arguments.end(), stream.begin(), stream.end());
+    return runTool("ffprobe", arguments).output.find("codec_name") != std::string::npos;
+}
+
+// It gets the URL, the last of ffprobe's arguments. It tries the ways of RTSP by itself.
+bool discovererFinds(const Arguments& stream) {
+    const std::string output = runTool("gst-discoverer-1.0", {"-t", "5", stream.back()}).output;
+    return output.find("video") != std::string::npos &&
+           output.find("Done discovering") != std::string::npos &&
+           output.find("Analyzing URI timed out") == std::string::npos;
+}
+
+// The parameters that a detection asks for, with their answers, on one connection.
+void askForParameters() {
+    Arguments arguments{"--silent", "--max-time", "10"};
+    for (const char* group : {"Properties.API.HTTP.Version", "Brand.ProdFullName", "ImageSource.NbrOfSources",
+                              "Image.Rotation", "Properties.Image.Format"})
+        arguments.push_back(std::string("http://127.0.0.1/vexo-cgi/view/param.cgi?action=list&group=") +
+                            group);
+    runTool("curl", arguments);
+}
+
+template<class Finds>
+Cost::Peer measurePeer(Finds finds, const StreamKind& kind, const std::vector<Arguments>& before) {
     const std::int64_t began = gettimeusec();
-    const appliance::Finished run = runTool("ffprobe", arguments);
-    return run.output.find("codec_name") == std::string::npos ? -1 : milliseconds(gettimeusec() - began);
+    askForParameters();
+    bool early = false;
+    for (const Arguments& stream : before)
+        early = early || finds(stream);
+    const std::int64_t told = gettimeusec();
+    Cost::Peer peer;
+    if (!finds(kind.ffprobe))
+        return peer;
+    peer.told = milliseconds(gettimeusec() - told);
+    if (!early)
+        peer.asking = milliseconds(gettimeusec() - began);
+    return peer;
 }
 
-// It gets the URL, the last of ffprobe's arguments.
-double discovererTime(const StreamKind& kind) {
-    const std::int64_t began = gettimeusec();
-    const appliance::Finished run = runTool("gst-discoverer-1.0", {"-t", "5", kind.ffprobe.back()});
-    const bool found = run.output.find("video") != std::string::npos &&
-                       run.output.find("Done discovering") != std::string::npos &&
-                       run.output.find("Analyzing URI timed out") == std::string::npos;
-    return found ? milliseconds(gettimeusec() - began) : -1;
+// The same, without those that differ only in options, which gst-discoverer does not get.
+std::vector<Arguments> otherAddresses(const StreamKind& kind) {
+    std::vector<Arguments> others;
+    for (const Arguments& stream : kind.before)
+        if (stream.back() != kind.ffprobe.back())
+            others.push_back(stream);
+    return others;
 }
 
-StreamKind http(const std::string& name, int type, std::vector<std::string> ffprobe) {
-    return {name, type, {"--kinds", name}, "", std::move(ffprobe)};
+const Arguments mjpegStream{"-f", "mpjpeg", "http://127.0.0.1/vexo-cgi/mjpg/video.cgi"};
+const Arguments mpeg2Stream{"http://127.0.0.1/vexo-cgi/mpeg2/video.cgi"};
+const Arguments guide{"-protocol_whitelist", "http,tcp,udp,rtp", "http://127.0.0.1/view/sdp/guide.sdp"};
+
+Arguments rtspStream(const std::string& transport, const std::string& port = "") {
+    return {"-rtsp_transport", transport, "rtsp://127.0.0.1" + port + "/mpeg4/1/media.orv"};
 }
 
-StreamKind rtsp(const std::string& name, int type, const std::string& transport,
-                const std::string& port = "") {
-    return {name,
-            type,
-            {"--kinds", name},
-            "",
-            {"-rtsp_transport", transport, "rtsp://127.0.0.1" + port + "/mpeg4/1/media.orv"}};
+// The peers are told whether the encoder has RTSP at all: the decoder reads that from the image formats.
+StreamKind kindOf(const std::string& name, int type, const Arguments& stream,
+                  const std::vector<Arguments>& before) {
+    return {name, type, {"--kinds", name}, "", stream, false, before};
 }
 
 } // namespace
 
 const std::vector<StreamKind>& streamKinds() {
+    const Arguments multicast = rtspStream("udp_multicast");
+    const Arguments unicast = rtspStream("udp");
     static const std::vector<StreamKind> kinds{
-        http("mjpeg", TYPE_MJPEG, {"-f", "mpjpeg", "http://127.0.0.1/vexo-cgi/mjpg/video.cgi"}),
+        kindOf("mjpeg", TYPE_MJPEG, mjpegStream, {guide, mpeg2Stream}),
         {"mjpeg, password",
          TYPE_MJPEG,
          {"--kinds", "mjpeg"},
@@ -254,14 +291,13 @@ const std::vector<StreamKind>& streamKinds() {
          "",
          {"-f", "mpjpeg", "https://127.0.0.1/vexo-cgi/mjpg/video.cgi"},
          true},
-        http("mpeg2", TYPE_MPEG2, {"http://127.0.0.1/vexo-cgi/mpeg2/video.cgi"}),
-        http("sdp", TYPE_SDP,
-             {"-protocol_whitelist", "http,tcp,udp,rtp", "http://127.0.0.1/view/sdp/guide.sdp"}),
-        rtsp("rtsp-unicast", TYPE_RTSP_UNICAST, "udp"),
-        rtsp("rtsp-multicast", TYPE_RTSP_MULTICAST, "udp_multicast"),
-        rtsp("rtsp-tcp", TYPE_RTSP_TCP, "tcp"),
+        kindOf("mpeg2", TYPE_MPEG2, mpeg2Stream, {guide}),
+        kindOf("sdp", TYPE_SDP, guide, {}),
+        kindOf("rtsp-unicast", TYPE_RTSP_UNICAST, unicast, {multicast}),
+        kindOf("rtsp-multicast", TYPE_RTSP_MULTICAST, multicast, {}),
+        kindOf("rtsp-tcp", TYPE_RTSP_TCP, rtspStream("tcp"), {multicast, unicast}),
         {"rtsp, no packets", TYPE_RTSP_TCP, {"--kinds", "rtsp-unicast", "--fault", "no-rtp"}, "", {}, false},
-        rtsp("rtsp-http", TYPE_RTSP_HTTP, "http", ":80"),
+        kindOf("rtsp-http", TYPE_RTSP_HTTP, rtspStream("http", ":80"), {rtspStream("tcp")}),
     };
     return kinds;
 }
@@ -293,8 +329,8 @@ Cost detectOnce(const StreamKind& kind, Way way, std::chrono::milliseconds eachW
     cost.connections = encoder.connections();
     cost.exchanges = encoder.exchanges();
     if (withPeers && !kind.ffprobe.empty()) {
-        cost.ffprobe = ffprobeTime(kind);
-        cost.discoverer = discovererTime(kind);
+        cost.ffprobe = measurePeer(ffprobeFinds, kind, kind.before);
+        cost.discoverer = measurePeer(discovererFinds, kind, otherAddresses(kind));
     }
     return cost;
 }

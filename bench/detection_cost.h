@@ -20,6 +20,8 @@ struct StreamKind {
     std::string user;                 // "": none; the password is the user's name
     std::vector<std::string> ffprobe; // options and URL; empty: ffprobe cannot read it
     bool https = false;               // at the HTTPS port
+    // What the decoder tries before, in the order of its automatic detection, as options and URLs for ffprobe.
+    std::vector<std::vector<std::string>> before{};
 };
 
 const std::vector<StreamKind>& streamKinds();
@@ -39,14 +41,19 @@ std::string enterBench();
 bool kernelDelays();
 
 struct Cost {
-    int type = 0;           // the detected type; 0: not detected
-    double total = 0;       // milliseconds
-    double mediaWait = 0;   // the part of it spent on waiting for a stream's packets
-    int connections = 0;    // Way::Counted only
-    int exchanges = 0;      // likewise
-    int refused = 0;        // likewise, connections
-    double ffprobe = -1;    // milliseconds; -1: it did not run, or found nothing
-    double discoverer = -1; // of gst-discoverer-1.0, likewise
+    int type = 0;         // the detected type; 0: not detected
+    double total = 0;     // milliseconds
+    double mediaWait = 0; // the part of it spent on waiting for a stream's packets
+    int connections = 0;  // Way::Counted only
+    int exchanges = 0;    // likewise
+    int refused = 0;      // likewise, connections
+    struct Peer {
+        double told = -1; // milliseconds, when it gets the stream's URL; -1: it did not run, or found nothing
+        double asking =
+            -1; // with curl, for the same as a detection: the parameters, and one stream after the other
+    };
+    Peer ffprobe;
+    Peer discoverer; // gst-discoverer-1.0
     std::string trace;
 
     double requests() const { return total - mediaWait; }

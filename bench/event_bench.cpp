@@ -1,10 +1,11 @@
 // event_bench: what the supervisor's event queues cost.
 //
 //   path  from the sender to the main thread that sleeps in a take, beside the same way through a bare System V queue and a
-//         condition variable
+//         condition variable, with the line that each event leaves in the log ("bare") and without it ("silent")
 //   take  a selective take that walks over 255 events that it leaves, beside one walk over such a list
 //
 // Both sides in turn, in microseconds, as lines "sample ROW SIDE VALUE".
+#include "bench/memory_files.h"
 #include "bench/samples.h"
 #include "events/event_handler.h"
 #include "events/event_queue.h"
@@ -58,7 +59,8 @@ private:
 // The bare way: a queue, a thread that takes from it, and a condition variable that wakes the main thread.
 class BareWay {
 public:
-    BareWay() : queue_(msgget(IPC_PRIVATE, IPC_CREAT | 0600)), handler_([this] { run(); }) {}
+    explicit BareWay(bool logs)
+        : logs_(logs), queue_(msgget(IPC_PRIVATE, IPC_CREAT | 0600)), handler_([this] { run(); }) {}
     ~BareWay() {
         msgctl(queue_, IPC_RMID, nullptr);
         handler_.join();
@@ -86,10 +88,14 @@ private:
         while (msgrcv(queue_, &message, sizeof message.words, 0, 0) >= 0) {
             const std::lock_guard lock(mutex_);
             ++count_;
+            if (logs_)
+                logmsg(7, "eventHandler() adding event to queue (id=%d, val=(%d,%d))", message.words[0],
+                       message.words[1], message.words[2]);
             arrived_.notify_one();
         }
     }
 
+    bool logs_;
     int queue_;
     std::mutex mutex_;
     std::condition_variable arrived_;
@@ -103,10 +109,17 @@ Event eventOf(int id) {
     return event;
 }
 
+void measureBarePath(BareWay& way, const char* side) {
+    const Sender sender([&way] { way.send(); });
+    way.take();
+    bench::tellSample("path", side, microsecondsSince(sender.began()));
+}
+
 void measurePath(int repetitions) {
     startEventHandler();
     std::this_thread::sleep_for(std::chrono::milliseconds(100)); // it empties the queue when it starts
-    BareWay bare;
+    BareWay bare(true);
+    BareWay silent(false);
     for (int i = 0; i < repetitions; ++i) {
         {
             const Sender sender([] {
@@ -117,9 +130,8 @@ void measurePath(int repetitions) {
             getNextEvent(&taken, take(EID_SELECT), SKIP_OTHERS);
             bench::tellSample("path", "ours", microsecondsSince(sender.began()));
         }
-        const Sender sender([&bare] { bare.send(); });
-        bare.take();
-        bench::tellSample("path", "bare", microsecondsSince(sender.began()));
+        measureBarePath(bare, "bare");
+        measureBarePath(silent, "silent");
     }
 }
 
@@ -170,6 +182,7 @@ int main(int argc, char** argv) {
     int repetitions = 200;
     app.add_option("--repetitions", repetitions, "measurements of each side")->check(CLI::Range(1, 100'000));
     CLI11_PARSE(app, argc, argv);
+    bench::keepFilesInMemory();
     std::string root = (std::filesystem::temp_directory_path() / "event-bench-XXXXXX").string();
     if (mkdtemp(root.data()) == nullptr)
         return 1;

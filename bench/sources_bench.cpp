@@ -4,6 +4,7 @@
 // one that accepts every encoder at once. Times are processor times of this thread, the smallest of several rounds. A
 // processor that runs two threads on one core still takes up to twice as long when the machine is busy: limits for a
 // test must allow for that.
+#include "bench/memory_files.h"
 #include "bench/samples.h"
 #include "detect/detection.h"
 #include "sources/source_cache.h"
@@ -161,6 +162,7 @@ int main(int argc, char** argv) {
     app.add_option("--connect", limits.connect, "limit: milliseconds of a connect with 10,000 sources");
     CLI11_PARSE(app, argc, argv);
 
+    bench::keepFilesInMemory();
     std::string root = (fs::temp_directory_path() / "sources-bench-XXXXXX").string();
     if (mkdtemp(root.data()) == nullptr)
         return 1;

@@ -1,6 +1,7 @@
 // supervisor_bench: what the supervisor costs, beside bare programs and the supervisors of other projects.
 //
 // Its players show nothing (tiny_player). Figures are lines "sample ROW SIDE VALUE".
+#include "bench/memory_files.h"
 #include "bench/supervisor/measures.h"
 #include "tests/appliance/isolation.h"
 
@@ -30,6 +31,7 @@ int main(int argc, char** argv) {
         {app.add_subcommand("idle", "wake-ups and memory"), bench::measureIdle},
         {app.add_subcommand("many", "many supervisors, each with one select a second"), bench::measureMany}};
     CLI11_PARSE(app, argc, argv);
+    bench::keepFilesInMemory();
     if (!appliance::isolate())
         std::cout << "note: this user may not make namespaces; the message queues are shared\n";
     try {

@@ -166,6 +166,9 @@ function(house_test name)
     if(NOT ARG_TIMEOUT)
         set(ARG_TIMEOUT 60)
     endif()
+    if(CMAKE_CROSSCOMPILING) # the processor is emulated
+        math(EXPR ARG_TIMEOUT "${ARG_TIMEOUT} * 5")
+    endif()
     if(NOT ARG_LABELS)
         set(ARG_LABELS unit)
     endif()
@@ -179,6 +182,6 @@ function(house_test name)
     if(ARG_STREAMS)
         set(places 2)
     endif()
-    gtest_discover_tests(${name} DISCOVERY_MODE PRE_TEST
+    gtest_discover_tests(${name} DISCOVERY_MODE PRE_TEST DISCOVERY_TIMEOUT 60
                          PROPERTIES TIMEOUT ${ARG_TIMEOUT} LABELS "${ARG_LABELS}" PROCESSORS ${places})
 endfunction()

@@ -47,6 +47,7 @@ public:
             const std::uint32_t id = words[i] & 0xffffU;
             if (id == EID_OTHER) {
                 table.others_ = action;
+                std::ranges::replace(table.actions_, actionUnset, action);
                 return table;
             }
             if (id < identifiers)
@@ -59,10 +60,7 @@ public:
 
     // An identifier outside the table is one of the others.
     std::uint32_t action(int id) const {
-        if (id < 0 || id >= identifiers)
-            return others_;
-        const std::uint32_t own = actions_[static_cast<std::size_t>(id)];
-        return own == actionUnset ? others_ : own;
+        return id < 0 || id >= identifiers ? others_ : actions_[static_cast<std::size_t>(id)];
     }
 
 private:

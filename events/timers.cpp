@@ -7,6 +7,7 @@
 #include <libcommon/log.h>
 
 #include <cerrno>
+#include <cinttypes>
 #include <ctime>
 #include <memory>
 #include <pthread.h>
@@ -34,10 +35,10 @@ int takeId() {
 
 // Sleeps for the requested time. False for an invalid time.
 bool sleepFor(const TimerRequest& request) {
-    timespec rest{request.seconds, request.nanoseconds};
+    timespec rest{static_cast<time_t>(request.seconds), request.nanoseconds};
     while (rest.tv_sec != 0 || rest.tv_nsec >= shortestSleep) {
-        printTrace(">>> Timer thread: nanosleep(); timeout=%lds %ldns\n", static_cast<long>(rest.tv_sec),
-                   rest.tv_nsec);
+        printTrace(">>> Timer thread: nanosleep(); timeout=%" PRId64 "s %ldns\n",
+                   static_cast<std::int64_t>(rest.tv_sec), rest.tv_nsec);
         if (nanosleep(&rest, &rest) == 0)
             return true;
         if (errno != EINTR)
@@ -50,7 +51,7 @@ void* timerThread(void* argument) {
     blockAllSignals();
     const std::unique_ptr<TimerRequest> owned(static_cast<TimerRequest*>(argument));
     const TimerRequest& request = *owned;
-    printTrace(">>> Timer thread: timeout=%lds %ldns\n", request.seconds, request.nanoseconds);
+    printTrace(">>> Timer thread: timeout=%" PRId64 "s %ldns\n", request.seconds, request.nanoseconds);
     if (!sleepFor(request)) {
         logmsg(3, "setTimeout() was called with an invalid timeout");
         return nullptr;
@@ -79,19 +80,19 @@ void startThread(std::unique_ptr<TimerRequest> request) {
 
 } // namespace
 
-timers::TimerRequest timers::makeRequest(long milliseconds, int id) {
+timers::TimerRequest timers::makeRequest(std::int64_t milliseconds, int id) {
     // Kept: the part below a second is multiplied by 1000, not by 1000000.
-    return {milliseconds / 1000, (milliseconds % 1000) * 1000, id};
+    return {milliseconds / 1000, static_cast<long>(milliseconds % 1000) * 1000, id};
 }
 
 void timers::setNextId(int id) {
     nextId = id;
 }
 
-int setTimeout(long milliseconds) {
+int setTimeout(std::int64_t milliseconds) {
     const int id = takeId();
     auto request = std::make_unique<TimerRequest>(timers::makeRequest(milliseconds, id));
-    printTrace(">>> setTimeout(%ld, %d)\n", milliseconds, id);
+    printTrace(">>> setTimeout(%" PRId64 ", %d)\n", milliseconds, id);
     startThread(std::move(request));
     return id;
 }

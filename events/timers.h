@@ -2,20 +2,22 @@
 // receiver compares the id and drops events of earlier timers.
 #pragma once
 
+#include <cstdint>
+
 // Arms a timer and returns its id (65536 and up; never 0). Kept: the part below a second is a thousand times too
 // short, so that 2500 ms take 2.0005 s. Main thread.
-int setTimeout(long milliseconds);
+int setTimeout(std::int64_t milliseconds);
 
 // Internals shared with the tests.
 namespace timers {
 
 struct TimerRequest {
-    long seconds;
+    std::int64_t seconds;
     long nanoseconds;
     int id;
 };
 
-TimerRequest makeRequest(long milliseconds, int id);
+TimerRequest makeRequest(std::int64_t milliseconds, int id);
 void setNextId(int id);
 
 } // namespace timers

@@ -99,13 +99,14 @@ extern "C" int nanosleep(const timespec* time, timespec* rest) {
 
 TEST_F(Timers, ThePartBelowASecondIsMultipliedByAThousand) {
     struct Row {
-        long milliseconds;
-        long seconds;
+        std::int64_t milliseconds;
+        std::int64_t seconds;
         long nanoseconds;
     };
-    for (const Row& row : {Row{0, 0, 0}, Row{1, 0, 1000}, Row{99, 0, 99000}, Row{100, 0, 100000},
-                           Row{999, 0, 999000}, Row{1000, 1, 0}, Row{2500, 2, 500000}, Row{4000, 4, 0},
-                           Row{10000, 10, 0}, Row{-1500, -1, -500000}}) {
+    for (const Row& row :
+         {Row{0, 0, 0}, Row{1, 0, 1000}, Row{99, 0, 99000}, Row{100, 0, 100000}, Row{999, 0, 999000},
+          Row{1000, 1, 0}, Row{2500, 2, 500000}, Row{4000, 4, 0}, Row{10000, 10, 0}, Row{-1500, -1, -500000},
+          Row{2'147'483'647'999, 2'147'483'647, 999000}}) {
         const timers::TimerRequest request = timers::makeRequest(row.milliseconds, 7);
         EXPECT_EQ(request.seconds, row.seconds) << row.milliseconds;
         EXPECT_EQ(request.nanoseconds, row.nanoseconds) << row.milliseconds;

@@ -19,7 +19,7 @@ constexpr std::int64_t microsecondsPerSecond = 1000000;
 void states::autoStartTimer() {
     if (machine.sequencePaused)
         return setState(AUTO_PAUSE);
-    const auto milliseconds = static_cast<long>(displaySeconds(machine.pendingSource) * 1000);
+    const std::int64_t milliseconds = displaySeconds(machine.pendingSource) * 1000;
     if (machine.sequenceStart == -1)
         machine.sequenceStart = gettimeusec();
     machine.sequenceTimerId = setTimeout(milliseconds);

@@ -57,16 +57,16 @@ std::string effectOf(const std::string& name) {
 }
 
 // The sections of the configured sources, as they are written, in file order.
-std::vector<std::string> sourceSections() {
+// The sections of a group, such as "Encoder.", in file order.
+std::vector<std::string> sectionsOf(std::string_view group) {
     std::vector<std::string> sections;
     const std::string file = configurationFile();
     const std::string text = access(file.c_str(), R_OK) == 0 ? readParameterText(file) : "";
     for (const libcommon::ParameterLine& line : libcommon::parameterLines(text)) {
-        const bool ofSource =
-            line.kind == libcommon::ParameterLine::Kind::Section &&
-            line.section.size() > sourceGroup.size() &&
-            sameName(std::string_view(line.section).substr(0, sourceGroup.size()), sourceGroup);
-        if (ofSource && std::ranges::none_of(sections, [&](const std::string& known) {
+        const bool ofGroup = line.kind == libcommon::ParameterLine::Kind::Section &&
+                             line.section.size() > group.size() &&
+                             sameName(std::string_view(line.section).substr(0, group.size()), group);
+        if (ofGroup && std::ranges::none_of(sections, [&](const std::string& known) {
                 return sameName(known, line.section);
             })) {
             sections.push_back(line.section);
@@ -80,16 +80,21 @@ struct Row {
     const KnownParameter* parameter;
 };
 
+void addSections(std::vector<Row>& rows, std::string_view group, std::span<const KnownParameter> keys) {
+    for (const std::string& section : sectionsOf(group)) {
+        for (const KnownParameter& parameter : keys) {
+            rows.push_back({section + '.' + std::string(parameter.name), &parameter});
+        }
+    }
+}
+
 std::vector<Row> rows() {
     std::vector<Row> all;
     for (const KnownParameter& parameter : decoderParameters()) {
         all.push_back({std::string(parameter.name), &parameter});
     }
-    for (const std::string& section : sourceSections()) {
-        for (const KnownParameter& parameter : sourceParameters()) {
-            all.push_back({section + '.' + std::string(parameter.name), &parameter});
-        }
-    }
+    addSections(all, sourceGroup, sourceParameters());
+    addSections(all, ruleGroup, ruleParameters());
     return all;
 }
 

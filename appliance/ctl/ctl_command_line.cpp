@@ -21,6 +21,7 @@ public:
         app_.add_flag("--json", request.json, "Answer in JSON, for programs");
         app_.add_option("--root", request.root, "The appliance's root directory, instead of APPLIANCE_ROOT")
             ->type_name("DIR");
+        addFleet();
         app_.require_subcommand(0, 1);
         app_.fallthrough();
         addReports();
@@ -28,6 +29,7 @@ public:
         addParameters();
         addSources();
         addCameras();
+        addPanel();
     }
 
     CLI::App& app() { return app_; }
@@ -40,6 +42,30 @@ private:
         CLI::App* added = app_.add_subcommand(name, help);
         added->callback([this, command] { request.command = command; });
         return added;
+    }
+
+    void addFleet() {
+        CLI::Option* broker =
+            app_.add_option(
+                    "--fleet", request.fleet.broker,
+                    "status, select and alarm for all decoders of this MQTT broker: "
+                    "mqtt://[USER:PASSWORD@]HOST[:PORT][/SITE], or \"own\" for the broker of this decoder")
+                ->type_name("BROKER");
+        CLI::Option* group =
+            app_.add_option("--group", request.fleet.group, "With --fleet: only the decoders of this group")
+                ->type_name("GROUP")
+                ->needs(broker);
+        app_.add_option("--decoder", request.fleet.decoders,
+                        "With --fleet: only this decoder; may be repeated")
+            ->type_name("NAME")
+            ->expected(1, -1)
+            ->allow_extra_args(false)
+            ->needs(broker)
+            ->excludes(group);
+        app_.add_option("--ca-file", request.fleet.caFile,
+                        "With --fleet: the authorities for the broker's certificate (PEM)")
+            ->type_name("FILE")
+            ->needs(broker);
     }
 
     void addReports() {
@@ -195,8 +221,43 @@ private:
         addNoApply(ordered);
     }
 
+    void addPanel() {
+        add(Command::PanelOpen, "panel-open",
+            "Print a link to the panel that logs in once, within ten minutes");
+        CLI::App* password = add(Command::PanelPassword, "panel-password",
+                                 "Make an account of the panel, or give it a new password; the password is "
+                                 "asked for");
+        password->add_option("NAME", request.name, "The account (default: admin)");
+        password->add_option("--role", request.role, "viewer, operator or admin (default: admin)")
+            ->type_name("ROLE");
+        password->add_flag("--remove", request.remove, "Remove the account instead");
+        CLI::App* token = add(Command::PanelToken, "panel-token", "Make a token for a program, and print it");
+        token->add_option("NAME", request.name, "The name of the token")->required();
+        token->add_option("--role", request.role, "viewer, operator, admin, alarm or metrics")
+            ->type_name("ROLE")
+            ->required();
+        token->add_option("--days", request.days, "It expires after that many days (default: never)")
+            ->check(CLI::Range(1, 36500))
+            ->type_name("N");
+        CLI::App* tokens = add(Command::PanelTokens, "panel-tokens",
+                               "The tokens: name, role, until when; not the tokens themselves");
+        tokens
+            ->add_option_function<std::string>(
+                "--remove",
+                [this](const std::string& name) {
+                    request.remove = true;
+                    request.name = name;
+                },
+                "Remove the token of this name")
+            ->type_name("NAME");
+    }
+
     CLI::App app_;
 };
+
+bool isForFleets(Command command) {
+    return command == Command::Status || command == Command::Select || command == Command::Alarm;
+}
 
 } // namespace
 
@@ -214,6 +275,10 @@ std::variant<Request, int> parseCommandLine(int argc, const char* const* argv, s
     }
     if (line.request.command == Command::Add && line.request.found == 0 && line.request.url.empty()) {
         errors << "add needs NAME and URL, or --from-discovery N.\nRun with --help for more.\n";
+        return usageStatus;
+    }
+    if (!line.request.fleet.broker.empty() && !isForFleets(line.request.command)) {
+        errors << "--fleet is for status, select and alarm.\nRun with --help for more.\n";
         return usageStatus;
     }
     for (const std::string& word : line.words) {

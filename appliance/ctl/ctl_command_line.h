@@ -3,6 +3,8 @@
 
 #include "appliance/ctl/discover_request.h"
 
+#include "appliance/mqtt/fleet/fleet_request.h"
+
 #include <iosfwd>
 #include <string>
 #include <variant>
@@ -37,12 +39,17 @@ enum class Command {
     Remove,
     Rename,
     Order,
+    PanelOpen,
+    PanelPassword,
+    PanelToken,
+    PanelTokens,
 };
 
 struct Request {
     Command command = Command::Status;
     bool json = false;
     std::string root;                 // --root, "" when it is not given
+    mqtt::FleetRequest fleet;         // --fleet: its broker is "" when it is not given
     std::string source;               // source, explain, select, alarm, remove, rename: as typed
     std::vector<std::string> sources; // order: as typed
     std::string url;                  // add
@@ -64,6 +71,9 @@ struct Request {
     int volume = 0;                   // volume: percent
     double seconds = 0;               // watch; 0: until it is interrupted
     double wait = 15;                 // connect, disconnect: the longest wait in seconds
+    std::string role;                 // panel-password, panel-token
+    bool remove = false;              // panel-password, panel-tokens: remove `name`
+    int days = 0;                     // panel-token: until it expires; 0: never
     DiscoverRequest discover;
 };
 

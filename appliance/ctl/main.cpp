@@ -5,6 +5,8 @@
 #include "appliance/commands/source_commands.h"
 #include "appliance/ctl/ctl_command_line.h"
 #include "appliance/ctl/discover_command.h"
+#include "appliance/ctl/fleet_command.h"
+#include "appliance/ctl/panel_commands.h"
 #include "appliance/ctl/password_prompt.h"
 #include "appliance/ctl/snapshot.h"
 #include "appliance/ctl/sweep_command.h"
@@ -236,6 +238,14 @@ void runCommand(const Request& request) {
         return answer(request, renameNamedSource(request));
     case Command::Order:
         return answer(request, orderNamedSources(request));
+    case Command::PanelOpen:
+        return showPanelLink(request, std::cout);
+    case Command::PanelPassword:
+        return answer(request, setPanelPassword(request));
+    case Command::PanelToken:
+        return makePanelToken(request, std::cout);
+    case Command::PanelTokens:
+        return showPanelTokens(request, std::cout);
     case Command::Sweep:
         return answer(request, sweepAppliance());
     case Command::Discover:
@@ -245,6 +255,9 @@ void runCommand(const Request& request) {
 
 // Returns the exit status.
 int run(const Request& request) {
+    if (!request.fleet.broker.empty()) {
+        becomeFleet(request);
+    }
     if (request.command == Command::Check) {
         return checkParameters(request);
     }

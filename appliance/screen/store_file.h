@@ -17,6 +17,7 @@
 #include "appliance/screen/video_mode.h"
 
 #include <atomic>
+#include <cstddef>
 #include <cstdint>
 #include <memory>
 #include <optional>
@@ -75,6 +76,9 @@ struct StoreHeader {
 };
 static_assert(std::atomic<std::uint64_t>::is_always_lock_free &&
               std::atomic<std::uint32_t>::is_always_lock_free);
+// The same on every processor, with pointers of 32 and of 64 bits.
+static_assert(sizeof(FrameSlot) == 56 && sizeof(FrameRecord) == 24);
+static_assert(offsetof(StoreHeader, slot) == 88 && sizeof(StoreHeader) == 6456);
 
 // What the slot of a picture holds.
 struct SlotContent {

@@ -199,7 +199,7 @@ TEST_F(StoreFileTest, FileThatCannotBeOpenedIsNoStore) {
 }
 
 TEST_F(StoreFileTest, GarbageFilesAreRefusedAndReplaced) {
-    const std::uint64_t size = smallestStoreFile();
+    const auto size = static_cast<std::size_t>(smallestStoreFile());
     for (const std::string& content : {std::string(), std::string("screen\r\n"), std::string(size, '\xff'),
                                        std::string(size, '\0'), std::string(size - 1, 'x')}) {
         write(content);

@@ -3,6 +3,7 @@
 #include "appliance/screen/screen_settings.h"
 #include "appliance/settings/nearest_name.h"
 
+#include <algorithm>
 #include <array>
 #include <strings.h>
 
@@ -37,6 +38,17 @@ constexpr std::array decoderTable{
     KnownParameter{"Warm.Sources", ValueKind::Choice, AtUse, 0, 0, "none|next|all"},
     KnownParameter{"Warm.MaxSources", ValueKind::Number, AtUse, 1, 1000},
     KnownParameter{"Warm.MaxMemory", ValueKind::Number, AtUse, 1, 65536},
+    KnownParameter{"Mqtt.Broker", ValueKind::Broker, AtUse},
+    KnownParameter{"Mqtt.UserName", ValueKind::Text, AtUse},
+    KnownParameter{"Mqtt.Password", ValueKind::Text, AtUse},
+    KnownParameter{"Mqtt.CAFile", ValueKind::Text, AtUse},
+    KnownParameter{"Mqtt.CertFile", ValueKind::Text, AtUse},
+    KnownParameter{"Mqtt.KeyFile", ValueKind::Text, AtUse},
+    KnownParameter{"Mqtt.Topic", ValueKind::OwnTopic, AtUse},
+    KnownParameter{"Mqtt.Groups", ValueKind::Text, AtUse},
+    KnownParameter{"Mqtt.Discovery", ValueKind::YesNo, AtUse},
+    KnownParameter{"Mqtt.DiscoveryPrefix", ValueKind::Text, AtUse},
+    KnownParameter{"Mqtt.MaximumAge", ValueKind::Number, AtUse, 1, 3600},
     KnownParameter{"Panel.Address", ValueKind::Text, AtPanel},
     KnownParameter{"Panel.Port", ValueKind::Number, AtPanel, 1, 65535},
     KnownParameter{"Panel.Hosts", ValueKind::Text, AtPanel},
@@ -72,6 +84,15 @@ constexpr std::array sourceTable{
     KnownParameter{"InterlaceMode", ValueKind::Text, AtPlayer},
 };
 
+constexpr std::array ruleTable{
+    KnownParameter{"Topic", ValueKind::Text, AtUse},
+    KnownParameter{"Path", ValueKind::Text, AtUse},
+    KnownParameter{"Condition", ValueKind::Text, AtUse},
+    KnownParameter{"Source", ValueKind::Text, AtUse},
+    KnownParameter{"Text", ValueKind::Text, AtUse},
+    KnownParameter{"MinimumTime", ValueKind::Number, AtUse, 0, day},
+};
+
 constexpr std::array infoTable{
     KnownParameter{"Decoder.Info.CurrentSource", ValueKind::Number, AtUse, -1, 1000000},
     KnownParameter{"Decoder.Info.Connected", ValueKind::YesNo, AtUse},
@@ -105,6 +126,20 @@ constexpr std::string_view infoSection = ".Info"; // the end of each section of 
 
 bool beginsWith(std::string_view name, std::string_view group) {
     return name.size() > group.size() && sameName(name.substr(0, group.size()), group);
+}
+
+struct Group {
+    std::string_view prefix; // of its sections
+    std::span<const KnownParameter> keys;
+};
+
+constexpr std::array groups{Group{sourceGroup, sourceTable}, Group{ruleGroup, ruleTable}};
+
+// The group to whose sections the name belongs, or null.
+const Group* groupOf(std::string_view name) {
+    const auto* const found =
+        std::ranges::find_if(groups, [&](const Group& group) { return beginsWith(name, group.prefix); });
+    return found == groups.end() ? nullptr : found;
 }
 
 const KnownParameter* findIn(std::span<const KnownParameter> table, std::string_view name) {
@@ -148,6 +183,10 @@ std::span<const KnownParameter> sourceParameters() {
     return sourceTable;
 }
 
+std::span<const KnownParameter> ruleParameters() {
+    return ruleTable;
+}
+
 std::span<const KnownParameter> infoParameters() {
     return infoTable;
 }
@@ -155,7 +194,7 @@ std::span<const KnownParameter> infoParameters() {
 int parameterFile(std::string_view name) {
     const std::size_t dot = name.rfind('.');
     if (dot == std::string_view::npos || dot + 1 == name.size() || dot <= infoSection.size() ||
-        beginsWith(name, sourceGroup)) {
+        groupOf(name) != nullptr) {
         return 0;
     }
     return sameName(name.substr(dot - infoSection.size(), infoSection.size()), infoSection) ? 1 : 0;
@@ -165,10 +204,10 @@ const KnownParameter* findParameter(std::string_view name) {
     if (parameterFile(name) == 1) {
         return findIn(infoTable, name);
     }
-    if (beginsWith(name, sourceGroup)) {
-        // A source's own name may have dots in it; the key has none.
+    if (const Group* group = groupOf(name)) {
+        // The section's own name may have dots in it; the key has none.
         const std::size_t dot = name.rfind('.');
-        return dot > sourceGroup.size() ? findIn(sourceTable, name.substr(dot + 1)) : nullptr;
+        return dot > group->prefix.size() ? findIn(group->keys, name.substr(dot + 1)) : nullptr;
     }
     return findIn(decoderTable, name);
 }
@@ -193,6 +232,10 @@ std::string takenText(const KnownParameter& parameter) {
                screen::sizeText(screen::smallestScreen) + " to " + screen::sizeText(screen::largestScreen);
     case ValueKind::Address:
         return "host or host:port";
+    case ValueKind::Broker:
+        return "mqtt://HOST, mqtts://HOST, or with :PORT";
+    case ValueKind::OwnTopic:
+        return "SITE/NAME";
     case ValueKind::Default:
         return "default or a value";
     case ValueKind::Text:
@@ -222,10 +265,10 @@ std::string effectText(const KnownParameter& parameter) {
 
 std::string nearestParameter(std::string_view name) {
     std::vector<std::string> names;
-    // A source's section can have any name, so only the key is compared.
-    const bool ofSource = beginsWith(name, sourceGroup);
-    const std::string_view section = ofSource ? name.substr(0, name.rfind('.') + 1) : "";
-    for (const KnownParameter& parameter : ofSource ? sourceParameters() : decoderParameters()) {
+    // A section of a group can have any name, so only the key is compared.
+    const Group* group = groupOf(name);
+    const std::string_view section = group != nullptr ? name.substr(0, name.rfind('.') + 1) : "";
+    for (const KnownParameter& parameter : group != nullptr ? group->keys : decoderParameters()) {
         names.emplace_back(parameter.name);
     }
     const std::string nearest = nearestName(name.substr(section.size()), names);

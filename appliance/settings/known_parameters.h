@@ -17,6 +17,8 @@ enum class ValueKind {
     ChoiceOrNumber, // one of the words, or a number from `least` to `most`
     ChoiceOrSize,   // one of the words, or the size of a screen, WIDTHxHEIGHT
     Address,        // host or host:port
+    Broker,         // mqtt://host or mqtts://host:port
+    OwnTopic,       // SITE/NAME, of MQTT
     Default,        // "default" or a value that the encoder understands
     Text,
 };
@@ -48,11 +50,17 @@ std::span<const KnownParameter> decoderParameters();
 // Keys of a source's section [Encoder.NAME] (file 0).
 std::span<const KnownParameter> sourceParameters();
 
+// Keys of a rule's section [Rule.NAME] (file 0).
+std::span<const KnownParameter> ruleParameters();
+
 // Values that programs of the decoder publish (file 1).
 std::span<const KnownParameter> infoParameters();
 
 // The section prefix of a source, "Encoder.".
 inline constexpr std::string_view sourceGroup = "Encoder.";
+
+// The section prefix of a rule, "Rule.".
+inline constexpr std::string_view ruleGroup = "Rule.";
 
 // Compares two names of parameters, which ignore case.
 bool sameName(std::string_view a, std::string_view b);

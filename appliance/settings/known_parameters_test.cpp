@@ -20,6 +20,15 @@ TEST(Parameters, SourceNamesMayHaveBlanksAndDots) {
     EXPECT_EQ(findParameter("Encoder.Front door.Adress"), nullptr);
 }
 
+TEST(Parameters, RulesHaveTheirOwnKeys) {
+    ASSERT_NE(findParameter("Rule.Front door.Condition"), nullptr);
+    ASSERT_NE(findParameter("Rule.a.b.MinimumTime"), nullptr);
+    EXPECT_EQ(findParameter("Rule.Topic"), nullptr);
+    EXPECT_EQ(findParameter("Rule.Door.Address"), nullptr);
+    EXPECT_EQ(parameterFile("Rule.Door.Info.Topic"), 0);
+    EXPECT_EQ(nearestParameter("Rule.Door.Pathh"), "Rule.Door.Path");
+}
+
 TEST(Parameters, InfoParametersAreInTheirOwnFile) {
     EXPECT_EQ(parameterFile("Decoder.Info.CurrentSource"), 1);
     EXPECT_EQ(parameterFile("decoder.info.connected"), 1);
@@ -85,7 +94,7 @@ TEST(Parameters, PageSaysWhenEachIsRead) {
     std::stringstream text;
     text << file.rdbuf();
     ASSERT_FALSE(text.str().empty()) << "docs/parameters.md is missing";
-    for (const auto table : {decoderParameters(), sourceParameters()}) {
+    for (const auto table : {decoderParameters(), sourceParameters(), ruleParameters()}) {
         for (const KnownParameter& parameter : table) {
             const std::vector<std::string> row = rowOf(text.str(), std::string(parameter.name));
             ASSERT_FALSE(row.empty()) << parameter.name;

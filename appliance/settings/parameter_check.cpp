@@ -1,5 +1,6 @@
 #include "appliance/settings/parameter_check.h"
 
+#include "appliance/mqtt/rules/rule.h"
 #include "appliance/operating/quoted_text.h"
 #include "appliance/operating/refused.h"
 #include "appliance/settings/known_parameters.h"
@@ -62,10 +63,14 @@ bool isSource(std::string_view section) {
            sameName(section.substr(0, sourceGroup.size()), sourceGroup);
 }
 
+bool isRule(std::string_view section) {
+    return section.size() > ruleGroup.size() && sameName(section.substr(0, ruleGroup.size()), ruleGroup);
+}
+
 bool isKnownSection(std::string_view name) {
-    return isSource(name) || std::ranges::any_of(knownSections(), [&](const std::string& known) {
-               return sameName(known, name);
-           });
+    return isSource(name) || isRule(name) ||
+           std::ranges::any_of(knownSections(),
+                               [&](const std::string& known) { return sameName(known, name); });
 }
 
 class Checker {
@@ -77,6 +82,8 @@ public:
         for (const auto& [key, section] : sections_) {
             if (isSource(section.name)) {
                 checkSource(section);
+            } else if (isRule(section.name)) {
+                checkRule(section);
             }
         }
         checkDecoder();
@@ -117,6 +124,9 @@ private:
         }
         if (sameName(line.section, "Encoder")) {
             return add(line.number, "a source's section needs a name", "write [Encoder.NAME]");
+        }
+        if (sameName(line.section, "Rule")) {
+            return add(line.number, "a rule's section needs a name", "write [Rule.NAME]");
         }
         if (sameName(line.section, "Decoder.Info")) {
             return add(
@@ -190,6 +200,25 @@ private:
         if (section.value("AutoEnabled") == "yes" && (time.empty() || time == "0")) {
             add(section.line, name + " is in the automatic sequence for 0 seconds",
                 "add \"DisplayTime = 10\"");
+        }
+    }
+
+    // What checkKey() says about a value is not said again.
+    void checkRule(const Section& section) {
+        SourceParams keys;
+        for (const auto& [key, entry] : section.keys) {
+            keys[key] = entry.value;
+        }
+        mqtt::Rule rule;
+        for (const mqtt::RuleMistake& mistake :
+             mqtt::readRule(section.name.substr(ruleGroup.size()), keys, rule)) {
+            if (mistake.key.empty()) {
+                const std::string name = inQuotes(std::string_view(section.name).substr(ruleGroup.size()));
+                add(section.line, "the rule " + name + ' ' + mistake.reason, mistake.remedy);
+            } else if (!sameName(mistake.key, "MinimumTime")) {
+                add(section.keys.at(nameKey(mistake.key)).line, mistake.key + ' ' + mistake.reason,
+                    mistake.remedy);
+            }
         }
     }
 

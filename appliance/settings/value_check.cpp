@@ -1,5 +1,7 @@
 #include "appliance/settings/value_check.h"
 
+#include "appliance/mqtt/rules/broker_url.h"
+#include "appliance/mqtt/rules/topic_filter.h"
 #include "appliance/operating/quoted_text.h"
 #include "appliance/screen/screen_settings.h"
 #include "appliance/settings/address_check.h"
@@ -72,6 +74,15 @@ std::optional<Mistake> mistakeIn(const KnownParameter& parameter, std::string_vi
     case ValueKind::Address: {
         const std::string mistake = addressMistake(value);
         return mistake.empty() ? std::nullopt : std::optional<Mistake>({inQuotes(value) + ' ' + mistake, ""});
+    }
+    case ValueKind::Broker: {
+        const std::string mistake = mqtt::brokerMistake(value);
+        return mistake.empty() ? std::nullopt
+                               : std::optional<Mistake>({mistake, "write mqtt://HOST or mqtts://HOST"});
+    }
+    case ValueKind::OwnTopic: {
+        const std::string mistake = mqtt::ownTopicMistake(value);
+        return mistake.empty() ? std::nullopt : std::optional<Mistake>({mistake, "write SITE/NAME"});
     }
     case ValueKind::Default:
         return encoderValueMistake(value);

@@ -20,6 +20,21 @@ long privateKilobytes(int pid) {
 
 namespace {
 
+// Kilobytes of its heap, its stacks, and everything else that has no file.
+long memoryOf(int pid) {
+    std::ifstream maps("/proc/" + std::to_string(pid) + "/smaps");
+    long sum = 0;
+    bool hasFile = false;
+    for (std::string line; std::getline(maps, line);) {
+        if (line.find('-') <
+            line.find(' ')) // "55594456c000-555944580000 r-xp ... /usr/bin/sed" begins a mapping
+            hasFile = line.find('/') != std::string::npos;
+        else if (!hasFile && line.starts_with("Anonymous:"))
+            sum += std::stol(line.substr(line.find(':') + 1));
+    }
+    return sum;
+}
+
 std::set<std::string> librariesOf(int pid) {
     std::set<std::string> libraries;
     std::ifstream maps("/proc/" + std::to_string(pid) + "/maps");
@@ -32,14 +47,14 @@ std::set<std::string> librariesOf(int pid) {
 
 } // namespace
 
-BareLauncher::BareLauncher(int like, const std::string& program,
+BareLauncher::BareLauncher(int like, Memory memory, const std::string& program,
                            const std::map<std::string, std::string>& variables) {
     int input[2];
     int output[2];
     if (pipe2(input, O_CLOEXEC) != 0 || pipe2(output, O_CLOEXEC) != 0)
         throw std::runtime_error("no pipe");
     std::vector<std::string> command{benchProgram("bare_launcher"), "orders",
-                                     std::to_string(privateKilobytes(like)), program};
+                                     std::to_string(memory == Memory::same ? memoryOf(like) : 0), program};
     for (const std::string& library : librariesOf(like))
         command.push_back(library);
     std::vector<char*> arguments;
@@ -70,13 +85,14 @@ BareLauncher::~BareLauncher() {
 BareLauncher::Times BareLauncher::order(const char* text) {
     std::fputs(text, orders_);
     std::fflush(orders_);
-    char line[64];
+    char line[80];
     long long first = 0;
     long long second = 0;
+    long long third = 0;
     if (std::fgets(line, sizeof line, answers_) == nullptr ||
-        std::sscanf(line, "%lld %lld", &first, &second) != 2)
+        std::sscanf(line, "%lld %lld %lld", &first, &second, &third) != 3)
         throw std::runtime_error("bare_launcher has ended");
-    return {first, second};
+    return {first, second, third};
 }
 
 } // namespace bench

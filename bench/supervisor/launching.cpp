@@ -31,7 +31,7 @@ bool measureLaunch(const SupervisorOptions& options) {
     if (!decoder.start({}))
         return fails("the first player does not start");
     Starts bareStarts(decoder.appliance().root() + "/run/bare");
-    BareLauncher bare(decoder.supervisor(), benchProgram("first_instruction"),
+    BareLauncher bare(decoder.supervisor(), Memory::same, benchProgram("first_instruction"),
                       {{"BENCH_STARTS", bareStarts.file()}});
     for (int i = 0; i < options.repetitions; ++i) {
         appliance::pause(std::chrono::milliseconds(50));
@@ -54,21 +54,24 @@ bool measureDeath(const SupervisorOptions& options) {
     TinyDecoder decoder;
     if (!decoder.start({"-v"}))
         return fails("the first player does not start");
-    BareLauncher bare(decoder.supervisor(), benchProgram("tiny_player"), {{"TINY_PLAYER_ALONE", "1"}});
-    const std::string reaction = "-> CURRENT_PLAYER_CRASHED_DURING_PLAYING(";
+    BareLauncher bare(decoder.supervisor(), Memory::same, benchProgram("tiny_player"),
+                      {{"TINY_PLAYER_ALONE", "1"}});
     const double logBegan = beginOfLog(decoder.appliance());
     for (int i = 0; i < options.repetitions; ++i) {
         appliance::pause(std::chrono::milliseconds(100));
+        // The first line of the thread that decides what happens next.
+        const std::string reaction = "Got EID_CHILD from pid:" + std::to_string(decoder.current()->pid);
         const double killed = secondsOfDay();
         kill(decoder.current()->pid, SIGKILL);
-        if (!decoder.appliance().waitForLog(reaction, static_cast<std::size_t>(i) + 1))
+        if (!decoder.appliance().waitForLog(reaction))
             return fails("the supervisor does not react to a death");
         const double reacted = logBegan + decoder.appliance().timesInLog(reaction).back();
         tellSample("death", "ours", (reacted - killed) * 1e6);
         bare.start();
         appliance::pause(std::chrono::milliseconds(50));
         const BareLauncher::Times times = bare.killIt();
-        tellSample("death", "bare", microseconds(times.second - times.first));
+        tellSample("death", "bare", microseconds(times.third - times.first));
+        tellSample("death", "signal", microseconds(times.second - times.first));
         if (!decoder.awaitPlayer())
             return fails("no player comes after a death");
     }
@@ -78,6 +81,8 @@ bool measureDeath(const SupervisorOptions& options) {
 bool measureStart(const SupervisorOptions& options) {
     for (int i = 0; i < options.repetitions; ++i) {
         TinyDecoder decoder;
+        // As the last run has left it: only the first start of all must write this, durably.
+        decoder.appliance().set("Decoder.Connected", "yes");
         const std::int64_t began = clockNs();
         if (!decoder.start({"-v"}, false))
             return fails("the first player does not start");

@@ -45,13 +45,14 @@ double megabytes(long kilobytes) {
     return static_cast<double>(kilobytes) / 1024;
 }
 
-void measureFloor() {
-    const std::string output = "/tmp/bench-floor." + std::to_string(getpid());
-    const appliance::Process floor({benchProgram("bare_launcher"), "wait", "0"}, {}, output);
-    appliance::eventually([&] { return appliance::readFile(output) == "ready\n"; });
-    tellSample("memory-0", "floor", megabytes(privateKilobytes(floor.pid())));
-    tellSample("memory-many", "floor", megabytes(privateKilobytes(floor.pid())));
-    std::filesystem::remove(output);
+// Of the supervisor, and of a program that has the same libraries and nothing else. Both run, so that what the libraries
+// share belongs to neither.
+void measureMemory(TinyDecoder& decoder, const std::string& row) {
+    BareLauncher floor(decoder.supervisor(), Memory::none, benchProgram("first_instruction"),
+                       {{"BENCH_STARTS", "/dev/null"}});
+    floor.startAndAwaitEnd(); // now it has its libraries
+    tellSample(row, "floor", megabytes(privateKilobytes(floor.pid())));
+    tellSample(row, "ours", megabytes(privateKilobytes(decoder.supervisor())));
 }
 
 // One select each a second, evenly spread over it. Returns how many supervisors have started a player each second.
@@ -101,8 +102,7 @@ bool measureIdle(const SupervisorOptions& options) {
         return fails("the first player does not start");
     appliance::pause(std::chrono::seconds(2));
     const int pid = decoder.supervisor();
-    tellSample("memory-0", "ours", megabytes(privateKilobytes(pid)));
-    measureFloor();
+    measureMemory(decoder, "memory-0");
     const auto before = wakeUpsOf(pid);
     appliance::pause(std::chrono::seconds(options.seconds));
     tellSample("wakeups", "ours", static_cast<double>(wakeUpsBetween(before, wakeUpsOf(pid))));
@@ -111,7 +111,7 @@ bool measureIdle(const SupervisorOptions& options) {
         if (!decoder.awaitSwitch())
             return fails("switch " + std::to_string(i + 1) + " starts no player");
     }
-    tellSample("memory-many", "ours", megabytes(privateKilobytes(pid)));
+    measureMemory(decoder, "memory-many");
     return true;
 }
 

@@ -23,9 +23,16 @@ double sleepMsOf(const std::string& name) {
 }
 constexpr std::chrono::milliseconds longEnough{1500};
 
+// What happens between the death of a player and the next one.
+enum class Duties {
+    none,
+    decoder, // what a decoder has to do: blank the screen, ask the encoder what it delivers now
+};
+
 // A program that watches over one service, which is tiny_player without a supervisor of ours.
 struct Watchman {
     std::string name;
+    std::string side; // of the row
     std::vector<std::string> command;
     std::unique_ptr<appliance::Process> process;
     std::unique_ptr<Starts> starts;
@@ -38,31 +45,56 @@ void writeScript(const fs::path& file, const std::string& text) {
     fs::permissions(file, fs::perms(0755));
 }
 
+std::string sideOf(const std::string& name, Duties duties) {
+    return duties == Duties::none ? name : name + "-decoder";
+}
+
+// The questions of a detection of Motion JPEG, on one connection, and the beginning of the stream. The last command does
+// not wait for curl, which notices only at the next picture that nobody reads on.
+std::string scriptOf(Duties duties, const std::string& encoder) {
+    std::string script = "#!/bin/sh\n";
+    const std::string address = "http://" + encoder + "/vexo-cgi/";
+    if (duties == Duties::decoder) {
+        script += "blankscreen\n{ curl --silent --no-buffer --max-time 10";
+        for (const char* group : {"Properties.API.HTTP.Version", "Brand.ProdFullName",
+                                  "ImageSource.NbrOfSources", "Image.Rotation"})
+            script += " '" + address + "view/param.cgi?action=list&group=" + group + "'";
+        script += " " + address + "mjpg/video.cgi & } | head -c 300 >/dev/null\n";
+    }
+    return script + "exec " + benchProgram("first_instruction") + "\n";
+}
+
 // The folders and files that the three of them want to have.
-std::vector<std::string> setUp(const std::string& name, const fs::path& folder) {
+std::vector<std::string> setUp(const std::string& name, const fs::path& folder, Duties duties,
+                               const std::string& encoder) {
+    const fs::path script = folder / "service" / "run";
+    writeScript(script, scriptOf(duties, encoder));
     if (name == "supervisord") {
+        const std::string command =
+            duties == Duties::none ? benchProgram("first_instruction") : script.string();
         appliance::writeFile(
             folder / "supervisord.conf",
             "[supervisord]\nnodaemon=true\nlogfile=/dev/null\nlogfile_maxbytes=0\npidfile=" +
-                (folder / "pid").string() +
-                "\n[program:player]\ncommand=" + benchProgram("first_instruction") +
+                (folder / "pid").string() + "\n[program:player]\ncommand=" + command +
                 "\nautorestart=true\nstartsecs=1\nstdout_logfile=/dev/null\nstderr_logfile=/dev/null\n");
         return {findProgram(name), "-c", folder / "supervisord.conf"};
     }
-    writeScript(folder / "service" / "run", "#!/bin/sh\nexec " + benchProgram("first_instruction") + "\n");
     return {findProgram(name), folder / "service"};
 }
 
-std::unique_ptr<Watchman> startWatchman(const std::string& name, const std::string& root) {
+std::unique_ptr<Watchman> startWatchman(const std::string& name, Duties duties, const std::string& encoder,
+                                        const std::string& root) {
+    const std::string side = sideOf(name, duties);
     if (findProgram(name).empty()) {
-        tellMissing("restart", name, name + " is not installed");
+        tellMissing("restart", side, name + " is not installed");
         return nullptr;
     }
-    const fs::path folder = fs::path(root) / ("run/" + name);
+    const fs::path folder = fs::path(root) / ("run/" + side);
     fs::create_directories(folder);
     auto watchman = std::make_unique<Watchman>();
     watchman->name = name;
-    watchman->command = setUp(name, folder);
+    watchman->side = side;
+    watchman->command = setUp(name, folder, duties, encoder);
     watchman->starts = std::make_unique<Starts>(folder / "starts");
     watchman->process = std::make_unique<appliance::Process>(
         watchman->command,
@@ -72,7 +104,7 @@ std::unique_ptr<Watchman> startWatchman(const std::string& name, const std::stri
         folder / "log");
     const auto first = watchman->starts->next(20);
     if (!first) {
-        tellMissing("restart", name,
+        tellMissing("restart", side,
                     "it starts nothing: " + appliance::readFile(folder / "log").substr(0, 80));
         return nullptr;
     }
@@ -85,13 +117,13 @@ bool killAndMeasure(Watchman& watchman) {
     kill(watchman.current.pid, SIGKILL);
     const auto next = watchman.starts->next(20);
     if (!next) {
-        tellMissing("restart", watchman.name, "it does not start the program again");
+        tellMissing("restart", watchman.side, "it does not start the program again");
         return false;
     }
     watchman.current = *next;
     const double whole = static_cast<double>(next->time - killed) / 1e6;
     const double sleep = sleepMsOf(watchman.name);
-    tellSample("restart", watchman.name, whole > sleep ? whole - sleep : whole);
+    tellSample("restart", watchman.side, whole > sleep ? whole - sleep : whole);
     return true;
 }
 
@@ -114,15 +146,17 @@ bool measureRestart(const SupervisorOptions& options) {
         return false;
     }
     // A path without blanks, which scripts and supervisord would take apart.
-    char folder[] = "/tmp/bench-watchmen-XXXXXX";
-    if (mkdtemp(folder) == nullptr)
+    std::string folder = fs::temp_directory_path() / "bench-watchmen-XXXXXX";
+    if (mkdtemp(folder.data()) == nullptr)
         return false;
     bool good = true;
     {
         std::vector<std::unique_ptr<Watchman>> watchmen;
+        const std::string encoder = decoder.appliance().encoder(0).address();
         for (const char* name : {"runsv", "s6-supervise", "supervisord"})
-            if (auto watchman = startWatchman(name, folder))
-                watchmen.push_back(std::move(watchman));
+            for (const Duties duties : {Duties::none, Duties::decoder})
+                if (auto watchman = startWatchman(name, duties, encoder, folder))
+                    watchmen.push_back(std::move(watchman));
         for (int i = 0; i < options.repetitions && good; ++i) {
             appliance::pause(longEnough);
             good = killPlayer(decoder);

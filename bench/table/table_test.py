@@ -174,7 +174,7 @@ class Program(unittest.TestCase):
         return subprocess.run(self.command(*more), capture_output=True, text=True, timeout=60, check=False)
 
     def test_an_interrupted_run_goes_on_where_it_was(self):
-        self.program("event_bench", "echo 'sample path ours 13'; echo 'sample path bare 10'")
+        self.program("event_bench", "echo 'sample path ours 13'; echo 'sample path bare 10'; echo 'sample path silent 10'")
         self.program("supervisor_bench", "exec sleep 30")
         with subprocess.Popen(self.command("--only", "^(events|launch)$"), stdout=subprocess.PIPE,
                               stderr=subprocess.STDOUT, text=True) as first:
@@ -189,7 +189,7 @@ class Program(unittest.TestCase):
         self.assertEqual(again.returncode, 0, again.stdout + again.stderr)
         runs = self.runs.read_text().splitlines()
         self.assertEqual([run.split()[0] for run in runs], ["event_bench", "supervisor_bench", "supervisor_bench"])
-        self.assertRegex(again.stdout, r"event path +13\.0 µs +System V hop 10\.0 +1\.30 : 1 .* met")
+        self.assertRegex(again.stdout, r"event path +13\.0 µs +System V hop with a log line 10\.0 +1\.30 : 1 .* met")
         self.assertIn("selective take of 256", again.stdout)
         self.assertIn("not measured", again.stdout)
 

@@ -23,8 +23,8 @@ set(ENV{PKG_CONFIG_SYSROOT_DIR} "${CMAKE_SYSROOT}")
 set(ENV{PKG_CONFIG_LIBDIR}
     "${CMAKE_SYSROOT}/usr/lib/${house_triplet}/pkgconfig:${CMAKE_SYSROOT}/usr/share/pkgconfig")
 
-# With qemu-user, CTest can run the tests here.
+# With qemu-user, CTest can run the tests here. "none": the kernel starts these programs by itself (tests/cross/emulated).
 find_program(HOUSE_EMULATOR NAMES "${house_emulator}-static" "${house_emulator}")
-if(HOUSE_EMULATOR)
+if(HOUSE_EMULATOR AND NOT HOUSE_EMULATOR STREQUAL "none")
     set(CMAKE_CROSSCOMPILING_EMULATOR "${HOUSE_EMULATOR};-L;${CMAKE_SYSROOT}")
 endif()

@@ -29,7 +29,7 @@ private:
     int fd_ = -1;
 };
 
-long secondsOf(int fd, int option) {
+time_t secondsOf(int fd, int option) {
     timeval limit = {};
     socklen_t length = sizeof limit;
     EXPECT_EQ(getsockopt(fd, SOL_SOCKET, option, &limit, &length), 0);

@@ -20,7 +20,8 @@ struct ParameterLock {
     LockHolder holder; // who held the lock when it could not be taken
     std::chrono::steady_clock::time_point taken; // when the lock was taken last, and given back after that
     std::chrono::steady_clock::time_point released;
-    int fd = -1; // the lock file, open while `held` is not LOCK_UN
+    std::chrono::steady_clock::time_point mostlyOursSince; // from then on it was held more often than not
+    int fd = -1;                                           // the lock file, open while `held` is not LOCK_UN
     int held = LOCK_UN;
     int sharedUsers = 0;
     int exclusiveUsers = 0;
@@ -48,7 +49,8 @@ ParameterLock& lockOf(int fileId) {
                                        .mutex = {},
                                        .holder = {},
                                        .taken = {},
-                                       .released = {}};
+                                       .released = {},
+                                       .mostlyOursSince = {}};
         if (locks[fileId].compare_exchange_strong(lock, mine))
             return *mine;
         delete mine;
@@ -69,11 +71,16 @@ void letGo(ParameterLock& lock) {
     errno = saved;
 }
 
-// Waiting processes poll the lock. A process that writes again and again would always take it before them.
-void letOthersGoFirst(const ParameterLock& lock) {
-    const auto sinceThen = std::chrono::steady_clock::now() - lock.released;
-    if (lock.released > lock.taken && sinceThen < lock.released - lock.taken)
+// Waiting processes poll the lock. A process that writes again and again would always take it before them; a few writes
+// in a row are over before they poll again.
+void letOthersGoFirst(ParameterLock& lock) {
+    const auto now = std::chrono::steady_clock::now();
+    const bool again = lock.released > lock.taken && now - lock.released < lock.released - lock.taken;
+    if (again && now - lock.mostlyOursSince < lockInterval)
+        return;
+    if (again)
         pauseFor(3 * lockInterval, SignalsInWait::letIn);
+    lock.mostlyOursSince = std::chrono::steady_clock::now();
 }
 
 // Takes or releases the lock as its users need it. False with errno; then nothing is held. The mutex is locked.

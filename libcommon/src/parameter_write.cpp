@@ -70,11 +70,19 @@ bool readPresent(Job& job) {
     return true;
 }
 
+// True if the file has that group afterwards. In a folder that passes its group on (setgid) a new file has it at once, and
+// nothing needs to be changed. In a name space of users nothing could be: the group has no number there.
+bool giveGroup(int fd, gid_t group) {
+    struct stat file {};
+    return fstat(fd, &file) == 0 && (file.st_gid == group || fchown(fd, static_cast<uid_t>(-1), group) == 0);
+}
+
 // Gives the new version the mode and the owner of the old one. If the owner can't be kept, the group must be kept: the
 // appliance's other processes read the file by its group.
 bool keepRights(int fd, const struct stat& before) {
-    if (fchown(fd, before.st_uid, before.st_gid) != 0 &&
-        fchown(fd, static_cast<uid_t>(-1), before.st_gid) != 0)
+    struct stat file {};
+    const bool kept = fstat(fd, &file) == 0 && file.st_uid == before.st_uid && file.st_gid == before.st_gid;
+    if (!kept && fchown(fd, before.st_uid, before.st_gid) != 0 && !giveGroup(fd, before.st_gid))
         return false;
     return fchmod(fd, before.st_mode & 07777) == 0;
 }
@@ -85,8 +93,7 @@ bool followFolder(int fd, const Job& job) {
     struct stat folder {};
     if (!statFolderOf(job.path.c_str(), folder))
         return false;
-    const bool groupWrites =
-        (folder.st_mode & S_IWGRP) != 0 && fchown(fd, static_cast<uid_t>(-1), folder.st_gid) == 0;
+    const bool groupWrites = (folder.st_mode & S_IWGRP) != 0 && giveGroup(fd, folder.st_gid);
     const mode_t others = job.fileId == 0 ? 0 : S_IROTH;
     return fchmod(fd, (groupWrites ? 0660 : 0640) | others) == 0;
 }
@@ -203,6 +210,13 @@ bool rewrite(int fileId, const std::string& what, const EditText& edit) {
     return outcome == Outcome::done;
 }
 
+// Whether a write would change nothing. Needs no lock: other programs' changes come before or after this look. A file
+// that can't be read is left to the write, which tells why.
+bool isPresent(int fileId, std::string_view name, std::string_view value) {
+    return !value.empty() && access(parameterFilePath(fileId).c_str(), R_OK) == 0 &&
+           currentParameters(fileId)->value(name) == value;
+}
+
 } // namespace
 
 bool writeParameter(int fileId, std::string_view name, std::string_view value) {
@@ -216,6 +230,8 @@ bool writeParameter(int fileId, std::string_view name, std::string_view value) {
                parameterFilePath(fileId).c_str(), reason);
         return false;
     }
+    if (isPresent(fileId, name, value))
+        return true;
     return rewrite(fileId, '"' + std::string(name.substr(0, 200)) + '"',
                    [&](const std::string& present) -> std::optional<std::string> {
                        std::string text = withParameter(present, name, value);

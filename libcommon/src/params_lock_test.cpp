@@ -177,6 +177,14 @@ TEST_F(Stopped, AWriteGivesUpAfterASecondAndNamesTheHolder) {
     EXPECT_EQ(logCount("(errno=110"), 2U) << log();
 }
 
+TEST_F(Stopped, AWriteOfTheSameValueDoesNotWait) {
+    write(parameterFile(0), "[A]\nx = 1\n");
+    set("A.x", "1");
+    ParamWrapper(0, true)["A.x"] = 1;
+    EXPECT_LT(seconds(), 0.9);
+    EXPECT_EQ(log(), "");
+}
+
 TEST_F(Stopped, AProgramOfAUserIsMorePatient) {
     EXPECT_EQ(inChild([] {
                   set("A.x", "new");

@@ -3,7 +3,11 @@
 
 #include "libcommon/src/appliance_fixture.h"
 
+#include <fstream>
 #include <grp.h>
+#include <sched.h>
+#include <string>
+#include <sys/prctl.h>
 #include <sys/stat.h>
 #include <unistd.h>
 
@@ -78,6 +82,48 @@ TEST_F(ParamsRights, AFileThatRootReplacesKeepsOwnerGroupAndMode) {
     EXPECT_EQ(state.st_gid, group);
     EXPECT_EQ(state.st_mode & 07777, 0640U);
     EXPECT_TRUE(userSets(0, "Decoder.Connected", "no"));
+    EXPECT_EQ(log(), "");
+}
+
+// As the service manager of a user's session starts a program: in a name space in which only the user has a number.
+bool enterUserNamespace() {
+    const auto put = [](const char* file, const std::string& text) { std::ofstream(file) << text; };
+    const std::string uid = std::to_string(geteuid());
+    const std::string gid = std::to_string(getegid());
+    if (unshare(CLONE_NEWUSER) != 0)
+        return false;
+    put("/proc/self/setgroups", "deny");
+    put("/proc/self/uid_map", uid + " " + uid + " 1");
+    put("/proc/self/gid_map", gid + " " + gid + " 1");
+    return true;
+}
+
+TEST_F(ParamsRights, AMemberOfTheGroupWithoutNumbersForOthersKeepsTheGroup) {
+    constexpr uid_t member = 63119;
+    constexpr int refused = 77;
+    for (const char* folder : {"/etc/decoder", "/run/decoder"})
+        ASSERT_EQ(chmod(file(folder).c_str(), 02770), 0);
+    for (const int fileId : {0, 1})
+        ASSERT_TRUE(userSets(fileId, "Decoder.Connected", "no"));
+    const int result = inChild([&] {
+        if (setgroups(1, &group) != 0 || setgid(member) != 0 || setuid(member) != 0)
+            return 1;
+        prctl(PR_SET_DUMPABLE, 1); // or /proc/self would be root's
+        if (!enterUserNamespace())
+            return refused;
+        for (const int fileId : {0, 1})
+            ParamWrapper(fileId, true)["Decoder.Connected"] = "yes";
+        return 0;
+    });
+    if (result == refused)
+        GTEST_SKIP() << "this kernel gives an ordinary user no name space of users";
+    ASSERT_EQ(result, 0);
+    for (const int fileId : {0, 1}) {
+        EXPECT_EQ(stateOf(parameterFile(fileId)).st_gid, group);
+        EXPECT_EQ(stateOf(parameterFile(fileId)).st_uid, member);
+        EXPECT_TRUE(userSets(fileId, "Decoder.SequenceMode", "manual"));
+        EXPECT_EQ(ParamWrapper(fileId, false)["Decoder.Connected"].toString(), "yes");
+    }
     EXPECT_EQ(log(), "");
 }
 

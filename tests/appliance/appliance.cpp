@@ -35,14 +35,14 @@ constexpr const char* playerNames[] = {"mjpeg_player", "unicastplayer", "multica
 
 std::string makeRoot() {
     // The path has a blank, so that a missing quotation mark is noticed.
-    char base[] = "/tmp/appliance test-XXXXXX";
-    if (mkdtemp(base) == nullptr) {
+    std::string base = fs::temp_directory_path() / "appliance test-XXXXXX";
+    if (mkdtemp(base.data()) == nullptr) {
         throw std::runtime_error("no temporary folder");
     }
     for (const char* folder : {"etc/decoder", "run/decoder", "var/tmp", "var/log", "bin", "proc/sys/dev"}) {
         fs::create_directories(fs::path(base) / folder);
     }
-    mkfifo((std::string(base) + "/proc/sys/dev/button_videoselect").c_str(), 0600);
+    mkfifo((base + "/proc/sys/dev/button_videoselect").c_str(), 0600);
     for (const auto& program : fs::directory_iterator(HOUSE_PROGRAMS)) {
         fs::create_symlink(program.path(), fs::path(base) / "bin" / program.path().filename());
     }
@@ -119,8 +119,8 @@ Appliance::~Appliance() {
 }
 
 Encoder& Appliance::add(std::unique_ptr<Encoder> encoder, const std::string& name, const Keys& keys) {
-    Keys all{{"Address", encoder->address()}};
-    all.insert(keys.begin(), keys.end());
+    Keys all = keys;
+    all.emplace("Address", encoder->address());
     addSource(name, all);
     return *encoders_.emplace_back(std::move(encoder));
 }

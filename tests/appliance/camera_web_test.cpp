@@ -6,11 +6,15 @@
 #include "tests/peers/peer_program.h"
 #include "tests/support/certificate.h"
 
+#include <arpa/inet.h>
 #include <cstdlib>
 #include <filesystem>
 #include <gmock/gmock.h>
+#include <netinet/in.h>
 #include <optional>
 #include <sstream>
+#include <sys/socket.h>
+#include <unistd.h>
 
 namespace {
 
@@ -26,6 +30,15 @@ constexpr const char* secret = "se/c:r@et";
 std::vector<std::string> wordsOf(const std::string& text) {
     std::istringstream words(text);
     return {std::istream_iterator<std::string>(words), {}};
+}
+
+int connectTo(int port) {
+    const int fd = socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC, 0);
+    sockaddr_in address{};
+    address.sin_family = AF_INET;
+    address.sin_port = htons(static_cast<std::uint16_t>(port));
+    address.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
+    return connect(fd, reinterpret_cast<sockaddr*>(&address), sizeof address) == 0 ? fd : -1;
 }
 
 class WebServer {
@@ -192,6 +205,36 @@ TEST_F(CameraWeb, MotionJpegThatIsNamedLikeAFilePlays) {
     decoder_.start();
     EXPECT_TRUE(decoder_.showsMoving(mark)) << gateway.log();
     EXPECT_EQ(decoder_.sourceValue(0, "VideoSourceType"), "mjpeg");
+}
+
+TEST_F(CameraWeb, PartsThatNoTypeAnnouncesPlay) {
+    const appliance::Encoder camera("Camera", mark, wordsOf("--width 352 --height 288"),
+                                    decoder_.root() + "/camera.log");
+    media_.write("page", std::string(100'000, '-'));
+    // The encoder's stream, from somewhere in a picture on, with another type.
+    const std::string address = camera.address();
+    const appliance::Oddity untyped([address](int fd) {
+        const int port = std::atoi(address.substr(address.rfind(':') + 1).c_str());
+        const int from = connectTo(port);
+        appliance::readRequest(fd);
+        appliance::writeAll(from, "GET /vexo-cgi/mjpg/video.cgi?camera=1 HTTP/1.0\r\n\r\n");
+        appliance::writeAll(fd, "HTTP/1.0 200 OK\r\nContent-Type: application/octet-stream\r\n\r\n");
+        char bytes[4096];
+        std::size_t skipped = 0;
+        for (ssize_t count = 0; (count = read(from, bytes, sizeof bytes)) > 0;) {
+            const bool skips = skipped < 3000;
+            skipped += static_cast<std::size_t>(count);
+            if (!skips && !appliance::writeAll(fd, {bytes, static_cast<std::size_t>(count)}))
+                return;
+        }
+    });
+    const CameraGateway gateway(decoder_);
+    decoder_.start();
+    const appliance::Finished added = decoder_.ctl({"add", "Yard", "http://" + untyped.address() + "/video"});
+    EXPECT_EQ(added.status, 0) << added.errors;
+    EXPECT_TRUE(decoder_.showsMoving(mark)) << gateway.log();
+    EXPECT_THAT(refusal("Page", serve().url("page")),
+                HasSubstr("sends \"application/octet-stream\", not a Motion JPEG stream"));
 }
 
 TEST_F(CameraWeb, NothingThatAServerSendsOpensFilesOfTheDecoder) {

@@ -3,6 +3,8 @@
 
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
+
+#include <cstdio>
 #include <nlohmann/json.hpp>
 
 namespace {
@@ -43,6 +45,28 @@ TEST(Start, DetectionIsExplained) {
     EXPECT_EQ(explained.status, 0) << explained.errors;
     EXPECT_NE(explained.output.find("GET /vexo-cgi/mjpg/video.cgi"), std::string::npos) << explained.output;
     EXPECT_NE(explained.output.find("accepted"), std::string::npos) << explained.output;
+}
+
+TEST(Start, SnapshotIsThePictureOfTheSource) {
+    Appliance decoder;
+    decoder.addEncoder("Front door");
+    decoder.addEncoder("Garage");
+    decoder.setManual();
+    decoder.start();
+    ASSERT_TRUE(decoder.showsMoving(0));
+    ASSERT_EQ(decoder.ctl({"select", "1"}).status, 0);
+    ASSERT_TRUE(decoder.showsMoving(1));
+    const std::string file = decoder.root() + "/snapshot.png";
+    const Finished taken = decoder.ctl({"snapshot", file});
+    ASSERT_EQ(taken.status, 0) << taken.errors;
+    int width = 0;
+    int height = 0;
+    int light = 0;
+    int source = -1;
+    const Finished read = appliance::runToEnd({PICTURE_MARK, file}, {});
+    EXPECT_EQ(std::sscanf(read.output.c_str(), "%d %d %d %d", &width, &height, &light, &source), 4)
+        << read.output;
+    EXPECT_EQ(source, 1) << read.output << read.errors;
 }
 
 TEST(Start, StaysDisconnectedWithoutAutoConnect) {

@@ -1,8 +1,10 @@
 """What the display of a virtual machine shows: test pictures, read from copies of the display."""
 import os
 import shutil
+import struct
 import subprocess
 import time
+import zlib
 
 from machine import Late
 
@@ -28,6 +30,49 @@ class Shown:
             size, self.source, self.counter, self.place[2], self.place[3], *self.place[:2])
 
 
+class Pixels:
+    """A copy of the display, pixel by pixel: a PPM file of the machine's, without comments."""
+
+    def __init__(self, data):
+        kind, size, most, self.data = data.split(b"\n", 3)
+        self.width, self.height = (int(word) for word in size.split())
+        if kind != b"P6" or most != b"255" or len(self.data) != 3 * self.width * self.height:
+            raise Failed(f"no PPM picture of a known kind: {kind} {size} {most}")
+
+    def at(self, across, down):
+        """The colour there, both as a part of the whole (0 to 1), as three letters: R, G and B for light, - for dark."""
+        place = 3 * (int(down * self.height) * self.width + int(across * self.width))
+        return "".join(name if value > 96 else "-" for name, value in zip("RGB", self.data[place:place + 3]))
+
+    def top(self):
+        """The top quarter."""
+        rows = self.height // 4
+        return Pixels(b"P6\n%d %d\n255\n" % (self.width, rows) + self.data[:3 * self.width * rows])
+
+    def changed(self, other):
+        """How many bytes are other ones."""
+        return sum(a != b for a, b in zip(self.data, other.data))
+
+
+def png_of_xwd(data):
+    """A PNG file of what an X server keeps in its file: a header of 32-bit words, a colour map, and BGRX pixels."""
+    words = struct.unpack(">25I", data[:100])
+    width, height, bits, line, colours = words[4], words[5], words[11], words[12], words[19]
+    if bits != 32:
+        raise Failed(f"the X server has {bits} bits for a pixel")
+    pixels = data[words[0] + 12 * colours:]
+    rows = bytearray()
+    for y in range(height):
+        row = pixels[y * line:y * line + 4 * width]
+        rgb = bytearray(3 * width)
+        rgb[0::3], rgb[1::3], rgb[2::3] = row[2::4], row[1::4], row[0::4]
+        rows += b"\0" + rgb
+    chunk = lambda kind, body: (struct.pack(">I", len(body)) + kind + body  # noqa: E731
+                                + struct.pack(">I", zlib.crc32(kind + body)))
+    return (b"\x89PNG\r\n\x1a\n" + chunk(b"IHDR", struct.pack(">IIBBBBB", width, height, 8, 2, 0, 0, 0))
+            + chunk(b"IDAT", zlib.compress(bytes(rows), 1)) + chunk(b"IEND", b""))
+
+
 class Display:
     """Looks at the machine's display, and keeps pictures if asked to."""
 
@@ -35,9 +80,20 @@ class Display:
         self.machine, self.reader, self.keep = machine, reader, keep
 
     def look(self):
-        path = self.machine.screendump()
+        return self.read(self.machine.screendump())
+
+    def pixels(self):
+        with open(self.machine.screendump("now.ppm", "ppm"), "rb") as file:
+            return Pixels(file.read())
+
+    def read(self, path):
+        """What a PNG picture shows."""
         return Shown([int(word) for word in subprocess.run([self.reader, path], check=True, capture_output=True,
                                                            text=True).stdout.split()])
+
+    def keep_file(self, path, name):
+        if self.keep:
+            shutil.copy(path, os.path.join(self.keep, f"{name}.png"))
 
     def keep_as(self, name):
         if self.keep:

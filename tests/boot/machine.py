@@ -2,7 +2,7 @@
 
 Machine starts QEMU in a process of its own, which ends with this one. Pictures are read from the display itself; keys
 come from the machine's keyboard; the display changes its size or goes away as with a cable. Commands run in the guest
-through its second serial line (guest/test-shell). Every wait has a limit in seconds; a limit that is over raises Late.
+through its second serial line (guest/test-shell); files come out over a line of their own. Every wait has a limit in seconds; a limit that is over raises Late.
 """
 import json
 import os
@@ -175,19 +175,24 @@ class Machine:
 
     def _arguments(self):
         place = lambda name: os.path.join(self.folder, name)  # noqa: E731
+        # Without AVX: with this QEMU's new emulation of it, the drawing code that Mesa compiles at run time ended with
+        # segmentation faults in gather instructions.
+        processor = "max,avx=off,avx2=off,f16c=off,fma=off"
         # The emulated processor needs no protection from itself, and is slow with it.
         kernel_line = ("root=/dev/vda rw console=tty0 console=ttyS0 loglevel=4 mitigations=off no5lvl "
                        "systemd.show_status=yes systemd.default_timeout_start_sec=300")
         width, height = self.size
         return ["qemu-system-x86_64", "-nodefaults", "-no-user-config", "-no-reboot", "-nic", "none",
-                "-machine", "q35", "-accel", "tcg,thread=multi", "-cpu", "max", "-smp", "2", "-m", "1536",
+                "-machine", "q35", "-accel", "tcg,thread=multi", "-cpu", processor, "-smp", "2", "-m", "1536",
                 "-kernel", os.path.join(self.image, "kernel"), "-initrd", os.path.join(self.image, "initrd"),
                 "-append", kernel_line, "-drive", f"file={place('disk.img')},if=virtio,format=raw,cache=unsafe",
                 "-vga", "none", "-device", f"virtio-vga,edid=on,xres={width},yres={height}",
                 "-device", "virtio-rng-pci", "-display", "none", "-vnc", f"unix:{place('vnc')}",
                 "-qmp", f"unix:{place('qmp')},server=on,wait=off",
                 "-chardev", f"file,id=log,path={place('console.log')}", "-serial", "chardev:log",
-                "-chardev", f"socket,id=shell,path={place('shell')},server=on,wait=off", "-serial", "chardev:shell"]
+                "-chardev", f"socket,id=shell,path={place('shell')},server=on,wait=off", "-serial", "chardev:shell",
+                "-chardev", f"file,id=files,path={place('files')},append=on", "-device", "virtio-serial-pci",
+                "-device", "virtserialport,chardev=files,name=files"]
 
     def power_on(self):
         disk = os.path.join(self.folder, "disk.img")
@@ -226,14 +231,30 @@ class Machine:
             self.press(key)
             time.sleep(0.4)
 
-    def screendump(self, name="now.png"):
-        """Saves what the display shows as a PNG picture and returns its path."""
+    def screendump(self, name="now.png", kind="png"):
+        """Saves what the display shows as a picture (png or ppm) and returns its path."""
         path = os.path.join(self.folder, name)
-        self.control.command("screendump", filename=path, format="png")
+        self.control.command("screendump", filename=path, format=kind)
         return path
 
     def run(self, command, limit=60):
         return self.shell.run(command, limit)
+
+    def fetch(self, path, limit=60):
+        """The content of a file of the guest, which may be large."""
+        files = Path(self.folder, "files")
+        before = files.stat().st_size
+        status, output = self.run(f"stat -Lc %s {path} && cat {path} >/dev/virtio-ports/files", limit)
+        if status != 0:
+            raise RuntimeError(f"{path} does not come out of the machine: {output}")
+        end = time.monotonic() + limit
+        while files.stat().st_size < before + int(output):
+            if time.monotonic() > end:
+                raise Late(f"{path} did not come out of the machine within {limit:.0f} s")
+            time.sleep(0.1)
+        with open(files, "rb") as file:
+            file.seek(before)
+            return file.read(int(output))
 
     def ended(self):
         return self.process.poll() is not None

@@ -75,9 +75,9 @@ class Guest:
             raise Failed(f"in the machine: {command}: exit status {status}: {output}")
         return output
 
-    def exposure(self, unit):
+    def exposure(self, unit, runner="", manager=""):
         """What the unit may do, by systemd's measure (0 to 10)."""
-        text = self.guest(f"SYSTEMD_COLORS=0 SYSTEMD_URLIFY=0 systemd-analyze security --no-pager {unit}",
+        text = self.guest(f"{runner} env SYSTEMD_COLORS=0 SYSTEMD_URLIFY=0 systemd-analyze security --no-pager {manager} {unit}",
                           4 * self.limit)
         level = float(re.search(r"Overall exposure level for \S+: ([\d.]+)", text)[1])
         if level > LARGEST_EXPOSURE:

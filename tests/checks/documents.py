@@ -4,7 +4,7 @@ from dataclasses import dataclass
 from pathlib import Path
 
 LANGUAGES = {"sh", "ini", "unit", "text", "mermaid"}
-PROGRAMS = ("./run", "./test", "decoderctl", "video-encoder", "skelmor", "decoder-monitor", "decoder-address", "camera-gateway",
+PROGRAMS = ("./run", "./test", "decoderctl", "video-encoder", "skelmor", "decoder-monitor", "decoder-address", "camera-gateway", "decoder-mqtt",
             "blankscreen", "resetrua",
             "mjpeg_player", "mpeg4player", "unicastplayer", "multicastplayer",
             "switch_bench", "kinds_bench", "detection_bench", "monitor_bench")

@@ -13,7 +13,7 @@ std::vector<Event> taken;
 int takeResult = 0;
 int nextTimerId = 65536;
 int lastTimerId = 0;
-long lastTimeout = 0;
+std::int64_t lastTimeout = 0;
 std::deque<int> barrierResults;
 std::function<int(int, std::span<const int>)> onMasterBarrier;
 
@@ -147,7 +147,7 @@ void setQueueLimit(int id, int maximum) {
     fake::queueLimits[id] = maximum;
 }
 
-int setTimeout(long milliseconds) {
+int setTimeout(std::int64_t milliseconds) {
     fake::calls.push_back("setTimeout(" + std::to_string(milliseconds) + ")");
     fake::lastTimeout = milliseconds;
     return fake::lastTimerId = fake::nextTimerId++;

@@ -48,7 +48,7 @@ extern int takeResult;           // not 0: every take fails with it
 // was armed last.
 extern int nextTimerId;
 extern int lastTimerId;
-extern long lastTimeout; // milliseconds
+extern std::int64_t lastTimeout; // milliseconds
 
 // Barriers: the results of the next waits, 0 when the list is empty. The function, if set, takes their place.
 extern std::deque<int> barrierResults;

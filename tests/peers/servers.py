@@ -185,7 +185,7 @@ def vlc_rows():
         yield Row("VLC", "MJPEG", "http", "http://127.0.0.1:8080/video.mjpg", vlc("MJPEG", vlc_http(f"mime={VLC_MULTIPART}{login}"),
                                                                                  8080), password)
     yield Row("VLC", "MJPEG", "http", "http://127.0.0.1:8080/video.mjpg", vlc("MJPEG", vlc_http(""), 8080),
-              note="without its option mime", refused="octet-stream")
+              note="without its option mime: it says no type")
 
 
 VLC_MULTIPART = "multipart/x-mixed-replace;boundary=7b3cc56e5f51db803f790dad720ed50a"

@@ -228,11 +228,14 @@ CommandLine parseCommandLine(int argc, const char* const* argv) {
     addPictureOptions(app, options, raw);
     addCodecOptions(app, options, raw);
     addDeviceOptions(app, options, raw);
+    app.set_version_flag("--version", HOUSE_VERSION);
     app.footer(footer());
     try {
         app.parse(argc, argv);
     } catch (const CLI::CallForHelp&) {
         return {std::nullopt, 0, app.help()};
+    } catch (const CLI::CallForVersion&) {
+        return {std::nullopt, 0, std::string(HOUSE_VERSION) + "\n"};
     } catch (const CLI::ParseError& mistake) {
         return {std::nullopt, usageMistake, std::string("video-encoder: ") + mistake.what() + "\n"};
     }

@@ -66,7 +66,7 @@ struct Options {
 
 struct CommandLine {
     std::optional<Options> options; // none: print `message` and exit
-    int exitStatus = 0;             // 0 after --help, 2 after a mistake
+    int exitStatus = 0;             // 0 after --help and --version, 2 after a mistake
     std::string message;
 };
 

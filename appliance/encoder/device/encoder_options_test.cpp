@@ -170,6 +170,13 @@ TEST(Options, HelpNamesTheFaultsAndExitsZero) {
         EXPECT_THAT(line.message, HasSubstr(word));
 }
 
+TEST(Options, VersionNamesTheProgramAndExitsZero) {
+    const CommandLine line = parse({"--version"});
+    EXPECT_FALSE(line.options.has_value());
+    EXPECT_EQ(line.exitStatus, 0);
+    EXPECT_THAT(line.message, testing::StartsWith("video-encoder "));
+}
+
 TEST(Options, MistakesAreNamedAndExitTwo) {
     expectMistake({"--http", "70000"}, "--http");
     expectMistake({"--http", "x"}, "--http");

@@ -15,12 +15,19 @@ namespace {
 
 constexpr std::size_t headerLimit = 64 * 1024;
 constexpr curl_off_t refusalLimit = 16 * 1024;
-constexpr std::size_t shownType = 80; // characters of a content type that a message quotes
+constexpr std::size_t shownType = 80;                    // characters of a content type that a message quotes
+constexpr std::size_t mostWithoutPart = 4 * 1024 * 1024; // of a body whose type does not announce parts
 constexpr std::chrono::milliseconds lookTime(250);
 
 bool isMultipart(const std::string& type) {
     constexpr std::string_view start = "multipart/";
     return type.size() > start.size() && strncasecmp(type.c_str(), start.data(), start.size()) == 0;
+}
+
+// The type of servers that do not know what they send.
+bool saysNothing(const std::string& type) {
+    constexpr std::string_view unknown = "application/octet-stream";
+    return type.empty() || strncasecmp(type.c_str(), unknown.data(), unknown.size()) == 0;
 }
 
 input::WebForm formOf(const std::string& type, std::string_view first) {
@@ -86,6 +93,9 @@ std::size_t MjpegSession::onBody(char* bytes, std::size_t size, std::size_t coun
     if (session.ended_ || (session.reader_ == nullptr && !session.begin({bytes, size * count})))
         return 0;
     session.reader_->feed(bytes, size * count);
+    session.bodyBytes_ += size * count;
+    if (session.namesNoParts_ && !session.opened_ && session.bodyBytes_ > mostWithoutPart)
+        session.endSoon(session.otherType());
     session.events_.pause();
     return session.ended_ ? 0 : size * count;
 }
@@ -103,21 +113,29 @@ bool MjpegSession::begin(std::string_view first) {
         return false;
     const char* type = nullptr;
     curl_easy_getinfo(curl_, CURLINFO_CONTENT_TYPE, &type);
-    const std::string text = type == nullptr ? "" : type;
-    if (!isMultipart(text)) {
-        if (const input::WebForm form = formOf(text, first); form != input::WebForm::none)
+    type_ = type == nullptr ? "" : type;
+    if (!isMultipart(type_)) {
+        if (const input::WebForm form = formOf(type_, first); form != input::WebForm::none) {
             handOverSoon(form);
-        else
-            endSoon({Fault::notUnderstood,
-                     url_.place() + " sends " +
-                         (text.empty() ? "something without a type"
-                                       : "\"" + libcommon::printable(text.substr(0, shownType)) + "\"") +
-                         ", not a Motion JPEG stream"});
-        return false;
+            return false;
+        }
+        namesNoParts_ = saysNothing(type_);
+        if (!namesNoParts_) {
+            endSoon(otherType());
+            return false;
+        }
     }
     reader_ = std::make_unique<streams::MultipartReader>(
-        text, [this](std::string_view part) { takePicture(part); });
+        type_, [this](std::string_view part) { takePicture(part); });
     return true;
+}
+
+Failure MjpegSession::otherType() const {
+    return {Fault::notUnderstood,
+            url_.place() + " sends " +
+                (type_.empty() ? "something without a type"
+                               : "\"" + libcommon::printable(type_.substr(0, shownType)) + "\"") +
+                ", not a Motion JPEG stream"};
 }
 
 void MjpegSession::takePicture(std::string_view bytes) {
@@ -144,6 +162,8 @@ Failure MjpegSession::silence(std::int64_t now) const {
         return {};
     if (status() == 0)
         return {Fault::noAnswer, url_.place() + " does not answer the request"};
+    if (namesNoParts_)
+        return otherType();
     if (reader_ != nullptr && reader_->skipped() > 0)
         return {Fault::unsupported, "the pictures of " + url_.place() + " can't be shown"};
     return {Fault::noPackets, url_.place() + " accepts the request and sends no picture"};
@@ -163,6 +183,8 @@ Failure MjpegSession::outcome(CURLcode result) const {
             return {Fault::notUnderstood, place + " does not speak HTTP"};
         return failureOf(curl_, result, url_, error_.data());
     case 200:
+        if (namesNoParts_)
+            return otherType();
         return {Fault::ended, place + " ended the stream before its first picture"};
     default:
         return refusalOf(answered, place, !url_.user.empty());

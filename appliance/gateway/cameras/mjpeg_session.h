@@ -35,6 +35,7 @@ private:
     static int onProgress(void* self, curl_off_t total, curl_off_t now, curl_off_t upTotal, curl_off_t upNow);
 
     bool begin(std::string_view first);
+    Failure otherType() const;
     void takePicture(std::string_view bytes);
     void watchSilence();
     Failure silence(std::int64_t now) const;
@@ -53,6 +54,9 @@ private:
     CURL* curl_;
     std::array<char, CURL_ERROR_SIZE> error_{};
     std::size_t headerBytes_ = 0;
+    std::size_t bodyBytes_ = 0;
+    std::string type_;          // the Content-Type
+    bool namesNoParts_ = false; // the type does not say that there are parts; the body may still have them
     std::unique_ptr<streams::MultipartReader> reader_; // null before the body begins
     std::int64_t started_ = 0;                         // microseconds
     std::int64_t lastPicture_ = 0;                     // 0: none yet

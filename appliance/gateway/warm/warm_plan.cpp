@@ -2,6 +2,7 @@
 
 #include <algorithm>
 #include <cstdlib>
+#include <limits>
 #include <map>
 
 namespace gateway {
@@ -33,6 +34,13 @@ std::vector<int> orderAfter(const std::vector<SourceParams>& sections, const War
             order.push_back(index);
     }
     return order;
+}
+
+// With addresses of 32 bits, the largest number of bytes is a little less than 4096 MiB.
+std::size_t bytesOf(int mebibytes) {
+    constexpr std::size_t most = std::numeric_limits<std::size_t>::max();
+    const auto wanted = static_cast<std::size_t>(mebibytes);
+    return wanted > most >> 20 ? most : wanted << 20;
 }
 
 class Planner {
@@ -89,7 +97,7 @@ WarmSettings WarmSettings::read(const std::string& sources, int mostSources, int
     if (mostSources > 0)
         settings.mostSources = static_cast<std::size_t>(mostSources);
     if (mostMemory > 0)
-        settings.mostBytes = static_cast<std::size_t>(mostMemory) << 20;
+        settings.mostBytes = bytesOf(mostMemory);
     return settings;
 }
 

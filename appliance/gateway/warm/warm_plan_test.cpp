@@ -209,3 +209,8 @@ TEST(WarmPlan, SettingsHaveDefaults) {
     EXPECT_EQ(WarmSettings::read("all", 3, 5).mostBytes, 5U << 20);
     EXPECT_EQ(WarmSettings::read("some", -1, -1), WarmSettings());
 }
+
+TEST(WarmPlan, MuchMemoryIsMuchOnEveryProcessor) {
+    for (const int mebibytes : {4095, 4096, 8192, 65536})
+        EXPECT_GE(WarmSettings::read("all", 3, mebibytes).mostBytes, std::size_t{4095} << 20) << mebibytes;
+}

@@ -31,6 +31,8 @@ const char* kindName(ValueKind kind) {
         return "address";
     case ValueKind::Default:
         return "default";
+    case ValueKind::Broker:
+    case ValueKind::OwnTopic:
     case ValueKind::Text:
         return "text";
     }
