@@ -4,7 +4,6 @@
 
 #include <array>
 #include <gio/gnetworking.h>
-#include <string_view>
 
 namespace panel {
 namespace {
@@ -18,10 +17,6 @@ GPollableInputStream* input(GIOStream* stream) {
 GPollableOutputStream* output(GIOStream* stream) {
     return G_POLLABLE_OUTPUT_STREAM(g_io_stream_get_output_stream(stream));
 }
-
-// What libsoup reads after the client's last request. kept: libsoup 3.2 never lets go of a connection that ends between two
-// requests; it does let go of one that asks for it.
-constexpr std::string_view farewell = "BYE / HTTP/1.1\r\nHost: localhost\r\nConnection: close\r\n\r\n";
 
 std::string refusalText(const HeadCheck& refusal) {
     const std::string body = errorResponse(refusal.status, refusal.reason).body;
@@ -42,20 +37,10 @@ Connection::~Connection() {
     cut();
 }
 
-// In the middle of a request the end of the input is all that libsoup needs.
-gssize Connection::readFarewell(char* buffer, gsize size) {
-    if (inRequest_)
-        return 0;
-    const std::string_view rest = farewell.substr(farewellRead_, size);
-    std::copy(rest.begin(), rest.end(), buffer);
-    farewellRead_ += rest.size();
-    return static_cast<gssize>(rest.size());
-}
-
 gssize Connection::read(char* buffer, gsize size, GError** error) {
     while (!gate_.hasBytes()) {
-        if (endOfInput_ || !open_ || gate_.phase() == Gate::Phase::Refused)
-            return readFarewell(buffer, size);
+        if (isOver())
+            return farewell(buffer, size);
         if (!gate_.wantsBytes()) {
             g_set_error_literal(error, G_IO_ERROR, G_IO_ERROR_WOULD_BLOCK, "the answer is not written yet");
             return -1;
@@ -69,10 +54,25 @@ gssize Connection::read(char* buffer, gsize size, GError** error) {
         gate_.receive({bytes.data(), static_cast<std::size_t>(count)});
         followPhase();
     }
-    inRequest_ = true;
     const std::string passed = gate_.pass(size);
+    hadRequest_ = inRequest_ = true;
     std::copy(passed.begin(), passed.end(), buffer);
     return static_cast<gssize>(passed.size());
+}
+
+bool Connection::isOver() const {
+    return endOfInput_ || !open_ || gate_.phase() == Gate::Phase::Refused;
+}
+
+// kept: libsoup 3.2 never lets go of a connection that ends between two requests. So the end looks like a last request,
+// after which libsoup closes the connection; its answer goes nowhere.
+gssize Connection::farewell(char* buffer, gsize size) {
+    constexpr std::string_view request = "GET / HTTP/1.0\r\nHost: localhost\r\n\r\n";
+    if (inRequest_ || !hadRequest_ || farewell_ || size < request.size())
+        return 0;
+    farewell_ = true;
+    std::copy(request.begin(), request.end(), buffer);
+    return static_cast<gssize>(request.size());
 }
 
 // Restarts the clock whenever the gate comes to another part of a request.
@@ -110,8 +110,8 @@ void Connection::sendRefusal() {
 }
 
 gssize Connection::write(const char* data, gsize size, GError** error) {
-    if (farewellRead_ > 0)
-        return static_cast<gssize>(size); // nobody reads the answer
+    if (farewell_)
+        return static_cast<gssize>(size);
     const gssize count =
         g_pollable_output_stream_write_nonblocking(output(stream_.get()), data, size, nullptr, error);
     if (count > 0)
@@ -132,6 +132,8 @@ GSource* Connection::readSource() const {
 
 void Connection::answered() {
     inRequest_ = false;
+    if (farewell_)
+        return;
     gate_.answered();
     wait_ = Wait::Idle;
     since_ = g_get_monotonic_time();
@@ -139,8 +141,10 @@ void Connection::answered() {
 }
 
 void Connection::closedByLibrary() {
-    if (!eventStream_)
-        cut();
+    if (eventStream_)
+        return;
+    cut();
+    g_socket_close(socket_.get(), nullptr); // kept: libsoup keeps its objects longer than the connection
 }
 
 void Connection::checkTime(std::int64_t now) {
