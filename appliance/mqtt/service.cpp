@@ -2,18 +2,17 @@
 
 #include "appliance/mqtt/decoder_state.h"
 #include "appliance/mqtt/home_assistant.h"
-#include "appliance/operating/refused.h"
+#include "appliance/mqtt/service_parts.h"
 
 #include <libcommon/clock.h>
 #include <libcommon/log.h>
-#include <libcommon/text.h>
 
 #include <algorithm>
 #include <array>
 #include <cstdlib>
 #include <poll.h>
-#include <sys/syscall.h>
 #include <unistd.h>
+#include <utility>
 
 namespace mqtt {
 namespace {
@@ -25,15 +24,9 @@ volatile std::sig_atomic_t stopAsked = 0;
 // to the broker then.
 volatile std::sig_atomic_t lookingUp = 0;
 
-constexpr std::int64_t second = 1'000'000;
-constexpr std::int64_t settleTime = 20'000; // changes come several at a time
-constexpr std::int64_t presencePeriod = 60 * second;
+constexpr std::int64_t settleTime = 20'000;      // changes come several at a time
 constexpr std::int64_t stableAfter = 5 * second; // a connection that lasted so long was a good one
 constexpr std::int64_t goodbyeLimit = 2 * second;
-constexpr std::size_t mostUnconfirmed = 100; // a broker that does not keep up gets the newest state later
-constexpr int ofCommands = 1;                // numbers of subscriptions
-constexpr int ofRules = 2;
-constexpr int ofIntroduction = 3;
 
 sigset_t endSignals() {
     sigset_t signals;
@@ -73,10 +66,6 @@ void startInterruptibly(Link& link) {
     lookingUp = 0;
 }
 
-std::vector<std::string> keptTopics(const std::string& topic) {
-    return {topic + "/availability", topic + "/presence", topic + "/state", topic + "/sources"};
-}
-
 std::vector<std::string> ruleTopics(const Configuration& configuration) {
     std::vector<std::string> topics;
     for (const Rule& rule : configuration.rules) {
@@ -89,16 +78,6 @@ bool needsNewConnection(const Configuration& one, const Configuration& other) {
     return !(one.link == other.link) || one.mistake != other.mistake || one.topic != other.topic ||
            one.groups != other.groups || one.discovery != other.discovery ||
            one.discoveryPrefix != other.discoveryPrefix || ruleTopics(one) != ruleTopics(other);
-}
-
-void pollLink(Link& link, int milliseconds) {
-    pollfd socket{link.socket(), link.events(), 0};
-    poll(&socket, 1, milliseconds);
-    link.serve(socket.revents);
-}
-
-void sooner(std::optional<std::int64_t>& deadline, std::int64_t time) {
-    deadline = deadline ? std::min(*deadline, time) : time;
 }
 
 } // namespace
@@ -288,214 +267,6 @@ void Service::settle(Time limit) {
     while (link_->state() == Link::State::Connected && link_->unconfirmed() > 0 && gettimeusec() < until) {
         pollLink(*link_, 50);
     }
-}
-
-// ---- What arrives.
-
-void Service::takeMessages() {
-    if (link_ == nullptr) {
-        return;
-    }
-    for (const Message& message : link_->takeMessages()) {
-        const std::optional<std::string> word = commandWord(message.topic);
-        const int number = message.subscription.value_or(word ? ofCommands : ofRules);
-        if (number == ofIntroduction) {
-            if (!message.payload.empty()) {
-                publishIntroduction(false);
-            }
-        } else if (number == ofCommands && word) {
-            takeCommand(*word, message);
-        } else if (number == ofRules && !message.retained) {
-            for (const nlohmann::json& event : detections_.take(configuration_.rules, message.topic,
-                                                                message.payload, configuration_.maximumAge)) {
-                publishEvent("rule", event);
-            }
-        }
-    }
-}
-
-std::optional<std::string> Service::commandWord(const std::string& topic) const {
-    const std::size_t slash = topic.rfind('/');
-    if (slash == std::string::npos) {
-        return std::nullopt;
-    }
-    const std::string_view before = std::string_view(topic).substr(0, slash);
-    const std::string site = configuration_.site();
-    const auto is = [&](const std::string& whose) { return before == whose + "/command"; };
-    const bool mine = is(configuration_.topic) || is(site + "/_all") ||
-                      std::ranges::any_of(configuration_.groups, [&](const std::string& group) {
-                          return is(site + "/_group/" + group);
-                      });
-    return mine ? std::optional(topic.substr(slash + 1)) : std::nullopt;
-}
-
-void Service::takeCommand(const std::string& word, const Message& message) {
-    if (message.payload.empty() && message.retained) {
-        return; // the broker forgets a retained command
-    }
-    Command command;
-    bool done = false;
-    std::string text;
-    try {
-        readCommand(word, message.payload, command);
-        text = gate_.refusal(command, message.retained, configuration_.maximumAge, timeNow());
-        if (text.empty()) {
-            text = carryOut(command);
-            done = true;
-        }
-    } catch (const Refused& refused) {
-        text = refused.what();
-    }
-    logmsg(6, "Command %s: %s", command.word.c_str(), libcommon::printable(text).c_str());
-    const nlohmann::json reply = replyJson(command, done, text);
-    publish("reply", reply, false);
-    publishEvent("command", reply);
-}
-
-// ---- What is published.
-
-void Service::doWhatIsDue() {
-    const Time now = gettimeusec();
-    if (link_ == nullptr && connectAt_ && now >= *connectAt_) {
-        connect();
-        takeLinkChange(); // it may have failed at once
-        return;
-    }
-    if (!isConnected() || link_->unconfirmed() > mostUnconfirmed) {
-        if (readStateAt_) {
-            readStateAt_ = now + second; // later, when the broker has confirmed more
-        }
-        if (readSourcesAt_) {
-            readSourcesAt_ = now + second;
-        }
-        return;
-    }
-    if (readStateAt_ && now >= *readStateAt_) {
-        publishState();
-    }
-    if (readSourcesAt_ && now >= *readSourcesAt_) {
-        publishSources();
-    }
-    if (now >= presenceAt_) {
-        publishPresence(true);
-        sooner(readStateAt_, now);
-    }
-}
-
-void Service::publishState() {
-    DecoderState more;
-    nlohmann::json state = readState(more);
-    // The kernel does not tell through a file that a supervisor was killed, or that a text's time is over.
-    const bool again = more.textShows || watch_.fd() < 0 || watchSupervisor(more.supervisorPid);
-    readStateAt_ = again ? std::optional(gettimeusec() + second) : std::nullopt;
-    if (state == state_) {
-        return;
-    }
-    for (const auto& [event, value] : eventsBetween(state_, state)) {
-        publishEvent(event, value);
-    }
-    state_ = state;
-    state["time"] = timeNow();
-    state["name"] = configuration_.name();
-    state["groups"] = configuration_.groups;
-    publish("state", state, true);
-}
-
-// True when the state has to be read again soon: the supervisor has ended, but its parent has not noticed yet.
-bool Service::watchSupervisor(int pid) {
-    if (pid >= 0 && pid == endedSupervisor_) {
-        return true;
-    }
-    if (pid != supervisor_) {
-        if (supervisorFd_ >= 0) {
-            close(supervisorFd_);
-        }
-        supervisor_ = pid;
-        supervisorFd_ = pid < 0 ? -1 : static_cast<int>(syscall(SYS_pidfd_open, pid, 0));
-        endedSupervisor_ = -1;
-    }
-    return false;
-}
-
-void Service::publishSources() {
-    nlohmann::json sources = readSources();
-    readSourcesAt_.reset();
-    if (sources == sources_) {
-        return;
-    }
-    sources_ = std::move(sources);
-    publish("sources", sources_, true);
-    if (configuration_.discovery) {
-        publishIntroduction(true);
-    }
-}
-
-void Service::publishPresence(bool online) {
-    presenceAt_ = gettimeusec() + presencePeriod;
-    const double now = timeNow();
-    publish("presence", {{"time", now}, {"online", online}, {"since", online ? connectedSince_ : now}}, true);
-}
-
-void Service::publishIntroduction(bool present) {
-    if (!present) {
-        for (const std::string& topic :
-             introductionTopics(configuration_.discoveryPrefix, configuration_.topic)) {
-            link_->publish(topic, "", true);
-        }
-        return;
-    }
-    std::vector<std::string> options;
-    for (const nlohmann::json& source : sources_) {
-        options.push_back(source["option"]);
-    }
-    for (const auto& [topic, payload] :
-         introduction(configuration_.discoveryPrefix, configuration_.topic, options)) {
-        link_->publish(topic, payload, true);
-    }
-}
-
-void Service::publishEvent(const std::string& event, const nlohmann::json& value) {
-    if (isConnected() && link_->unconfirmed() <= mostUnconfirmed) {
-        publish("event", {{"time", timeNow()}, {"event", event}, {"value", value}}, false);
-    }
-}
-
-void Service::publish(const char* name, const nlohmann::json& value, bool retain) {
-    link_->publish(configuration_.topic + '/' + name,
-                   value.dump(-1, ' ', false, nlohmann::json::error_handler_t::replace), retain);
-}
-
-std::string forgetDecoder() {
-    const Configuration configuration = readConfiguration();
-    if (!configuration.mistake.empty()) {
-        return configuration.mistake;
-    }
-    LinkSettings settings = configuration.link;
-    settings.clientId += "-clear";
-    settings.willTopic.clear();
-    Link link(settings);
-    link.start();
-    const auto pollWhile = [&](auto condition) {
-        const std::int64_t until = gettimeusec() + Link::attemptLimit * 1000;
-        while (condition() && gettimeusec() < until) {
-            pollLink(link, 100);
-        }
-    };
-    pollWhile([&] { return link.state() == Link::State::Connecting; });
-    if (link.state() == Link::State::Connected) {
-        for (const std::string& topic : keptTopics(configuration.topic)) {
-            link.publish(topic, "", true);
-        }
-        for (const std::string& topic :
-             introductionTopics(configuration.discoveryPrefix, configuration.topic)) {
-            link.publish(topic, "", true);
-        }
-        pollWhile([&] { return link.state() == Link::State::Connected && link.unconfirmed() > 0; });
-    }
-    const bool done = link.state() == Link::State::Connected && link.unconfirmed() == 0;
-    const std::string reason = link.reason().empty() ? "the broker does not answer" : link.reason();
-    link.end();
-    return done ? "" : reason;
 }
 
 } // namespace mqtt

@@ -6,6 +6,7 @@
 #include "tests/mqtt/listener.h"
 #include "tests/walk/encoders.h"
 
+#include <algorithm>
 #include <chrono>
 #include <csignal>
 #include <cstdlib>
@@ -14,6 +15,7 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 #include <iostream>
+#include <sched.h>
 
 namespace {
 
@@ -45,17 +47,20 @@ public:
         decoder_.addSource("Door", {{"Address", encoders[0]}, {"VideoSourceType", "mjpeg"}});
         decoder_.addSource("Gate", {{"Address", encoders[1]}, {"VideoSourceType", "mjpeg"}});
         decoder_.setManual();
+        decoder_.set("Decoder.AutoConnect", "no");
+        decoder_.set("Decoder.Connected", "no");
         decoder_.set("Mqtt.Broker", broker);
         decoder_.set("Mqtt.Topic", "site/" + name_);
         decoder_.set("Mqtt.Groups", number % 2 == 0 ? "even" : "odd");
     }
 
+    // On one machine the keys of message queues have only 16 bits of a file's number, so with hundreds of players two
+    // meet in one queue now and then. Each decoder has queues of its own, as on a machine of its own.
     void start() {
-        decoder_.start({});
-        startBridge();
-    }
-
-    void startBridge() {
+        if (appliance::isolate()) {
+            ASSERT_EQ(unshare(CLONE_NEWIPC), 0);
+        }
+        decoder_.start({"-v"});
         bridge_ = std::make_unique<Process>(
             std::vector<std::string>{Appliance::program("decoder-mqtt")},
             std::map<std::string, std::string>{{"APPLIANCE_ROOT", decoder_.root()},
@@ -65,6 +70,16 @@ public:
 
     const std::string& name() const { return name_; }
     Process& bridge() { return *bridge_; }
+
+    std::string endOfLog() const {
+        const std::string log = decoder_.log();
+        return log.substr(log.size() - std::min<std::size_t>(log.size(), 4000));
+    }
+
+    // A supervisor drops the events of the time before this thread of it runs, also those of its first player. Real
+    // players end then after a minute; these wait for ever.
+    bool takesEvents() const { return decoder_.countInLog("eventHandler() started") > 0; }
+    bool plays() const { return decoder_.state() == "MANUAL_WAIT_FOR_NEW_SELECTION"; }
 
     // What the supervisor itself says.
     bool shows(int source) const {
@@ -106,6 +121,10 @@ protected:
         return number;
     }
 
+    bool all(bool (SmallDecoder::*condition)() const) const {
+        return std::ranges::all_of(decoders, [&](const auto& decoder) { return (*decoder.*condition)(); });
+    }
+
     // Seconds until each decoder shows the source, sorted; only those that do within the limit.
     std::vector<double> timesUntil(int source, Clock::time_point start) const {
         std::vector<double> times;
@@ -119,6 +138,9 @@ protected:
                     return false;
                 }
                 times.push_back(Seconds(Clock::now() - start).count());
+                if (times.back() > 5) {
+                    std::cout << decoder->name() << " is late:\n" << decoder->endOfLog() << '\n';
+                }
                 return true;
             });
             appliance::pause(std::chrono::milliseconds(2));
@@ -142,7 +164,10 @@ protected:
 TEST_F(MqttFleet, OneSelectionReachesAllAndNoneIsLostWithTheBroker) {
     mqtt_test::Listener listener(broker->url());
     ASSERT_TRUE(listener.waitFor([&] { return online(listener) == size; }, limit())) << online(listener);
-    ASSERT_EQ(timesUntil(0, Clock::now()).size(), size);
+    ASSERT_TRUE(appliance::eventually([&] { return all(&SmallDecoder::takesEvents); }, limit()));
+    listener.publish("site/_all/command/connect", "");
+    listener.receive(0);
+    ASSERT_TRUE(appliance::eventually([&] { return all(&SmallDecoder::plays); }, limit()));
 
     for (const auto& [source, name] : {std::pair{1, "Gate"}, std::pair{0, "Door"}, std::pair{1, "Gate"}}) {
         const auto start = Clock::now();
@@ -151,7 +176,7 @@ TEST_F(MqttFleet, OneSelectionReachesAllAndNoneIsLostWithTheBroker) {
         const std::vector<double> times = timesUntil(source, start);
         ASSERT_EQ(times.size(), size);
         std::cout << "select on " << size << " decoders: half after " << times[size / 2] << " s, all after "
-                  << times.back() << " s\n";
+                  << times.back() << " s" << std::endl;
     }
 
     const appliance::Finished select = fleet({"select", "door"});
