@@ -74,17 +74,24 @@ make_system() {
 }
 
 make_tree() {
+    local device
     rm -rf -- "$tree"
     mkdir "$tree"
-    tar -C "$tree" -xpf "$cache/tree.tar"
+    # Nobody may make devices in a user namespace, so those of this machine are used.
+    tar -C "$tree" --exclude './dev/*' -xpf "$cache/tree.tar"
     mount --bind "$tree" "$tree"
     mount -t proc proc "$tree/proc"
+    for device in full null random tty urandom zero; do
+        touch "$tree/dev/$device"
+        mount --bind "/dev/$device" "$tree/dev/$device"
+    done
+    ln -s /proc/self/fd "$tree/dev/fd"
     tell "a bare Debian 12 with $(inside dpkg-query -W -f '.\n' | wc -l) packages for $(inside dpkg --print-architecture)"
 }
 
 # What still runs in it ends with the namespaces.
 remove_tree() {
-    umount --lazy "$tree/proc" "$tree"
+    umount --lazy "$tree/proc" "$tree"/dev/{full,null,random,tty,urandom,zero} "$tree"
     rm -rf -- "$tree"
 }
 

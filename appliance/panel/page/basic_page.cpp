@@ -229,22 +229,28 @@ std::string basicDocument(const json& status, const json& sources, const BasicVi
     return document(title, body);
 }
 
-std::string basicLogIn() {
+std::string basicLogIn(const std::string& refused) {
+    const std::string reason = refused == "wrong" ? "The name or the password is wrong."
+                               : refused == "wait"
+                                   ? "There were too many tries. Wait a minute, then try again."
+                                   : "";
     return document(
         "Log in",
-        "<section class=\"card narrow\">\n<h1>Log in</h1>\n"
-        "<form method=\"post\" action=\"/login\">\n"
-        "<label class=\"field\">Name <input name=\"user\" autocomplete=\"username\" required></label>\n"
-        "<label class=\"field\">Password <input name=\"password\" type=\"password\" "
-        "autocomplete=\"current-password\" required></label>\n"
-        "<button class=\"primary wide\">Log in</button>\n</form>\n"
-        "<p class=\"hint\">Then open this page again: <a href=\"/basic\">/basic</a></p>\n</section>\n");
+        "<section class=\"card narrow\">\n<h1>Log in</h1>\n" +
+            (reason.empty() ? "" : "<p class=\"reason\">" + reason + "</p>\n") +
+            "<form method=\"post\" action=\"/login\">\n"
+            "<input type=\"hidden\" name=\"next\" value=\"/basic\">\n"
+            "<label class=\"field\">Name <input name=\"user\" autocomplete=\"username\" required></label>\n"
+            "<label class=\"field\">Password <input name=\"password\" type=\"password\" "
+            "autocomplete=\"current-password\" required></label>\n"
+            "<button class=\"primary wide\">Log in</button>\n</form>\n</section>\n");
 }
 
 void addBasicPage(Router& router) {
     router.add("GET", "/basic", Role::None, [&router](const Request& request, const Answer& answer) {
         if (request.role < Role::Viewer) {
-            answer(html(basicLogIn()));
+            const auto refused = request.query.find("login");
+            answer(html(basicLogIn(refused == request.query.end() ? "" : refused->second)));
             return;
         }
         answerPage(router, std::make_shared<Page>(Page{request, answer}));

@@ -26,8 +26,9 @@ struct BasicVisitor {
 std::string basicDocument(const nlohmann::json& status, const nlohmann::json& sources,
                           const BasicVisitor& visitor, const std::string& notice);
 
-// The document for visitors who are not logged in.
-std::string basicLogIn();
+// The document for visitors who are not logged in. `refused`: why the last log-in was refused, "wrong" or "wait"; other texts
+// say nothing.
+std::string basicLogIn(const std::string& refused);
 
 // A text for HTML: & < > " and ' are escaped.
 std::string escapedHtml(const std::string& text);

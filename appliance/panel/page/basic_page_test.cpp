@@ -72,6 +72,12 @@ TEST(BasicPage, StrangersGetTheLogInForm) {
     EXPECT_FALSE(has(response.body, "Yard"));
 }
 
+TEST(BasicPage, TheLogInFormHasTheReasonOfARefusal) {
+    EXPECT_TRUE(has(basicLogIn("wrong"), "password is wrong"));
+    EXPECT_TRUE(has(basicLogIn("wait"), "too many tries"));
+    EXPECT_FALSE(has(basicLogIn("<b>"), "<b>"));
+}
+
 TEST(BasicPage, OperatorsGetAButtonForEachSource) {
     Panel panel;
     const Response response = panel.get(Role::Operator);

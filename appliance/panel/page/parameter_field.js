@@ -1,6 +1,6 @@
 // One parameter: its value in a fitting control, what it takes, when it is in force, and why a value is not right.
 
-import { h, setHidden, setText } from "./dom.js";
+import { h, sentence, setHidden, setText } from "./dom.js";
 
 // In which way a value does not fit; "" when it does. The decoder checks again and has the last word.
 export function whyWrong(parameter, value) {
@@ -45,8 +45,9 @@ export class ParameterField {
     this.mark = h("span", { class: "changed", hidden: true }, "changed");
     this.undo = h("button", { type: "button", class: "quiet undo", hidden: true, onclick: () => this.reset(onChange) }, "Undo");
     const { description, effect } = this.parameter;
-    const hint = h("p", { class: "hint", id: `${id}-hint` }, [description, this.takes(), effect && `In force ${effect}.`]
-      .filter((part) => part).join(" "));
+    const hint = h("p", { class: "hint", id: `${id}-hint` },
+                   [sentence(description), this.takes(), effect && `In force ${effect}`].filter((part) => part)
+                     .map((part) => `${part.replace(/\.$/, "")}.`).join(" "));
     this.element = h("div", { class: "parameter" },
                      h("div", { class: "parameter-name" }, h("label", { for: id }, this.label), this.mark, this.undo),
                      this.control, this.reason, hint);
@@ -62,7 +63,8 @@ export class ParameterField {
   }
 
   takes() {
-    return this.control.tagName === "SELECT" ? "" : `Takes ${taken(this.parameter)}.`;
+    const says = this.control.tagName !== "SELECT" && this.parameter.kind !== "text";
+    return says ? `Takes ${taken(this.parameter)}` : "";
   }
 
   makeControl() {

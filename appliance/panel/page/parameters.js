@@ -4,7 +4,7 @@ import { h, byId, run, say, setHidden, setText, warn } from "./dom.js";
 import { get, patch } from "./api.js";
 import { ParameterField } from "./parameter_field.js";
 import { mayAct, on } from "./store.js";
-import { plural } from "./words.js";
+import { labelOf, plural } from "./words.js";
 
 let fields = [];
 let groups = [];
@@ -12,12 +12,6 @@ let bar = null;
 let loaded = false;
 
 const groupOf = (name) => name.split(".")[0];
-
-// "Screen.ShowName" -> "Show name"
-function labelOf(name) {
-  const words = name.slice(name.indexOf(".") + 1).replace(/\./g, " ").replace(/([a-z])([A-Z])/g, "$1 $2").toLowerCase();
-  return words.charAt(0).toUpperCase() + words.slice(1);
-}
 
 function makeGroup(title, parameters) {
   const items = parameters.map((parameter) => new ParameterField(parameter, labelOf(parameter.name), showBar));

@@ -2,7 +2,7 @@
 
 import { h, icon, run, say, sentence, setAttribute, setFacts, setHidden, setText } from "./dom.js";
 import { confirmDialog, openDialog, reasonLine } from "./dialogs.js";
-import { duration, errorOf, kindWords, warmWords } from "./words.js";
+import { duration, errorOf, kindWords, labelOf, warmWords } from "./words.js";
 import { mayAct, on, sourceAt } from "./store.js";
 import { get, patch, remove } from "./api.js";
 import { ladder } from "./ladder.js";
@@ -29,14 +29,22 @@ function facts(source) {
 
 // ---- Settings of the source --------------------------------------------------------------------------------------
 
-async function makeFields(source) {
-  const keys = await get("/parameters?of=sources");
-  return keys.map((parameter) => new ParameterField({ ...parameter, value: source.configured?.[parameter.name] ?? "" },
-                                                    parameter.name));
+// Its name and address are beside the other keys.
+function valueOf(source, key) {
+  const beside = { Name: source.name, Address: source.address };
+  return beside[key] ?? source.configured?.[key] ?? "";
 }
 
+async function makeFields(source) {
+  const keys = await get("/parameters?of=sources");
+  return keys.map((parameter) => new ParameterField({ ...parameter, value: valueOf(source, parameter.name) },
+                                                    labelOf(parameter.name)));
+}
+
+// A change of "name" renames the source in the configuration, too.
 function changedValues(fields) {
-  return Object.fromEntries(fields.filter((item) => item.changed()).map((item) => [item.label, item.value()]));
+  return Object.fromEntries(fields.filter((item) => item.changed())
+    .map((item) => [item.parameter.name === "Name" ? "name" : item.parameter.name, item.value()]));
 }
 
 async function save(source, fields, reason, button) {
@@ -57,7 +65,10 @@ async function save(source, fields, reason, button) {
       for (const item of fields) item.saved();
       say(answer.message || "Saved.");
     } catch (error) {
-      for (const item of fields) if (error.errors[item.label]) item.refuse(error.errors[item.label]);
+      for (const item of fields) {
+        const why = error.errors[item.parameter.name];
+        if (why) item.refuse(sentence(why));
+      }
       reason.show(error.message);
     }
   });

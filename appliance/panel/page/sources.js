@@ -32,7 +32,6 @@ function makeCard(place) {
                    h("div", { class: "card-words" }, card.name, card.kind, card.model, card.error, card.chips),
                    h("div", { class: "card-actions" }, card.show, card.details));
   card.still.addEventListener("error", () => setHidden(card.still, true));
-  card.still.addEventListener("load", () => setHidden(card.still, false));
   ordering.attach(card.handle, place);
   return card;
 }
@@ -71,6 +70,7 @@ function showStill(card, source) {
     card.still.removeAttribute("src");
   } else if (card.still.getAttribute("src") !== source.still) {
     card.still.src = source.still;
+    setHidden(card.still, false); // a hidden picture that is loaded lazily is never loaded
   }
 }
 

@@ -1,7 +1,5 @@
 // What the decoder reports, in words for people.
 
-import { mayAct } from "./store.js";
-
 export function clock(time) {
   return new Date(time).toLocaleTimeString([], { hour: "2-digit", minute: "2-digit", second: "2-digit", hourCycle: "h23" });
 }
@@ -60,7 +58,7 @@ const codecs = { JPEG: "Motion JPEG", H264: "H.264", H265: "H.265" };
 export function kindWords(source) {
   const known = source.status || {};
   const kind = codecs[known.Codec] || known.Codec || kinds[source.kind] || source.kind || "";
-  return [kind, known.Resolution].filter((word) => word).join(", ") || "not looked at yet";
+  return [kind, known.Resolution].filter((word) => word).join(", ") || (errorOf(source) ? "" : "not looked at yet");
 }
 
 // The last error of a source in words; "" for none. `error` is {code, text} or a text.
@@ -94,4 +92,10 @@ export function changeWords(change) {
 }
 
 export const accountWords = (session) => `${session.user || "local"} (${session.role})`;
-export const canSelect = () => mayAct("operator");
+
+// "Screen.ShowName" -> "Show name", "SubURL" -> "Sub URL"
+export function labelOf(name) {
+  const words = name.slice(name.indexOf(".") + 1).replace(/([a-z])([A-Z])/g, "$1 $2").split(/[ .]/);
+  const text = words.map((word) => (/^[A-Z]{2,}$/.test(word) ? word : word.toLowerCase())).join(" ");
+  return text.charAt(0).toUpperCase() + text.slice(1);
+}

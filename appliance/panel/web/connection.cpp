@@ -39,8 +39,8 @@ Connection::~Connection() {
 
 gssize Connection::read(char* buffer, gsize size, GError** error) {
     while (!gate_.hasBytes()) {
-        if (endOfInput_ || !open_ || gate_.phase() == Gate::Phase::Refused)
-            return 0;
+        if (isOver())
+            return farewell(buffer, size);
         if (!gate_.wantsBytes()) {
             g_set_error_literal(error, G_IO_ERROR, G_IO_ERROR_WOULD_BLOCK, "the answer is not written yet");
             return -1;
@@ -55,8 +55,24 @@ gssize Connection::read(char* buffer, gsize size, GError** error) {
         followPhase();
     }
     const std::string passed = gate_.pass(size);
+    hadRequest_ = inRequest_ = true;
     std::copy(passed.begin(), passed.end(), buffer);
     return static_cast<gssize>(passed.size());
+}
+
+bool Connection::isOver() const {
+    return endOfInput_ || !open_ || gate_.phase() == Gate::Phase::Refused;
+}
+
+// kept: libsoup 3.2 never lets go of a connection that ends between two requests. So the end looks like a last request,
+// after which libsoup closes the connection; its answer goes nowhere.
+gssize Connection::farewell(char* buffer, gsize size) {
+    constexpr std::string_view request = "GET / HTTP/1.0\r\nHost: localhost\r\n\r\n";
+    if (inRequest_ || !hadRequest_ || farewell_ || size < request.size())
+        return 0;
+    farewell_ = true;
+    std::copy(request.begin(), request.end(), buffer);
+    return static_cast<gssize>(request.size());
 }
 
 // Restarts the clock whenever the gate comes to another part of a request.
@@ -94,6 +110,8 @@ void Connection::sendRefusal() {
 }
 
 gssize Connection::write(const char* data, gsize size, GError** error) {
+    if (farewell_)
+        return static_cast<gssize>(size);
     const gssize count =
         g_pollable_output_stream_write_nonblocking(output(stream_.get()), data, size, nullptr, error);
     if (count > 0)
@@ -113,6 +131,9 @@ GSource* Connection::readSource() const {
 }
 
 void Connection::answered() {
+    inRequest_ = false;
+    if (farewell_)
+        return;
     gate_.answered();
     wait_ = Wait::Idle;
     since_ = g_get_monotonic_time();
@@ -120,8 +141,10 @@ void Connection::answered() {
 }
 
 void Connection::closedByLibrary() {
-    if (!eventStream_)
-        cut();
+    if (eventStream_)
+        return;
+    cut();
+    g_socket_close(socket_.get(), nullptr); // kept: libsoup keeps its objects longer than the connection
 }
 
 void Connection::checkTime(std::int64_t now) {

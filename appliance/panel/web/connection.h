@@ -37,6 +37,8 @@ public:
     GSource* readSource() const;
     void closedByLibrary();
 
+    // The request that libsoup has now is none: see farewell().
+    bool isFarewell() const { return farewell_; }
     // The answer to the present request was written.
     void answered();
     // The connection is an event stream from now on: libsoup and the gate have nothing to do with it.
@@ -50,6 +52,8 @@ public:
 private:
     enum class Wait { NewHead, Head, Body, Idle, Reply };
 
+    bool isOver() const;
+    gssize farewell(char* buffer, gsize size);
     void followPhase();
     void sendRefusal();
     void waitFor(Wait wait);
@@ -65,6 +69,9 @@ private:
     bool known_ = false;
     bool eventStream_ = false;
     bool endOfInput_ = false;
+    bool hadRequest_ = false; // libsoup has seen one
+    bool inRequest_ = false;  // it has seen a part of the present one
+    bool farewell_ = false;
 };
 
 // The streams for libsoup; they own the connection.

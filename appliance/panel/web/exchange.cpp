@@ -21,7 +21,8 @@ constexpr std::array usualHeaders{
         "manifest-src 'self'; form-action 'self'; frame-ancestors 'none'; base-uri 'none'"},
     Header{"X-Content-Type-Options", "nosniff"},
     Header{"X-Frame-Options", "DENY"},
-    Header{"Referrer-Policy", "no-referrer"},
+    // With "no-referrer" browsers send forms with "Origin: null", as a page of another site may.
+    Header{"Referrer-Policy", "same-origin"},
     Header{"Cross-Origin-Opener-Policy", "same-origin"},
     Header{"Cross-Origin-Resource-Policy", "same-origin"},
     Header{"Permissions-Policy", "camera=(), geolocation=(), microphone=()"},

@@ -7,6 +7,8 @@
 
 #include <array>
 #include <cerrno>
+#include <netinet/in.h>
+#include <netinet/tcp.h>
 #include <stdexcept>
 #include <sys/socket.h>
 #include <system_error>
@@ -143,6 +145,8 @@ void Server::State::accept(GSocketConnection* client) {
         stream.reset(g_tls_server_connection_new(G_IO_STREAM(client), certificate.get(), nullptr));
     if (stream == nullptr)
         return;
+    // Header and body of an answer are two writes; the second must not wait for the client's word about the first.
+    g_socket_set_option(g_socket_connection_get_socket(client), IPPROTO_TCP, TCP_NODELAY, 1, nullptr);
     const auto connection =
         std::make_shared<Connection>(std::move(stream), shared(g_socket_connection_get_socket(client)),
                                      address, connections.limits(), g_get_monotonic_time());
@@ -192,6 +196,8 @@ void Server::State::handle(SoupServerMessage* message) {
     const std::shared_ptr<Connection> connection = connectionOf(message);
     if (connection == nullptr)
         return soup_server_message_set_status(message, 500, nullptr);
+    if (connection->isFarewell())
+        return soup_server_message_set_status(message, 204, nullptr);
     const auto exchange = std::make_shared<Exchange>(message, connection);
     exchanges[message] = exchange;
     if (const Response refusal = checkAndRun(exchange); refusal.status != 0)

@@ -35,6 +35,8 @@ namespace {
 
 // A leaving player waits until it draws its next picture and announces itself right after that. The next player
 // then takes the screen within a few milliseconds of that picture, instead of at any time between two pictures.
+// kept: announcing at once would answer sooner (Motion JPEG of 25 pictures/s: 8 instead of 29 ms), but the gap in the
+// pictures would grow by the same (27 instead of 1 ms).
 constexpr int freshDrawingMs = 5;
 constexpr int drawingPatienceMs = 60;
 constexpr std::chrono::milliseconds endSessionTime{200};

@@ -55,7 +55,7 @@ class Stage(Decoder):
             source.start(build)
         super().__init__(build, f"{self.folder.name}/decoder")
         for name, (role, password) in PASSWORDS.items():
-            self.must("panel-password", name, "--role", role, answer=f"{password}\n{password}\n")
+            self.must("panel-password", name, "--role", role, answer=f"{password}\n")
         self.start_panel()
 
     def lay_out(self):
