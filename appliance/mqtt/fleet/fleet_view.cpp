@@ -66,10 +66,11 @@ void takePresence(const json& presence, FleetDecoder& decoder) {
 }
 
 std::string timeText(double seconds) {
-    const auto time = static_cast<std::time_t>(seconds);
+    constexpr double latest = 1e11; // anybody may publish any number
+    const auto time = static_cast<std::time_t>(std::clamp(seconds, 0.0, latest));
     std::tm local{};
     std::array<char, 32> text{};
-    if (seconds <= 0 || seconds > 1e11 || localtime_r(&time, &local) == nullptr) {
+    if (seconds <= 0 || seconds > latest || localtime_r(&time, &local) == nullptr) {
         return "";
     }
     std::strftime(text.data(), text.size(), "%Y-%m-%d %H:%M:%S", &local);
