@@ -150,8 +150,12 @@ function command(button, path, more) {
 
 export function startFleet() {
   on("fleet", showFleet);
-  byId("fleet-search").addEventListener("input", showFleet);
-  byId("fleet-group").addEventListener("change", showFleet);
+  const choose = () => {
+    byId("fleet-result").replaceChildren();
+    showFleet();
+  };
+  byId("fleet-search").addEventListener("input", choose);
+  byId("fleet-group").addEventListener("change", choose);
   byId("fleet-form").addEventListener("submit", (event) => {
     event.preventDefault();
     command(byId("fleet-select"), "/fleet/select", {});
