@@ -40,6 +40,7 @@ protected:
     void start() {
         gateway_ = std::make_unique<CameraGateway>(decoder_);
         decoder_.start();
+        EXPECT_TRUE(decoder_.waitForLog("START_UL(1) -> ")); // the start drops selections that come before
     }
     std::string done(const std::vector<std::string>& arguments) {
         const Finished finished = decoder_.ctl(arguments);

@@ -78,7 +78,8 @@ public:
 
     // A supervisor drops the events of the time before this thread of it runs, also those of its first player. Real
     // players end then after a minute; these wait for ever.
-    bool takesEvents() const { return decoder_.countInLog("eventHandler() started") > 0; }
+    // The start itself drops what comes before, and writes that the decoder is not connected.
+    bool takesEvents() const { return decoder_.state() == "DISCONNECTED"; }
     bool plays() const { return decoder_.state() == "MANUAL_WAIT_FOR_NEW_SELECTION"; }
 
     // What the supervisor itself says.

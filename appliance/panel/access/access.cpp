@@ -26,6 +26,7 @@ namespace panel {
 namespace {
 
 constexpr unsigned sweepSeconds = 1;
+constexpr unsigned secondsBetweenLooks = 2; // at the files, where the kernel does not tell of changes
 constexpr std::size_t longestPassword = 512;
 constexpr std::size_t mostLogIns = 32; // that wait for their hash
 
@@ -133,6 +134,7 @@ struct Access::State {
 
     static gboolean onChange(int descriptor, GIOCondition condition, gpointer self);
     void watchFiles();
+    void lookNowAndThen();
     void reload();
     void sweep();
     bool mayStay(const Session& session) const;
@@ -155,13 +157,18 @@ void Access::State::watchFiles() {
     watch = inotify_init1(IN_CLOEXEC | IN_NONBLOCK);
     if (watch < 0 || inotify_add_watch(watch, path.substr(0, path.rfind('/')).c_str(),
                                        IN_MOVED_TO | IN_CLOSE_WRITE | IN_DELETE) < 0)
-        return logmsg(3,
-                      "panel: changes of accounts and tokens are seen at the next start only (errno=%d %s)",
-                      errno, std::strerror(errno));
+        return lookNowAndThen();
     GSource* source = g_unix_fd_source_new(watch, G_IO_IN);
     g_source_set_callback(source, G_SOURCE_FUNC(onChange), this, nullptr);
     g_source_attach(source, g_main_context_get_thread_default());
     watching.reset(source);
+}
+
+// A user has few inotify instances (/proc/sys/fs/inotify/max_user_instances), and many decoders may have taken them.
+void Access::State::lookNowAndThen() {
+    logmsg(3, "panel: changes of accounts and tokens are seen after some seconds (inotify: errno=%d %s)",
+           errno, std::strerror(errno));
+    watching = every(secondsBetweenLooks * 1000, [this] { reload(); });
 }
 
 // Reads the files again after any change in their folder, which changes rarely.
@@ -325,6 +332,7 @@ void Access::State::openLink(const Request& request, const Answer& answer) {
 Access::Access(const AccessOptions& options, std::function<void(std::string_view)> sessionEnded)
     : state_(std::make_unique<State>(options, std::move(sessionEnded))) {
     state_->watchFiles();
+    state_->reload(); // they may have changed just before
 }
 
 Access::~Access() = default;
