@@ -1,6 +1,7 @@
 // What the service publishes, and what it does about messages.
 #include "appliance/mqtt/decoder_state.h"
 #include "appliance/mqtt/home_assistant.h"
+#include "appliance/mqtt/panel_address.h"
 #include "appliance/mqtt/service.h"
 #include "appliance/mqtt/service_parts.h"
 #include "appliance/operating/refused.h"
@@ -163,7 +164,11 @@ void Service::publishSources() {
 void Service::publishPresence(bool online) {
     presenceAt_ = gettimeusec() + presencePeriod;
     const double now = timeNow();
-    publish("presence", {{"time", now}, {"online", online}, {"since", online ? connectedSince_ : now}}, true);
+    nlohmann::json presence{{"time", now}, {"online", online}, {"since", online ? connectedSince_ : now}};
+    if (const std::string panel = panelAddress(); !panel.empty()) {
+        presence["panel"] = panel;
+    }
+    publish("presence", presence, true);
 }
 
 void Service::publishIntroduction(bool present) {

@@ -4,6 +4,7 @@
 
 #include <algorithm>
 #include <array>
+#include <cctype>
 #include <cmath>
 #include <ctime>
 #include <nlohmann/json.hpp>
@@ -14,6 +15,9 @@ namespace {
 using nlohmann::json;
 
 constexpr std::size_t longestPayload = 65536;
+constexpr std::size_t longestPanel = 300;
+constexpr std::size_t mostDecoders = 2000;
+constexpr std::size_t mostSources = 100; // of one decoder
 
 // The value of a key if it has this type; otherwise an empty one. Anybody may publish anything.
 std::string textAt(const json& object, const char* key) {
@@ -46,6 +50,7 @@ void takeState(const json& state, FleetDecoder& decoder) {
                          ? ""
                          : std::to_string(std::lround(std::clamp(numberAt(source, "index"), -1.0, 1e6))) +
                                ' ' + textAt(source, "name");
+    decoder.sourceName = textAt(source, "name");
     decoder.errorCode = textAt(objectAt(state, "error"), "code");
     decoder.error = textAt(objectAt(state, "error"), "text");
     decoder.alarm = textAt(objectAt(state, "alarm"), "text");
@@ -59,10 +64,33 @@ void takeState(const json& state, FleetDecoder& decoder) {
     }
 }
 
+// An address that a browser can open and nothing else: people click on it.
+std::string panelAt(const json& presence) {
+    const std::string panel = textAt(presence, "panel");
+    const std::size_t scheme = panel.starts_with("http://") ? 7 : panel.starts_with("https://") ? 8 : 0;
+    const bool good =
+        scheme != 0 && panel.size() > scheme && panel.size() <= longestPanel &&
+        std::all_of(panel.begin() + static_cast<std::ptrdiff_t>(scheme), panel.end(), [](char c) {
+            return std::isalnum(static_cast<unsigned char>(c)) != 0 ||
+                   std::string_view(".-:[]").find(c) != std::string_view::npos;
+        });
+    return good ? panel : "";
+}
+
+void takeSources(const json& sources, FleetDecoder& decoder) {
+    decoder.sources.clear();
+    for (const json& source : sources) {
+        if (source.is_object() && decoder.sources.size() < mostSources) {
+            decoder.sources.push_back(textAt(source, "name"));
+        }
+    }
+}
+
 void takePresence(const json& presence, FleetDecoder& decoder) {
     decoder.stopped = !flagAt(presence, "online");
     decoder.since = numberAt(presence, "since");
     decoder.seen = numberAt(presence, "time");
+    decoder.panel = panelAt(presence);
 }
 
 std::string timeText(double seconds) {
@@ -110,6 +138,12 @@ std::vector<std::string> FleetView::filters() const {
     return {site_ + "/+/presence", site_ + "/+/state", site_ + "/+/availability"};
 }
 
+void FleetView::forgetPresence() {
+    for (auto& [name, decoder] : decoders_) {
+        decoder.online = false;
+    }
+}
+
 void FleetView::take(std::string_view topic, std::string_view payload) {
     if (!topic.starts_with(site_ + '/')) {
         return;
@@ -128,12 +162,20 @@ void FleetView::take(std::string_view topic, std::string_view payload) {
         }
         return;
     }
+    if (decoders_.size() >= mostDecoders && !decoders_.contains(name)) {
+        return;
+    }
     if (what == "availability") {
         decoders_[name].online = payload == "online";
         decoders_[name].name = name;
         return;
     }
     const json value = json::parse(payload, nullptr, false);
+    if (what == "sources" && value.is_array()) {
+        decoders_[name].name = name;
+        takeSources(value, decoders_[name]);
+        return;
+    }
     if (!value.is_object() || (what != "state" && what != "presence")) {
         return;
     }

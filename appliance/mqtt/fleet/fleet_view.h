@@ -17,11 +17,14 @@ struct FleetDecoder {
     bool stopped = false; // offline because it was stopped; otherwise it was lost
     std::vector<std::string> groups;
     std::string mode;
-    std::string source;    // "1 Yard"; "" for none
-    std::string errorCode; // "" for none
-    std::string error;     // in words
-    std::string alarm;     // its text
-    bool running = false;  // its supervisor
+    std::string source;               // "1 Yard"; "" for none
+    std::string sourceName;           // "Yard"
+    std::vector<std::string> sources; // names, if they are subscribed to
+    std::string panel;                // "https://hall.example:8088"; "" for none
+    std::string errorCode;            // "" for none
+    std::string error;                // in words
+    std::string alarm;                // its text
+    bool running = false;             // its supervisor
     bool connected = false;
 };
 
@@ -31,6 +34,9 @@ public:
 
     // The filters to subscribe to.
     std::vector<std::string> filters() const;
+
+    // The broker says again who is online: everybody else was lost.
+    void forgetPresence();
 
     // Takes a message. One that is not about a decoder's state, or can't be read, changes nothing.
     void take(std::string_view topic, std::string_view payload);

@@ -56,6 +56,29 @@ TEST_F(Fleet, OrderOfTheMessagesDoesNotMatter) {
     EXPECT_THAT(mqtt::fleetText(view.decoders()), HasSubstr("lost, last seen 2026-11-22 15:46:47"));
 }
 
+TEST_F(Fleet, KnowsTheSourcesAndThePanel) {
+    view.take("house/west/hall/sources", R"([{"index": 0, "name": "Door"}, 7, {"name": "Yard"}])");
+    view.take("house/west/hall/presence",
+              R"({"online": true, "since": 5, "panel": "https://hall.example:8088"})");
+    view.take("house/west/roof/presence", R"({"online": true, "panel": "javascript:alert(1)//x"})");
+    view.take("house/west/cellar/presence", R"({"online": true, "panel": "http://a/b?c"})");
+    const std::vector<mqtt::FleetDecoder> decoders = view.decoders();
+    ASSERT_EQ(decoders.size(), 3U);
+    EXPECT_EQ(decoders[0].panel, "") << "it has a path";
+    EXPECT_EQ(decoders[1].panel, "https://hall.example:8088");
+    EXPECT_EQ(decoders[1].sources, (std::vector<std::string>{"Door", "Yard"}));
+    EXPECT_EQ(decoders[2].panel, "") << "a browser would run it";
+}
+
+TEST_F(Fleet, AfterALossOfTheBrokerItSaysAgainWhoIsOnline) {
+    view.take("house/west/hall/availability", "online");
+    view.take("house/west/roof/availability", "online");
+    view.forgetPresence();
+    view.take("house/west/hall/availability", "online");
+    EXPECT_TRUE(view.decoders()[0].online);
+    EXPECT_FALSE(view.decoders()[1].online) << "known, but away";
+}
+
 TEST_F(Fleet, RemovedDecoderIsForgotten) {
     view.take("house/west/hall/availability", "online");
     view.take("house/west/hall/availability", "");

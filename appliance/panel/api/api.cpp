@@ -2,6 +2,7 @@
 
 #include "appliance/panel/api/embedded.h"
 #include "appliance/panel/api/room.h"
+#include "appliance/panel/fleet/broker_connection.h"
 #include "appliance/reporting/json_text.h"
 #include "appliance/streams/kept_status.h"
 
@@ -53,6 +54,7 @@ public:
 private:
     void makeObserver();
     void makePictures();
+    void makeFleet();
     void followJournal();
     void takeJournal();
     void setViewers(std::size_t viewers);
@@ -126,6 +128,7 @@ void Api::State::makeObserver() {
     news.error = [this](const std::string& code, const std::string& source) {
         room_.metrics.error(code, source);
     };
+    news.configured = [this] { room_.fleet->configure(readFleetSettings()); };
     news.sourceChanged = [this] {
         if (room_.pictures != nullptr)
             room_.pictures->sourceChanged();
@@ -139,6 +142,13 @@ void Api::State::makePictures() {
     news.picture = [this](const MadePicture&) { onMainLoop(&State::tellPicture); };
     news.still = [this] { onMainLoop(&State::tellStill); };
     room_.pictures = std::make_unique<PictureMaker>(std::move(news), pictureSettings);
+}
+
+void Api::State::makeFleet() {
+    room_.fleet =
+        std::make_unique<Fleet>(std::make_unique<BrokerConnection>(),
+                                [this](const std::string& json) { room_.streams.publish("fleet", json); });
+    room_.fleet->configure(readFleetSettings());
 }
 
 void Api::State::tellPicture() {
@@ -214,13 +224,15 @@ std::vector<Event> Api::State::first(const ListenerInfo& listener) const {
     std::vector<Event> events{
         {"session", jsonLine({{"user", listener.account}, {"role", roleName(listener.role)}})},
         {"status", jsonLine(room_.observer->statusNow())},
-        {"sources", jsonLine(room_.observer->sourcesNow())}};
+        {"sources", jsonLine(room_.observer->sourcesNow())},
+        {"fleet", jsonLine(room_.fleet->now())}};
     if (const MadePicture picture = room_.pictures->picture(0); picture.number != 0)
         events.push_back({"picture", pictureEvent(picture)});
     return events;
 }
 
 void Api::State::begin(Router& router) {
+    makeFleet();
     makeObserver();
     makePictures();
     followJournal();
@@ -228,6 +240,7 @@ void Api::State::begin(Router& router) {
     addStateRoutes(routes, room_);
     addSourceRoutes(routes, room_);
     addControlRoutes(routes, room_);
+    addFleetRoutes(routes, room_);
     addParameterRoutes(routes, room_);
     addPictureRoutes(routes, room_);
     addMetricsRoute(routes, room_);

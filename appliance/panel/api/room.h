@@ -4,6 +4,7 @@
 #include "appliance/panel/api/journal.h"
 #include "appliance/panel/api/metrics.h"
 #include "appliance/panel/api/requests.h"
+#include "appliance/panel/fleet/fleet.h"
 #include "appliance/panel/pictures/picture_maker.h"
 #include "appliance/panel/state/observer.h"
 #include "appliance/panel/web/event_streams.h"
@@ -23,6 +24,7 @@ struct Room {
     std::unique_ptr<Observer> observer;
     std::unique_ptr<PictureMaker> pictures;
     std::unique_ptr<Journal> journal; // null: there is none
+    std::unique_ptr<Fleet> fleet;
 
     // Three threads, so that a select never waits for a camera that does not answer.
     Worker commands{32};    // a moment each: events, parameters
@@ -41,6 +43,7 @@ void answerCommand(Room& room, Worker& worker, const Answer& answer, std::functi
 void addStateRoutes(Routes& routes, Room& room);
 void addSourceRoutes(Routes& routes, Room& room);
 void addControlRoutes(Routes& routes, Room& room);
+void addFleetRoutes(Routes& routes, Room& room);
 void addParameterRoutes(Routes& routes, Room& room);
 void addPictureRoutes(Routes& routes, Room& room);
 void addMetricsRoute(Routes& routes, Room& room);

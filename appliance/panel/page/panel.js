@@ -3,6 +3,7 @@
 import { byId, clearWords, run, say, setHidden, setText } from "./dom.js";
 import { call, get, onSessionEnd } from "./api.js";
 import { addChange, addJournal, showJournal, startJournal } from "./journal.js";
+import { hasFleet, showFleet, startFleet } from "./fleet.js";
 import { mayAct, on, set, state } from "./store.js";
 import { showSettings, startSettings } from "./parameters.js";
 import { startStream, stopStream, tellOtherTabs } from "./stream.js";
@@ -12,13 +13,13 @@ import { allowPictures, startPicture } from "./picture.js";
 import { startShown } from "./shown.js";
 import { startSources } from "./sources.js";
 
-const views = ["live", "settings", "journal"];
+const views = ["live", "fleet", "settings", "journal"];
 
 // ---- Views -----------------------------------------------------------------------------------------------------
 
 function viewOfAddress() {
   const wanted = location.hash.slice(1);
-  if (!views.includes(wanted)) return "live";
+  if (!views.includes(wanted) || (wanted === "fleet" && !hasFleet())) return "live";
   return wanted === "settings" && !mayAct("operator") ? "live" : wanted;
 }
 
@@ -35,6 +36,7 @@ function openView(name) {
   }
   if (name === "settings") showSettings();
   if (name === "journal") showJournal();
+  if (name === "fleet") showFleet();
 }
 
 // Hides what the role may not use.
@@ -134,6 +136,7 @@ function receive(type, data) {
   switch (type) {
   case "status": return set("status", data);
   case "sources": return set("sources", data.sources || data);
+  case "fleet": return set("fleet", data);
   case "picture": return set("picture", data);
   case "change": return addChange(data);
   case "journal": return addJournal(data);
@@ -150,6 +153,8 @@ function start() {
   startSources();
   startSettings();
   startJournal();
+  startFleet();
+  on("fleet", () => document.body.dataset.view === "fleet" && !hasFleet() && openView("live"));
   on("link", (link) => {
     if (link.state === "open" && lost) say("The connection is back.");
     if (link.state === "lost" && !lost) say("The connection to the decoder is lost. The page tries again.");

@@ -8,6 +8,7 @@ export const state = {
   status: null,
   statusTime: 0, // when the status came, on performance.now()'s clock
   sources: [],
+  fleet: null, // all decoders of the site; null before the first event
   picture: null,
   changes: [], // newest first
   journal: [], // newest first

@@ -7,8 +7,8 @@
 import { elect } from "./elect.js";
 
 const silence = 45000; // milliseconds
-const types = ["session", "status", "sources", "picture", "change", "journal", "beat"];
-const kept = new Set(["status", "sources", "picture", "journal"]); // the newest of them is for tabs that come later
+const types = ["session", "status", "sources", "fleet", "picture", "change", "journal", "beat"];
+const kept = new Set(["status", "sources", "fleet", "picture", "journal"]); // the newest of them is for tabs that come later
 const longestWait = 5000; // milliseconds between two attempts
 
 const channel = new BroadcastChannel("decoder-panel");

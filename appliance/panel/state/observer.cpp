@@ -69,8 +69,11 @@ Observer::Observer(ObserverNews news, FindStill still) : news_(std::move(news)),
     if (watch_.fd() >= 0) {
         const auto readable = [](int, GIOCondition, gpointer self) -> gboolean {
             auto* observer = static_cast<Observer*>(self);
-            if (observer->watch_.read().any())
+            const Touched touched = observer->watch_.read();
+            if (touched.any())
                 observer->lookSoon();
+            if (touched.configuration && observer->news_.configured)
+                observer->news_.configured();
             return G_SOURCE_CONTINUE;
         };
         watchId_ = g_unix_fd_add(watch_.fd(), G_IO_IN, readable, this);

@@ -28,6 +28,7 @@ struct ObserverNews {
     std::function<void(const SwitchEvent&, const std::string& sourceName)> switched;
     std::function<void(const std::string& code, const std::string& sourceName)>
         error;                           // a source has a new error
+    std::function<void()> configured;    // the configuration may have changed
     std::function<void()> sourceChanged; // another source is on the screen, or none
 };
 
