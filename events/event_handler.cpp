@@ -8,13 +8,20 @@
 #include <libcommon/log.h>
 #include <libcommon/params.h>
 
+#include <cerrno>
 #include <csignal>
+#include <ctime>
 #include <pthread.h>
+#include <semaphore.h>
 
 namespace {
 
-// The only process-wide state of this file: the thread's handle on the decoder's parameters. The thread opens it;
-// every access reads the current value. Never destroyed, because the thread still runs while the process exits.
+// The process-wide state of this file. Never destroyed, because the thread still runs while the process exits.
+
+// Posted by the thread once it has dropped the events from before its start.
+sem_t takesEvents;
+
+// The thread's handle on the decoder's parameters. The thread opens it; every access reads the current value.
 const ParamWrapper& parameters() {
     static const ParamWrapper& handle = *new ParamWrapper(0, true);
     return handle;
@@ -53,12 +60,24 @@ void* eventHandler(void*) {
     parameters();
     logmsg(7, "eventHandler() started");
     clearEventQueue();
+    sem_post(&takesEvents);
     Event event{};
     while (waitEvent(&event) == 0)
         handleIncomingEvent(event);
     logmsg(3, "waitEvent() failed in eventHandler()");
     logmsg(7, "eventHandler() stopped");
     return nullptr;
+}
+
+// A busy machine may run the thread late. An event that is sent until then would be dropped: the announcement of the
+// first player, for which the state machine then waits.
+void awaitStart() {
+    constexpr time_t longestWait = 5; // seconds
+    timespec until{};
+    clock_gettime(CLOCK_MONOTONIC, &until);
+    until.tv_sec += longestWait;
+    while (sem_clockwait(&takesEvents, CLOCK_MONOTONIC, &until) != 0 && errno == EINTR) {
+    }
 }
 
 } // namespace
@@ -74,6 +93,9 @@ void startEventHandler() {
     pthread_attr_init(&attributes);
     pthread_attr_setdetachstate(&attributes, PTHREAD_CREATE_DETACHED);
     pthread_t thread{};
-    pthread_create(&thread, &attributes, eventHandler, nullptr);
+    sem_init(&takesEvents, 0, 0);
+    const bool started = pthread_create(&thread, &attributes, eventHandler, nullptr) == 0;
     pthread_attr_destroy(&attributes);
+    if (started)
+        awaitStart();
 }

@@ -6,8 +6,9 @@
 
 #include <libcommon/events.h>
 
-// Starts the thread, detached. It ends only when waitEvent() fails, and is not started again; from then on no events
-// reach the state machine. A failure to start it is ignored.
+// Starts the thread, detached, and returns when it takes events, at the latest after 5 seconds: what is sent from then on is
+// not dropped as an event from before the start. The thread ends only when waitEvent() fails, and is not started again; from
+// then on no events reach the state machine. A failure to start it is ignored.
 void startEventHandler();
 
 // What the thread does with one event: drops or queues it, and interrupts the main thread. Declared for tests.

@@ -163,6 +163,16 @@ TEST_F(EventHandler, AnAlarmIsDroppedSilentlyUnlessAlarmsAreEnabled) {
     EXPECT_EQ(queued(EID_ALARM), 1);
 }
 
+// What is sent after the start is not dropped as an event from before it.
+TEST_F(EventHandler, TheStartReturnsWhenOldEventsAreDropped) {
+    fake::onWaitEvent = [](Event*) { return -1; };
+    startEventHandler();
+    const std::vector<std::string> callsAtReturn = fake::calls;
+    while (!fake::logged(7, "eventHandler() stopped"))
+        std::this_thread::yield();
+    EXPECT_EQ(callsAtReturn, (std::vector<std::string>{"clearEventQueue()"}));
+}
+
 TEST_F(EventHandler, TheThreadMovesEventsUntilWaitingFails) {
     static sigset_t mask;
     static bool detached;

@@ -34,6 +34,7 @@ protected:
                 .switched = [](const SwitchEvent&, const std::string&) {},
                 .error = [this](const std::string& code,
                                 const std::string& name) { errors.push_back(name + code); },
+                .configured = [] {},
                 .sourceChanged = [] {}};
     }
     static std::optional<StillInfo> noStill(const std::string& /*name*/) { return std::nullopt; }
