@@ -1,6 +1,7 @@
 #include "appliance/settings/parameter_values.h"
 
 #include "appliance/settings/known_parameters.h"
+#include "appliance/settings/text_lines.h"
 
 #include <libcommon/parameter_lines.h>
 #include <libcommon/text.h>
@@ -12,17 +13,6 @@ namespace {
 using libcommon::ParameterLine;
 
 constexpr std::size_t longestValue = 50'000; // bytes; the library refuses lines of more than about 56 KiB
-
-// The lines of the text, each with its line end.
-std::vector<std::string> linesOf(std::string_view text) {
-    std::vector<std::string> lines;
-    while (!text.empty()) {
-        const std::size_t end = std::min(text.find('\n'), text.size() - 1) + 1;
-        lines.emplace_back(text.substr(0, end));
-        text.remove_prefix(end);
-    }
-    return lines;
-}
 
 std::string joined(const std::vector<std::string>& lines) {
     std::string text;

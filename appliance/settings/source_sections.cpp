@@ -1,6 +1,7 @@
 #include "appliance/settings/source_sections.h"
 
 #include "appliance/settings/known_parameters.h"
+#include "appliance/settings/text_lines.h"
 
 #include <libcommon/parameter_lines.h>
 #include <libcommon/text.h>
@@ -17,16 +18,6 @@ struct Part {
     std::string name; // of the source; "": no source
     std::string text;
 };
-
-std::vector<std::string> linesOf(std::string_view text) {
-    std::vector<std::string> lines;
-    while (!text.empty()) {
-        const std::size_t end = std::min(text.find('\n'), text.size() - 1) + 1;
-        lines.emplace_back(text.substr(0, end));
-        text.remove_prefix(end);
-    }
-    return lines;
-}
 
 bool isComment(std::string_view line) {
     const std::string_view content = libcommon::trimmed(line);

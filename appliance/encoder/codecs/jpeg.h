@@ -2,13 +2,10 @@
 #pragma once
 
 #include "appliance/encoder/pictures/raw_picture.h"
+#include "appliance/jpeg/jpeg.h"
 
 #include <deque>
-#include <memory>
 #include <mutex>
-#include <string>
-
-using JpegPtr = std::shared_ptr<const std::string>;
 
 struct JpegForm {
     int width; // the picture is scaled to this size
@@ -34,6 +31,3 @@ private:
     std::mutex mutex_;
     std::deque<Made> made_; // the newest few
 };
-
-// Encodes one picture in its own size; null on failure.
-JpegPtr encodeJpeg(const Picture& picture, int quality);

@@ -1,11 +1,11 @@
 #include "appliance/encoder/testing/test_client.h"
 
+#include "appliance/jpeg/test_jpeg.h"
+
 #include <algorithm>
 #include <array>
 #include <cerrno>
-#include <cstdio> // jpeglib.h needs FILE
 #include <gtest/gtest.h>
-#include <jpeglib.h>
 #include <netinet/in.h>
 #include <poll.h>
 #include <sys/socket.h>
@@ -173,24 +173,10 @@ std::optional<std::string> nextPart(Client& client) {
 }
 
 JpegInfo lookAt(const std::string& jpeg) {
-    jpeg_error_mgr errors;
-    jpeg_decompress_struct in{};
-    in.err = jpeg_std_error(&errors);
-    jpeg_create_decompress(&in);
-    jpeg_mem_src(&in, reinterpret_cast<const unsigned char*>(jpeg.data()), jpeg.size());
-    jpeg_read_header(&in, TRUE);
-    in.out_color_space = JCS_EXT_BGRX;
-    jpeg_start_decompress(&in);
+    const DecodedJpeg decoded = decodeJpeg(jpeg);
     JpegInfo info;
-    info.width = static_cast<int>(in.output_width);
-    info.height = static_cast<int>(in.output_height);
-    std::vector<unsigned char> bytes(static_cast<std::size_t>(info.width) * info.height * 4);
-    while (in.output_scanline < in.output_height) {
-        JSAMPROW row = &bytes[static_cast<std::size_t>(in.output_scanline) * info.width * 4];
-        jpeg_read_scanlines(&in, &row, 1);
-    }
-    jpeg_finish_decompress(&in);
-    jpeg_destroy_decompress(&in);
-    info.mark = readFrameMark(bytes.data(), info.width, info.height, info.width * 4);
+    info.width = decoded.width;
+    info.height = decoded.height;
+    info.mark = readFrameMark(decoded.bgrx.data(), info.width, info.height, info.width * 4);
     return info;
 }

@@ -9,17 +9,23 @@
 #include "appliance/screen/screen_settings.h"
 
 #include <libcommon/clock.h>
+#include <libcommon/log.h>
 
 #include <algorithm>
 #include <array>
 #include <atomic>
+#include <bit>
 #include <chrono>
 #include <condition_variable>
 #include <mutex>
+#include <span>
 #include <sys/resource.h>
 #include <thread>
 #include <unistd.h>
 #include <utility>
+
+// A screen's pixels are numbers, 0x00RRGGBB.
+static_assert(std::endian::native == std::endian::little, "their bytes must be B, G, R, X");
 
 namespace panel {
 namespace {
@@ -222,9 +228,12 @@ void PictureMaker::Thread::makePicture() {
     picture.source = composed.blanked ? -1 : composed.info.source;
     picture.frame = composed.info.number;
     picture.time = composed.info.time;
-    picture.jpeg = encodeJpeg(composed.pixels, picture.width, picture.height, quality);
-    if (picture.jpeg != nullptr)
-        keep(std::move(picture));
+    picture.jpeg =
+        encodeJpeg(std::as_bytes(std::span(composed.pixels)), picture.width, picture.height, quality);
+    if (picture.jpeg == nullptr)
+        return logmsg(3, "panel: a picture of %dx%d pixels can't be made a JPEG", picture.width,
+                      picture.height);
+    keep(std::move(picture));
 }
 
 void PictureMaker::Thread::keep(MadePicture picture) {

@@ -7,7 +7,7 @@
 // pages are hidden, or their connections are too slow. A picture is made only when there is something new to see.
 #pragma once
 
-#include "appliance/panel/pictures/jpeg.h"
+#include "appliance/jpeg/jpeg.h"
 #include "appliance/panel/pictures/stills.h"
 
 #include <cstddef>

@@ -1,7 +1,7 @@
 #include "appliance/panel/pictures/picture_maker.h"
 
+#include "appliance/jpeg/test_jpeg.h"
 #include "appliance/mark/frame_mark.h"
-#include "appliance/panel/pictures/test_jpeg.h"
 #include "appliance/screen/appliance_root_fixture.h"
 #include "appliance/screen/frame_store.h"
 

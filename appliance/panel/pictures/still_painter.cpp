@@ -5,6 +5,7 @@
 #include <libcommon/display.h>
 
 #include <algorithm>
+#include <span>
 #include <utility>
 
 namespace panel {
@@ -13,7 +14,7 @@ namespace {
 constexpr int quality = 75;
 constexpr int attempts = 3; // the picture may be drawn over while it is scaled
 
-// As wide as a still, in the picture's own proportions; a picture that stands upright gets its height.
+// As wide as a still, in the picture's own proportions; a picture higher than wide has that as its height.
 screen::ScreenShape stillShape(const screen::PictureShape& picture) {
     screen::ScreenShape shape{
         {picture.width, picture.height}, picture.aspectNumerator, picture.aspectDenominator};
@@ -50,7 +51,8 @@ std::optional<TakenStill> StillPainter::take(screen::FrameStore& store) {
             });
         if (whole && visible)
             return TakenStill{picture_.info.source, picture_.info.time,
-                              encodeJpeg(picture_.pixels, picture_.width(), picture_.height(), quality)};
+                              encodeJpeg(std::as_bytes(std::span(picture_.pixels)), picture_.width(),
+                                         picture_.height(), quality)};
     }
     return std::nullopt;
 }

@@ -1,7 +1,7 @@
 // Takes a still of the newest frame, without the texts in front of it.
 #pragma once
 
-#include "appliance/panel/pictures/jpeg.h"
+#include "appliance/jpeg/jpeg.h"
 #include "appliance/screen/frame_store.h"
 #include "appliance/screen/painter.h"
 

@@ -1,7 +1,7 @@
 // The last picture that each source showed, small, in memory. Any thread.
 #pragma once
 
-#include "appliance/panel/pictures/jpeg.h"
+#include "appliance/jpeg/jpeg.h"
 
 #include <cstddef>
 #include <cstdint>

@@ -1,5 +1,6 @@
 #include "appliance/panel/web/exchange.h"
 
+#include "appliance/panel/web/lower_case.h"
 #include "appliance/panel/web/url_text.h"
 
 #include <algorithm>
@@ -75,15 +76,6 @@ void writeAnswer(SoupServerMessage* message, const Response& response) {
         soup_message_body_append_bytes(body, bytes);
     soup_message_body_complete(body);
     g_bytes_unref(bytes);
-}
-
-std::string lower(std::string_view text) {
-    std::string result(text);
-    std::transform(result.begin(), result.end(), result.begin(), [](unsigned char character) {
-        return character >= 'A' && character <= 'Z' ? static_cast<char>(character | 0x20)
-                                                    : static_cast<char>(character);
-    });
-    return result;
 }
 
 Texts readHeaders(SoupMessageHeaders* headers) {

@@ -1,20 +1,13 @@
 #include "appliance/panel/web/origin_check.h"
 
+#include "appliance/panel/web/lower_case.h"
+
 #include <algorithm>
 #include <arpa/inet.h>
 #include <array>
 
 namespace panel {
 namespace {
-
-std::string lower(std::string_view text) {
-    std::string result(text);
-    std::transform(result.begin(), result.end(), result.begin(), [](unsigned char character) {
-        return character >= 'A' && character <= 'Z' ? static_cast<char>(character | 0x20)
-                                                    : static_cast<char>(character);
-    });
-    return result;
-}
 
 bool isHostCharacter(char character) {
     return (character >= 'a' && character <= 'z') || (character >= '0' && character <= '9') ||

@@ -7,8 +7,6 @@
 #include <string>
 #include <vector>
 
-namespace panel {
-
 struct DecodedJpeg {
     int width = 0;
     int height = 0;
@@ -38,5 +36,3 @@ inline DecodedJpeg decodeJpeg(const std::string& jpeg) {
     jpeg_destroy_decompress(&info);
     return decoded;
 }
-
-} // namespace panel

@@ -1,18 +1,13 @@
-#include "appliance/panel/pictures/jpeg.h"
+#include "appliance/jpeg/jpeg.h"
 
-#include <libcommon/log.h>
-
-#include <bit>
 #include <csetjmp>
-#include <cstddef>
 #include <cstdio> // jpeglib.h needs FILE
 #include <cstdlib>
 #include <jpeglib.h>
 
-namespace panel {
 namespace {
 
-static_assert(std::endian::native == std::endian::little, "a pixel is the bytes B, G, R, X");
+constexpr std::size_t pixelSize = 4; // bytes
 
 struct ErrorJump {
     jpeg_error_mgr manager; // the first member: the library returns a pointer to it
@@ -26,7 +21,7 @@ struct ErrorJump {
 void keepQuiet(j_common_ptr /*info*/) {}
 
 struct Picture {
-    const std::uint32_t* pixels;
+    const std::byte* pixels;
     int width;
     int height;
 };
@@ -53,9 +48,9 @@ bool compress(const Picture& picture, int quality, unsigned char*& data, unsigne
     jpeg_set_quality(&info, quality, TRUE);
     jpeg_start_compress(&info, TRUE);
     while (info.next_scanline < info.image_height) {
-        const std::uint32_t* pixels =
-            picture.pixels + std::size_t{info.next_scanline} * static_cast<std::size_t>(picture.width);
-        JSAMPROW row = reinterpret_cast<JSAMPROW>(const_cast<std::uint32_t*>(pixels));
+        const std::byte* pixels = picture.pixels + std::size_t{info.next_scanline} *
+                                                       static_cast<std::size_t>(picture.width) * pixelSize;
+        JSAMPROW row = reinterpret_cast<JSAMPROW>(const_cast<std::byte*>(pixels));
         jpeg_write_scanlines(&info, &row, 1);
     }
     jpeg_finish_compress(&info);
@@ -65,19 +60,15 @@ bool compress(const Picture& picture, int quality, unsigned char*& data, unsigne
 
 } // namespace
 
-JpegPtr encodeJpeg(std::span<const std::uint32_t> pixels, int width, int height, int quality) {
+JpegPtr encodeJpeg(std::span<const std::byte> pixels, int width, int height, int quality) {
     if (width <= 0 || height <= 0 ||
-        pixels.size() < static_cast<std::size_t>(width) * static_cast<std::size_t>(height))
+        pixels.size() < static_cast<std::size_t>(width) * static_cast<std::size_t>(height) * pixelSize)
         return nullptr;
     unsigned char* data = nullptr;
     unsigned long size = 0;
     JpegPtr jpeg;
     if (compress({pixels.data(), width, height}, quality, data, size))
         jpeg = std::make_shared<const std::string>(reinterpret_cast<const char*>(data), size);
-    else
-        logmsg(3, "A picture of %dx%d pixels can't be made a JPEG.", width, height);
     std::free(data);
     return jpeg;
 }
-
-} // namespace panel
