@@ -84,6 +84,12 @@ private:
         snapshot->add_option("FILE", request.file, "The file to write; \"-\" is standard output")->required();
         snapshot->add_option("--size", request.size, "The size of its screen (default: that of the monitor)")
             ->type_name("WIDTHxHEIGHT");
+        CLI::App* report = add(Command::Report, "report",
+                               "Save an archive for a bug report: what is known about the decoder, without "
+                               "passwords");
+        report->add_option("FILE", request.file,
+                           "The archive (tar.gz) to write; \"-\" is standard output (default: "
+                           "decoder-report-TIME.tar.gz)");
         CLI::App* watch =
             add(Command::Watch, "watch",
                 "Print a line for each change of connection, source, texts, LED and frame rate");

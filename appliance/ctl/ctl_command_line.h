@@ -29,6 +29,7 @@ enum class Command {
     Disconnect,
     Button,
     Snapshot,
+    Report,
     Watch,
     Sweep,
     Discover,
@@ -63,7 +64,7 @@ struct Request {
     std::string name;                 // get, set; parameters --values; add, rename: the new name
     std::string value;                // set; "-": a line of standard input
     std::string text;                 // alarm
-    std::string file;                 // snapshot, check; "" when it is not given
+    std::string file;                 // snapshot, report, check; "" when it is not given
     std::string size;                 // snapshot; "" when it is not given
     bool names = false;               // sources, parameters: only the names
     bool hold = false;                // button

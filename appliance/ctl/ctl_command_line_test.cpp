@@ -47,6 +47,8 @@ TEST(CommandLine, EveryCommandIsKnown) {
         {{"disconnect"}, Command::Disconnect},
         {{"button"}, Command::Button},
         {{"snapshot", "a.png"}, Command::Snapshot},
+        {{"report"}, Command::Report},
+        {{"report", "a.tar.gz"}, Command::Report},
         {{"snapshot", "--size", "1280x720", "a.png"}, Command::Snapshot},
         {{"watch"}, Command::Watch},
         {{"sweep"}, Command::Sweep},

@@ -1,21 +1,14 @@
 #include "appliance/ctl/fleet_command.h"
 
+#include "appliance/ctl/program_beside.h"
 #include "appliance/operating/refused.h"
 
 #include <cerrno>
 #include <cstring>
-#include <filesystem>
 #include <sys/mman.h>
 #include <unistd.h>
 
 namespace {
-
-// decoder-fleet is in the folder of this program, the one proper.
-std::string fleetProgram() {
-    std::error_code unknown;
-    return (std::filesystem::read_symlink("/proc/self/exe", unknown).parent_path() / "decoder-fleet")
-        .string();
-}
 
 // A descriptor with the text, to be read from its beginning. -1 with errno.
 int memoryWith(const std::string& text) {
@@ -36,7 +29,7 @@ void becomeFleet(const Request& request) {
     fleet.source = request.source;
     fleet.text = request.text;
     fleet.json = request.json;
-    const std::string program = fleetProgram();
+    const std::string program = programBeside("decoder-fleet");
     const int fd = memoryWith(mqtt::fleetRequestText(fleet));
     if (fd < 0 || dup2(fd, STDIN_FILENO) < 0) {
         throw Refused(std::string("the request can't be handed over: ") + std::strerror(errno));

@@ -8,6 +8,7 @@
 #include "appliance/ctl/fleet_command.h"
 #include "appliance/ctl/panel_commands.h"
 #include "appliance/ctl/password_prompt.h"
+#include "appliance/ctl/report_command.h"
 #include "appliance/ctl/snapshot.h"
 #include "appliance/ctl/sweep_command.h"
 #include "appliance/ctl/watch.h"
@@ -222,6 +223,8 @@ void runCommand(const Request& request) {
         return answer(request, pressButton(request.hold));
     case Command::Snapshot:
         return answer(request, saveSnapshot(request.file, request.size));
+    case Command::Report:
+        becomeReport(request);
     case Command::Watch:
         return watchDecoder(request.seconds, request.json, std::cout);
     case Command::Mute:

@@ -117,7 +117,9 @@ std::vector<JournalLine> LogFile::last(std::size_t lines) {
     const int file = open(path_.c_str(), O_RDONLY | O_CLOEXEC | O_NONBLOCK | O_NOCTTY);
     struct stat info {};
     std::string text;
+    bool cut = false;
     if (file >= 0 && fstat(file, &info) == 0) {
+        cut = info.st_size > static_cast<off_t>(mostBytes);
         const auto bytes = static_cast<std::size_t>(std::min<off_t>(info.st_size, mostBytes));
         text.resize(bytes);
         const ssize_t got = pread(file, text.data(), bytes, info.st_size - static_cast<off_t>(bytes));
@@ -129,6 +131,8 @@ std::vector<JournalLine> LogFile::last(std::size_t lines) {
     std::size_t end = text.rfind('\n');
     while (end != std::string::npos && end > 0 && found.size() < lines) {
         const std::size_t before = text.rfind('\n', end - 1);
+        if (before == std::string::npos && cut)
+            break;
         const std::size_t begin = before == std::string::npos ? 0 : before + 1;
         found.push_back(readJournalLine(std::string_view(text).substr(begin, end - begin)));
         end = before;
