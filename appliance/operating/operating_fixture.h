@@ -1,23 +1,22 @@
-// A temporary appliance root for the tests of this folder. Each test runs in its own process.
+// For tests: an appliance root with the folders of a new decoder, the same for all tests of a process.
 #pragma once
+
+#include "tests/support/process_root.h"
 
 #include <gtest/gtest.h>
 
-#include <cstdlib>
 #include <filesystem>
 #include <fstream>
 #include <string>
 
 class OperatingTest : public testing::Test {
 protected:
-    OperatingTest() {
-        char folder[] = "/tmp/operating-XXXXXX";
-        root = mkdtemp(folder);
-        setenv("APPLIANCE_ROOT", root.c_str(), 1);
+    OperatingTest() : root(ProcessRoot::get().path()) {
+        ProcessRoot::get().empty();
         std::filesystem::create_directories(root / "etc/decoder");
         std::filesystem::create_directories(root / "run/decoder");
     }
-    ~OperatingTest() override { std::filesystem::remove_all(root); }
+    ~OperatingTest() override { ProcessRoot::get().empty(); }
 
     void configure(const std::string& text) const {
         std::ofstream(root / "etc/decoder/decoder.conf") << text;

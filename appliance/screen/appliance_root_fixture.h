@@ -1,10 +1,10 @@
-// For tests: an appliance root of the test's own, which is removed at its end. CTest runs each test in its own process,
-// so the library reads this root.
+// For tests: an appliance root that is empty at the beginning of each test.
 #pragma once
+
+#include "tests/support/process_root.h"
 
 #include <gtest/gtest.h>
 
-#include <cstdlib>
 #include <filesystem>
 #include <fstream>
 #include <string>
@@ -13,13 +13,8 @@ namespace screen {
 
 class ApplianceRoot : public testing::Test {
 protected:
-    ApplianceRoot() {
-        char folder[] = "/tmp/screen-XXXXXX";
-        root = mkdtemp(folder);
-        setenv("APPLIANCE_ROOT", root.c_str(), 1);
-        setenv("LIBCOMMON_LOG", (root / "log").c_str(), 1);
-    }
-    ~ApplianceRoot() override { std::filesystem::remove_all(root); }
+    ApplianceRoot() : root(ProcessRoot::get().path()) { ProcessRoot::get().empty(); }
+    ~ApplianceRoot() override { ProcessRoot::get().empty(); }
 
     // Replaces the configuration.
     void configure(const std::string& text) const { write("etc/decoder/decoder.conf", text); }
@@ -30,7 +25,7 @@ protected:
     }
 
     std::string log() const {
-        std::ifstream file(root / "log");
+        std::ifstream file(ProcessRoot::get().log());
         return {std::istreambuf_iterator<char>(file), {}};
     }
 

@@ -9,6 +9,7 @@
 #include <fstream>
 #include <gtest/gtest.h>
 #include <iterator>
+#include <ostream>
 #include <string>
 #include <vector>
 
@@ -48,9 +49,17 @@ inline void runAtEveryLength(const Input& input) {
     EXPECT_EQ(input.target(data, bytes.size()), 0);
 }
 
+inline std::string textOf(const Input& input) {
+    return input.file.parent_path().filename().string() + "_" + input.file.filename().string();
+}
+
+// For GoogleTest, which prints the bytes of a parameter that it knows nothing about; CTest shows them in the test's name.
+inline void PrintTo(const Input& input, std::ostream* out) {
+    *out << textOf(input);
+}
+
 inline std::string nameOf(const testing::TestParamInfo<Input>& info) {
-    std::string name =
-        info.param.file.parent_path().filename().string() + "_" + info.param.file.filename().string();
+    std::string name = textOf(info.param);
     std::replace_if(
         name.begin(), name.end(), [](unsigned char c) { return std::isalnum(c) == 0; }, '_');
     return name;

@@ -54,6 +54,7 @@ std::vector<Account> readAccounts() {
 void writeAccount(const Account& account) {
     if (!isAccountName(account.name))
         throw Refused("a name has 1 to 32 letters, digits or -_.@");
+    const PrivateFileLock lock(accountsFile());
     std::vector<Account> accounts = readAccounts();
     const auto same = std::find_if(accounts.begin(), accounts.end(),
                                    [&account](const Account& known) { return known.name == account.name; });
@@ -65,6 +66,7 @@ void writeAccount(const Account& account) {
 }
 
 void removeAccount(std::string_view name) {
+    const PrivateFileLock lock(accountsFile());
     std::vector<Account> accounts = readAccounts();
     if (std::erase_if(accounts, [name](const Account& known) { return known.name == name; }) == 0)
         throw Refused("there is no account \"" + std::string(name) + '"');

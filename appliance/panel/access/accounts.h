@@ -24,6 +24,8 @@ bool isAccountName(std::string_view name);
 // Lines that can't be read are left out. Throws as readPrivateFile().
 std::vector<Account> readAccounts();
 
+// These two change the file under its lock (PrivateFileLock), so that changes at once all stay.
+//
 // Adds the account, or gives it the new password and role. Throws Refused and std::system_error.
 void writeAccount(const Account& account);
 

@@ -103,9 +103,18 @@ bool isFor(X509* certificate, const std::string& name) {
                            : X509_check_host(certificate, name.c_str(), name.size(), 0, nullptr) == 1;
 }
 
-bool isGood(const std::string& file, const std::vector<std::string>& names) {
+Pointer<EVP_PKEY> readKey(const std::string& file) {
+    const std::string pem = readPrivateFile(file);
+    const Pointer<BIO> text(BIO_new_mem_buf(pem.data(), static_cast<int>(pem.size())));
+    return Pointer<EVP_PKEY>(
+        text == nullptr ? nullptr : PEM_read_bio_PrivateKey(text.get(), nullptr, nullptr, nullptr));
+}
+
+// The files are written one after the other, so after a crash in between they may not belong together.
+bool isGood(const std::string& file, const std::string& keyFile, const std::vector<std::string>& names) {
     const Pointer<X509> certificate = readCertificate(file);
-    if (certificate == nullptr)
+    const Pointer<EVP_PKEY> key = readKey(keyFile);
+    if (certificate == nullptr || key == nullptr || X509_check_private_key(certificate.get(), key.get()) != 1)
         return false;
     std::time_t soon = std::time(nullptr) + leastLeft;
     bool good = X509_cmp_time(X509_get0_notAfter(certificate.get()), &soon) > 0;
@@ -118,7 +127,7 @@ bool isGood(const std::string& file, const std::vector<std::string>& names) {
 
 void makeOwnCertificate(const std::string& certificateFile, const std::string& keyFile,
                         const std::vector<std::string>& names) {
-    if (isGood(certificateFile, names) && !readPrivateFile(keyFile).empty())
+    if (isGood(certificateFile, keyFile, names))
         return;
     const Pointer<EVP_PKEY> key(EVP_EC_gen("P-256"));
     require(key != nullptr);

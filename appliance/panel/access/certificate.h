@@ -6,8 +6,9 @@
 
 namespace panel {
 
-// Makes a certificate for these names and numeric addresses, and its key, unless the files have one for the same that
-// lasts for another month. Throws std::runtime_error and std::system_error.
+// Makes a certificate for these names and numeric addresses, and its key. Keeps the files if they have both already: for
+// all these names, valid for at least another month, and belonging together. Throws std::runtime_error and
+// std::system_error.
 void makeOwnCertificate(const std::string& certificateFile, const std::string& keyFile,
                         const std::vector<std::string>& names);
 

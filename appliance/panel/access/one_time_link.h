@@ -1,7 +1,7 @@
-// Links that log in once: for whoever may already control this decoder at its console.
+// Links that log in once, for people who may already control this decoder: root and the decoder's user.
 //
-// The link's secret is in no file. A file named after its hash says that it may be used; using it removes the file. Any
-// thread.
+// The secret of a link is in no file. For each link that may still be used there is a file, and its name is the hash of the
+// secret. Using the link removes the file. Any thread.
 #pragma once
 
 #include <string>

@@ -4,17 +4,23 @@
 
 #include <array>
 #include <cerrno>
+#include <chrono>
 #include <cstdio>
 #include <fcntl.h>
 #include <stdexcept>
+#include <sys/file.h>
 #include <sys/stat.h>
 #include <system_error>
+#include <thread>
 #include <unistd.h>
+#include <utility>
 
 namespace panel {
 namespace {
 
 constexpr std::size_t largest = 1024 * 1024;
+constexpr std::chrono::seconds lockPatience{5};
+constexpr std::chrono::milliseconds lockInterval{2};
 
 class Descriptor {
 public:
@@ -26,6 +32,7 @@ public:
     Descriptor(const Descriptor&) = delete;
     Descriptor& operator=(const Descriptor&) = delete;
     int get() const { return number_; }
+    int release() { return std::exchange(number_, -1); }
 
 private:
     int number_;
@@ -97,6 +104,28 @@ std::string readPrivateFile(const std::string& path) {
     if (text.size() > largest)
         throw std::runtime_error(path + " is too large");
     return text;
+}
+
+// Opened for reading only, because the panel reads accounts and tokens again when a file in their folder was written.
+PrivateFileLock::PrivateFileLock(const std::string& path) {
+    const std::string lock = path + ".lock";
+    Descriptor file(open(lock.c_str(), O_RDONLY | O_CREAT | O_CLOEXEC | O_NOFOLLOW, 0600));
+    if (file.get() < 0)
+        fail(lock);
+    giveToFolderOwner(lock, file);
+    const auto end = std::chrono::steady_clock::now() + lockPatience;
+    while (flock(file.get(), LOCK_EX | LOCK_NB) != 0) {
+        if (errno == EWOULDBLOCK && std::chrono::steady_clock::now() >= end)
+            errno = ETIMEDOUT;
+        if (errno != EWOULDBLOCK && errno != EINTR)
+            fail(lock);
+        std::this_thread::sleep_for(lockInterval);
+    }
+    descriptor_ = file.release();
+}
+
+PrivateFileLock::~PrivateFileLock() {
+    close(descriptor_);
 }
 
 void makePrivateFolder(const std::string& path) {

@@ -59,6 +59,7 @@ std::vector<Token> readTokens() {
 std::string addToken(Token token) {
     if (!isAccountName(token.name))
         throw Refused("a name has 1 to 32 letters, digits or -_.@");
+    const PrivateFileLock lock(tokensFile());
     std::vector<Token> tokens = readTokens();
     if (std::any_of(tokens.begin(), tokens.end(),
                     [&](const Token& known) { return known.name == token.name; }))
@@ -71,6 +72,7 @@ std::string addToken(Token token) {
 }
 
 void removeToken(std::string_view name) {
+    const PrivateFileLock lock(tokensFile());
     std::vector<Token> tokens = readTokens();
     if (std::erase_if(tokens, [name](const Token& known) { return known.name == name; }) == 0)
         throw Refused("there is no token \"" + std::string(name) + '"');

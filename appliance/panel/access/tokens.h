@@ -29,6 +29,8 @@ bool setTokenRole(Token& token, std::string_view word);
 // Lines that can't be read are left out. Throws as readPrivateFile().
 std::vector<Token> readTokens();
 
+// These two change the file under its lock (PrivateFileLock), so that changes at once all stay.
+//
 // Makes a token and returns its text; `token.hash` is set here. Throws Refused if the name is wrong or taken.
 std::string addToken(Token token);
 

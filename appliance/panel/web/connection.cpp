@@ -2,6 +2,7 @@
 
 #include "appliance/panel/web/request.h"
 
+#include <algorithm>
 #include <array>
 #include <gio/gnetworking.h>
 
@@ -46,12 +47,16 @@ gssize Connection::read(char* buffer, gsize size, GError** error) {
             return -1;
         }
         std::array<char, 8192> bytes{};
+        GError* failure = nullptr;
         const gssize count = g_pollable_input_stream_read_nonblocking(input(stream_.get()), bytes.data(),
-                                                                      bytes.size(), nullptr, error);
-        if (count < 0)
+                                                                      bytes.size(), nullptr, &failure);
+        if (count < 0 && g_error_matches(failure, G_IO_ERROR, G_IO_ERROR_WOULD_BLOCK)) {
+            g_propagate_error(error, failure);
             return count;
-        endOfInput_ = count == 0;
-        gate_.receive({bytes.data(), static_cast<std::size_t>(count)});
+        }
+        const GErrorPointer reset(failure); // a connection that the client has reset is at its end, too
+        endOfInput_ = count <= 0;
+        gate_.receive({bytes.data(), static_cast<std::size_t>(std::max<gssize>(count, 0))});
         followPhase();
     }
     const std::string passed = gate_.pass(size);
@@ -64,8 +69,8 @@ bool Connection::isOver() const {
     return endOfInput_ || !open_ || gate_.phase() == Gate::Phase::Refused;
 }
 
-// kept: libsoup 3.2 never lets go of a connection that ends between two requests. So the end looks like a last request,
-// after which libsoup closes the connection; its answer goes nowhere.
+// kept: libsoup 3.2 never lets go of a connection that ends between two requests. So the end looks like one more request.
+// libsoup closes the connection after it, and its answer is dropped.
 gssize Connection::farewell(char* buffer, gsize size) {
     constexpr std::string_view request = "GET / HTTP/1.0\r\nHost: localhost\r\n\r\n";
     if (inRequest_ || !hadRequest_ || farewell_ || size < request.size())
@@ -104,9 +109,39 @@ void Connection::sendRefusal() {
     const std::string text = refusalText(gate_.refusal());
     g_pollable_output_stream_write_nonblocking(output(stream_.get()), text.data(), text.size(), nullptr,
                                                nullptr);
-    if (open_)
-        g_socket_shutdown(socket_.get(), FALSE, TRUE, nullptr);
     endOfInput_ = true;
+    drain();
+}
+
+// ---- The end -------------------------------------------------------------------------------------------------
+
+void Connection::drain() {
+    if (!open_ || draining_ != nullptr)
+        return;
+    wait_ = Wait::Drain;
+    since_ = g_get_monotonic_time();
+    g_socket_shutdown(socket_.get(), FALSE, TRUE, nullptr);
+    GSource* source = g_socket_create_source(socket_.get(), G_IO_IN, nullptr);
+    g_source_set_callback(source, G_SOURCE_FUNC(dropInput), this, nullptr);
+    g_source_attach(source, g_main_context_get_thread_default());
+    draining_.reset(source);
+    untilDone_ = shared_from_this();
+}
+
+// One read at a time, so that a client that sends much does not hold the main loop.
+gboolean Connection::dropInput(GSocket* socket, GIOCondition /*condition*/, gpointer self) {
+    auto* connection = static_cast<Connection*>(self);
+    std::array<char, 65536> bytes; // NOLINT(cppcoreguidelines-pro-type-member-init): dropped unread
+    GError* failure = nullptr;
+    const gssize count =
+        g_socket_receive_with_blocking(socket, bytes.data(), bytes.size(), FALSE, nullptr, &failure);
+    const GErrorPointer error(failure);
+    if (count > 0)
+        connection->dropped_ += static_cast<std::size_t>(count);
+    const bool waits = count < 0 && g_error_matches(error.get(), G_IO_ERROR, G_IO_ERROR_WOULD_BLOCK);
+    if ((count <= 0 && !waits) || connection->dropped_ > connection->limits_.drainBytes)
+        connection->cut();
+    return G_SOURCE_CONTINUE; // a source that was destroyed meanwhile ends all the same
 }
 
 gssize Connection::write(const char* data, gsize size, GError** error) {
@@ -132,7 +167,7 @@ GSource* Connection::readSource() const {
 
 void Connection::answered() {
     inRequest_ = false;
-    if (farewell_)
+    if (farewell_ || draining_ != nullptr)
         return;
     gate_.answered();
     wait_ = Wait::Idle;
@@ -143,41 +178,54 @@ void Connection::answered() {
 void Connection::closedByLibrary() {
     if (eventStream_)
         return;
-    cut();
-    g_socket_close(socket_.get(), nullptr); // kept: libsoup keeps its objects longer than the connection
+    libraryClosed_ = true;
+    if (endOfInput_ && draining_ == nullptr)
+        cut(); // the client has closed its end already
+    else
+        drain();
+    if (!open_)
+        g_socket_close(socket_.get(), nullptr); // kept: libsoup keeps its objects longer than the connection
 }
 
-void Connection::checkTime(std::int64_t now) {
-    unsigned bound = limits_.answerSeconds;
+unsigned Connection::longestWait() const {
     switch (wait_) {
     case Wait::NewHead:
     case Wait::Head:
-        bound = limits_.headSeconds;
-        break;
+        return limits_.headSeconds;
     case Wait::Body:
-        bound = limits_.bodySeconds;
-        break;
+        return limits_.bodySeconds;
     case Wait::Idle:
-        bound = limits_.idleSeconds;
-        break;
+        return limits_.idleSeconds;
     case Wait::Reply:
-        break;
+        return limits_.answerSeconds;
+    case Wait::Drain:
+        return limits_.drainSeconds;
     }
-    if (!open_ || eventStream_ || now - since_ < bound * second)
+    return 0;
+}
+
+void Connection::checkTime(std::int64_t now) {
+    if (!open_ || eventStream_ || now - since_ < longestWait() * second)
         return;
     if (wait_ == Wait::Head || wait_ == Wait::Body ||
         (wait_ == Wait::NewHead && gate_.phase() == Gate::Phase::Head)) {
         gate_.refuse(408, "The request took too long");
         sendRefusal();
+    } else {
+        cut();
     }
-    cut();
 }
 
+// A socket that libsoup still reads is only shut down: libsoup sees the end and closes its streams.
 void Connection::cut() {
     if (!open_)
         return;
     open_ = false;
+    const std::shared_ptr<Connection> kept = std::move(untilDone_); // maybe the last owner
+    draining_.reset();
     g_socket_shutdown(socket_.get(), TRUE, TRUE, nullptr);
+    if (libraryClosed_)
+        g_socket_close(socket_.get(), nullptr);
 }
 
 } // namespace panel

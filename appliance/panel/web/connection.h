@@ -2,11 +2,16 @@
 //
 // It exists from the accepted socket to the closed one. libsoup reads and writes through streams that lead here, so that
 // the panel sees every byte first and can cut the connection at any time. Main loop's thread only.
+//
+// The panel closes a connection in two steps. A socket that is closed while the client still sends resets the connection,
+// and the client loses the answer that it has not read yet. So after the last answer the panel ends its own direction
+// only, and drops what the client sends until the client closes, too: for a bounded time and number of bytes.
 #pragma once
 
 #include "appliance/panel/web/g_object_pointer.h"
 #include "appliance/panel/web/gate.h"
 #include "appliance/panel/web/server_limits.h"
+#include "appliance/panel/web/source_handle.h"
 
 #include <cstdint>
 #include <gio/gio.h>
@@ -37,25 +42,29 @@ public:
     GSource* readSource() const;
     void closedByLibrary();
 
-    // The request that libsoup has now is none: see farewell().
+    // The present request of libsoup is not the client's: see farewell().
     bool isFarewell() const { return farewell_; }
     // The answer to the present request was written.
     void answered();
     // The connection is an event stream from now on: libsoup and the gate have nothing to do with it.
     void becomeEventStream() { eventStream_ = true; }
 
-    // Ends what has taken too long; `now` as above.
+    // Ends the connection when it has taken too long; `now` as above.
     void checkTime(std::int64_t now);
     // Ends it at once.
     void cut();
 
 private:
-    enum class Wait { NewHead, Head, Body, Idle, Reply };
+    enum class Wait { NewHead, Head, Body, Idle, Reply, Drain };
+
+    static gboolean dropInput(GSocket* socket, GIOCondition condition, gpointer self);
 
     bool isOver() const;
     gssize farewell(char* buffer, gsize size);
     void followPhase();
     void sendRefusal();
+    void drain();
+    unsigned longestWait() const;
     void waitFor(Wait wait);
 
     GObjectPointer<GIOStream> stream_;
@@ -72,6 +81,10 @@ private:
     bool hadRequest_ = false; // libsoup has seen one
     bool inRequest_ = false;  // it has seen a part of the present one
     bool farewell_ = false;
+    bool libraryClosed_ = false;
+    std::size_t dropped_ = 0;               // bytes, while draining
+    SourceHandle draining_;                 // set while draining
+    std::shared_ptr<Connection> untilDone_; // this object, while draining: libsoup may have let go of it
 };
 
 // The streams for libsoup; they own the connection.

@@ -14,7 +14,9 @@ struct ServerLimits {
     unsigned headSeconds = 10; // from the first byte, or of a new connection, to the end of the header
     unsigned bodySeconds = 20;
     unsigned idleSeconds = 60;   // between two requests
-    unsigned answerSeconds = 30; // that an answer may stand still
+    unsigned answerSeconds = 30; // without the client taking any byte of an answer
+    unsigned drainSeconds = 5;   // of reading and dropping what a client still sends after its last answer
+    std::size_t drainBytes = 4 * 1024 * 1024; // of it
 };
 
 } // namespace panel
