@@ -132,8 +132,7 @@ SecretHider::SecretHider(std::string_view parameterText) {
     std::ranges::sort(secrets_, [](const std::string& a, const std::string& b) {
         return a.size() != b.size() ? a.size() > b.size() : a < b;
     });
-    const auto same = std::ranges::unique(secrets_);
-    secrets_.erase(same.begin(), same.end());
+    secrets_.erase(std::unique(secrets_.begin(), secrets_.end()), secrets_.end());
 }
 
 void SecretHider::add(const std::string& secret) {

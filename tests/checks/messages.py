@@ -33,6 +33,7 @@ MAKERS = [
     (["appliance/operating/muting.cpp"], r"\breturn (?=\"|now)", 0),
     (["appliance/screen/label_content.cpp"], r"\breturn (?=\")", 0),
     (["appliance/screen/wall/stopped_mark.cpp"], r"\bgone = |return (?=stopped|health)", 0),
+    (["appliance/bug_report"], r"\bruntime_error\(", 0),
     (["appliance/ctl", "appliance/commands", "appliance/panel/access", "appliance/reporting", "appliance/settings"], r"\bRefused\(", 0),
     (["appliance/commands/parameter_commands.cpp"], r"\breturn (?=name \+ \")", 0),
     (["appliance/discovery"], r"\bruntime_error\(", 0),

@@ -2,8 +2,8 @@
 
 #include "appliance/operating/refused.h"
 #include "appliance/panel/api/metrics.h"
-#include "appliance/settings/secrets.h"
 #include "appliance/reporting/json_text.h"
+#include "appliance/settings/secrets.h"
 
 #include <libcommon/log.h>
 

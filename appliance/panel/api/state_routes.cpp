@@ -1,7 +1,7 @@
 // What the decoder does, its sources and its journal.
 #include "appliance/panel/api/room.h"
-#include "appliance/settings/secrets.h"
 #include "appliance/reporting/explanation.h"
+#include "appliance/settings/secrets.h"
 
 #include <libcommon/status.h>
 

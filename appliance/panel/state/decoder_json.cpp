@@ -1,7 +1,7 @@
 #include "appliance/panel/state/decoder_json.h"
 
-#include "appliance/settings/secrets.h"
 #include "appliance/reporting/error_words.h"
+#include "appliance/settings/secrets.h"
 
 #include <algorithm>
 #include <charconv>
