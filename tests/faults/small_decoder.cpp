@@ -29,7 +29,8 @@ using appliance::writeFile;
 constexpr const char* names[] = {"Alpha", "Beta"};
 constexpr const char* playing = "MANUAL_WAIT_FOR_NEW_SELECTION";
 constexpr int eventSelect = 11;
-constexpr double patience = 25; // for a step on a busy machine, the longest sleep of the state machine included
+constexpr double patience =
+    25; // for a step on a busy machine, the longest sleep of the state machine included
 
 bool asks(const std::string& request, const std::string& path) {
     return request.find("GET " + path) == 0;
@@ -53,7 +54,8 @@ std::unique_ptr<scripted::Server> makeEncoder() {
 // ".NAME.PID.TID" and ".NAME.new": somebody was writing it.
 bool isUnfinished(const fs::path& path) {
     const std::string name = path.filename();
-    return name.starts_with('.') && !name.ends_with(".lock") && (name.ends_with(".new") || name.find('.', 1) != std::string::npos);
+    return name.starts_with('.') && !name.ends_with(".lock") &&
+           (name.ends_with(".new") || name.find('.', 1) != std::string::npos);
 }
 
 } // namespace
@@ -177,25 +179,33 @@ bool SmallDecoder::hasBothSources() const {
            text.find("[Encoder.Beta]\n") != std::string::npos && text.ends_with("Compression = default\n");
 }
 
-std::vector<std::string> SmallDecoder::leftovers() const {
-    std::vector<std::string> found;
+bool SmallDecoder::Leftovers::none() const {
+    return processes.empty() && queues.empty() && barriers.empty() && unfinished.empty() && !semaphores;
+}
+
+std::string SmallDecoder::Leftovers::text() const {
+    std::string text = semaphores ? " more than one set of semaphores" : "";
+    for (const auto* list : {&processes, &queues, &barriers, &unfinished}) {
+        for (const std::string& one : *list) {
+            text += ' ' + one;
+        }
+    }
+    return text;
+}
+
+SmallDecoder::Leftovers SmallDecoder::leftovers() const {
+    Leftovers found;
     eventually([this] { return appliance::processesUnder(root_).empty(); }, Seconds(3));
-    for (const std::string& process : appliance::processesUnder(root_)) {
-        found.push_back("process " + process);
-    }
-    for (const std::string& queue : appliance::queues()) {
-        found.push_back(queue);
-    }
-    if (appliance::semaphoreSets().size() > 1) {
-        found.emplace_back("more than one set of semaphores");
-    }
+    found.processes = appliance::processesUnder(root_);
+    found.queues = appliance::queues();
+    found.semaphores = appliance::semaphoreSets().size() > 1;
     for (const auto& entry : fs::directory_iterator(file("/var/tmp"))) {
-        found.push_back("file /var/tmp/" + entry.path().filename().string());
+        found.barriers.push_back(entry.path().filename());
     }
     for (const char* folder : {"/run/decoder", "/etc/decoder"}) {
         for (const auto& entry : fs::recursive_directory_iterator(file(folder))) {
             if (isUnfinished(entry.path())) {
-                found.push_back("file " + entry.path().string().substr(root_.size()));
+                found.unfinished.push_back(entry.path().string().substr(root_.size()));
             }
         }
     }
@@ -260,11 +270,9 @@ std::string nextStartFails(const SmallDecoder& decoder) {
     if (const int status = next.end(SIGINT, patience); status != 0) {
         return "the next start does not end: " + std::to_string(status);
     }
-    std::string left;
-    for (const std::string& one : decoder.leftovers()) {
-        left += " " + one;
-    }
-    return left.empty() ? "" : "after the next start there is" + left;
+    SmallDecoder::Leftovers left = decoder.leftovers();
+    left.barriers.clear(); // those with a queue show as queues
+    return left.none() ? "" : "after the next start there is" + left.text();
 }
 
 } // namespace faults

@@ -50,9 +50,18 @@ public:
     // Both sources are still in the parameter file.
     bool hasBothSources() const;
 
-    // What must not be there when the supervisor has ended: processes, queues, barriers, unfinished files. Waits up to
-    // three seconds for processes that are ending. One set of semaphores is kept for the next start.
-    std::vector<std::string> leftovers() const;
+    // What the supervisor left behind when it ended. Waits up to three seconds for processes that are ending.
+    struct Leftovers {
+        std::vector<std::string> processes;
+        std::vector<std::string> queues;
+        std::vector<std::string> barriers;   // files
+        std::vector<std::string> unfinished; // files that somebody was writing
+        bool semaphores = false;             // more than the one set that is kept for the next start
+
+        bool none() const;
+        std::string text() const;
+    };
+    Leftovers leftovers() const;
 
 private:
     void makeRoot();
@@ -81,7 +90,7 @@ private:
 };
 
 // Empty when the next start works and cleans up: it plays, plays the other source when asked, ends with SIGINT, and
-// leaves nothing behind. Otherwise what went wrong.
+// leaves nothing behind. Otherwise what went wrong. A barrier's file whose queue was never made stays until a sweep.
 std::string nextStartFails(const SmallDecoder& decoder);
 
 } // namespace faults

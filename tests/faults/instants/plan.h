@@ -13,10 +13,10 @@ struct Plan {
 
     Scene scene = Scene::start;
     Place place = Place::time;
-    int microseconds = 0;    // of a time
-    int hit = 1;             // which call
-    bool atEntry = true;     // of a call
-    bool anyThread = false;  // of a call; else the main thread's
+    int microseconds = 0;   // of a time
+    int hit = 1;            // which call
+    bool atEntry = true;    // of a call
+    bool anyThread = false; // of a call; else the main thread's
     const void* function = nullptr;
     std::string functionName;
     Deed deed;

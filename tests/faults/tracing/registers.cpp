@@ -116,20 +116,16 @@ bool hitBreakpoint(pid_t thread) {
 
 #else
 
-void skipCall(pid_t) {
-}
-void setResult(pid_t, std::int64_t) {
-}
-void jumpToNowhere(pid_t) {
-}
+void skipCall(pid_t) {}
+void setResult(pid_t, std::int64_t) {}
+void jumpToNowhere(pid_t) {}
 std::uint64_t instruction(pid_t) {
     return 0;
 }
 bool setBreakpoint(pid_t, std::uint64_t) {
     return false;
 }
-void clearBreakpoint(pid_t) {
-}
+void clearBreakpoint(pid_t) {}
 bool hitBreakpoint(pid_t) {
     return false;
 }
@@ -144,7 +140,8 @@ std::uint64_t addressIn(pid_t process, const void* function) {
     char* real = realpath(library.dli_fname, nullptr);
     const std::string file = real == nullptr ? library.dli_fname : real;
     std::free(real);
-    const auto offset = reinterpret_cast<std::uint64_t>(function) - reinterpret_cast<std::uint64_t>(library.dli_fbase);
+    const auto offset =
+        reinterpret_cast<std::uint64_t>(function) - reinterpret_cast<std::uint64_t>(library.dli_fbase);
     std::uint64_t base = 0;
     std::size_t parts = 0;
     for (const Mapping& mapping : mappings(process)) {
@@ -153,7 +150,8 @@ std::uint64_t addressIn(pid_t process, const void* function) {
             ++parts;
         }
     }
-    constexpr std::size_t wholeLibrary = 4; // headers, code, constants, data: it is mapped one after the other
+    constexpr std::size_t wholeLibrary =
+        4; // headers, code, constants, data: it is mapped one after the other
     return base == 0 || parts < wholeLibrary ? 0 : base + offset;
 }
 
@@ -162,8 +160,8 @@ std::string placeOf(pid_t process, std::uint64_t address) {
         if (address >= mapping.begin && address < mapping.end) {
             std::ostringstream text;
             const std::size_t slash = mapping.file.rfind('/');
-            text << (slash == std::string::npos ? "kernel" : mapping.file.substr(slash + 1)) << "+0x" << std::hex
-                 << address - mapping.begin + mapping.offset;
+            text << (slash == std::string::npos ? "kernel" : mapping.file.substr(slash + 1)) << "+0x"
+                 << std::hex << address - mapping.begin + mapping.offset;
             return text.str();
         }
     }

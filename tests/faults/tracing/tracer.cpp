@@ -61,6 +61,13 @@ std::vector<std::string> changedEnvironment(const std::map<std::string, std::str
     _exit(127);
 }
 
+// Whether a stopped thread has a signal blocked.
+bool blocks(pid_t thread, int signal) {
+    std::uint64_t mask = 0;
+    ptrace(PTRACE_GETSIGMASK, thread, sizeof mask, &mask);
+    return (mask >> (signal - 1) & 1) != 0;
+}
+
 } // namespace
 
 double secondsNow() {
@@ -83,10 +90,9 @@ bool Traced::possible() {
 
 Traced::Traced(std::vector<std::string> arguments, std::map<std::string, std::string> environment,
                std::string output, Observer observer)
-    : observer_(std::move(observer)), thread_([this, arguments = std::move(arguments),
-                                               environment = std::move(environment), output = std::move(output)] {
-          trace(arguments, environment, output);
-      }) {
+    : observer_(std::move(observer)),
+      thread_([this, arguments = std::move(arguments), environment = std::move(environment),
+               output = std::move(output)] { trace(arguments, environment, output); }) {
     while (pid_ == -1 && !failed_) {
         usleep(100);
     }
@@ -130,7 +136,8 @@ void Traced::trace(const std::vector<std::string>& arguments,
         become(wordPointers.data(), variablePointers.data(), output.c_str());
     }
     int status = 0;
-    constexpr long options = PTRACE_O_TRACESYSGOOD | PTRACE_O_TRACECLONE | PTRACE_O_TRACEEXEC | PTRACE_O_EXITKILL;
+    constexpr long options =
+        PTRACE_O_TRACESYSGOOD | PTRACE_O_TRACECLONE | PTRACE_O_TRACEEXEC | PTRACE_O_EXITKILL;
     if (child < 0 || waitpid(child, &status, 0) != child || !WIFSTOPPED(status) ||
         ptrace(PTRACE_SETOPTIONS, child, nullptr, options) != 0) {
         failed_ = true;
@@ -278,6 +285,7 @@ void Traced::carryOut(pid_t thread, const Deed& deed) {
         kill(pid_, SIGKILL);
         break;
     case Deed::Kind::crash:
+        crashedBlocked_ = blocks(thread, SIGSEGV);
         registers::jumpToNowhere(thread);
         break;
     case Deed::Kind::signal:

@@ -60,8 +60,8 @@ public:
 
     // Starts `arguments[0]` with these changes of the environment; its output is appended to `output`. Throws
     // std::runtime_error when it can't be started.
-    Traced(std::vector<std::string> arguments, std::map<std::string, std::string> environment, std::string output,
-           Observer observer);
+    Traced(std::vector<std::string> arguments, std::map<std::string, std::string> environment,
+           std::string output, Observer observer);
     // Kills it.
     ~Traced();
     Traced(const Traced&) = delete;
@@ -79,6 +79,8 @@ public:
     // The library and the place in it where the program was then, as "libc.so.6+0x1234"; "" before. Only after
     // acted().
     std::string place() const { return place_; }
+    // Whether the crash came while its thread had SIGSEGV blocked: then the kernel ends the program at once.
+    bool crashedBlocked() const { return crashedBlocked_; }
     // Seconds on the clock that never jumps, when it acted.
     double actedAt() const { return actedAt_; }
 
@@ -91,8 +93,8 @@ private:
         std::optional<Deed> coming;  // after some more instructions
     };
 
-    void trace(const std::vector<std::string>& arguments, const std::map<std::string, std::string>& environment,
-               const std::string& output);
+    void trace(const std::vector<std::string>& arguments,
+               const std::map<std::string, std::string>& environment, const std::string& output);
     void follow();
     void handle(pid_t thread, int status);
     void handleTrap(pid_t thread, int status);
@@ -120,6 +122,7 @@ private:
     int status_ = 0;
     std::string place_;
     double actedAt_ = 0;
+    bool crashedBlocked_ = false;
     std::thread thread_;
 };
 
