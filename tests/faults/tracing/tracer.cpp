@@ -239,7 +239,10 @@ void Traced::handleCall(pid_t thread) {
     }
     const Deed deed = acted_ || state.coming ? Deed{} : observer_(state.call);
     if (deed.kind == Deed::Kind::fail && state.call.entry) {
-        registers::skipCall(thread);
+        // Close frees the descriptor even when it reports an error.
+        if (callName(state.call.number) != "close") {
+            registers::skipCall(thread);
+        }
         state.failing = deed;
     } else if (deed.kind != Deed::Kind::goOn) {
         apply(thread, deed);

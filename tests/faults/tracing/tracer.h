@@ -34,7 +34,7 @@ struct Call {
 struct Deed {
     enum class Kind {
         goOn,
-        fail,  // only before a call: it is not carried out and returns -value
+        fail,  // only before a call: it is not carried out (close is) and returns -value
         kill,  // SIGKILL
         crash, // the thread's next instruction is at address 0
         signal // the process gets the signal `value`
