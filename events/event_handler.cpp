@@ -1,6 +1,7 @@
 #include "events/event_handler.h"
 
 #include "events/event_queue.h"
+#include "events/thread_start.h"
 #include "process/agreed_numbers.h"
 #include "process/process_state.h"
 #include "process/signal_mask.h"
@@ -11,7 +12,6 @@
 #include <cerrno>
 #include <csignal>
 #include <ctime>
-#include <pthread.h>
 #include <semaphore.h>
 
 namespace {
@@ -89,13 +89,7 @@ void handleIncomingEvent(const Event& event) {
 }
 
 void startEventHandler() {
-    pthread_attr_t attributes;
-    pthread_attr_init(&attributes);
-    pthread_attr_setdetachstate(&attributes, PTHREAD_CREATE_DETACHED);
-    pthread_t thread{};
     sem_init(&takesEvents, 0, 0);
-    const bool started = pthread_create(&thread, &attributes, eventHandler, nullptr) == 0;
-    pthread_attr_destroy(&attributes);
-    if (started)
+    if (startDetachedThread(eventHandler, nullptr, 0, "the event handler"))
         awaitStart();
 }

@@ -1,5 +1,6 @@
 #include "events/timers.h"
 
+#include "events/thread_start.h"
 #include "process/signal_mask.h"
 #include "process/trace_output.h"
 
@@ -10,7 +11,6 @@
 #include <cinttypes>
 #include <ctime>
 #include <memory>
-#include <pthread.h>
 #include <utility>
 
 namespace {
@@ -68,14 +68,8 @@ void* timerThread(void* argument) {
 // The stack is small because any number of timers may sleep at once. When the thread can't be created the timer
 // never fires; the caller does not learn of it.
 void startThread(std::unique_ptr<TimerRequest> request) {
-    pthread_attr_t attributes;
-    pthread_attr_init(&attributes);
-    pthread_attr_setdetachstate(&attributes, PTHREAD_CREATE_DETACHED);
-    pthread_attr_setstacksize(&attributes, stackSize);
-    pthread_t thread{};
-    if (pthread_create(&thread, &attributes, timerThread, request.get()) == 0)
+    if (startDetachedThread(timerThread, request.get(), stackSize, "a timer"))
         (void)request.release(); // the thread deletes it
-    pthread_attr_destroy(&attributes);
 }
 
 } // namespace

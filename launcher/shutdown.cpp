@@ -13,6 +13,7 @@
 #include <csignal>
 #include <cstddef>
 #include <cstdlib>
+#include <iterator>
 #include <mcheck.h>
 #include <sys/wait.h>
 #include <syslog.h>
@@ -31,6 +32,8 @@ constexpr int nothing = 0;               // for steps without an argument
 alignas(16) std::array<char, std::size_t{256} * 1024> crashStack;
 volatile std::sig_atomic_t crashed = 0;     // a SIGSEGV came
 volatile std::sig_atomic_t crashLogged = 0; // and the log says so
+volatile std::sig_atomic_t part = 0;        // of the shutdown: the one that runs
+volatile std::sig_atomic_t partCrashed = 0; // that part has crashed between its steps
 
 void logCrash() {
     if (crashed == 0 || crashLogged != 0)
@@ -63,24 +66,60 @@ void stopPlayer(int pid) {
     waitpid(pid, nullptr, 0);
 }
 
-void removeBarrierOf(int pid) {
-    if (pid != noPlayer)
-        runStep(
-            +[](int player) { removeBarrier(player); }, pid);
+// A crash may be over with the moment in which it came, so what would be left behind is tried once more. A step that
+// hangs would only hang again.
+void runImportantStep(void (*step)(int), int argument) {
+    if (runStep(step, argument) == shutdown_steps::StepEnd::crashed)
+        runStep(step, argument);
 }
 
-void cleanUp() {
-    log("[SHUTDOWN] Removing barriers...");
-    removeBarrierOf(process.currentPID);
-    removeBarrierOf(process.pendingPID);
-    log("[SHUTDOWN] Shutting down event queue...");
-    runStep(
-        +[](int) { removeEventQueue(); }, nothing);
-    log("[SHUTDOWN] Closing log system...");
-    runStep(
-        +[](int) { closelog(); }, nothing);
-    runStep(
-        +[](int) { muntrace(); }, nothing);
+void removeBarrierOf(int pid) {
+    if (pid != noPlayer)
+        runImportantStep([](int player) { removeBarrier(player); }, pid);
+}
+
+// The shutdown's parts, in order.
+using Part = void (*)();
+constexpr Part parts[] = {
+    [] { log("[SHUTDOWN] Skelmor shutdown started!!!"); },
+    [] { log("[SHUTDOWN] Sending SIGINT to children..."); },
+    [] { stopPlayer(process.currentPID); },
+    [] { stopPlayer(process.pendingPID); },
+    [] { log("[SHUTDOWN] All children dead..."); },
+    [] { shutdown_steps::limitRest(); },
+    [] { log("[SHUTDOWN] Removing barriers..."); },
+    [] { removeBarrierOf(process.currentPID); },
+    [] { removeBarrierOf(process.pendingPID); },
+    [] { log("[SHUTDOWN] Shutting down event queue..."); },
+    [] { runImportantStep([](int) { removeEventQueue(); }, nothing); },
+    [] { log("[SHUTDOWN] Closing log system..."); },
+    [] {
+        runStep(
+            +[](int) { closelog(); }, nothing);
+    },
+    [] {
+        runStep(
+            +[](int) { muntrace(); }, nothing);
+    },
+};
+
+void runParts() {
+    while (part < static_cast<int>(std::size(parts))) {
+        parts[part]();
+        part = part + 1;
+        partCrashed = 0;
+    }
+    process.currentPID = noPlayer;
+    process.pendingPID = noPlayer;
+}
+
+// After a crash between two steps: the part in which it came runs once more, or is left out when it crashes again.
+[[noreturn]] void resume() {
+    if (partCrashed != 0)
+        part = part + 1;
+    partCrashed = partCrashed == 0 ? 1 : 0;
+    runParts();
+    _exit(0);
 }
 
 // A SIGSEGV from the watchdog, from raise() or from the kernel is about the code that this thread runs now; one from
@@ -98,7 +137,7 @@ void crashHandler(int signo, siginfo_t* info, void* /*context*/) {
     if (!isOurOwn(*info))
         return;
     shutdown_steps::abandonStep();
-    _exit(0); // a crash between two steps: our own code can't continue
+    resume();
 }
 
 // SIGCHLD is not blocked in the SIGINT handler: the reaper may reap a player that ends in the grace time, and the
@@ -142,15 +181,7 @@ void shutdownHandler(int signo) {
     if (signo == SIGSEGV)
         crashed = 1;
     shutdown_steps::begin();
-    log("[SHUTDOWN] Skelmor shutdown started!!!");
-    log("[SHUTDOWN] Sending SIGINT to children...");
-    stopPlayer(process.currentPID);
-    stopPlayer(process.pendingPID);
-    log("[SHUTDOWN] All children dead...");
-    shutdown_steps::limitRest();
-    cleanUp();
-    process.currentPID = noPlayer;
-    process.pendingPID = noPlayer;
+    runParts();
     if (signo == SIGINT)
         runStep(
             +[](int status) { std::exit(status); }, 0);

@@ -7,8 +7,8 @@
 //   abandoned when it hangs or crashes (shutdown_steps.h). libcommon's logmsg and removeEventQueue work even when the
 //   crash was inside them;
 // - ends a crashed process with _exit: exit handlers free memory, and the crash may have been inside the allocator.
-// A crash during a shutdown costs at most the step in which it happens. A SIGSEGV from another process has no effect
-// during a shutdown.
+// A crash during a shutdown costs at most the step in which it happens; the removal of a barrier or of the queue, and
+// what is between two steps, costs nothing unless it crashes again. A SIGSEGV from another process has no effect during a shutdown.
 //
 // The status is 0 after a crash, too, on purpose: restarting the supervisor is the task of the program that started it,
 // and the log shows whether it crashed.

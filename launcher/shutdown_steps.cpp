@@ -152,8 +152,9 @@ void limitRest() {
 void abandonStep() {
     if (load(stepDeadline) == never)
         return;
+    const StepEnd end = stepIsOverdue() ? StepEnd::hung : StepEnd::crashed;
     store(stepDeadline, never);
-    siglongjmp(stepStart, 1);
+    siglongjmp(stepStart, static_cast<int>(end));
 }
 
 void stepBegins() {

@@ -4,7 +4,7 @@
 // allocator, libcommon or OpenSSL, and memory may be damaged. So every call into code that is not ours is a step: it
 // may fail in any way, and the shutdown continues with the next one.
 //
-// - A step that crashes is abandoned: the SIGSEGV handler jumps back to runStep().
+// - A step that crashes is abandoned: the SIGSEGV handler jumps back to runStep(). The caller may try it again.
 // - A step that hangs is abandoned after one second: the watchdog sends this thread a SIGSEGV, which is the signal
 //   that no library blocks.
 // - When even that does not help, because SIGSEGV is blocked, the watchdog stops the players itself and ends
@@ -36,6 +36,8 @@ void abandonStep();
 // Whether the running step has used up its time; the SIGSEGV then comes from the watchdog.
 bool stepIsOverdue();
 
+enum class StepEnd { done, crashed, hung };
+
 // Internals of runStep().
 extern sigjmp_buf stepStart;
 void stepBegins();
@@ -43,12 +45,14 @@ void stepEnds();
 
 // Runs one step; returns when it is done, and when it was abandoned.
 template<class Argument>
-void runStep(void (*step)(Argument), Argument argument) {
-    if (sigsetjmp(stepStart, 1) == 0) {
+StepEnd runStep(void (*step)(Argument), Argument argument) {
+    const int abandoned = sigsetjmp(stepStart, 1);
+    if (abandoned == 0) {
         stepBegins();
         step(argument);
     }
     stepEnds();
+    return static_cast<StepEnd>(abandoned);
 }
 
 } // namespace shutdown_steps

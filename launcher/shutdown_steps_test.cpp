@@ -93,6 +93,22 @@ TEST(ShutdownSteps, AStepThatCrashesIsAbandoned) {
     EXPECT_TRUE(run.exitedWith(0)) << run.waitStatus;
 }
 
+TEST(ShutdownSteps, ItIsKnownHowAStepEnded) {
+    const ChildRun run = shutDown([] {
+        const auto name = [](shutdown_steps::StepEnd end) {
+            return end == shutdown_steps::StepEnd::done      ? "done\n"
+                   : end == shutdown_steps::StepEnd::crashed ? "crashed\n"
+                                                             : "hung\n";
+        };
+        say(name(runStep(say, "one\n")));
+        say(name(runStep(crash, 0)));
+        if (watchdogIsPossible())
+            say(name(runStep(hang, 0)));
+    });
+    EXPECT_EQ(run.out,
+              watchdogIsPossible() ? "one\ndone\ncrashed\nhung\nend\n" : "one\ndone\ncrashed\nend\n");
+}
+
 TEST(ShutdownSteps, ACrashBetweenStepsIsLeftToTheHandler) {
     const ChildRun run = shutDown([] {
         runStep(say, "one\n");

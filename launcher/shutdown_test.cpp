@@ -25,6 +25,8 @@ namespace {
 bool tracing = false; // in the child that shuts down
 int sleepResult = 0;
 bool crashInRemoveEventQueue = false;
+int crashesInRemoveBarrier = 0; // so many times
+int crashesInUsleep = 0;
 
 void trace(const std::string& line) {
     std::fputs((line + "\n").c_str(), stderr);
@@ -42,6 +44,8 @@ extern "C" int kill(pid_t pid, int signo) noexcept {
 }
 extern "C" int usleep(useconds_t time) {
     trace("usleep(" + number(time) + ")");
+    if (crashesInUsleep-- > 0)
+        std::raise(SIGSEGV);
     errno = sleepResult == 0 ? 0 : EINTR;
     return sleepResult;
 }
@@ -71,6 +75,8 @@ void logmsg(int level, const char* format, ...) {
 }
 int removeBarrier(int pid) {
     trace("removeBarrier(" + number(pid) + ")");
+    if (crashesInRemoveBarrier-- > 0)
+        std::raise(SIGSEGV);
     return -1;
 }
 void removeEventQueue() {
@@ -179,10 +185,44 @@ TEST(Shutdown, ACrashDuringAnOrdinaryShutdownIsLoggedAndTheShutdownContinues) {
                                  "log 6 [SHUTDOWN] Removing barriers...\n"
                                  "log 6 [SHUTDOWN] Shutting down event queue...\n"
                                  "removeEventQueue()\n"
+                                 "removeEventQueue()\n" // once more
                                  "log 3 Skelmor received SIGSEGV. Shutting down and respawning!\n"
                                  "log 6 [SHUTDOWN] Closing log system...\n"
                                  "closelog()\n"
                                  "muntrace()\n");
+}
+
+TEST(Shutdown, ARemovalThatCrashesIsTriedOnceMore) {
+    const ChildRun run = runInChild([] {
+        tracing = true;
+        crashesInRemoveBarrier = 1;
+        process.currentPID = 700001;
+        installShutdownHandler();
+        std::raise(SIGINT);
+    });
+    EXPECT_TRUE(run.exitedWith(0)) << run.waitStatus;
+    EXPECT_NE(run.err.find("removeBarrier(700001)\nremoveBarrier(700001)\nlog 3 Skelmor received SIGSEGV"),
+              std::string::npos)
+        << run.err;
+}
+
+TEST(Shutdown, ACrashBetweenTwoStepsRepeatsThatPartAndGoesOn) {
+    for (const int crashes : {1, 2, 3}) {
+        const ChildRun run = runInChild([=] {
+            tracing = true;
+            crashesInUsleep = crashes;
+            process.currentPID = 700002;
+            process.pendingPID = 700001;
+            installShutdownHandler();
+            std::raise(SIGINT);
+        });
+        EXPECT_TRUE(run.exitedWith(0)) << run.waitStatus;
+        EXPECT_EQ(run.err.find("waitpid(700002,null,0)") != std::string::npos, crashes == 1) << run.err;
+        EXPECT_NE(run.err.find("waitpid(700001,null,0)"), std::string::npos) << run.err;
+        EXPECT_NE(run.err.find("removeBarrier(700002)\nremoveBarrier(700001)\n"), std::string::npos)
+            << run.err;
+        EXPECT_NE(run.err.find("removeEventQueue()\n"), std::string::npos) << run.err;
+    }
 }
 
 TEST(Shutdown, OtherSignalsDoNothing) {

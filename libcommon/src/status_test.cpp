@@ -11,6 +11,7 @@
 #include <filesystem>
 #include <sys/file.h>
 #include <sys/stat.h>
+#include <sys/wait.h>
 #include <unistd.h>
 
 namespace {
@@ -267,6 +268,28 @@ TEST_F(SyncEncoderInfo, KeepsTheValuesOfUnchangedSources) {
     syncEncoderInfo();
     EXPECT_EQ(status(0, "Model"), "a");
     EXPECT_EQ(status(1, "Model"), "b");
+    EXPECT_EQ(log(), "");
+}
+
+TEST_F(SyncEncoderInfo, ItsFirstCallRemovesWhatDeadWritersLeft) {
+    conf(twoSources);
+    status(0, "Model", "a");
+    const pid_t dead = fork();
+    if (dead == 0)
+        _exit(0);
+    waitpid(dead, nullptr, 0);
+    const std::string ofDead = std::to_string(dead) + "." + std::to_string(dead);
+    const std::string ofThis = std::to_string(getpid()) + "." + std::to_string(getpid());
+    for (const std::string& name : {"0/.Model." + ofDead, "0/.Model." + ofThis, "../.events.id." + ofDead,
+                                    "../display/.line0." + ofDead, std::string("0/.Model.x.y")})
+        write(valueFile(name), "half");
+    syncEncoderInfo();
+    EXPECT_FALSE(exists(valueFile("0/.Model." + ofDead)));
+    EXPECT_FALSE(exists(valueFile("../.events.id." + ofDead)));
+    EXPECT_FALSE(exists(valueFile("../display/.line0." + ofDead)));
+    EXPECT_TRUE(exists(valueFile("0/.Model." + ofThis)));
+    EXPECT_TRUE(exists(valueFile("0/.Model.x.y")));
+    EXPECT_EQ(status(0, "Model"), "a");
     EXPECT_EQ(log(), "");
 }
 

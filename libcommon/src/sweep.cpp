@@ -3,6 +3,7 @@
 #include "libcommon/src/barrier_file.h"
 #include "libcommon/src/event_queue_id.h"
 #include "libcommon/src/files.h"
+#include "libcommon/src/left_files.h"
 #include "libcommon/src/semaphore_set.h"
 #include "libcommon/src/sweep_players.h"
 
@@ -13,7 +14,6 @@
 #include <cerrno>
 #include <charconv>
 #include <csignal>
-#include <cstdlib>
 #include <cstring>
 #include <ctime>
 #include <fcntl.h>
@@ -184,20 +184,8 @@ private:
                state.msg_ctime <= file.st_mtim.tv_sec + longest;
     }
 
-    // ".NAME.PID.TID" and ".NAME.new" are files that a killed writer did not finish.
     void leftFile(const std::string& path, std::string_view name) {
-        struct stat file {};
-        if (!name.starts_with('.') || lstat(path.c_str(), &file) != 0 || !S_ISREG(file.st_mode))
-            return;
-        const std::size_t threadDot = name.rfind('.');
-        const std::size_t processDot = threadDot == 0 ? 0 : name.rfind('.', threadDot - 1);
-        const pid_t writer =
-            processDot == 0 ? 0 : std::atoi(std::string(name.substr(processDot + 1)).c_str());
-        const bool ofProcess = writer > 0 && std::atoi(std::string(name.substr(threadDot + 1)).c_str()) > 0;
-        // A write takes milliseconds.
-        constexpr time_t oldSeconds = 10;
-        const bool isOld = std::time(nullptr) - file.st_mtim.tv_sec > oldSeconds;
-        if (ofProcess ? !lives(writer) || isOld : name.ends_with(".new") && isOld)
+        if (local::isLeftFile(path, name))
             remove(path, done_.files);
     }
 

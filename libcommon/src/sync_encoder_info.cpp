@@ -1,9 +1,11 @@
 // Bringing the status store in line with the configured sources.
+#include "libcommon/src/left_files.h"
 #include "libcommon/src/parameter_files.h"
 #include "libcommon/src/parameter_snapshot.h"
 #include "libcommon/src/status_folder.h"
 
 #include <libcommon/log.h>
+#include <libcommon/paths.h>
 
 #include <cerrno>
 #include <cstring>
@@ -11,6 +13,7 @@
 #include <memory>
 #include <string>
 #include <unistd.h>
+#include <utility>
 #include <vector>
 
 namespace local {
@@ -71,12 +74,25 @@ void syncFolder(int index, const SubGroups& sources) {
                std::strerror(errno));
 }
 
+// A supervisor that was killed or crashed while it wrote has left files here; so may others. Once in a process: with
+// thousands of sources there are many folders.
+void removeLeftFiles() {
+    static bool done = false; // main thread
+    if (std::exchange(done, true))
+        return;
+    for (const char* folder : {"/run/decoder", "/run/decoder/display"})
+        removeLeftFilesIn(libcommon::appliancePath(folder));
+    for (const std::string& name : entriesOf(statusStore()))
+        removeLeftFilesIn(statusStore() + name);
+}
+
 } // namespace
 
 } // namespace local
 
 void syncEncoderInfo() {
     using namespace local;
+    removeLeftFiles();
     const auto parameters = currentParameters(0);
     if (!parameters->readable) // an unreadable file does not mean that there are no sources
         return;

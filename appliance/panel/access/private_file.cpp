@@ -65,6 +65,13 @@ void writeAll(const std::string& path, const Descriptor& file, const std::string
     }
 }
 
+// Until its folder is on the disk, too, a power cut may bring the old file back: a removed account, an old password.
+void makeFolderDurable(const std::string& path) {
+    const Descriptor folder(open(folderOf(path).c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC));
+    if (folder.get() < 0 || fsync(folder.get()) != 0)
+        fail(path);
+}
+
 } // namespace
 
 void writePrivateFile(const std::string& path, const std::string& text) {
@@ -82,6 +89,7 @@ void writePrivateFile(const std::string& path, const std::string& text) {
         unlink(unfinished.c_str());
         throw;
     }
+    makeFolderDurable(path);
 }
 
 std::string readPrivateFile(const std::string& path) {

@@ -150,5 +150,6 @@ int userCloseAndUnlockParamFile(int fileId, int exclusive);
 
 // Brings the status store in line with file 0: drops the status values of source indices that no longer
 // exist, and of sources whose address, number or type changed since their values were first written. Drops
-// nothing when file 0 is there but can't be read.
+// nothing when file 0 is there but can't be read. Its first call in a process also removes what dead writers did not
+// finish below /run/decoder.
 void syncEncoderInfo();
