@@ -92,7 +92,8 @@ QueuesOfPlayer sealAnnouncements() {
     constexpr std::uintptr_t place = 0x100000;
     constexpr std::size_t size = 4096;
     constexpr int flags = MAP_PRIVATE | MAP_ANONYMOUS | MAP_FIXED_NOREPLACE;
-    void* wanted = reinterpret_cast<void*>(place); // NOLINT(performance-no-int-to-ptr): an address of our choice
+    void* wanted =
+        reinterpret_cast<void*>(place); // NOLINT(performance-no-int-to-ptr): an address of our choice
     void* page = mmap(wanted, size, PROT_READ | PROT_WRITE, flags, -1, 0);
     if (page == MAP_FAILED)
         return queues;
@@ -102,8 +103,8 @@ QueuesOfPlayer sealAnnouncements() {
     }
     constexpr std::size_t apart = 64;
     for (int barrier = 0; barrier < 2; ++barrier)
-        queues.announcements.at(static_cast<std::size_t>(barrier)) =
-            local::sealAnnouncement(barrier, static_cast<char*>(page) + apart * static_cast<std::size_t>(barrier));
+        queues.announcements.at(static_cast<std::size_t>(barrier)) = local::sealAnnouncement(
+            barrier, static_cast<char*>(page) + apart * static_cast<std::size_t>(barrier));
     mprotect(page, size, PROT_READ);
     queues.lowestMemoryEnd = place + size;
     return queues;

@@ -56,7 +56,8 @@ bool writeCopy(int fileId) {
     const std::string text = copyOf(*currentParameters(fileId));
     if (isUpToDate(fileId, text) || replaceSmallFile(settingsCopyPath(fileId), text))
         return true;
-    logmsg(3, "Failed to write %s. (errno=%d %s)", settingsCopyPath(fileId).c_str(), errno, std::strerror(errno));
+    logmsg(3, "Failed to write %s. (errno=%d %s)", settingsCopyPath(fileId).c_str(), errno,
+           std::strerror(errno));
     return false;
 }
 
@@ -65,7 +66,8 @@ bool makeFolder(const std::string& path) {
     if (!makeFoldersFor(path.c_str()) || (mkdir(path.c_str(), folderMode) != 0 && errno != EEXIST))
         return false;
     // The bit that passes the group on comes from the folder above.
-    if (stat(path.c_str(), &there) == 0 && there.st_uid == geteuid() && (there.st_mode & folderMode) != folderMode)
+    if (stat(path.c_str(), &there) == 0 && there.st_uid == geteuid() &&
+        (there.st_mode & folderMode) != folderMode)
         chmod(path.c_str(), (there.st_mode & 07777) | folderMode);
     return true;
 }
@@ -77,7 +79,8 @@ bool bringCopy(int fileId) {
     const WriteTurn turn(fileId);
     if (turn)
         return writeCopy(fileId);
-    logmsg(3, "Failed to copy the settings: %s. (errno=%d %s)", turn.reason().c_str(), errno, std::strerror(errno));
+    logmsg(3, "Failed to copy the settings: %s. (errno=%d %s)", turn.reason().c_str(), errno,
+           std::strerror(errno));
     return false;
 }
 
