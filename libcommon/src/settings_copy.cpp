@@ -34,6 +34,16 @@ bool isCopied(std::string_view section) {
                        [&](std::string_view copied) { return NameEqual{}(copied, section); });
 }
 
+// Tells versions of the parameter file apart, so that a player that starts need not read all of it.
+std::string stampLine(int fileId) {
+    struct stat file {};
+    if (stat(parameterFilePath(fileId).c_str(), &file) != 0)
+        return "# none\n";
+    const FileStamp stamp = stampOf(file);
+    return "# " + std::to_string(stamp.inode) + ' ' + std::to_string(stamp.size) + ' ' +
+           std::to_string(stamp.modified) + ' ' + std::to_string(stamp.changed) + '\n';
+}
+
 std::string copyOf(const ParameterSnapshot& snapshot) {
     std::string text;
     for (const ParameterSnapshot::Section& section : snapshot.sections) {
@@ -46,15 +56,16 @@ std::string copyOf(const ParameterSnapshot& snapshot) {
     return text;
 }
 
-bool isUpToDate(int fileId, const std::string& text) {
+bool isOfThisVersion(int fileId) {
     std::string present;
-    return readSmallFile(settingsCopyPath(fileId), maximumParameterFile, present) && present == text;
+    return readSmallFile(settingsCopyPath(fileId), maximumParameterFile, present) &&
+           present.starts_with(stampLine(fileId));
 }
 
 // The caller has the turn to write the parameter file, so that an older copy never replaces a newer one.
 bool writeCopy(int fileId) {
-    const std::string text = copyOf(*currentParameters(fileId));
-    if (isUpToDate(fileId, text) || replaceSmallFile(settingsCopyPath(fileId), text))
+    const std::string stamp = stampLine(fileId); // before reading: a later change has another one
+    if (replaceSmallFile(settingsCopyPath(fileId), stamp + copyOf(*currentParameters(fileId))))
         return true;
     logmsg(3, "Failed to write %s. (errno=%d %s)", settingsCopyPath(fileId).c_str(), errno,
            std::strerror(errno));
@@ -74,7 +85,7 @@ bool makeFolder(const std::string& path) {
 
 // The turn is only needed when something has changed: players start often, settings change seldom.
 bool bringCopy(int fileId) {
-    if (isUpToDate(fileId, copyOf(*currentParameters(fileId))))
+    if (isOfThisVersion(fileId))
         return true;
     const WriteTurn turn(fileId);
     if (turn)
