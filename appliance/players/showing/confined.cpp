@@ -98,6 +98,17 @@ void addFolders(std::vector<std::string>& to, std::string_view folders) {
     }
 }
 
+// The stream of an mpeg4player tells by itself whether it has sound.
+bool mayPlaySound(const PlayerOptions& options) {
+    return options.audio || options.kind == Kind::mpeg4 || !options.audioHost.empty();
+}
+
+// ALSA mixes what several programs play, unless one of them has a device for itself.
+bool mixes(std::string_view device) {
+    return access("/dev/snd", F_OK) == 0 && !device.starts_with("pulse:") && !device.starts_with("file:") &&
+           !device.starts_with("hw:");
+}
+
 // A sound card through ALSA, a sound server through its socket, or a file.
 void addSound(confinement::Needs& needs) {
     constexpr std::string_view filePrefix = "file:";
@@ -112,8 +123,7 @@ void addSound(confinement::Needs& needs) {
         add(needs.files.readable, {home + "/.asoundrc", home + "/.config/pulse"});
     if (const std::string session = environment("XDG_RUNTIME_DIR"); !session.empty())
         needs.files.readable.push_back(session + "/pulse");
-    // A sound card is mixed with System V memory. A sound server needs none of it, but which one it is shows later.
-    needs.soundCard = access("/dev/snd", F_OK) == 0;
+    needs.soundCard = mixes(device);
 }
 
 confinement::Files filesFor(const PlayerOptions& options) {
@@ -153,7 +163,7 @@ void confineSelf(const PlayerOptions& options) {
     needs.files = filesFor(options);
     needs.queues = queuesFor(options);
     needs.connects = {options.port, nameServicePort};
-    if (options.audio)
+    if (mayPlaySound(options))
         addSound(needs);
     const confinement::Result result = confinement::confine(needs);
     const bool importantOpen =
