@@ -1,6 +1,7 @@
 #include "appliance/reporting/source_report.h"
 
 #include "appliance/reporting/error_words.h"
+#include "appliance/settings/secrets.h"
 
 #include <libcommon/status.h>
 #include <libcommon/text.h>
@@ -38,8 +39,9 @@ SourceReport makeReport(int index, SourceParams& params) {
         if (key == "Name" || key == "Address") {
             continue;
         }
-        const bool secret = key == "Password" && !value.empty();
-        report.configured.emplace_back(std::string(key.c_str()), secret ? "***" : value);
+        const std::string name(key.c_str());
+        const bool secret = isSecretName(name) && !value.empty();
+        report.configured.emplace_back(name, secret ? std::string(hiddenSecret) : withoutSecrets(value));
     }
     return report;
 }

@@ -22,7 +22,7 @@ struct SourceReport {
     std::optional<streams::KeptReport> warm = {}; // of the keeper; nothing: it has nothing to say
 };
 
-// All configured sources; a password's value is replaced by "***".
+// All configured sources; passwords are replaced by "***", those in URLs, too.
 std::vector<SourceReport> readSourceReports(const InForce& inForce);
 
 // Adds what the keeper of warm sources says about them, if there is one.

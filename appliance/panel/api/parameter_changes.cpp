@@ -6,7 +6,7 @@
 #include "appliance/operating/decoder_events.h"
 #include "appliance/operating/refused.h"
 #include "appliance/operating/running_decoder.h"
-#include "appliance/panel/state/secrets.h"
+#include "appliance/settings/secrets.h"
 #include "appliance/settings/known_parameters.h"
 #include "appliance/settings/parameter_check.h"
 #include "appliance/settings/source_sections.h"

@@ -2,7 +2,7 @@
 #include "appliance/panel/api/parameter_changes.h"
 #include "appliance/panel/api/parameter_texts.h"
 #include "appliance/panel/api/room.h"
-#include "appliance/panel/state/secrets.h"
+#include "appliance/settings/secrets.h"
 #include "appliance/settings/known_parameters.h"
 #include "appliance/settings/parameter_check.h"
 

@@ -2,7 +2,7 @@
 
 #include "appliance/operating/refused.h"
 #include "appliance/panel/api/metrics.h"
-#include "appliance/panel/state/secrets.h"
+#include "appliance/settings/secrets.h"
 #include "appliance/reporting/json_text.h"
 
 #include <libcommon/log.h>

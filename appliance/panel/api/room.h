@@ -1,7 +1,7 @@
 // What the API's handlers share. Main loop's thread.
 #pragma once
 
-#include "appliance/panel/api/journal.h"
+#include "appliance/journal/journal.h"
 #include "appliance/panel/api/metrics.h"
 #include "appliance/panel/api/requests.h"
 #include "appliance/panel/fleet/fleet.h"

@@ -1,6 +1,6 @@
 // What the decoder does, its sources and its journal.
 #include "appliance/panel/api/room.h"
-#include "appliance/panel/state/secrets.h"
+#include "appliance/settings/secrets.h"
 #include "appliance/reporting/explanation.h"
 
 #include <libcommon/status.h>

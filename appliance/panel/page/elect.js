@@ -1,52 +1,94 @@
 // Chooses one of the browser's tabs. Only that one holds the connection to the decoder.
 //
-// The browser's locks do it where they exist (https, or an address of this machine). Elsewhere the tabs talk: the
-// leading tab reports every two seconds, and when it is silent another one leads; of two, the smaller number stays.
+// The browser's locks do it where they exist (https, or an address of this machine). Elsewhere the tabs talk: a visible tab
+// asks once a second who leads, and leads itself when nobody answers. Answering needs no timer, because browsers slow down
+// the timers of hidden tabs. Each claim has a higher number than those before it; of two leaders the lower one stops. So a
+// tab that slept and still believes that it leads learns that it does not.
+//
+// A browser in which tabs can't talk either has a connection for each tab.
 
 const lockName = "decoder-panel-stream";
+const askEvery = 1000; // milliseconds
+const firstPatience = 400; // milliseconds until a new tab leads that gets no answer
+const patience = 2500; // milliseconds without an answer after which a leader is taken for gone
 
-function electWithLocks(lead, stop) {
+function electWithLocks(lead, stop, otherwise) {
   let release = null;
   const request = (options) => navigator.locks.request(lockName, options, () => {
     lead();
     return new Promise((resolve) => { release = resolve; });
-  }).catch(() => {
-    // Another tab has taken the lock, because this one was silent for too long. Queue again.
+  }).catch((error) => {
     stop();
-    setTimeout(() => request({}), 1000);
+    // Another tab has taken the lock, because this one was silent for too long. Queue again.
+    if (error.name === "AbortError") setTimeout(() => request({}), 1000);
+    else otherwise(); // the browser has locks but does not give them to this page
   });
   request({});
   return { steal: () => request({ steal: true }), leave: () => release?.() };
 }
 
 function electByTalking(channel, lead, stop) {
-  const own = Math.random();
+  const own = Math.random(); // decides between two claims of the same number
+  let newest = 0; // the highest number of a claim so far
   let leading = false;
-  let heard = performance.now();
+  let answered = performance.now(); // when a leader was heard
+  const visible = () => document.visibilityState === "visible";
+  const silent = () => performance.now() - answered;
+  const tell = () => channel.postMessage({ kind: "leader", claim: newest, own });
+  const ask = () => channel.postMessage({ kind: "ask" });
   const claim = () => {
+    if (leading) return;
     leading = true;
-    channel.postMessage({ kind: "leader", number: own });
+    newest += 1;
+    tell();
     lead();
   };
-  channel.addEventListener("message", ({ data }) => {
-    if (data.kind === "bye") heard = performance.now() - 4700 + Math.random() * 600;
-    if (data.kind !== "leader") return;
-    heard = performance.now();
-    if (leading && data.number < own) {
-      leading = false;
-      stop();
+  const hear = (other) => {
+    answered = performance.now();
+    if (leading && (other.claim < newest || (other.claim === newest && other.own < own))) {
+      tell();
+      return;
     }
+    newest = Math.max(newest, other.claim);
+    if (!leading) return;
+    leading = false;
+    stop();
+  };
+  const claimSoon = () => {
+    const before = answered;
+    setTimeout(() => answered === before && visible() && claim(), firstPatience + Math.random() * 200);
+  };
+  channel.addEventListener("message", ({ data }) => {
+    if (data.kind === "ask" && leading) tell();
+    if (data.kind === "leader") hear(data);
+    if (data.kind === "bye") claimSoon();
   });
   const look = () => {
-    if (leading) channel.postMessage({ kind: "leader", number: own });
-    else if (performance.now() - heard > 5000) claim();
+    if (leading || !visible()) return;
+    ask();
+    if (silent() > patience) claim();
   };
-  setInterval(look, 1000 + Math.random() * 500);
-  setTimeout(() => performance.now() - heard > 500 && !leading && claim(), 600 + Math.random() * 400);
+  // A hidden tab asks nobody, so it knows nothing of the time until it is seen again.
+  document.addEventListener("visibilitychange", () => {
+    if (!visible() || leading) return;
+    ask();
+    claimSoon();
+  });
+  setInterval(look, askEvery + Math.random() * 300);
+  ask();
+  claimSoon();
   return { steal: claim, leave: () => leading && channel.postMessage({ kind: "bye" }) };
 }
 
-// Calls lead() when this tab leads, and stop() when another one has taken over.
+// Calls lead() when this tab leads, and stop() when another one has taken over. `channel`: a BroadcastChannel, or null.
 export function elect(channel, lead, stop) {
-  return navigator.locks ? electWithLocks(lead, stop) : electByTalking(channel, lead, stop);
+  if (!channel) {
+    lead();
+    return { steal() {}, leave() {} };
+  }
+  if (!navigator.locks) return electByTalking(channel, lead, stop);
+  let way = electWithLocks(lead, stop, () => {
+    way = electByTalking(channel, lead, stop);
+  });
+  return { steal: () => way.steal(), leave: () => way.leave() };
 }

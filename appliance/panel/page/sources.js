@@ -3,7 +3,7 @@
 
 import { h, icon, byId, run, say, sentence, setAttribute, setHidden, setText } from "./dom.js";
 import { errorOf, kindWords, duration } from "./words.js";
-import { mayAct, on, state } from "./store.js";
+import { mayAct, on, set, state } from "./store.js";
 import { openAdd } from "./add.js";
 import { openSource } from "./source.js";
 import { Ordering } from "./order.js";
@@ -120,7 +120,16 @@ export function showSources() {
     byId("cards").append(card.element);
   }
   sources.forEach((source, place) => showCard(cards[place], source));
+  setAttribute(byId("cards"), "aria-busy", ordering.saving ? "true" : null);
   setHidden(byId("no-sources"), sources.length > 0 || state.status === null);
+}
+
+// The list is taken over at once; the decoder's own comes a moment later.
+async function saveOrder(order) {
+  const before = state.sources;
+  const answer = await post("/sources/order", { order });
+  if (state.sources === before) set("sources", order.map((old, index) => ({ ...before[old], index })));
+  return answer;
 }
 
 export function startSources() {
@@ -130,7 +139,7 @@ export function startSources() {
     elementAt: (place) => cards[place].element,
     focusAt: (place) => cards[place].handle.focus(),
     changed: showSources,
-    save: (order) => post("/sources/order", { order }),
+    save: saveOrder,
   });
   byId("add-source").addEventListener("click", openAdd);
   on("sources", showSources);

@@ -11,7 +11,9 @@ const types = ["session", "status", "sources", "fleet", "picture", "change", "jo
 const kept = new Set(["status", "sources", "fleet", "picture", "journal"]); // the newest of them is for tabs that come later
 const longestWait = 5000; // milliseconds between two attempts
 
-const channel = new BroadcastChannel("decoder-panel");
+// null: this browser's tabs can't talk to each other, so each has a connection (elect.js).
+const channel = "BroadcastChannel" in window ? new BroadcastChannel("decoder-panel") : null;
+const tell = (message) => channel?.postMessage(message);
 const latest = new Map();
 let source = null; // the EventSource of a leading tab
 let leading = false;
@@ -28,7 +30,7 @@ function setLink(state) {
   if (link.state === state) return;
   link = { state, since: state === "lost" ? Date.now() : null };
   tellLink(link);
-  if (leading) channel.postMessage({ kind: "link", link });
+  if (leading) tell({ kind: "link", link });
 }
 
 function receive(type, text) {
@@ -40,7 +42,7 @@ function receive(type, text) {
     return; // a damaged event is left out; the next one has everything
   }
   if (kept.has(type)) latest.set(type, data);
-  channel.postMessage({ kind: "event", type, data });
+  tell({ kind: "event", type, data });
   deliver(type, data);
 }
 
@@ -85,15 +87,15 @@ function stopLeading() {
 }
 
 // What other tabs say.
-channel.addEventListener("message", hear);
+channel?.addEventListener("message", hear);
 function hear({ data }) {
   if (data.kind === "hello" && leading) {
-    channel.postMessage({ kind: "all", events: [...latest], link });
+    tell({ kind: "all", events: [...latest], link });
     return;
   }
   if (data.kind === "session") deliver("session", null);
   if (leading || stopped) return;
-  if (data.kind !== "hello") lastSign = performance.now();
+  if (data.kind === "event" || data.kind === "all") lastSign = performance.now();
   if (data.kind === "event") deliver(data.type, data.data);
   if (data.kind === "link" || data.kind === "all") {
     link = data.link;
@@ -116,11 +118,11 @@ export function startStream(onEvent, onLink) {
   stopped = false;
   if (election) {
     if (leading) open();
-    else channel.postMessage({ kind: "hello" });
+    else tell({ kind: "hello" });
     return;
   }
   election = elect(channel, lead, stopLeading);
-  channel.postMessage({ kind: "hello" });
+  tell({ kind: "hello" });
   setInterval(watch, 5000);
   addEventListener("online", () => leading && !stopped && open());
   addEventListener("pagehide", () => election.leave());
@@ -137,5 +139,5 @@ export function stopStream() {
 
 // Tells the browser's other tabs that somebody has logged in or out: they ask for the session again.
 export function tellOtherTabs() {
-  channel.postMessage({ kind: "session" });
+  tell({ kind: "session" });
 }

@@ -1,6 +1,6 @@
 #include "appliance/panel/state/decoder_json.h"
 
-#include "appliance/panel/state/secrets.h"
+#include "appliance/settings/secrets.h"
 #include "appliance/reporting/error_words.h"
 
 #include <algorithm>

@@ -1,5 +1,4 @@
 """The page as axe-core, a checker of accessibility, sees it: no finding in any view, size and colour."""
-import time
 from pathlib import Path
 
 from scenarios import check, scenario
@@ -30,8 +29,9 @@ def checker():
 
 
 def look(page, script, where, findings):
-    time.sleep(0.4)  # until colours have changed
-    page.driver.execute_script(script)
+    page.settle()
+    if not page.script("return Boolean(window.axe)"):
+        page.script(script)
     findings += [f"{where}: {text}" for text in page.driver.execute_async_script(RUN)]
 
 
@@ -72,7 +72,7 @@ def dialogs(page, script, where, findings):
     page.details("Yard")
     for summary in page.all("dialog summary"):
         page.click(summary)
-    time.sleep(1)
+    page.until(lambda: len(page.shown("dialog .parameter")) and "Reading" not in page.text("dialog"), "the parts stay empty")
     look(page, script, f"details, {where}", findings)
     page.keys(Keys.ESCAPE)
     page.until(lambda: not page.all("dialog"), "escape does not close the dialog")

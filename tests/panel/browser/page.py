@@ -2,7 +2,6 @@
 import contextlib
 import json
 import tempfile
-import time
 
 from marks import picture, read_mark
 from selenium import webdriver
@@ -20,44 +19,71 @@ SWITCHES = ["--headless=new", "--no-sandbox", "--disable-gpu", "--disable-dev-sh
             "--disable-default-apps", "--disable-domain-reliability", "--lang=en-GB"]
 
 
-class Page:
-    def __init__(self, stage, width=1366, height=860, dark=False, scale=1, scripts=True):
-        self.stage, self.width, self.height = stage, width, height
+class Browser:
+    """A headless Chromium. Each page gets a new tab; cookies and cache of the page before are gone."""
+
+    def __init__(self):
         self.profile = tempfile.TemporaryDirectory(ignore_cleanup_errors=True)
         options = webdriver.ChromeOptions()
         options.binary_location = CHROMIUM
-        for switch in [*SWITCHES, f"--window-size={width},{height}", f"--user-data-dir={self.profile.name}"]:
+        for switch in [*SWITCHES, "--window-size=1366,860", f"--user-data-dir={self.profile.name}"]:
             options.add_argument(switch)
-        if not scripts:
-            options.add_experimental_option("prefs", {"profile.managed_default_content_settings.javascript": 2})
         options.set_capability("goog:loggingPrefs", {"browser": "ALL", "performance": "ALL"})
         self.driver = webdriver.Chrome(service=Service(DRIVER), options=options)
         self.driver.set_page_load_timeout(30)
         self.driver.set_script_timeout(60)
-        self.scale, self.dark = scale, dark
-        self.resize(width, height)
-        self.driver.execute_cdp_cmd("Emulation.setTimezoneOverride", {"timezoneId": "Europe/Berlin"})
-        self.allowed = []  # texts of console entries that a scenario provokes
-        self.requests, self.console = [], []
+
+    def new_tab(self):
+        """Settings of a tab end with it, so each page gets a new one, and the others are closed."""
+        driver = self.driver
+        old = driver.window_handles
+        driver.switch_to.window(old[0])
+        driver.switch_to.new_window("tab")
+        new = driver.current_window_handle
+        for handle in old:
+            driver.switch_to.window(handle)
+            driver.close()
+        driver.switch_to.window(new)
+        driver.execute_cdp_cmd("Network.clearBrowserCookies", {})
+        driver.execute_cdp_cmd("Network.clearBrowserCache", {})
+        driver.get_log("browser")
+        driver.get_log("performance")
 
     def end(self):
         self.driver.quit()
         self.profile.cleanup()
 
+
+class Page:
+    """A tab that shows the panel of a stage."""
+
+    def __init__(self, stage, browser, width=1366, height=860, dark=False, scale=1, scripts=True):
+        self.stage, self.driver, self.scale, self.dark = stage, browser.driver, scale, dark
+        browser.new_tab()
+        self.allowed = []  # texts of console entries that a scenario provokes
+        self.requests, self.console = [], []
+        self.resize(width, height)
+        self.command("Emulation.setTimezoneOverride", timezoneId="Europe/Berlin")
+        if not scripts:
+            self.command("Emulation.setScriptExecutionDisabled", value=True)
+
+    def command(self, name, **values):
+        """One of the browser's own commands, for this tab."""
+        return self.driver.execute_cdp_cmd(name, values)
+
     # ---- Looking ---------------------------------------------------------------------------------------------
 
     def resize(self, width, height):
         self.width, self.height = width, height
-        self.driver.execute_cdp_cmd("Emulation.setDeviceMetricsOverride",
-                                    {"width": width, "height": height, "deviceScaleFactor": self.scale,
-                                     "mobile": width < 600})
+        self.command("Emulation.setDeviceMetricsOverride", width=width, height=height, deviceScaleFactor=self.scale,
+                     mobile=width < 600)
         self.colours(self.dark)
 
     def colours(self, dark, reduced=False):
         self.dark = dark
         features = [{"name": "prefers-color-scheme", "value": "dark" if dark else "light"},
                     {"name": "prefers-reduced-motion", "value": "reduce" if reduced else "no-preference"}]
-        self.driver.execute_cdp_cmd("Emulation.setEmulatedMedia", {"features": features})
+        self.command("Emulation.setEmulatedMedia", features=features)
 
     def one(self, selector):
         return self.driver.find_element(By.CSS_SELECTOR, selector)
@@ -77,6 +103,16 @@ class Page:
 
     def script(self, code, *values):
         return self.driver.execute_script(code, *values)
+
+    def settle(self):
+        """Returns when the page is drawn and every transition that ends has ended; a tab that nobody sees is not drawn."""
+        self.driver.execute_async_script("""
+            const done = arguments[0];
+            setTimeout(done, 3000);
+            const ends = (animation) => animation.effect.getComputedTiming().endTime !== Infinity;
+            requestAnimationFrame(() => requestAnimationFrame(() =>
+              Promise.allSettled(document.getAnimations().filter(ends).map((animation) => animation.finished)).then(() => done())));
+            """)
 
     def until(self, condition, failure, seconds=20.0):
         def safely():
@@ -183,5 +219,5 @@ class Page:
         return found
 
     def screenshot(self, file):
-        time.sleep(0.3)
+        self.settle()
         self.driver.save_screenshot(str(file))

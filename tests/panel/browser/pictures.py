@@ -6,7 +6,7 @@ import tempfile
 import time
 from pathlib import Path
 
-from page import Page
+from page import Browser, Page
 from stage import ROOT, Source, Stage
 
 HERE = Path(__file__).resolve().parent
@@ -27,10 +27,7 @@ def cameras(folder):
     sources = [Source(name, 0, "Dome camera" if scene != "front-door" else "Door station",
                       options=("--input", f"{folder}/{scene}.avi", "--width", "960", "--height", "540"))
                for name, scene in CAMERAS]
-    broken = Source("Roof", 0, keys={"Address": "127.0.0.1:9"})
-    broken.start = lambda build: None
-    broken.address = "127.0.0.1:9"
-    return [*sources, broken]
+    return [*sources, Source("Roof", 0, address="127.0.0.1:9")]
 
 
 SETTINGS = {"Decoder.SequenceMode": "auto", "Screen.Size": "960x540", "Screen.ShowName": "always", "Screen.ShowClock": "yes"}
@@ -52,15 +49,14 @@ def name_machine():
 
 def make(build):
     name_machine()
-    drawing = Page(None, 960, 540)
-    stage = None
+    browser, stage = Browser(), None
     try:
         with tempfile.TemporaryDirectory() as folder:
-            draw_scenes(folder, drawing)
+            draw_scenes(folder, Page(None, browser, 960, 540))
             stage = Stage(build, cameras(folder), SETTINGS)
-            take(stage)
+            take(stage, browser)
     finally:
-        drawing.end()
+        browser.end()
         if stage:
             stage.end()
     return 0

@@ -2,17 +2,19 @@
 
 `scenario` registers a function with the decoder that it needs. A scenario fails with an AssertionError. Every page that it
 opens is looked at afterwards: no request to another place, nothing in the console.
+
+Scenarios with the same sources and settings share a decoder, so each leaves the settings and sources as they were.
 """
 import statistics
-import time
+from pathlib import Path
 
 from marks import bright_pixels
 from page import Keys, Page
 from selenium.webdriver.common.action_chains import ActionChains
 from selenium.webdriver.common.by import By
-from stage import PASSWORDS, Source
+from stage import HEIGHT, PASSWORDS, WIDTH, Source
 
-SCENARIOS = {}
+SCENARIOS = {}  # name: (function, sources, settings, the file without .py)
 
 
 def front_door_and_yard():
@@ -21,7 +23,7 @@ def front_door_and_yard():
 
 def scenario(name, sources=front_door_and_yard, settings=()):
     def register(function):
-        SCENARIOS[name] = (function, sources, settings)
+        SCENARIOS[name] = (function, sources, dict(settings), Path(function.__code__.co_filename).stem)
         return function
     return register
 
@@ -32,22 +34,18 @@ def check(condition, failure):
 
 
 class Pages:
-    """The pages of a scenario; they end with it, and what went wrong unseen fails it."""
+    """The page of a scenario, which opens one; what went wrong unseen fails it."""
 
-    def __init__(self, stage):
-        self.stage, self.open_pages = stage, []
+    def __init__(self, stage, browser):
+        self.stage, self.browser, self.open_pages = stage, browser, []
 
     def open(self, *values, **named):
-        self.open_pages.append(Page(self.stage, *values, **named))
+        self.open_pages = [Page(self.stage, self.browser, *values, **named)]
         return self.open_pages[-1]
 
     def check(self):
         found = [finding for page in self.open_pages for finding in page.findings()]
         check(not found, "\n".join(found))
-
-    def end(self):
-        for page in self.open_pages:
-            page.end()
 
 
 @scenario("PictureMoves")
@@ -117,7 +115,8 @@ def select_times(page, rounds=10):
         index, mark = ((1, 22), (0, 11))[turn % 2]
         times.append(page.driver.execute_async_script(MEASURE, index, mark))
         check(times[-1] >= 0, "the new picture never came")
-        time.sleep(0.7)
+        page.until(lambda: page.one(f".source[data-index='{index}']").get_attribute("aria-current") == "true",  # noqa: B023
+                   "the card of the source that is shown is not marked")
     return f"median {statistics.median(times):.0f} ms, {min(times):.0f} to {max(times):.0f} ms, {rounds} times"
 
 
@@ -167,6 +166,8 @@ def wrong_setting(stage, pages):
     check(stage.must("get", "Screen.Size") == "800x450", "the right size was not saved")
     page.one("#settings-search").send_keys("alarm.display")
     page.until_text("#settings-found", "1 setting found")
+    stage.must("set", "Decoder.AutoDetectTimeout", "10")
+    stage.must("set", "Screen.Size", f"{WIDTH}x{HEIGHT}")
     return []
 
 
@@ -236,7 +237,7 @@ def sizes(stage, pages):
         page.resize(width, height)
         for view in ("settings", "journal", "live"):
             page.go(view)
-            time.sleep(0.2)
+            page.settle()
             wide = page.script("return document.documentElement.scrollWidth")
             check(wide <= width, f"{view} is {wide} pixels wide on a screen of {width}")
         check(page.one("#picture").rect["width"] >= min(width * 0.5, 600), f"the picture is small at {width}")

@@ -18,13 +18,16 @@ PASSWORDS = {"anna": ("admin", "correct-horse-7"), "otto": ("operator", "battery
 
 
 class Source:
-    """An encoder with test pictures, and its section in the configuration."""
+    """An encoder with test pictures, and its section in the configuration. With an address: nothing is started, there is
+    an encoder or nobody."""
 
-    def __init__(self, name, mark, model="Test camera", keys=None, options=()):
+    def __init__(self, name, mark, model="Test camera", keys=None, options=(), address=None):
         self.name, self.mark, self.model, self.keys = name, mark, model, keys or {}
-        self.options, self.process, self.address = options, None, None
+        self.options, self.process, self.address = options, None, address
 
     def start(self, build):
+        if self.address:
+            return
         size = [] if "--width" in self.options else ["--width", str(WIDTH), "--height", str(HEIGHT)]
         self.process = subprocess.Popen(
             [build / "bin/video-encoder", "--http", "0", "--name", self.name, "--kinds", "mjpeg", "--mark", str(self.mark),
@@ -85,6 +88,13 @@ class Stage(Decoder):
         self.running.remove(self.panel)
         self.panel.send_signal(signal.SIGTERM)
         self.panel.wait(10)
+
+    def begin_again(self):
+        """For the next scenario with this stage: nobody is logged in, no try is counted, the first source is shown."""
+        self.stop_panel()
+        self.start_panel()
+        self.must("connect")
+        self.must("select", "0")
 
     @property
     def address(self):

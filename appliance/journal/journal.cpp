@@ -1,6 +1,6 @@
-#include "appliance/panel/api/journal.h"
+#include "appliance/journal/journal.h"
 
-#include "appliance/panel/state/secrets.h"
+#include "appliance/settings/secrets.h"
 
 #include <libcommon/log.h>
 #include <libcommon/text.h>
@@ -10,7 +10,6 @@
 #include <nlohmann/json.hpp>
 #include <string>
 
-namespace panel {
 namespace {
 
 constexpr std::array levels{"emergency", "alert",  "critical",    "error",
@@ -78,5 +77,3 @@ std::unique_ptr<Journal> openJournal() {
         return openLogFile(log);
     return openSystemJournal(programs);
 }
-
-} // namespace panel

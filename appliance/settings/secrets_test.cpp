@@ -1,9 +1,8 @@
-#include "appliance/panel/state/secrets.h"
+#include "appliance/settings/secrets.h"
 
 #include <gtest/gtest.h>
 #include <nlohmann/json.hpp>
 
-namespace panel {
 namespace {
 
 TEST(Secrets, NamesOfParameters) {
@@ -45,4 +44,3 @@ TEST(Secrets, AreHiddenInsideOfJson) {
 }
 
 } // namespace
-} // namespace panel

@@ -1,4 +1,4 @@
-#include "appliance/panel/api/journal.h"
+#include "appliance/journal/journal.h"
 
 #include <libcommon/log.h>
 
@@ -11,7 +11,6 @@
 #include <sys/stat.h>
 #include <unistd.h>
 
-namespace panel {
 namespace {
 
 constexpr std::size_t blockBytes = 64 * 1024;
@@ -128,7 +127,7 @@ std::vector<JournalLine> LogFile::last(std::size_t lines) {
         close(file);
     std::vector<JournalLine> found;
     std::size_t end = text.rfind('\n');
-    while (end != std::string::npos && end > 0 && found.size() < std::min(lines, mostLines)) {
+    while (end != std::string::npos && end > 0 && found.size() < lines) {
         const std::size_t before = text.rfind('\n', end - 1);
         const std::size_t begin = before == std::string::npos ? 0 : before + 1;
         found.push_back(readJournalLine(std::string_view(text).substr(begin, end - begin)));
@@ -143,5 +142,3 @@ std::vector<JournalLine> LogFile::last(std::size_t lines) {
 std::unique_ptr<Journal> openLogFile(const std::string& path) {
     return std::make_unique<LogFile>(path);
 }
-
-} // namespace panel

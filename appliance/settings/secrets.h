@@ -5,8 +5,6 @@
 #include <string>
 #include <string_view>
 
-namespace panel {
-
 // What is shown in place of a password.
 inline constexpr std::string_view hiddenSecret = "***";
 
@@ -18,5 +16,3 @@ std::string withoutSecrets(std::string_view text);
 
 // Does the same in every text of the value, and hides each value whose key is the name of a secret. Keys stay.
 void hideSecrets(nlohmann::json& value);
-
-} // namespace panel

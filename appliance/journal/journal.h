@@ -1,4 +1,4 @@
-// The appliance's log, for the page: the last lines, and new ones as they come.
+// The appliance's log, as a person reads it: the last lines, and new ones as they come.
 //
 // Under systemd the lines are in the system's journal, which is read through libsystemd. Elsewhere LIBCOMMON_LOG names a
 // file. Lines are shown as they are, except that passwords in URLs are hidden and colours are left out. One thread.
@@ -13,8 +13,6 @@
 #include <string_view>
 #include <vector>
 
-namespace panel {
-
 struct JournalLine {
     std::string time;    // ISO 8601; "" of a line that no program of the appliance wrote
     std::string program; // "skelmor"
@@ -24,14 +22,14 @@ struct JournalLine {
 
 class Journal {
 public:
-    static constexpr std::size_t mostLines = 1000;
+    static constexpr std::size_t mostLines = 1000; // that follow() gives at once
 
     Journal() = default;
     Journal(const Journal&) = delete;
     Journal& operator=(const Journal&) = delete;
     virtual ~Journal() = default;
 
-    // The last lines, the oldest first; at most mostLines.
+    // The last lines, the oldest first. A file gives no more than its last 2 MiB hold.
     virtual std::vector<JournalLine> last(std::size_t lines) = 0;
 
     // Readable when there may be new lines; -1: it can't be followed.
@@ -59,5 +57,3 @@ nlohmann::json journalJson(const JournalLine& line);
 
 // The state that a line of a supervisor with -v says it has entered: "SINGLE_PLAYER_STARTED". Nothing of other lines.
 std::optional<std::string> enteredState(const JournalLine& line);
-
-} // namespace panel

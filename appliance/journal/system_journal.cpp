@@ -1,4 +1,4 @@
-#include "appliance/panel/api/journal.h"
+#include "appliance/journal/journal.h"
 
 #include <libcommon/log.h>
 #include <libcommon/text.h>
@@ -10,7 +10,6 @@
 #include <ctime>
 #include <systemd/sd-journal.h>
 
-namespace panel {
 namespace {
 
 std::string utcTime(std::uint64_t microseconds) {
@@ -39,7 +38,7 @@ public:
         char* place = nullptr; // where follow() goes on
         const bool known = sd_journal_get_cursor(journal_, &place) >= 0;
         sd_journal_seek_tail(journal_);
-        while (found.size() < std::min(lines, mostLines) && sd_journal_previous(journal_) > 0)
+        while (found.size() < lines && sd_journal_previous(journal_) > 0)
             found.push_back(line());
         std::ranges::reverse(found);
         if (known) {
@@ -100,5 +99,3 @@ std::unique_ptr<Journal> openSystemJournal(const std::vector<std::string>& progr
     }
     return std::make_unique<SystemJournal>(journal);
 }
-
-} // namespace panel

@@ -1,10 +1,9 @@
-#include "appliance/panel/state/secrets.h"
+#include "appliance/settings/secrets.h"
 
 #include <array>
 #include <cctype>
 #include <nlohmann/json.hpp>
 
-namespace panel {
 namespace {
 
 // Ends of the names of parameters, and parts of the names of options in URLs.
@@ -113,5 +112,3 @@ void hideSecrets(nlohmann::json& value) {
         }
     }
 }
-
-} // namespace panel
