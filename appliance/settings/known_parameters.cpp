@@ -24,6 +24,7 @@ constexpr std::array decoderTable{
     KnownParameter{"Screen.ShowClock", ValueKind::YesNo, AtUse},
     KnownParameter{"Player.StillAfter", ValueKind::Number, AtUse, 0, day},
     KnownParameter{"Player.EndWhenStill", ValueKind::YesNo, AtUse},
+    KnownParameter{"Player.Confined", ValueKind::YesNo, AtUse},
     KnownParameter{"Sound.Enabled", ValueKind::YesNo, AtUse},
     KnownParameter{"Sound.Device", ValueKind::Text, AtUse},
     KnownParameter{"Sound.Volume", ValueKind::Number, AtUse, 0, 100},

@@ -1,6 +1,9 @@
 #include <libcommon/barriers.h>
 
 #include "libcommon/src/barrier_file.h"
+#include "libcommon/src/event_queue_id.h"
+#include "libcommon/src/event_senders.h"
+#include "libcommon/src/run_id.h"
 #include "libcommon/src/run_path.h"
 
 #include <libcommon/events.h>
@@ -12,6 +15,7 @@
 #include <cstddef>
 #include <ctime>
 #include <sys/ipc.h>
+#include <sys/mman.h>
 #include <sys/msg.h>
 #include <unistd.h>
 
@@ -76,6 +80,35 @@ int getBarrierIPC(int pid) {
 }
 
 namespace libcommon {
+
+QueuesOfPlayer sealAnnouncements() {
+    QueuesOfPlayer queues;
+    local::RunId record;
+    if (local::readRunId(local::eventQueueName, record))
+        queues.events = record.id;
+    queues.barrier = getBarrierIPC(getpid());
+    // Below all programs and libraries: whatever range begins before its end is refused by the filter, so that no range
+    // can reach it from below.
+    constexpr std::uintptr_t place = 0x100000;
+    constexpr std::size_t size = 4096;
+    constexpr int flags = MAP_PRIVATE | MAP_ANONYMOUS | MAP_FIXED_NOREPLACE;
+    void* wanted =
+        reinterpret_cast<void*>(place); // NOLINT(performance-no-int-to-ptr): an address of our choice
+    void* page = mmap(wanted, size, PROT_READ | PROT_WRITE, flags, -1, 0);
+    if (page == MAP_FAILED)
+        return queues;
+    if (page != wanted) { // a kernel that does not know the flag
+        munmap(page, size);
+        return queues;
+    }
+    constexpr std::size_t apart = 64;
+    for (int barrier = 0; barrier < 2; ++barrier)
+        queues.announcements.at(static_cast<std::size_t>(barrier)) = local::sealAnnouncement(
+            barrier, static_cast<char*>(page) + apart * static_cast<std::size_t>(barrier));
+    mprotect(page, size, PROT_READ);
+    queues.lowestMemoryEnd = place + size;
+    return queues;
+}
 
 int announceBarrier(int barrierId) {
     Event event{};

@@ -6,6 +6,7 @@
 
 #include <libcommon/log.h>
 #include <libcommon/paths.h>
+#include <libcommon/settings_copy.h>
 
 #include <array>
 #include <cerrno>
@@ -42,6 +43,11 @@ std::array<Known, 2>& known = *new std::array<Known, 2>;
 
 // Made by the first access of any thread.
 constinit MadeOnce<std::array<std::string, 2>> paths;
+constinit MadeOnce<std::array<std::string, 2>> copyPaths;
+
+// Whether parameters are read from the copies of the settings. Written once by readFromSettingsCopies(), before other
+// threads exist.
+bool fromCopies = false;
 
 std::int64_t nanoseconds(const timespec& time) {
     return std::int64_t{time.tv_sec} * 1'000'000'000 + time.tv_nsec;
@@ -132,7 +138,26 @@ bool isParameterFile(int fileId) {
     return fileId == 0 || fileId == 1;
 }
 
+const std::string& settingsCopyPath(int fileId) {
+    return copyPaths
+        .get([] {
+            const std::string folder = libcommon::appliancePath(libcommon::settingsFolder);
+            return new std::array<std::string, 2>{folder + "/decoder.conf", folder + "/info.conf"};
+        })
+        .at(fileId);
+}
+
+void readFromSettingsCopies() {
+    fromCopies = true;
+}
+
+bool readsFromSettingsCopies() {
+    return fromCopies;
+}
+
 const std::string& parameterFilePath(int fileId) {
+    if (fromCopies)
+        return settingsCopyPath(fileId);
     return paths
         .get([] {
             return new std::array<std::string, 2>{libcommon::appliancePath("/etc/decoder/decoder.conf"),

@@ -16,8 +16,15 @@ inline constexpr std::size_t maximumParameterFile = 4 << 20;
 
 bool isParameterFile(int fileId);
 
-// Where a parameter file is. `fileId` is one.
+// Where a parameter file is: its copy, once readFromSettingsCopies() was called. `fileId` is one.
 const std::string& parameterFilePath(int fileId);
+
+// Where the copy of its settings is (settings_copy.h).
+const std::string& settingsCopyPath(int fileId);
+
+// From now on this process reads the copies. Called before other threads exist.
+void readFromSettingsCopies();
+bool readsFromSettingsCopies();
 
 // Tells two versions of a file apart. Every writer of ours gives its version a later modification time
 // than the one before, because the kernel's clock ticks too rarely to do so.

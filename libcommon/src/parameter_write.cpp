@@ -4,6 +4,7 @@
 #include "libcommon/src/parameter_edit.h"
 #include "libcommon/src/parameter_files.h"
 #include "libcommon/src/parameter_lock.h"
+#include "libcommon/src/settings_copy.h"
 
 #include <libcommon/log.h>
 #include <libcommon/parameter_lines.h>
@@ -191,8 +192,12 @@ Outcome attempt(Job& job, const EditText& edit) {
 
 // `what`, for the log.
 bool rewrite(int fileId, const std::string& what, const EditText& edit) {
-    const WriteTurn turn(fileId);
     Job job{.fileId = fileId, .path = parameterFilePath(fileId), .before = {}, .text = {}};
+    if (readsFromSettingsCopies()) {
+        logmsg(3, "Failed to write %s: this process only reads copies of the settings", what.c_str());
+        return false;
+    }
+    const WriteTurn turn(fileId);
     if (!turn) {
         logmsg(3, "Failed to write %s to %s: %s; the value is lost. (errno=%d %s)", what.c_str(),
                job.path.c_str(), turn.reason().c_str(), errno, std::strerror(errno));
@@ -207,6 +212,8 @@ bool rewrite(int fileId, const std::string& what, const EditText& edit) {
         errno = EBUSY;
         return fails(job, "another program keeps changing it");
     }
+    if (outcome == Outcome::done)
+        renewSettingsCopy(fileId);
     return outcome == Outcome::done;
 }
 

@@ -1,5 +1,6 @@
 #include <libcommon/status.h>
 
+#include "libcommon/src/bounded_lock.h"
 #include "libcommon/src/made_once.h"
 #include "libcommon/src/status_folder.h"
 
@@ -163,3 +164,14 @@ void copyStatus(int fromIndex, int toIndex, const std::string& key) {
     if (local::isValid(fromIndex, key) && fromIndex != toIndex)
         status(toIndex, key, status(fromIndex, key).c_str());
 }
+
+namespace libcommon {
+
+StatusPlace makeStatusPlace(int index) {
+    StatusPlace place{.folder = local::statusFolder(index), .lock = local::statusLockPath()};
+    local::makeFoldersFor(place.folder.c_str());
+    const local::Descriptor lock(local::openLockFile(place.lock.c_str()));
+    return place;
+}
+
+} // namespace libcommon

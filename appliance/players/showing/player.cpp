@@ -2,6 +2,7 @@
 
 #include "appliance/front/arguments.h"
 #include "appliance/players/showing/codec_reason.h"
+#include "appliance/players/showing/confined.h"
 #include "appliance/players/showing/exit_code.h"
 #include "appliance/players/showing/presenter.h"
 #include "appliance/players/showing/stillness.h"
@@ -306,6 +307,7 @@ int runPlayer(Kind kind, int argc, char** argv, const StartStream& startStream) 
         return parsed.status;
     if (!dieWithParent())
         return static_cast<int>(ExitCode::asked);
+    confineSelf(*parsed.options);
     // Never destroyed: threads use it until the process ends.
     (new Player(*parsed.options, signals))->run(startStream);
 }

@@ -14,6 +14,7 @@
 #include <libcommon/params.h>
 #include <libcommon/paths.h>
 #include <libcommon/semaphores.h>
+#include <libcommon/settings_copy.h>
 #include <libcommon/status.h>
 #include <libcommon/sweep.h>
 #include <libcommon/text.h>

@@ -20,6 +20,20 @@ std::string status(int index, const std::string& key);
 
 void copyStatus(int fromIndex, int toIndex, const std::string& key);
 
+namespace libcommon {
+
+// Where the values of one source are: a folder, and the lock that all writers share.
+struct StatusPlace {
+    std::string folder;
+    std::string lock;
+};
+
+// Makes both where they are missing, so that a process can give up the right to make them. Failures are left to the first
+// write. Any thread.
+StatusPlace makeStatusPlace(int index);
+
+} // namespace libcommon
+
 // The three tables of names; a type, connect mode or audio format is an index into its table.
 extern const char* const videoSourceTypeString[9]; // auto, mjpeg, mpeg2-unicast, ...
 extern const char* const connectModeString[5];     // auto, http, http-auth, https, unknown
