@@ -110,7 +110,7 @@ void Service::wait(const sigset_t& inWait) {
         all[2] = {link_->socket(), link_->events(), 0};
     }
     const Time left = std::max<Time>(nextDeadline() - gettimeusec(), 0);
-    const timespec time{left / second, left % second * 1000};
+    const timespec time{.tv_sec = left / second, .tv_nsec = static_cast<long>(left % second) * 1000};
     const int ready = ppoll(all.data(), all.size(), &time, &inWait);
     if (ready > 0 && all[0].revents != 0) {
         takeFileChanges(watch_.take());

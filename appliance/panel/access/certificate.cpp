@@ -5,7 +5,6 @@
 #include <arpa/inet.h>
 #include <array>
 #include <cstdio>
-#include <ctime>
 #include <memory>
 #include <openssl/evp.h>
 #include <openssl/pem.h>
@@ -18,7 +17,7 @@ namespace {
 
 constexpr long day = 86400;
 constexpr long lifetime = 800 * day; // browsers refuse certificates that last much longer
-constexpr long leastLeft = 30 * day;
+constexpr int leastDaysLeft = 30;
 
 struct Free {
     void operator()(X509* certificate) const { X509_free(certificate); }
@@ -116,8 +115,11 @@ bool isGood(const std::string& file, const std::string& keyFile, const std::vect
     const Pointer<EVP_PKEY> key = readKey(keyFile);
     if (certificate == nullptr || key == nullptr || X509_check_private_key(certificate.get(), key.get()) != 1)
         return false;
-    std::time_t soon = std::time(nullptr) + leastLeft;
-    bool good = X509_cmp_time(X509_get0_notAfter(certificate.get()), &soon) > 0;
+    // With 32 bits the library's std::time_t is shorter than ours, so no function is used that takes one.
+    int days = 0;
+    int seconds = 0;
+    bool good = ASN1_TIME_diff(&days, &seconds, nullptr, X509_get0_notAfter(certificate.get())) == 1 &&
+                days >= leastDaysLeft;
     for (const std::string& name : names)
         good = good && isFor(certificate.get(), name);
     return good;
