@@ -6,11 +6,13 @@
 //   alarm   from `decoderctl alarm` to a picture of its source with its text
 //
 // Two encoders send test pictures whose mark tells source and number. They send key pictures at their own time only, and
-// one client watches each of them all the time, so that no newcomer gets a key picture out of turn.
+// one client watches each of them all the time: no newcomer gets a key picture out of turn, and each side asks at the same
+// moments between two key pictures of the new source.
 #include "bench/log_time.h"
 #include "bench/samples.h"
 #include "bench/screen/alarm_text.h"
 #include "bench/screen/decoder_side.h"
+#include "bench/screen/key_pictures.h"
 #include "bench/screen/pixels.h"
 #include "bench/screen/players.h"
 #include "bench/screen/streams.h"
@@ -27,7 +29,6 @@
 namespace {
 
 using appliance::Appliance;
-using appliance::Process;
 using bench::clockMs;
 using x_server::XServer;
 
@@ -90,20 +91,21 @@ public:
 
 private:
     void addEncoders();
-    void keepAwake(const std::string& host);
+    std::unique_ptr<bench::KeyPictures> watch(const std::string& host) const;
     bool detectBoth();
     std::string whyMissing(const std::string& name) const;
     Stage makeStage(const std::string& name);
     static std::string whyNotShown(Stage& stage, bench::Watcher& watcher);
     void measureBlock(Stage& stage, int block);
     bool measureSwitch(Stage& stage, bench::Watcher& watcher, int turn, int source);
-    double settleMs(int turn, int turns);
+    double settleMs(int turn, int turns, int source);
 
     const Options& options_;
     Appliance decoder_; // first: it isolates this process
     Folder folder_;
     bench::Playing playing_;
-    std::vector<std::unique_ptr<Process>> awake_;
+    std::vector<std::unique_ptr<bench::KeyPictures>>
+        keys_; // of each encoder; null: each picture is one, or nobody can tell
     std::mt19937 random_{1};
     int failed_ = 0;
 };
@@ -119,15 +121,12 @@ void Bench::addEncoders() {
     }
 }
 
-// An encoder without clients sends a key picture to the first one.
-void Bench::keepAwake(const std::string& host) {
+// An encoder without clients would send a key picture to the first one: this one stays.
+std::unique_ptr<bench::KeyPictures> Bench::watch(const std::string& host) const {
     const std::string pipeline = bench::pipelineOf(options_.kind, options_.codec, host);
     if (options_.kind == "mjpeg" || pipeline.empty())
-        return; // each picture is a key picture; the guide's multicast runs all the time
-    std::vector<std::string> command{findProgram("gst-launch-1.0"), "-q"};
-    for (const std::string& word : bench::wordsOf(pipeline.substr(0, pipeline.find(" ! ")) + " ! fakesink"))
-        command.push_back(word);
-    awake_.push_back(std::make_unique<Process>(command, std::map<std::string, std::string>{}, ""));
+        return nullptr; // each picture is a key picture; the guide's multicast runs all the time
+    return std::make_unique<bench::KeyPictures>(pipeline.substr(0, pipeline.rfind(" ! ")));
 }
 
 // The first selection of a source detects its encoder, which is not measured here.
@@ -158,7 +157,7 @@ bool Bench::prepare() {
     std::filesystem::permissions(playing_.folder,
                                  std::filesystem::perms::all); // one peer runs as another user
     for (const std::string& host : playing_.hosts)
-        keepAwake(host);
+        keys_.push_back(watch(host));
     decoder_.start();
     bench::joinAppliance(decoder_); // only now, so that the programs started above do not inherit it
     return detectBoth();
@@ -188,15 +187,21 @@ Stage Bench::makeStage(const std::string& name) {
     return stage;
 }
 
-// A moment, and then a part of the key pictures' period: each side has its turns in all parts of the period equally often.
-double Bench::settleMs(int turn, int turns) {
+// At least a moment, and then until a part of the key pictures' period is over: each side has the same parts. The parts are
+// counted from a key picture of the new source, or from anywhere where that is not known.
+double Bench::settleMs(int turn, int turns, int source) {
+    constexpr double moment = 300;
     const double period = 1000.0 * (options_.kind == "mjpeg" ? 1 : options_.gop) / fps;
+    const auto& keys = keys_[static_cast<std::size_t>(source)];
+    const auto last = keys == nullptr ? std::nullopt : keys->last();
+    if (last)
+        return bench::untilPhase(clockMs(), *last, period, (turn + 0.5) / turns * period, moment);
     const double share = (turn + std::uniform_real_distribution(0.0, 1.0)(random_)) / turns;
-    return 300 + share * period;
+    return moment + share * period;
 }
 
 bool Bench::measureSwitch(Stage& stage, bench::Watcher& watcher, int turn, int source) {
-    watcher.watch(clockMs() + settleMs(turn, options_.switches));
+    watcher.watch(clockMs() + settleMs(turn, options_.switches, source));
     const double asked = clockMs();
     const double askedAt = bench::secondsOfDay();
     stage.side->show(source);
@@ -285,7 +290,7 @@ int Bench::measureAlarms() {
         }
         bench::AlarmText text(*stage.pixels, decoder_, watcher);
         for (int i = 0; text.isKnown() && i < options_.alarms; ++i) {
-            watcher.watch(clockMs() + settleMs(i, options_.alarms));
+            watcher.watch(clockMs() + settleMs(i, options_.alarms, 1));
             if (const auto time = text.raise(patienceMs))
                 bench::tellSample("alarm", name, *time);
             else

@@ -46,8 +46,8 @@ TEST(SourceReport, AWarmSourceHasItsFigures) {
     EXPECT_THAT(sourceText(source), HasSubstr("Warm=key picture 0.4 s old, 3.9 Mbit/s, 512 KiB\n"));
     EXPECT_EQ(sourceJson(source)["warm"]["players"], 1);
     source.warm->kept = false;
-    source.warm->reason = "stands still";
-    EXPECT_THAT(sourceText(source), HasSubstr("Warm=no, stands still\n"));
+    source.warm->reason = "sends nothing";
+    EXPECT_THAT(sourceText(source), HasSubstr("Warm=no, sends nothing\n"));
     EXPECT_TRUE(sourceJson(garage())["warm"].is_null());
 }
 

@@ -125,7 +125,7 @@ TEST_F(Warm, AStreamThatStandsStillIsNotHandedOut) {
     decoder->encoder(0).process().signal(SIGSTOP);
     EXPECT_TRUE(eventually([] {
         const auto one = report(0);
-        return one && !one->kept && one->reason == "stands still";
+        return one && !one->kept && one->reason == "sends nothing";
     }));
     decoder->encoder(0).process().signal(SIGCONT);
     EXPECT_TRUE(keeps(0));

@@ -66,7 +66,7 @@ bool sendAll(int fd, std::string_view bytes) {
     return true;
 }
 
-// Two neighbouring UDP ports of the relay's own address, and the client's for which they stand.
+// Two neighbouring UDP ports of the relay's own address, in place of the client's.
 struct Ports {
     Ports(const std::string& address, const sockaddr_in& client, int clientPort)
         : data(SOCK_DGRAM), control(SOCK_DGRAM), to(client), toPort(clientPort) {

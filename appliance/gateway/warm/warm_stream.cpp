@@ -171,7 +171,7 @@ WarmReport WarmStream::report() const {
     else if (!report.kept)
         report.reason = "waits for a key picture";
     else if (!report.moves)
-        report.reason = "stands still";
+        report.reason = "sends nothing";
     if (lastKey_ != 0)
         report.keyAgeMs = (gettimeusec() - lastKey_) / 1000;
     report.bitRate = static_cast<std::int64_t>(bitRate_);

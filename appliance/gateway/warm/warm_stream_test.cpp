@@ -138,7 +138,7 @@ TEST_F(WarmStreamTest, AStreamThatStandsStillIsNotGiven) {
     give(item("K", 1, true));
     std::this_thread::sleep_for(std::chrono::microseconds(WarmStream::longestPauseUs + 50'000));
     EXPECT_EQ(join(), 0U);
-    EXPECT_EQ(stream.report().reason, "stands still");
+    EXPECT_EQ(stream.report().reason, "sends nothing");
     give(item("held", 1), true);
     EXPECT_EQ(join(), 0U) << "what was held before does not show that it moves";
     give(item("p", 2));

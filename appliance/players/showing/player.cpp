@@ -33,11 +33,12 @@
 namespace player {
 namespace {
 
-// A leaving player waits until it draws its next picture and announces itself right after that. The next player
-// then takes the screen within a few milliseconds of that picture, instead of at any time between two pictures.
-// kept: announcing at once would answer sooner (Motion JPEG of 25 pictures/s: 8 instead of 29 ms), but the gap in the
-// pictures would grow by the same (27 instead of 1 ms).
-constexpr int freshDrawingMs = 5;
+// A leaving player whose last picture is not fresh waits until it has drawn the next one and announces itself right after
+// that. So the next player takes the screen soon after a picture, instead of at any time between two. A picture is fresh
+// for less than a display of 60 Hz needs to show another one.
+// kept: announcing always at once would answer a little sooner, but the gap in the pictures would grow by the same (Motion
+// JPEG of 25 pictures/s: median 27 instead of 1 ms). A fresh time of 5 ms made every second answer 10 to 30 ms later.
+constexpr int freshDrawingMs = 12;
 constexpr int drawingPatienceMs = 60;
 constexpr std::chrono::milliseconds endSessionTime{200};
 constexpr std::chrono::milliseconds endSoundTime{400};
