@@ -46,7 +46,7 @@ enter() {
 # What the packages depend on, without those of ours.
 dependencies() {
     local package
-    for package in "$packages"/*.deb "$packages"/more/skelmor-encoder_*.deb; do
+    for package in "$packages"/*.deb "$packages"/more/skelmor-{encoder,mqtt}_*.deb; do
         dpkg-deb -f "$package" Depends | tr ',' '\n' | sed 's/^ *//' | { grep -v '^skelmor' || true; }
     done | sort -u
 }
