@@ -65,7 +65,7 @@ public:
     }
 
 private:
-    void comeBack(const Plan& plan) {
+    void comeBack(Plan& plan) {
         const auto begin = Clock::now();
         const auto left = [&] { return Seconds(std::max(0.5, backLimit.count() - secondsSince(begin))); };
         for (std::size_t i = 0; i < decoders_.size(); ++i) {
@@ -79,8 +79,14 @@ private:
                        decoders_[i]->ctl({"status"}).output,
                    plan);
         }
+        // A signal to a service that was stopped takes effect only now.
         for (const auto& service : site_.services())
-            if (!appliance::eventually([&] { return service->isReady(); }, left()))
+            if (!appliance::eventually(
+                    [&] {
+                        plan.keepRunning();
+                        return service->isReady();
+                    },
+                    left()))
                 broken(service->name() + " does not come back", plan);
         if (!site_.wallMoves(left() + Seconds(busyMachine)))
             broken("no pictures on the monitor", plan);

@@ -27,6 +27,9 @@ public:
     // connects both decoders.
     void mendAll();
 
+    // Starts again the services that have ended, each after a second.
+    void keepRunning();
+
     // What was done last, one line each, for a report.
     const std::deque<std::string>& last() const { return last_; }
 
@@ -55,7 +58,6 @@ private:
     void note(const std::string& what, const char* figure);
     void later(int mostMs, std::function<void()> mend);
     void mendDue(bool all);
-    void keepRunning();
 
     // Processes.
     void endPlayer();
