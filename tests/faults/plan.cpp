@@ -56,7 +56,8 @@ const std::vector<Plan::Row>& Plan::rows() {
 }
 
 Plan::Plan(Site& site, Progress& progress, unsigned seed)
-    : site_(site), progress_(progress), random_(seed), encoderDown_(site.encoders()) {
+    : site_(site), progress_(progress), random_(seed), encoderDown_(site.encoders()),
+      parametersBroken_(site.decoders()) {
     static const bool possible = kernelDisturbs();
     netem_ = possible;
     progress_.set("kernel-disturbs-network", netem_ ? 1 : 0);
@@ -124,7 +125,8 @@ void Plan::mendAll() {
             service->start();
     for (std::size_t i = 0; i < site_.decoders(); ++i) {
         restoreParameters(i); // floods have written others
-        site_.decoder(i).ctl({"connect"});
+        // Whoever repairs a parameter file applies it.
+        site_.decoder(i).ctl({parametersBroken_[i] ? "apply" : "connect"});
     }
 }
 

@@ -54,6 +54,9 @@ private:
         return values[index(values.size())];
     }
     appliance::Appliance& anyDecoder() { return site_.decoder(index(site_.decoders())); }
+    // A source that the decoder has. Manual mode tries a source that was selected for ever, so one that does not exist
+    // never comes back.
+    int sourceOf(std::size_t decoder) { return below(site_.sourcesOf(decoder)); }
 
     void note(const std::string& what, const char* figure);
     void later(int mostMs, std::function<void()> mend);
@@ -100,6 +103,7 @@ private:
     std::deque<Repair> repairs_;
     std::deque<std::string> last_;
     std::vector<bool> encoderDown_;
+    std::vector<bool> parametersBroken_; // of each decoder, in this round
     Clock::time_point begin_ = Clock::now();
     bool netem_; // the kernel can disturb the whole namespace
 };

@@ -26,6 +26,7 @@ constexpr int barrierEvent = 7;
 constexpr int lockEvent = 12;
 constexpr int reconnectEvent = 13;
 constexpr int strangeId = 77;
+constexpr int noSource = 99;
 constexpr int nobody = 4'600'000; // no process has this number
 
 // One request whose answer is read to its end or for a second.
@@ -109,6 +110,7 @@ void Plan::breakParameters() {
     const std::size_t number = index(site_.decoders());
     const std::string file = site_.decoder(number).parameterFile();
     const std::string whole = site_.parameters(number);
+    parametersBroken_[number] = true;
     const int manner = below(5);
     static const std::vector<std::string> how{"empty", "half", "with nonsense", "removed",
                                               "with other sources"};
@@ -170,11 +172,14 @@ void Plan::floodEvents() {
         {childEvent, nobody}, {barrierEvent, nobody}, {reconnectEvent, 0}, {strangeId, 1}};
     const auto [id, value] = oneOf(events);
     note("a flood of events " + std::to_string(id), "event-floods");
-    auto flood = std::make_shared<appliance::Flood>(anyDecoder(), id, value,
-                                                    std::chrono::microseconds(1 + below(300)));
-    later(1500, [this, flood]() mutable {
+    Appliance& decoder = anyDecoder();
+    auto flood =
+        std::make_shared<appliance::Flood>(decoder, id, value, std::chrono::microseconds(1 + below(300)));
+    later(1500, [this, &decoder, flood, choose = value == noSource]() mutable {
         progress_.add("events-sent", flood->sent());
         flood.reset();
+        if (choose)
+            decoder.ctl({"select", "1"});
     });
 }
 
@@ -222,14 +227,16 @@ void Plan::floodRequests() {
 // ---- What people do
 
 void Plan::select() {
-    const int source = below(Site::sources);
-    note("select " + std::to_string(source), "selections");
-    appliance::sendRaw(appliance::eventQueue(anyDecoder()), selectEvent, source);
+    const std::size_t decoder = index(site_.decoders());
+    const int source = sourceOf(decoder);
+    note("decoder " + std::to_string(decoder) + ": select " + std::to_string(source), "selections");
+    appliance::sendRaw(appliance::eventQueue(site_.decoder(decoder)), selectEvent, source);
 }
 
 void Plan::alarm() {
-    note("an alarm", "alarms");
-    anyDecoder().ctl({"alarm", std::to_string(below(Site::sources)), "Somebody", "is", "here"});
+    const std::size_t decoder = index(site_.decoders());
+    note("decoder " + std::to_string(decoder) + ": an alarm", "alarms");
+    site_.decoder(decoder).ctl({"alarm", std::to_string(sourceOf(decoder)), "Somebody", "is", "here"});
 }
 
 void Plan::lock() {

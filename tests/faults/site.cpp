@@ -19,7 +19,6 @@ namespace {
 
 constexpr int wallWidth = 1440; // two tiles of 4:3 beside each other
 constexpr int wallHeight = 540;
-constexpr int cameraSource = 5; // comes through camera-gateway
 constexpr Seconds startLimit{90};
 
 struct Kind {
@@ -90,7 +89,7 @@ Site::~Site() {
 
 void Site::addEncoders() {
     const auto add = [this](std::size_t decoder, std::size_t number) {
-        const bool camera = number == cameraSource;
+        const bool camera = static_cast<int>(number) == cameraSource;
         const std::string address = kinds()[number].disturbed ? networkOf(number) : hostOf(number);
         decoders_[decoder]->addSource(
             kinds()[number].name,
@@ -106,7 +105,7 @@ void Site::addEncoders() {
         if (kinds()[i].disturbed)
             networks_.push_back(std::make_unique<scripted::DisturbedHost>(networkOf(i), hostOf(i)));
         add(0, i);
-        if (i != cameraSource)
+        if (static_cast<int>(i) != cameraSource)
             add(1, i);
     }
 }

@@ -57,7 +57,7 @@ private:
 
 class Site {
 public:
-    static constexpr int sources = 6;
+    static constexpr int cameraSource = 5;   // comes through camera-gateway
     static constexpr int detectTimeout = 10; // Decoder.AutoDetectTimeout, seconds
 
     // Throws std::runtime_error when something does not start.
@@ -86,6 +86,7 @@ public:
     // Both halves of the monitor show moving pictures; true where there is no monitor.
     bool wallMoves(appliance::Seconds limit);
 
+    int sourcesOf(std::size_t decoder) const { return decoder == 0 ? cameraSource + 1 : cameraSource; }
     const std::string& parameters(std::size_t number) const { return parameters_.at(number); }
 
 private:
