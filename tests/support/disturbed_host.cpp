@@ -4,8 +4,10 @@
 #include <arpa/inet.h>
 #include <array>
 #include <atomic>
+#include <chrono>
 #include <csignal>
 #include <cstdlib>
+#include <deque>
 #include <functional>
 #include <memory>
 #include <mutex>
@@ -21,6 +23,8 @@
 
 namespace scripted {
 namespace {
+
+using Clock = std::chrono::steady_clock;
 
 constexpr int lookMs = 50;
 constexpr int httpPort = 80;
@@ -127,9 +131,27 @@ struct DisturbedHost::State {
         });
     }
 
+    // Threads that are over are joined here, so that only those of present connections are kept.
     void start(std::function<void()> run) {
         const std::lock_guard guard(lock);
-        threads.emplace_back(std::move(run));
+        std::erase_if(threads, [](Runner& one) {
+            if (!*one.over)
+                return false;
+            one.thread.join();
+            return true;
+        });
+        auto over = std::make_shared<std::atomic<bool>>(false);
+        threads.push_back({over, std::thread([over, run = std::move(run)] {
+                               run();
+                               *over = true;
+                           })});
+    }
+
+    // Until now, or until the network has no delay any more.
+    void holdBack() const {
+        const auto until = Clock::now() + std::chrono::milliseconds(delayMs);
+        while (!ending && delayMs > 0 && Clock::now() < until)
+            std::this_thread::sleep_for(std::chrono::milliseconds(1));
     }
 
     void relay(const Socket& client, const sockaddr_in& from, int port) {
@@ -138,20 +160,23 @@ struct DisturbedHost::State {
         if (!server.bindTo(placeOf(address, 0)) || !server.connectTo(placeOf(encoder, port)))
             return;
         std::optional<Ports> ports;
-        Disturbance disturbance{*this};
-        while (!ending) {
+        Packets packets{*this};
+        const int cutsBefore = cuts;
+        while (!ending && cuts == cutsBefore) {
             std::array<pollfd, 4> ready{{{client.get(), POLLIN, 0},
                                          {server.get(), POLLIN, 0},
                                          {ports ? ports->data.get() : -1, POLLIN, 0},
                                          {ports ? ports->control.get() : -1, POLLIN, 0}}};
-            if (poll(ready.data(), ready.size(), lookMs) < 0)
+            if (poll(ready.data(), ready.size(), packets.waiting.empty() ? lookMs : 1) < 0)
                 return;
+            if (ports)
+                packets.sendDue(*ports);
             if (ready[0].revents != 0 && !passRequest(client, server, from, ports))
                 return;
             if (ready[1].revents != 0 && !passAnswer(client, server, ports))
                 return;
             if (ports && ready[2].revents != 0)
-                disturbance.take(*ports, receive(ports->data));
+                packets.take(*ports, receive(ports->data));
             if (ports && ready[3].revents != 0)
                 ports->pass(ports->control, receive(ports->control), 1);
         }
@@ -175,25 +200,27 @@ struct DisturbedHost::State {
         }
         return !text.empty() && sendAll(server.get(), text);
     }
-    static bool passAnswer(const Socket& client, const Socket& server, const std::optional<Ports>& ports) {
+    bool passAnswer(const Socket& client, const Socket& server, const std::optional<Ports>& ports) const {
         std::string text = receive(server);
+        holdBack();
         if (ports)
             text = replaced(text, pairText(ports->own), pairText(ports->toPort));
         return !text.empty() && sendAll(client.get(), text);
     }
 
     // Of one session.
-    struct Disturbance {
+    struct Packets {
         State& state;
         int count = 0;
-        std::string held{}; // waits for the next one
+        std::deque<std::pair<Clock::time_point, std::string>> waiting{}; // until their time
+        std::string held{};                                              // waits for the next one
         std::optional<std::size_t> session{};
 
         void take(const Ports& ports, const std::string& packet) {
             ++count;
-            if (count % lostEach == 0)
+            if (count % state.lostEach == 0)
                 return;
-            if (count % swappedEach == 0 && held.empty()) {
+            if (count % state.swappedEach == 0 && held.empty()) {
                 held = packet;
                 return;
             }
@@ -213,15 +240,28 @@ struct DisturbedHost::State {
                 state.sessions[*session].push_back(static_cast<std::uint16_t>(
                     static_cast<std::uint8_t>(packet[2]) << 8 | static_cast<std::uint8_t>(packet[3])));
             }
-            ports.pass(ports.data, packet, 0);
+            waiting.emplace_back(Clock::now() + std::chrono::milliseconds(state.delayMs), packet);
+            sendDue(ports);
+        }
+        void sendDue(const Ports& ports) {
+            for (; !waiting.empty() && waiting.front().first <= Clock::now(); waiting.pop_front())
+                ports.pass(ports.data, waiting.front().second, 0);
         }
     };
 
     const std::string address;
     const std::string encoder;
     std::atomic<bool> ending{false};
+    std::atomic<int> cuts{0};
+    std::atomic<int> lostEach{Disturbance().lostEach};
+    std::atomic<int> swappedEach{Disturbance().swappedEach};
+    std::atomic<int> delayMs{0};
     std::mutex lock; // guards what follows
-    std::vector<std::thread> threads;
+    struct Runner {
+        std::shared_ptr<std::atomic<bool>> over;
+        std::thread thread;
+    };
+    std::vector<Runner> threads;
     std::vector<std::vector<std::uint16_t>> sessions;
 };
 
@@ -244,10 +284,20 @@ DisturbedHost::~DisturbedHost() {
             const std::lock_guard guard(state_->lock);
             if (i >= state_->threads.size())
                 break;
-            thread = std::move(state_->threads[i]);
+            thread = std::move(state_->threads[i].thread);
         }
         thread.join();
     }
+}
+
+void DisturbedHost::disturb(const Disturbance& disturbance) {
+    state_->lostEach = std::max(disturbance.lostEach, 1);
+    state_->swappedEach = std::max(disturbance.swappedEach, 2);
+    state_->delayMs = disturbance.delayMs;
+}
+
+void DisturbedHost::cut() {
+    ++state_->cuts;
 }
 
 std::vector<std::vector<std::uint16_t>> DisturbedHost::sessions() const {
