@@ -11,10 +11,14 @@ Broker::Broker(const BrokerOptions& options) : options_(options), port_(peers::f
     // Started by root it would become another user, who may not read the folder.
     std::string text = "user root\nlistener " + std::to_string(port_) + " 127.0.0.1\n";
     if (options_.tls) {
-        const scripted::Certificate certificate(options_.names);
+        const scripted::Certificate certificate(options_.names, -2 * 86400, options_.validUntil);
         folder_.write("certificate.pem", certificate.pem());
         folder_.write("key.pem", certificate.keyPem());
         text += "certfile " + folder_.file("certificate.pem") + "\nkeyfile " + folder_.file("key.pem") + '\n';
+    }
+    if (!options_.clients.empty()) {
+        folder_.write("clients.pem", options_.clients);
+        text += "require_certificate true\ncafile " + folder_.file("clients.pem") + '\n';
     }
     if (options_.user.empty()) {
         text += "allow_anonymous true\n";

@@ -14,6 +14,9 @@ struct BrokerOptions {
     std::string user;     // "": everyone may connect
     std::string password; // of this user
     std::string names = "IP:127.0.0.1"; // that the certificate is for
+    // With tls: only clients with one of these certificates (PEM) may connect; "": all.
+    std::string clients = {};
+    long validUntil = 86400; // seconds from now, of the broker's certificate
 };
 
 class Broker {

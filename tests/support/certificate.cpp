@@ -31,13 +31,12 @@ void addExtension(X509* certificate, int kind, const std::string& value) {
     X509_EXTENSION_free(extension);
 }
 
-X509* selfSigned(EVP_PKEY* key, const std::string& names) {
-    constexpr long secondsOfADay = 24 * 60 * 60;
+X509* selfSigned(EVP_PKEY* key, const std::string& names, long begin, long end) {
     X509* certificate = X509_new();
     require(certificate != nullptr && X509_set_version(certificate, X509_VERSION_3) == 1);
     ASN1_INTEGER_set(X509_get_serialNumber(certificate), 1);
-    X509_gmtime_adj(X509_getm_notBefore(certificate), -secondsOfADay);
-    X509_gmtime_adj(X509_getm_notAfter(certificate), secondsOfADay);
+    X509_gmtime_adj(X509_getm_notBefore(certificate), begin);
+    X509_gmtime_adj(X509_getm_notAfter(certificate), end);
     X509_NAME* name = X509_get_subject_name(certificate);
     const auto* text = reinterpret_cast<const unsigned char*>("test encoder");
     require(X509_NAME_add_entry_by_txt(name, "CN", MBSTRING_ASC, text, -1, -1, 0) == 1 &&
@@ -58,10 +57,10 @@ std::string contents(const Memory& memory) {
 
 } // namespace
 
-Certificate::Certificate(const std::string& names) : parts_(std::make_unique<Parts>()) {
+Certificate::Certificate(const std::string& names, long begin, long end) : parts_(std::make_unique<Parts>()) {
     parts_->key.reset(EVP_EC_gen("P-256"));
     require(parts_->key != nullptr);
-    parts_->certificate.reset(selfSigned(parts_->key.get(), names));
+    parts_->certificate.reset(selfSigned(parts_->key.get(), names, begin, end));
     parts_->context.reset(SSL_CTX_new(TLS_server_method()));
     require(parts_->context != nullptr &&
             SSL_CTX_use_certificate(parts_->context.get(), parts_->certificate.get()) == 1 &&
@@ -76,10 +75,13 @@ std::string Certificate::pem() const {
     return contents(memory);
 }
 
-std::string Certificate::keyPem() const {
+std::string Certificate::keyPem(const std::string& passphrase) const {
     const Memory memory(BIO_new(BIO_s_mem()), &BIO_free);
-    require(PEM_write_bio_PrivateKey(memory.get(), parts_->key.get(), nullptr, nullptr, 0, nullptr,
-                                     nullptr) == 1);
+    const EVP_CIPHER* cipher = passphrase.empty() ? nullptr : EVP_aes_256_cbc();
+    const auto* word = reinterpret_cast<const unsigned char*>(passphrase.data());
+    require(PEM_write_bio_PrivateKey(memory.get(), parts_->key.get(), cipher,
+                                     cipher == nullptr ? nullptr : word, static_cast<int>(passphrase.size()),
+                                     nullptr, nullptr) == 1);
     return contents(memory);
 }
 

@@ -11,8 +11,10 @@ namespace scripted {
 
 class Certificate {
 public:
-    // For a comma-separated list of names in OpenSSL's form: "IP:127.0.0.1,DNS:localhost". Valid for a day.
-    explicit Certificate(const std::string& names = "IP:127.0.0.1,DNS:localhost");
+    // For a comma-separated list of names in OpenSSL's form: "IP:127.0.0.1,DNS:localhost". Valid from `begin` to `end`,
+    // in seconds from now.
+    explicit Certificate(const std::string& names = "IP:127.0.0.1,DNS:localhost", long begin = -86400,
+                         long end = 86400);
     ~Certificate();
     Certificate(const Certificate&) = delete;
     Certificate& operator=(const Certificate&) = delete;
@@ -20,8 +22,8 @@ public:
     // The certificate as PEM, for a client's CA file.
     std::string pem() const;
 
-    // Its private key as PEM, for a server that is another program.
-    std::string keyPem() const;
+    // Its private key as PEM, for a server that is another program. With a passphrase it is encrypted.
+    std::string keyPem(const std::string& passphrase = "") const;
 
     // The server's side; owned by the object.
     ssl_ctx_st* context() const;

@@ -1,14 +1,16 @@
 #include "appliance/mqtt/link/link.h"
 
+#include "appliance/mqtt/link/tls_files.h"
+
 #include <libcommon/clock.h>
-#include <libcommon/text.h>
 
 #include <cerrno>
 #include <cstring>
-#include <fstream>
 #include <mosquitto.h>
 #include <mqtt_protocol.h>
+#include <openssl/ssl.h>
 #include <poll.h>
+#include <sys/ioctl.h>
 #include <sys/socket.h>
 #include <tuple>
 #include <utility>
@@ -26,10 +28,6 @@ void startLibrary() {
     static_cast<void>(started);
 }
 
-bool isReadable(const std::string& file) {
-    return std::ifstream(file).good();
-}
-
 // A key with a passphrase can't be used: nobody is there to type it.
 int noPassphrase(char* /*buffer*/, int /*size*/, int /*writes*/, void* /*data*/) {
     return 0;
@@ -37,7 +35,7 @@ int noPassphrase(char* /*buffer*/, int /*size*/, int /*writes*/, void* /*data*/)
 
 std::string resultText(int result) {
     if (result == MOSQ_ERR_ERRNO) {
-        return std::strerror(errno);
+        return errno == EPROTO ? "the broker ended TLS without a reason" : std::strerror(errno);
     }
     if (result == MOSQ_ERR_EAI) {
         return "the broker's name is unknown";
@@ -90,6 +88,7 @@ struct Link::Callbacks {
             return;
         }
         const bool five = link.settings_.version5;
+        link.handshaken_ = false; // the broker has accepted the certificate, and has other reasons
         link.needsOlderVersion_ = five && (code == MQTT_RC_UNSUPPORTED_PROTOCOL_VERSION ||
                                            code == CONNACK_REFUSED_PROTOCOL_VERSION);
         link.lose(refusalText(code, five));
@@ -105,6 +104,17 @@ struct Link::Callbacks {
             link.lose("no connection to the broker: " + resultText(code));
         } else {
             link.lose("the connection to the broker was lost");
+        }
+    }
+
+    static void said(mosquitto* /*client*/, void* object, int level, const char* line) noexcept {
+        if (level != MOSQ_LOG_ERR) {
+            return;
+        }
+        try {
+            static_cast<Link*>(object)->tlsFailure_.note(line);
+        } catch (const std::exception& /*no memory*/) {
+            // Without it the reason has fewer words.
         }
     }
 
@@ -180,6 +190,7 @@ bool Link::prepare() {
     mosquitto_disconnect_v5_callback_set(client, &Callbacks::disconnected);
     mosquitto_publish_v5_callback_set(client, &Callbacks::published);
     mosquitto_message_v5_callback_set(client, &Callbacks::arrived);
+    mosquitto_log_callback_set(client, &Callbacks::said);
     if (!settings_.user.empty() &&
         !check(mosquitto_username_pw_set(client, settings_.user.c_str(),
                                          settings_.password.empty() ? nullptr : settings_.password.c_str()),
@@ -197,14 +208,10 @@ bool Link::prepareTls() {
     if (!settings_.broker.tls) {
         return true;
     }
-    for (const std::string& file : {settings_.caFile, settings_.certFile, settings_.keyFile}) {
-        if (!file.empty() && !isReadable(file)) {
-            lose("the file " + libcommon::printable(file) + " can't be read");
-            return false;
-        }
-    }
-    if (settings_.certFile.empty() != settings_.keyFile.empty()) {
-        lose("CertFile and KeyFile are needed together");
+    if (const std::string mistake =
+            tlsFilesMistake({settings_.caFile, settings_.certFile, settings_.keyFile});
+        !mistake.empty()) {
+        lose(mistake);
         return false;
     }
     const bool own = !settings_.caFile.empty();
@@ -226,8 +233,10 @@ short Link::events() const {
 }
 
 void Link::serve(short revents) {
+    noteHandshake();
     const bool hungUp = (revents & (POLLERR | POLLHUP)) != 0;
-    const int failure = hungUp && state_ == State::Connecting ? socketError() : 0;
+    // An alert of TLS that has arrived says more than the error of the socket.
+    const int failure = hungUp && state_ == State::Connecting && !hasInput() ? socketError() : 0;
     errno = failure;
     if (failure != 0) {
         lose("no connection to the broker: " + resultText(MOSQ_ERR_ERRNO));
@@ -248,6 +257,16 @@ void Link::serve(short revents) {
     if (state_ == State::Connecting && gettimeusec() - started_ >= attemptLimit * std::int64_t{1000}) {
         lose("the broker did not answer in time");
     }
+}
+
+void Link::noteHandshake() {
+    const auto* tls = static_cast<const SSL*>(mosquitto_ssl_get(client_.get()));
+    handshaken_ = handshaken_ || (tls != nullptr && SSL_is_init_finished(tls) == 1);
+}
+
+bool Link::hasInput() const {
+    int bytes = 0;
+    return ioctl(mosquitto_socket(client_.get()), FIONREAD, &bytes) == 0 && bytes > 0;
 }
 
 int Link::socketError() const {
@@ -300,10 +319,14 @@ void Link::end() {
 }
 
 void Link::lose(const std::string& reason) {
-    if (state_ != State::Lost) {
-        state_ = State::Lost;
-        reason_ = reason;
+    if (state_ == State::Lost) {
+        return;
     }
+    const bool connecting = state_ == State::Connecting;
+    const std::string ofTls = connecting ? tlsFailure_.text(settings_.certFile) : "";
+    state_ = State::Lost;
+    reason_ = ofTls.empty() ? reason + (connecting && handshaken_ ? certificateHint(settings_.certFile) : "")
+                            : ofTls;
 }
 
 bool Link::check(int result, const char* what) {

@@ -9,6 +9,7 @@
 // One thread.
 #pragma once
 
+#include "appliance/mqtt/link/tls_failure.h"
 #include "appliance/mqtt/rules/broker_url.h"
 
 #include <cstddef>
@@ -99,6 +100,8 @@ private:
 
     bool prepare();
     bool prepareTls();
+    void noteHandshake();
+    bool hasInput() const;
     int socketError() const;
     void lose(const std::string& reason);
     // A result of the library other than success ends the connection.
@@ -112,6 +115,8 @@ private:
     std::vector<Message> messages_;
     std::size_t unconfirmed_ = 0;
     std::int64_t started_ = 0;
+    TlsFailure tlsFailure_;
+    bool handshaken_ = false; // with TLS; the broker's answer is still to come
 };
 
 } // namespace mqtt
