@@ -22,10 +22,8 @@ std::string portLine(const Server& server) {
 
 int main(int argc, char** argv) {
     const CommandLine commandLine = parseCommandLine(argc, argv);
-    if (!commandLine.options) {
-        std::fputs(commandLine.message.c_str(), commandLine.exitStatus == 0 ? stdout : stderr);
-        return commandLine.exitStatus;
-    }
+    if (!commandLine.options)
+        return finish(commandLine.end);
 
     // Blocked before there are other threads, so that only sigwait() receives them.
     sigset_t endSignals;

@@ -37,10 +37,8 @@ std::uint16_t portFor(const gateway::GatewayOptions& options) {
 
 int main(int argc, char** argv) {
     const gateway::GatewayCommandLine commandLine = gateway::parseGatewayCommandLine(argc, argv);
-    if (!commandLine.options) {
-        std::fputs(commandLine.message.c_str(), commandLine.exitStatus == 0 ? stdout : stderr);
-        return commandLine.exitStatus;
-    }
+    if (!commandLine.options)
+        return finish(commandLine.end);
     std::signal(SIGPIPE, SIG_IGN);
     const bool probes = commandLine.options->probe || commandLine.options->readUrl;
     if (probes)

@@ -5,10 +5,10 @@
 #include "appliance/input/device_playback.h"
 #include "appliance/input/gateway_socket.h"
 #include "appliance/input/packets.h"
+#include "appliance/serving/command_line.h"
 
 #include <csignal>
 #include <cstdio>
-#include <cstring>
 #include <exception>
 #include <fcntl.h>
 #include <sys/prctl.h>
@@ -21,12 +21,9 @@ extern "C" {
 
 namespace {
 
-constexpr const char* help = "Usage: camera-input\n\n"
-                             "Reads files, cameras at this machine, SRT streams and web servers for "
-                             "camera-gateway, and encodes what players can't decode.\n"
-                             "camera-gateway starts it; its standard input is a socket to the gateway.\n\n"
-                             "  --help      print this and exit\n"
-                             "  --version   print the version and exit\n";
+constexpr const char* purpose = "Reads files, cameras at this machine, SRT streams and web servers for "
+                                "camera-gateway, and encodes what players can't decode.\n"
+                                "camera-gateway starts it; its standard input is a socket to the gateway.";
 
 input::NeededRights rightsFor(const input::Request& request) {
     switch (request.kind) {
@@ -101,19 +98,11 @@ int run() {
 } // namespace
 
 int main(int argc, char** argv) {
-    if (argc == 2 && std::strcmp(argv[1], "--help") == 0) {
-        std::fputs(help, stdout);
-        return 0;
-    }
-    if (argc == 2 && std::strcmp(argv[1], "--version") == 0) {
-        std::puts(HOUSE_VERSION);
-        return 0;
-    }
+    if (const auto end = readNoOptions(purpose, HOUSE_VERSION, argc, argv))
+        return finish(*end);
     struct stat in {};
-    if (argc != 1 || fstat(STDIN_FILENO, &in) != 0 || !S_ISSOCK(in.st_mode)) {
-        std::fputs(argc == 1
-                       ? "camera-input: standard input is not a socket: camera-gateway starts this program\n"
-                       : "camera-input: there are no other options than --help and --version\n",
+    if (fstat(STDIN_FILENO, &in) != 0 || !S_ISSOCK(in.st_mode)) {
+        std::fputs("camera-input: standard input is not a socket: camera-gateway starts this program\n",
                    stderr);
         return 2;
     }

@@ -106,10 +106,8 @@ void run(const panel::PanelOptions& options) {
 
 int main(int argc, char** argv) {
     const panel::PanelCommandLine commandLine = panel::parsePanelCommandLine(argc, argv);
-    if (!commandLine.options) {
-        std::fputs(commandLine.message.c_str(), commandLine.exitStatus == 0 ? stdout : stderr);
-        return commandLine.exitStatus;
-    }
+    if (!commandLine.options)
+        return finish(commandLine.end);
     std::signal(SIGPIPE, SIG_IGN);
     try {
         run(*commandLine.options);

@@ -3,6 +3,7 @@
 #include "appliance/operating/refused.h"
 #include "appliance/panel/access/panel_files.h"
 #include "appliance/panel/web/origin_check.h"
+#include "appliance/serving/command_line.h"
 
 #include <libcommon/params.h>
 #include <libcommon/text.h>
@@ -15,7 +16,6 @@
 namespace panel {
 namespace {
 
-constexpr int usageMistake = 2;
 constexpr int usualPort = 8088;
 constexpr const char* footer =
     "The page is at http://127.0.0.1:8088. `decoderctl panel-open` prints a link that logs in. When the "
@@ -91,18 +91,10 @@ PanelCommandLine parsePanelCommandLine(int argc, const char* const* argv) {
     app.add_option("--port", options.port, "the port, instead of the parameter Panel.Port; 0 is any")
         ->type_name("PORT");
     app.add_flag("--link", options.link, "print a link that logs in once, as decoderctl panel-open does");
-    app.set_version_flag("--version", HOUSE_VERSION);
     app.footer(footer);
-    try {
-        app.parse(argc, argv);
-    } catch (const CLI::CallForHelp&) {
-        return {std::nullopt, 0, app.help()};
-    } catch (const CLI::CallForVersion&) {
-        return {std::nullopt, 0, std::string(HOUSE_VERSION) + "\n"};
-    } catch (const CLI::ParseError& mistake) {
-        return {std::nullopt, usageMistake, std::string("decoder-panel: ") + mistake.what() + "\n"};
-    }
-    return {options, 0, {}};
+    if (const auto end = readCommandLine(app, HOUSE_VERSION, argc, argv))
+        return {std::nullopt, *end};
+    return {options, {}};
 }
 
 bool isLoopback(const std::string& address) {

@@ -3,6 +3,7 @@
 
 #include "appliance/panel/access/access.h"
 #include "appliance/panel/web/server.h"
+#include "appliance/serving/command_line.h"
 
 #include <cstdint>
 #include <optional>
@@ -17,9 +18,8 @@ struct PanelOptions {
 };
 
 struct PanelCommandLine {
-    std::optional<PanelOptions> options; // none: print `message` and exit
-    int exitStatus = 0;                  // 0 after --help, 2 after a mistake
-    std::string message;
+    std::optional<PanelOptions> options; // nothing: finish(end)
+    CommandLineEnd end;
 };
 
 PanelCommandLine parsePanelCommandLine(int argc, const char* const* argv);

@@ -1,5 +1,7 @@
 #include "appliance/encoder/device/encoder_options.h"
 
+#include "appliance/serving/command_line.h"
+
 #include <algorithm>
 #include <arpa/inet.h>
 #include <array>
@@ -9,7 +11,7 @@
 
 namespace {
 
-constexpr int usageMistake = 2;
+constexpr int usageMistake = 2; // exit status
 constexpr std::size_t maxInputs = 64;
 
 constexpr std::array<std::pair<const char*, Kind>, 7> kindNames{{
@@ -228,17 +230,9 @@ CommandLine parseCommandLine(int argc, const char* const* argv) {
     addPictureOptions(app, options, raw);
     addCodecOptions(app, options, raw);
     addDeviceOptions(app, options, raw);
-    app.set_version_flag("--version", HOUSE_VERSION);
     app.footer(footer());
-    try {
-        app.parse(argc, argv);
-    } catch (const CLI::CallForHelp&) {
-        return {std::nullopt, 0, app.help()};
-    } catch (const CLI::CallForVersion&) {
-        return {std::nullopt, 0, std::string(HOUSE_VERSION) + "\n"};
-    } catch (const CLI::ParseError& mistake) {
-        return {std::nullopt, usageMistake, std::string("video-encoder: ") + mistake.what() + "\n"};
-    }
+    if (const auto end = readCommandLine(app, HOUSE_VERSION, argc, argv))
+        return {std::nullopt, *end};
 
     options.codec = raw.codec == "h264" ? Codec::H264 : Codec::Mpeg4;
     options.keyForNewcomer = !raw.noKeyForNewcomer;
@@ -257,6 +251,6 @@ CommandLine parseCommandLine(int argc, const char* const* argv) {
     if (mistake.empty())
         mistake = checkTogether(options);
     if (!mistake.empty())
-        return {std::nullopt, usageMistake, "video-encoder: " + mistake + "\n"};
-    return {options, 0, {}};
+        return {std::nullopt, {usageMistake, "video-encoder: " + mistake + "\n"}};
+    return {options, {}};
 }

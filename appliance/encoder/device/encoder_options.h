@@ -3,6 +3,7 @@
 
 #include "appliance/encoder/codecs/access_unit.h"
 #include "appliance/encoder/faults/faults.h"
+#include "appliance/serving/command_line.h"
 
 #include <cstdint>
 #include <optional>
@@ -65,9 +66,8 @@ struct Options {
 };
 
 struct CommandLine {
-    std::optional<Options> options; // none: print `message` and exit
-    int exitStatus = 0;             // 0 after --help and --version, 2 after a mistake
-    std::string message;
+    std::optional<Options> options; // nothing: finish(end)
+    CommandLineEnd end;
 };
 
 CommandLine parseCommandLine(int argc, const char* const* argv);

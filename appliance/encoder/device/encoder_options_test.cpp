@@ -16,15 +16,15 @@ CommandLine parse(std::vector<const char*> words) {
 void expectMistake(std::vector<const char*> words, const char* text) {
     const CommandLine line = parse(std::move(words));
     EXPECT_FALSE(line.options.has_value()) << text;
-    EXPECT_EQ(line.exitStatus, 2);
-    EXPECT_THAT(line.message, HasSubstr(text));
+    EXPECT_EQ(line.end.exitStatus, 2);
+    EXPECT_THAT(line.end.message, HasSubstr(text));
 }
 
 } // namespace
 
 TEST(Options, DefaultsHoldWithoutOptions) {
     const CommandLine line = parse({});
-    ASSERT_TRUE(line.options.has_value()) << line.message;
+    ASSERT_TRUE(line.options.has_value()) << line.end.message;
     EXPECT_EQ(line.options->address, "127.0.0.1");
     EXPECT_EQ(line.options->httpPort, 0);
     EXPECT_FALSE(line.options->httpsPort.has_value());
@@ -107,7 +107,7 @@ TEST(Options, EveryOptionTakesEffect) {
                                     "stream=0",
                                     "--session-ids",
                                     "text"});
-    ASSERT_TRUE(line.options.has_value()) << line.message;
+    ASSERT_TRUE(line.options.has_value()) << line.end.message;
     const Options& options = *line.options;
     EXPECT_EQ(options.httpPort, 8001);
     EXPECT_EQ(options.rtspPort, 8002);
@@ -150,31 +150,31 @@ TEST(Options, KeyPicturesMayComeInTime) {
 
 TEST(Options, HttpsTakesAnyFreePortByDefault) {
     for (const CommandLine& line : {parse({"--https"}), parse({"--https", "--http", "0"})}) {
-        ASSERT_TRUE(line.options.has_value()) << line.message;
+        ASSERT_TRUE(line.options.has_value()) << line.end.message;
         EXPECT_EQ(line.options->httpsPort, 0);
     }
 }
 
 TEST(Options, KindsMayBeNone) {
     const CommandLine line = parse({"--kinds", "none"});
-    ASSERT_TRUE(line.options.has_value()) << line.message;
+    ASSERT_TRUE(line.options.has_value()) << line.end.message;
     EXPECT_TRUE(line.options->kinds.empty());
 }
 
 TEST(Options, HelpNamesTheFaultsAndExitsZero) {
     const CommandLine line = parse({"--help"});
     EXPECT_FALSE(line.options.has_value());
-    EXPECT_EQ(line.exitStatus, 0);
+    EXPECT_EQ(line.end.exitStatus, 0);
     for (const char* word :
          {"--http", "--kinds", "rtsp-multicast", "stall=N", "endless-headers", "http=PORT"})
-        EXPECT_THAT(line.message, HasSubstr(word));
+        EXPECT_THAT(line.end.message, HasSubstr(word));
 }
 
 TEST(Options, VersionNamesTheProgramAndExitsZero) {
     const CommandLine line = parse({"--version"});
     EXPECT_FALSE(line.options.has_value());
-    EXPECT_EQ(line.exitStatus, 0);
-    EXPECT_THAT(line.message, testing::StartsWith("video-encoder "));
+    EXPECT_EQ(line.end.exitStatus, 0);
+    EXPECT_THAT(line.end.message, testing::StartsWith("video-encoder "));
 }
 
 TEST(Options, MistakesAreNamedAndExitTwo) {

@@ -25,7 +25,7 @@ Options optionsOf(std::vector<std::string> words) {
     for (const std::string& word : all)
         pointers.push_back(word.c_str());
     const CommandLine line = parseCommandLine(static_cast<int>(pointers.size()), pointers.data());
-    EXPECT_TRUE(line.options.has_value()) << line.message;
+    EXPECT_TRUE(line.options.has_value()) << line.end.message;
     return line.options.value();
 }
 

@@ -1,11 +1,12 @@
 #include "appliance/gateway/service/gateway_options.h"
 
+#include "appliance/serving/command_line.h"
+
 #include <CLI/CLI.hpp>
 
 namespace gateway {
 namespace {
 
-constexpr int usageMistake = 2;
 constexpr const char* footer = "Every source of the decoder that has a URL is the gateway's: [Encoder.Yard] "
                                "with URL = rtsp://camera/stream is\n"
                                "enough, and the gateway adds the other keys. When it listens, it prints "
@@ -26,18 +27,10 @@ GatewayCommandLine parseGatewayCommandLine(int argc, const char* const* argv) {
         "connect to one camera, print what it is, and exit; URL, user name and password are three lines of "
         "standard input");
     app.add_flag("--read-url", options.readUrl, "the same without a connection");
-    app.set_version_flag("--version", HOUSE_VERSION);
     app.footer(footer);
-    try {
-        app.parse(argc, argv);
-    } catch (const CLI::CallForHelp&) {
-        return {std::nullopt, 0, app.help()};
-    } catch (const CLI::CallForVersion&) {
-        return {std::nullopt, 0, std::string(HOUSE_VERSION) + "\n"};
-    } catch (const CLI::ParseError& mistake) {
-        return {std::nullopt, usageMistake, std::string("camera-gateway: ") + mistake.what() + "\n"};
-    }
-    return {options, 0, {}};
+    if (const auto end = readCommandLine(app, HOUSE_VERSION, argc, argv))
+        return {std::nullopt, *end};
+    return {options, {}};
 }
 
 } // namespace gateway

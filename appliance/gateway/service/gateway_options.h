@@ -1,6 +1,8 @@
 // The command line of `camera-gateway`.
 #pragma once
 
+#include "appliance/serving/command_line.h"
+
 #include <cstdint>
 #include <optional>
 #include <string>
@@ -14,9 +16,8 @@ struct GatewayOptions {
 };
 
 struct GatewayCommandLine {
-    std::optional<GatewayOptions> options; // none: print `message` and exit
-    int exitStatus = 0;                    // 0 after --help, 2 after a mistake
-    std::string message;
+    std::optional<GatewayOptions> options; // nothing: finish(end)
+    CommandLineEnd end;
 };
 
 GatewayCommandLine parseGatewayCommandLine(int argc, const char* const* argv);

@@ -1,10 +1,9 @@
 // decoder-fleet: the part of decoderctl that speaks to a broker. Its request is on standard input (fleet_request.h).
 #include "appliance/mqtt/fleet/fleet.h"
+#include "appliance/serving/command_line.h"
 
 #include <libcommon/text.h>
 
-#include <cstdio>
-#include <cstring>
 #include <exception>
 #include <iostream>
 #include <iterator>
@@ -12,28 +11,15 @@
 
 namespace {
 
-constexpr const char* help =
-    "Usage: decoder-fleet\n\n"
+constexpr const char* purpose =
     "Shows and drives all decoders of a broker. decoderctl --fleet starts it, with a "
-    "request on its standard input.\n\n"
-    "  --help      print this and exit\n"
-    "  --version   print the version and exit\n";
+    "request on its standard input.";
 
 } // namespace
 
 int main(int argc, char** argv) {
-    if (argc == 2 && std::strcmp(argv[1], "--help") == 0) {
-        std::fputs(help, stdout);
-        return 0;
-    }
-    if (argc == 2 && std::strcmp(argv[1], "--version") == 0) {
-        std::puts(HOUSE_VERSION);
-        return 0;
-    }
-    if (argc != 1) {
-        std::fputs("decoder-fleet: there are no other options than --help and --version\n", stderr);
-        return 2;
-    }
+    if (const auto end = readNoOptions(purpose, HOUSE_VERSION, argc, argv))
+        return finish(*end);
     const std::string text(std::istreambuf_iterator<char>(std::cin), {});
     bool json = false;
     try {
