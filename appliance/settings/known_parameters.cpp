@@ -50,6 +50,7 @@ constexpr std::array decoderTable{
     KnownParameter{"Mqtt.Discovery", ValueKind::YesNo, AtUse},
     KnownParameter{"Mqtt.DiscoveryPrefix", ValueKind::Text, AtUse},
     KnownParameter{"Mqtt.MaximumAge", ValueKind::Number, AtUse, 1, 3600},
+    KnownParameter{"Panel.Name", ValueKind::Text, AtPanel},
     KnownParameter{"Panel.Address", ValueKind::Text, AtPanel},
     KnownParameter{"Panel.Port", ValueKind::Number, AtPanel, 1, 65535},
     KnownParameter{"Panel.Hosts", ValueKind::Text, AtPanel},

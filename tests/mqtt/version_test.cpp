@@ -45,9 +45,9 @@ TEST_P(MqttVersion, OldCommandsOfAnOldBrokerAreDropped) {
 
 INSTANTIATE_TEST_SUITE_P(Refusals, MqttVersion,
                          testing::Values(OldBroker::Refusal::OfVersion3, OldBroker::Refusal::OfVersion5),
-                         [](const auto& info) {
-                             return info.param == OldBroker::Refusal::OfVersion3 ? "OfVersion3"
-                                                                                 : "OfVersion5";
+                         [](const auto& refusal) {
+                             return refusal.param == OldBroker::Refusal::OfVersion3 ? "OfVersion3"
+                                                                                    : "OfVersion5";
                          });
 
 } // namespace

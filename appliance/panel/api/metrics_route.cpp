@@ -2,23 +2,16 @@
 #include "appliance/streams/kept_status.h"
 
 #include <nlohmann/json.hpp>
-#include <unistd.h>
 
 namespace panel {
 namespace {
-
-std::string machineName() {
-    char name[256] = "";
-    gethostname(name, sizeof name - 1);
-    return name;
-}
 
 Response metricsResponse(Room& room) {
     room.observer->refresh();
     Response response;
     response.type = Metrics::type;
     response.body =
-        room.metrics.text({room.observer->status(), room.observer->sources(), machineName(),
+        room.metrics.text({room.observer->status(), room.observer->sources(), decoderName(),
                            room.streams.count(), room.pictures->made(), room.pictures->secondsSpent()});
     return response;
 }

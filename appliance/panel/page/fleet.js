@@ -18,8 +18,12 @@ export function hasFleet() {
 
 // ---- Words -----------------------------------------------------------------------------------------------------
 
+// "14:05" today, otherwise "3 Nov, 14:05"
 function moment(seconds) {
-  return seconds ? new Date(seconds * 1000).toLocaleString([], { dateStyle: "short", timeStyle: "short", hourCycle: "h23" }) : "";
+  if (!seconds) return "";
+  const time = new Date(seconds * 1000);
+  const date = time.toDateString() === new Date().toDateString() ? {} : { day: "numeric", month: "short" };
+  return time.toLocaleString([], { ...date, hour: "2-digit", minute: "2-digit", hourCycle: "h23" });
 }
 
 function presenceWords(decoder) {

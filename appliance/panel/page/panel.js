@@ -9,7 +9,7 @@ import { showSettings, startSettings } from "./parameters.js";
 import { startStream, stopStream, tellOtherTabs } from "./stream.js";
 import { accountWords } from "./words.js";
 import { startControls } from "./controls.js";
-import { allowPictures, startPicture } from "./picture.js";
+import { allowPictures, startPicture, viewPicture } from "./picture.js";
 import { startShown } from "./shown.js";
 import { startSources } from "./sources.js";
 
@@ -34,6 +34,7 @@ function openView(name) {
     if (tab.hash === `#${name}`) tab.setAttribute("aria-current", "page");
     else tab.removeAttribute("aria-current");
   }
+  viewPicture(name === "live");
   if (name === "settings") showSettings();
   if (name === "journal") showJournal();
   if (name === "fleet") showFleet();

@@ -1,5 +1,5 @@
 // The live picture. The next one is fetched only when the last one is shown, so a slow connection leaves pictures out
-// and never falls behind. The picture is decoded beside the main thread and handed to the canvas as a bitmap.
+// and never falls behind. While another view is open, or another tab, none is fetched. The picture is decoded beside the main thread and handed to the canvas as a bitmap.
 
 import { byId, setAttribute, setHidden, setText } from "./dom.js";
 import { clock, duration } from "./words.js";
@@ -35,10 +35,14 @@ async function show(picture) {
   await nextFrame();
 }
 
+let viewed = false; // the view with the picture is open
+
+const isSeen = () => viewed && document.visibilityState === "visible";
+
 async function showNewest() {
   if (fetching) return;
   fetching = true;
-  while (wanted && document.visibilityState === "visible") {
+  while (wanted && isSeen()) {
     const picture = wanted;
     wanted = null;
     try {
@@ -81,6 +85,19 @@ export function allowPictures(yes) {
   request?.abort();
 }
 
+// Somebody looks again: the newest picture is shown at once.
+function lookAgain() {
+  if (!isSeen()) return;
+  wanted = wanted || (allowed ? state.picture : null);
+  showNewest();
+}
+
+// Whether the view with the picture is open.
+export function viewPicture(open) {
+  viewed = open;
+  lookAgain();
+}
+
 export function startPicture() {
   on("picture", (picture) => {
     if (!allowed) return;
@@ -94,11 +111,7 @@ export function startPicture() {
     const name = status?.sourceName;
     setAttribute(canvas, "aria-label", name ? `The monitor's picture: ${name}` : "The monitor's picture");
   });
-  document.addEventListener("visibilitychange", () => {
-    if (document.visibilityState !== "visible") return;
-    wanted = wanted || (allowed ? state.picture : null);
-    showNewest();
-  });
+  document.addEventListener("visibilitychange", lookAgain);
   setInterval(() => state.link.state === "lost" && veil(), 1000);
   veil();
 }

@@ -4,10 +4,13 @@
 #include "appliance/settings/secrets.h"
 
 #include <algorithm>
+#include <array>
 #include <charconv>
 #include <cmath>
+#include <libcommon/params.h>
 #include <nlohmann/json.hpp>
 #include <strings.h>
+#include <unistd.h>
 
 namespace panel {
 namespace {
@@ -37,6 +40,15 @@ json errorObject(const std::string& code) {
 }
 
 } // namespace
+
+std::string decoderName() {
+    std::string name = ParamWrapper(0, false)["Panel.Name"].toString();
+    if (!name.empty())
+        return name;
+    std::array<char, 256> machine{};
+    gethostname(machine.data(), machine.size() - 1);
+    return machine.data();
+}
 
 std::string statusValue(const SourceReport& source, std::string_view key) {
     return valueOf(source.status, key);

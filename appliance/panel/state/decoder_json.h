@@ -13,9 +13,12 @@
 
 namespace panel {
 
+// The name that people know the decoder by: Panel.Name, or the machine's name without that. Any thread.
+std::string decoderName();
+
 // What a status needs beside the record of the decoder.
 struct StatusContext {
-    std::string decoder;            // this machine's name
+    std::string decoder;            // decoderName()
     std::string machineState;       // of the supervisor's state machine; "": not known
     std::int64_t now = 0;           // gettimeusec()'s clock
     std::int64_t shownSince = 0;    // the same; when the source on the screen appeared; 0: nothing shows

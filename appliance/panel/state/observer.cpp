@@ -14,7 +14,6 @@
 #include <ctime>
 #include <glib-unix.h>
 #include <nlohmann/json.hpp>
-#include <unistd.h>
 
 namespace panel {
 namespace {
@@ -24,12 +23,6 @@ constexpr unsigned togetherMs = 20;
 constexpr unsigned watchedTickMs = 1000;
 constexpr unsigned idleTickMs = 2000;
 constexpr std::int64_t freshUs = 50'000;
-
-std::string machineName() {
-    char name[256] = "";
-    gethostname(name, sizeof name - 1);
-    return name;
-}
 
 // What changes without a file.
 bool looksDifferent(const DecoderStatus& status) {
@@ -241,7 +234,7 @@ StatusContext Observer::context() {
         shownSinceText_ = wallTime(shownSince_);
     }
     StatusContext context;
-    context.decoder = machineName();
+    context.decoder = decoderName();
     context.machineState = machineState_;
     context.now = gettimeusec();
     context.shownSince = shownSince_;

@@ -86,6 +86,12 @@ def remove(page):
     page.until(lambda: len(page.all(".source")) == 2, "the source is not removed")
 
 
+def pictures_fetched(page):
+    page.read_logs()
+    return sum(request["method"] == "Network.requestWillBeSent" and "/api/v1/pictures/" in request["params"]["request"]["url"]
+               for request in page.requests)
+
+
 @scenario("JournalIsLive")
 def journal(stage, pages):
     page = pages.open()
@@ -95,13 +101,17 @@ def journal(stage, pages):
     page.answer("POST", "/api/v1/select", {"source": 1})
     page.until_text("#changes", "Shows Yard")
     page.until(lambda: page.shown("#log li"), "the log has no lines")
+    fetched = pictures_fetched(page)
     page.click("#log-pause")
     before = page.text("#log")
     page.answer("POST", "/api/v1/select", {"source": 0})
     page.until_text("#changes", "Shows Front door")
     page.until(lambda: "wait" in page.text("#log-found"), "the paused log does not count new lines")
     check(page.text("#log") == before, "the paused log moves")
+    check(pictures_fetched(page) == fetched, "the page fetches pictures that nobody sees")
     page.click("#log-pause")
     page.one("#log-search").send_keys("no such words 4711")
     page.until_text("#log-found", "0 lines")
+    page.go("live")
+    page.until_mark(11)
     return []

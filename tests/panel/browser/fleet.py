@@ -1,66 +1,14 @@
 """The decoders of a site on the page: one that is real, and 199 that are only published."""
 import json
-import shutil
-import socket
-import subprocess
 import time
-from pathlib import Path
 
-from accessible import Missing, checker, look
+from accessible import checker, look
+from broker import Broker
 from scenarios import check, scenario
 from selenium.webdriver.common.keys import Keys
-from stage import wait_until
 
 OTHERS = 199
 EVIL = "<img src=x onerror=alert(1)>"
-
-
-def text_field(text):
-    data = text.encode()
-    return len(data).to_bytes(2, "big") + data
-
-
-def packet(kind, body):
-    length, size = b"", len(body)
-    while True:
-        size, digit = size // 128, size % 128
-        length += bytes([digit | (128 if size else 0)])
-        if not size:
-            return bytes([kind]) + length + body
-
-
-class Broker:
-    """Debian's mosquitto on a free port."""
-
-    def __init__(self, folder):
-        program = shutil.which("mosquitto") or next((p for p in ("/usr/sbin/mosquitto",) if Path(p).exists()), None)
-        if not program:
-            raise Missing("mosquitto is missing; packages.test has it")
-        with socket.socket() as free:
-            free.bind(("127.0.0.1", 0))
-            self.port = free.getsockname()[1]
-        file = Path(folder) / "broker.conf"
-        file.write_text(f"user root\nlistener {self.port} 127.0.0.1\nallow_anonymous true\n")
-        self.process = subprocess.Popen([program, "-c", file], stdin=subprocess.DEVNULL, stdout=subprocess.DEVNULL,
-                                        stderr=subprocess.DEVNULL)
-        wait_until(self.listens, "the broker does not listen")
-
-    def listens(self):
-        with socket.socket() as client:
-            return client.connect_ex(("127.0.0.1", self.port)) == 0
-
-    def publish(self, messages):
-        """Publishes retained messages with MQTT 3.1.1, quality 0, and returns when the broker has read them."""
-        with socket.create_connection(("127.0.0.1", self.port), timeout=20) as client:
-            client.sendall(packet(0x10, text_field("MQTT") + b"\x04\x02\x00\x3c" + text_field("test")))
-            check(client.recv(4) == b"\x20\x02\x00\x00", "the broker does not take the test's connection")
-            client.sendall(b"".join(packet(0x31, text_field(topic) + payload.encode()) for topic, payload in messages))
-            client.sendall(packet(0xc0, b""))
-            check(client.recv(2) == b"\xd0\x00", "the broker does not answer")
-
-    def end(self):
-        self.process.terminate()
-        self.process.wait()
 
 
 def others():
@@ -90,7 +38,7 @@ def fleet(stage, pages):
         check(not page.one("#fleet-tab").is_displayed(), "there is a fleet without a broker")
         check(page.answer("GET", "/api/v1/fleet")[0] == 409, "the API knows a fleet without a broker")
         page.allowed = ["status of 409"]
-        for name, value in (("Topic", "site/hall"), ("Groups", "near"), ("Broker", f"mqtt://127.0.0.1:{broker.port}")):
+        for name, value in (("Topic", "site/hall"), ("Groups", "near"), ("Broker", broker.url)):
             stage.must("set", f"Mqtt.{name}", value)
         stage.start("decoder-mqtt", [], {"LIBCOMMON_LOG": stage.log("decoder")})
         page.until(lambda: page.one("#fleet-tab").is_displayed(), "the page has no fleet although there is a broker")
@@ -99,10 +47,8 @@ def fleet(stage, pages):
         page.until(lambda: "180 online" in page.text("#fleet-found"), lambda: page.text("#fleet-found"))
         check(page.script("return document.querySelectorAll('#fleet-rows img').length") == 0, "a name became a picture")
         lines = [drive(page), accessibility(page), updates(page, broker)]
-        page.screenshot(stage.bin.parent / "browser-fleet-desk.png")
         page.resize(360, 740)
         check(page.script("return document.documentElement.scrollWidth") <= 360, "a telephone has to scroll sideways")
-        page.screenshot(stage.bin.parent / "browser-fleet-phone.png")
         stage.must("set", "Mqtt.Broker", "")
         page.until(lambda: page.one("#live").is_displayed() and not page.one("#fleet-tab").is_displayed(),
                    "the fleet stays without a broker")
@@ -141,9 +87,13 @@ def accessibility(page):
     except Missing:
         return "axe-core is missing: accessibility of the fleet was not looked at"
     found = []
-    look(page, script, "fleet", found)
+    for dark in (True, False):
+        for width, height in ((360, 740), (1366, 860)):
+            page.colours(dark)
+            page.resize(width, height)
+            look(page, script, f"fleet, {width} pixels, {'dark' if dark else 'light'}", found)
     check(not found, "\n".join(found))
-    return None
+    return "axe-core has no finding in the fleet, on desk and telephone, light and dark"
 
 
 def updates(page, broker):

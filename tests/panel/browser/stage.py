@@ -46,6 +46,16 @@ class Source:
             self.process.wait()
 
 
+def with_settings(text, settings):
+    """The configuration with these values: {"Screen.Size": "640x360"}."""
+    for name, value in settings.items():
+        section, key = name.split(".", 1)
+        text, count = re.subn(rf"(?ms)(^\[{section}\]$.*?^){key} *=[^\n]*", rf"\g<1>{key} = {value}", text)
+        if not count:
+            text += f"\n[{section}]\n{key} = {value}\n"
+    return text
+
+
 class Stage(Decoder):
     """With `settings` ("Decoder.SequenceMode": "manual") and sources; the panel runs and has the accounts of PASSWORDS."""
 
@@ -64,13 +74,7 @@ class Stage(Decoder):
     def lay_out(self):
         super().lay_out()
         file = self.root / "etc/decoder/decoder.conf"
-        text = file.read_text()
-        for name, value in self.settings.items():
-            section, key = name.split(".", 1)
-            text, count = re.subn(rf"(?ms)(^\[{section}\]$.*?^){key} *=[^\n]*", rf"\g<1>{key} = {value}", text)
-            if not count:
-                text += f"\n[{section}]\n{key} = {value}\n"
-        file.write_text(text + "".join(source.section() for source in self.sources))
+        file.write_text(with_settings(file.read_text(), self.settings) + "".join(source.section() for source in self.sources))
 
     def must(self, *words, answer=""):
         status, said = self.ctl(*words, answer=answer)
