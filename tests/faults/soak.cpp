@@ -6,7 +6,7 @@
 //          detection of every source in each hour. Simulated: the display time is one second instead of sixty, and
 //          nothing else is quicker: the lock's ten seconds, alarms, timers and the clock are real.
 //
-// An item is a block of a hundred switches, or an hour. After each item it looks at private memory, descriptors,
+// An item is a block of a hundred switches (25 with real players), or an hour. After each item it looks at private memory, descriptors,
 // threads, queues, semaphores, files and shared memory of the appliance. The first items fill caches and memory pools;
 // from then on nothing may grow. A line of each look goes to FILE.csv beside the state file, for the chart.
 #include "tests/appliance/event_sender.h"
@@ -37,7 +37,8 @@ constexpr int selectEvent = 11;
 constexpr int alarmEvent = 8;
 constexpr int lockEvent = 12;
 constexpr int flushEvent = 10;
-constexpr int blockSwitches = 100;
+constexpr int tinyBlock = 100;
+constexpr int realBlock = 25;
 constexpr int minutesOfAnHour = 60;
 constexpr Seconds switchLimit{60};
 constexpr Seconds restLimit{30};
@@ -114,10 +115,10 @@ protected:
 
 class Switches : public Soak {
 public:
-    using Soak::Soak;
+    Switches(Progress& progress, int block) : Soak(progress), block_(block) {}
 
     void item() override {
-        for (int i = 0; i < blockSwitches && running(); ++i) {
+        for (int i = 0; i < block_ && running(); ++i) {
             const int source = shown_ == 0 ? 1 : 0;
             raiseEvent(selectEvent, source);
             if (!eventually([&] { return shows(source) || !running(); }, switchLimit))
@@ -140,11 +141,14 @@ protected:
     }
 
     int shown_ = 0;
+
+private:
+    const int block_;
 };
 
 class TinySwitches : public Switches {
 public:
-    explicit TinySwitches(Progress& progress) : Switches(progress) {
+    explicit TinySwitches(Progress& progress) : Switches(progress, tinyBlock) {
         fs::create_directories(decoder_.root() + "/run/walk");
         replace("mjpeg_player", WALK_PLAYER);
         replace("blankscreen", "/bin/true");
@@ -174,7 +178,7 @@ std::vector<std::string> smallPictures() {
 
 class RealSwitches : public Switches {
 public:
-    explicit RealSwitches(Progress& progress) : Switches(progress) {
+    explicit RealSwitches(Progress& progress) : Switches(progress, realBlock) {
         for (const char* name : {"Door", "Gate"})
             decoder_.addEncoder(name, smallPictures());
         decoder_.setManual();
@@ -354,8 +358,8 @@ std::unique_ptr<Soak> make(Progress& progress) {
 }
 
 const Kind kinds[] = {
-    {"tiny", 100'000 / blockSwitches, make<TinySwitches>},
-    {"real", 5'000 / blockSwitches, make<RealSwitches>},
+    {"tiny", 100'000 / tinyBlock, make<TinySwitches>},
+    {"real", 5'000 / realBlock, make<RealSwitches>},
     {"day", 24, make<Day>},
 };
 
