@@ -249,18 +249,28 @@ private:
 
 // The first looks are those of a program that fills its caches and memory pools.
 constexpr long warmUp = 3;
+constexpr Seconds settleLimit{3};
 constexpr double memoryAllowanceKb = 512; // pages that come and go with the moment of the look
 
 class Growth {
 public:
     Growth(Progress& progress, std::string file) : progress_(progress), file_(std::move(file)) {}
 
-    void see(const Look& look) {
-        append(look);
-        if (++looks_ <= warmUp)
+    void see(Soak& soak) {
+        Look look = soak.look();
+        if (++looks_ <= warmUp) {
             first_ = most(first_, look);
-        else
+        } else {
+            // A look may fall into a moment of work, such as the write of a file.
+            eventually(
+                [&] {
+                    look = soak.look();
+                    return !isMore(look);
+                },
+                settleLimit);
             compare(look);
+        }
+        append(look);
         keep("supervisor-private-kb", look.supervisor.privateKb);
         keep("descriptors", look.supervisor.descriptors);
         keep("threads", look.supervisor.threads);
@@ -290,14 +300,17 @@ private:
         progress_.set(name + "-at-last", value);
     }
 
-    // One look may fall into a moment of work, so only the third one in a row that shows more is growth.
+    bool isMore(const Look& now) const {
+        return now.supervisor.privateKb > first_.supervisor.privateKb + memoryAllowanceKb ||
+               now.supervisor.descriptors > first_.supervisor.descriptors ||
+               now.supervisor.threads > first_.supervisor.threads || now.queues > first_.queues ||
+               now.semaphoreSets > first_.semaphoreSets || now.files > first_.files ||
+               now.sharedKb > first_.sharedKb || now.processes > first_.processes;
+    }
+
+    // A timer may run for some seconds, so only the third item in a row that shows more is growth.
     void compare(const Look& now) {
-        const bool more = now.supervisor.privateKb > first_.supervisor.privateKb + memoryAllowanceKb ||
-                          now.supervisor.descriptors > first_.supervisor.descriptors ||
-                          now.supervisor.threads > first_.supervisor.threads || now.queues > first_.queues ||
-                          now.semaphoreSets > first_.semaphoreSets || now.files > first_.files ||
-                          now.sharedKb > first_.sharedKb || now.processes > first_.processes;
-        inARow_ = more ? inARow_ + 1 : 0;
+        inARow_ = isMore(now) ? inARow_ + 1 : 0;
         constexpr int growth = 3;
         if (inARow_ == growth)
             progress_.broken("it holds more than at first: " + describe(now) +
@@ -357,7 +370,7 @@ int run(const Kind& kind, const faults::Options& options) {
         Growth growth(progress, options.stateFile.empty() ? "" : options.stateFile + ".csv");
         while (progress.more() && interrupted == 0) {
             soak->item();
-            growth.see(soak->look());
+            growth.see(*soak);
             soak->emptyLogs();
             progress.done();
         }
