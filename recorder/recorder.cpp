@@ -51,8 +51,9 @@ std::int64_t timeOfDay() {
     return std::int64_t{now.tv_sec} * 1'000'000 + now.tv_nsec / 1000;
 }
 
-void writeFirstLine() {
-    Crossing crossing("run");
+// Who records. "run" at the beginning, "about" at each checkpoint, because the beginning is overwritten some day.
+void writeSupervisor(const char* call) {
+    Crossing crossing(call);
     crossing.in(formatVersion).in(getpid()).in(timeOfDay()).in(HOUSE_VERSION);
 }
 
@@ -64,7 +65,7 @@ bool startRecordingTo(const std::string& path, std::size_t bytes) {
         return false;
     lastCheckpoint = 0;
     checkpoints = 0;
-    writeFirstLine();
+    writeSupervisor("run");
     return true;
 }
 
@@ -104,8 +105,10 @@ bool isCheckpointDue() {
 
 void checkpointBegins() {
     ++checkpoints;
-    if (const Ring* file = ring)
+    if (const Ring* file = ring) {
         lastCheckpoint = file->written();
+        writeSupervisor("about");
+    }
 }
 
 std::uint64_t checkpointsBegun() {

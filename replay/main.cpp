@@ -78,11 +78,8 @@ std::string timeText(const Part& part, std::int64_t time) {
 
 std::string nameOf(const Part& part) {
     if (part.pid == -1)
-        return "a supervisor whose start was overwritten";
-    return "supervisor " + std::to_string(part.pid) + ", version " + part.version + ", started " +
-           timeText(part, -part.timeOfDay == 0 ? 0
-                          : part.lines.empty() ? 0
-                                               : part.lines.front().time);
+        return "a supervisor of which the beginning is missing";
+    return "supervisor " + std::to_string(part.pid) + ", version " + part.version;
 }
 
 // One of the exit statuses.

@@ -45,8 +45,8 @@ void beginAtState(Part& part) {
     part.lines.erase(part.lines.begin(), part.lines.begin() + static_cast<std::ptrdiff_t>(first));
 }
 
-// Reads the first line of a supervisor.
-void beginRun(Part& part, const TapeLine& line) {
+// Reads the line that says who records.
+void readSupervisor(Part& part, const TapeLine& line) {
     std::string_view fields = line.fields;
     std::int64_t format = 0;
     std::int64_t pid = 0;
@@ -69,8 +69,8 @@ public:
             next(line && line->call == "run" ? Part{} : partAfterGap());
         if (!line)
             return;
-        if (line->call == "run")
-            beginRun(part_, *line);
+        if (line->call == "run" || line->call == "about")
+            readSupervisor(part_, *line);
         else if (line->thread == 'm')
             part_.lines.push_back(*std::move(line));
     }

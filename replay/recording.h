@@ -17,7 +17,7 @@ inline constexpr std::string_view textHeader = "skelmor recording 1";
 
 // What belongs together: the lines of one supervisor, without a gap.
 struct Part {
-    int pid = -1;        // of the supervisor; -1: its first line was overwritten
+    int pid = -1;        // of the supervisor; -1: no line says it
     std::string version; // likewise "" then
     std::int64_t timeOfDay =
         0; // what has to be added to a line's time to get microseconds since 1970; 0: unknown

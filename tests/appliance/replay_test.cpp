@@ -1,6 +1,7 @@
 // A recorded run, replayed: the same transitions as in the decoder's log, and no password in the recording.
 #include "tests/appliance/appliance.h"
 
+#include <algorithm>
 #include <csignal>
 #include <gtest/gtest.h>
 #include <regex>
@@ -137,6 +138,27 @@ TEST_F(Replay, OfAnotherCourseShowsTheDifference) {
     const Finished replay = replayed(changed);
     EXPECT_EQ(replay.status, 1) << replay.output << replay.errors;
     EXPECT_NE(replay.output.find("different after"), std::string::npos) << replay.output;
+}
+
+TEST_F(Replay, BeginsAtAStateOfTheMachineWhenTheStartIsOverwritten) {
+    decoder.set("Decoder.RecordingSize", "64");
+    decoder.start();
+    ASSERT_TRUE(decoder.showsMoving(0));
+    for (int select = 1; select <= 40; ++select) {
+        decoder.ctl({"select", std::to_string(select % 2)});
+        ASSERT_TRUE(decoder.waitForLog("-> DONE_SWITCHED_PLAYER(30)", static_cast<std::size_t>(select)));
+    }
+    ASSERT_TRUE(decoder.waitForState("MANUAL_WAIT_FOR_NEW_SELECTION"));
+    const Finished replay = replayed(recordingOf(decoder));
+    EXPECT_EQ(replay.status, 0) << replay.output << replay.errors;
+    EXPECT_NE(replay.output.find("== supervisor "), std::string::npos) << replay.output;
+    const std::vector<std::string> found = transitionsIn(replay.output);
+    const std::vector<std::string> logged = transitionsIn(decoder.log());
+    ASSERT_GT(found.size(), 20U);
+    ASSERT_LT(found.size(), logged.size());
+    EXPECT_TRUE(std::equal(found.rbegin(), found.rend(), logged.rbegin())) << replay.output;
+    const std::string text = replayed(recordingOf(decoder), {"--print"}).output;
+    EXPECT_NE(text.find(" machine "), text.rfind(" machine ")) << "a later state was compared, too";
 }
 
 TEST_F(Replay, IsOffWhenItsSizeIsZero) {
