@@ -5,10 +5,13 @@
 #include <libcommon/paths.h>
 
 #include <array>
+#include <cerrno>
 #include <cstdio>
+#include <cstring>
 #include <filesystem>
 #include <memory>
 #include <stdexcept>
+#include <unistd.h>
 
 namespace bug_report {
 namespace {
@@ -48,15 +51,15 @@ struct ClosePipe {
     void operator()(FILE* it) const { pclose(it); }
 };
 
-// What the command prints, at most mostBytes.
-std::string outputOf(const std::string& command) {
+// What the command prints, at most `most` bytes.
+std::string outputOf(const std::string& command, std::size_t most = mostBytes) {
     const std::unique_ptr<FILE, ClosePipe> pipe(popen(command.c_str(), "re"));
     if (pipe == nullptr)
         throw std::runtime_error("no process for " + command);
     std::string text;
     std::array<char, 4096> bytes{};
     for (std::size_t count = 0;
-         text.size() < mostBytes && (count = std::fread(bytes.data(), 1, bytes.size(), pipe.get())) > 0;)
+         text.size() < most && (count = std::fread(bytes.data(), 1, bytes.size(), pipe.get())) > 0;)
         text.append(bytes.data(), count);
     return text;
 }
@@ -72,12 +75,38 @@ std::string crashes() {
     return text;
 }
 
+// As a word of a shell.
+std::string quoted(const std::string& text) {
+    std::string word = "'";
+    for (const char c : text)
+        word += c == '\'' ? "'\\''" : std::string(1, c);
+    return word + "'";
+}
+
+// The program that belongs to this installation, or the one in PATH.
+std::string replayProgram() {
+    std::error_code unknown;
+    const auto here = std::filesystem::read_symlink("/proc/self/exe", unknown).parent_path();
+    const auto ours = (here / REPLAY_FROM_HERE).lexically_normal();
+    return std::filesystem::exists(ours, unknown) ? ours.string() : "skelmor-replay";
+}
+
+// What the supervisor got from the world, as a text that skelmor-replay reads.
+std::string recording() {
+    constexpr std::size_t mostOfRecording = std::size_t{64} * 1024 * 1024;
+    const std::string file = libcommon::appliancePath("/run/decoder/recording");
+    if (access(file.c_str(), R_OK) != 0)
+        throw std::runtime_error(file + ": " + std::strerror(errno));
+    return outputOf(quoted(replayProgram()) + " --print " + quoted(file) + " 2>&1", mostOfRecording);
+}
+
 } // namespace
 
 std::vector<Part> logParts() {
     std::vector<Part> parts = logFiles();
     parts.push_back(partOf("system-log.txt", systemLog));
     parts.push_back(partOf("crashes.txt", crashes));
+    parts.push_back(partOf("recording.txt", recording));
     return parts;
 }
 

@@ -144,7 +144,7 @@ TEST_F(Replay, BeginsAtAStateOfTheMachineWhenTheStartIsOverwritten) {
     decoder.set("Decoder.RecordingSize", "64");
     decoder.start();
     ASSERT_TRUE(decoder.showsMoving(0));
-    for (int select = 1; select <= 40; ++select) {
+    for (int select = 1; select <= 26; ++select) {
         decoder.ctl({"select", std::to_string(select % 2)});
         ASSERT_TRUE(decoder.waitForLog("-> DONE_SWITCHED_PLAYER(30)", static_cast<std::size_t>(select)));
     }
