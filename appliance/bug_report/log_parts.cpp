@@ -1,15 +1,13 @@
+#include "appliance/bug_report/command.h"
 #include "appliance/bug_report/processes.h"
 #include "appliance/bug_report/sections.h"
 #include "appliance/journal/journal.h"
 
 #include <libcommon/paths.h>
 
-#include <array>
 #include <cerrno>
-#include <cstdio>
 #include <cstring>
 #include <filesystem>
-#include <memory>
 #include <stdexcept>
 #include <unistd.h>
 
@@ -45,23 +43,6 @@ std::vector<Part> logFiles() {
             partOf("log-" + entry.path().filename().string(), [&] { return endOfFile(path, mostBytes); }));
     }
     return parts;
-}
-
-struct ClosePipe {
-    void operator()(FILE* it) const { pclose(it); }
-};
-
-// What the command prints, at most `most` bytes.
-std::string outputOf(const std::string& command, std::size_t most = mostBytes) {
-    const std::unique_ptr<FILE, ClosePipe> pipe(popen(command.c_str(), "re"));
-    if (pipe == nullptr)
-        throw std::runtime_error("no process for " + command);
-    std::string text;
-    std::array<char, 4096> bytes{};
-    for (std::size_t count = 0;
-         text.size() < most && (count = std::fread(bytes.data(), 1, bytes.size(), pipe.get())) > 0;)
-        text.append(bytes.data(), count);
-    return text;
 }
 
 // The stacks of the last crashes, as systemd-coredump has kept them. Without it only where the kernel puts core files.

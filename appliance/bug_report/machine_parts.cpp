@@ -1,3 +1,4 @@
+#include "appliance/bug_report/command.h"
 #include "appliance/bug_report/processes.h"
 #include "appliance/bug_report/sections.h"
 
@@ -5,9 +6,7 @@
 
 #include <ctime>
 #include <filesystem>
-#include <fstream>
 #include <iomanip>
-#include <set>
 #include <sstream>
 #include <sys/stat.h>
 #include <sys/statvfs.h>
@@ -27,25 +26,14 @@ std::string timeText(std::time_t time) {
     return text.str();
 }
 
-// The version of each package that this program or another one of the decoder uses, from the package manager's list.
+// The version of each package that this program or another one of the decoder uses, as the package manager knows it.
 std::string packageVersions() {
-    static const std::set<std::string> wanted{
-        "skelmor",       "skelmor-panel",     "skelmor-mqtt",       "libc6",        "libcurl4",
-        "libssl3",       "libgstreamer1.0-0", "gstreamer1.0-libav", "libavcodec59", "libavcodec-extra59",
-        "libsoup-3.0-0", "libmosquitto1",     "libsdl2-2.0-0",      "libdrm2",      "systemd"};
-    std::ifstream list("/var/lib/dpkg/status");
-    if (!list)
-        return "no list of packages\n";
-    std::string text;
-    std::string package;
-    for (std::string line; std::getline(list, line);) {
-        if (line.starts_with("Package: "))
-            package = line.substr(9);
-        else if (line.starts_with("Version: ") &&
-                 (wanted.contains(package) || package.starts_with("skelmor")))
-            text += package + ' ' + line.substr(9) + '\n';
-    }
-    return text;
+    const std::string versions =
+        outputOf("timeout 20 dpkg-query -W -f '${Package} ${Version} ${db:Status-Status}\\n' 'skelmor*' "
+                 "libc6 libcurl4 "
+                 "libssl3 libgstreamer1.0-0 gstreamer1.0-libav libavcodec59 libavcodec-extra59 libsoup-3.0-0 "
+                 "libmosquitto1 libsdl2-2.0-0 libdrm2 systemd 2>/dev/null");
+    return versions.empty() ? "no list of packages\n" : versions;
 }
 
 std::string versions() {

@@ -76,6 +76,25 @@ class Services(Guest):
                 found.append(json.loads(value))
         return found
 
+    def confined(self):
+        """the player has taken more rights away from itself than its unit does, files included"""
+        # What the kernel can't do, and what failed, is in its log. TCP ports are for later kernels than this machine's.
+        log = self.guest("journalctl -b -q --no-pager -o cat -u skelmor | grep 'not confined in everything' || true")
+        if log:
+            raise Failed(log)
+        return self.more_filters("skelmor")
+
+    def more_filters(self, unit):
+        """Each process that a unit's first one has started must have more filters of system calls than that one."""
+        lines = self.guest(f"first=$(systemctl show -P MainPID {unit}); for pid in $first $(grep -vx $first "
+                           f"/sys/fs/cgroup/system.slice/{unit}.service/cgroup.procs); do "
+                           "echo $(cat /proc/$pid/comm) $(sed -n 's/^Seccomp_filters:\\s*//p' /proc/$pid/status); done"
+                           ).splitlines()
+        counts = [(line.split()[0], int(line.split()[1])) for line in lines]
+        if len(counts) < 2 or any(count <= counts[0][1] for _, count in counts[1:]):
+            raise Failed(f"filters of the processes: {counts}")
+        return "filters of system calls: " + ", ".join(f"{name} {count}" for name, count in counts)
+
     def mqtt(self):
         """decoder-mqtt connects to a broker in the machine, says that it is online, and carries out a command"""
         start = time.monotonic()
