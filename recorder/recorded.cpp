@@ -108,7 +108,7 @@ void exchangeBody(Crossing& crossing, int result, char* buffer, int size) {
     body.assign(crossing.replays() ? "" : std::string_view(buffer, used));
     crossing.out(body);
     if (crossing.replays())
-        std::memcpy(buffer, body.data(), std::min(body.size(), used));
+        body.copy(buffer, used);
 }
 
 void exchangeWay(Crossing& crossing, ConnectMode* mode, unsigned short* port, char* host) {
