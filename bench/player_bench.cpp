@@ -3,9 +3,11 @@
 //   cpu   percent of a core that a player uses, beside gst-launch, which decodes the same stream and hands the pictures on
 //         through shared memory, too
 //   play  milliseconds from the start of a player to its PLAY request
+//   first milliseconds from the start of a player to its first picture, confined and with all rights, in turn
 //
 // Figures are lines "sample ROW SIDE VALUE".
 #include "appliance/players/testing/fake_supervisor.h"
+#include "appliance/players/testing/test_pictures.h"
 #include "bench/looping_camera.h"
 #include "bench/process_cost.h"
 #include "bench/recording.h"
@@ -21,6 +23,8 @@
 #include <csignal>
 #include <filesystem>
 #include <iostream>
+#include <optional>
+#include <random>
 
 namespace {
 
@@ -122,6 +126,55 @@ int measurePlay(const Options& options) {
     return 0;
 }
 
+// From the start to the announcement of the first picture.
+std::optional<double> firstPictureMs(player::FakeSupervisor& supervisor, const std::string& program,
+                                     const std::vector<std::string>& stream, bool confined) {
+    player::FakeSupervisor::setParameters(confined ? "" : "[Player]\nConfined = no\n");
+    std::vector<std::string> arguments{"-m", "pal", "-o", "tv", "-n", "0", "-r", "10000"};
+    arguments.insert(arguments.end(), stream.begin(), stream.end());
+    arguments.emplace_back("127.0.0.1");
+    const std::int64_t began = gettimeusec();
+    const pid_t pid = supervisor.start(Appliance::program(program), arguments);
+    const bool pictured = supervisor.arrived(pid, 0);
+    const double ms = static_cast<double>(gettimeusec() - began) / 1000;
+    kill(pid, SIGINT);
+    supervisor.end(pid);
+    return pictured ? std::optional(ms) : std::nullopt;
+}
+
+int measureFirst(const Options& options) {
+    player::FakeSupervisor supervisor;
+    const std::string stream = bench::recordedStream(25, player::FakeSupervisor::root());
+    if (stream.empty()) {
+        std::cout << "skipped: ffmpeg records no H.264 stream here\n";
+        return skipped;
+    }
+    const std::size_t second = stream.find(std::string("\0\0\1\x41", 4)); // the first that is no key picture
+    const bench::LoopingCamera camera(
+        std::string_view(stream).substr(0, second)); // so no wait for a key picture
+    const scripted::Server encoder(player::pictureStream(0, 100));
+    const std::vector<std::string> jpeg{"-P", std::to_string(encoder.port())};
+    const std::vector<std::string> h264{
+        "-P", std::to_string(camera.port()), "-c", "1", "-M", "rtsp-tcp", "-H", "http"};
+    // The camera sends a picture every 40 ms: no start may always be at the same moment between two.
+    std::minstd_rand random(1);
+    constexpr int pictureTimeMs = 40;
+    for (int round = 0; round < 2 * options.rounds; ++round) {
+        const bool confined = round % 2 == 0;
+        for (const bool isJpeg : {true, false}) {
+            appliance::pause(std::chrono::milliseconds(random() % pictureTimeMs));
+            const auto ms = firstPictureMs(supervisor, isJpeg ? "mjpeg_player" : "mpeg4player",
+                                           isJpeg ? jpeg : h264, confined);
+            if (!ms) {
+                std::cerr << "player_bench: no picture\n" << player::FakeSupervisor::log();
+                return 1;
+            }
+            bench::tellSample(isJpeg ? "first-mjpeg" : "first-h264", confined ? "ours" : "all-rights", *ms);
+        }
+    }
+    return 0;
+}
+
 } // namespace
 
 int main(int argc, char** argv) {
@@ -138,10 +191,14 @@ int main(int argc, char** argv) {
     app.add_option("--seconds", options.seconds, "cpu: length of each measurement")
         ->check(CLI::Range(1, 600));
     const CLI::App* cpu = app.add_subcommand("cpu", "processor time of a player");
+    const CLI::App* first =
+        app.add_subcommand("first", "from the start of a player to its first picture, confined and not");
     app.add_subcommand("play", "from the start of a player of RTSP to its PLAY request");
     CLI11_PARSE(app, argc, argv);
     try {
-        return cpu->parsed() ? measureCpu(options) : measurePlay(options);
+        if (cpu->parsed())
+            return measureCpu(options);
+        return first->parsed() ? measureFirst(options) : measurePlay(options);
     } catch (const std::exception& error) {
         std::cerr << "player_bench: " << error.what() << '\n';
         return 1;

@@ -201,15 +201,23 @@ void Service::takeLinkChange() {
     if (greeted_ && gettimeusec() - greetedAt_ >= stableAfter) {
         backOff_.reset();
     }
-    if (link_->reason() != loggedReason_) {
-        loggedReason_ = link_->reason();
-        logmsg(3, "%s: %s; it is tried again", configuration_.link.broker.text().c_str(),
-               loggedReason_.c_str());
-    }
-    olderVersion_ = olderVersion_ || link_->needsOlderVersion();
-    connectAt_ = gettimeusec() + backOff_.next(static_cast<std::uint32_t>(random()));
+    connectAt_ = gettimeusec() + pauseAfterLoss();
     link_.reset();
     state_ = sources_ = nullptr;
+}
+
+// Microseconds until the next attempt. Logs why there is no connection, but each reason only once.
+std::int64_t Service::pauseAfterLoss() {
+    const std::string broker = configuration_.link.broker.text();
+    if (link_->needsOlderVersion() && !std::exchange(olderVersion_, true)) {
+        logmsg(6, "%s: the broker does not know MQTT 5, so MQTT 3.1.1 is used", broker.c_str());
+        return 0;
+    }
+    if (link_->reason() != loggedReason_) {
+        loggedReason_ = link_->reason();
+        logmsg(3, "%s: %s; it is tried again", broker.c_str(), loggedReason_.c_str());
+    }
+    return backOff_.next(static_cast<std::uint32_t>(random()));
 }
 
 void Service::greet() {

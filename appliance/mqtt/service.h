@@ -41,6 +41,7 @@ private:
     void reload();
     void connect();
     void takeLinkChange();
+    std::int64_t pauseAfterLoss();
     void greet();
     void farewell(bool forget);
     void settle(Time limit);

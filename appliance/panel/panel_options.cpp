@@ -44,7 +44,7 @@ std::vector<std::string> readHosts() {
         if (name.empty())
             continue;
         if (readAuthority(name).host.empty())
-            throw Refused("Panel.Hosts has a name that is none: " + std::string(name));
+            throw Refused("Panel.Hosts has a name that no host can have: " + std::string(name));
         hosts.emplace_back(readAuthority(name).host);
     }
     return hosts;

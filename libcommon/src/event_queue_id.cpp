@@ -62,6 +62,15 @@ bool attachEventQueue(RunId& record) {
     return writeRunId(eventQueueName, record);
 }
 
+int restoreEventQueueRecord(int queue) {
+    RunId record;
+    if (readRunId(eventQueueName, record) && record.id == queue)
+        return 0;
+    const RunIdLock lock(eventQueueName);
+    record = {.id = queue, .pid = getpid(), .stamp = 0};
+    return lock && prepareQueue(record) && writeRunId(eventQueueName, record) ? 1 : -1;
+}
+
 int removeLeftEventQueue() {
     RunId record;
     msqid_ds queue{};

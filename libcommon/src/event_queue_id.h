@@ -19,6 +19,10 @@ bool ownerLives(const RunId& record);
 // Takes over the queue of an earlier supervisor, with the events in it, or makes one. False with errno.
 bool attachEventQueue(RunId& record);
 
+// Writes the file that names the owner's queue again when it is gone or names another one. Returns 0 when it was right, 1
+// when it was written, -1 when that failed.
+int restoreEventQueueRecord(int queue);
+
 // Removes the queue that a dead owner left, and the file that names it. Returns how many there were; -1 with a log
 // line. The caller has made sure that no supervisor lives.
 int removeLeftEventQueue();

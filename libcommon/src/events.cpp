@@ -43,6 +43,8 @@ unsigned long droppedMessages = 0;
 std::int64_t droppedLogTime = 0;
 // Whether the failure to make the queue again has been logged. Used by the waiting thread only.
 bool renewalFailed = false;
+// When the record of the queue may be restored next, on gettimeusec()'s clock. Used by the waiting thread only.
+std::int64_t nextRestoration = 0;
 static_assert(std::atomic<int>::is_always_lock_free && std::atomic<bool>::is_always_lock_free);
 
 bool isOwner() {
@@ -121,6 +123,22 @@ void renewQueue(int lost) {
         msgctl(record.id, IPC_RMID, nullptr);
 }
 
+// Without its record nobody else finds the queue: decoderctl would say that no decoder runs, and no player could be
+// started. It is looked at with every event, because the thread has no other moment; a player that fails is an event.
+void keepRecord(int queue) {
+    constexpr std::int64_t pause = 1'000'000; // a record that can't be written must not delay every event
+    const std::int64_t now = gettimeusec();
+    if (now < nextRestoration)
+        return;
+    const int restored = local::restoreEventQueueRecord(queue);
+    if (restored < 0)
+        nextRestoration = now + pause;
+    if (restored > 0)
+        logmsg(3, "The record of the event queue was lost; it was written again.");
+    if (restored > 0 && removed) // the shutdown came first
+        local::removeRunId(local::eventQueueName);
+}
+
 // True when an event came.
 bool waitOnce(Event& event) {
     const int seen = attachments;
@@ -137,6 +155,7 @@ bool waitOnce(Event& event) {
     const std::ptrdiff_t length = local::takeMessage(queue, message, 0);
     if (length == sizeof(Event) && isKnown(message.event.id)) {
         event = message.event;
+        keepRecord(queue);
         return true;
     }
     if (length >= 0)

@@ -102,6 +102,24 @@ TEST_F(Events, ARemovedQueueIsMadeAgain) {
     EXPECT_EQ(logCount(""), 1U) << log();
 }
 
+TEST_F(Events, ALostRecordIsWrittenAgainWithTheNextEvent) {
+    ASSERT_EQ(initEventQueue(), 0);
+    const std::string record = read(idFile());
+    for (const char* spoiled : {"", "nonsense"}) {
+        std::remove(idFile().c_str());
+        if (*spoiled != '\0')
+            write(idFile(), spoiled);
+        EXPECT_EQ(inChild([] { return sendError(EID_SELECT); }), ENOENT);
+        ASSERT_EQ(send(EID_FLUSHCACHE), 0); // a timer or the end of a player
+        Event got{};
+        ASSERT_EQ(waitEvent(&got), 0);
+        EXPECT_EQ(read(idFile()), record);
+        EXPECT_EQ(inChild([] { return sendError(EID_SELECT); }), 0);
+        ASSERT_EQ(waitEvent(&got), 0);
+        EXPECT_EQ(got.id, EID_SELECT);
+    }
+}
+
 TEST_F(Events, TheOwnersEventIsNotLostWhileTheQueueIsMadeAgain) {
     ASSERT_EQ(initEventQueue(), 0);
     std::atomic<int> received{0};

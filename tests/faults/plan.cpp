@@ -125,8 +125,10 @@ void Plan::mendAll() {
             service->start();
     for (std::size_t i = 0; i < site_.decoders(); ++i) {
         restoreParameters(i); // floods have written others
-        // Whoever repairs a parameter file applies it.
-        site_.decoder(i).ctl({parametersBroken_[i] ? "apply" : "connect"});
+        // Whoever repairs a parameter file applies it; that alone does not connect a decoder that has disconnected.
+        if (parametersBroken_[i])
+            site_.decoder(i).ctl({"apply"});
+        site_.decoder(i).ctl({"connect"});
     }
 }
 

@@ -173,8 +173,10 @@ void Plan::floodEvents() {
     const auto [id, value] = oneOf(events);
     note("a flood of events " + std::to_string(id), "event-floods");
     Appliance& decoder = anyDecoder();
-    auto flood =
-        std::make_shared<appliance::Flood>(decoder, id, value, std::chrono::microseconds(1 + below(300)));
+    // Each flush that is queued is a detection of its own, up to 256 of them, so only a few are sent: otherwise the
+    // picture would come back long after the faults.
+    const int pauseUs = id == flushEvent ? 150'000 : 1 + below(300);
+    auto flood = std::make_shared<appliance::Flood>(decoder, id, value, std::chrono::microseconds(pauseUs));
     later(1500, [this, &decoder, flood, choose = value == noSource]() mutable {
         progress_.add("events-sent", flood->sent());
         flood.reset();
@@ -201,8 +203,9 @@ void Plan::floodParameters() {
     note("a flood of parameter writes", "parameter-floods");
     for (int i = 0; i < 8; ++i) {
         const auto& [name, value] = oneOf(writes);
-        decoder.ctl({"set", name, value});
+        decoder.ctl({"set", name, value}); // it may wait long for a player that is stopped
         progress_.add("parameter-writes");
+        mendDue(false);
     }
 }
 

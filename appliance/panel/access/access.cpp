@@ -295,7 +295,7 @@ void Access::State::logIn(const Request& request, const Answer& answer) {
         answer(begin(request, session, tried.form ? redirect(tried.next) : jsonResponse("")));
     };
     if (!worker.run(task, done))
-        answer(refusedLogIn(tried, 503, "Too many people log in at the moment", 5));
+        answer(refusedLogIn(tried, 503, "Too many people are logging in; try again in a moment", 5));
 }
 
 void Access::State::logOut(const Request& request, const Answer& answer) {
@@ -316,7 +316,7 @@ void Access::State::openLink(const Request& request, const Answer& answer) {
     const auto done = [this, good, request, answer](const std::exception_ptr& /*failure*/) {
         if (!*good)
             return answer(
-                errorResponse(403, "This link is used up or too old; decoderctl panel-open makes a new one"));
+                errorResponse(403, "This link was used already, or it is too old; decoderctl panel-open makes a new one"));
         tries.giveBack(request.address);
         Session session;
         session.account = "console";
@@ -324,7 +324,7 @@ void Access::State::openLink(const Request& request, const Answer& answer) {
         answer(begin(request, session, redirect("/")));
     };
     if (!worker.run(task, done))
-        answer(errorResponse(503, "Too many people log in at the moment"));
+        answer(errorResponse(503, "Too many people are logging in; try again in a moment"));
 }
 
 // ---- Access --------------------------------------------------------------------------------------------------

@@ -1,7 +1,8 @@
-// Links that log in once, for people who may already control this decoder: root and the decoder's user.
+// Links that log in: each works once. Only root and the decoder's user can make one, because they control this decoder
+// already.
 //
-// The secret of a link is in no file. For each link that may still be used there is a file, and its name is the hash of the
-// secret. Using the link removes the file. Any thread.
+// The secret of a link is in no file. Each link that was not used yet has a file, whose name is the hash of the secret.
+// Using the link removes the file. Any thread.
 #pragma once
 
 #include <string>

@@ -73,7 +73,7 @@ std::string Body::text(std::string_view key, const std::string& missing) const {
     if (text.size() > longestText)
         throw RequestRefused(400, named(key, "is too long"));
     if (text.find('\0') != std::string::npos)
-        throw RequestRefused(400, named(key, "has a character that no text has"));
+        throw RequestRefused(400, named(key, "has a character that is not allowed"));
     return text;
 }
 

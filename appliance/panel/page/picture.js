@@ -1,5 +1,6 @@
 // The live picture. The next one is fetched only when the last one is shown, so a slow connection leaves pictures out
-// and never falls behind. While another view is open, or another tab, none is fetched. The picture is decoded beside the main thread and handed to the canvas as a bitmap.
+// and never falls behind. While another view or another tab is open, none is fetched. The browser decodes the picture in
+// another thread, and the canvas gets it as a bitmap.
 
 import { byId, setAttribute, setHidden, setText } from "./dom.js";
 import { clock, duration } from "./words.js";

@@ -35,7 +35,7 @@ export function doing(status) {
     return status.connectWanted ? "It plays nothing for a moment." : "It plays nothing until it is connected.";
   }
   if (status.error) return `Not playing: ${status.error}. It is tried again.`;
-  if (status.activity === "detecting") return "The decoder asks the encoder what it has.";
+  if (status.activity === "detecting") return "The decoder asks the encoder what it can send.";
   if (status.currentSource < 0) return status.osd?.find((text) => text) || "The decoder looks for a source.";
   if (status.mode !== "auto") return "Shown until another source is selected.";
   return isPaused(status) ? "The sequence is paused." : "All sources are shown in turn.";

@@ -77,7 +77,7 @@ Dispatched refused(Response response) {
 Dispatched dispatch(Request& request, const std::string& encodedPath, const Place& place,
                     const Router& router, const Identify& identify) {
     if (!isKnownHost(header(request, "host"), place.localAddress, *place.hosts))
-        return refused(errorResponse(421, "The panel does not go by this name; Panel.Hosts has its names"));
+        return refused(errorResponse(421, "This is not a name of the panel. Panel.Hosts lists its names"));
     Router::Found found = router.find(request.method, encodedPath);
     if (found.route == nullptr)
         return refused(found.allowed.empty() ? errorResponse(404, "There is nothing at this address")

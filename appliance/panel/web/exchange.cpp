@@ -114,7 +114,7 @@ Exchange::Exchange(SoupServerMessage* message, std::shared_ptr<Connection> conne
 
 Exchange::~Exchange() {
     if (message_ != nullptr)
-        answer(errorResponse(500, "The panel has no answer to this"));
+        answer(errorResponse(500, "The panel could not answer this request"));
 }
 
 void Exchange::hold() {
@@ -127,7 +127,7 @@ void Exchange::answer(const Response& response) {
         return;
     const GObjectPointer<SoupServerMessage> message = std::move(message_);
     writeAnswer(message.get(),
-                hasGoodHeaders(response) ? response : errorResponse(500, "The panel has no answer to this"));
+                hasGoodHeaders(response) ? response : errorResponse(500, "The panel could not answer this request"));
     if (held_)
         soup_server_message_unpause(message.get());
 }

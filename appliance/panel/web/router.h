@@ -1,7 +1,7 @@
 // Which handler answers which address.
 //
-// A pattern is a path whose parts in braces stand for any text without a slash: "/api/v1/sources/{source}/still.jpg".
-// A fixed part is preferred to one in braces. Main loop's thread only.
+// A pattern is a path such as "/api/v1/sources/{source}/still.jpg". A part in braces matches any text without a slash. When
+// two patterns match, the one with the fixed part is used. Main loop's thread only.
 #pragma once
 
 #include "appliance/panel/web/request.h"

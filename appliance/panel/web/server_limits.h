@@ -1,4 +1,4 @@
-// How much clients may take of the panel's server.
+// Limits for clients, so that none of them can use up the panel. docs/panel.md lists what happens at each limit.
 #pragma once
 
 #include <cstddef>
@@ -6,17 +6,18 @@
 namespace panel {
 
 struct ServerLimits {
-    std::size_t connections = 512;       // in all
-    std::size_t strangers = 128;         // connections without a log-in, in all
-    std::size_t strangersOfAddress = 48; // and from one address
-    std::size_t headBytes = 16 * 1024;
-    std::size_t bodyBytes = 256 * 1024; // of any request; a route has its own bound
-    unsigned headSeconds = 10; // from the first byte, or of a new connection, to the end of the header
-    unsigned bodySeconds = 20;
-    unsigned idleSeconds = 60;   // between two requests
-    unsigned answerSeconds = 30; // without the client taking any byte of an answer
-    unsigned drainSeconds = 5;   // of reading and dropping what a client still sends after its last answer
-    std::size_t drainBytes = 4 * 1024 * 1024; // of it
+    std::size_t connections = 512;       // open at the same time
+    std::size_t strangers = 128;         // of these, connections without a log-in
+    std::size_t strangersOfAddress = 48; // of these, from one address
+    std::size_t headBytes = 16 * 1024;   // length of a header
+    std::size_t bodyBytes = 256 * 1024;  // length of any body; most routes allow less
+    unsigned headSeconds = 10;   // until the header is complete; a new connection's time starts at once
+    unsigned bodySeconds = 20;   // until the body is complete
+    unsigned idleSeconds = 60;   // without a request
+    unsigned answerSeconds = 30; // in which the client reads no byte of its answer
+    // After its last answer, a client may still be sending. That is read and dropped, within these two limits.
+    unsigned drainSeconds = 5;
+    std::size_t drainBytes = 4 * 1024 * 1024;
 };
 
 } // namespace panel

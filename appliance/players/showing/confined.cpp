@@ -11,8 +11,10 @@
 #include <libcommon/status.h>
 
 #include <algorithm>
+#include <cerrno>
 #include <climits>
 #include <cstdlib>
+#include <cstring>
 #include <fcntl.h>
 #include <string_view>
 #include <sys/stat.h>
@@ -154,6 +156,37 @@ confinement::Queues queuesFor(const PlayerOptions& options) {
     return queues;
 }
 
+// What is said about this: once for each supervisor, because players start at every switch. The file is opened before the
+// player is confined.
+class Said {
+public:
+    Said()
+        : fd_(open(libcommon::appliancePath("/run/decoder/unconfined").c_str(),
+                   O_RDWR | O_CREAT | O_CLOEXEC | O_NOFOLLOW | O_NONBLOCK, sharedFile)) {}
+    ~Said() {
+        if (fd_ >= 0)
+            close(fd_);
+    }
+    Said(const Said&) = delete;
+    Said& operator=(const Said&) = delete;
+
+    // Whether a player of the same supervisor has said this; if not, it is from now on.
+    bool before(const std::string& text) const {
+        constexpr std::size_t longest = 256;
+        const std::string line = (std::to_string(getppid()) + ' ' + text).substr(0, longest);
+        char last[longest];
+        const ssize_t length = pread(fd_, last, sizeof last, 0);
+        if (length >= 0 && std::string_view(last, static_cast<std::size_t>(length)) == line)
+            return true;
+        if (ftruncate(fd_, 0) == 0 && pwrite(fd_, line.data(), line.size(), 0) < 0)
+            logmsg(7, "A player can't note what it said. (errno=%d %s)", errno, std::strerror(errno));
+        return false;
+    }
+
+private:
+    const int fd_;
+};
+
 } // namespace
 
 void confineSelf(const PlayerOptions& options) {
@@ -165,12 +198,15 @@ void confineSelf(const PlayerOptions& options) {
     needs.connects = {options.port, nameServicePort};
     if (mayPlaySound(options))
         addSound(needs);
+    const Said said;
     const confinement::Result result = confinement::confine(needs);
+    const std::string open = confinement::whatStaysOpen(result);
     const bool importantOpen =
         result.files != confinement::Part::done || result.calls != confinement::Part::done;
-    if (const std::string open = confinement::whatStaysOpen(result);
-        importantOpen || (options.verbose && !open.empty()))
+    if (options.verbose && !open.empty())
         logmsg(7, "This player is not confined in everything: %s", open.c_str());
+    else if (importantOpen && !said.before(open))
+        logmsg(6, "Players are not confined in everything here: %s", open.c_str());
 }
 
 } // namespace player

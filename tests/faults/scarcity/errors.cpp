@@ -53,18 +53,16 @@ const std::map<std::string, Errors>& table() {
         {"mprotect", {ENOMEM}},
         {"mremap", {ENOMEM}},
         {"memfd_create", {EMFILE, ENOMEM}},
-        // Processes and threads.
+        // Processes and threads. A signal to a child of its own can't fail, nor the removal of a queue of its own.
         {"clone", {EAGAIN, ENOMEM}},
         {"clone3", {EAGAIN, ENOMEM}},
         {"fork", {EAGAIN, ENOMEM}},
         {"vfork", {EAGAIN, ENOMEM}},
         {"wait4", {EINTR, ECHILD}},
-        {"kill", {ESRCH, EPERM}},
         // Queues and semaphores.
         {"msgget", {ENOSPC, ENOMEM, EACCES}},
         {"msgsnd", {EAGAIN, EIDRM, EINTR, ENOMEM}},
         {"msgrcv", {EINTR, EIDRM, ENOMEM}},
-        {"msgctl", {EPERM, EINVAL}},
         {"semget", {ENOSPC, ENOMEM, EACCES}},
         {"semop", {EINTR, EIDRM, ENOMEM}},
         {"semtimedop", {EINTR, EIDRM, ENOMEM, EAGAIN}},

@@ -25,7 +25,7 @@ using faults::Report;
 using faults::Subject;
 using faults::Traced;
 
-constexpr int atOnce = 4;
+constexpr int atOnce = 8; // they mostly wait
 constexpr double itemLimit = 420;
 
 // One item: this call fails with this error, when it is made for the `hit`-th time.
