@@ -49,7 +49,8 @@ std::vector<std::string> changedEnvironment(const std::map<std::string, std::str
     sigset_t none;
     sigemptyset(&none);
     sigprocmask(SIG_SETMASK, &none, nullptr);
-    for (const int number : {SIGINT, SIGTERM, SIGHUP, SIGPIPE}) { // a shell ignores some of them in the background
+    for (const int number :
+         {SIGINT, SIGTERM, SIGHUP, SIGPIPE}) { // a shell ignores some of them in the background
         signal(number, SIG_DFL);
     }
     const int nothing = open("/dev/null", O_RDONLY | O_CLOEXEC);
