@@ -125,7 +125,7 @@ export function showFleet() {
   setText(byId("fleet-select"), list.length === 1 ? `Show on ${list[0].name}` : `Show on all ${list.length}`);
   const broker = brokerOf();
   setText(byId("fleet-broker"), broker.state === "lost"
-    ? `No connection to the broker since ${moment(broker.since)}: ${broker.reason || ""}. This is what was known before.` : "");
+    ? `${sentence(broker.reason || "no connection to the broker")}, since ${moment(broker.since)}. The list shows what was known then.` : "");
   const able = list.length > 0 && broker.state === "connected" && byId("fleet-source").value !== "";
   for (const id of ["fleet-select", "fleet-alarm"]) byId(id).disabled = !able;
   showRows(list);

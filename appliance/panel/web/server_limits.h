@@ -11,10 +11,10 @@ struct ServerLimits {
     std::size_t strangersOfAddress = 48; // of these, from one address
     std::size_t headBytes = 16 * 1024;   // length of a header
     std::size_t bodyBytes = 256 * 1024;  // length of any body; most routes allow less
-    unsigned headSeconds = 10;           // until the header is complete; a new connection's time starts at once
-    unsigned bodySeconds = 20;           // until the body is complete
-    unsigned idleSeconds = 60;           // without a request
-    unsigned answerSeconds = 30;         // in which the client reads no byte of its answer
+    unsigned headSeconds = 10;   // until the header is complete; a new connection's time starts at once
+    unsigned bodySeconds = 20;   // until the body is complete
+    unsigned idleSeconds = 60;   // without a request
+    unsigned answerSeconds = 30; // in which the client reads no byte of its answer
     // After its last answer, a client may still be sending. That is read and dropped, within these two limits.
     unsigned drainSeconds = 5;
     std::size_t drainBytes = 4 * 1024 * 1024;
