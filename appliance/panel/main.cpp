@@ -28,15 +28,25 @@ gboolean endLoop(gpointer loop) {
     return G_SOURCE_CONTINUE;
 }
 
-void runUntilSignal() {
-    GMainLoop* loop = g_main_loop_new(nullptr, FALSE);
-    const std::array<guint, 2> sources{g_unix_signal_add(SIGINT, endLoop, loop),
-                                       g_unix_signal_add(SIGTERM, endLoop, loop)};
-    g_main_loop_run(loop);
-    for (const guint source : sources)
-        g_source_remove(source);
-    g_main_loop_unref(loop);
-}
+// Made before anybody is told that the panel listens: a signal that comes right then ends it in order, too.
+class LoopUntilSignal {
+public:
+    LoopUntilSignal()
+        : loop_(g_main_loop_new(nullptr, FALSE)), sources_{g_unix_signal_add(SIGINT, endLoop, loop_),
+                                                           g_unix_signal_add(SIGTERM, endLoop, loop_)} {}
+    ~LoopUntilSignal() {
+        for (const guint source : sources_)
+            g_source_remove(source);
+        g_main_loop_unref(loop_);
+    }
+    LoopUntilSignal(const LoopUntilSignal&) = delete;
+    LoopUntilSignal& operator=(const LoopUntilSignal&) = delete;
+    void run() const { g_main_loop_run(loop_); }
+
+private:
+    GMainLoop* const loop_;
+    const std::array<guint, 2> sources_;
+};
 
 // Who can reach another address than this machine's own has to log in with a password.
 void requireAccount(const panel::PanelSettings& settings) {
@@ -93,12 +103,13 @@ void run(const panel::PanelOptions& options) {
         return access.identify(credentials);
     });
     const panel::RunningPanel running;
+    const LoopUntilSignal loop;
     server.start();
     access.setPlace(server.port(), server.isSecure());
     running.tellAddress(settings.server.address, server.port(), server.isSecure());
     printStart(server, settings, options.link);
     tellServiceManager("READY=1");
-    runUntilSignal();
+    loop.run();
     tellServiceManager("STOPPING=1");
 }
 

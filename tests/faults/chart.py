@@ -50,9 +50,9 @@ def chart(title, looks, unit):
 
 def write_all(folder, docs):
     """Charts of the soaks that this machine has run."""
-    for name, title, unit in (("soak-tiny", "100,000 switches with tiny players", "blocks of 100"),
-                              ("soak-real", "5,000 switches with real players", "blocks of 25"),
-                              ("soak-day", "24 simulated hours", "hours")):
+    for name, title, unit in (("soak-tiny", "Switches with tiny players", "blocks of 100"),
+                              ("soak-real", "Switches with real players", "blocks of 25"),
+                              ("soak-day", "Simulated hours of a decoder", "hours")):
         data = Path(folder) / f"{name}.state.csv"
         if data.exists() and len(looks := rows(data)) > 1:
             (Path(docs) / f"reliability-{name}.svg").write_text(chart(title, looks, unit), encoding="utf-8")

@@ -211,7 +211,7 @@ public:
         next.signal(SIGTERM);
         const std::optional<int> status = next.waitForEnd(patience);
         if (!status || *status != 0)
-            return "the next start does not end";
+            return "the next start does not end: " + (status ? std::to_string(*status) : "it runs on");
         const std::string now = root_.parameters();
         return withoutNumbers(now) == withoutNumbers(written()) ? "" : "the parameter file is wrong: " + now;
     }

@@ -270,6 +270,7 @@ void Traced::finishFailing(pid_t thread) {
 void Traced::apply(pid_t thread, const Deed& deed) {
     if (deed.steps > 0) {
         threads_[thread].coming = deed;
+        begunAt_ = secondsNow();
     } else {
         carryOut(thread, deed);
     }

@@ -83,6 +83,8 @@ public:
     bool crashedBlocked() const { return crashedBlocked_; }
     // Seconds on the clock that never jumps, when it acted.
     double actedAt() const { return actedAt_; }
+    // How long the instructions of the deed took before that: the program is stopped at each of them.
+    double stepSeconds() const { return begunAt_ == 0 ? 0 : actedAt_ - begunAt_; }
 
 private:
     struct Thread {
@@ -122,6 +124,7 @@ private:
     int status_ = 0;
     std::string place_;
     double actedAt_ = 0;
+    double begunAt_ = 0;
     bool crashedBlocked_ = false;
     pid_t crashing_ = 0; // crashes at the end of the system call that it is about to make
     std::thread thread_;
