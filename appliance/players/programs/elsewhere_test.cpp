@@ -117,5 +117,72 @@ INSTANTIATE_TEST_SUITE_P(
         Trick{"FileRedirection", "", {"HTTP/1.1 302 Found\r\nLocation: file:///etc/passwd\r\n\r\n"}}),
     [](const auto& trick) { return std::string(trick.param.name); });
 
+struct Flood {
+    const char* name;
+    const char* transport;
+    std::vector<std::string> answers;
+    std::string endless;
+};
+
+void PrintTo(const Flood& flood, std::ostream* out) {
+    *out << flood.name;
+}
+
+class LogOfAPlayer : public PlayerTest, public testing::WithParamInterface<Flood> {};
+
+// Broken pictures and packets come as fast as the encoder can send them.
+TEST_P(LogOfAPlayer, IsNotFilledByItsEncoder) {
+    const Flood& flood = GetParam();
+    scripted::Script script;
+    for (const std::string& answer : flood.answers) {
+        script.push_back(scripted::readRequest());
+        script.push_back(scripted::send(answer));
+    }
+    script.push_back(scripted::sendEndlessly(flood.endless));
+    const Server encoder(script);
+    const std::size_t before = FakeSupervisor::log().size();
+    std::vector<std::string> arguments{"-m", "pal", "-o",   "tv", "-n",
+                                       "4",  "-r",  "3000", "-P", std::to_string(encoder.port())};
+    if (*flood.transport != '\0')
+        arguments.insert(arguments.end(), {"-c", "1", "-M", flood.transport, "-H", "http"});
+    arguments.emplace_back("127.0.0.1");
+    testing::internal::CaptureStderr(); // of the player, too
+    const pid_t pid = supervisor_.start(*flood.transport == '\0' ? MJPEG_PLAYER : PLAYER, arguments);
+    const std::optional<int> status = supervisor_.end(pid);
+    const std::size_t said = testing::internal::GetCapturedStderr().size();
+    EXPECT_EQ(status, 11) << FakeSupervisor::log();
+    constexpr std::size_t enough = 16UL * 1024; // for three seconds, as long as nothing can be shown
+    EXPECT_LT(FakeSupervisor::log().size() - before + said, enough);
+}
+
+// An interleaved packet of RTP with these bytes.
+std::string packet(const std::string& payload) {
+    const std::string rtp = std::string("\x80\xe0\0\1\0\0\0\1\0\0\0\1", 12) + payload;
+    return std::string("$\0\0", 3) + static_cast<char>(rtp.size()) + rtp;
+}
+
+std::vector<std::string> untilPlay(const char* codec) {
+    const std::string body =
+        std::string("v=0\r\nt=0 0\r\nm=video 0 RTP/AVP 96\r\na=rtpmap:96 ") + codec + "\r\n";
+    return {"RTSP/1.0 200 OK\r\nCSeq: 1\r\nContent-Type: application/sdp\r\nContent-Length: " +
+                std::to_string(body.size()) + "\r\n\r\n" + body,
+            "RTSP/1.0 200 OK\r\nCSeq: 2\r\nSession: 4711\r\nTransport: RTP/AVP/TCP;interleaved=0-1\r\n\r\n",
+            "RTSP/1.0 200 OK\r\nCSeq: 3\r\nSession: 4711\r\n\r\n"};
+}
+
+INSTANTIATE_TEST_SUITE_P(
+    Floods, LogOfAPlayer,
+    testing::Values(
+        Flood{"BrokenJpeg",
+              "",
+              {"HTTP/1.1 200 OK\r\nContent-Type: multipart/x-mixed-replace; boundary=next\r\n\r\n--next\r\n"},
+              "Content-Type: image/jpeg\r\n\r\n\xff\xd8\xff\xda broken \xff\xd9\r\n--next\r\n"},
+        Flood{"BrokenH264", "rtsp-tcp", untilPlay("H264/90000"), packet("\x65 broken")},
+        Flood{"BrokenH265", "rtsp-tcp", untilPlay("H265/90000"), packet("\x26\x01 broken")},
+        Flood{"BrokenMpeg4", "rtsp-tcp", untilPlay("MP4V-ES/90000"),
+              packet(std::string("\0\0\1\xb6 broken", 11))},
+        Flood{"BrokenPackets", "rtsp-tcp", untilPlay("H264/90000"), packet("\x7c")}),
+    [](const auto& flood) { return std::string(flood.param.name); });
+
 } // namespace
 } // namespace player
