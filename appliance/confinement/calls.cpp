@@ -152,8 +152,8 @@ constexpr long harmless[] = {
 #ifdef SYS_send
     SYS_send, SYS_recv,
 #endif
-    SYS_socketpair, SYS_connect, SYS_bind, SYS_sendto, SYS_recvfrom, SYS_sendmsg, SYS_recvmsg, SYS_sendmmsg,
-    SYS_recvmmsg, SYS_shutdown, SYS_getsockname, SYS_getpeername, SYS_setsockopt, SYS_getsockopt};
+    SYS_sendto, SYS_recvfrom, SYS_sendmsg, SYS_recvmsg, SYS_sendmmsg, SYS_recvmmsg, SYS_shutdown,
+    SYS_getsockname, SYS_getpeername, SYS_setsockopt, SYS_getsockopt};
 
 // Memory below the limit must stay as it is, because a sealed message is there: no range that begins below is changed.
 void confineMemory(Filter& filter, std::uint64_t limit) {
@@ -195,6 +195,8 @@ void confineProcesses(Filter& filter, bool children) {
 }
 
 void confineSockets(Filter& filter, bool listens) {
+    for (const long call : {SYS_socketpair, SYS_connect, SYS_bind})
+        filter.allow(call);
     filter.allowSockets(SYS_socket, {AF_UNIX, AF_INET, AF_INET6}, AF_NETLINK, NETLINK_ROUTE);
     if (listens)
         for (const long call : {SYS_listen, SYS_accept, SYS_accept4})
@@ -241,7 +243,8 @@ Part confineCalls(const Needs& needs) {
     filter.allowUnless(SYS_ioctl, 1, {TIOCSTI, TIOCLINUX});
     confineMemory(filter, needs.queues.lowestMemoryEnd);
     confineProcesses(filter, needs.soundCard);
-    confineSockets(filter, needs.soundCard);
+    if (needs.sockets)
+        confineSockets(filter, needs.soundCard);
     confineQueues(filter, needs.queues);
     if (needs.soundCard)
         allowMixing(filter);

@@ -35,7 +35,9 @@ struct Queues {
 struct Needs {
     Files files{};
     Queues queues{};
+    bool sockets = true;                   // false: no new ones; those that it has are read and written
     std::vector<std::uint16_t> connects{}; // TCP ports that it connects to, on any host
+    bool anyPort = false;                  // connects to, and binds, any TCP port
     bool soundCard =
         false; // ALSA's mixing of several programs: System V memory and semaphores, a child process, a socket
 };

@@ -1,6 +1,7 @@
 // Processes that confine themselves, and then try what a hijacked one would.
 #include "appliance/confinement/confinement.h"
 
+#include "appliance/confinement/filter.h"
 #include "libcommon/src/appliance_fixture.h"
 
 #include <libcommon/barriers.h>
@@ -17,6 +18,7 @@
 #include <sys/mman.h>
 #include <sys/mount.h>
 #include <sys/msg.h>
+#include <sys/prctl.h>
 #include <sys/ptrace.h>
 #include <sys/resource.h>
 #include <sys/sem.h>
@@ -407,6 +409,18 @@ TEST_F(ConfinedPlayer, ReadsNoQueueButItsBarrier) {
         return libcommon::pollBarrierRelease(0) != 0 && errno == EAGAIN ? good : 5;
     });
     EXPECT_EQ(next().id, EID_SELECT) << "it is still there";
+}
+
+TEST_F(Confinement, ARowThatIsTooLongIsNeverInstalled) {
+    EXPECT_EQ(inChild([] {
+                  Filter filter;
+                  filter.allowValues(SYS_prctl, 0, std::vector<std::uint32_t>(130, PR_GET_NAME));
+                  prctl(PR_SET_NO_NEW_PRIVS, 1, 0, 0, 0);
+                  if (filter.install() || errno != E2BIG)
+                      return 1;
+                  return prctl(PR_GET_SECCOMP) == 0 ? good : 2;
+              }),
+              good);
 }
 
 TEST(ConfinementResult, SaysWhatStaysOpen) {

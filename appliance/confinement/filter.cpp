@@ -68,7 +68,10 @@ void Filter::begin(long call) {
 
 // Another call jumps over the row.
 void Filter::end() {
-    program_[rowStart_].jf = static_cast<std::uint8_t>(program_.size() - rowStart_ - 1);
+    constexpr std::size_t longestJump = 255;
+    const std::size_t length = program_.size() - rowStart_ - 1;
+    tooLong_ = tooLong_ || length > longestJump;
+    program_[rowStart_].jf = static_cast<std::uint8_t>(length);
 }
 
 void Filter::allow(long call) {
@@ -217,6 +220,10 @@ bool Filter::install() {
     put(BPF_JMP | BPF_JGE | BPF_K, firstSharedNumber, 0, 1);
     result(refusal(ENOSYS));
     result(refusal(EPERM));
+    if (tooLong_) {
+        errno = E2BIG;
+        return false;
+    }
     if (architecture == 0 || program_.size() > BPF_MAXINSNS) {
         errno = ENOSYS;
         return false;

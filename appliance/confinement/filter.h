@@ -44,7 +44,8 @@ public:
     void allowSockets(long call, const std::vector<std::uint32_t>& families, std::uint32_t family,
                       std::uint32_t protocol);
 
-    // Applies to this thread and those that it starts. Needs "no new privileges". False with errno.
+    // Applies to this thread and those that it starts. Needs "no new privileges". False with errno, E2BIG when a row has
+    // too many values: then nothing is installed.
     bool install();
 
 private:
@@ -59,6 +60,7 @@ private:
 
     std::vector<sock_filter> program_;
     std::size_t rowStart_ = 0;
+    bool tooLong_ = false; // a row can't be jumped over
 };
 
 } // namespace confinement

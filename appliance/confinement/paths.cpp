@@ -45,13 +45,13 @@ constexpr std::uint64_t fileAccess = LANDLOCK_ACCESS_FS_EXECUTE | LANDLOCK_ACCES
 constexpr std::uint64_t allInVersion1 = (1ULL << 13U) - 1;
 
 // Every right that the kernel knows is handled, so that a right without a rule is refused.
-Ruleset handledBy(int version) {
+Ruleset handledBy(int version, bool anyPort) {
     Ruleset rules{.files = allInVersion1, .ports = 0, .scopes = 0};
     if (version >= 2)
         rules.files |= refer;
     if (version >= 3)
         rules.files |= truncate;
-    if (version >= versionWithPorts)
+    if (version >= versionWithPorts && !anyPort)
         rules.ports = portBind | portConnect;
     if (version >= 5)
         rules.files |= deviceControl;
@@ -68,8 +68,8 @@ std::size_t sizeFor(int version) {
 
 class Rules {
 public:
-    explicit Rules(int version)
-        : handled_(handledBy(version)),
+    Rules(int version, bool anyPort)
+        : handled_(handledBy(version, anyPort)),
           fd_(static_cast<int>(syscall(SYS_landlock_create_ruleset, &handled_, sizeFor(version), 0))) {}
     ~Rules() {
         if (fd_ >= 0)
@@ -117,7 +117,7 @@ void confinePaths(const Needs& needs, Result& result) {
     result.ports = Part::unknownToKernel;
     if (version < 1)
         return;
-    const Rules rules(version);
+    const Rules rules(version, needs.anyPort);
     rules.allow(needs.files.readable, readAccess);
     rules.allow(needs.files.writable, writeAccess);
     rules.allow(needs.files.changing, changeAccess);
@@ -125,7 +125,7 @@ void confinePaths(const Needs& needs, Result& result) {
     if (needs.soundCard)
         rules.allow(std::vector<std::string>{"/tmp"},
                     LANDLOCK_ACCESS_FS_MAKE_SOCK | LANDLOCK_ACCESS_FS_REMOVE_FILE);
-    if (version >= versionWithPorts)
+    if (version >= versionWithPorts && !needs.anyPort)
         for (const std::uint16_t port : needs.connects)
             rules.allowPort(port);
     result.files = rules.restrict() ? Part::done : Part::failed;

@@ -12,9 +12,8 @@ struct NeededRights {
     bool network = false;
 };
 
-// The process can't start programs, open other files or, without `network`, sockets; nor get any rights back. It ends
-// with the thread that started it. A kernel without Landlock keeps the files open to it. Called once, before other threads
-// exist.
+// The process can't start programs, open other files or, without `network`, sockets; nor get any rights back. A kernel
+// without Landlock keeps the files open to it. Called once, before other threads exist.
 void confine(const NeededRights& rights);
 
 } // namespace input

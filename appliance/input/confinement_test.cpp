@@ -2,6 +2,7 @@
 #include "appliance/input/confinement.h"
 
 #include <cerrno>
+#include <csignal>
 #include <fcntl.h>
 #include <gtest/gtest.h>
 #include <linux/landlock.h>
@@ -12,7 +13,7 @@
 namespace input {
 namespace {
 
-TEST(Confinement, StartsNothingAndOpensNoSocket) {
+TEST(InputConfinement, StartsNothingAndOpensNoSocket) {
     confine({.readable = {}, .device = {}, .network = false});
     char* arguments[] = {nullptr};
     EXPECT_EQ(execv("/bin/true", arguments), -1);
@@ -21,14 +22,22 @@ TEST(Confinement, StartsNothingAndOpensNoSocket) {
     EXPECT_EQ(errno, EPERM);
 }
 
-TEST(Confinement, WithNetworkItHasSockets) {
+TEST(InputConfinement, StartsNoProcessAndTouchesNone) {
+    confine({.readable = {}, .device = {}, .network = true});
+    EXPECT_EQ(fork(), -1);
+    EXPECT_EQ(errno, EPERM);
+    EXPECT_EQ(kill(getppid(), SIGCONT), -1);
+    EXPECT_EQ(errno, EPERM);
+}
+
+TEST(InputConfinement, WithNetworkItHasSockets) {
     confine({.readable = {}, .device = {}, .network = true});
     const int fd = socket(AF_INET, SOCK_DGRAM | SOCK_CLOEXEC, 0);
     EXPECT_GE(fd, 0);
     close(fd);
 }
 
-TEST(Confinement, ReadsOnlyItsOwnFile) {
+TEST(InputConfinement, ReadsOnlyItsOwnFile) {
     if (syscall(SYS_landlock_create_ruleset, nullptr, 0, LANDLOCK_CREATE_RULESET_VERSION) < 0)
         GTEST_SKIP() << "this kernel has no Landlock";
     confine({.readable = {"/etc/hostname"}, .device = {}, .network = false});
