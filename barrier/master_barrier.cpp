@@ -146,6 +146,8 @@ int masterBarrierOf(int barrierId, std::span<const int> pids) {
     bool released = true;
     for (const auto& [pid, arrived] : monitored)
         released =
-            recorder::outcome("release", [&] { return release(pid, barrierId) ? 1 : 0; }) != 0 && released;
+            recorder::outcome(
+                "release", [player = pid, barrierId] { return release(player, barrierId) ? 1 : 0; }) != 0 &&
+            released;
     return released ? 0 : -1;
 }

@@ -9,11 +9,13 @@
 #include <algorithm>
 #include <cstring>
 #include <fcntl.h>
+#include <functional>
 #include <map>
 #include <memory>
 #include <string_view>
 #include <unistd.h>
 #include <utility>
+#include <vector>
 
 namespace recorded {
 namespace {
@@ -24,33 +26,54 @@ using recorder::Crossing;
 // position. Most looks at a source find what the look before found, and the line then only says so. Main thread.
 struct KnownSources {
     std::uint64_t checkpoint = 0;
-    std::map<std::size_t, SourceParams> records;
+    std::vector<std::size_t> recorded; // hashes, because there may be thousands; 0: not yet
+    std::map<std::size_t, SourceParams> replayed;
 };
 KnownSources& knownSources = *new KnownSources;
 
 KnownSources& sourcesSinceCheckpoint() {
     if (knownSources.checkpoint != recorder::checkpointsBegun()) {
-        knownSources.records.clear();
+        knownSources.recorded.clear();
+        knownSources.replayed.clear();
         knownSources.checkpoint = recorder::checkpointsBegun();
     }
     return knownSources;
 }
 
+std::size_t hashOf(const SourceParams& source) {
+    std::size_t sum = 1;
+    const auto add = [&](std::string_view text) {
+        sum = (sum ^ std::hash<std::string_view>{}(text)) * 0x9e3779b1U + text.size();
+    };
+    for (const auto& [key, value] : source) {
+        add(std::string_view(key.data(), key.size()));
+        add(value);
+    }
+    return sum;
+}
+
+// Whether the source at this position is another one than in its last line. Remembers it.
+bool isNewSource(std::size_t position, const SourceParams& source) {
+    std::vector<std::size_t>& hashes = sourcesSinceCheckpoint().recorded;
+    if (hashes.size() <= position)
+        hashes.resize(position + 1);
+    const std::size_t before = std::exchange(hashes[position], hashOf(source));
+    return before != hashes[position];
+}
+
 void writeSource(Crossing& crossing, std::size_t position, const SourceParams& source) {
-    SourceParams kept = recorder::recordable(source);
-    SourceParams& known = sourcesSinceCheckpoint().records[position];
-    bool isNew = known != kept;
+    bool isNew = isNewSource(position, source);
     crossing.out(isNew);
     if (!isNew)
         return;
+    SourceParams kept = recorder::recordable(source);
     crossing.in(static_cast<std::int64_t>(kept.size()));
     for (auto& [key, value] : kept)
         crossing.in(std::string_view(key.data(), key.size())).out(value);
-    known = std::move(kept);
 }
 
 SourceParams readSource(Crossing& crossing, std::size_t position) {
-    SourceParams& known = sourcesSinceCheckpoint().records[position];
+    SourceParams& known = sourcesSinceCheckpoint().replayed[position];
     bool isNew = false;
     crossing.out(isNew);
     if (!isNew)
