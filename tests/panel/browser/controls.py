@@ -1,6 +1,4 @@
 """Every control of the page does its work on the decoder, and the page shows what came of it."""
-from pathlib import Path
-
 from scenarios import check, front_door_and_yard, scenario
 from selenium.webdriver.common.action_chains import ActionChains
 from selenium.webdriver.common.by import By
@@ -29,22 +27,24 @@ def controls(stage, pages):
     page.click(commands(page, "Reconnect"))
     page.until_text("#shown-name", "Front door", 8)  # a lock ends after ten seconds by itself
     page.until_mark(11)
-    detect_again(page, stage)
+    detect_again(page)
     next_by_button(page)
     sound(page, stage)
     state(page)
     return []
 
 
-def detect_again(page, stage):
-    forgotten = lambda: Path(stage.log("decoder")).read_text(errors="replace").count("Flushing")  # noqa: E731
-    before = forgotten()
+def detect_again(page):
+    steps = lambda: page.answer("GET", "/api/v1/sources/0/explanation")[1]  # noqa: E731
+    before = steps()
     page.click(commands(page, "Detect again"))
-    page.until(lambda: forgotten() > before, "the decoder does not forget what was detected")
+    page.until(lambda: page.text("#said"), "the page does not say what was done")
     page.select("Yard")
     page.until_mark(22)
+    check(steps() == before, "the first source was detected again although nobody has shown it")
     page.select("Front door")
     page.until_mark(11)
+    check(steps() != before, "the times of the detection are still those of before")
 
 
 def next_by_button(page):
