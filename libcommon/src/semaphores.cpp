@@ -34,11 +34,26 @@ union Argument {
 // The identifier of the appliance's set; -1: this process does not know it yet. Any thread; children inherit it.
 std::atomic<int> knownSet{-1};
 
-// Differs from one start of the machine to the next.
+// The kernel's name of this start of the machine into `text`; its length, 0 where there is no /proc, -1 with errno. It is
+// asked again, because a moment without a free descriptor must not make the set another machine's: nobody would remove it.
+ssize_t readMachineStart(char* text, std::size_t size) {
+    constexpr int tries = 3;
+    ssize_t length = -1;
+    for (int i = 0; i < tries && length < 0; ++i) {
+        const local::Descriptor fd(open("/proc/sys/kernel/random/boot_id", O_RDONLY | O_CLOEXEC));
+        if (!fd && errno == ENOENT)
+            return 0;
+        length = fd ? read(fd.get(), text, size) : -1;
+    }
+    return length;
+}
+
+// Differs from one start of the machine to the next; -1 with errno when it can't be found out.
 std::int64_t machineStart() {
     char text[64];
-    const local::Descriptor fd(open("/proc/sys/kernel/random/boot_id", O_RDONLY | O_CLOEXEC));
-    const ssize_t length = fd ? read(fd.get(), text, sizeof text) : 0;
+    const ssize_t length = readMachineStart(text, sizeof text);
+    if (length < 0)
+        return -1;
     std::uint64_t hash = 0xcbf29ce484222325U;
     for (ssize_t i = 0; i < length; ++i)
         hash = (hash ^ static_cast<unsigned char>(text[i])) * 0x100000001b3U;
@@ -54,8 +69,11 @@ bool isOurs(const local::RunId& record) {
             errno = EINVAL;
         return false;
     }
-    const bool ours = record.stamp == machineStart() && local::isOurKey(state.sem_perm.__key) &&
-                      state.sem_nsems == semaphoreCount;
+    const std::int64_t start = machineStart();
+    if (start < 0)
+        return false;
+    const bool ours =
+        record.stamp == start && local::isOurKey(state.sem_perm.__key) && state.sem_nsems == semaphoreCount;
     if (!ours)
         errno = EINVAL;
     return ours;
@@ -64,7 +82,7 @@ bool isOurs(const local::RunId& record) {
 bool prepareSet(local::RunId& record) {
     unsigned short zeros[semaphoreCount] = {};
     record.stamp = machineStart();
-    return semctl(record.id, 0, SETALL, Argument{.values = zeros}) == 0;
+    return record.stamp >= 0 && semctl(record.id, 0, SETALL, Argument{.values = zeros}) == 0;
 }
 
 constexpr local::SystemVObject setObject{

@@ -7,6 +7,8 @@ from story import Guest
 
 PANEL = "127.0.0.1:8088"
 TOPIC = "site/hall"
+# By its address: a bare machine does not know the name "localhost".
+SUBSCRIBE, PUBLISH = "mosquitto_sub -h 127.0.0.1", "mosquitto_pub -h 127.0.0.1"
 # Files of the machine: what journalctl prints, and what the panel answers.
 LINES, PAGE, STREAM = "/run/test-lines", "/run/test-page", "/run/test-stream"
 
@@ -99,12 +101,12 @@ class Services(Guest):
         """decoder-mqtt connects to a broker in the machine, says that it is online, and carries out a command"""
         start = time.monotonic()
         self.guest(f"decoderctl set Mqtt.Broker mqtt://127.0.0.1 && decoderctl set Mqtt.Topic {TOPIC}", 2 * self.limit)
-        self.guest(f"timeout {2 * self.limit} mosquitto_sub -t {TOPIC}/availability | grep -m 1 -x online", 3 * self.limit)
+        self.guest(f"timeout {2 * self.limit} {SUBSCRIBE} -t {TOPIC}/availability | grep -m 1 -x online", 3 * self.limit)
         online = time.monotonic() - start
-        state = json.loads(self.guest(f"mosquitto_sub -t {TOPIC}/state -C 1 -W {self.limit}", 2 * self.limit))
+        state = json.loads(self.guest(f"{SUBSCRIBE} -t {TOPIC}/state -C 1 -W {self.limit}", 2 * self.limit))
         # The command goes again until there is a reply, because the first ones may come before anybody listens.
-        reply = self.guest(f"mosquitto_sub -t {TOPIC}/reply -C 1 -W {self.limit} >/run/reply & for i in $(seq {self.limit}); do "
-                           f"mosquitto_pub -t {TOPIC}/command/select -m Yard; sleep 1; test -s /run/reply && break; "
+        reply = self.guest(f"{SUBSCRIBE} -t {TOPIC}/reply -C 1 -W {self.limit} >/run/reply & for i in $(seq {self.limit}); do "
+                           f"{PUBLISH} -t {TOPIC}/command/select -m Yard; sleep 1; test -s /run/reply && break; "
                            "done; wait; cat /run/reply", 3 * self.limit)
         if not json.loads(reply)["done"] or not state["running"]:
             raise Failed(f"reply {reply}, state {state}")

@@ -1,5 +1,6 @@
 #include "appliance/gateway/serving/port.h"
 
+#include "appliance/gateway/serving/local_peer.h"
 #include "appliance/serving/bound_socket.h"
 
 #include <libcommon/log.h>
@@ -60,6 +61,10 @@ void Port::accept() {
             return;
         if (connections_.size() >= mostConnections) {
             logmsg(4, "There are %zu connections already: another one is turned away", connections_.size());
+            close(fd);
+            continue;
+        }
+        if (!mayUse(fd)) {
             close(fd);
             continue;
         }

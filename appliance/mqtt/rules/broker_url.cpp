@@ -81,7 +81,8 @@ std::string readPort(std::string_view text, int& port) {
     text.remove_prefix(1); // the colon, or what is no colon
     const auto [end, error] = std::from_chars(text.data(), text.data() + text.size(), port);
     const bool whole = error == std::errc() && end == text.data() + text.size();
-    return whole && port >= 1 && port <= 65535 ? "" : "has a wrong port: it has to be a number from 1 to 65535";
+    return whole && port >= 1 && port <= 65535 ? ""
+                                               : "has a wrong port: it has to be a number from 1 to 65535";
 }
 
 } // namespace

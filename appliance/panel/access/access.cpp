@@ -315,8 +315,8 @@ void Access::State::openLink(const Request& request, const Answer& answer) {
     const auto task = [good, secret = fieldOf(request.parts, "secret")] { *good = useOneTimeLink(secret); };
     const auto done = [this, good, request, answer](const std::exception_ptr& /*failure*/) {
         if (!*good)
-            return answer(
-                errorResponse(403, "This link was used already, or it is too old; decoderctl panel-open makes a new one"));
+            return answer(errorResponse(
+                403, "This link was used already, or it is too old; decoderctl panel-open makes a new one"));
         tries.giveBack(request.address);
         Session session;
         session.account = "console";

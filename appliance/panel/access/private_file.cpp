@@ -6,7 +6,9 @@
 #include <cerrno>
 #include <chrono>
 #include <cstdio>
+#include <ctime>
 #include <fcntl.h>
+#include <filesystem>
 #include <stdexcept>
 #include <sys/file.h>
 #include <sys/stat.h>
@@ -65,6 +67,31 @@ void writeAll(const std::string& path, const Descriptor& file, const std::string
     }
 }
 
+constexpr std::size_t markLength = 16; // of the name of an unfinished file, behind a dot
+
+bool isUnfinished(const std::string& name, const std::string& base) {
+    constexpr const char* digits = "0123456789abcdef";
+    return name.size() == base.size() + 1 + markLength && name.starts_with(base + '.') &&
+           name.find_first_not_of(digits, base.size() + 1) == std::string::npos;
+}
+
+// A writer that was killed has left its file, with secrets in it. One that is younger than a minute may be in use.
+void removeUnfinished(const std::string& path) {
+    constexpr std::time_t oldest = 60;
+    const std::string folder = folderOf(path);
+    const std::string base = path.substr(folder.size() + 1);
+    const std::time_t now = std::time(nullptr);
+    std::error_code ignored; // the write itself tells what is wrong with the folder
+    for (std::filesystem::directory_iterator entry(folder, ignored), end; entry != end;
+         entry.increment(ignored)) {
+        const std::string one = entry->path().string();
+        struct stat file {};
+        if (isUnfinished(entry->path().filename().string(), base) && lstat(one.c_str(), &file) == 0 &&
+            now - file.st_mtim.tv_sec > oldest)
+            unlink(one.c_str());
+    }
+}
+
 // Until its folder is on the disk, too, a power cut may bring the old file back: a removed account, an old password.
 void makeFolderDurable(const std::string& path) {
     const Descriptor folder(open(folderOf(path).c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC));
@@ -75,7 +102,8 @@ void makeFolderDurable(const std::string& path) {
 } // namespace
 
 void writePrivateFile(const std::string& path, const std::string& text) {
-    const std::string unfinished = path + '.' + randomSecret().substr(0, 16);
+    removeUnfinished(path);
+    const std::string unfinished = path + '.' + randomSecret().substr(0, markLength);
     const Descriptor file(
         open(unfinished.c_str(), O_WRONLY | O_CREAT | O_EXCL | O_CLOEXEC | O_NOFOLLOW, 0600));
     if (file.get() < 0)

@@ -6,6 +6,9 @@
 #include "appliance/panel/access/panel_files.h"
 #include "appliance/panel/access/tokens.h"
 
+#include <chrono>
+#include <filesystem>
+#include <fstream>
 #include <gmock/gmock.h>
 #include <sys/stat.h>
 #include <system_error>
@@ -48,6 +51,21 @@ TEST_F(PanelPrivateFile, IsReadableByItsOwnerOnly) {
     EXPECT_EQ(modeOf(file_), "600");
     const auto entries = std::filesystem::directory_iterator(root / "etc/decoder");
     EXPECT_EQ(std::distance(begin(entries), end(entries)), 1) << "nothing unfinished stays";
+}
+
+TEST_F(PanelPrivateFile, WhatAKilledWriterLeftIsRemovedAfterAMinute) {
+    const std::string left = file_ + ".0123456789abcdef";
+    const std::string fresh = file_ + ".fedcba9876543210";
+    const std::string other = file_ + ".0123456789abcdeg";
+    for (const std::string& name : {left, fresh, other})
+        std::ofstream(name) << "half a secr";
+    for (const std::string& name : {left, other})
+        std::filesystem::last_write_time(name, std::filesystem::file_time_type::clock::now() -
+                                                   std::chrono::minutes(2));
+    writePrivateFile(file_, "one");
+    EXPECT_EQ(modeOf(left), "missing");
+    EXPECT_NE(modeOf(fresh), "missing") << "another writer may still need it";
+    EXPECT_NE(modeOf(other), "missing") << "not a name that a writer uses";
 }
 
 TEST_F(PanelPrivateFile, MissingFileIsEmpty) {

@@ -126,8 +126,9 @@ void Exchange::answer(const Response& response) {
     if (message_ == nullptr)
         return;
     const GObjectPointer<SoupServerMessage> message = std::move(message_);
-    writeAnswer(message.get(),
-                hasGoodHeaders(response) ? response : errorResponse(500, "The panel could not answer this request"));
+    writeAnswer(message.get(), hasGoodHeaders(response)
+                                   ? response
+                                   : errorResponse(500, "The panel could not answer this request"));
     if (held_)
         soup_server_message_unpause(message.get());
 }
