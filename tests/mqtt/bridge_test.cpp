@@ -210,13 +210,6 @@ TEST_F(MqttBridge, WritingOtherParametersKeepsTheConnection) {
 
 TEST_F(MqttBridge, IntroducesItselfToHomeAssistantAndLeaves) {
     startAll("Discovery = yes\n");
-    const std::string place = "homeassistant/select/site_hall/source/config";
-    const json select = listener->json(place);
-    EXPECT_EQ(select["options"], json({"Front door", "Front yard", "Garage"}));
-    EXPECT_EQ(select["command_topic"], "site/hall/command/select");
-    EXPECT_EQ(select["state_topic"], "site/hall/state");
-    EXPECT_EQ(select["availability_topic"], "site/hall/availability");
-    EXPECT_EQ(select["device"]["identifiers"], json({"site_hall"}));
     const auto introduced = [&] {
         std::size_t entities = 0;
         std::map<std::string, bool> topics;
@@ -230,7 +223,14 @@ TEST_F(MqttBridge, IntroducesItselfToHomeAssistantAndLeaves) {
         }
         return entities;
     };
-    EXPECT_TRUE(listener->waitFor([&] { return introduced() == 12; }));
+    ASSERT_TRUE(listener->waitFor([&] { return introduced() == 12; }));
+    const std::string place = "homeassistant/select/site_hall/source/config";
+    const json select = listener->json(place);
+    EXPECT_EQ(select["options"], json({"Front door", "Front yard", "Garage"}));
+    EXPECT_EQ(select["command_topic"], "site/hall/command/select");
+    EXPECT_EQ(select["state_topic"], "site/hall/state");
+    EXPECT_EQ(select["availability_topic"], "site/hall/availability");
+    EXPECT_EQ(select["device"]["identifiers"], json({"site_hall"}));
     configureBridge(broker->url());
     EXPECT_TRUE(listener->waitFor([&] { return introduced() == 0; }));
     EXPECT_TRUE(listener->waitForPayload(of("availability"), "online"));

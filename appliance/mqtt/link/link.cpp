@@ -101,7 +101,7 @@ struct Link::Callbacks {
         if (told && link.settings_.version5) {
             link.lose(std::string("the broker ended the connection: ") + mosquitto_reason_string(code));
         } else if (link.state_ == State::Connecting) {
-            link.lose("no connection to the broker: " + resultText(code));
+            link.lose(link.failedAttempt(code));
         } else {
             link.lose("the connection to the broker was lost");
         }
@@ -239,7 +239,7 @@ void Link::serve(short revents) {
     const int failure = hungUp && state_ == State::Connecting && !hasInput() ? socketError() : 0;
     errno = failure;
     if (failure != 0) {
-        lose("no connection to the broker: " + resultText(MOSQ_ERR_ERRNO));
+        lose(failedAttempt(MOSQ_ERR_ERRNO));
     }
     if (state_ != State::Lost && (revents & (POLLIN | POLLERR | POLLHUP)) != 0) {
         check(mosquitto_loop_read(client_.get(), 1), "");
@@ -316,6 +316,15 @@ void Link::end() {
         mosquitto_disconnect(client_.get());
     }
     state_ = State::Lost;
+}
+
+// Why the attempt has failed; `result` is the library's, with errno. A broker without TLS ends the connection when it reads
+// the start of TLS. Whether that is seen as an end or as a reset is chance.
+std::string Link::failedAttempt(int result) const {
+    if (result == MOSQ_ERR_ERRNO && errno == ECONNRESET && settings_.broker.tls && !handshaken_) {
+        return "the broker closed the connection; does it speak TLS on this port?";
+    }
+    return "no connection to the broker: " + resultText(result);
 }
 
 void Link::lose(const std::string& reason) {

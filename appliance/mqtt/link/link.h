@@ -103,6 +103,7 @@ private:
     void noteHandshake();
     bool hasInput() const;
     int socketError() const;
+    std::string failedAttempt(int result) const;
     void lose(const std::string& reason);
     // A result of the library other than success ends the connection.
     bool check(int result, const char* what);
