@@ -4,6 +4,7 @@
 #include "events/event_queue.h"
 #include "process/signal_mask.h"
 #include "process/trace_output.h"
+#include "recorder/recorder.h"
 
 #include <libcommon/events.h>
 #include <libcommon/log.h>
@@ -144,6 +145,7 @@ int masterBarrierOf(int barrierId, std::span<const int> pids) {
         return -1;
     bool released = true;
     for (const auto& [pid, arrived] : monitored)
-        released = release(pid, barrierId) && released;
+        released =
+            recorder::outcome("release", [&] { return release(pid, barrierId) ? 1 : 0; }) != 0 && released;
     return released ? 0 : -1;
 }

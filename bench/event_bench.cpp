@@ -9,6 +9,7 @@
 #include "bench/samples.h"
 #include "events/event_handler.h"
 #include "events/event_queue.h"
+#include "recorder/recorder.h"
 
 #include <libcommon/libcommon.h>
 
@@ -181,6 +182,8 @@ int main(int argc, char** argv) {
     CLI::App app{"Measures the supervisor's event queues."};
     int repetitions = 200;
     app.add_option("--repetitions", repetitions, "measurements of each side")->check(CLI::Range(1, 100'000));
+    bool records = true;
+    app.add_flag("!--no-recording", records, "without the recorder");
     CLI11_PARSE(app, argc, argv);
     bench::keepFilesInMemory();
     std::string root = (std::filesystem::temp_directory_path() / "event-bench-XXXXXX").string();
@@ -190,6 +193,9 @@ int main(int argc, char** argv) {
     setenv("APPLIANCE_ROOT", root.c_str(), 1);
     setenv("LIBCOMMON_LOG", (root + "/log").c_str(), 1);
     if (initEventQueue() != 0)
+        return 1;
+    // As in a decoder, unless the row is measured without.
+    if (records && !recorder::startRecordingTo(root + "/recording", std::size_t{1} << 20))
         return 1;
     measureTake(repetitions);
     measurePath(repetitions);

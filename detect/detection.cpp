@@ -9,9 +9,9 @@
 #include "detect/trace.h"
 #include "detect/verdict.h"
 #include "process/trace_output.h"
+#include "recorder/recorded.h"
 
 #include <libcommon/log.h>
-#include <libcommon/params.h>
 #include <libcommon/status.h>
 
 #include <array>
@@ -23,7 +23,7 @@ namespace detect {
 namespace {
 
 void readTimeout() {
-    state.timeoutSeconds = ParamWrapper(0, true)["Decoder.AutoDetectTimeout"].toInt();
+    state.timeoutSeconds = recorded::Parameters(0, true)["Decoder.AutoDetectTimeout"].toInt();
     if (state.timeoutSeconds == 0) {
         logmsg(3, "Decoder.AutoDetectTimeout was 0, forcing to 1.");
         state.timeoutSeconds = 1;

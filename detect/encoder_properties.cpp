@@ -5,8 +5,8 @@
 #include "detect/parameter_query.h"
 #include "detect/trace.h"
 #include "detect/verdict.h"
+#include "recorder/recorded.h"
 
-#include <libcommon/interrupt.h>
 #include <libcommon/network.h>
 #include <libcommon/status.h>
 
@@ -27,7 +27,7 @@ bool isErrorReport(const Reply& reply) {
 enum class ModelEnd { None, Success, Failure };
 
 ModelEnd modelEnd(SourceEntry& entry, int statusId, int result) {
-    if (isInterrupted()) {
+    if (recorded::isInterrupted()) {
         status(statusId, "Model", "Unknown");
         return ModelEnd::Failure;
     }
@@ -70,8 +70,8 @@ int apiVersionProbe(const SourceEntry& entry) {
     std::array<char, replyBytes + 1> reply{}; // stays terminated
     char errorText[errorBufferSize] = "";
     TraceStep step("GET " + path + " (without credentials)");
-    const int result = downloadHTTP(host, port, path, false, "", "", reply.data(), replyBytes,
-                                    state.timeoutSeconds, errorText);
+    const int result = recorded::downloadHTTP(host, port, path, false, "", "", reply.data(), replyBytes,
+                                              state.timeoutSeconds, errorText);
     step.answered(downloadResultText(result) + (result > 0 ? " " + quoted(reply.data()) : ""));
     return apiVersionOf(result, reply.data());
 }
@@ -116,7 +116,7 @@ bool numberOfSourcesProbe(SourceEntry& entry, int statusId) {
 bool rotationProbe(const SourceEntry& entry, int statusId) {
     Reply reply{};
     int result = queryParameter(entry, "Image.Rotation", reply);
-    if (isInterrupted()) {
+    if (recorded::isInterrupted()) {
         status(statusId, "ImageRotation", 0);
         return false;
     }

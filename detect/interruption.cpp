@@ -1,6 +1,7 @@
 #include "detect/interruption.h"
 
 #include "process/signal_mask.h"
+#include "recorder/recorder.h"
 
 #include <libcommon/interrupt.h>
 #include <libcommon/log.h>
@@ -42,11 +43,13 @@ InterruptionSignal::~InterruptionSignal() {
 }
 
 bool isDetectionInterrupted() {
-    deliverPending(SIGUSR1);
-    const bool networkInterrupted = isInterrupted();
-    if (networkInterrupted)
-        clearInterrupted();
-    return networkInterrupted || abortFlag != 0;
+    return recorder::outcome("signal", [] {
+               deliverPending(SIGUSR1);
+               const bool networkInterrupted = isInterrupted();
+               if (networkInterrupted)
+                   clearInterrupted();
+               return networkInterrupted || abortFlag != 0 ? 1 : 0;
+           }) != 0;
 }
 
 } // namespace detect

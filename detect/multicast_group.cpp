@@ -1,6 +1,7 @@
 #include "detect/multicast_group.h"
 
 #include "process/trace_output.h"
+#include "recorder/recorder.h"
 
 #include <cstring>
 #include <netdb.h>
@@ -32,9 +33,7 @@ void shareThePort(int fd) {
     setsockopt(fd, IPPROTO_IP, IP_MULTICAST_ALL, &no, sizeof no);
 }
 
-} // namespace
-
-bool joinMulticast(int& socket, const std::string& group, std::uint16_t port, ip_mreq& membership) {
+bool join(int& socket, const std::string& group, std::uint16_t port, ip_mreq& membership) {
     in_addr address{};
     if (!resolve(group, address))
         return false;
@@ -57,6 +56,12 @@ bool joinMulticast(int& socket, const std::string& group, std::uint16_t port, ip
     static_cast<void>(setsockopt(fd, IPPROTO_IP, IP_ADD_MEMBERSHIP, &membership, sizeof membership));
     socket = fd;
     return true;
+}
+
+} // namespace
+
+bool joinMulticast(int& socket, const std::string& group, std::uint16_t port, ip_mreq& membership) {
+    return recorder::outcome("join", [&] { return join(socket, group, port, membership) ? 1 : 0; }) != 0;
 }
 
 void leaveMulticast(int& socket, const ip_mreq& membership) {

@@ -4,8 +4,7 @@
 #include "detect/parameter_reply.h"
 #include "detect/trace.h"
 #include "detect/verdict.h"
-
-#include <libcommon/interrupt.h>
+#include "recorder/recorded.h"
 
 #include <algorithm>
 
@@ -42,9 +41,9 @@ int fetch(const SourceEntry& entry, const std::string& path, std::span<char> buf
     Endpoint found;
     char host[hostBufferSize] = "";
     const int result =
-        download(entry.address, entry.userName, entry.password, path, buffer.data(),
-                 static_cast<int>(buffer.size()), state.timeoutSeconds, &found.mode,
-                 endpoint == nullptr ? nullptr : &found.port, endpoint == nullptr ? nullptr : host);
+        recorded::download(entry.address, entry.userName, entry.password, path, buffer.data(),
+                           static_cast<int>(buffer.size()), state.timeoutSeconds, &found.mode,
+                           endpoint == nullptr ? nullptr : &found.port, endpoint == nullptr ? nullptr : host);
     step.answered(fetchResultText(result, buffer, found));
     if (endpoint != nullptr) {
         host[hostBufferSize - 1] = '\0';
@@ -57,7 +56,7 @@ int fetch(const SourceEntry& entry, const std::string& path, std::span<char> buf
 int queryParameter(const SourceEntry& entry, const std::string& group, std::span<char> buffer) {
     int downloaded = 0;
     const int result = request(entry, viewerCgi, group, buffer, downloaded);
-    if (isInterrupted())
+    if (recorded::isInterrupted())
         return -1;
     if (downloaded == -404)
         return request(entry, oldAdminCgi, group, buffer, downloaded);

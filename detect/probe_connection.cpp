@@ -4,8 +4,7 @@
 #include "detect/probe_wait.h"
 #include "detect/trace.h"
 #include "detect/verdict.h"
-
-#include <libcommon/interrupt.h>
+#include "recorder/recorded.h"
 
 #include <utility>
 
@@ -22,7 +21,7 @@ RtspRequest makeRequest(const SourceEntry& entry, RtspMethod method, const std::
 
 bool writeRequest(int connection, const RtspRequest& request) {
     const std::string text = buildRequest(request);
-    return writeFD(connection, text.data(), text.size()) == 1;
+    return recorded::writeFD(connection, text.data(), text.size()) == 1;
 }
 
 void skipDescription(int connection, const ResponseHeader& header) {
@@ -41,7 +40,7 @@ RtspAddress rtspAddress(const SourceEntry& entry) {
 Descriptor connectRtsp(const SourceEntry& entry) {
     const RtspAddress address = rtspAddress(entry);
     TraceStep step("RTSP connection to port " + std::to_string(address.port));
-    Descriptor connection(connectTCP(address.host, address.port, true, state.timeoutSeconds));
+    Descriptor connection(recorded::connectTCP(address.host, address.port, true, state.timeoutSeconds));
     step.answered(connection.isOpen() ? "connected" : "no connection");
     return connection;
 }
@@ -60,7 +59,7 @@ RtspAnswer askRtsp(int connection, const SourceEntry& entry, RtspMethod method, 
         step.answered("could not be sent");
         return answer;
     }
-    if (parseResponseHeader(connection, answer.header) != 0) {
+    if (recorded::parseResponseHeader(connection, answer.header) != 0) {
         step.answered("no answer that can be read");
         return answer;
     }
@@ -84,7 +83,7 @@ bool sendRtsp(int connection, const SourceEntry& entry, RtspMethod method, const
 
 Descriptor describeOverTcp(const SourceEntry& entry, ConnectMode& mode) {
     Descriptor connection = connectRtsp(entry);
-    if (isInterrupted() || !connection.isOpen())
+    if (recorded::isInterrupted() || !connection.isOpen())
         return Descriptor();
     mode = CONNECT_HTTP;
     RtspAnswer answer = askRtsp(connection.get(), entry, RTSP_DESCRIBE, "", mode);
@@ -99,8 +98,9 @@ Descriptor describeOverTcp(const SourceEntry& entry, ConnectMode& mode) {
         return Descriptor();
     skipDescription(connection.get(), answer.header);
     advanceCSeq();
-    return isInterrupted() ? Descriptor()
-                           : std::move(connection); // the body may be incomplete after an interruption
+    return recorded::isInterrupted()
+               ? Descriptor()
+               : std::move(connection); // the body may be incomplete after an interruption
 }
 
 void acceptRtsp(SourceEntry& entry, int statusId, StreamType type, ConnectMode mode,

@@ -3,14 +3,13 @@
 #include "detect/decimal.h"
 #include "detect/probe_connection.h"
 #include "detect/probe_wait.h"
-
-#include <libcommon/interrupt.h>
+#include "recorder/recorded.h"
 
 namespace detect {
 
 bool RtspSession::setup(const std::string& transportLine) {
     RtspAnswer answer = askRtsp(connection_, entry_, RTSP_SETUP, transportLine, mode_);
-    if (!answer.ok || isInterrupted())
+    if (!answer.ok || recorded::isInterrupted())
         return false;
     advanceCSeq();
     // kept: a session that is not a number becomes 0, also in the later requests
@@ -21,7 +20,7 @@ bool RtspSession::setup(const std::string& transportLine) {
 
 bool RtspSession::play() {
     const RtspAnswer answer = askRtsp(connection_, entry_, RTSP_PLAY, sessionLine_, mode_);
-    if (!answer.ok || isInterrupted())
+    if (!answer.ok || recorded::isInterrupted())
         return false;
     advanceCSeq();
     return true;

@@ -2,6 +2,7 @@
 
 #include "detect/decimal.h"
 #include "detect/detection_state.h"
+#include "recorder/recorder.h"
 
 #include <libcommon/clock.h>
 #include <libcommon/interrupt.h>
@@ -42,7 +43,9 @@ int waitReadable(std::span<pollfd> sockets, double seconds) {
     return ppoll(sockets.data(), sockets.size(), &time, &mask);
 }
 
-int skipBody(int connection, const ResponseHeader& header) {
+namespace {
+
+int skipAnnounced(int connection, const ResponseHeader& header) {
     const auto length = header.headers.find("Content-Length");
     const int announced = length == header.headers.end() ? 0 : decimalInt(length->second.c_str());
     const std::int64_t deadline = gettimeusec() + limitSeconds() * 1'000'000LL;
@@ -61,10 +64,17 @@ int skipBody(int connection, const ResponseHeader& header) {
     return skipped;
 }
 
+} // namespace
+
+int skipBody(int connection, const ResponseHeader& header) {
+    return recorder::outcome("skip", [&] { return skipAnnounced(connection, header); });
+}
+
 void awaitAnswer(int connection) {
-    ResponseHeader ignored;
-    if (readableWithin(connection, 1))
-        parseResponseHeader(connection, ignored);
+    recorder::outcome("answer", [&] {
+        ResponseHeader ignored;
+        return readableWithin(connection, 1) ? parseResponseHeader(connection, ignored) : 1;
+    });
 }
 
 } // namespace detect

@@ -4,8 +4,7 @@
 #include "detect/trace.h"
 #include "detect/verdict.h"
 #include "process/trace_output.h"
-
-#include <libcommon/interrupt.h>
+#include "recorder/recorded.h"
 
 #include <unistd.h>
 
@@ -30,17 +29,17 @@ int tryTransports(SourceEntry& entry, int statusId, Descriptor connection, Conne
     printTrace("RTSP. ConnectMode: %s\n", connectModeText(mode));
     int result = multicastProbe(entry, statusId, connection.get(), mode);
     connection = Descriptor();
-    if (isInterrupted())
+    if (recorded::isInterrupted())
         return PROBE_FAILED;
     if (result == PROBE_ACCEPTED)
         return result;
 
     connection = connectRtsp(entry);
-    if (isInterrupted())
+    if (recorded::isInterrupted())
         return PROBE_FAILED;
     result = unicastProbe(entry, statusId, connection.get(), mode); // fails without a connection
     connection = Descriptor();
-    if (isInterrupted())
+    if (recorded::isInterrupted())
         return PROBE_FAILED;
     if (result == PROBE_ACCEPTED)
         return result;
@@ -55,7 +54,7 @@ int tryTransports(SourceEntry& entry, int statusId, Descriptor connection, Conne
 int rtspDecision(SourceEntry& entry, int statusId) {
     ConnectMode mode = CONNECT_AUTO;
     Descriptor connection = describeOverTcp(entry, mode);
-    if (isInterrupted())
+    if (recorded::isInterrupted())
         return PROBE_FAILED;
     if (!connection.isOpen())
         return tryOverHttp(entry, statusId);

@@ -1,15 +1,14 @@
 #include "detect/http_stream.h"
 #include "detect/probes.h"
 #include "detect/rtsp_request.h"
-
-#include <libcommon/interrupt.h>
+#include "recorder/recorded.h"
 
 namespace detect {
 
 int rtspOverHttpProbe(SourceEntry& entry, int statusId, ConnectMode& mode) {
     Endpoint endpoint;
     const int result = askForStream(entry, mediaPath(entry.sourceNumber), endpoint);
-    if (isInterrupted())
+    if (recorded::isInterrupted())
         return PROBE_FAILED;
     if (result != PROBE_ACCEPTED)
         return result;

@@ -2,6 +2,7 @@
 
 #include "detect/probe_wait.h"
 #include "process/trace_output.h"
+#include "recorder/recorder.h"
 
 #include <libcommon/interrupt.h>
 
@@ -37,9 +38,7 @@ bool receiveFrom(Side& side) {
     return received != Received::Failure;
 }
 
-} // namespace
-
-int waitForTransport(int dataSocket, int controlSocket, int seconds) {
+int awaitBoth(int dataSocket, int controlSocket, int seconds) {
     Side sides[2] = {{dataSocket, "gotData"}, {controlSocket, "gotRTCP"}};
     while (!sides[0].delivered || !sides[1].delivered) {
         pollfd sockets[2];
@@ -55,6 +54,12 @@ int waitForTransport(int dataSocket, int controlSocket, int seconds) {
                 return -1;
     }
     return 1;
+}
+
+} // namespace
+
+int waitForTransport(int dataSocket, int controlSocket, int seconds) {
+    return recorder::outcome("transport", [&] { return awaitBoth(dataSocket, controlSocket, seconds); });
 }
 
 } // namespace detect

@@ -7,8 +7,8 @@
 #include "detect/trace.h"
 #include "player/port_pairs.h"
 #include "process/trace_output.h"
+#include "recorder/recorded.h"
 
-#include <libcommon/interrupt.h>
 #include <libcommon/log.h>
 
 #include <cerrno>
@@ -19,7 +19,7 @@ namespace {
 
 // A socket for packets that the encoder sends to `port`.
 Descriptor openUdp(const std::string& host, unsigned short port) {
-    Descriptor socket(connectUDP(host, port, true));
+    Descriptor socket(recorded::connectUDP(host, port, true));
     if (!socket.isOpen())
         printTrace("Failed to open dataFD %d %s\n", errno, std::strerror(errno)); // kept: for either socket
     return socket;
@@ -35,7 +35,7 @@ Packets awaitPackets(const std::string& host, unsigned short port, Descriptor& d
     if (!control.isOpen())
         return Packets::NoSocket;
     const int result = waitForTransport(data.get(), control.get(), state.timeoutSeconds);
-    if (isInterrupted())
+    if (recorded::isInterrupted())
         return Packets::Interrupted;
     return result == 1 ? Packets::Came : Packets::Missing;
 }
@@ -58,7 +58,7 @@ const char* packetsText(Packets packets) {
 
 int unicastProbe(SourceEntry& entry, int statusId, int connection, ConnectMode mode) {
     printTrace("\n\n\nDetecting RTSP Unicast...");
-    const int port = allocateProbePortPair();
+    const int port = recorder::outcome("port", allocateProbePortPair);
     if (port == -1) {
         logmsg(3, "Failed to find any free UDP port to bind!");
         return PROBE_FAILED;

@@ -5,9 +5,9 @@
 #include "process/agreed_numbers.h"
 #include "process/process_state.h"
 #include "process/signal_mask.h"
+#include "recorder/recorded.h"
 
 #include <libcommon/log.h>
-#include <libcommon/params.h>
 
 #include <cerrno>
 #include <csignal>
@@ -22,8 +22,8 @@ namespace {
 sem_t takesEvents;
 
 // The thread's handle on the decoder's parameters. The thread opens it; every access reads the current value.
-const ParamWrapper& parameters() {
-    static const ParamWrapper& handle = *new ParamWrapper(0, true);
+const recorded::Parameters& parameters() {
+    static const recorded::Parameters& handle = *new recorded::Parameters(0, true);
     return handle;
 }
 
@@ -57,13 +57,16 @@ void disturb(const Event& event) {
 
 void* eventHandler(void*) {
     blockAllSignals();
+    recorder::recordAsEventHandler();
     parameters();
     logmsg(7, "eventHandler() started");
     clearEventQueue();
     sem_post(&takesEvents);
     Event event{};
-    while (waitEvent(&event) == 0)
+    while (waitEvent(&event) == 0) {
+        recorded::noteArrival(event);
         handleIncomingEvent(event);
+    }
     logmsg(3, "waitEvent() failed in eventHandler()");
     logmsg(7, "eventHandler() stopped");
     return nullptr;

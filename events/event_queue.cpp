@@ -3,6 +3,7 @@
 #include "barrier/barrier_table.h"
 #include "events/queue_counts.h"
 #include "process/signal_mask.h"
+#include "recorder/recorded.h"
 
 #include <libcommon/log.h>
 
@@ -148,6 +149,24 @@ void sleepForEvent(Queue& q, std::unique_lock<std::mutex>& lock) {
     q.takerWaiting = false;
 }
 
+// The take itself, of a list that can be read.
+int takeFromQueue(Event* out, const ActionTable& table, bool wait) {
+    // Let signals in here, too: during a flood of events a take never sleeps, and SIGINT and SIGCHLD would
+    // stay pending.
+    letSignalsIn();
+    Queue& q = queue();
+    std::unique_lock lock(q.mutex);
+    for (;;) {
+        appendLate(q);
+        int result = walk(q, table, out);
+        while (result == nothingTaken && appendLate(q))
+            result = walk(q, table, out);
+        if (result != nothingTaken || !wait)
+            return result;
+        sleepForEvent(q, lock);
+    }
+}
+
 } // namespace
 
 void setQueueLimit(int id, int maximum) {
@@ -202,18 +221,5 @@ int takeEvent(Event* out, const SelectionWord* words, std::size_t count, bool wa
         logmsg(3, "getNextEvent(): Seems to miss EID_OTHER");
         return -1;
     }
-    // Let signals in here, too: during a flood of events a take never sleeps, and SIGINT and SIGCHLD would
-    // stay pending.
-    letSignalsIn();
-    Queue& q = queue();
-    std::unique_lock lock(q.mutex);
-    for (;;) {
-        appendLate(q);
-        int result = walk(q, *table, out);
-        while (result == nothingTaken && appendLate(q))
-            result = walk(q, *table, out);
-        if (result != nothingTaken || !wait)
-            return result;
-        sleepForEvent(q, lock);
-    }
+    return recorded::take(*out, wait, [&] { return takeFromQueue(out, *table, wait); });
 }

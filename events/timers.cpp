@@ -3,6 +3,7 @@
 #include "events/thread_start.h"
 #include "process/signal_mask.h"
 #include "process/trace_output.h"
+#include "recorder/recorder.h"
 
 #include <libcommon/events.h>
 #include <libcommon/log.h>
@@ -83,10 +84,18 @@ void timers::setNextId(int id) {
     nextId = id;
 }
 
-int setTimeout(std::int64_t milliseconds) {
+namespace {
+
+int startTimer(std::int64_t milliseconds) {
     const int id = takeId();
     auto request = std::make_unique<TimerRequest>(timers::makeRequest(milliseconds, id));
     printTrace(">>> setTimeout(%" PRId64 ", %d)\n", milliseconds, id);
     startThread(std::move(request));
     return id;
+}
+
+} // namespace
+
+int setTimeout(std::int64_t milliseconds) {
+    return recorder::outcome("timer", [&] { return startTimer(milliseconds); });
 }

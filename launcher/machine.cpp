@@ -11,11 +11,11 @@
 // Process-wide state: the machine. Its initial values are in the header. Main thread only.
 Machine machine;
 
-Param configuration(const char* name) {
+recorded::Parameter configuration(const char* name) {
     return (*machine.configuration)[name];
 }
 
-Param information(const char* name) {
+recorded::Parameter information(const char* name) {
     return (*machine.information)[name];
 }
 

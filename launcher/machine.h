@@ -7,6 +7,7 @@
 #pragma once
 
 #include "launcher/states.h"
+#include "recorder/recorded.h"
 
 #include <libcommon/params.h>
 
@@ -19,6 +20,9 @@
 // equal (setMode logs changes only). Defined in state_machine.cpp.
 void setState(int newState);
 
+// Takes a state over from a recording: neither logged nor recorded. For checkpoint.cpp only.
+void restoreState(int state);
+
 // The number of the current state. Anyone may read it; only setState writes it.
 class StateNumber {
 public:
@@ -26,6 +30,7 @@ public:
 
 private:
     friend void setState(int newState);
+    friend void restoreState(int state);
     int number_ = STATE_NULL;
 };
 
@@ -52,15 +57,15 @@ struct Machine {
 
     SubGroups sources; // all configured sources, as CONNECT read them
 
-    std::optional<ParamWrapper> configuration; // parameter file 0, open while the machine runs
-    std::optional<ParamWrapper> information;   // parameter file 1, likewise
+    std::optional<recorded::Parameters> configuration; // parameter file 0, open while the machine runs
+    std::optional<recorded::Parameters> information;   // parameter file 1, likewise
 };
 
 extern Machine machine;
 
 // A parameter of file 0 (configuration) or file 1 (the decoder's own status), to read or to assign.
-Param configuration(const char* name);
-Param information(const char* name);
+recorded::Parameter configuration(const char* name);
+recorded::Parameter information(const char* name);
 
 bool inAutoMode();
 

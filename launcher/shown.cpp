@@ -1,15 +1,15 @@
 #include "launcher/shown.h"
 
 #include "launcher/machine.h"
+#include "recorder/recorded.h"
 
 #include <libcommon/log.h>
-#include <libcommon/status.h>
 
 namespace {
 
 // The name of the stream kind, as the last detection published it.
 std::string kindOf(int source) {
-    const std::string kind = source < 0 ? "" : status(source, "VideoSourceType");
+    const std::string kind = source < 0 ? "" : recorded::status(source, "VideoSourceType");
     return kind.empty() ? "kind unknown" : kind;
 }
 

@@ -12,6 +12,7 @@
 #include "process/process_state.h"
 #include "process/signal_mask.h"
 #include "process/trace_output.h"
+#include "recorder/recorder.h"
 
 #include <libcommon/events.h>
 #include <libcommon/log.h>
@@ -87,6 +88,7 @@ void runSupervisor(int argc, char** argv) {
     syncEncoderInfo();
     installChildReaper();
     initEventQueue();
+    recorder::startRecording();
     startEventHandler();
     removeStaleBarriers();
     limitChattyEvents();

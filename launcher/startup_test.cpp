@@ -10,6 +10,7 @@
 #include "process/owner_lock.h"
 #include "process/process_state.h"
 #include "process/signal_mask.h"
+#include "recorder/recorder.h"
 #include "tests/support/child_run.h"
 
 #include <libcommon/events.h>
@@ -140,6 +141,9 @@ int initEventQueue() {
     trace("initEventQueue()");
     return -1; // the caller ignores it
 }
+void recorder::startRecording() {
+    trace("startRecording()");
+}
 void startEventHandler() {
     trace("startEventHandler()");
 }
@@ -176,6 +180,7 @@ TEST_F(Startup, EverythingStartsInOneFixedOrder) {
               "syncEncoderInfo() SIGINT shutdown, SIGSEGV shutdown, SIGUSR1 ignored, blocked 2 17\n"
               "installChildReaper()\n"
               "initEventQueue()\n"
+              "startRecording()\n"
               "startEventHandler()\n"
               "removeStaleBarriers()\n"
               "setQueueLimit(8,1)\n"

@@ -1,9 +1,9 @@
 #include "launcher/state_machine.h"
 
+#include "launcher/checkpoint.h"
 #include "launcher/state_table.h"
 #include "process/process_state.h"
 
-#include <libcommon/clock.h>
 #include <libcommon/log.h>
 
 void setState(int newState) {
@@ -11,7 +11,12 @@ void setState(int newState) {
     if (process.verbosity > 0)
         logmsg(7, "\033[1;34mState transition: %s(%d) -> %s(%d)\033[0m", stateName(state), state.number_,
                stateName(newState), newState);
+    recorder::Crossing("state").in(state.number_).in(newState);
     state.number_ = newState;
+}
+
+void restoreState(int state) {
+    machine.currentState.number_ = state;
 }
 
 void startMachine() {
@@ -20,7 +25,7 @@ void startMachine() {
     machine.information.emplace(1, true);
     // One display time in the past, so that the first alarm is shown at once.
     machine.lastAlarmTime =
-        gettimeusec() - configuration("Alarm.DisplayTime").toInt() * std::int64_t{1000000};
+        recorded::gettimeusec() - configuration("Alarm.DisplayTime").toInt() * std::int64_t{1000000};
     setState(START_UL);
     publishCurrentSource();
 }
@@ -37,6 +42,8 @@ void runState() {
 
 void stateMachine() {
     startMachine();
-    for (;;)
+    for (;;) {
+        exchangeCheckpoint();
         runState();
+    }
 }

@@ -5,8 +5,8 @@
 #include "launcher/handlers.h"
 #include "launcher/pending_source.h"
 #include "launcher/waiting.h"
+#include "recorder/recorded.h"
 
-#include <libcommon/clock.h>
 #include <libcommon/display.h>
 #include <libcommon/log.h>
 
@@ -21,7 +21,7 @@ void states::autoStartTimer() {
         return setState(AUTO_PAUSE);
     const std::int64_t milliseconds = displaySeconds(machine.pendingSource) * 1000;
     if (machine.sequenceStart == -1)
-        machine.sequenceStart = gettimeusec();
+        machine.sequenceStart = recorded::gettimeusec();
     machine.sequenceTimerId = setTimeout(milliseconds);
     setState(AUTO_WAIT_FOR_NEXT_SOURCE_TIMEOUT);
 }
@@ -80,6 +80,6 @@ void states::autoWaitErrorSleepEvent() {
 
 void states::autoCheckForTimeLeftReconnect() {
     const std::int64_t slot = displaySeconds(machine.pendingSource) * microsecondsPerSecond;
-    const std::int64_t left = slot - (gettimeusec() - machine.sequenceStart);
+    const std::int64_t left = slot - (recorded::gettimeusec() - machine.sequenceStart);
     setState(left >= machine.autoDetectTimeout ? REQUEST_ENCODER_TYPE : AUTO_GOTO_NEXT_SOURCE);
 }

@@ -8,7 +8,7 @@
 #include "launcher/waiting.h"
 #include "player/ptz.h"
 #include "process/process_state.h"
-#include "process/signal_mask.h"
+#include "recorder/recorded.h"
 #include "sources/source_cache.h"
 #include "sources/source_list.h"
 
@@ -51,7 +51,7 @@ void takeQueuedChoice() {
 void giveUpConnecting() {
     osdPrintf(0, 0, "No sources available in selected sequence mode");
     logmsg(3, "No sources available in this mode.");
-    sleepSeconds(2);
+    recorded::sleepSeconds(2);
     configuration("Decoder.Connected") = "no";
     flushEventQueue();
     setState(DISCONNECTED);

@@ -8,7 +8,7 @@
 #include "launcher/waiting.h"
 #include "player/player_exit.h"
 #include "process/process_state.h"
-#include "process/signal_mask.h"
+#include "recorder/recorded.h"
 #include "sources/source_cache.h"
 
 #include <libcommon/log.h>
@@ -41,7 +41,7 @@ void states::currentPlayerCrashedDuringPendingLaunch() {
 void states::currentPlayerCrashedDuringSwitch() {
     blankscreen();
     logNothingShown("the player exited during a switch");
-    sleepSeconds(2);
+    recorded::sleepSeconds(2);
     if (meetAtBarrier(1, process.pendingPID))
         return setState(DONE_SWITCHED_PLAYER);
     if (pendingPlayerEnded(waitForEvent(EID_CHILD)))

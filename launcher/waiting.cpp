@@ -5,9 +5,8 @@
 #include "player/player_exit.h"
 #include "process/agreed_numbers.h"
 #include "process/process_state.h"
-#include "process/signal_mask.h"
+#include "recorder/recorded.h"
 
-#include <libcommon/clock.h>
 #include <libcommon/log.h>
 
 #include <csignal>
@@ -30,7 +29,7 @@ std::string payloadText(const Event& event) {
 
 void reportFailedWait(int result) {
     logmsg(3, "Could not wait for events. result=%d", result);
-    sleepSeconds(1);
+    recorded::sleepSeconds(1);
 }
 
 bool isShortPress(const Event& event) {
@@ -84,14 +83,14 @@ bool passesAlarmGate(const Event& event) {
     if (event.id != EID_ALARM)
         return false;
     const std::int64_t displayTime = configuration("Alarm.DisplayTime").toInt() * std::int64_t{1000000};
-    if (gettimeusec() - machine.lastAlarmTime < displayTime)
+    if (recorded::gettimeusec() - machine.lastAlarmTime < displayTime)
         return false;
     takeAlarm(event);
     return true;
 }
 
 void takeAlarm(const Event& event) {
-    machine.lastAlarmTime = gettimeusec();
+    machine.lastAlarmTime = recorded::gettimeusec();
     machine.pendingSource = event.value1;
     machine.alarmText = payloadText(event);
 }

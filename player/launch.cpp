@@ -8,6 +8,7 @@
 #include "process/process_state.h"
 #include "process/signal_mask.h"
 #include "process/trace_output.h"
+#include "recorder/recorder.h"
 
 #include <libcommon/log.h>
 #include <libcommon/semaphores.h>
@@ -86,7 +87,7 @@ int launchPlayer(SourceEntry* entry) {
     }
     int port = -1;
     if (streamKind(entry->detectedType).ports == PlayerPorts::OwnPair) {
-        port = allocatePlayerPortPair();
+        port = recorder::outcome("port", allocatePlayerPortPair);
         if (port == -1) {
             logmsg(3, "launchPlayer failed to bind port.");
             return -1;
@@ -96,14 +97,17 @@ int launchPlayer(SourceEntry* entry) {
     const PlayerCommand command(buildCommandLine(*entry, static_cast<std::uint16_t>(port)));
     if (process.verbosity > 1)
         logmsg(7, "Using cmdline '%s'", command.text().c_str());
-    const int pid = gaffel();
+    const int pid = recorder::outcome("player", [&] {
+        const int child = gaffel();
+        if (child == 0)
+            command.execute();
+        return child;
+    });
     if (pid == -1) {
         const int error = errno;
         logmsg(3, "Failed to gaffel() errno=%d (%s)", error, std::strerror(error));
         return -1;
     }
-    if (pid == 0)
-        command.execute();
     printTrace("Launched pid: %d\n", pid);
     return pid;
 }

@@ -3,12 +3,11 @@
 #include "process/agreed_numbers.h"
 #include "process/paths.h"
 #include "process/process_state.h"
+#include "recorder/recorded.h"
 #include "sources/source_record.h"
 
 #include <libcommon/log.h>
 #include <libcommon/network.h>
-#include <libcommon/params.h>
-#include <libcommon/status.h>
 
 #include <cerrno>
 #include <csignal>
@@ -67,7 +66,7 @@ private:
     void addCommonOptions() {
         if (kind_.type == TYPE_MJPEG && entry_.connectMode == CONNECT_HTTPS)
             add("-e");
-        const bool pal = ParamWrapper(0, true)["Decoder.VideoMode"] == "pal";
+        const bool pal = recorded::Parameters(0, true)["Decoder.VideoMode"] == "pal";
         add("-m", pal ? "pal" : "ntsc", "-o", "tv", "-n", std::to_string(entry_.index));
         if (process.verbosity > 1)
             add("-v");
@@ -82,7 +81,7 @@ private:
         extendStreamOptions("Compression", "&compression=");
         if (!entry_.streamOptions.empty())
             add("-t", entry_.streamOptions);
-        std::string rotation = status(entry_.index, "ImageRotation");
+        std::string rotation = recorded::status(entry_.index, "ImageRotation");
         if (rotation.empty())
             rotation = "0";
         if (rotation == "180")

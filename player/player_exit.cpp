@@ -1,9 +1,9 @@
 #include "player/player_exit.h"
 
 #include "player/shell_command.h"
+#include "recorder/recorded.h"
 
 #include <libcommon/log.h>
-#include <libcommon/params.h>
 #include <libcommon/status.h>
 
 namespace {
@@ -20,7 +20,7 @@ constexpr int exitEndOfStream = 14;
 constexpr int exitStalled = 23;
 
 void resetVideoOutput() {
-    const bool pal = ParamWrapper(0, true)["Decoder.VideoMode"] == "pal";
+    const bool pal = recorded::Parameters(0, true)["Decoder.VideoMode"] == "pal";
     runShellCommand(pal ? "resetrua pal" : "resetrua ntsc");
 }
 

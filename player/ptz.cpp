@@ -1,6 +1,7 @@
 #include "player/ptz.h"
 
 #include "process/signal_mask.h"
+#include "recorder/recorded.h"
 #include "sources/source_cache.h"
 #include "sources/source_record.h"
 
@@ -23,22 +24,22 @@ public:
     // libcommon chooses the scheme. Returns the connect mode that worked, CONNECT_AUTO when none did.
     int sendAutomatically() const {
         ConnectMode mode = CONNECT_AUTO;
-        const int result =
-            download(address_, user_, password_, path_, nullptr, 0, requestTimeout, &mode, nullptr, nullptr);
+        const int result = recorded::download(address_, user_, password_, path_, nullptr, 0, requestTimeout,
+                                              &mode, nullptr, nullptr);
         return result == 0 ? mode : CONNECT_AUTO;
     }
 
     bool sendHttp(bool withCredentials) const {
         unsigned short port = 80;
         const std::string host = split(port);
-        return downloadHTTP(host, port, path_, withCredentials, user_, password_, nullptr, 0, requestTimeout,
-                            nullptr) == 0;
+        return recorded::downloadHTTP(host, port, path_, withCredentials, user_, password_, nullptr, 0,
+                                      requestTimeout, nullptr) == 0;
     }
 
     bool sendHttps() const {
         unsigned short port = 443;
         const std::string host = split(port);
-        return downloadHTTPS(host, port, path_, user_, password_, nullptr, 0, requestTimeout) == 0;
+        return recorded::downloadHTTPS(host, port, path_, user_, password_, nullptr, 0, requestTimeout) == 0;
     }
 
 private:
@@ -56,9 +57,11 @@ private:
 };
 
 void pauseBetweenTests() {
-    const OpenSignals open; // a shutdown must be possible
-    const timespec pause{0, 10'000'000};
-    nanosleep(&pause, nullptr);
+    recorder::outcome("pause", [] {
+        const OpenSignals open; // a shutdown must be possible
+        const timespec pause{0, 10'000'000};
+        return nanosleep(&pause, nullptr);
+    });
 }
 
 } // namespace

@@ -1,6 +1,7 @@
 #include "player/shell_command.h"
 
 #include "process/signal_mask.h"
+#include "recorder/recorder.h"
 
 #include <cerrno>
 #include <csignal>
@@ -28,9 +29,7 @@ int spawnShell(const char* command, pid_t& pid) {
     return error;
 }
 
-} // namespace
-
-int runShellCommand(const char* command) {
+int spawnAndWait(const char* command) {
     pid_t pid = -1;
     if (const int error = spawnShell(command, pid)) {
         errno = error;
@@ -43,4 +42,10 @@ int runShellCommand(const char* command) {
         if (errno != EINTR)
             return -1;
     return status;
+}
+
+} // namespace
+
+int runShellCommand(const char* command) {
+    return recorder::outcome("shell", [&] { return spawnAndWait(command); });
 }

@@ -1,6 +1,8 @@
 #include "sources/source_cache.h"
 
 #include "detect/detection.h"
+#include "recorder/fields.h"
+#include "recorder/secrets.h"
 #include "sources/source_record.h"
 
 #include <libcommon/log.h>
@@ -63,6 +65,43 @@ void fill(SourceEntry& entry, SourceParams& params, int index) {
     entry.recoveryStep = 0;
 }
 
+// A user name or a password, of which a recording only has whether it is set.
+void exchangeSecret(recorder::Fields& fields, std::string& secret) {
+    std::string flag(secret.empty() ? "" : recorder::hidden);
+    fields(flag);
+    if (fields.restores())
+        secret = flag;
+}
+
+void exchangeAddress(recorder::Fields& fields, std::string& address) {
+    std::string shown = recorder::withoutUser(address);
+    fields(shown);
+    if (fields.restores())
+        address = shown;
+}
+
+void exchangePort(recorder::Fields& fields, std::uint16_t& port) {
+    int number = port;
+    fields(number);
+    port = static_cast<std::uint16_t>(number);
+}
+
+void exchangeEntry(std::string& key, SourceEntry& entry, bool restores) {
+    recorder::Crossing crossing("entry");
+    recorder::Fields fields(crossing, restores);
+    exchangeAddress(fields, key);
+    exchangeAddress(fields, entry.address);
+    exchangeSecret(fields, entry.userName);
+    exchangeSecret(fields, entry.password);
+    fields(entry.index)(entry.sourceNumber)(entry.configuredType)(entry.detectedOK)(entry.errorCode);
+    fields(entry.detectedType)(entry.audioAvailable)(entry.connectMode)(entry.recoveryStep);
+    exchangeAddress(fields, entry.rtspHost);
+    exchangePort(fields, entry.rtspPort);
+    exchangeAddress(fields, entry.audioHost);
+    exchangePort(fields, entry.audioPort);
+    fields(entry.streamOptions);
+}
+
 } // namespace
 
 std::string getSourceKey(int index) {
@@ -119,4 +158,27 @@ void flushSourceCache() {
     cache().clear();
     syncEncoderInfo();
     userCloseAndUnlockParamFile(0, 1);
+}
+
+void exchangeSourceCache(bool restores) {
+    auto count = static_cast<std::int64_t>(cache().size());
+    {
+        recorder::Crossing crossing("cache");
+        recorder::Fields fields(crossing, restores);
+        fields(count);
+    }
+    if (!restores) {
+        for (auto& [key, entry] : cache()) {
+            std::string shown = key;
+            exchangeEntry(shown, *entry, false);
+        }
+        return;
+    }
+    cache().clear();
+    for (std::int64_t i = 0; i < count; ++i) {
+        std::string key;
+        auto entry = std::make_unique<SourceEntry>();
+        exchangeEntry(key, *entry, true);
+        cache()[key] = std::move(entry);
+    }
 }

@@ -25,3 +25,6 @@ void invalidateSource(int index);
 
 // Forgets everything and brings the encoder information in line with the parameter file.
 void flushSourceCache();
+
+// The cache's part of a checkpoint (launcher/checkpoint.h). `restores`: what is on the tape becomes the cache.
+void exchangeSourceCache(bool restores);

@@ -1,6 +1,7 @@
 #include "sources/source_list.h"
 
 #include "process/process_state.h"
+#include "recorder/recorded.h"
 #include "sources/source_record.h"
 
 #include <libcommon/log.h>
@@ -9,7 +10,7 @@ namespace {
 
 constexpr std::int64_t microsecondsPerSecond = 1000000;
 
-void readMode(const ParamWrapper& parameters) {
+void readMode(const recorded::Parameters& parameters) {
     const std::string text = parameters["Decoder.SequenceMode"].toString();
     if (text == "auto")
         setMode(MODE_AUTO);
@@ -28,7 +29,7 @@ bool isEnabled(SourceParams params, int mode) {
 } // namespace
 
 SourceList buildSourceList() {
-    const ParamWrapper parameters(0, true);
+    const recorded::Parameters parameters(0, true);
     readMode(parameters);
 
     SourceList list;

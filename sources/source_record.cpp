@@ -1,5 +1,7 @@
 #include "sources/source_record.h"
 
+#include "recorder/recorded.h"
+
 namespace {
 
 constexpr int decoderParameters = 0; // parameter file
@@ -7,7 +9,7 @@ constexpr int decoderParameters = 0; // parameter file
 } // namespace
 
 SubGroups readSources() {
-    return getSubGroups(decoderParameters, "Encoder");
+    return recorded::getSubGroups(decoderParameters, "Encoder");
 }
 
 SourceParams readSource(int index) {

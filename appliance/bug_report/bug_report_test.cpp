@@ -2,10 +2,12 @@
 
 #include "appliance/screen/appliance_root_fixture.h"
 
+#include <cstdlib>
 #include <fcntl.h>
 #include <gmock/gmock.h>
 #include <nlohmann/json.hpp>
 #include <stdexcept>
+#include <string>
 
 namespace {
 
@@ -53,9 +55,20 @@ TEST_F(BugReportTest, HasEverythingButPasswords) {
     EXPECT_THAT(text, Not(HasSubstr("yardword")));
 }
 
+TEST_F(BugReportTest, HasTheSupervisorsRecordingAsAText) {
+    std::filesystem::create_directories(root / "run/decoder");
+    write("run/decoder/recording", "skelmor recording 1\n1 m text 0 Some.Name gateword\n");
+    const std::string path = std::getenv("PATH");
+    setenv("PATH", (HOUSE_PROGRAMS ":" + path).c_str(), 1);
+    const std::string text = everything(makeBugReport((root / "a.tar.gz").string()).file);
+    setenv("PATH", path.c_str(), 1);
+    EXPECT_THAT(text, HasSubstr("== recording.txt\nskelmor recording 1\n1 m text 0 Some.Name ***\n"));
+}
+
 TEST_F(BugReportTest, SaysWhatIsNotThere) {
     const std::string text = everything(makeBugReport((root / "a.tar.gz").string()).file);
     EXPECT_THAT(text, HasSubstr("== status.json\nNot available: no decoder is running"));
+    EXPECT_THAT(text, HasSubstr("== recording.txt\nNot available: "));
 }
 
 TEST_F(BugReportTest, WorksWithoutAConfiguration) {

@@ -5,8 +5,11 @@
 
 #include <libcommon/paths.h>
 
+#include <cerrno>
+#include <cstring>
 #include <filesystem>
 #include <stdexcept>
+#include <unistd.h>
 
 namespace bug_report {
 namespace {
@@ -53,12 +56,38 @@ std::string crashes() {
     return text;
 }
 
+// As a word of a shell.
+std::string quoted(const std::string& text) {
+    std::string word = "'";
+    for (const char c : text)
+        word += c == '\'' ? "'\\''" : std::string(1, c);
+    return word + "'";
+}
+
+// The program that belongs to this installation, or the one in PATH.
+std::string replayProgram() {
+    std::error_code unknown;
+    const auto here = std::filesystem::read_symlink("/proc/self/exe", unknown).parent_path();
+    const auto ours = (here / REPLAY_FROM_HERE).lexically_normal();
+    return std::filesystem::exists(ours, unknown) ? ours.string() : "skelmor-replay";
+}
+
+// What the supervisor got from the world, as a text that skelmor-replay reads.
+std::string recording() {
+    constexpr std::size_t mostOfRecording = std::size_t{64} * 1024 * 1024;
+    const std::string file = libcommon::appliancePath("/run/decoder/recording");
+    if (access(file.c_str(), R_OK) != 0)
+        throw std::runtime_error(file + ": " + std::strerror(errno));
+    return outputOf(quoted(replayProgram()) + " --print " + quoted(file) + " 2>&1", mostOfRecording);
+}
+
 } // namespace
 
 std::vector<Part> logParts() {
     std::vector<Part> parts = logFiles();
     parts.push_back(partOf("system-log.txt", systemLog));
     parts.push_back(partOf("crashes.txt", crashes));
+    parts.push_back(partOf("recording.txt", recording));
     return parts;
 }
 

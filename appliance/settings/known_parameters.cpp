@@ -18,6 +18,7 @@ constexpr std::array decoderTable{
     KnownParameter{"Decoder.AutoDetectTimeout", ValueKind::Number, AtConnect | AtDetection, 0, 600},
     KnownParameter{"Decoder.ShowDisconnectedMessage", ValueKind::YesNo, AtDisconnect},
     KnownParameter{"Decoder.VideoMode", ValueKind::Choice, AtPlayer, 0, 0, "pal|ntsc"},
+    KnownParameter{"Decoder.RecordingSize", ValueKind::Number, AtStart, 0, 65536},
     KnownParameter{"Screen.Size", ValueKind::ChoiceOrSize, AtUse, 0, 0, "auto"},
     KnownParameter{"Screen.Fit", ValueKind::Choice, AtUse, 0, 0, "bars|fill|crop"},
     KnownParameter{"Screen.ShowName", ValueKind::ChoiceOrNumber, AtUse, 1, 3600, "no|always"},

@@ -78,3 +78,7 @@ void flushSourceCache() {
     for (auto& [index, source] : fake::cachedSources)
         source.detected = false;
 }
+
+void exchangeSourceCache(bool /*restores*/) {
+    fake::calls.emplace_back("exchangeSourceCache()");
+}

@@ -173,9 +173,10 @@ void Plan::floodEvents() {
     const auto [id, value] = oneOf(events);
     note("a flood of events " + std::to_string(id), "event-floods");
     Appliance& decoder = anyDecoder();
-    // Each flush that is queued is a detection of its own, up to 256 of them, so only a few are sent: otherwise the
-    // picture would come back long after the faults.
-    const int pauseUs = id == flushEvent ? 150'000 : 1 + below(300);
+    // Each flush and each selection that is queued is a detection of its own, up to 256 of them. So only a few are sent:
+    // otherwise the picture would come back long after the faults.
+    const bool detects = id == flushEvent || (id == selectEvent && value != noSource);
+    const int pauseUs = detects ? 100'000 : 1 + below(300);
     auto flood = std::make_shared<appliance::Flood>(decoder, id, value, std::chrono::microseconds(pauseUs));
     later(1500, [this, &decoder, flood, choose = value == noSource]() mutable {
         progress_.add("events-sent", flood->sent());

@@ -49,6 +49,10 @@ std::vector<std::string> changedEnvironment(const std::map<std::string, std::str
     sigset_t none;
     sigemptyset(&none);
     sigprocmask(SIG_SETMASK, &none, nullptr);
+    for (const int number :
+         {SIGINT, SIGTERM, SIGHUP, SIGPIPE}) { // a shell ignores some of them in the background
+        signal(number, SIG_DFL);
+    }
     const int nothing = open("/dev/null", O_RDONLY | O_CLOEXEC);
     const int to = open(output, O_WRONLY | O_CREAT | O_APPEND | O_CLOEXEC, 0644);
     dup2(nothing, STDIN_FILENO);
@@ -231,6 +235,10 @@ void Traced::handleCall(pid_t thread) {
     if (!readCall(thread)) {
         return go(thread, 0);
     }
+    if (!state.call.entry && thread == crashing_) { // the call may have been the one that blocks signals
+        crashedBlocked_ = blocks(thread, SIGSEGV);
+        crashing_ = 0;
+    }
     if (!state.call.entry && state.failing) {
         finishFailing(thread);
     }
@@ -289,6 +297,7 @@ void Traced::carryOut(pid_t thread, const Deed& deed) {
         break;
     case Deed::Kind::crash:
         crashedBlocked_ = blocks(thread, SIGSEGV);
+        crashing_ = thread;
         registers::jumpToNowhere(thread);
         break;
     case Deed::Kind::signal:

@@ -123,6 +123,7 @@ private:
     std::string place_;
     double actedAt_ = 0;
     bool crashedBlocked_ = false;
+    pid_t crashing_ = 0; // crashes at the end of the system call that it is about to make
     std::thread thread_;
 };
 

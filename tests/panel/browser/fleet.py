@@ -2,7 +2,7 @@
 import json
 import time
 
-from accessible import checker, look
+from accessible import Missing, checker, look
 from broker import Broker
 from scenarios import check, scenario
 from selenium.webdriver.common.keys import Keys
