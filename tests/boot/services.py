@@ -101,7 +101,8 @@ class Services(Guest):
         """decoder-mqtt connects to a broker in the machine, says that it is online, and carries out a command"""
         start = time.monotonic()
         self.guest(f"decoderctl set Mqtt.Broker mqtt://127.0.0.1 && decoderctl set Mqtt.Topic {TOPIC}", 2 * self.limit)
-        self.guest(f"timeout {2 * self.limit} {SUBSCRIBE} -t {TOPIC}/availability | grep -m 1 -x online", 3 * self.limit)
+        # In a pipe the shell would wait for the subscriber, too, which goes on to its time limit.
+        self.guest(f"grep -m 1 -x online < <(timeout {2 * self.limit} {SUBSCRIBE} -t {TOPIC}/availability)", 3 * self.limit)
         online = time.monotonic() - start
         state = json.loads(self.guest(f"{SUBSCRIBE} -t {TOPIC}/state -C 1 -W {self.limit}", 2 * self.limit))
         # The command goes again until there is a reply, because the first ones may come before anybody listens.
