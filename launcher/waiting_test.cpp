@@ -206,6 +206,15 @@ TEST_F(Waiting, AnAlarmTextEndsAtItsNul) {
     EXPECT_EQ(machine.alarmText, "fire");
 }
 
+TEST_F(Waiting, OnlyAChildsExitEndsAPlayer) {
+    process.currentPID = 100;
+    process.pendingPID = 200;
+    EXPECT_FALSE(currentPlayerEnded(fake::event(EID_TIMEOUT, 100)));
+    EXPECT_FALSE(pendingPlayerEnded(fake::event(EID_TIMEOUT, 200)));
+    EXPECT_TRUE(currentPlayerEnded(childExit(100)));
+    EXPECT_TRUE(pendingPlayerEnded(childExit(200)));
+}
+
 TEST_F(Waiting, ABarrierIsPassedUnlessItsResultIsNegative) {
     fake::barrierResults = {0, -1};
     EXPECT_TRUE(meetAtBarrier(0, 100));

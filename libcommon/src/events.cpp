@@ -63,22 +63,25 @@ bool isGone(int error) {
     return error == EINVAL || error == EIDRM;
 }
 
-// There is always room for the supervisor's own events. After another process has removed the queue, the waiting thread
-// is making a new one at this moment; a lost child exit would leave the supervisor waiting forever.
+// A lost child exit would leave the supervisor waiting forever. So it is sent again after another process has removed the
+// queue, while the waiting thread makes a new one, and after senders that do not use the library have filled it, while the
+// waiting thread makes room.
 int sendAsOwner(const Event& event) {
     constexpr int tries = 250;
     const timespec pause{.tv_sec = 0, .tv_nsec = 1'000'000};
+    int error = 0;
     for (int i = 0; i < tries; ++i) {
         const int queue = ownQueue();
         if (queue < 0)
             return -1;
         if (local::putEvent(queue, event) == 0)
             return 0;
-        if (!isGone(errno))
+        error = errno;
+        if (!isGone(error) && error != EAGAIN)
             return -1;
         nanosleep(&pause, nullptr);
     }
-    errno = ENOENT;
+    errno = error == EAGAIN ? EAGAIN : ENOENT;
     return -1;
 }
 

@@ -8,6 +8,7 @@
 #include <algorithm>
 #include <atomic>
 #include <cerrno>
+#include <chrono>
 #include <climits>
 #include <csignal>
 #include <fcntl.h>
@@ -133,6 +134,22 @@ TEST_F(Events, OutsidersAreRefusedAtThreeQuartersAndTheOwnersEventsStillFit) {
     ASSERT_EQ(waitEvent(&got), 0);
     EXPECT_EQ(inChild([] { return sendError(EID_SELECT); }), 0);
     EXPECT_EQ(inChild([] { return sendError(EID_SELECT); }), EAGAIN);
+}
+
+// Senders without the library respect no share.
+TEST_F(Events, TheOwnersEventWaitsForRoomInAQueueThatOthersHaveFilled) {
+    ASSERT_EQ(initEventQueue(), 0);
+    const std::size_t all = state(queueId()).msg_qbytes / sizeof(Event);
+    for (std::size_t i = 0; i < all; ++i)
+        ASSERT_EQ(send(EID_CHILD), 0) << i;
+    std::thread waiting([] {
+        std::this_thread::sleep_for(std::chrono::milliseconds(50));
+        Event got{};
+        waitEvent(&got);
+    });
+    EXPECT_EQ(send(EID_CHILD, 7), 0);
+    waiting.join();
+    EXPECT_EQ(state(queueId()).msg_qnum, all);
 }
 
 TEST_F(Events, ManyOutsidersTogetherStayWithinTheirShare) {

@@ -42,13 +42,14 @@ int initEventQueue();
 // ENOENT in a process that is not the owner.
 int waitEvent(Event* event);
 
-// Sends a copy, never waits for room. 0, or -1 with errno: EINVAL an identifier outside 0 to 13, EPERM one that only
+// Sends a copy. 0, or -1 with errno: EINVAL an identifier outside 0 to 13, EPERM one that only
 // the supervisor may send (EID_CHILD, EID_BUTTON, EID_TIMEOUT; EID_BARRIER without a barrier, or for another process),
 // ENOENT no appliance runs here, EAGAIN the queue is full, EACCES this user is not the appliance's. A process other
 // than the owner is refused once three quarters of the queue are taken (an announcement at a barrier: seven eighths),
-// so that the supervisor's own events always fit, and waits for other senders at most a quarter of a second (EAGAIN);
-// announcements don't wait. For the owner it is one msgsnd, repeated for up to a quarter of a second while the waiting
-// thread makes a lost queue again. Any thread; safe in a signal handler.
+// so that the supervisor's own events fit, and waits for other senders at most a quarter of a second (EAGAIN);
+// announcements don't wait, and nobody but the owner waits for room. For the owner it is one msgsnd, repeated for up to a
+// quarter of a second while the waiting thread makes a lost queue again, or makes room in one that senders without this
+// library have filled. Any thread; safe in a signal handler.
 int sendEvent(const Event* event);
 
 // Drops the queued events. Owner only.
